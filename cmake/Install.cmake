@@ -1,0 +1,58 @@
+# What an installation places, with owners and modes that are safe whatever umask it runs under. All
+# directories are fixed, so the prefix plays no part; DESTDIR is honoured.
+set(QUENDIL_PROGRAM_DIR /opt/norvale/quendil)
+set(QUENDIL_VARIABLE_DIR /var/opt/norvale/quendil)
+set(QUENDIL_CONFIG_DIR /etc/opt/norvale/quendil)
+
+set(world_readable_directory
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(private_directory OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+set(world_readable_file OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${world_readable_directory})
+
+# Collected data is secret: logs and data are for root alone.
+install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR} DIRECTORY_PERMISSIONS ${private_directory})
+install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR}/data DIRECTORY_PERMISSIONS ${private_directory})
+install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR}/log DIRECTORY_PERMISSIONS ${private_directory})
+
+foreach(directory "" /bin /tool /template)
+  install(DIRECTORY DESTINATION ${QUENDIL_PROGRAM_DIR}${directory}
+    DIRECTORY_PERMISSIONS ${world_readable_directory})
+endforeach()
+foreach(directory "" /config /pattern)
+  install(DIRECTORY DESTINATION ${QUENDIL_CONFIG_DIR}${directory}
+    DIRECTORY_PERMISSIONS ${world_readable_directory})
+endforeach()
+
+install(TARGETS quendil RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
+  PERMISSIONS ${world_readable_directory})
+
+file(GLOB patterns CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/patterns/*)
+install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
+  PERMISSIONS ${world_readable_file})
+
+# The configuration file belongs to the machine once it is there.
+install(CODE "
+  set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/quendil_conf\")
+  if(EXISTS \"\${config}\")
+    message(STATUS \"Kept: \${config}\")
+  else()
+    file(INSTALL DESTINATION \"${QUENDIL_CONFIG_DIR}/config\" TYPE FILE
+      PERMISSIONS ${world_readable_file}
+      FILES \"${PROJECT_SOURCE_DIR}/config/quendil_conf\")
+  endif()
+")
+
+# The trees belong to root, also where one of them was there before.
+install(CODE "
+  execute_process(COMMAND id -u OUTPUT_VARIABLE uid OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(uid EQUAL 0)
+    foreach(tree ${QUENDIL_PROGRAM_DIR} ${QUENDIL_VARIABLE_DIR} ${QUENDIL_VARIABLE_DIR}/data
+        ${QUENDIL_VARIABLE_DIR}/log ${QUENDIL_CONFIG_DIR})
+      execute_process(COMMAND chown root:root \"\$ENV{DESTDIR}\${tree}\" COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+    foreach(tree ${QUENDIL_PROGRAM_DIR} ${QUENDIL_CONFIG_DIR})
+      execute_process(COMMAND chown -R root:root \"\$ENV{DESTDIR}\${tree}\" COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+  endif()
+")

@@ -1,0 +1,49 @@
+# What the commands of this directory share. Sourced from the project's root.
+
+say() {
+    printf '%s\n' "== $*"
+}
+
+fail() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+
+# Only root can install packages, install the program and collect: run "$@" again as root.
+become_root() {
+    [ "$(id -u)" -ne 0 ] || return 0
+    command -v sudo >/dev/null 2>&1 || fail "$1: run this as root"
+    exec sudo -- "$@"
+}
+
+# Installs those of the named distribution packages that are missing, and nothing when none is.
+need_packages() {
+    missing=
+    for package in "$@"; do
+        state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+        [ "$state" = installed ] || missing="$missing $package"
+    done
+    [ -n "$missing" ] || return 0
+    command -v apt-get >/dev/null 2>&1 || fail "please install:$missing"
+    say "installing:$missing"
+    export DEBIAN_FRONTEND=noninteractive
+    # shellcheck disable=SC2086  # a list of package names
+    { apt-get update -q && apt-get install -q -y --no-install-recommends $missing; } </dev/null \
+        >build/packages.log 2>&1 || { cat build/packages.log >&2; fail "packages could not be installed"; }
+}
+
+# Runs a build step quietly; what it said is shown only when it fails.
+quietly() {
+    log=$1
+    shift
+    "$@" </dev/null >"$log" 2>&1 || { cat "$log" >&2; fail "failed: $*"; }
+}
+
+# Configures a preset, unless it is configured, and builds its targets (all when none is named).
+build_preset() {
+    preset=$1
+    shift
+    say "building: $preset"
+    quietly "build/$preset.log" cmake --preset "$preset"
+    quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
+}

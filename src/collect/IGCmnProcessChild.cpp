@@ -1,0 +1,50 @@
+#include "collect/IGCmnProcessChild.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "collect/IGCmnProcess.h"
+#include "common/IGCmnMessage.h"
+
+// The texts come from the catalogue.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+// A tool starts as a shell would start it, whatever this program does with signals for itself.
+void restoreSignals(const sigset_t& mask) {
+    for (const int signo : {SIGINT, SIGTERM, SIGPIPE, SIGXFSZ}) {
+        ::signal(signo, SIG_DFL);
+    }
+    // Only now: what arrived since the fork ends the child here.
+    ::sigprocmask(SIG_SETMASK, &mask, nullptr);
+}
+
+[[noreturn]] void leave(const char* command, int error) {
+    if (error == ENOENT) {
+        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA125_W), command);
+    } else {
+        const char* text = ::strerrordesc_np(error);  // untranslated, and no allocation
+        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA140_W), "execv", error,
+                  text == nullptr ? "" : text);
+        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA141_W), "IGCmnProcess", __LINE__);
+    }
+    ::_exit(255);  // without flushing: the streams' buffers belong to the parent
+}
+
+}  // namespace
+
+[[noreturn]] void procChildRun(const exec_req& request, const sigset_t& mask, bool own_group) {
+    if (own_group) {
+        ::setpgid(0, 0);
+    }
+    ::close_range(STDERR_FILENO + 1, UINT_MAX, 0);  // also what our own caller left open
+    restoreSignals(mask);
+    ::execv(request.command_path, request.argv);
+    leave(request.command_path, errno);
+}

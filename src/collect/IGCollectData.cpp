@@ -1,0 +1,460 @@
+#include "collect/IGCollectData.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "collect/IGIndex.h"
+#include "collect/IGKernelFile.h"
+#include "common/IGAssert.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnList.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
+#include "common/IGCmnTime.h"
+#include "common/IGGuards.h"
+#include "common/IGKernelFileSystem.h"
+#include "common/IGRunState.h"
+#include "ini/IGCmnReplaceStr.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// The limit is configured in units of 512 bytes.
+constexpr int LIMIT_SHIFT = 9;
+
+// A directory that was made in the output, with the attributes it is to get in the end.
+struct MadeDirectory {
+    const char* path;
+    struct stat source;
+};
+
+// One data item while it is collected.
+struct Item {
+    memory_pool* memoryp;
+    root_tbl& root;
+    const data_block& block;
+    const char* data_dir = nullptr;   // normalised, without trailing slash
+    const char* path_name = nullptr;  // expanded and normalised
+    const char* index = nullptr;      // the index file, normalised
+    IndexRecord record{};
+    IgCmnListHeader* made = nullptr;     // MadeDirectory
+    const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
+    const char* first_destination = nullptr;
+    const char* prepared =
+        nullptr;  // the last directory below which everything is ready; null at first
+};
+
+// How the steps over the entries go on.
+enum class Step {
+    NEXT,         // with the next entry
+    INTERRUPTED,  // the item ends without a record
+    FAILED,       // -1
+    SIZE_LIMIT,   // COLLECT_SIZE_LIMIT
+};
+
+bool fitsLimit(const root_tbl& root, std::int64_t size) {
+    std::int64_t total = 0;
+    if (__builtin_add_overflow(run_state.total_size, size, &total)) {
+        total = INT64_MAX;
+    }
+    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
+        return false;
+    }
+    run_state.total_size = total;
+    return true;
+}
+
+void reportOverLimit(const char* shown, std::int64_t size) {
+    IgCmnMsg<ZEPA153_W>(shown, size);
+    IgMainSetSizeOver(1);
+}
+
+void reportCopied(const char* shown, std::int64_t size) {
+    IgCmnMsgInfo<ZEPA209_I>(shown, size);
+}
+
+bool addFile(Item& item, const char* relative) {
+    char* shown = IgCmnStrPrintable(item.memoryp, relative);
+    return shown != nullptr && IgCmnListAppend(item.memoryp, &item.record.files, shown) != -1;
+}
+
+// The path below the data directory; empty for the directory itself.
+const char* relativeName(const Item& item, const char* path) {
+    const char* rest = path + std::strlen(item.data_dir);
+    return *rest == '/' ? rest + 1 : rest;
+}
+
+// --- data that a tool wrote into the data directory ---
+
+// The first symbolic link on the way from the data directory to the entry, the entry itself
+// included, as a new text; null when there is none or memory ran out.
+char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
+    char* prefix = IgCmnStrdup(memoryp, path);
+    if (prefix == nullptr) {
+        return nullptr;
+    }
+    char* slash = prefix + std::strlen(item.data_dir);
+    while (slash != nullptr && *slash == '/') {
+        slash = std::strchr(slash + 1, '/');
+        if (slash != nullptr) {
+            *slash = '\0';
+        }
+        struct stat st = {};
+        if (::lstat(prefix, &st) == 0 && S_ISLNK(st.st_mode)) {
+            return prefix;
+        }
+        if (slash != nullptr) {
+            *slash = '/';
+        }
+    }
+    return nullptr;
+}
+
+// Leaves out a file over the limit: it does not stay in the output. Behind a link that leads out of
+// the output the link goes, and what it leads to stays; what only has a name like the output's
+// stays too.
+Step dropOverLimit(const Item& item, const char* path, const char* shown, std::int64_t size) {
+    reportOverLimit(shown, size);
+    if (path[std::strlen(item.data_dir)] != '/') {
+        return Step::NEXT;
+    }
+    LocalPool local;
+    const char* link = firstLink(item, path, local.get());
+    const char* removed = link != nullptr ? link : path;
+    if (std::remove(removed) != 0) {
+        IgCmnSysErrPath("remove", errno, removed);
+        return Step::SIZE_LIMIT;
+    }
+    return Step::NEXT;
+}
+
+Step countEntry(Item& item, const FileEntry& entry) {
+    if (IgMainIsInterrupted() != 0) {
+        return Step::INTERRUPTED;
+    }
+    const char* shown = IgCmnStrPrintable(item.memoryp, entry.path);
+    if (shown == nullptr) {
+        return Step::FAILED;
+    }
+    const std::int64_t size = entry.is_directory ? 0 : IgCmnFileGetSize(entry.path);
+    // The index may lie among a tool's output, but it is ours.
+    const bool is_index = std::strcmp(entry.path, item.index) == 0;
+    if (!entry.is_directory && !is_index && !fitsLimit(item.root, size)) {
+        return dropOverLimit(item, entry.path, shown, size);
+    }
+    reportCopied(shown, size);
+    return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
+}
+
+// --- data elsewhere ---
+
+// The lock files must not be opened: closing them again would drop our locks.
+bool isLockFile(const struct stat& st) {
+    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
+        std::array<char, PATH_MAX + 1> path{};
+        struct stat lock = {};
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
+            ::stat(path.data(), &lock) == 0 && lock.st_dev == st.st_dev &&
+            lock.st_ino == st.st_ino) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Brings one file in. While the run makes an archive a link serves, because tar follows it.
+bool bringFile(const Item& item, const char* source, const char* destination) {
+    struct stat st = {};
+    // What is not data counts as a failed copy, and so do the lock files.
+    if (::stat(source, &st) != 0 || !S_ISREG(st.st_mode) || isLockFile(st)) {
+        return false;
+    }
+    if (liesInKernelFileSystem(source)) {
+        return kernelFileCopy(source, destination);
+    }
+    const int link = item.root.output_file != nullptr ? 1 : 0;
+    return IgCmnFileCopy(source, destination, 0, link) == 1;
+}
+
+// Remembers a directory of the output for the attributes that it gets when everything is in it.
+bool rememberDirectory(Item& item, const char* source, const char* destination) {
+    struct stat there = {};
+    if (::lstat(destination, &there) != 0 || !S_ISDIR(there.st_mode)) {
+        return true;  // a file brought in earlier has become a directory since: not ours to change
+    }
+    auto* made = newFromPool<MadeDirectory>(item.memoryp);
+    if (made == nullptr) {
+        return false;
+    }
+    made->path = destination;
+    if (::stat(source, &made->source) != 0) {
+        return true;  // vanished since: there is nothing to take over
+    }
+    return IgCmnListAppend(item.memoryp, &item.made, made) != -1;
+}
+
+Step bringDirectory(Item& item, const FileEntry& entry, const char* shown,
+                    const char* destination) {
+    if (IgCmnFileMkdir(destination) != 0) {
+        IgCmnMsg<ZEPA130_W>();
+        return Step::NEXT;
+    }
+    reportCopied(shown, 0);
+    const bool kept = rememberDirectory(item, entry.path, destination);
+    return kept && addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
+}
+
+Step bringRegular(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
+    const std::int64_t size = IgCmnFileGetSize(entry.path);
+    if (!fitsLimit(item.root, size)) {
+        reportOverLimit(shown, size);
+        return Step::NEXT;
+    }
+    if (!bringFile(item, entry.path, destination)) {
+        IgCmnMsg<ZEPA130_W>();
+        IgCmnMsg<ZEPA151_E>("path", shown);
+        return Step::NEXT;
+    }
+    reportCopied(shown, size);
+    return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
+}
+
+// Makes the directories that the destination stands in. They lie in the output, which is ours
+// alone: one that is a link is a file brought in earlier that its owner has made a directory since,
+// and leads out.
+bool prepareParents(Item& item, const char* destination) {
+    const auto length = static_cast<std::size_t>(std::strrchr(destination, '/') - destination);
+    if (item.prepared != nullptr && std::strncmp(item.prepared, destination, length) == 0 &&
+        item.prepared[length] == '/') {
+        return true;
+    }
+    LocalPool local;
+    char* prefix = IgCmnStrdup(local.get(), destination);
+    if (prefix == nullptr) {
+        return false;
+    }
+    for (char* slash = std::strchr(prefix + std::strlen(item.data_dir) + 1, '/'); slash != nullptr;
+         slash = std::strchr(slash + 1, '/')) {
+        *slash = '\0';
+        struct stat st = {};
+        const bool ready = ::lstat(prefix, &st) == 0 && S_ISDIR(st.st_mode);
+        if (!ready && IgCmnFileMkdir(prefix) != 0) {  // says so when something else is in the way
+            return false;
+        }
+        *slash = '/';
+    }
+    item.prepared = destination;
+    return true;
+}
+
+Step bringEntry(Item& item, const FileEntry& entry) {
+    const char* destination = IgCmnStrCat(item.memoryp, item.data_dir, entry.path);
+    const char* shown = IgCmnStrPrintable(item.memoryp, entry.path);
+    if (destination == nullptr || shown == nullptr) {
+        return Step::FAILED;
+    }
+    if (!prepareParents(item, destination)) {
+        return Step::NEXT;
+    }
+    if (item.first_source == nullptr) {
+        item.first_source = entry.path;
+        item.first_destination = destination;
+    }
+    if (IgMainIsInterrupted() != 0) {
+        return Step::INTERRUPTED;
+    }
+    if (IgCmnFileIsTaken(destination) != 0) {
+        // The first copy of a name stays. A directory may have been made for what lies below it.
+        const bool kept = !entry.is_directory || rememberDirectory(item, entry.path, destination);
+        return kept ? Step::NEXT : Step::FAILED;
+    }
+    return entry.is_directory ? bringDirectory(item, entry, shown, destination)
+                              : bringRegular(item, entry, shown, destination);
+}
+
+// Gives a directory of the output the mode, owner and times of its source. Never through a link.
+void restoreAttributes(const char* path, const struct stat& source) {
+    const FdGuard fd(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
+        IgCmnSysErrPath("open", errno, path);
+        return;
+    }
+    const struct timespec times[] = {source.st_atim, source.st_mtim};
+    if (::fchmod(fd.get(), source.st_mode & 07777) != 0) {
+        IgCmnSysErrPath("chmod", errno, path);
+    } else if (::fchown(fd.get(), source.st_uid, source.st_gid) != 0) {
+        IgCmnSysErrPath("chown", errno, path);
+    } else if (::futimens(fd.get(), times) != 0) {
+        IgCmnSysErrPath("utime", errno, path);
+    }
+}
+
+// Cuts the path at its last slash; false when it has no parent but the root.
+bool cutToParent(char* path) {
+    char* slash = std::strrchr(path, '/');
+    if (slash == nullptr || slash == path) {
+        return false;
+    }
+    *slash = '\0';
+    return true;
+}
+
+// The directories above the first entry, upwards.
+void restoreAncestors(const Item& item) {
+    if (item.first_source == nullptr) {
+        return;
+    }
+    LocalPool local;
+    char* source = IgCmnStrdup(local.get(), item.first_source);
+    char* destination = IgCmnStrdup(local.get(), item.first_destination);
+    if (source == nullptr || destination == nullptr) {
+        return;
+    }
+    while (cutToParent(source) && cutToParent(destination)) {
+        struct stat st = {};
+        if (::stat(source, &st) != 0) {
+            IgCmnSysErrPath("stat", errno, source);
+            continue;
+        }
+        restoreAttributes(destination, st);
+    }
+}
+
+void restoreMade(const Item& item) {
+    for (const MadeDirectory& made : walkList<const MadeDirectory>(item.made)) {
+        restoreAttributes(made.path, made.source);
+    }
+}
+
+// --- the item ---
+
+// Expands and normalises; false ends the item silently.
+bool prepare(Item& item) {
+    char* data_dir = nullptr;
+    char* path_name = nullptr;
+    const char* expanded =
+        IgCmnReplaceStrs(item.block.path_name, 1, &item.root, item.memoryp, nullptr);
+    if (expanded == nullptr || IgCmnFileNormPath(item.memoryp, item.root.d, &data_dir) != 0 ||
+        IgCmnFileNormPath(item.memoryp, expanded, &path_name) != 0) {
+        return false;
+    }
+    item.data_dir = data_dir;
+    item.path_name = path_name;
+    item.record.path_name = path_name;
+    const char* index = indexPath(item.memoryp, item.root);
+    char* normal_index = nullptr;
+    if (index == nullptr || IgCmnFileNormPath(item.memoryp, index, &normal_index) != 0) {
+        return false;
+    }
+    item.index = normal_index;
+    return true;
+}
+
+// Whether the item names output of the pattern's own tools: a comparison of texts, on the directory
+// that is looked into.
+bool isOwnOutput(const Item& item) {
+    std::size_t length = std::strlen(item.path_name);
+    if (IgCmnFileIsDir(item.path_name) == 0) {
+        length = static_cast<std::size_t>(std::strrchr(item.path_name, '/') - item.path_name);
+    }
+    const std::size_t data_dir_length = std::strlen(item.data_dir);
+    return length >= data_dir_length &&
+           std::strncmp(item.path_name, item.data_dir, data_dir_length) == 0;
+}
+
+void describe(Item& item) {
+    std::array<char, TIME_STAMP_SIZE> stamp{};
+    IgCmnGetTimeStamp(stamp.data());
+    std::memcpy(item.record.date.data(), stamp.data(), item.record.date.size() - 1);
+    item.record.type = item.block.file_type;
+    if (item.block.file_type_word != nullptr) {
+        std::snprintf(item.record.type_word.data(), item.record.type_word.size(), "%s",
+                      item.block.file_type_word);
+    }
+    item.record.description = item.block.description;
+}
+
+Step eachEntry(Item& item, const IgCmnListHeader* entries,
+               Step (*take)(Item& item, const FileEntry& entry)) {
+    for (const FileEntry& entry : walkList<const FileEntry>(entries)) {
+        if (const Step step = take(item, entry); step != Step::NEXT) {
+            return step;
+        }
+    }
+    return Step::NEXT;
+}
+
+bool makeDataDirectory(const char* data_dir) {
+    return IgCmnFileExists(data_dir) != 0 || IgCmnFileMkdir(data_dir) == 0;
+}
+
+// 0 with the record in `records` when there is one, else the item's result.
+int collectItem(Item& item, IgCmnListHeader** records) {
+    if (!prepare(item)) {
+        return 0;
+    }
+    const bool own_output = isOwnOutput(item);
+    IgCmnListHeader* entries = nullptr;
+    if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp) == -1) {
+        return -1;
+    }
+    if (entries == nullptr) {
+        if (IgMainIsInterrupted() == 0) {
+            IgCmnMsg<ZEPA129_W>(item.path_name);
+        }
+        return 0;
+    }
+    if (!own_output && !makeDataDirectory(item.data_dir)) {
+        return 0;
+    }
+    describe(item);
+    switch (eachEntry(item, entries, own_output ? countEntry : bringEntry)) {
+        case Step::NEXT:
+            break;
+        case Step::INTERRUPTED:
+            return 0;
+        case Step::SIZE_LIMIT:
+            return COLLECT_SIZE_LIMIT;
+        default:
+            return -1;
+    }
+    if (IgCmnListAppend(item.memoryp, records, &item.record) == -1) {
+        return -1;
+    }
+    restoreMade(item);
+    restoreAncestors(item);
+    return 0;
+}
+
+}  // namespace
+
+int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_block) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(root_tblp);
+    IG_ASSERT_NOT_NULL(data_block);
+    if (IgCmnFileIsDir(root_tblp->output_dir) == 0) {
+        IgCmnMsg<ZEPA104_E>(static_cast<const char*>(root_tblp->output_dir));
+        return -1;
+    }
+    if (IgCmnFileIsDir(root_tblp->d) == 0 && IgCmnFileMkdir(root_tblp->d) != 0) {
+        return -1;
+    }
+    Item item{.memoryp = memoryp, .root = *root_tblp, .block = *data_block};
+    IgCmnListHeader* records = nullptr;
+    const int result = collectItem(item, &records);
+    if (result != 0) {
+        return result;
+    }
+    IgCmnMsgInfo<ZEPA210_I>(run_state.total_size);
+    return records == nullptr ? 0 : indexAppend(memoryp, *root_tblp, item.data_dir, records);
+}

@@ -1,0 +1,116 @@
+#include "collect/IGExeTool.h"
+
+#include <array>
+#include <climits>
+#include <cstring>
+
+#include "collect/IGCmnProcess.h"
+#include "common/IGAssert.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnLog.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
+#include "common/IGCmnTime.h"
+#include "common/IGRunState.h"
+#include "ini/IGCmnReplaceStr.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// One tool with its special strings expanded.
+struct Tool {
+    const char* command_line;
+    const char* redirect_path;  // null when the block has none
+    std::array<char, PATH_MAX + 1> stderr_path;
+};
+
+bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block, Tool& tool) {
+    tool.command_line = IgCmnReplaceStrs(block.command_line, 1, &root, memoryp, nullptr);
+    if (tool.command_line == nullptr ||
+        IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, TOOL_STDERR_NAME, tool.stderr_path.data(),
+                            tool.stderr_path.size()) == 0) {
+        return false;
+    }
+    tool.redirect_path = nullptr;
+    if (block.redirect_path != nullptr) {
+        tool.redirect_path = IgCmnReplaceStrs(block.redirect_path, 1, &root, memoryp, nullptr);
+        return tool.redirect_path != nullptr;
+    }
+    return true;
+}
+
+void announceStart(const Tool& tool, tool_block& block) {
+    std::array<char, TIME_STAMP_SIZE> stamp{};
+    IgCmnGetTimeStamp(stamp.data());
+    std::memcpy(block.start_stamp.data(), stamp.data(), block.start_stamp.size() - 1);
+    block.start_stamp.back() = '\0';
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA206_I>(tool.command_line, static_cast<const char*>(now.data()), block.timeout);
+}
+
+void announceEnd(std::int32_t exit_cd, std::int32_t status) {
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA207_I>(exit_cd, status, static_cast<const char*>(now.data()));
+}
+
+// Proves that the command line can be split. `names_program` tells whether it holds anything to
+// run.
+bool canBeSplit(memory_pool* memoryp, const char* command_line, bool& names_program) {
+    char* command = nullptr;
+    char* options = nullptr;
+    if (IgCmnFileSplitCmdOpt(command_line, &command, &options, memoryp) != 0) {
+        return false;
+    }
+    names_program = command != nullptr;
+    return command == nullptr || IgCmnStrRemoveDQ(memoryp, command) != nullptr;
+}
+
+void showErrorOutput(const char* path) {
+    if (IgCmnFileExists(path) != 0 && IgCmnFileGetSize(path) > 0) {
+        IgCmnMsgInfo<ZEPA208_W>();
+        IgCmnMsgCopyFile(path);
+    }
+}
+
+}  // namespace
+
+int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(root_tblp);
+    IG_ASSERT_NOT_NULL(tool_block);
+    Tool tool{};
+    if (!expand(memoryp, *root_tblp, *tool_block, tool)) {
+        return -1;
+    }
+    if (IgMainIsInterrupted() != 0) {
+        return TOOL_INTERRUPTED;
+    }
+    announceStart(tool, *tool_block);
+    bool names_program = false;
+    if (!canBeSplit(memoryp, tool.command_line, names_program)) {
+        return -1;
+    }
+    exec_req request;
+    request.stdout_path = tool.redirect_path;
+    request.stderr_path = tool.stderr_path.data();
+    request.timeout = tool_block->timeout;
+    request.timeout_signal = tool_block->timeout_signal;
+    request.wait_termination = tool_block->wait_termination;
+    std::int32_t exit_cd = 0;
+    std::int32_t status = 0;
+    const int result =
+        IgCmnExecCmdlineStr(tool.command_line, tool.command_line, &request, &exit_cd, &status);
+    if (result == EXEC_FAILED) {
+        exit_cd = 255;
+        status = 0;
+    }
+    announceEnd(exit_cd, status);
+    if (result != EXEC_FAILED && names_program && tool.redirect_path == nullptr) {
+        showErrorOutput(tool.stderr_path.data());
+    }
+    return 0;
+}

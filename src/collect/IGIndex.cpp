@@ -1,0 +1,111 @@
+#include "collect/IGIndex.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "common/IGCmnFile.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGGuards.h"
+#include "common/IGRunState.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+void printFiles(IndexFile& index, const IgCmnListHeader* files, const char* prefix) {
+    if (files == nullptr || files->count == 0) {
+        index.print("FILE:%s%s%s\n", "", "", "");
+        return;
+    }
+    for (const char& name : walkStrings(files)) {
+        index.print("FILE:%s%s%s\n", prefix, prefix[0] == '\0' ? "" : "/", &name);
+    }
+}
+
+void printDescriptions(IndexFile& index, const IgCmnListHeader* description) {
+    if (description == nullptr) {
+        index.print("DESC:\n");
+    }
+    for (const char& text : walkStrings(description)) {
+        index.print("DESC:%s\n", &text);
+    }
+}
+
+const char* typeText(const IndexRecord& record) {
+    switch (record.type) {
+        case FILE_TEXT:
+            return "text";
+        case FILE_BINARY:
+            return "binary";
+        case FILE_ARCHIVE:
+            return "archive";
+        case FILE_DIRECTORY:
+            return "directory";
+        default:
+            return record.type_word.data();
+    }
+}
+
+void printRecord(IndexFile& index, const IndexRecord& record, const char* prefix) {
+    index.print("\n");
+    printFiles(index, record.files, prefix);
+    printDescriptions(index, record.description);
+    index.print("DATE:%s\n", record.date.data());
+    index.print("TYPE:%s\n", typeText(record));
+}
+
+}  // namespace
+
+IndexFile::IndexFile(const char* path, const char* mode, SourcePlace place) : place_(place) {
+    const UmaskGuard mask(PRIVATE_MASK);
+    good_ = IgCmnFileOpen(&file_, path, mode) == 0;
+}
+
+IndexFile::~IndexFile() {
+    IgCmnFileClose(&file_);
+}
+
+void IndexFile::print(const char* format, ...) {
+    if (!good_) {
+        return;
+    }
+    std::va_list args;
+    va_start(args, format);
+    const int written = std::vfprintf(file_.stream, format, args);
+    va_end(args);
+    if (written < 0) {
+        IgCmnSysErrPath("fprintf", errno, file_.name, place_);
+        good_ = false;
+    }
+}
+
+int IndexFile::finish() {
+    return good_ && IgCmnFileFlush(&file_) == 0 ? 0 : -1;
+}
+
+const char* indexPath(memory_pool* memoryp, const root_tbl& root) {
+    const char* directory = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    return directory == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, INDEX_NAME);
+}
+
+int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir,
+                const IgCmnListHeader* records) {
+    const char* output = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    const char* path = indexPath(memoryp, root);
+    char* directory = nullptr;  // however the base directory is spelt
+    if (output == nullptr || path == nullptr ||
+        IgCmnFileNormPath(memoryp, output, &directory) != 0) {
+        return -1;
+    }
+    const char* slash = std::strrchr(data_dir, '/');
+    const char* last = slash == nullptr ? data_dir : slash + 1;
+    const char* prefix = std::strcmp(directory, data_dir) == 0 ? "" : last;
+    IndexFile index(path, "a");
+    for (const IndexRecord& record : walkList<const IndexRecord>(records)) {
+        printRecord(index, record, prefix);
+    }
+    return index.finish();
+}

@@ -1,0 +1,58 @@
+// The index file: it tells which data item brought which files of the output.
+#ifndef QUENDIL_COLLECT_IGINDEX_H
+#define QUENDIL_COLLECT_IGINDEX_H
+
+#include <array>
+#include <cstdint>
+
+#include "common/IGCmnFile.h"
+#include "common/IGCmnList.h"
+#include "common/IGCmnMemory.h"
+#include "common/IGSourcePlace.h"
+
+struct root_tbl;
+
+inline constexpr const char* INDEX_NAME = "quendil_index";
+/// Longest type word that the index shows, in bytes.
+inline constexpr std::size_t INDEX_TYPE_LENGTH = 31;
+
+/// One record: what one data item produced.
+struct IndexRecord {
+    std::array<char, 13> date;  // YYMMDDhhmmss, when the item was listed; or empty
+    const char* path_name;      // expanded; kept, not written
+    IgCmnListHeader* files;     // names relative to the data directory; null when none
+    std::int32_t type;          // FileType
+    std::array<char, INDEX_TYPE_LENGTH + 1> type_word;  // for FILE_OTHER
+    const IgCmnListHeader* description;                 // strings; null when the item has none
+};
+
+/// The open index. Every line goes through print(), which reports the first failure at the place
+/// that opened the index; the rest of the lines is then left out.
+class IndexFile {
+  public:
+    /// `mode` is "w" or "a"; a failure to open is reported. The file is readable by its owner
+    /// alone.
+    IndexFile(const char* path, const char* mode, SourcePlace place = SourcePlace::current());
+    ~IndexFile();
+    IndexFile(const IndexFile&) = delete;
+    IndexFile& operator=(const IndexFile&) = delete;
+
+    __attribute__((format(printf, 2, 3))) void print(const char* format, ...);
+    /// Flushes; 0 when everything was written, else -1 (reported).
+    int finish();
+
+  private:
+    IgCmnFileHandle file_{};
+    SourcePlace place_;
+    bool good_;
+};
+
+/// The index's path in the output directory; null when memory runs out.
+const char* indexPath(memory_pool* memoryp, const root_tbl& root);
+
+/// Appends the records of the list. File names get the data directory's last component in front
+/// when that is not the output directory itself. 0, or -1 after reporting.
+int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir,
+                const IgCmnListHeader* records);
+
+#endif

@@ -1,0 +1,328 @@
+#include "common/IGCmnFile.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/IGAncestor.h"
+#include "common/IGAssert.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGGuards.h"
+#include "common/IGRunState.h"
+
+namespace {
+
+int openFlags(const char* mode) {
+    switch (mode[0]) {
+        case 'w':
+            return O_WRONLY | O_CREAT | O_TRUNC;
+        case 'a':
+            return O_WRONLY | O_CREAT | O_APPEND;
+        default:
+            return O_RDONLY | O_NONBLOCK | O_NOCTTY;
+    }
+}
+
+// Runs a command line through the shell, as system(3) does, and notices when SIGINT ended it: the
+// terminal sends that signal to the command and not only to us.
+int runShell(const char* command) {
+    errno = 0;
+    const int status = std::system(command);
+    const ErrnoKeeper keeper;
+    if (status != -1 &&
+        ((status & 0x7f) == SIGINT || (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT))) {
+        IgMainSetInterrupted(SIGINT);
+    } else if (run_state.interrupted != 0) {
+        IgMainIgnoreSignals();  // system(3) put back the action that it had found
+    }
+    return status;
+}
+
+std::int64_t sizeBelow(const char* path, const Ancestor* ancestors) {
+    struct stat st = {};
+    if (::stat(path, &st) != 0) {
+        IgCmnSysErrPath("stat", errno, path);
+        return 0;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        return st.st_size;
+    }
+    if (Ancestor::contains(ancestors, st)) {
+        return 0;
+    }
+    const Ancestor here{st.st_dev, st.st_ino, ancestors};
+    LocalPool local;
+    IgCmnListHeader* names = nullptr;
+    IgCmnDirReadNames(path, nullptr, &names, local.get());  // reports; what was read still counts
+    std::int64_t sum = 0;
+    for (const char& name : walkStrings(names)) {
+        const char* entry = IgCmnStrCatDir(local.get(), path, &name);
+        if (entry == nullptr) {
+            break;
+        }
+        sum += sizeBelow(entry, &here);
+    }
+    return sum;
+}
+
+int linkTo(const char* source, const char* destination, int overwrite) {
+    const FdGuard readable(IgCmnFileOpenForReading(source));
+    if (!readable) {
+        return 0;
+    }
+    if (overwrite == 1) {
+        ::unlink(destination);
+    }
+    return ::symlink(source, destination) == 0 ? 1 : 0;
+}
+
+void reportRemoval(int status, int error, const char* command) {
+    const bool call_failed = status == -1 && error != 0;
+    IgCmnSysErr({.call = "system",
+                 .error = call_failed ? error : status,
+                 .text = call_failed ? nullptr : "rm command failed",
+                 .what = "command",
+                 .subject = command});
+}
+
+}  // namespace
+
+int IgCmnFileOpenForReading(const char* path) {
+    const FdGuard looked_at(::open(path, O_PATH | O_CLOEXEC));
+    struct stat st = {};
+    if (!looked_at || ::fstat(looked_at.get(), &st) != 0) {
+        return -1;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        errno = ENOTSUP;
+        return -1;
+    }
+    std::array<char, 32> same{};  // the very file that was looked at
+    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at.get());
+    return ::open(same.data(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+std::FILE* IgCmnFileOpenStream(const char* path, const char* mode, int flags) {
+    FdGuard fd(::open(path, openFlags(mode) | flags | O_CLOEXEC, 0666));
+    if (!fd) {
+        return nullptr;
+    }
+    std::FILE* stream = ::fdopen(fd.get(), mode);
+    if (stream != nullptr) {
+        static_cast<void>(fd.release());
+    }
+    return stream;
+}
+
+std::size_t IgCmnFileReadLine(std::FILE* stream, char* line, std::size_t size) {
+    std::size_t length = 0;
+    int c = 0;
+    while (length + 1 < size && c != '\n' && (c = std::getc(stream)) != EOF) {
+        line[length++] = static_cast<char>(c);
+    }
+    line[length] = '\0';
+    return length;
+}
+
+int IgCmnFileOpen(IgCmnFileHandle* handle, const char* name, const char* mode) {
+    IG_ASSERT_NOT_NULL(handle);
+    IG_ASSERT_NOT_NULL(name);
+    IG_ASSERT_NOT_NULL(mode);
+    *handle = IgCmnFileHandle{};
+    handle->stream = IgCmnFileOpenStream(name, mode, mode[0] == 'r' ? 0 : O_NOFOLLOW);
+    if (handle->stream == nullptr) {
+        IgCmnSysErrPath("fopen", errno, name);
+        return FILE_FAILED;
+    }
+    handle->name = IgCmnStrdup(&handle->pool, name);
+    if (handle->name == nullptr) {
+        IgCmnFileClose(handle);
+        return -1;
+    }
+    handle->line_no = 1;
+    return 0;
+}
+
+void IgCmnFileClose(IgCmnFileHandle* handle) {
+    IG_ASSERT_NOT_NULL(handle);
+    if (handle->stream != nullptr) {
+        std::fclose(handle->stream);
+    }
+    IgCmnMemoryFree(&handle->pool, nullptr, 0);
+    *handle = IgCmnFileHandle{};
+}
+
+int IgCmnFileFlush(IgCmnFileHandle* handle) {
+    IG_ASSERT_NOT_NULL(handle);
+    if (handle->stream != nullptr && std::fflush(handle->stream) != 0) {
+        IgCmnSysErrPath("fflush", errno, handle->name);
+        return FILE_FAILED;
+    }
+    return 0;
+}
+
+int concat_data(memory_pool* memoryp, char** destination, std::uint32_t* size, const char* source) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(destination);
+    IG_ASSERT_NOT_NULL(size);
+    IG_ASSERT_NOT_NULL(source);
+    const std::size_t old_length = *destination == nullptr ? 0 : std::strlen(*destination);
+    const std::size_t source_length = std::strlen(source);
+    const std::size_t needed = old_length + source_length + 1;
+    if (*destination == nullptr || *size < needed) {
+        auto* grown = static_cast<char*>(
+            IgCmnMemoryRealloc(memoryp, *destination, *destination == nullptr ? 0 : *size, needed));
+        if (grown == nullptr) {
+            return -1;
+        }
+        *destination = grown;
+        *size = static_cast<std::uint32_t>(needed);
+    }
+    std::memcpy(*destination + old_length, source, source_length + 1);
+    return 0;
+}
+
+int IgCmnFileExists(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    struct stat st = {};
+    return ::stat(path, &st) == 0 ? 1 : 0;
+}
+
+int IgCmnFileIsTaken(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    struct stat st = {};
+    return ::lstat(path, &st) == 0 ? 1 : 0;
+}
+
+int IgCmnFileIsDir(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    struct stat st = {};
+    return ::stat(path, &st) == 0 && S_ISDIR(st.st_mode) ? 1 : 0;
+}
+
+int IgCmnFileMkdir(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    return makeDirectoryWithMode(path, 0777);
+}
+
+int makeDirectoryWithMode(const char* path, mode_t mode) {
+    const UmaskGuard mask(0);
+    if (::mkdir(path, mode) != 0) {
+        IgCmnSysErrPath("mkdir", errno, path);
+        return 1;
+    }
+    return 0;
+}
+
+int IgCmnFileCreateDirAllPath(const char* dirpath) {
+    IG_ASSERT_NOT_NULL(dirpath);
+    if (IgCmnIsAbsPath(dirpath) == 0) {
+        return -1;
+    }
+    LocalPool local;
+    char* path = IgCmnStrdup(local.get(), dirpath);
+    if (path == nullptr) {
+        return -1;
+    }
+    for (char* slash = std::strchr(path + 1, '/'); slash != nullptr;
+         slash = std::strchr(slash + 1, '/')) {
+        if (slash[-1] == '/') {
+            continue;
+        }
+        *slash = '\0';
+        if (IgCmnFileIsDir(path) == 0 && IgCmnFileMkdir(path) != 0) {
+            return -1;
+        }
+        *slash = '/';
+    }
+    return 0;
+}
+
+int IgCmnFileRemoveAll(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    constexpr const char* FORMAT = R"(%s -rf "%s" 2> /dev/null)";
+    LocalPool local;
+    const char* escaped = IgCmnStrShellEscape(local.get(), path);
+    if (escaped == nullptr) {
+        return 1;
+    }
+    const std::size_t size = std::strlen(FORMAT) + std::strlen(escaped) + 11;
+    auto* command = newFromPool<char>(local.get(), size);
+    if (command == nullptr) {
+        return 1;
+    }
+    std::snprintf(command, size, FORMAT, "/bin/rm", escaped);
+    const int status = runShell(command);
+    if (status != 0) {
+        reportRemoval(status, errno, command);
+        return 1;
+    }
+    return 0;
+}
+
+std::int64_t IgCmnFileGetSize(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    return sizeBelow(path, nullptr);
+}
+
+int IgCmnFileCheckMode(const char* path, std::uint16_t bits) {
+    IG_ASSERT_NOT_NULL(path);
+    struct stat st = {};
+    if (::stat(path, &st) != 0) {
+        return 0;
+    }
+    const mode_t wanted = S_ISDIR(st.st_mode) ? bits | S_IXUSR : bits;
+    return (st.st_mode & wanted) == wanted ? 1 : 0;
+}
+
+int IgCmnFileCopy(const char* src, const char* dest, int overwrite, int link) {
+    IG_ASSERT_NOT_NULL(src);
+    IG_ASSERT_NOT_NULL(dest);
+    if (link != 0) {
+        return linkTo(src, dest, overwrite);
+    }
+    if (overwrite != 1 && IgCmnFileExists(dest) != 0) {
+        return 0;
+    }
+    constexpr const char* FORMAT = R"(/bin/cp -p "%s" "%s" 2> /dev/null)";
+    LocalPool local;
+    const char* from = IgCmnStrShellEscape(local.get(), src);
+    const char* to = IgCmnStrShellEscape(local.get(), dest);
+    if (from == nullptr || to == nullptr) {
+        return 0;
+    }
+    const std::size_t size = std::strlen(FORMAT) + std::strlen(from) + std::strlen(to);
+    auto* command = newFromPool<char>(local.get(), size);
+    if (command == nullptr) {
+        return 0;
+    }
+    std::snprintf(command, size, FORMAT, from, to);
+    return runShell(command) == 0 ? 1 : 0;
+}
+
+int IgCmnFileChdir(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    if (::chdir(path) != 0) {
+        IgCmnSysErrPath("chdir", errno, path);
+        return -1;
+    }
+    return 0;
+}
+
+char* IgCmnFileGetCwd(char* buffer, std::size_t size) {
+    IG_ASSERT_NOT_NULL(buffer);
+    if (::getcwd(buffer, size) == nullptr) {
+        IgCmnSysErrPlain("getcwd", errno);
+        return nullptr;
+    }
+    return buffer;
+}

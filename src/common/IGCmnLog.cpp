@@ -1,0 +1,348 @@
+#include "common/IGCmnLog.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "common/IGAssert.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnMessageState.h"
+#include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
+#include "common/IGCmnTime.h"
+#include "common/IGGuards.h"
+#include "common/IGRunState.h"
+
+// History texts come from the catalogue.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+using Path = std::array<char, PATH_MAX + 1>;
+
+constexpr std::int32_t HISTORY_LIMIT = 9933;  // 97 % of 10240 bytes, rounded up
+
+bool logPath(const char* name, Path& path) {
+    return IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, name, path.data(), path.size()) != 0;
+}
+
+// Makes room for a new run log: the present one becomes the old one.
+bool rotateRunLog(const Path& current, const Path& old) {
+    if (IgCmnFileExists(current.data()) == 0) {
+        return true;
+    }
+    if (IgCmnFileExists(old.data()) != 0 && std::remove(old.data()) != 0) {
+        IgCmnSysErrPath("remove", errno, old.data());
+        return false;
+    }
+    if (std::rename(current.data(), old.data()) != 0) {
+        IgCmnSysErrPath("rename", errno, current.data());
+        return false;
+    }
+    return true;
+}
+
+// The history log's lock. It is held until the end of the scope and its file is never removed.
+class HistoryLock {
+  public:
+    enum class Wait { KERNEL, POLLING };
+
+    explicit HistoryLock(Wait wait) {
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, HISTORY_LOCK_NAME, path_.data(),
+                                path_.size()) == 0) {
+            return;
+        }
+        fd_.reset(::open(path_.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        if (!fd_) {
+            failed_call_ = "open";
+            return;
+        }
+        held_ = wait == Wait::KERNEL ? lockWaiting() : lockPolling();
+        if (!held_) {
+            failed_call_ = "fcntl";
+        }
+    }
+    [[nodiscard]] bool held() const { return held_; }
+    /// The call that failed, with its error still in errno; null when none did.
+    [[nodiscard]] const char* failedCall() const { return failed_call_; }
+    [[nodiscard]] const Path& path() const { return path_; }
+
+  private:
+    static struct flock wholeFile() {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        return lock;
+    }
+    bool lockWaiting() {
+        struct flock lock = wholeFile();
+        return ::fcntl(fd_.get(), F_SETLKW, &lock) != -1;
+    }
+    bool lockPolling() {
+        for (;;) {
+            struct flock lock = wholeFile();
+            if (::fcntl(fd_.get(), F_SETLK, &lock) != -1) {
+                return true;
+            }
+            if (errno != EACCES && errno != EAGAIN) {
+                return false;
+            }
+            struct timeval pause = {0, 100000};
+            ::select(0, nullptr, nullptr, nullptr, &pause);
+        }
+    }
+
+    Path path_{};
+    FdGuard fd_;
+    bool held_ = false;
+    const char* failed_call_ = nullptr;
+};
+
+bool isSuperUser() {
+    return run_hooks.is_super_user != nullptr && run_hooks.is_super_user() == 0;
+}
+
+// A warning of the rotation, which runs before there is a run log: it goes to the standard error.
+void warn(const char* call, int error, const char* path,
+          SourcePlace place = SourcePlace::current()) {
+    IgCmnMsg<ZEPA140_W>(call, error, IgCmnStrError(error, 0));
+    IgCmnMsg<ZEPA152_W>("path", path);
+    const auto unit = place.unit();
+    IgCmnMsg<ZEPA141_W>(unit.data(), place.line);
+}
+
+void rotateHistory(const Path& current, const Path& old) {
+    const std::int64_t size =
+        IgCmnFileExists(current.data()) != 0 ? IgCmnFileGetSize(current.data()) : 0;
+    if (size < HISTORY_LIMIT) {
+        return;
+    }
+    if (IgCmnFileExists(old.data()) != 0 && std::remove(old.data()) != 0) {
+        warn("remove", errno, old.data());
+        return;
+    }
+    if (std::rename(current.data(), old.data()) != 0) {
+        warn("rename", errno, current.data());
+    }
+}
+
+// One line of a history failure, straight into the run log.
+void writeFailureLine(const char* text, ...) {
+    std::va_list args;
+    va_start(args, text);
+    const int written = std::vfprintf(msg_state.log, text, args);
+    va_end(args);
+    if (written < 0) {
+        msgLogFailed("fprintf", errno);
+    }
+}
+
+// What became of a history line: the call that failed, null for none, with what it was about.
+struct HistoryResult {
+    const char* call = nullptr;
+    int error = 0;
+    Path path{};
+    SourcePlace place{};
+
+    void fail(const char* failed_call, SourcePlace where = SourcePlace::current()) {
+        error = errno;
+        call = failed_call;
+        place = where;
+    }
+};
+
+// Appends the line, or nothing of it: what a failed write has left is cut off again.
+void appendHistoryLine(const char* text, std::va_list args, HistoryResult& result) {
+    if (!logPath(HISTORY_NAME, result.path)) {
+        return;
+    }
+    const UmaskGuard mask(PRIVATE_MASK);
+    FileGuard history(IgCmnFileOpenStream(result.path.data(), "a"));
+    struct stat before = {};
+    if (!history || ::fstat(::fileno(history.get()), &before) != 0) {
+        result.fail("fopen");
+        return;
+    }
+    if (std::vfprintf(history.get(), text, args) < 0) {
+        result.fail("vfprintf");
+    } else if (std::fflush(history.get()) != 0) {
+        result.fail("fflush");
+    }
+    std::fclose(history.release());  // before cutting: closing writes what is still buffered
+    if (result.call != nullptr && ::truncate(result.path.data(), before.st_size) != 0) {
+        errno = result.error;  // the failed write is what counts
+    }
+}
+
+// Locks, appends, unlocks. Nothing is reported before the log and its lock are closed: a report
+// that fails ends the run, and the end writes to this log again.
+HistoryResult writeHistoryLine(const char* text, std::va_list args) {
+    HistoryResult result;
+    const HistoryLock lock(HistoryLock::Wait::POLLING);
+    if (lock.held()) {
+        appendHistoryLine(text, args, result);
+    } else if (lock.failedCall() != nullptr) {
+        result.fail(lock.failedCall());
+        result.path = lock.path();
+    }
+    return result;
+}
+
+// A line, or the next 1023 bytes of a longer one. Bytes, not a text: a tool may print a NUL.
+struct Piece {
+    std::array<char, 1024> bytes;
+    std::size_t length;
+};
+
+int writeBytes(const char* bytes, std::size_t length) {
+    if (std::fwrite(bytes, 1, length, msg_state.log) != length) {
+        IgCmnSysErrPlain("fputs", errno);
+        return -1;
+    }
+    return 0;
+}
+
+// Copies the rest of `source` into the run log; `last` keeps the last piece.
+int copyPieces(std::FILE* source, const char* path, Piece& last) {
+    Piece piece{};
+    while ((piece.length = IgCmnFileReadLine(source, piece.bytes.data(), piece.bytes.size())) > 0) {
+        last = piece;
+        if (writeBytes(piece.bytes.data(), piece.length) != 0) {
+            return -1;
+        }
+    }
+    if (std::ferror(source) != 0) {
+        IgCmnSysErrPath("fgets", errno, path);
+        return -1;
+    }
+    return 0;
+}
+
+// Ends an unfinished last line, then proves that the locale can read it.
+int endLastLine(const Piece& last) {
+    if (last.length == 0) {
+        return 0;
+    }
+    if (last.bytes[last.length - 1] != '\n' && writeBytes("\n", 1) != 0) {
+        return -1;
+    }
+    LocalPool pool;
+    return IgCmnMBS2WCS(pool.get(), last.bytes.data()) == nullptr ? -1 : 0;
+}
+
+}  // namespace
+
+int IgCmnMsgOpenLog() {
+    Path current{};
+    Path old{};
+    if (!logPath(RUN_LOG_NAME, current) || !logPath(OLD_RUN_LOG_NAME, old) ||
+        !rotateRunLog(current, old)) {
+        return -1;
+    }
+    {
+        const UmaskGuard mask(PRIVATE_MASK);
+        msg_state.log = IgCmnFileOpenStream(current.data(), "w");
+    }
+    if (msg_state.log == nullptr) {
+        IgCmnSysErrPath("fopen", errno, current.data());
+        return -1;
+    }
+    msg_state.log_path = current;
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA201_I>(QUENDIL_VERSION, static_cast<const char*>(now.data()));
+    msg_state.log_opened = 1;  // after its first line: nobody need look at a log that has none
+    return 0;
+}
+
+void IgCmnMsgCloseLog() {
+    if (msg_state.log == nullptr) {
+        return;
+    }
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA213_I>(static_cast<const char*>(now.data()), IgMainGetRetCode());
+    std::fclose(msg_state.log);
+    msg_state.log = nullptr;
+}
+
+int IgCmnMsgCopyFile(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    if (msg_state.log == nullptr || IgCmnFileExists(path) == 0) {
+        return -1;
+    }
+    const FileGuard source(IgCmnFileOpenStream(path, "r"));
+    if (!source) {
+        IgCmnSysErrPath("fopen", errno, path);
+        return -1;
+    }
+    Piece last{};
+    if (copyPieces(source.get(), path, last) != 0) {
+        return -1;
+    }
+    const int ended = endLastLine(last);
+    if (std::fflush(msg_state.log) != 0) {
+        IgCmnSysErrPlain("fflush", errno);
+        return -1;
+    }
+    return ended;
+}
+
+void IgCmnMsgHistRotate() {
+    if (!isSuperUser()) {
+        return;
+    }
+    const HistoryLock lock(HistoryLock::Wait::KERNEL);
+    if (!lock.held()) {
+        if (lock.failedCall() != nullptr) {
+            warn(lock.failedCall(), errno, lock.path().data());
+        }
+        return;
+    }
+    Path current{};
+    Path old{};
+    if (logPath(HISTORY_NAME, current) && logPath(OLD_HISTORY_NAME, old)) {
+        rotateHistory(current, old);
+    }
+}
+
+void IgCmnMsgHist(int number, ...) {
+    const char* text = IgCmnMsgGetText(number);
+    if (text == nullptr || !isSuperUser()) {
+        return;
+    }
+    std::va_list args;
+    va_start(args, number);
+    const HistoryResult result = writeHistoryLine(text, args);
+    va_end(args);
+    if (result.call != nullptr) {
+        errno = result.error;
+        IgCmnMsgHistSysErr(result.call, result.path.data(), result.place);
+    }
+}
+
+void IgCmnMsgHistSysErr(const char* call, const char* path, SourcePlace place) {
+    const int error = errno;
+    call = call == nullptr ? "(null)" : call;
+    path = path == nullptr ? "(null)" : path;
+    if (msg_state.log == nullptr) {
+        warn(call, error, path, place);
+        return;
+    }
+    const auto unit = place.unit();
+    writeFailureLine(IgCmnMsgGetText(ZEPA140_W), call, error, IgCmnStrError(error, 0));
+    writeFailureLine(IgCmnMsgGetText(ZEPA152_W), "path", path);
+    writeFailureLine(IgCmnMsgGetText(ZEPA141_W), unit.data(), place.line);
+    if (std::fflush(msg_state.log) != 0) {
+        msgLogFailed("fflush", errno);
+    }
+}

@@ -1,0 +1,284 @@
+#include "common/IGCmnMessage.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "common/IGCmnMemory.h"
+#include "common/IGCmnMessageState.h"
+#include "common/IGCmnProgress.h"
+#include "common/IGRunState.h"
+
+// The texts come from the catalogue; IgCmnMsg<> has compared them with their arguments.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+MsgState msg_state;
+
+namespace {
+
+constexpr const char* MEMORY_WARNING = "ZEPA143-W:Memory is insufficient.\n";
+
+// The last run-log warning of a run that has failed so far.
+struct SavedMessage {
+    memory_pool pool;
+    char* text;
+    std::size_t size;
+};
+SavedMessage saved;
+
+struct Output {
+    const char* text;
+    std::int32_t kind;
+};
+
+// While a collection is under way a failed system call is a warning in the run log.
+Output chooseText(int number) {
+    const MsgEntry& entry = msgEntry(number);
+    const Output as_listed{entry.text, entry.kind};
+    if (msg_state.mode == 0) {
+        return as_listed;
+    }
+    switch (number) {
+        case ZEPA113_E:
+            return {IgCmnMsgGetText(ZEPA140_W), MSGKIND_LOG};
+        case ZEPA114_E:
+            return {IgCmnMsgGetText(ZEPA141_W), entry.kind};
+        case ZEPA122_E:
+            return msg_state.mode == 1 ? Output{MEMORY_WARNING, entry.kind} : as_listed;
+        case ZEPA151_E:
+            return {IgCmnMsgGetText(ZEPA152_W), MSGKIND_LOG};
+        default:
+            return as_listed;
+    }
+}
+
+void writeTerminal(std::FILE* stream, const char* text, std::va_list args) {
+    IgCmnProgressNewline();
+    std::va_list copy;
+    va_copy(copy, args);
+    std::vfprintf(stream, text, copy);
+    va_end(copy);
+    std::fflush(stream);
+}
+
+void writeLog(const char* text, std::va_list args) {
+    if (msg_state.log == nullptr) {
+        return;
+    }
+    std::va_list copy;
+    va_copy(copy, args);
+    const int written = std::vfprintf(msg_state.log, text, copy);
+    va_end(copy);
+    if (written < 0) {
+        msgLogFailed("vfprintf", errno);
+    }
+    if (std::fflush(msg_state.log) != 0) {
+        msgLogFailed("fflush", errno);
+    }
+}
+
+void dropSaved() {
+    if (saved.text != nullptr) {
+        IgCmnMemoryFree(&saved.pool, saved.text, saved.size);
+    }
+    saved.text = nullptr;
+    saved.size = 0;
+}
+
+void saveWarning(const char* text, std::va_list args) {
+    std::va_list copy;
+    va_copy(copy, args);
+    const int length = std::vsnprintf(nullptr, 0, text, copy);
+    va_end(copy);
+    if (length < 0) {
+        dropSaved();
+        return;
+    }
+    const std::size_t size = static_cast<std::size_t>(length) + 1;
+    auto* grown = static_cast<char*>(IgCmnMemoryRealloc(&saved.pool, saved.text, saved.size, size));
+    if (grown == nullptr) {
+        dropSaved();
+        return;
+    }
+    saved.text = grown;
+    saved.size = std::max(saved.size, size);
+    va_copy(copy, args);
+    std::vsnprintf(saved.text, saved.size, text, copy);
+    va_end(copy);
+}
+
+bool worthSaving(int number) {
+    return msg_state.log != nullptr && IgMainGetRetCode() > RETCODE_DIRECTORY &&
+           number <= ZEPA140_W && number != ZEPA114_E;
+}
+
+void writeMessage(int number, const Output& out, std::va_list args) {
+    switch (out.kind) {
+        case MSGKIND_LOG:
+            writeLog(out.text, args);
+            if (worthSaving(number)) {
+                saveWarning(out.text, args);
+            }
+            break;
+        case MSGKIND_STDOUT_LOG:
+            writeTerminal(stdout, out.text, args);
+            writeLog(out.text, args);
+            break;
+        case MSGKIND_STDERR_LOG:
+            msg_state.stderr_used = 1;
+            writeTerminal(stderr, out.text, args);
+            writeLog(out.text, args);
+            break;
+        case MSGKIND_STDERR:
+            msg_state.stderr_used = 1;
+            writeTerminal(stderr, out.text, args);
+            break;
+        case MSGKIND_STDOUT:
+            writeTerminal(stdout, out.text, args);
+            break;
+        default:
+            break;
+    }
+}
+
+}  // namespace
+
+void IgCmnMsgOut(int number, ...) {
+    const int kept_errno = errno;  // a report must not disturb what its caller still has to look at
+    const Output out = chooseText(number);
+    if (out.text != nullptr) {
+        std::va_list args;
+        va_start(args, number);
+        writeMessage(number, out, args);
+        va_end(args);
+    }
+    errno = kept_errno;
+}
+
+void IgCmnMsgSetMode(int mode) {
+    msg_state.mode = mode;
+}
+
+const char* IgCmnMsgGetText(int number) {
+    return msgEntry(number).text;
+}
+
+int IgCmnMsgLogOpened() {
+    return msg_state.log_opened;
+}
+
+void IgCmnMsgReprint() {
+    if (msg_state.stderr_used == 0 && saved.text != nullptr) {
+        IgCmnProgressNewline();
+        std::fputs(saved.text, stderr);
+        std::fflush(stderr);
+    }
+    if (msg_state.log_opened != 0) {
+        IgCmnMsg<ZEPA216_I>(static_cast<const char*>(msg_state.log_path.data()));
+    }
+}
+
+void IgCmnMsgFree() {
+    IgCmnMemoryFree(&saved.pool, nullptr, 0);
+    saved = SavedMessage{};
+}
+
+const char* IgCmnStrError(int error, int suppress) {
+    if (suppress != 0) {
+        return nullptr;
+    }
+    const char* current = std::setlocale(LC_MESSAGES, nullptr);
+    if (current == nullptr) {
+        return nullptr;
+    }
+    std::array<char, 256> locale{};  // the next setlocale may overwrite the returned name
+    if (std::strlen(current) >= locale.size()) {
+        return nullptr;
+    }
+    std::snprintf(locale.data(), locale.size(), "%s", current);
+    if (std::setlocale(LC_MESSAGES, "C") == nullptr) {
+        return nullptr;
+    }
+    const char* text = std::strerror(error);
+    std::setlocale(LC_MESSAGES, locale.data());
+    return text;
+}
+
+void IgCmnSysErr(const SysErr& failed, SourcePlace place) {
+    const char* text = failed.text != nullptr ? failed.text : IgCmnStrError(failed.error, 0);
+    IgCmnMsg<ZEPA113_E>(failed.call, failed.error, text);
+    if (failed.subject != nullptr) {
+        // No allocation: memory may be what failed.
+        static std::array<char, std::size_t{4} * PATH_MAX> shown;
+        IgCmnMsgPrintable(failed.subject, shown.data(), shown.size());
+        IgCmnMsg<ZEPA151_E>(failed.what, static_cast<const char*>(shown.data()));
+    }
+    const auto unit = place.unit();
+    IgCmnMsg<ZEPA114_E>(unit.data(), place.line);
+}
+
+void IgCmnSysErrPath(const char* call, int error, const char* path, SourcePlace place) {
+    IgCmnSysErr({.call = call, .error = error, .subject = path}, place);
+}
+
+void IgCmnSysErrPlain(const char* call, int error, SourcePlace place) {
+    IgCmnSysErr({.call = call, .error = error}, place);
+}
+
+namespace {
+
+// Length in bytes of the control character that begins at `text`, 0 when there is none. The C1 set
+// counts in the form that UTF-8 gives it: a terminal obeys it like an escape sequence.
+std::size_t controlLength(const char* text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    const auto second = static_cast<unsigned char>(text[0] == '\0' ? '\0' : text[1]);
+    if (first < 0x20 || first == 0x7f) {
+        return 1;
+    }
+    return first == 0xc2 && second >= 0x80 && second < 0xa0 ? 2 : 0;
+}
+
+}  // namespace
+
+void IgCmnMsgPrintable(const char* name, char* out, std::size_t size) {
+    std::size_t used = 0;
+    while (*name != '\0') {
+        const std::size_t control = controlLength(name);
+        const std::size_t taken = control == 0 ? 1 : control;
+        const std::size_t needed = control == 0 ? 1 : 4 * control;
+        if (used + needed >= size) {
+            break;
+        }
+        if (control == 0) {
+            out[used] = *name;
+        }
+        for (std::size_t i = 0; i < control; ++i) {
+            std::snprintf(out + used + 4 * i, 5, "\\%03o", static_cast<unsigned char>(name[i]));
+        }
+        used += needed;
+        name += taken;
+    }
+    out[used] = '\0';
+}
+
+[[noreturn]] void msgLogFailed(const char* call, int error) {
+    msg_state.stderr_used = 1;
+    IgCmnProgressNewline();
+    std::fprintf(stderr, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
+    std::fprintf(stderr, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
+    std::fflush(stderr);
+    std::fclose(std::exchange(msg_state.log, nullptr));
+    IgCmnMsgSetMode(0);  // with no run log left, what fails from here on must reach the terminal
+    if (run_hooks.stop_child != nullptr) {
+        run_hooks.stop_child();
+    }
+    if (IgMainGetRetCode() != RETCODE_DIRECTORY && run_hooks.remove_output != nullptr) {
+        run_hooks.remove_output();
+    }
+    std::exit(run_hooks.end != nullptr ? run_hooks.end() : IgMainGetRetCode());
+}

@@ -1,0 +1,31 @@
+#include "common/IGKernelFileSystem.h"
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+// Types as statfs(2) gives them. The last ones have no name in the C library's headers.
+constexpr unsigned long KERNEL_FILE_SYSTEMS[] = {
+    PROC_SUPER_MAGIC,     SYSFS_MAGIC,          CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC,
+    DEBUGFS_MAGIC,        TRACEFS_MAGIC,        SECURITYFS_MAGIC,   SELINUX_MAGIC,
+    SMACK_MAGIC,          BPF_FS_MAGIC,         PSTOREFS_MAGIC,     EFIVARFS_MAGIC,
+    RDTGROUP_SUPER_MAGIC, OPENPROM_SUPER_MAGIC, XENFS_SUPER_MAGIC,  BINFMTFS_MAGIC,
+    0x62656570UL,  // configfs
+    0x65735543UL,  // fusectl
+};
+
+}  // namespace
+
+bool liesInKernelFileSystem(const char* path) {
+    struct statfs fs = {};
+    if (::statfs(path, &fs) != 0) {
+        return false;
+    }
+    const auto type = static_cast<unsigned long>(fs.f_type);
+    return std::find(std::begin(KERNEL_FILE_SYSTEMS), std::end(KERNEL_FILE_SYSTEMS), type) !=
+           std::end(KERNEL_FILE_SYSTEMS);
+}

@@ -1,0 +1,260 @@
+#include "ini/IGCmnReplaceStr.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <cwchar>
+
+#include "common/IGAssert.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnStr.h"
+#include "common/IGGuards.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// A special string. Its name carries the opening "%" but not the closing one: expansion splits the
+// text at each "%" and leaves the opening one with the name.
+struct SpecialStr {
+    int code;
+    const char* name;
+    const wchar_t* wide_name;
+    char* root_tbl::*value;  // null for a reserved one
+};
+
+constexpr SpecialStr SPECIAL_STRS[] = {
+    {1, "%YY", L"%YY", &root_tbl::YY}, {2, "%MM", L"%MM", &root_tbl::MM},
+    {3, "%DD", L"%DD", &root_tbl::DD}, {4, "%hh", L"%hh", &root_tbl::hh},
+    {5, "%mm", L"%mm", &root_tbl::mm}, {6, "%ss", L"%ss", &root_tbl::ss},
+    {7, "%d", L"%d", &root_tbl::d},    {8, "%reg0", L"%reg0", nullptr},
+    {9, "%reg1", L"%reg1", nullptr},   {10, "%reg2", L"%reg2", nullptr},
+    {11, "%reg3", L"%reg3", nullptr},  {12, "%reg4", L"%reg4", nullptr},
+    {13, "%reg5", L"%reg5", nullptr},  {14, "%reg6", L"%reg6", nullptr},
+    {15, "%reg7", L"%reg7", nullptr},  {16, "%reg8", L"%reg8", nullptr},
+    {17, "%reg9", L"%reg9", nullptr},  {18, "%HOST", L"%HOST", &root_tbl::HOST},
+};
+
+constexpr bool isReserved(const SpecialStr& special) {
+    return special.code >= 8 && special.code <= 17;
+}
+
+template <typename Matches>
+const SpecialStr* findSpecialStr(Matches matches) {
+    for (const SpecialStr& special : SPECIAL_STRS) {
+        if (!isReserved(special) && matches(special)) {
+            return &special;
+        }
+    }
+    return nullptr;
+}
+
+const SpecialStr* getSpecialStr(const char* name) {
+    return findSpecialStr(
+        [name](const SpecialStr& special) { return std::strcmp(special.name, name) == 0; });
+}
+
+// Splits a text at its percent signs: plain(segment) for text outside special strings and for an
+// unclosed rest, special(segment) for a closed one with its opening "%". Stops when either says
+// false; false then.
+template <typename Plain, typename Special>
+bool splitAtPercent(wchar_t* text, Plain plain, Special special) {
+    wchar_t* segment = text;
+    bool open = false;
+    for (wchar_t* c = text; *c != L'\0'; ++c) {
+        if (*c != L'%') {
+            continue;
+        }
+        *c = L'\0';
+        const bool go_on = open ? special(segment) : plain(segment);
+        *c = L'%';
+        if (!go_on) {
+            return false;
+        }
+        segment = open ? c + 1 : c;  // a closing "%" is never output, an opening one stays
+        open = !open;
+    }
+    return plain(segment);
+}
+
+bool isKnown(const wchar_t* segment) {
+    return std::wcscmp(segment, L"%") == 0 ||
+           findSpecialStr([segment](const SpecialStr& special) {
+               return std::wcscmp(special.wide_name, segment) == 0;
+           }) != nullptr;
+}
+
+// What a closed special string becomes; "" when it is dropped.
+const char* expand(const char* name, int flag, const root_tbl* root, memory_pool* memoryp) {
+    const char* value = IgCmnRepSpecialStr(name, flag, root, memoryp);
+    if (value == nullptr) {
+        return nullptr;
+    }
+    const bool unchanged = std::strcmp(value, name) == 0;
+    return unchanged && std::strcmp(name, "%") != 0 ? "" : value;
+}
+
+// The pieces of an expansion, put together in a pool of their own.
+class Expansion {
+  public:
+    Expansion(int flag, const root_tbl* root) : flag_(flag), root_(root) {}
+
+    bool plain(const wchar_t* segment) {
+        const char* text = IgCmnWCS2MBS(local_.get(), segment);
+        return text != nullptr && append(text);
+    }
+    bool special(const wchar_t* segment) {
+        const char* name = IgCmnWCS2MBS(local_.get(), segment);
+        const char* value = name == nullptr ? nullptr : expand(name, flag_, root_, local_.get());
+        return value != nullptr && append(value);
+    }
+    [[nodiscard]] const char* text() const { return text_; }
+
+  private:
+    bool append(const char* text) { return concat_data(local_.get(), &text_, &size_, text) == 0; }
+
+    LocalPool local_;
+    int flag_;
+    const root_tbl* root_;
+    char* text_ = nullptr;
+    std::uint32_t size_ = 0;
+};
+
+char constant_empty[] = "";
+
+char* replaceStrs(wchar_t* wide, int flag, const root_tbl* root, memory_pool* memoryp) {
+    Expansion expansion(flag, root);
+    const bool done = splitAtPercent(
+        wide, [&](const wchar_t* segment) { return expansion.plain(segment); },
+        [&](const wchar_t* segment) { return expansion.special(segment); });
+    return done ? IgCmnStrdup(memoryp, expansion.text()) : nullptr;
+}
+
+bool checkStrs(wchar_t* wide) {
+    bool open_at_end = false;
+    const bool known = splitAtPercent(
+        wide,
+        [&](const wchar_t* segment) {
+            open_at_end = segment[0] == L'%';
+            return true;
+        },
+        [](const wchar_t* segment) { return isKnown(segment); });
+    return known && !open_at_end;
+}
+
+}  // namespace
+
+int timeIntToStr(int number, char** out, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(out);
+    std::array<char, 16> digits{};
+    std::snprintf(digits.data(), digits.size(), "%02d", number);
+    char* text = IgCmnStrdup(memoryp, digits.data());
+    if (text == nullptr) {
+        return -1;
+    }
+    *out = text;
+    return 0;
+}
+
+int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(root);
+    IG_ASSERT_NOT_NULL(memoryp);
+    const std::time_t now = std::time(nullptr);
+    struct tm parts = {};
+    ::localtime_r(&now, &parts);
+    const struct {
+        int number;
+        char** out;
+    } fields[] = {
+        {parts.tm_year % 100, &root->YY}, {parts.tm_mon + 1, &root->MM}, {parts.tm_mday, &root->DD},
+        {parts.tm_hour, &root->hh},       {parts.tm_min, &root->mm},     {parts.tm_sec, &root->ss},
+    };
+    for (const auto& field : fields) {
+        if (timeIntToStr(field.number, field.out, memoryp) != 0) {
+            return -1;
+        }
+    }
+    std::array<char, 257> host{};
+    if (::gethostname(host.data(), host.size()) != 0) {
+        IgCmnSysErrPlain("gethostname", errno);
+        return -1;
+    }
+    host.back() = '\0';  // a name that fills the buffer may come without an end
+    return IgCmnStrHostToFileName(memoryp, host.data(), &root->HOST);
+}
+
+int IgCmnIsSpecialStr(const char* name) {
+    IG_ASSERT_NOT_NULL(name);
+    return getSpecialStr(name) != nullptr ? 1 : 0;
+}
+
+int IgCmnGetSpecialStrCode(const char* text) {
+    IG_ASSERT_NOT_NULL(text);
+    for (const SpecialStr& special : SPECIAL_STRS) {
+        if (std::strncmp(text, special.name, std::strlen(special.name)) == 0) {
+            return special.code;
+        }
+    }
+    return 0;
+}
+
+char* IgCmnRepSpecialStr(const char* name, int /*flag*/, const root_tbl* root,
+                         memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(name);
+    IG_ASSERT_NOT_NULL(root);
+    const SpecialStr* special = getSpecialStr(name);
+    const char* value = special == nullptr ? nullptr : root->*special->value;
+    const bool has_value = value != nullptr && value[0] != '\0';
+    return IgCmnStrdup(memoryp, has_value ? value : name);
+}
+
+char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_pool* memoryp,
+                       int* status) {
+    IG_ASSERT_NOT_NULL(text);
+    IG_ASSERT_NOT_NULL(root);
+    IG_ASSERT_NOT_NULL(memoryp);
+    LocalPool local;
+    wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return nullptr;
+    }
+    if (status != nullptr) {
+        if (!checkStrs(wide)) {
+            *status = 1;
+        }
+        return constant_empty;
+    }
+    return replaceStrs(wide, flag, root, memoryp);
+}
+
+int IgCmnStrUnescapePercent(char* text) {
+    IG_ASSERT_NOT_NULL(text);
+    LocalPool local;
+    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return -1;
+    }
+    auto* collapsed = IgCmnStrdupW(local.get(), wide);
+    if (collapsed == nullptr) {
+        return -1;
+    }
+    wchar_t* out = collapsed;
+    for (const wchar_t* c = wide; *c != L'\0'; ++c) {
+        *out++ = *c;
+        if (c[0] == L'%' && c[1] == L'%') {
+            ++c;
+        }
+    }
+    *out = L'\0';
+    const char* bytes = IgCmnWCS2MBS(local.get(), collapsed);
+    if (bytes == nullptr) {
+        return -1;
+    }
+    std::memcpy(text, bytes, std::strlen(bytes) + 1);  // never longer than before
+    return 0;
+}

@@ -1,0 +1,35 @@
+// From command line, configuration file and pattern directory to the run's configuration.
+#ifndef QUENDIL_INI_IGINICTRL_H
+#define QUENDIL_INI_IGINICTRL_H
+
+#include <cstdint>
+
+#include "common/IGCmnList.h"
+#include "common/IGCmnMemory.h"
+
+struct root_tbl;
+
+/// Results besides 0, -1 and those of the command line.
+inline constexpr int CTRL_ALL_FAILED = 8;         ///< every pattern file failed
+inline constexpr int CTRL_NOTHING_SELECTED = 12;  ///< no pattern matches the options
+
+/// Fills the root table. 0 when there is something to collect; otherwise, after its messages, -1,
+/// OPTION_ERROR, OPTION_HELP, CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the configuration reader's
+/// result.
+int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root);
+
+/// Marks the blocks of the current pattern that the TARGET selection wants (all without one) and
+/// returns how many it marked.
+int blockSelect(memory_pool* memoryp, root_tbl* root);
+
+/// The names of the list in ascending byte order, null entries last, as an array of `list->count`
+/// pointers; null when memory runs out.
+char** sortFileArray(const IgCmnListHeader* list, memory_pool* memoryp);
+
+/// 1 when the pattern's names and groups each share an entry with the selection of their kind, a
+/// null selection restricting nothing. All comparisons are exact.
+int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* names,
+                        const IgCmnListHeader* group_selection,
+                        const IgCmnListHeader* name_selection);
+
+#endif

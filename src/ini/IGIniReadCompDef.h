@@ -1,0 +1,13 @@
+// The configuration file: KEY=VALUE lines and comments.
+#ifndef QUENDIL_INI_IGINIREADCOMPDEF_H
+#define QUENDIL_INI_IGINIREADCOMPDEF_H
+
+#include "common/IGCmnMemory.h"
+
+struct root_tbl;
+
+/// Reads the configuration file into the root table: output base directory, cleanup and maximum
+/// output size, each left as it was when the file does not name it. 0, or -1 after its messages.
+int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* memoryp);
+
+#endif

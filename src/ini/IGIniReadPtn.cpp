@@ -1,0 +1,632 @@
+#include "ini/IGIniReadPtn.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "common/IGAssert.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnFileWord.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGGuards.h"
+#include "ini/IGCmnReplaceStr.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// What became of a word or a value.
+enum class Outcome {
+    GOOD,
+    SYNTAX,      // ZEPA137-W, or ZEPA139-W before the format version was accepted
+    INCOMPLETE,  // ZEPA137-W
+    FORMAT,      // ZEPA139-W
+    NEWER,       // ZEPA159-W
+    REPORTED,    // messages of its own
+    NO_MEMORY,
+};
+
+// The block that a keyword belongs to, or opens.
+enum class Context {
+    NONE,
+    BLOCK,
+    TOOL,
+    DATA,
+};
+
+enum class State {
+    STATEMENT,    // a keyword, or a closing brace
+    EQUAL,        // the "=" behind a keyword
+    VALUE,        // the words of a value
+    AFTER_VALUE,  // nothing but a comment, up to the end of the line
+    BRACE,        // the brace behind a block keyword, then the end of the line
+};
+
+constexpr std::size_t PATH_LIMIT = 260;  // bytes
+constexpr std::size_t TEXT_LIMIT = 256;
+constexpr std::size_t VERSION_LIMIT = 10;
+constexpr std::size_t TYPE_LIMIT = 20;
+
+struct Reader;
+struct Keyword;
+
+// Stores a checked, non-empty value.
+using Store = Outcome (*)(Reader& reader, const Keyword& keyword, const char* value);
+
+struct Keyword {
+    const char* name;
+    Context where;       // the innermost open block
+    Store store;         // null: the keyword opens `opens`
+    std::uint32_t flag;  // marks it as given
+    bool only_once;
+    bool may_be_empty;
+    std::size_t longest;  // value in bytes; 0 no limit
+    long lowest;          // range of an integer
+    long highest;
+    Context opens;
+};
+
+struct Reader {
+    const char* file_name;
+    root_tbl* root;
+    memory_pool* memoryp;
+    pickptn_tbl* ptn;
+
+    State state = State::STATEMENT;
+    int level = 1;
+    Context context = Context::NONE;
+    const Keyword* keyword = nullptr;
+    bool brace_seen = false;
+
+    // the value being built
+    LocalPool value_pool{};
+    char* value = nullptr;
+    std::uint32_t value_size = 0;
+    bool has_value = false;  // a word of it was read, be it an empty quoted one
+
+    [[nodiscard]] bool versionAccepted() const { return (ptn->flags & PTN_FORMAT_VERSION) != 0; }
+
+    // The flags that say what the innermost open block was given.
+    [[nodiscard]] std::uint32_t& flags() const {
+        switch (context) {
+            case Context::BLOCK:
+                return ptn->current->flags;
+            case Context::TOOL:
+            case Context::DATA:
+                return ptn->current->current->flags;
+            default:
+                return ptn->flags;
+        }
+    }
+    [[nodiscard]] tool_block& tool() const { return ptn->current->current->tool; }
+    [[nodiscard]] data_block& data() const { return ptn->current->current->data; }
+};
+
+Outcome orNoMemory(bool done) {
+    return done ? Outcome::GOOD : Outcome::NO_MEMORY;
+}
+
+// A copy for the table, every "%%" being one "%".
+char* unescaped(const Reader& reader, const char* value) {
+    char* copy = IgCmnStrdup(reader.memoryp, value);
+    return copy != nullptr && IgCmnStrUnescapePercent(copy) == 0 ? copy : nullptr;
+}
+
+Outcome addUnescaped(const Reader& reader, IgCmnListHeader** list, const char* value) {
+    char* copy = unescaped(reader, value);
+    return orNoMemory(copy != nullptr && IgCmnListAppend(reader.memoryp, list, copy) != -1);
+}
+
+Outcome keepCopy(const Reader& reader, char** field, const char* value) {
+    *field = IgCmnStrdup(reader.memoryp, value);
+    return orNoMemory(*field != nullptr);
+}
+
+// --- format version ---
+
+constexpr int versionPart(std::string_view digits) {
+    if (digits.empty() || digits.size() > 2 || (digits.size() == 2 && digits[0] == '0')) {
+        return -1;
+    }
+    int number = 0;
+    for (const char c : digits) {
+        if (c < '0' || c > '9') {
+            return -1;
+        }
+        number = number * 10 + (c - '0');
+    }
+    return number;
+}
+
+// Major version times 100 plus minor version; -1 for what is no version.
+constexpr int versionNumber(std::string_view text) {
+    const std::size_t dot = text.find('.');
+    if (dot == std::string_view::npos) {
+        return -1;
+    }
+    const int major = versionPart(text.substr(0, dot));
+    const int minor = versionPart(text.substr(dot + 1));
+    return major < 1 || minor < 0 ? -1 : major * 100 + minor;
+}
+
+constexpr int OWN_VERSION = versionNumber("1.0");
+static_assert(OWN_VERSION == 100 && versionNumber("2.15") == 215 && versionNumber("1.00") == -1);
+
+Outcome storeFormatVersion(Reader& /*reader*/, const Keyword& /*keyword*/, const char* value) {
+    const int version = versionNumber(value);
+    if (version < 0) {
+        return Outcome::FORMAT;
+    }
+    return version > OWN_VERSION ? Outcome::NEWER : Outcome::GOOD;
+}
+
+// --- top level and block ---
+
+Outcome storeVrs(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    reader.ptn->vrs = unescaped(reader, value);
+    return orNoMemory(reader.ptn->vrs != nullptr);
+}
+
+Outcome storeKatamei(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return addUnescaped(reader, &reader.ptn->katamei, value);
+}
+
+Outcome storeName(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return addUnescaped(reader, &reader.ptn->name, value);
+}
+
+Outcome storeGroup(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return addUnescaped(reader, &reader.ptn->group, value);
+}
+
+Outcome storeTarget(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return addUnescaped(reader, &reader.ptn->current->target, value);
+}
+
+// --- tool items ---
+
+Outcome storeInteger(const Keyword& keyword, const char* value, std::int32_t& field) {
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(value, &end, 10);
+    if (end == value || *end != '\0' || errno == ERANGE || number < keyword.lowest ||
+        number > keyword.highest) {
+        return Outcome::SYNTAX;
+    }
+    field = static_cast<std::int32_t>(number);
+    return Outcome::GOOD;
+}
+
+Outcome storeTimeout(Reader& reader, const Keyword& keyword, const char* value) {
+    return storeInteger(keyword, value, reader.tool().timeout);
+}
+
+Outcome storeTimeoutSignal(Reader& reader, const Keyword& keyword, const char* value) {
+    return storeInteger(keyword, value, reader.tool().timeout_signal);
+}
+
+Outcome storeWaitTermination(Reader& reader, const Keyword& keyword, const char* value) {
+    return storeInteger(keyword, value, reader.tool().wait_termination);
+}
+
+Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    LocalPool local;
+    const char* bare = IgCmnStrRemoveDQ(local.get(), value);
+    char* command = nullptr;
+    char* options = nullptr;
+    if (bare == nullptr || IgCmnFileSplitCmdOpt(bare, &command, &options, local.get()) != 0) {
+        return Outcome::NO_MEMORY;
+    }
+    if (command == nullptr || IgCmnIsAbsPathIgnoreDQ(command) == 0) {
+        return Outcome::SYNTAX;
+    }
+    tool_block& tool = reader.tool();
+    const Outcome outcome = keepCopy(reader, &tool.command_line, value);
+    return outcome == Outcome::GOOD ? keepCopy(reader, &tool.command_line_copy, value) : outcome;
+}
+
+// A path as written and without its enclosing double quotes.
+Outcome storePath(Reader& reader, const char* value, char** bare, char** written) {
+    char* path = IgCmnStrRemoveDQ(reader.memoryp, value);
+    if (path == nullptr) {
+        return Outcome::NO_MEMORY;
+    }
+    if (IgCmnIsAbsPathIgnoreDQ(path) == 0) {
+        return Outcome::SYNTAX;
+    }
+    *bare = path;
+    return keepCopy(reader, written, value);
+}
+
+Outcome storeRedirectPath(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return storePath(reader, value, &reader.tool().redirect_path,
+                     &reader.tool().redirect_path_written);
+}
+
+// --- data items ---
+
+// Only the first DESCRIPTION is limited and has its "%%" collapsed; further ones stand as written.
+Outcome storeDescription(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    if ((reader.flags() & DATA_DESCRIPTION) != 0) {
+        return orNoMemory(IgIniCollectList(value, &reader.data().description, reader.memoryp) == 0);
+    }
+    if (std::strlen(value) > TEXT_LIMIT) {
+        return Outcome::SYNTAX;
+    }
+    return addUnescaped(reader, &reader.data().description, value);
+}
+
+Outcome storeFileType(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    constexpr std::array<const char*, FILE_OTHER> WORDS{"text", "binary", "archive", "directory"};
+    data_block& data = reader.data();
+    data.file_type_word = unescaped(reader, value);
+    if (data.file_type_word == nullptr) {
+        return Outcome::NO_MEMORY;
+    }
+    data.file_type = FILE_OTHER;
+    for (std::size_t i = 0; i < WORDS.size(); ++i) {
+        if (std::strcmp(data.file_type_word, WORDS[i]) == 0) {
+            data.file_type = static_cast<std::int32_t>(i);
+        }
+    }
+    return Outcome::GOOD;
+}
+
+Outcome storePathName(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    return storePath(reader, value, &reader.data().path_name, &reader.data().path_name_written);
+}
+
+// --- keywords ---
+
+constexpr bool ONCE = true;
+constexpr bool AGAIN = false;
+constexpr bool NEVER_EMPTY = false;
+constexpr bool MAY_BE_EMPTY = true;
+
+constexpr Keyword text(const char* name, Context where, Store store, std::uint32_t flag, bool once,
+                       bool may_be_empty, std::size_t longest) {
+    return {name, where, store, flag, once, may_be_empty, longest, 0, 0, Context::NONE};
+}
+
+constexpr Keyword integer(const char* name, Store store, std::uint32_t flag, long lowest,
+                          long highest) {
+    return {name, Context::TOOL, store,   flag,         ONCE, MAY_BE_EMPTY,
+            0,    lowest,        highest, Context::NONE};
+}
+
+constexpr Keyword opening(const char* name, Context where, Context opens) {
+    return {name, where, nullptr, 0, AGAIN, NEVER_EMPTY, 0, 0, 0, opens};
+}
+
+// The keywords REG0 to REG9 are not here: they are a syntax error like every unknown word.
+constexpr Keyword KEYWORDS[] = {
+    text("FORMAT_VERSION", Context::NONE, storeFormatVersion, PTN_FORMAT_VERSION, ONCE, NEVER_EMPTY,
+         0),
+    text("PP_VRS", Context::NONE, storeVrs, PTN_VRS, ONCE, MAY_BE_EMPTY, VERSION_LIMIT),
+    text("PP_KATAMEI", Context::NONE, storeKatamei, PTN_KATAMEI, ONCE, MAY_BE_EMPTY, TEXT_LIMIT),
+    text("PP_NAME", Context::NONE, storeName, PTN_NAME, ONCE, MAY_BE_EMPTY, TEXT_LIMIT),
+    text("PP_GROUP", Context::NONE, storeGroup, PTN_GROUP, AGAIN, MAY_BE_EMPTY, TEXT_LIMIT),
+    opening("BLOCK", Context::NONE, Context::BLOCK),
+    text("TARGET", Context::BLOCK, storeTarget, BLOCK_TARGET, AGAIN, MAY_BE_EMPTY, TEXT_LIMIT),
+    opening("TOOL_BLOCK", Context::BLOCK, Context::TOOL),
+    opening("DATA_BLOCK", Context::BLOCK, Context::DATA),
+    integer("TIMEOUT", storeTimeout, TOOL_TIMEOUT, -1, 36000),
+    integer("TIMEOUT_SIGNAL", storeTimeoutSignal, TOOL_TIMEOUT_SIGNAL, 0, INT_MAX),
+    integer("WAIT_TERMINATION", storeWaitTermination, TOOL_WAIT_TERMINATION, 0, 600),
+    text("COMMAND_LINE", Context::TOOL, storeCommandLine, TOOL_COMMAND_LINE, ONCE, NEVER_EMPTY,
+         PATH_LIMIT),
+    text("REDIRECT_PATH", Context::TOOL, storeRedirectPath, TOOL_REDIRECT_PATH, ONCE, NEVER_EMPTY,
+         PATH_LIMIT),
+    text("DESCRIPTION", Context::DATA, storeDescription, DATA_DESCRIPTION, AGAIN, MAY_BE_EMPTY, 0),
+    text("FILE_TYPE", Context::DATA, storeFileType, DATA_FILE_TYPE, ONCE, MAY_BE_EMPTY, TYPE_LIMIT),
+    text("PATH_NAME", Context::DATA, storePathName, DATA_PATH_NAME, ONCE, NEVER_EMPTY, PATH_LIMIT),
+};
+static_assert(KEYWORDS[0].flag == PTN_FORMAT_VERSION);
+constexpr const Keyword* FORMAT_VERSION = &KEYWORDS[0];
+
+constexpr int levelOf(Context context) {
+    return context == Context::NONE ? 1 : context == Context::BLOCK ? 2 : 3;
+}
+
+// A keyword is found only where it is valid: in its own kind of block and at that block's level,
+// which differ while a block keyword still lacks its brace.
+const Keyword* getKeyword(const Reader& reader, const char* word) {
+    for (const Keyword& keyword : KEYWORDS) {
+        if (keyword.where == reader.context && levelOf(keyword.where) == reader.level &&
+            IgCmnStrCmpi(word, keyword.name) == 0) {
+            return &keyword;
+        }
+    }
+    return nullptr;
+}
+
+// --- blocks ---
+
+Outcome openBlock(Reader& reader) {
+    ptn_block* block = IgIniGetPickPtnBlock(reader.memoryp);
+    if (block == nullptr || IgCmnListAppend(reader.memoryp, &reader.ptn->blocks, block) == -1) {
+        return Outcome::NO_MEMORY;
+    }
+    reader.ptn->current = block;
+    reader.ptn->flags |= PTN_BLOCK;
+    return Outcome::GOOD;
+}
+
+Outcome openItem(Reader& reader, ItemKind kind) {
+    ptn_block* block = reader.ptn->current;
+    collect_item* item = IgIniGetPickPtnCmdData(reader.memoryp, kind);
+    if (item == nullptr || IgCmnListAppend(reader.memoryp, &block->items, item) == -1) {
+        return Outcome::NO_MEMORY;
+    }
+    block->current = item;
+    return Outcome::GOOD;
+}
+
+Outcome openContext(Reader& reader) {
+    ++reader.level;
+    switch (reader.context) {
+        case Context::TOOL:
+            return openItem(reader, ITEM_TOOL);
+        case Context::DATA:
+            return openItem(reader, ITEM_DATA);
+        default:
+            return openBlock(reader);
+    }
+}
+
+Outcome closeContext(Reader& reader) {
+    // A level without its context, or the other way round, is a block that was never opened.
+    if (reader.level == 1 || levelOf(reader.context) != reader.level) {
+        return Outcome::SYNTAX;
+    }
+    if (reader.context == Context::TOOL && (reader.flags() & TOOL_COMMAND_LINE) == 0) {
+        return Outcome::SYNTAX;
+    }
+    if (reader.context == Context::DATA && (reader.flags() & DATA_PATH_NAME) == 0) {
+        return Outcome::SYNTAX;
+    }
+    reader.context = reader.context == Context::BLOCK ? Context::NONE : Context::BLOCK;
+    --reader.level;
+    return Outcome::GOOD;
+}
+
+// --- values ---
+
+Outcome checkSpecialStrs(const Reader& reader, const char* value) {
+    int bad = 0;
+    if (IgCmnReplaceStrs(value, 1, reader.root, reader.memoryp, &bad) == nullptr) {
+        return Outcome::NO_MEMORY;
+    }
+    if (bad == 0) {
+        return Outcome::GOOD;
+    }
+    return reader.keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
+}
+
+// Checks the value by its keyword's rules and stores it.
+Outcome storeValue(Reader& reader) {
+    const Keyword& keyword = *reader.keyword;
+    const char* value = reader.value == nullptr ? "" : reader.value;
+    if (const Outcome outcome = checkSpecialStrs(reader, value); outcome != Outcome::GOOD) {
+        return outcome;
+    }
+    if (keyword.only_once && (reader.flags() & keyword.flag) != 0) {
+        return Outcome::SYNTAX;
+    }
+    if (value[0] == '\0') {
+        if (!keyword.may_be_empty) {
+            return &keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
+        }
+    } else {
+        if (keyword.longest > 0 && std::strlen(value) > keyword.longest) {
+            return Outcome::SYNTAX;
+        }
+        if (const Outcome outcome = keyword.store(reader, keyword, value);
+            outcome != Outcome::GOOD) {
+            return outcome;
+        }
+    }
+    reader.flags() |= keyword.flag;
+    return Outcome::GOOD;
+}
+
+void clearValue(Reader& reader) {
+    IgCmnMemoryFree(reader.value_pool.get(), nullptr, 0);
+    reader.value = nullptr;
+    reader.value_size = 0;
+    reader.has_value = false;
+}
+
+Outcome appendValue(Reader& reader, const read_word& word) {
+    reader.has_value = true;
+    memory_pool* pool = reader.value_pool.get();
+    int result = concat_data(pool, &reader.value, &reader.value_size, word.text);
+    if (result == 0 && word.type == WORD_SPECIAL) {
+        result = concat_data(pool, &reader.value, &reader.value_size, "%");
+    }
+    return orNoMemory(result == 0);
+}
+
+// --- statements: one function per state ---
+
+Outcome inStatement(Reader& reader, const read_word& word) {
+    switch (word.type) {
+        case WORD_BLANK:
+        case WORD_COMMENT:
+        case WORD_NEWLINE:
+            return Outcome::GOOD;
+        case WORD_CLOSE:
+            return closeContext(reader);
+        case WORD_TEXT:
+            break;
+        default:
+            return Outcome::SYNTAX;
+    }
+    reader.keyword = getKeyword(reader, word.text);
+    if (reader.keyword == nullptr) {
+        return Outcome::SYNTAX;
+    }
+    if (!reader.versionAccepted() && reader.keyword != FORMAT_VERSION) {
+        return Outcome::FORMAT;
+    }
+    if (reader.keyword->store == nullptr) {
+        reader.context = reader.keyword->opens;
+        reader.brace_seen = false;
+        reader.state = State::BRACE;
+    } else {
+        clearValue(reader);
+        reader.state = State::EQUAL;
+    }
+    return Outcome::GOOD;
+}
+
+Outcome inEqual(Reader& reader, const read_word& word) {
+    if (word.type == WORD_EQUAL) {
+        reader.state = State::VALUE;
+        return Outcome::GOOD;
+    }
+    return word.type == WORD_BLANK ? Outcome::GOOD : Outcome::SYNTAX;
+}
+
+Outcome inValue(Reader& reader, const read_word& word) {
+    switch (word.type) {
+        case WORD_TEXT:
+        case WORD_QUOTED:
+        case WORD_SPECIAL:
+            return appendValue(reader, word);
+        case WORD_BLANK:
+            if (!reader.has_value) {
+                return Outcome::GOOD;
+            }
+            reader.state = State::AFTER_VALUE;
+            return storeValue(reader);
+        case WORD_NEWLINE:
+            reader.state = State::STATEMENT;
+            return storeValue(reader);
+        case WORD_COMMENT:
+            // The statement stays open: a comment must be separated from the value by a blank.
+            return storeValue(reader);
+        default:
+            return Outcome::SYNTAX;
+    }
+}
+
+Outcome inAfterValue(Reader& reader, const read_word& word) {
+    if (word.type != WORD_COMMENT && word.type != WORD_NEWLINE) {
+        return Outcome::SYNTAX;
+    }
+    reader.state = State::STATEMENT;
+    return Outcome::GOOD;
+}
+
+Outcome inBrace(Reader& reader, const read_word& word) {
+    switch (word.type) {
+        case WORD_BLANK:
+            return Outcome::GOOD;
+        case WORD_NEWLINE:
+            reader.state = State::STATEMENT;
+            return Outcome::GOOD;
+        case WORD_OPEN:
+            if (reader.brace_seen) {
+                return Outcome::SYNTAX;
+            }
+            reader.brace_seen = true;
+            return openContext(reader);
+        default:
+            return Outcome::SYNTAX;
+    }
+}
+
+Outcome takeWord(Reader& reader, const read_word& word) {
+    switch (reader.state) {
+        case State::STATEMENT:
+            return inStatement(reader, word);
+        case State::EQUAL:
+            return inEqual(reader, word);
+        case State::VALUE:
+            return inValue(reader, word);
+        case State::AFTER_VALUE:
+            return inAfterValue(reader, word);
+        default:
+            return inBrace(reader, word);
+    }
+}
+
+// --- the file ---
+
+Outcome atEnd(const Reader& reader) {
+    const bool complete =
+        reader.level == 1 && reader.versionAccepted() && (reader.ptn->flags & PTN_BLOCK) != 0;
+    return complete ? Outcome::GOOD : Outcome::INCOMPLETE;
+}
+
+Outcome readWords(Reader& reader, IgCmnFileHandle& file) {
+    read_word word{};
+    for (;;) {
+        switch (IgCmnFileWordRead(reader.root, &file, &word, reader.memoryp)) {
+            case 0:
+                break;
+            case WORD_READ_END:
+                return atEnd(reader);
+            case WORD_READ_SYNTAX:
+                return Outcome::INCOMPLETE;
+            case -1:
+                return Outcome::NO_MEMORY;
+            default:
+                return Outcome::REPORTED;
+        }
+        if (const Outcome outcome = takeWord(reader, word); outcome != Outcome::GOOD) {
+            return outcome;
+        }
+    }
+}
+
+int report(const Reader& reader, Outcome outcome, int line_no) {
+    if (outcome == Outcome::SYNTAX && !reader.versionAccepted()) {
+        outcome = Outcome::FORMAT;
+    }
+    switch (outcome) {
+        case Outcome::GOOD:
+            return 0;
+        case Outcome::NO_MEMORY:
+            return -1;
+        case Outcome::SYNTAX:
+        case Outcome::INCOMPLETE:
+            IgCmnMsg<ZEPA137_W>();
+            IgCmnMsg<ZEPA138_W>(reader.file_name, line_no);
+            break;
+        case Outcome::FORMAT:
+            IgCmnMsg<ZEPA139_W>(reader.file_name);
+            break;
+        case Outcome::NEWER:
+            IgCmnMsg<ZEPA159_W>(reader.file_name);
+            break;
+        case Outcome::REPORTED:
+            break;
+    }
+    return PTN_SKIPPED;
+}
+
+}  // namespace
+
+int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(file_name);
+    IG_ASSERT_NOT_NULL(root);
+    IG_ASSERT_NOT_NULL(memoryp);
+    pickptn_tbl* crnt_ptn_def = root->crnt_ptn_def;
+    IG_ASSERT_NOT_NULL(crnt_ptn_def);
+    IgCmnFileHandle file{};
+    if (const int opened = IgCmnFileOpen(&file, file_name, "r"); opened != 0) {
+        return opened == -1 ? -1 : PTN_SKIPPED;
+    }
+    Reader reader{.file_name = file_name, .root = root, .memoryp = memoryp, .ptn = crnt_ptn_def};
+    const Outcome outcome = readWords(reader, file);
+    const int line_no = file.line_no;
+    IgCmnFileClose(&file);
+    return report(reader, outcome, line_no);
+}

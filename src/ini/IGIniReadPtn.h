@@ -1,0 +1,16 @@
+// Collection pattern definition files.
+#ifndef QUENDIL_INI_IGINIREADPTN_H
+#define QUENDIL_INI_IGINIREADPTN_H
+
+#include "common/IGCmnMemory.h"
+
+struct root_tbl;
+
+/// Result for a file that is skipped, after its warning.
+inline constexpr int PTN_SKIPPED = 9;
+
+/// Reads one pattern file into the root table's current pattern (`crnt_ptn_def`, asserted
+/// non-null). 0; PTN_SKIPPED; -1 when memory ran out.
+int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp);
+
+#endif

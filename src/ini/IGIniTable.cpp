@@ -1,0 +1,74 @@
+#include "ini/IGIniTable.h"
+
+#include <climits>
+
+#include "common/IGAssert.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
+#include "ini/IGCmnReplaceStr.h"
+
+namespace {
+
+constexpr std::int32_t DEFAULT_TIMEOUT = 10;           // seconds
+constexpr std::int32_t DEFAULT_TIMEOUT_SIGNAL = 15;    // SIGTERM
+constexpr std::int32_t DEFAULT_WAIT_TERMINATION = 10;  // seconds
+
+}  // namespace
+
+root_tbl* IgIniGetCmnRoot(memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    auto* root = newFromPool<root_tbl>(memoryp);
+    if (root == nullptr || IgCmnSpecialStrInit(root, memoryp) != 0) {
+        return nullptr;
+    }
+    std::array<char, PATH_MAX> output_dir{};
+    if (IgCmnGetKestrumOutputDir(output_dir.data(), output_dir.size()) == 0) {
+        return nullptr;
+    }
+    root->output_dir = IgCmnStrdup(memoryp, output_dir.data());
+    if (root->output_dir == nullptr) {
+        return nullptr;
+    }
+    root->output_name = IgCmnReplaceStrs(OUTPUT_NAME_TEMPLATE, 1, root, memoryp, nullptr);
+    if (root->output_name == nullptr) {
+        return nullptr;
+    }
+    root->opt_mark = -2;
+    root->output_mark = -1;
+    root->cleanup = CLEANUP_OFF;
+    root->max_output_size = -1;
+    return root;
+}
+
+pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp) {
+    return newFromPool<pickptn_tbl>(memoryp);
+}
+
+ptn_block* IgIniGetPickPtnBlock(memory_pool* memoryp) {
+    auto* block = newFromPool<ptn_block>(memoryp);
+    if (block != nullptr) {
+        block->skip = 1;
+    }
+    return block;
+}
+
+collect_item* IgIniGetPickPtnCmdData(memory_pool* memoryp, ItemKind kind) {
+    auto* item = newFromPool<collect_item>(memoryp);
+    if (item == nullptr) {
+        return nullptr;
+    }
+    item->kind = kind;
+    if (kind == ITEM_TOOL) {
+        item->tool.timeout = DEFAULT_TIMEOUT;
+        item->tool.timeout_signal = DEFAULT_TIMEOUT_SIGNAL;
+        item->tool.wait_termination = DEFAULT_WAIT_TERMINATION;
+    } else {
+        item->data.file_type = FILE_TEXT;
+    }
+    return item;
+}
+
+int IgIniCollectList(const char* value, IgCmnListHeader** list, memory_pool* memoryp) {
+    return makeList(value, list, memoryp);
+}

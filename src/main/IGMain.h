@@ -1,0 +1,31 @@
+// Run control: the checks that a run passes, the collection driver and the end routine.
+#ifndef QUENDIL_MAIN_IGMAIN_H
+#define QUENDIL_MAIN_IGMAIN_H
+
+/// 0 for the super user (real or effective user ID 0); otherwise -1, after ZEPA117-E unless `quiet`
+/// is non-zero.
+int IgMainIsSuperUser(int quiet);
+/// The same, tested quietly once and remembered.
+int IgMainIsSuperUserCached();
+
+/// Result of IgMainLock when another run holds the lock.
+inline constexpr int LOCK_HELD = 5;
+/// Takes the single-run lock, which lasts as long as the process. 0, LOCK_HELD or -1 after
+/// reporting on the terminal and in the history log.
+int IgMainLock();
+/// Closes the lock's descriptor.
+void IgMainUnlock();
+
+/// The collection driver: makes the output directory, collects item by item and makes the archive.
+/// The argument is not used. 0 done, -1 error, 2 interrupted, 4 stopped at the output size limit.
+int IgMainCollect(int unused);
+
+/// Stops a running child and all of its group before the run ends without waiting for it.
+void IgMainStopChild();
+
+/// The end routine: reports the result, frees the main pool, ends both logs and drops the lock.
+/// Returns the return code. When a step's own report cannot be written it is entered a second time
+/// and goes on behind that step.
+int IgMainEnd();
+
+#endif

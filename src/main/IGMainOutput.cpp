@@ -1,0 +1,238 @@
+#include "main/IGMainOutput.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "collect/IGIndex.h"
+#include "common/IGCmnFile.h"
+#include "common/IGCmnList.h"
+#include "common/IGCmnLog.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGRunState.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// Collected data is secret, and nobody else may place anything in it: the directories below it may
+// then carry the modes of their sources.
+constexpr mode_t PRIVATE_DIRECTORY = 0700;
+
+// The name itself when the directory has no such entry, else the name with the first free "_N".
+// Null after a failure.
+char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
+    const char* path = IgCmnStrCatDir(memoryp, directory, name);
+    if (path == nullptr) {
+        return nullptr;
+    }
+    if (IgCmnFileIsTaken(path) == 0) {
+        return name;
+    }
+    const char* wildcard = IgCmnStrCat(memoryp, path, "*");
+    IgCmnListHeader* entries = nullptr;
+    if (wildcard == nullptr || IgCmnFileMakeList(wildcard, &entries, memoryp, 0) == -1) {
+        return nullptr;
+    }
+    for (std::uint32_t n = entries == nullptr ? 1 : std::max(entries->count, 1U);; ++n) {
+        std::array<char, 16> suffix{};
+        std::snprintf(suffix.data(), suffix.size(), "_%u", n);
+        char* candidate = IgCmnStrCat(memoryp, name, suffix.data());
+        const char* there =
+            candidate == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, candidate);
+        if (there == nullptr || IgCmnFileIsTaken(there) == 0) {
+            return there == nullptr ? nullptr : candidate;
+        }
+    }
+}
+
+// The distinct targets of the pattern's selected blocks, in file order; null when it has none.
+bool listTargets(memory_pool* memoryp, pickptn_tbl& ptn) {
+    for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
+        if (block.skip != 0) {
+            continue;
+        }
+        for (char& target : walkStrings(block.target)) {
+            if (IgCmnListContains(&target, ptn.targets) == 0 &&
+                IgCmnListAppend(memoryp, &ptn.targets, &target) == -1) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool equalLists(const IgCmnListHeader& first, const IgCmnListHeader& second) {
+    const IgCmnListNode* a = first.first;
+    const IgCmnListNode* b = second.first;
+    while (a != nullptr && b != nullptr &&
+           std::strcmp(static_cast<const char*>(a->value), static_cast<const char*>(b->value)) ==
+               0) {
+        a = a->next;
+        b = b->next;
+    }
+    return a == nullptr && b == nullptr;
+}
+
+// The directory that an earlier pattern with the same targets was given; null when there is none.
+char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
+    for (const pickptn_tbl& earlier : walkList<pickptn_tbl>(&root.selected)) {
+        if (&earlier == &ptn) {
+            break;
+        }
+        if (earlier.output_dir != nullptr && earlier.targets != nullptr &&
+            equalLists(*earlier.targets, *ptn.targets)) {
+            return earlier.output_dir;
+        }
+    }
+    return nullptr;
+}
+
+// Removes this run's own output directory; with `message` it says so first.
+void removeOwnOutput(bool message) {
+    if (run_state.root == nullptr || !run_state.root->output_made) {
+        return;
+    }
+    const char* path = outputDirectory(&run_state.memoryp, *run_state.root);
+    if (path == nullptr || IgCmnFileExists(path) == 0) {
+        return;
+    }
+    if (message) {
+        IgCmnMsgInfo<ZEPA212_I>(path);
+    }
+    IgCmnFileRemoveAll(path);
+}
+
+// How much of the result's line has been issued. A failed write to the run log ends the run between
+// its two halves.
+enum class Reported { NOTHING, IDENTIFIER, ALL };
+Reported reported = Reported::NOTHING;
+
+template <MsgNo IDENTIFIER>
+void reportFile(const char* path, std::int64_t size) {
+    if (reported == Reported::NOTHING) {
+        reported = Reported::IDENTIFIER;
+        IgCmnMsg<IDENTIFIER>();
+    }
+    reported = Reported::ALL;
+    IgCmnMsg<static_cast<MsgNo>(IDENTIFIER + 1)>(path, size);
+}
+
+}  // namespace
+
+char* outputDirectory(memory_pool* memoryp, const root_tbl& root) {
+    return IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+}
+
+bool chooseOutputName(memory_pool* memoryp, root_tbl& root) {
+    char* name = makeUnique(memoryp, root.output_dir, root.output_name);
+    if (name == nullptr) {
+        return false;
+    }
+    root.output_name = name;
+    if (IgCmnIsAbsPath(root.output_file) == 0) {
+        root.output_file = name;
+    }
+    return true;
+}
+
+bool makeDirectory(const char* path) {
+    return IgCmnFileIsDir(path) != 0 || IgCmnFileMkdir(path) == 0;
+}
+
+bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root) {
+    const char* path = outputDirectory(memoryp, root);
+    root.output_made = path != nullptr && makeDirectoryWithMode(path, PRIVATE_DIRECTORY) == 0;
+    return root.output_made;
+}
+
+char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn_tbl& ptn) {
+    char* output = outputDirectory(memoryp, root);
+    if (output == nullptr || !listTargets(memoryp, ptn)) {
+        return nullptr;
+    }
+    if (ptn.targets == nullptr) {
+        return output;
+    }
+    if (char* shared = sharedDirectory(root, ptn); shared != nullptr) {
+        return shared;
+    }
+    char* name = nullptr;
+    const char* first = static_cast<const char*>(ptn.targets->first->value);
+    if (IgCmnStrToFileName(memoryp, first, &name) != 0) {
+        return nullptr;
+    }
+    if (std::strcmp(name, INDEX_NAME) == 0) {
+        name = IgCmnStrCat(memoryp, name, "_1");  // the index itself is still to be made
+    }
+    const char* unique = name == nullptr ? nullptr : makeUnique(memoryp, output, name);
+    return unique == nullptr ? nullptr : IgCmnStrCatDir(memoryp, output, unique);
+}
+
+void IgMainCleanup() {
+    if (IgMainGetRetCode() == RETCODE_FAILED) {
+        removeOwnOutput(true);
+    }
+}
+
+void IgMainRemoveOutput() {
+    if (run_state.root != nullptr && run_state.root->cleanup == CLEANUP_ON) {
+        removeOwnOutput(false);
+    }
+}
+
+char* IgMainGetOutputPath(memory_pool* memoryp) {
+    if (run_state.root == nullptr) {
+        return nullptr;
+    }
+    const root_tbl& root = *run_state.root;
+    if (IgMainGetRetCode() == RETCODE_DIRECTORY) {
+        return outputDirectory(memoryp, root);
+    }
+    char* path = IgCmnIsAbsPath(root.output_file) != 0
+                     ? root.output_file
+                     : IgCmnStrCatDir(memoryp, root.output_dir, root.output_file);
+    if (path == nullptr || IgMainGetRetCode() != RETCODE_ARCHIVE) {
+        return path;
+    }
+    return IgCmnStrCat(memoryp, path, ".tar");
+}
+
+void IgMainHistOutput() {
+    const int code = IgMainGetRetCode();
+    if (code != RETCODE_COMPRESSED && code != RETCODE_ARCHIVE && code != RETCODE_DIRECTORY) {
+        return;
+    }
+    const char* path = IgMainGetOutputPath(&run_state.memoryp);
+    if (path != nullptr) {
+        IgCmnMsgHist(ZEPA303_I, path);
+    }
+}
+
+void IgMainReportOutput() {
+    const char* path = IgMainGetOutputPath(&run_state.memoryp);
+    if (path == nullptr) {
+        return;
+    }
+    const int code = IgMainGetRetCode();
+    if (code == RETCODE_DIRECTORY) {
+        IgCmnMsg<ZEPA215_I>(path);
+        return;
+    }
+    const std::int64_t size = IgCmnFileGetSize(path);
+    if (size <= 0) {
+        return;
+    }
+    if (code == RETCODE_ARCHIVE) {
+        reportFile<ZEPA211_I>(path, size);
+    } else {
+        reportFile<ZEPA214_I>(path, size);
+    }
+}
+
+bool outputHalfReported() {
+    return reported == Reported::IDENTIFIER;
+}

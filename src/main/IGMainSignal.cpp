@@ -1,0 +1,114 @@
+#include "main/IGMainSignal.h"
+
+#include <signal.h>
+#include <sys/select.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+
+#include "collect/IGCmnProcess.h"
+#include "common/IGRunState.h"
+#include "common/IGSourcePlace.h"
+
+namespace {
+
+enum class Poll {
+    RUNNING,
+    REAPED,
+    FAILED,  // recorded
+};
+
+void recordFailure(const char* call, int error, SourcePlace place = SourcePlace::current()) {
+    crnt_child.failed_error = error;
+    crnt_child.failed_file = place.file;
+    crnt_child.failed_line = place.line;
+    crnt_child.failed_pid = crnt_child.pid.load();
+    crnt_child.failed_call = call;
+}
+
+// True when the signal was sent or there was nobody left to take it.
+bool sendSignal(pid_t target, int signo) {
+    if (::kill(target, signo) == 0 || errno == ESRCH) {
+        return true;
+    }
+    recordFailure("kill", errno);
+    return false;
+}
+
+// Ends what a tool that has ended leaves of its group, before it is reaped: its number is then
+// still its own.
+void endGroup(pid_t pid) {
+    siginfo_t info = {};
+    if (!isArchiving() &&
+        ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+        info.si_pid == pid) {
+        ::kill(-pid, SIGKILL);
+    }
+}
+
+Poll reapChild(int options) {
+    const pid_t pid = crnt_child.pid;
+    int status = 0;
+    endGroup(pid);
+    const pid_t result = ::waitpid(pid, &status, options);
+    if (result > 0) {
+        crnt_child.reaped_status = status;
+        crnt_child.reaped = 1;
+        return Poll::REAPED;
+    }
+    if (result == -1 && errno != EINTR) {
+        recordFailure("waitpid", errno);
+        return Poll::FAILED;
+    }
+    return Poll::RUNNING;
+}
+
+Poll sleepAndPoll(long milliseconds) {
+    struct timeval time = {0, milliseconds * 1000};
+    ::select(0, nullptr, nullptr, nullptr, &time);
+    return reapChild(WNOHANG);
+}
+
+// The grace period before SIGKILL: five short rounds, then three long ones. True when the child
+// ended.
+bool endsInTime() {
+    Poll poll = reapChild(WNOHANG);
+    for (int round = 0; poll == Poll::RUNNING && round < 5; ++round) {
+        poll = sleepAndPoll(200);
+    }
+    if (poll != Poll::RUNNING) {
+        return poll == Poll::REAPED;
+    }
+    for (int round = 0; poll != Poll::REAPED && round < 3; ++round) {
+        poll = sleepAndPoll(500);
+    }
+    return poll == Poll::REAPED;
+}
+
+}  // namespace
+
+void IgCmnProcStopOnInterrupt() {
+    const pid_t pid = crnt_child.pid;
+    if (pid == 0 || crnt_child.reaped != 0) {
+        return;
+    }
+    const int code = run_state.ret_code;
+    const bool archiving = code == RETCODE_ARCHIVE || code == RETCODE_DIRECTORY;
+    const pid_t target =
+        archiving ? pid : -pid;  // the archiver's programs have no group of their own
+    if (!sendSignal(target, SIGTERM) || endsInTime() || !sendSignal(target, SIGKILL)) {
+        return;
+    }
+    reapChild(0);
+}
+
+void signalHandler(int signo) {
+    const int kept_errno = errno;
+    run_state.interrupted = 1;
+    ::sigaction(SIGINT, &run_state.ignore_action, nullptr);
+    ::sigaction(SIGTERM, &run_state.ignore_action, nullptr);
+    IgCmnProcStopOnInterrupt();
+    run_state.interruption_handled = 1;
+    run_state.signal_no = signo;
+    errno = kept_errno;
+}

@@ -1,0 +1,74 @@
+"""A machine for every test.
+
+The environment says what is tested:
+
+QUENDIL_STAGE     the staging tree of an installation (DESTDIR of the install step)
+QUENDIL_BEHAVE    the helper program built from tests/support/behave.c
+QUENDIL_WRAPPER   optional: a command put in front of the program in every run, such as valgrind
+                  with its options; reports that it leaves as /tmp/wrapper.* are shown by failures
+QUENDIL_WRITABLE  optional: host directories, separated by colons, that stay writable in a machine,
+                  such as the build directory of a coverage build
+"""
+
+from __future__ import annotations
+
+import os
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
+
+from support.cell import CellServer  # noqa: E402
+from support.machine import Installation, Machine  # noqa: E402
+
+FAILED = pytest.StashKey[bool]()
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    """Makes the marks of the command tests known."""
+    config.addinivalue_line(
+        "markers", "plain_binary: wants the program as installed, not an instrumented one")
+
+
+@pytest.fixture(scope="session")
+def cell_server() -> Iterator[CellServer]:
+    """What makes the cells of this worker."""
+    assert os.geteuid() == 0, "the command tests must be run by root"
+    server = CellServer()
+    yield server
+    server.close()
+
+
+@pytest.fixture(scope="session")
+def installation() -> Installation:
+    """What is tested: the staging tree and its helpers, as the environment names them."""
+    return Installation.from_environment()
+
+
+@pytest.fixture
+def machine(cell_server: CellServer, installation: Installation,
+            request: pytest.FixtureRequest) -> Iterator[Machine]:
+    """A machine that belongs to one test, checked and ended after it."""
+    made = Machine(cell_server, installation)
+    try:
+        yield made
+        if not request.node.stash.get(FAILED, False):
+            made.check()
+    finally:
+        made.destroy()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item: pytest.Item):
+    """Adds what is known of the machine to the report of a failed test."""
+    outcome = yield
+    report = outcome.get_result()
+    if report.when == "call" and report.failed:
+        item.stash[FAILED] = True
+        machine = getattr(item, "funcargs", {}).get("machine")
+        if machine is not None:
+            report.sections.append(("machine", machine.describe()))

@@ -1,0 +1,409 @@
+"""The archive: how it is made and named, and what becomes of the data when that fails."""
+
+from __future__ import annotations
+
+import os
+import random
+
+import pytest
+from support import behave, expect, pattern_text
+from support.behave import err, exit
+from support.collecting import begin, collect, complete_output, started_log
+from support.machine import DATA_DIRECTORY, LOG_DIRECTORY, Machine
+from support.progress import complete, initialized
+from support.tree import read_archive, read_directory
+
+NOT_PACKED = "ZEPA132-W:An error occurred while an archiver was being executed.\n"
+NOT_COMPRESSED = "ZEPA135-W:An error occurred while a compression was being executed.\n"
+USE_AS_IS = ("ZEPA306-I:The archive file has not been compressed."
+             " Use a following file as is.\n")
+ALWAYS = ["quendil.log", "quendil_hist.log", "quendil_index"]
+NOISE = random.Random(0).randbytes(300_000)
+
+
+def exists_already(path: str) -> str:
+    """The message about a file in the archive's place."""
+    return f"ZEPA109-E:The specified file({path}) already exists.\n"
+
+
+def without(machine: Machine, program: str) -> None:
+    """Has a program of the system not be found."""
+    machine.file("/opt/tools/none", "#!/opt/no/such/interpreter\n", 0o755)
+    machine.mount("--bind", "/opt/tools/none", os.path.realpath(program))
+
+
+def not_executable(machine: Machine, program: str) -> None:
+    """Has a program of the system be a file that cannot be executed."""
+    machine.file("/opt/tools/plain", "#!/bin/sh\n", 0o644)
+    machine.mount("--bind", "/opt/tools/plain", os.path.realpath(program))
+
+
+DENIED = expect.system_error("execv", 13, source="IGCmnProcess", warning=True)
+
+
+# ---- The archive itself -------------------------------------------------------------------------
+
+
+def test_the_archive_takes_the_place_of_the_directory(machine: Machine):
+    machine.file("/opt/data", "x", 0o640, (3, 4), 1_000_000_000)
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert run.status == 0 and run.stdout == complete_output(1) and run.stderr == ""
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
+    assert machine.mode(run.result) == "0600" and machine.status(run.result).st_uid == 0
+    archive = run.archive
+    assert archive.top == os.path.basename(run.result).removesuffix(".tar.gz")
+    assert archive.kinds() == {
+        "": ("directory", "0700"), "opt": ("directory", "0755"), "opt/data": ("file", "0640"),
+        "quendil.log": ("file", "0600"), "quendil_hist.log": ("file", "0600"),
+        "quendil_index": ("file", "0600")}
+    size = machine.status(run.result).st_size
+    assert f"Output file = {run.result}. size = {size} bytes." in run.raw["stdout"]
+
+
+def test_the_logs_in_the_archive_are_those_of_the_run(machine: Machine):
+    tool = machine.tool(err("told\n"))
+    run = collect(machine, pattern_text.tool(tool))
+    log, history = (run.archive.read(name).decode() for name in ALWAYS[:2])
+    assert run.raw["log"] is not None and run.raw["log"].startswith(log)
+    assert run.log == started_log().tool(tool, errors="told\n").complete().text
+    assert log.endswith("ZEPA202-I:Started making.\n")
+    assert run.raw["history"] is not None and run.raw["history"].startswith(history)
+    assert history.endswith("ZEPA302-I:quendil argument is -g demo.\n")
+    assert run.archive["quendil.log"].mode == machine.mode(f"{LOG_DIRECTORY}/quendil.log")
+
+
+def test_the_old_history_is_packed_where_there_is_one(machine: Machine):
+    machine.file(f"{LOG_DIRECTORY}/quendil_hist_old.log", "older\n", 0o600, (0, 0), 1_000_000_000)
+    run = collect(machine, pattern_text.block())
+    assert run.archive.read("quendil_hist_old.log") == b"older\n"
+    assert run.archive["quendil_hist_old.log"].mtime == 1_000_000_000
+
+
+@pytest.mark.parametrize("name", ["result", "two words", "r\u00e9sultat", "$(touch pwned)", "a.tar",
+                                  "%HOST%", "`touch pwned`", "-rf", "*", "back\\slash", "a;b&c"])
+def test_an_archive_can_be_given_another_name(machine: Machine, name: str):
+    machine.file("/opt/data", "x")
+    output = machine.directory("/opt/out dir") + "/" + name
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", output))
+    assert run.status == 0 and run.stderr == ""
+    assert machine.list("/opt/out dir") == [f"{name}.tar.gz"] and machine.outputs() == []
+    assert run.stdout == complete_output(1, output)
+    assert run.archive.top.startswith("testhost_") and run.archive.read("opt/data") == b"x"
+    assert run.history == expect.history(
+        expect.argument_string(["-g", "demo", "-o", output]), 0, output + ".tar.gz")
+
+
+@pytest.mark.parametrize("name", ["two words", "$(touch pwned)", "`touch pwned`", "a\\", "*", "-rf",
+                                  "new\nline", "d\u00fcrr"])
+def test_an_output_directory_can_have_any_name(machine: Machine, name: str):
+    machine.file("/opt/data", "x")
+    machine.directory(f"/opt/{name}")
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=("-d", f"/opt/{name}"))
+    assert run.status == 0 and run.stderr == ""
+    made, = machine.list(f"/opt/{name}")
+    assert made.endswith(".tar.gz")
+    assert read_archive(machine.path(f"/opt/{name}/{made}")).read("opt/data") == b"x"
+    assert not machine.exists("/opt/pwned") and not machine.exists(f"/opt/{name}/pwned")
+
+
+INJECTION = 'a" --checkpoint=1 "--checkpoint-action=exec=touch pwned" "b'
+
+
+@pytest.mark.parametrize("name", ['quo"te', '"', 'two "quoted words" here', INJECTION],
+                         ids=["one quote", "a quote alone", "two quotes", "options"])
+@pytest.mark.parametrize("option", ["-d", "-o"])
+def test_no_quote_in_a_name_reaches_the_archivers_as_more_than_a_name(machine: Machine, option: str,
+                                                                      name: str):
+    machine.file("/opt/data", b"x" * 100_000)
+    target = f"/opt/out/{name}"
+    machine.directory(target if option == "-d" else "/opt/out")
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=(option, target))
+    # Nothing else can be written to.
+    private = ["/opt", "/var/opt", "/etc/opt", "/tmp"]
+    assert machine.exec(["/usr/bin/find", *private, "-name", "pwned"]).stdout == ""
+    assert run.status == 0
+    assert run.archive.files()["opt/data"] == b"x" * 100_000
+
+
+@pytest.mark.parametrize("code", [1, 2, 5])
+def test_a_tar_that_complains_but_writes_an_archive_has_done_its_work(machine: Machine, code: int):
+    machine.replace("/bin/tar", behave.run("/opt/real/tar"), err("tar: complaint\n"), exit(code))
+    run = collect(machine, pattern_text.block())
+    assert run.status == 0 and run.stderr == ""
+    log = started_log().started("making").raw("tar: complaint\n").deleted().ended("making")
+    assert run.log == log.cleaned().finished(0, expect.output_file()).text
+    assert sorted(run.archive.files()) == ALWAYS
+
+
+def test_the_archivers_are_called_with_these_words(machine: Machine):
+    machine.replace("/bin/tar", behave.report("/opt/tar"), behave.run("/opt/real/tar"))
+    machine.replace("/bin/gzip", behave.report("/opt/gzip"), behave.run("/opt/real/gzip"))
+    run = begin(machine, pattern_text.block(), umask=0o022,
+                env={"TAR_OPTIONS": "--remove-files", "GZIP": "--keep"})
+    ended = run.finish()
+    base = ended.result.removesuffix(".tar.gz")
+    for name, words in (("tar", ["cfh", base + ".tar", os.path.basename(base)]),
+                        ("gzip", [base + ".tar"])):
+        state = machine.report(f"/opt/{name}")
+        arguments = [value for key, value in state.items() if key.startswith("arg")]
+        assert arguments[-len(words):] == words
+        # They share the run's group, so that a terminal's signals reach them.
+        assert state["pgid"] == str(run.pid)
+        assert [key for key in state if key.startswith("fd")] == ["fd0", "fd1", "fd2"]
+        assert state["fd1"] == "w /dev/null"
+        assert state["fd2"] == f"w {LOG_DIRECTORY}/quendil_stderr.log"
+        assert (state["umask"], state["blocked"], state["ignored"]) == ("0066", "", "")
+    assert machine.report("/opt/tar")["cwd"] == DATA_DIRECTORY
+    assert machine.report("/opt/gzip")["cwd"] == "/"
+
+
+# ---- When packing fails -------------------------------------------------------------------------
+
+TAR_FAILURES = {
+    "missing": (without, ""), "not executable": (not_executable, DENIED),
+    "exit 1": ([err("tar: no\n"), exit(1)], "tar: no\n"), "exit 2": ([exit(2)], ""),
+    "killed": ([behave.die("KILL")], ""), "no output": ([exit(0)], ""),
+    "empty": ([behave.tarwrite(0)], ""), "exit 255": ([err("no\n"), exit(255)], "no\n"),
+}
+
+
+def break_program(machine: Machine, program: str, how) -> None:
+    """Has a program fail in one of the ways of a table."""
+    if callable(how):
+        how(machine, program)
+    else:
+        machine.replace(program, *how)
+
+
+@pytest.mark.parametrize("way", TAR_FAILURES)
+def test_a_tar_that_fails_leaves_the_directory(machine: Machine, way: str):
+    how, logged = TAR_FAILURES[way]
+    break_program(machine, "/bin/tar", how)
+    machine.file("/opt/data", "x")
+    tool = machine.tool(behave.out("kept"))
+    run = collect(machine, pattern_text.data("/opt/data"),
+                  pattern_text.tool(tool, redirect="%d%/df"))
+    assert run.status == 20
+    assert run.stderr == NOT_PACKED
+    log = started_log().data({"/opt/data": 1}, 1).tool(tool).started("making").raw(logged)
+    log.raw(NOT_PACKED).ended("making").cleaned()
+    assert run.log == log.finished(20, expect.output_directory()).text
+    bar = initialized().collect(2).step(2).archive().newline().cleanup().step().end()
+    assert run.stdout == bar.text + expect.output_directory()
+    assert run.history == expect.history("-g demo", 20, expect.OUTPUT_DIRECTORY)
+    assert machine.outputs() == [expect.OUTPUT_NAME]
+    assert sorted(run.directory.files()) == ["df", *ALWAYS]
+    assert run.directory["opt/data"].target == "/opt/data"
+
+
+def test_an_unfinished_archive_that_cannot_be_removed_is_reported(machine: Machine):
+    machine.replace("/bin/tar", behave.tarwrite(0), behave.ready("/opt/ready"),
+                    behave.wait_for("/opt/go"), exit(1))
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    tar, = (name for name in machine.list(DATA_DIRECTORY) if name.endswith(".tar"))
+    machine.pin(f"{DATA_DIRECTORY}/{tar}")
+    machine.file("/opt/go")
+    ended = run.finish()
+    path = expect.OUTPUT_DIRECTORY + ".tar"
+    told = expect.system_error("remove", 16, path, "IGArcMake", warning=True)
+    log = started_log().started("making").raw(told + NOT_PACKED).ended("making").cleaned()
+    assert ended.log == log.finished(20, expect.output_directory()).text
+    assert ended.status == 20 and ended.stderr == NOT_PACKED
+
+
+def test_a_working_directory_that_is_gone_packs_nothing(machine: Machine):
+    machine.directory("/opt/gone")
+    tool = machine.tool(behave.remove("/opt/gone"))
+    run = collect(machine, pattern_text.tool(tool), cwd="/opt/gone")
+    told = expect.system_error("getcwd", 2, source="IGCmnFile", warning=True)
+    log = started_log().tool(tool).started("making").raw(told + NOT_PACKED).ended("making")
+    assert run.log == log.cleaned().finished(20, expect.output_directory()).text
+    assert run.status == 20 and sorted(run.directory.files()) == ALWAYS
+
+
+# ---- When compressing fails ---------------------------------------------------------------------
+
+GZIP_FAILURES = {
+    "missing": (without, "", NOT_COMPRESSED + USE_AS_IS),
+    "not executable": (not_executable, DENIED, NOT_COMPRESSED + USE_AS_IS),
+    "exit 1": ([err("gzip: no\n"), exit(1)], "gzip: no\n", NOT_COMPRESSED + USE_AS_IS),
+    "exit 2": ([err("gzip: warning\n"), exit(2)], "gzip: warning\n", USE_AS_IS),
+    "exit 3": ([exit(3)], "", NOT_COMPRESSED + USE_AS_IS),
+    "exit 255": ([exit(255)], "", NOT_COMPRESSED + USE_AS_IS),
+    "killed": ([behave.die("TERM")], "", NOT_COMPRESSED + USE_AS_IS),
+    "half done": ([behave.gzwrite(50), exit(1)], "", NOT_COMPRESSED + USE_AS_IS),
+    "half done, killed": ([behave.gzwrite(50), behave.die("KILL")], "",
+                          NOT_COMPRESSED + USE_AS_IS),
+    "half done, exit 2": ([behave.gzwrite(50), exit(2)], "", USE_AS_IS),
+    "no output": ([exit(0)], "", NOT_PACKED), "empty": ([behave.gzwrite(0)], "", NOT_PACKED),
+}
+
+
+@pytest.mark.parametrize("way", GZIP_FAILURES)
+def test_a_gzip_that_fails_leaves_the_tar_file(machine: Machine, way: str):
+    how, logged, told = GZIP_FAILURES[way]
+    break_program(machine, "/bin/gzip", how)
+    machine.file("/opt/data", "x")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert run.status == 10
+    assert run.stderr == told
+    log = started_log().data({"/opt/data": 1}, 1).started("making").deleted()
+    log.raw(logged + told).ended("making").cleaned()
+    assert run.log == log.finished(10, expect.archive_file()).text
+    bar = initialized().collect(1).step().archive().step(2).newline().cleanup().step().end()
+    assert run.stdout == bar.text + expect.archive_file()
+    assert run.history == expect.history("-g demo", 10, expect.OUTPUT_DIRECTORY + ".tar")
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+    assert run.archive.read("opt/data") == b"x"
+
+
+@pytest.mark.parametrize("end", [exit(1), exit(2), behave.die("KILL")])
+def test_a_gzip_that_fails_after_its_work_loses_nothing(machine: Machine, end: behave.Action):
+    machine.replace("/bin/gzip", behave.run("/opt/real/gzip"), end)
+    machine.file("/opt/data", "x")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
+    # Whatever is told of it, the path told must be that of the archive.
+    assert run.archive.read("opt/data") == b"x"
+
+
+def test_a_gzip_that_fails_is_told_of_under_the_chosen_name(machine: Machine):
+    machine.replace("/bin/gzip", exit(1))
+    run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/result"))
+    assert run.status == 10 and run.result == "/opt/result.tar"
+    assert machine.outputs() == []
+
+
+# ---- Files in the archive's place ---------------------------------------------------------------
+
+
+@pytest.mark.parametrize("chosen", [False, True], ids=["default name", "-o"])
+def test_a_tar_file_that_appears_meanwhile_is_left_alone(machine: Machine, chosen: bool):
+    base = "/opt/result" if chosen else expect.OUTPUT_DIRECTORY
+    written = "/opt/result" if chosen else "%d%"
+    run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} write {written}.tar mine"),
+                  arguments=("-o", "/opt/result") if chosen else ())
+    assert run.status == 20
+    assert run.stderr == exists_already(base + ".tar")
+    place = run.result + ".tar" if not chosen else "/opt/result.tar"
+    assert machine.read(place) == "mine"
+    assert sorted(run.directory.files()) == ALWAYS
+
+
+@pytest.mark.parametrize("chosen", [False, True], ids=["default name", "-o"])
+def test_a_compressed_file_that_appears_meanwhile_is_left_alone(machine: Machine, chosen: bool):
+    base = "/opt/result" if chosen else expect.OUTPUT_DIRECTORY
+    written = "/opt/result" if chosen else "%d%"
+    run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} write {written}.tar.gz mine"),
+                  arguments=("-o", "/opt/result") if chosen else ())
+    assert run.status == 10
+    assert run.stderr == exists_already(base + ".tar.gz")
+    assert machine.read(run.result + ".gz") == "mine"
+    assert sorted(run.archive.files()) == ALWAYS
+
+
+@pytest.mark.parametrize("suffix", [".tar", ".tar.gz"])
+def test_a_link_to_nowhere_in_the_archives_place_is_not_written_through(machine: Machine,
+                                                                        suffix: str):
+    machine.file("/opt/tool", behave.script(behave.link("/opt/victim", f"/opt/result{suffix}")),
+                 0o755)
+    collect(machine, pattern_text.tool("/opt/tool"), arguments=("-o", "/opt/result"))
+    assert not machine.exists("/opt/victim")
+
+
+# ---- Logs that cannot be copied -----------------------------------------------------------------
+
+
+def test_logs_that_cannot_be_copied_are_told_of_and_left_out(machine: Machine):
+    machine.file(f"{LOG_DIRECTORY}/quendil_hist_old.log", "older\n")
+    machine.replace("/bin/cp", exit(1))
+    run = collect(machine, pattern_text.block())
+    run_log = f"ZEPA133-W:An attempt to copy the logfile ({expect.RUN_LOG}) has failed.\n"
+    others = "".join(
+        f"ZEPA142-W:An attempt to copy the logfile ({LOG_DIRECTORY}/{name}) has failed.\n"
+        for name in ("quendil_hist.log", "quendil_hist_old.log"))
+    assert run.status == 0
+    assert run.stderr == run_log
+    log = started_log().started("making").raw(run_log + others).deleted().ended("making")
+    assert run.log == log.cleaned().finished(0, expect.output_file()).text
+    assert run.stdout == initialized().collect(0).archive().newline().step(3).cleanup().step(
+        ).end().text + expect.output_file()
+    assert sorted(run.archive.files()) == ["quendil_index"]
+
+
+def test_a_file_of_a_logs_name_that_a_tool_made_stays(machine: Machine):
+    tool = machine.tool(behave.out("the tool's"))
+    run = collect(machine, pattern_text.tool(tool, redirect="%d%/quendil.log"))
+    failed = f"ZEPA133-W:An attempt to copy the logfile ({expect.RUN_LOG}) has failed.\n"
+    assert run.status == 0 and run.stderr == failed
+    assert run.archive.read("quendil.log") == b"the tool's"
+
+
+# ---- A directory that stays ---------------------------------------------------------------------
+
+
+def test_a_directory_that_cannot_be_removed_stays_beside_its_archive(machine: Machine):
+    machine.replace("/bin/rm", exit(1))
+    run = collect(machine, pattern_text.block())
+    assert run.status == 0 and run.stderr == ""
+    assert run.log is not None and "msg = rm command failed.\n" in run.log
+    assert machine.outputs() == [expect.OUTPUT_NAME, expect.OUTPUT_NAME + ".tar.gz"]
+
+
+# ---- A full disk --------------------------------------------------------------------------------
+
+
+def held_somewhere(machine: Machine, name: str, content: bytes) -> bool:
+    """Whether some directory or archive of the data directory holds the file whole."""
+    for entry in machine.list(DATA_DIRECTORY):
+        path = machine.path(f"{DATA_DIRECTORY}/{entry}")
+        try:
+            tree = read_directory(path) if path.is_dir() else read_archive(path)
+        except (OSError, EOFError, AssertionError):
+            continue  # an unfinished archive
+        except Exception as error:  # noqa: BLE001 - what tarfile makes of one has many types
+            assert type(error).__module__ in ("tarfile", "zlib"), error
+            continue
+        if tree.files().get(name) == content:
+            return True
+    return False
+
+
+def test_a_disk_that_is_full_while_packing_loses_nothing_and_the_directory_is_named(
+        machine: Machine):
+    machine.small_tmpfs(DATA_DIRECTORY, 500_000)
+    machine.file("/opt/noise", NOISE)
+    machine.file("/opt/copy", "#!/bin/sh\nexec /bin/cat /opt/noise\n", 0o755)
+    run = collect(machine, pattern_text.tool("/opt/copy", redirect="%d%/noise"))
+    assert held_somewhere(machine, "noise", NOISE)
+    assert f"ZEPA215-I:Output = {expect.OUTPUT_DIRECTORY}.\n" in run.stdout
+    assert "Error is not recoverable" in run.log
+
+
+def test_a_disk_that_is_full_while_compressing_leaves_the_tar_file(machine: Machine):
+    machine.small_tmpfs(DATA_DIRECTORY, 500_000)
+    machine.file("/opt/noise", NOISE)
+    run = collect(machine, pattern_text.data("/opt/noise"))
+    assert run.status == 10
+    assert run.stderr == NOT_COMPRESSED + USE_AS_IS
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+    assert run.archive.read("opt/noise") == NOISE
+
+
+def test_a_disk_that_is_full_from_the_start_ends_the_run(machine: Machine):
+    machine.small_tmpfs(DATA_DIRECTORY, 65536, inodes=64)
+    machine.fill(DATA_DIRECTORY)
+    machine.file("/opt/data", "x")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert run.status == 255
+    assert machine.list(DATA_DIRECTORY) == ["filler"]
+    assert "No space left on device" in run.stderr
+
+
+def test_a_complete_run_leaves_nothing_else(machine: Machine):
+    before = machine.list("/opt"), machine.list("/tmp"), machine.list(LOG_DIRECTORY)
+    run = collect(machine, pattern_text.block())
+    assert run.stdout == complete(0).text + expect.output_file()
+    assert (machine.list("/opt"), machine.list("/tmp")) == before[:2]
+    assert machine.list(LOG_DIRECTORY) == ["quendil.log", "quendil_hist.log", "quendil_stderr.log"]

@@ -1,0 +1,159 @@
+"""The index file, byte for byte."""
+
+from __future__ import annotations
+
+import pytest
+from support import behave, expect, masking, pattern_text
+from support.collecting import collect
+from support.machine import Machine
+
+HEAD = expect.index_header("-g demo")
+
+
+def described(*lines: str) -> str:
+    """A data item with these statements beside its path."""
+    inner = "\n".join(f"        {line}" for line in lines)
+    return f"DATA_BLOCK {{\n{inner}\n        PATH_NAME = /opt/data\n    }}"
+
+
+@pytest.fixture
+def data(machine: Machine) -> str:
+    """One file to collect."""
+    return machine.file("/opt/data", "x")
+
+
+def test_the_whole_index_of_a_run(machine: Machine, data: str):
+    machine.file("/opt/tree/file", "y")
+    tool = machine.tool(behave.out("z"))
+    run = collect(machine, pattern_text.data(data, "one", "two", file_type="binary"),
+                  pattern_text.tool(tool, redirect="%d%/own"), pattern_text.data("/opt/none"),
+                  pattern_text.data("/opt/tree", file_type="directory"),
+                  pattern_text.data("%d%/own", "own"))
+    assert run.index == """\
+quendil [Ver. 01-02]
+quendil -g demo
+
+FILE:opt/data
+DESC:one
+DESC:two
+DATE:<STAMP>
+TYPE:binary
+
+FILE:opt/tree
+FILE:opt/tree/file
+DESC:
+DATE:<STAMP>
+TYPE:directory
+
+FILE:own
+DESC:own
+DATE:<STAMP>
+TYPE:text
+"""
+    for stamp in masking.stamps(run.raw_index):
+        assert run.began <= stamp <= run.ended
+
+
+@pytest.mark.parametrize("word, shown", [
+    ("text", "text"), ("binary", "binary"), ("archive", "archive"), ("directory", "directory"),
+    ("Text", "Text"), ("core", "core"), ("twenty-bytes-of-type", "twenty-bytes-of-type"),
+    ('"two words"', "two words"), ("", "text"), ("100%%", "100%"), (None, "text"),
+])
+def test_the_type_of_a_record(machine: Machine, data: str, word: str | None, shown: str):
+    item = described(*([] if word is None else [f"FILE_TYPE = {word}"]))
+    assert collect(machine, item).index == HEAD + expect.index_record("opt/data", file_type=shown)
+
+
+@pytest.mark.parametrize("statements, descriptions", [
+    ([], [""]), (["DESCRIPTION ="], [""]), (["DESCRIPTION = a", "DESCRIPTION = b"], ["a", "b"]),
+    (['DESCRIPTION = "of several words"'], ["of several words"]),
+    (['DESCRIPTION = "100%% %HOST%"'], ["100% %HOST%"]),
+    (["DESCRIPTION = a", 'DESCRIPTION = "100%%"'], ["a", "100%%"]),
+    ([f"DESCRIPTION = {'x' * 256}"], ["x" * 256]),
+    ([f"DESCRIPTION = x{number}" for number in range(50)], [f"x{number}" for number in range(50)]),
+], ids=["none", "empty", "two", "words", "percent", "further", "long", "many"])
+def test_the_descriptions_of_a_record(machine: Machine, data: str, statements: list[str],
+                                      descriptions: list[str]):
+    run = collect(machine, described(*statements))
+    assert run.index == HEAD + expect.index_record("opt/data", descriptions=descriptions)
+
+
+def test_a_record_without_files_has_one_empty_line_for_them(machine: Machine, data: str):
+    run = collect(machine, pattern_text.data(data), pattern_text.data(data, "again"))
+    assert run.index == HEAD + expect.index_record("opt/data") + expect.index_record(
+        descriptions=["again"])
+
+
+@pytest.mark.parametrize("arguments", [
+    ["-g", "demo"], ["-g", "demo", "-g", "other group"], ["-G", "demo", "-d", "/opt/out dir"],
+    ["-g", "demo", "-g", "tab\there"], ["-g", "demo", "-g", "it's one"],
+])
+def test_the_head_tells_how_the_program_was_called(machine: Machine, data: str,
+                                                   arguments: list[str]):
+    machine.directory("/opt/out dir")
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data(data)))
+    run = machine.run(*arguments)
+    shown = expect.argument_string(arguments)
+    assert run.index == expect.index_header(shown) + expect.index_record("opt/data")
+
+
+@pytest.mark.parametrize("name, shown", [
+    ("other", "other"), ("/some/where/else", "else"), ("./quendil", "quendil")])
+def test_the_head_has_the_name_that_the_program_was_called_by(machine: Machine, data: str,
+                                                              name: str, shown: str):
+    if machine.wrapped:
+        pytest.skip("a wrapped program cannot be called by another name")
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data(data)))
+    run = machine.run("-g", "demo", argv0=name)
+    assert run.index.splitlines()[1] == f"{shown} -g demo"
+
+
+def test_files_of_a_target_have_its_directory_in_front(machine: Machine, data: str):
+    targets = [pattern_text.quoted("Net & more"), "second"]
+    run = collect(machine, pattern_text.block(pattern_text.data(data), targets=targets))
+    assert run.index == HEAD + expect.index_record("Net___more/opt/data")
+    assert run.archive.read("Net___more/opt/data") == b"x"
+
+
+def test_only_the_targets_that_were_chosen_name_the_directory(machine: Machine, data: str):
+    machine.pattern("10_demo", pattern_text.pattern(
+        pattern_text.block(pattern_text.data(data), targets=["first"]),
+        pattern_text.block(pattern_text.data(data, "chosen"), targets=["second", "third"])))
+    run = machine.run("-t", "third")
+    assert run.index == expect.index_header("-t third") + expect.index_record(
+        "second/opt/data", descriptions=["chosen"])
+
+
+def test_a_run_without_data_items_has_an_index_all_the_same(machine: Machine):
+    run = collect(machine, pattern_text.tool(machine.tool(behave.out(""))))
+    assert run.index == HEAD
+
+
+def test_the_index_belongs_to_its_maker_alone(machine: Machine, data: str):
+    run = collect(machine, pattern_text.data(data), umask=0)
+    assert run.archive["quendil_index"][:4] == ("file", "0600", 0, 0)
+
+
+def test_no_tool_can_have_the_index_written_elsewhere(machine: Machine, data: str):
+    machine.file("/opt/victim", "untouched")
+    machine.file("/opt/tool", behave.script(behave.remove("quendil_index"),
+                                            behave.link("/opt/victim", "quendil_index")), 0o755)
+    run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} cd %d% exec /opt/tool"),
+                  pattern_text.data(data))
+    assert run.status == 255
+    assert machine.read("/opt/victim") == "untouched"
+
+
+def test_an_index_that_cannot_be_written_ends_the_run(machine: Machine, data: str):
+    machine.file("/opt/tool", behave.script(behave.remove("quendil_index"),
+                                            behave.directory("quendil_index")), 0o755)
+    run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} cd %d% exec /opt/tool"),
+                  pattern_text.data(data), pattern_text.tool(machine.tool(
+                      behave.write("/opt/never", ""))))
+    told = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
+                               "IGCmnFile", warning=True)
+    assert run.status == 255 and machine.outputs() == []
+    assert run.log is not None and told in run.log
+    assert not machine.exists("/opt/never")
+    # What ended the run was a line of the log only; now the terminal has it too.
+    assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG

@@ -1,0 +1,379 @@
+"""Runs that SIGINT or SIGTERM ends: what is stopped, what is told and what stays."""
+
+from __future__ import annotations
+
+import os
+import signal
+import threading
+
+import pytest
+from support import behave, expect, pattern_text
+from support.behave import child, exit, exiton, forever, ignore, ready
+from support.collecting import begin, collect, started_log
+from support.machine import DATA_DIRECTORY, Machine
+from support.progress import complete, initialized
+
+CLEANUP_OFF = "QUENDIL_CLEANUP=OFF\n"
+BOTH = [signal.SIGINT, signal.SIGTERM]
+
+
+def interrupted(number: int) -> str:
+    """The message of an interrupted run."""
+    return f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
+
+
+def cleaned_up(number: int, status: int, tool: str, timeout: int = 10, code: int = 0) -> str:
+    """The log of a run that was interrupted during its only tool."""
+    log = started_log().tool(tool, code, status, timeout).raw(interrupted(number))
+    return log.cleaned(expect.OUTPUT_DIRECTORY).finished(255).text
+
+
+# ---- While a tool runs --------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("timeout", [0, 10])
+@pytest.mark.parametrize("number", BOTH)
+def test_an_interruption_stops_the_tool_and_removes_the_output(machine: Machine, number: int,
+                                                               timeout: int):
+    tool = machine.tool(child(ready("/opt/child"), forever()), ready("/opt/ready"), forever())
+    never = pattern_text.tool(machine.tool(behave.write("/opt/never", "")))
+    run = begin(machine, pattern_text.tool(tool, timeout=timeout), never)
+    run.wait_for("/opt/ready")
+    run.wait_for("/opt/child")
+    run.signal(number)
+    ended = run.finish()
+    assert ended.status == 255
+    assert ended.stderr == interrupted(number) + expect.LOOK_AT_LOG
+    assert ended.log == cleaned_up(number, 15, tool, timeout)
+    assert ended.history == expect.history("-g demo", 255)
+    assert machine.outputs() == [] and not machine.exists("/opt/never")
+
+
+def test_the_bar_ends_before_the_message_of_an_interruption(machine: Machine):
+    run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/ready"), forever())))
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGINT)
+    bar = initialized().collect(1).newline().cleanup()
+    assert run.finish().stdout == bar.end().text
+
+
+def test_without_cleanup_the_output_stays_as_it_was(machine: Machine):
+    machine.conf(CLEANUP_OFF)
+    machine.file("/opt/data", "12345")
+    tool = machine.tool(behave.out("so far\n"), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.data("/opt/data"),
+                pattern_text.tool(tool, redirect="%d%/part"))
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    assert ended.status == 255
+    assert ended.stderr == interrupted(2) + expect.LOOK_AT_LOG
+    log = expect.RunLog("-g demo").initialized("demo", cleanup="OFF").data({"/opt/data": 5}, 5)
+    assert ended.log == log.tool(tool, 0, 15).raw(interrupted(2)).finished(255).text
+    assert ended.history == expect.history("-g demo", 255)
+    assert ended.directory.kinds() == {
+        "": ("directory", "0700"), "opt": ("directory", "0755"), "opt/data": ("link", "0777"),
+        "part": ("file", "0600"), "quendil_index": ("file", "0600")}
+    assert ended.directory.read("part") == b"so far\n"
+    assert ended.index == (expect.index_header("-g demo")
+                           + expect.index_record("opt/data"))
+
+
+@pytest.mark.parametrize("actions, code, status", [
+    ([exiton("TERM", 7)], 7, 0x700), ([exiton("TERM", 0)], 0, 0), ([ignore("TERM")], 0, 9),
+    ([behave.stop()], 0, 9),
+], ids=["exits", "exits with 0", "ignores it", "is stopped"])
+def test_a_tool_is_asked_to_end_before_it_is_killed(machine: Machine, code: int, status: int,
+                                                    actions: list[behave.Action]):
+    tool = machine.tool(*actions[:-1], behave.child(ready("/opt/ready"), forever()),
+                        actions[-1], forever())
+    run = begin(machine, pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    leader = run.wait_for(lambda: [entry for entry in machine.processes()
+                                   if entry.ppid == run.pid and _settled(machine, entry, actions)])
+    assert len(leader) == 1
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    assert (ended.status, ended.log) == (255, cleaned_up(2, status, tool, code=code))
+
+
+def _settled(machine: Machine, entry, actions: list[behave.Action]) -> bool:
+    """Whether a process has come to what it is to do about the signal."""
+    status = machine.read(f"/proc/{entry.pid}/status")
+    if actions == [behave.stop()]:
+        return entry.state == "T"
+    masks = dict(line.split(":\t") for line in status.splitlines() if line.startswith("Sig"))
+    return bool((int(masks["SigIgn"], 16) | int(masks["SigCgt"], 16)) & 1 << signal.SIGTERM - 1)
+
+
+@pytest.mark.parametrize("leader, timeout", [
+    ([], 0), ([], 10), ([exiton("TERM", 0)], 10), ([ignore("TERM")], 0),
+], ids=["dies, no limit", "dies", "exits", "ignores it"])
+def test_the_whole_group_of_a_tool_is_gone(machine: Machine, leader: list[behave.Action],
+                                           timeout: int):
+    grandchild = child(ignore("TERM"), ignore("INT"), ready("/opt/grandchild"), forever())
+    tool = machine.tool(child(ignore("TERM"), grandchild, ready("/opt/child"), forever()),
+                        *leader, ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool, timeout=timeout))
+    for path in ("/opt/ready", "/opt/child", "/opt/grandchild"):
+        run.wait_for(path)
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    gone = {machine.read(f"/opt/{name}").strip() for name in ("ready", "child", "grandchild")}
+    machine.wait_for(lambda: not gone & {str(entry.pid) for entry in machine.processes()},
+                     seconds=2, what="the end of the tool's processes")
+    assert ended.status == 255 and ended.stderr.count("ZEPA136-E") == 1
+
+
+@pytest.mark.parametrize("first, second", [(2, 15), (15, 15)])
+def test_a_second_signal_changes_nothing(machine: Machine, first: int, second: int):
+    tool = machine.tool(behave.note("TERM", "/opt/noted"), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    run.signal(first)
+    run.wait_for(lambda: machine.exists("/opt/noted") and machine.read("/opt/noted") == "15\n")
+    run.signal(second)
+    ended = run.finish()
+    assert (ended.status, ended.log) == (255, cleaned_up(first, 9, tool))
+    assert ended.stderr == interrupted(first) + expect.LOOK_AT_LOG
+    assert machine.read("/opt/noted") == "15\n" and machine.outputs() == []
+
+
+def test_a_terminals_interrupt_ends_the_run_and_spares_nothing_of_the_tool(machine: Machine):
+    tool = machine.tool(behave.note("INT", "/opt/noted"), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGINT, to_group=True)
+    ended = run.finish()
+    # The tool has a group of its own: it gets our SIGTERM and not the terminal's SIGINT.
+    assert (ended.status, ended.log) == (255, cleaned_up(2, 15, tool))
+    assert machine.read("/opt/noted") == ""
+
+
+def test_an_interruption_while_a_tool_overran_is_no_time_out_twice(machine: Machine):
+    tool = machine.tool(behave.note("TERM", "/opt/noted"), forever())
+    run = begin(machine, pattern_text.tool(tool, timeout=1, wait=600))
+    run.wait_for(lambda: machine.exists("/opt/noted") and machine.read("/opt/noted") == "15\n")
+    run.signal(signal.SIGTERM)
+    ended = run.finish()
+    log = started_log().timed_out_tool(tool, behave.PROGRAM, 0, 9, timeout=1)
+    assert ended.log == log.raw(interrupted(15)).cleaned(expect.OUTPUT_DIRECTORY).finished(255).text
+    assert ended.status == 255
+
+
+def test_signals_that_the_caller_ignored_or_blocked_interrupt_all_the_same(machine: Machine):
+    tool = machine.tool(ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool), ignore=BOTH, block=BOTH)
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGTERM)
+    ended = run.finish()
+    assert (ended.status, ended.log) == (255, cleaned_up(15, 15, tool))
+
+
+# ---- Before anything is collected ---------------------------------------------------------------
+
+
+def test_an_interruption_while_initializing_ends_the_run_before_its_first_item(machine: Machine):
+    reader, writer = os.pipe()
+    try:
+        _fill(writer)
+        tool = machine.tool(behave.write("/opt/never", ""))
+        # The program cannot get past the first column of its bar until the pipe is read.
+        run = begin(machine, pattern_text.tool(tool), stdout=writer)
+        run.wait_for(lambda: "Started initializing" in (machine.read_log("quendil.log") or ""))
+        run.signal(signal.SIGINT)
+    finally:
+        os.close(writer)
+    drain = threading.Thread(target=_drain, args=(reader,))
+    drain.start()
+    ended = run.finish()
+    drain.join()
+    assert ended.status == 255 and not machine.exists("/opt/never")
+    assert ended.stderr == interrupted(2) + expect.LOOK_AT_LOG
+    assert ended.log is not None and ended.log.count("ZEPA136-E") == 1
+    assert "executing" not in ended.log and "making" not in ended.log
+    assert machine.outputs() == []
+
+
+def _fill(descriptor: int) -> None:
+    """Fills a pipe, so that the next writer waits."""
+    os.set_blocking(descriptor, False)
+    for size in (4096, 1):
+        try:
+            while True:
+                os.write(descriptor, b"x" * size)
+        except BlockingIOError:
+            pass
+    os.set_blocking(descriptor, True)
+
+
+def _drain(descriptor: int) -> None:
+    """Reads to the end, and closes."""
+    while os.read(descriptor, 65536):
+        pass
+    os.close(descriptor)
+
+
+# ---- While data is collected --------------------------------------------------------------------
+
+
+def test_an_interruption_ends_a_data_item_without_a_record(machine: Machine):
+    machine.conf(CLEANUP_OFF)
+    machine.directory("/opt/many")
+    many = str(machine.path("/opt/many"))
+    for number in range(15000):  # enough for a long while after the first of them
+        os.mknod(f"{many}/{number}")
+    run = begin(machine, pattern_text.data("/opt/many"), pattern_text.data("/opt/behave"))
+    run.wait_for(lambda: "ZEPA209-I" in (machine.read_log("quendil.log") or ""))
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    assert ended.status == 255 and ended.stderr == interrupted(2) + expect.LOOK_AT_LOG
+    assert ended.log is not None
+    taken, rest = ended.log.split(interrupted(2))
+    assert 1 <= taken.count("ZEPA209-I") < 15001 and "ZEPA209-I" not in rest
+    assert rest == ("ZEPA210-I:Total data size: 0 bytes.\nZEPA203-I:Ended collecting.\n"
+                    "ZEPA213-I:quendil ended at <TIME>. return code = 255.\n")
+    assert ended.index == expect.index_header("-g demo")
+
+
+# ---- While the archive is made ------------------------------------------------------------------
+
+
+def making(number: int) -> str:
+    """The log of a run without items that was interrupted before its archive existed."""
+    log = started_log().started("making").raw(interrupted(number)).ended("making").cleaned()
+    return log.finished(20, expect.output_directory()).text
+
+
+@pytest.mark.parametrize("number, actions", [
+    (2, [ready("/opt/ready"), forever()]), (15, [ready("/opt/ready"), forever()]),
+    (15, [behave.tarwrite(20480), ready("/opt/ready"), forever()]),
+    (15, [ignore("TERM"), behave.tarwrite(20480), ready("/opt/ready"), forever()]),
+    (2, [behave.tarwrite(20480), exiton("TERM", 0), ready("/opt/ready"), forever()]),
+], ids=["idle, SIGINT", "idle, SIGTERM", "half done", "ignores it", "says it is done"])
+def test_an_interruption_while_packing_leaves_the_directory(machine: Machine, number: int,
+                                                            actions: list[behave.Action]):
+    machine.replace("/bin/tar", *actions)
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    run.signal(number)
+    ended = run.finish()
+    assert ended.status == 20
+    assert ended.stderr == interrupted(number)
+    assert ended.log == making(number)
+    assert ended.history == expect.history("-g demo", 20, expect.OUTPUT_DIRECTORY)
+    assert machine.outputs() == [expect.OUTPUT_NAME]
+    assert sorted(ended.directory.files()) == ["quendil.log", "quendil_hist.log", "quendil_index"]
+
+
+def packed(number: int) -> str:
+    """The log of a run without items that was interrupted when its archive existed."""
+    log = started_log().started("making").deleted().raw(interrupted(number)).ended("making")
+    return log.cleaned().finished(10, expect.archive_file()).text
+
+
+@pytest.mark.parametrize("number, actions", [
+    (2, [ready("/opt/ready"), forever()]), (15, [ready("/opt/ready"), forever()]),
+    (15, [behave.gzwrite(100), ready("/opt/ready"), forever()]),
+    (15, [ignore("TERM"), behave.gzwrite(100), ready("/opt/ready"), forever()]),
+    (2, [behave.gzwrite(100), exiton("TERM", 0), ready("/opt/ready"), forever()]),
+], ids=["idle, SIGINT", "idle, SIGTERM", "half done", "ignores it", "says it is done"])
+def test_an_interruption_while_compressing_leaves_the_tar_file(machine: Machine, number: int,
+                                                               actions: list[behave.Action]):
+    machine.replace("/bin/gzip", *actions)
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    run.signal(number)
+    ended = run.finish()
+    assert ended.status == 10
+    assert ended.stderr == interrupted(number)
+    assert ended.log == packed(number)
+    assert ended.history == expect.history("-g demo", 10, expect.OUTPUT_DIRECTORY + ".tar")
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+    assert sorted(ended.archive.files()) == ["quendil.log", "quendil_hist.log", "quendil_index"]
+
+
+@pytest.mark.parametrize("program, status", [("/bin/tar", 20), ("/bin/gzip", 10)])
+def test_a_terminals_interrupts_reach_the_archivers_too(machine: Machine, program: str,
+                                                        status: int):
+    machine.replace(program, behave.note("INT", "/opt/noted"), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    for _ in range(2):
+        run.signal(signal.SIGINT, to_group=True)
+    ended = run.finish()
+    # They share the run's group; the SIGTERM that ends them is the program's own.
+    assert (ended.status, ended.stderr) == (status, interrupted(2))
+    assert ended.log == (making if status == 20 else packed)(2)
+    assert machine.outputs() == [expect.OUTPUT_NAME + ("" if status == 20 else ".tar")]
+
+
+def test_an_interruption_after_compressing_keeps_the_only_copy(machine: Machine):
+    machine.replace("/bin/gzip", behave.run("/opt/real/gzip"), exiton("TERM", 0),
+                    ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGTERM)
+    ended = run.finish()
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
+    # What is told must be there.
+    assert machine.exists(ended.result)
+
+
+@pytest.mark.parametrize("end", [behave.die("INT"), exit(130)], ids=["killed", "130"])
+def test_a_copy_of_a_log_that_an_interrupt_ended_interrupts_the_run(machine: Machine,
+                                                                    end: behave.Action):
+    machine.replace("/bin/cp", end)
+    ended = collect(machine, pattern_text.block())
+    failed = f"ZEPA133-W:An attempt to copy the logfile ({expect.RUN_LOG}) has failed.\n"
+    assert ended.status == 20
+    log = started_log().started("making").raw(failed + interrupted(2)).ended("making").cleaned()
+    assert ended.log == log.finished(20, expect.output_directory()).text
+    assert ended.stderr == failed + interrupted(2)
+    assert sorted(ended.directory.files()) == ["quendil_index"]
+
+
+def test_an_interruption_while_logs_are_copied_leaves_the_directory(machine: Machine):
+    machine.replace("/bin/cp", behave.run("/opt/real/cp"), ready("/opt/ready"),
+                    behave.wait_for("/opt/go"))
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGTERM)
+    machine.file("/opt/go")
+    ended = run.finish()
+    assert (ended.status, ended.log) == (20, making(15))
+    assert sorted(ended.directory.files()) == ["quendil.log", "quendil_index"]
+
+
+def test_a_removal_that_an_interrupt_ended_interrupts_the_run(machine: Machine):
+    machine.replace("/bin/rm", behave.run("/opt/real/rm"), behave.die("INT"))
+    ended = collect(machine, pattern_text.block())
+    assert ended.status == 10 and ended.stderr == interrupted(2)
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+
+
+def test_nothing_can_interrupt_the_cleaning(machine: Machine):
+    machine.replace("/bin/rm", behave.once("/opt/ready", behave.nap(1)),
+                    behave.wait_for("/opt/go"), behave.run("/opt/real/rm"))
+    run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/tool"), forever())))
+    run.wait_for("/opt/tool")
+    run.signal(signal.SIGTERM)
+    run.wait_for("/opt/ready")
+    for number in BOTH:
+        run.signal(number)
+    machine.file("/opt/go")
+    ended = run.finish()
+    assert ended.status == 255 and ended.stderr == interrupted(15) + expect.LOOK_AT_LOG
+    assert machine.list(DATA_DIRECTORY) == []
+
+
+def test_a_run_after_an_interrupted_one_is_as_any_other(machine: Machine):
+    tool = machine.tool(behave.once("/opt/once", ready("/opt/ready"), forever()))
+    first = begin(machine, pattern_text.tool(tool))
+    first.wait_for("/opt/ready")
+    first.signal(signal.SIGINT)
+    assert first.finish().status == 255
+    second = machine.run("-g", "demo")
+    assert (second.status, second.stderr) == (0, "")
+    assert second.stdout == complete(1).text + expect.output_file()
+    assert second.log == started_log().tool(tool).complete().text

@@ -1,0 +1,1 @@
+"""What the command tests share: private machines, expected texts, masks."""

@@ -1,0 +1,350 @@
+#!/usr/bin/env python3
+"""Checks a directory of collection pattern files before they are shipped.
+
+Usage: check_patterns.py DIR
+
+The product skips a pattern file that it cannot read, with a warning in the run log
+only, and nobody notices a tool whose output no data item picks up. This checker is
+stricter than the product's reader. Besides the format it demands the habits that keep
+the shipped files safe and readable: one statement per line, no comment behind a value,
+a time-out for every tool, one target for every block, a description for every item,
+nothing that could bring a secret along.
+
+It prints one line per finding and exits with 1, or prints what it has seen and exits
+with 0.
+"""
+
+from __future__ import annotations
+
+import fnmatch
+import re
+import string
+import sys
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import NamedTuple
+
+ALLOWED = frozenset((string.ascii_letters + string.digits + string.punctuation + " \t\r\n").encode())
+MAX_LINE = 1025  # bytes, the line feed included
+FILE_NAME = re.compile(r"[0-9]{2}_[a-z][a-z0-9_]*")
+
+FORMAT_VERSION = "1.0"
+GROUP = "linux"
+SPECIAL_STRINGS = {"", "YY", "MM", "DD", "hh", "mm", "ss", "d", "HOST"}  # "" is "%%", a plain "%"
+FILE_TYPES = {"text", "binary", "archive", "directory"}
+
+# What each kind of node may hold: the longest value of each keyword in bytes.
+LIMITS = {
+    "FILE": {"FORMAT_VERSION": 5, "PP_VRS": 10, "PP_KATAMEI": 256, "PP_NAME": 256, "PP_GROUP": 256},
+    "BLOCK": {"TARGET": 256},
+    "TOOL_BLOCK": {"COMMAND_LINE": 260, "TIMEOUT": 5, "TIMEOUT_SIGNAL": 2, "WAIT_TERMINATION": 3,
+                   "REDIRECT_PATH": 260},
+    "DATA_BLOCK": {"PATH_NAME": 260, "FILE_TYPE": 9, "DESCRIPTION": 256},
+}
+OPTIONAL = {"TIMEOUT_SIGNAL", "WAIT_TERMINATION"}
+REPEATABLE = {"PP_GROUP"}
+RANGES = {"TIMEOUT": range(1, 36001), "TIMEOUT_SIGNAL": range(1, 65), "WAIT_TERMINATION": range(601)}
+INNER = {"FILE": {"BLOCK"}, "BLOCK": {"TOOL_BLOCK", "DATA_BLOCK"}, "TOOL_BLOCK": set(), "DATA_BLOCK": set()}
+
+# Where secrets live. What lies below one of these directories is secret, too.
+SECRETS = (
+    "/etc/shadow", "/etc/shadow-", "/etc/gshadow", "/etc/gshadow-", "/etc/security/opasswd",
+    "/etc/sudoers", "/etc/sudoers.d", "/etc/crypttab", "/etc/krb5.keytab", "/etc/sssd", "/etc/samba",
+    "/etc/chrony.keys", "/etc/chrony/chrony.keys", "/etc/ntp.keys", "/etc/ntp/keys",
+    "/etc/ipsec.secrets", "/etc/ppp/chap-secrets", "/etc/ppp/pap-secrets", "/etc/openvpn",
+    "/etc/wireguard", "/etc/wpa_supplicant", "/etc/netplan", "/etc/network/interfaces",
+    "/etc/NetworkManager/system-connections", "/run/NetworkManager/system-connections",
+    "/etc/systemd/network/tunnel.netdev", "/etc/sysconfig/network-scripts",
+    "/etc/ssh/ssh_host_ed25519_key", "/etc/ssl/private", "/etc/pki/tls/private",
+    "/var/lib/sss", "/var/lib/NetworkManager/secret_key", "/var/spool/cron",
+    "/var/log/auth.log", "/var/log/secure", "/var/log/btmp", "/var/log/audit",
+    "/proc/1/cmdline", "/proc/1/environ", "/proc/self/environ", "/proc/keys", "/proc/kcore",
+    "/proc/sys/net/core/netdev_rss_key", "/proc/sys/net/ipv4/tcp_fastopen_key",
+    "/proc/sys/net/ipv6/conf/all/stable_secret", "/home/user/.ssh", "/root/.ssh",
+)
+# Names that betray a secret wherever they stand.
+SECRET_NAME = re.compile(
+    r"/(g?shadow-?|id_(rsa|dsa|ecdsa|ed25519)|[^/]*\.(key|keys|keytab|netdev|p12|pfx|jks)|[^/]*_key"
+    r"|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
+
+LINE_EMPTY = re.compile(r"\s*(#.*)?")
+LINE_CLOSE = re.compile(r"\s*\}\s*")
+LINE_OPEN = re.compile(r"\s*(\w+)\s*\{\s*")
+LINE_VALUE = re.compile(r"""\s*(\w+)\s*=\s*("(?:[^"\\]|\\.)*"|[^\s"#={}\\]+)\s*""")
+
+
+class Finding(NamedTuple):
+    """One broken rule."""
+
+    file: str
+    line: int
+    text: str
+
+    def __str__(self) -> str:
+        return f"{self.file}:{self.line}: {self.text}"
+
+
+class Value(NamedTuple):
+    """One KEYWORD = value, the value as the product stores it."""
+
+    keyword: str
+    text: str
+    line: int
+
+
+@dataclass
+class Node:
+    """A file, a BLOCK, a TOOL_BLOCK or a DATA_BLOCK."""
+
+    kind: str
+    line: int
+    values: list[Value] = field(default_factory=list)
+    children: list[Node] = field(default_factory=list)
+
+    def texts(self, keyword: str) -> list[str]:
+        return [value.text for value in self.values if value.keyword == keyword]
+
+    def text(self, keyword: str) -> str:
+        return next(iter(self.texts(keyword)), "")
+
+    def line_of(self, keyword: str) -> int:
+        return next((value.line for value in self.values if value.keyword == keyword), self.line)
+
+
+class Counts(NamedTuple):
+    """What a directory of pattern files holds."""
+
+    files: int
+    tools: int
+    data_items: int
+
+    def __str__(self) -> str:
+        return f"{self.files} files, {self.tools} tools, {self.data_items} data items"
+
+
+class PatternFile:
+    """One pattern file: its tree of statements and the findings about it."""
+
+    def __init__(self, name: str, content: bytes) -> None:
+        self.name = name
+        self.findings: list[Finding] = []
+        self._check_bytes(content)
+        self.root = self._parse(content.decode("latin-1"))
+        self._check_values(self.root)
+        self._check_head()
+        for block in self.blocks:
+            self._check_block(block)
+
+    @property
+    def blocks(self) -> list[Node]:
+        return [node for node in self.root.children if node.kind == "BLOCK"]
+
+    def items(self, kind: str) -> list[Node]:
+        return [item for block in self.blocks for item in block.children if item.kind == kind]
+
+    def report(self, line: int, text: str) -> None:
+        self.findings.append(Finding(self.name, line, text))
+
+    def _check_bytes(self, content: bytes) -> None:
+        lines = content.split(b"\n")
+        if lines[-1]:
+            self.report(len(lines), "the last line does not end in a line feed")
+        for number, line in enumerate(lines, 1):
+            if not ALLOWED.issuperset(line):
+                self.report(number, "a character that no pattern file may hold")
+            if len(line) + 1 > MAX_LINE:
+                self.report(number, f"a line longer than {MAX_LINE} bytes")
+
+    def _parse(self, text: str) -> Node:
+        """Reads the statements into a tree; a line that is none is reported and left out."""
+        root = Node("FILE", 1)
+        path = [root]
+        for number, line in enumerate(text.split("\n"), 1):
+            if LINE_EMPTY.fullmatch(line):
+                continue
+            if LINE_CLOSE.fullmatch(line):
+                if len(path) == 1:
+                    self.report(number, "a closing brace without a block")
+                else:
+                    path.pop()
+            elif opening := LINE_OPEN.fullmatch(line):
+                if opening[1] not in INNER.get(path[-1].kind, set()):
+                    self.report(number, f"{opening[1]} cannot be opened here")
+                path.append(Node(opening[1], number))
+                path[-2].children.append(path[-1])
+            elif value := LINE_VALUE.fullmatch(line):
+                path[-1].values.append(Value(value[1], unquote(value[2]), number))
+            else:
+                self.report(number, "neither KEYWORD = value nor an opening or a closing of a block")
+        for node in path[1:]:
+            self.report(node.line, f"{node.kind} is never closed")
+        return root
+
+    def _check_values(self, node: Node) -> None:
+        """Every keyword stands in its place, once, with a value the product accepts."""
+        limits = LIMITS.get(node.kind, {})
+        seen: set[str] = set()
+        for keyword, text, line in node.values:
+            if keyword not in limits:
+                self.report(line, f"{keyword} cannot stand here")
+                continue
+            if keyword in seen and keyword not in REPEATABLE:
+                self.report(line, f"{keyword} is given twice")
+            seen.add(keyword)
+            if not text:
+                self.report(line, f"{keyword} is empty")
+            if len(text) > limits[keyword]:
+                self.report(line, f"{keyword} is longer than {limits[keyword]} bytes")
+            if not special_strings_known(text):
+                self.report(line, f"{keyword} holds an unknown special string or an odd percent sign")
+            if keyword in RANGES and not (text.isdecimal() and int(text) in RANGES[keyword]):
+                self.report(line, f"{keyword} is no number from {RANGES[keyword][0]} to {RANGES[keyword][-1]}")
+        for keyword in limits.keys() - seen - OPTIONAL:
+            self.report(node.line, f"{node.kind} without {keyword}")
+        for child in node.children:
+            self._check_values(child)
+
+    def _check_head(self) -> None:
+        first = self.root.values[0] if self.root.values else None
+        if first and (first.keyword != "FORMAT_VERSION" or any(block.line < first.line for block in self.blocks)):
+            self.report(first.line, "FORMAT_VERSION is not the first keyword")
+        if self.root.text("FORMAT_VERSION") not in ("", FORMAT_VERSION):
+            self.report(self.root.line_of("FORMAT_VERSION"), f"FORMAT_VERSION is not {FORMAT_VERSION}")
+        groups = self.root.texts("PP_GROUP")
+        if groups and GROUP not in groups:
+            self.report(self.root.line_of("PP_GROUP"), f"the group {GROUP} is missing")
+        if not self.blocks:
+            self.report(1, "no BLOCK")
+        # The first target of a run names the directory of the whole pattern.
+        for block in self.blocks[1:]:
+            if block.text("TARGET") != self.blocks[0].text("TARGET"):
+                self.report(block.line, "the target differs from that of the first block")
+
+    def _check_block(self, block: Node) -> None:
+        if not block.children:
+            self.report(block.line, "the block is empty")
+        for item, following in zip(block.children, [*block.children[1:], None]):
+            if item.kind == "TOOL_BLOCK":
+                self._check_tool(item, following)
+            elif item.kind == "DATA_BLOCK":
+                self._check_data(item)
+
+    def _check_tool(self, tool: Node, following: Node | None) -> None:
+        command = tool.text("COMMAND_LINE")
+        line = tool.line_of("COMMAND_LINE")
+        if command.count('"') % 2:
+            self.report(line, "a double quote of the command is never closed")
+        words = split_command(command)
+        if words and not words[0].startswith("/"):
+            self.report(line, f"the command {words[0]} is not absolute")
+        if any(re.fullmatch(r"[0-9&]*[<>|;&].*", word) for word in words):
+            self.report(line, "the command needs a shell, but none reads it")
+        for word in words[1:]:
+            if is_secret(word):
+                self.report(line, f"the command names {word}, which may hold secrets")
+        output = tool.text("REDIRECT_PATH")
+        if output and not in_output_directory(output):
+            self.report(tool.line_of("REDIRECT_PATH"), f"{output} is no file below %d%/")
+        if following is None or following.kind != "DATA_BLOCK" or following.text("PATH_NAME") != output:
+            self.report(tool.line, "no DATA_BLOCK directly behind the tool picks its output up")
+
+    def _check_data(self, data: Node) -> None:
+        path = data.text("PATH_NAME")
+        line = data.line_of("PATH_NAME")
+        if path and not path.startswith("/") and not in_output_directory(path):
+            self.report(line, f"{path} is neither absolute nor a file below %d%/")
+        if re.search(r"[*?[]", path.rpartition("/")[0]):
+            self.report(line, f"{path} has a wildcard before its last part, which is not expanded")
+        if brings_secret(path):
+            self.report(line, f"{path} may bring secrets along")
+        if data.text("FILE_TYPE") not in FILE_TYPES | {""}:
+            self.report(data.line_of("FILE_TYPE"), f"FILE_TYPE is none of {', '.join(sorted(FILE_TYPES))}")
+
+
+def unquote(text: str) -> str:
+    """The value as the product stores it: quotes gone, escapes resolved."""
+    return re.sub(r'\\(["\\#])', r"\1", text[1:-1]) if text.startswith('"') else text
+
+
+def special_strings_known(text: str) -> bool:
+    """Whether every name between percent signs is known and no percent sign stands alone."""
+    pieces = text.split("%")
+    return len(pieces) % 2 == 1 and SPECIAL_STRINGS.issuperset(pieces[1::2])
+
+
+def split_command(command: str) -> list[str]:
+    """The words of a command line: blanks separate them, double quotes hold them together."""
+    return [word.replace('"', "") for word in re.findall(r'(?:[^ \t"]|"[^"]*"?)+', command)]
+
+
+def in_output_directory(path: str) -> bool:
+    """Whether the path is a plain file path below the pattern's output directory."""
+    return re.fullmatch(r"%d%(/\w[\w.-]*)+", path, re.ASCII) is not None
+
+
+def _parts(path: str) -> list[str]:
+    return [part for part in path.split("/") if part]
+
+
+def is_secret(path: str) -> bool:
+    """Whether an absolute path, which may hold wildcards, is a secret or lies below one."""
+    parts = _parts(path)
+    return path.startswith("/") and (
+        SECRET_NAME.search("/" + "/".join(parts)) is not None
+        or any(len(parts) >= len(_parts(secret)) and all(map(fnmatch.fnmatchcase, _parts(secret), parts))
+               for secret in SECRETS))
+
+
+def brings_secret(path: str) -> bool:
+    """Whether collecting the path with all that lies below it could bring a secret along."""
+    return is_secret(path) or path.startswith("/") and any(
+        all(map(fnmatch.fnmatchcase, _parts(secret), _parts(path))) for secret in SECRETS)
+
+
+def find_repeated(files: list[PatternFile]) -> list[Finding]:
+    """Paths collected twice into one directory: the second item would stay without a file."""
+    findings = []
+    seen: dict[tuple[str, str], str] = {}
+    for file in files:
+        for block in file.blocks:
+            for item in block.children:
+                path = item.text("PATH_NAME")
+                first = seen.setdefault((block.text("TARGET"), path), f"{file.name}:{item.line}")
+                if path and first != f"{file.name}:{item.line}":
+                    findings.append(Finding(file.name, item.line, f"{path} is collected at {first} already"))
+    return findings
+
+
+def check_directory(directory: Path) -> tuple[list[Finding], Counts]:
+    """Checks every entry of the directory, for the product reads every one of them."""
+    findings: list[Finding] = []
+    files: list[PatternFile] = []
+    for entry in sorted(directory.iterdir()):
+        if not FILE_NAME.fullmatch(entry.name):
+            findings.append(Finding(entry.name, 0, "a name that is not two digits, an underscore and a word"))
+        if entry.is_symlink() or not entry.is_file():
+            findings.append(Finding(entry.name, 0, "not a regular file"))
+            continue
+        files.append(PatternFile(entry.name, entry.read_bytes()))
+        findings += files[-1].findings
+    if not files:
+        findings.append(Finding(directory.name, 0, "no pattern file"))
+    counts = Counts(len(files), *(sum(len(file.items(kind)) for file in files)
+                                  for kind in ("TOOL_BLOCK", "DATA_BLOCK")))
+    return sorted(findings + find_repeated(files)), counts
+
+
+def main(arguments: list[str]) -> int:
+    if len(arguments) != 1 or not Path(arguments[0]).is_dir():
+        print("usage: check_patterns.py DIR", file=sys.stderr)
+        return 2
+    findings, counts = check_directory(Path(arguments[0]))
+    for finding in findings:
+        print(finding)
+    if not findings:
+        print(counts)
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,48 @@
+// A run that has an output directory to collect into.
+#ifndef QUENDIL_TESTS_SUPPORT_COLLECT_FIXTURE_H
+#define QUENDIL_TESTS_SUPPORT_COLLECT_FIXTURE_H
+
+#include <regex>
+#include <string>
+
+#include "child_fixture.h"
+#include "ini/IGIniTable.h"
+
+class CollectTest : public ChildTest {
+  protected:
+    void SetUp() override {
+        ChildTest::SetUp();
+        root_ = IgIniGetCmnRoot(pool());
+        ASSERT_NE(root_, nullptr);
+        base_ = path("base");
+        std::filesystem::create_directory(base_);
+        root_->output_dir = base_.data();
+        root_->output_name = name_.data();
+        output_ = base_ + "/" + name_;
+        std::filesystem::create_directory(output_);
+        data_dir_ = output_;
+        root_->d = data_dir_.data();
+    }
+
+    /// Collects into a directory of the output instead of the output itself.
+    void useSubdirectory(const std::string& name) {
+        data_dir_ = output_ + "/" + name;
+        root_->d = data_dir_.data();
+    }
+
+    /// The index, its dates masked; empty when there is none.
+    std::string index() const {
+        static const std::regex date("DATE:[0-9]{12}");
+        return std::regex_replace(readText(output_ + "/quendil_index"), date, "DATE:STAMP");
+    }
+
+    root_tbl* root_ = nullptr;
+    std::string base_;
+    std::string output_;    // the output directory
+    std::string data_dir_;  // where the pattern's data goes
+
+  private:
+    std::string name_ = "host_250101000000";
+};
+
+#endif

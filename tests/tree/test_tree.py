@@ -1,0 +1,121 @@
+"""Checks of the tree itself: its floors, its form, and what the built binary may need."""
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
+
+# Which floors a floor may include.
+FLOORS = {
+    "common": {"common"},
+    "ini": {"common", "ini"},
+    "collect": {"common", "ini", "collect"},
+    "main": {"common", "ini", "collect", "main"},
+}
+
+# All that the signal handler may call: async-signal-safe functions and what the compiler itself adds.
+HANDLER_MAY_CALL = {
+    "kill",
+    "waitid",
+    "waitpid",
+    "select",
+    "sigaction",
+    "__errno_location",
+    "__stack_chk_fail",
+    "_GLOBAL_OFFSET_TABLE_",
+    # data of the run, not calls
+    "run_state",
+    "crnt_child",
+}
+
+
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+
+def tracked(*patterns):
+    return [ROOT / name for name in run("git", "-C", ROOT, "ls-files", "--", *patterns).split()]
+
+
+def sources():
+    files = tracked("src/*.cpp", "src/*.h", "src/*.inc")
+    assert files
+    return files
+
+
+@pytest.mark.parametrize("floor", FLOORS)
+def test_no_file_includes_one_from_a_floor_above_it(floor):
+    files = [path for path in sources() if path.parts[-2] == floor]
+    assert files
+    for path in files:
+        included = set(re.findall(r'^#include "([a-z]+)/', path.read_text(), re.M))
+        assert included <= FLOORS[floor], path
+
+
+def test_the_sources_have_the_form_that_the_formatter_gives_them():
+    code = tracked("src/*.cpp", "src/*.h", "tests/*.cpp", "tests/*.h", "tests/*.c")
+    formatter = subprocess.run(
+        ["clang-format", "--dry-run", "-Werror", *code], capture_output=True, text=True
+    )
+    assert formatter.returncode == 0, formatter.stderr
+
+
+def test_the_product_uses_no_exceptions_and_no_standard_containers():
+    containers = re.compile(
+        r"#include <(vector|string|map|set|list|deque|unordered_\w+|memory|functional|iostream)>"
+        r"|\b(throw|catch|dynamic_cast|typeid)\b(?=.*[;({])"
+    )
+    for path in sources():
+        code = re.sub(r"//.*", "", path.read_text())
+        assert not containers.search(code), path
+
+
+def test_the_product_reads_no_environment_variable():
+    for path in sources():
+        assert not re.search(r"\bgetenv\b|\benviron\b", path.read_text()), path
+
+
+def test_the_signal_handler_calls_async_signal_safe_functions_only():
+    library = BUILD / "release/src/libquendil_main.a"
+    symbols = run("nm", "--undefined-only", "--format=posix", library)
+    handler = symbols.split("[IGMainSignal.cpp.o]:")[1].split("[", 1)[0]
+    undefined = {line.split()[0] for line in handler.splitlines() if line.strip()}
+    assert {"kill", "waitpid"} <= undefined  # the right object was looked at
+    assert undefined <= HANDLER_MAY_CALL
+
+
+def test_the_installed_binary_needs_only_the_c_library():
+    dynamic = run("readelf", "-dW", BUILD / "release/src/quendil")
+    needed = set(re.findall(r"NEEDED.*\[(.*)\]", dynamic))
+    assert needed - {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"} == {"libc.so.6"}
+
+
+def test_the_installed_binary_runs_with_the_c_library_of_the_oldest_system_served():
+    versions = re.findall(
+        r"\bGLIBC_(\d+)\.(\d+)", run("readelf", "-VW", BUILD / "release/src/quendil")
+    )
+    assert versions
+    assert max((int(major), int(minor)) for major, minor in versions) <= (2, 36)
+
+
+def test_the_commands_of_the_readme_are_there_and_named_by_it():
+    readme = (ROOT / "README.md").read_text()
+    for command in ("scripts/run", "scripts/test"):
+        assert os.access(ROOT / command, os.X_OK)
+        assert f"sudo {command}" in readme
+
+
+def test_shell_scripts_parse():
+    for script in ("scripts/run", "scripts/test", "scripts/support.sh", ".ci/run"):
+        run("bash", "-n", ROOT / script)
+
+
+def test_nothing_generated_or_binary_is_kept():
+    for path in tracked():
+        if path.is_file():
+            assert b"\0" not in path.read_bytes(), path

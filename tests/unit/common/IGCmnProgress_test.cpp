@@ -1,0 +1,299 @@
+#include "common/IGCmnProgress.h"
+
+#include <gmock/gmock.h>
+
+#include <cstddef>
+#include <string>
+
+#include "../../support/in_child.h"
+#include "../../support/run_fixture.h"
+
+// The display lives as long as the process: each test draws in a process of its own.
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* INITIALIZE = "initialize:";
+constexpr const char* COLLECT = "collect   :";
+constexpr const char* ARCHIVE = "archive   :";
+constexpr const char* CLEANUP = "cleanup   :";
+
+std::string bar(const char* label, std::size_t stars) {
+    return label + std::string(stars, '*') + std::string(68 - stars, '_') + "\r";
+}
+
+template <typename Body>
+std::string drawn(Body body) {
+    return inChild(body).out;
+}
+
+void steps(int count) {
+    for (int i = 0; i < count; ++i) {
+        IgCmnProgressStep();
+    }
+}
+
+// To the start of the collect phase of so many items, with four stars.
+void startCollect(int items) {
+    IgCmnProgressEnable();
+    IgCmnProgressInit();
+    steps(4);
+    IgCmnProgressCollect(items);
+}
+
+std::string initPhase() {
+    return bar(INITIALIZE, 0) + bar(INITIALIZE, 1) + bar(INITIALIZE, 2) + bar(INITIALIZE, 3) +
+           bar(INITIALIZE, 4);
+}
+
+// What finishing the initializing phase adds: a bar for each of the 64 steps not taken.
+std::string initFinished() {
+    std::string text;
+    for (int i = 4; i < 68; ++i) {
+        text += bar(INITIALIZE, 4);
+    }
+    return text;
+}
+
+TEST(IGCmnProgress, DrawsNothingBeforeAPhaseStarts) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressStep();
+                  IgCmnProgressEnd();
+                  IgCmnProgressNewline();
+                  IgCmnProgressEnable();
+                  IgCmnProgressStep();
+                  IgCmnProgressNewline();
+              }),
+              "");
+}
+
+TEST(IGCmnProgress, EndsItsLineEvenWhenNoPhaseStarted) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressEnd();
+              }),
+              "\n");
+}
+
+TEST(IGCmnProgress, DrawsLabelStarsAndRestOf68ColumnsAndACarriageReturn) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  IgCmnProgressStep();
+              }),
+              "initialize:____________________________________________________________________\r"
+              "initialize:*___________________________________________________________________\r");
+}
+
+TEST(IGCmnProgress, TakesFourColumnsForInitializing) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  steps(4);
+              }),
+              initPhase());
+}
+
+TEST(IGCmnProgress, AddsNothingForStepsThatAPhaseDoesNotHave) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  steps(6);
+              }),
+              initPhase() + bar(INITIALIZE, 4) + bar(INITIALIZE, 4));
+}
+
+TEST(IGCmnProgress, StaysWithinItsTableHoweverManyStepsAreTaken) {
+    const std::string text = drawn([] {
+        IgCmnProgressEnable();
+        IgCmnProgressInit();
+        steps(200);
+    });
+    EXPECT_THAT(text, ::testing::StartsWith(initPhase()));
+    EXPECT_THAT(text, ::testing::EndsWith(bar(INITIALIZE, 4)));
+    EXPECT_EQ(text.find(std::string(5, '*')), std::string::npos);
+}
+
+TEST(IGCmnProgress, MakesUpForMissingStepsWhenAPhaseIsFinished) {
+    std::string expected =
+        bar(INITIALIZE, 0) + bar(INITIALIZE, 1) + bar(INITIALIZE, 2) + bar(INITIALIZE, 3);
+    for (int i = 3; i < 68; ++i) {
+        expected += bar(INITIALIZE, 4);
+    }
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  steps(3);
+                  IgCmnProgressArchive();
+              }),
+              expected + bar(ARCHIVE, 4));
+}
+
+TEST(IGCmnProgress, GivesAPhaseWithoutAStepNoStars) {
+    EXPECT_EQ(
+        drawn([] {
+            IgCmnProgressEnable();
+            IgCmnProgressInit();
+            IgCmnProgressCollect(1);
+            IgCmnProgressArchive();
+            IgCmnProgressCleanup();
+        }),
+        bar(INITIALIZE, 0) + bar(COLLECT, 0) + bar(COLLECT, 0) + bar(ARCHIVE, 0) + bar(CLEANUP, 0));
+}
+
+TEST(IGCmnProgress, Draws17And17And18StarsForThreeItems) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(3);
+                  steps(3);
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 21) + bar(COLLECT, 38) +
+                  bar(COLLECT, 56));
+}
+
+TEST(IGCmnProgress, DrawsAllStarsForOneItem) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(1);
+                  IgCmnProgressStep();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 56));
+}
+
+TEST(IGCmnProgress, SpreadsExactly52StarsEvenlyOverItsItems) {
+    for (const int items : {1, 2, 3, 7, 13, 51, 52, 53, 100, 104, 1000}) {
+        SCOPED_TRACE(items);
+        std::string expected = initPhase() + initFinished() + bar(COLLECT, 4);
+        for (int done = 1; done <= items; ++done) {
+            const int stars = 52 * done / items;
+            if (stars > 52 * (done - 1) / items) {  // a step without a star draws nothing
+                expected += bar(COLLECT, static_cast<std::size_t>(4 + stars));
+            }
+        }
+        EXPECT_EQ(drawn([items] {
+                      startCollect(items);
+                      steps(items);
+                  }),
+                  expected);
+    }
+}
+
+TEST(IGCmnProgress, CountsItemsBeyond32BitsOfStars) {
+    // 52 times the number of items is more than 32 bits hold.
+    EXPECT_EQ(drawn([] {
+                  startCollect(2'000'000'000);
+                  steps(3);
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4));
+}
+
+TEST(IGCmnProgress, DrawsNoStarsForACollectionWithoutItems) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(0);
+                  steps(3);
+                  IgCmnProgressArchive();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 4) + bar(ARCHIVE, 4));
+}
+
+TEST(IGCmnProgress, RedrawsTheCollectPhaseAsItStandsWhenItIsFinished) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(2);
+                  IgCmnProgressStep();
+                  IgCmnProgressArchive();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 30) + bar(COLLECT, 30) +
+                  bar(ARCHIVE, 30));
+}
+
+TEST(IGCmnProgress, TakesTenColumnsForTheArchiveAndTwoForTheCleanup) {
+    std::string finished;
+    for (int i = 4; i < 68; ++i) {
+        finished += bar(ARCHIVE, 66);
+    }
+    EXPECT_EQ(drawn([] {
+                  startCollect(1);
+                  steps(1);
+                  IgCmnProgressArchive();
+                  steps(4);
+                  IgCmnProgressCleanup();
+                  IgCmnProgressStep();
+                  IgCmnProgressEnd();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 56) + bar(COLLECT, 56) +
+                  bar(ARCHIVE, 56) + bar(ARCHIVE, 59) + bar(ARCHIVE, 61) + bar(ARCHIVE, 64) +
+                  bar(ARCHIVE, 66) + finished + bar(CLEANUP, 66) + bar(CLEANUP, 68) +
+                  bar(CLEANUP, 68) + "\n");
+}
+
+TEST(IGCmnProgress, EndsWithAFullBarWhereverItStood) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  IgCmnProgressEnd();
+              }),
+              bar(INITIALIZE, 0) + bar(INITIALIZE, 68) + "\n");
+}
+
+TEST(IGCmnProgress, NeedsNoLineEndAfterItsOwnEnd) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  IgCmnProgressEnd();
+                  IgCmnProgressNewline();
+              }),
+              bar(INITIALIZE, 0) + bar(INITIALIZE, 68) + "\n");
+}
+
+TEST(IGCmnProgress, EndsTheLineOnceUntilItIsDrawnAgain) {
+    EXPECT_EQ(drawn([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  IgCmnProgressNewline();
+                  IgCmnProgressNewline();
+                  IgCmnProgressStep();
+                  IgCmnProgressNewline();
+              }),
+              bar(INITIALIZE, 0) + "\n" + bar(INITIALIZE, 1) + "\n");
+}
+
+TEST(IGCmnProgress, KnowsThatACollectStepPutItOnTheScreen) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(1);
+                  IgCmnProgressNewline();
+                  IgCmnProgressStep();
+                  IgCmnProgressNewline();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + "\n" + bar(COLLECT, 56) + "\n");
+}
+
+TEST(IGCmnProgress, StandsStillOnceTheRunIsInterrupted) {
+    const ChildResult child = inChild([] {
+        IgCmnProgressEnable();
+        IgCmnProgressInit();
+        run_state.signal_no = 15;
+        run_state.interrupted = 1;
+        steps(3);
+    });
+    EXPECT_EQ(child.out, bar(INITIALIZE, 0) + "\n") << "the report ends the line";
+    EXPECT_EQ(child.err, "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
+}
+
+TEST(IGCmnProgress, HasNoPlaceToStandStillBeforeAPhaseStarts) {
+    const ChildResult child = inChild([] {
+        run_state.interrupted = 1;
+        IgCmnProgressStep();
+    });
+    EXPECT_EQ(child.out + child.err, "") << "the interruption is for others to report";
+}
+
+TEST(IGCmnProgress, ShowsEveryCharacterAtOnce) {
+    // Nothing waits in the stream's buffer: what ends the process at once loses nothing.
+    const ChildResult child = inChild([] {
+        IgCmnProgressEnable();
+        IgCmnProgressInit();
+        std::_Exit(0);
+    });
+    EXPECT_EQ(child.out, bar(INITIALIZE, 0));
+}
+
+}  // namespace

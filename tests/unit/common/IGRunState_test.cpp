@@ -1,0 +1,116 @@
+#include "common/IGRunState.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <string>
+
+#include "../../support/in_child.h"
+#include "../../support/run_fixture.h"
+
+namespace {
+
+class IGRunState : public RunTest {
+  protected:
+    void SetUp() override {
+        RunTest::SetUp();
+        deferred_reports = 0;
+        ::sigaction(SIGINT, nullptr, &interrupt_);
+        ::sigaction(SIGTERM, nullptr, &terminate_);
+    }
+    void TearDown() override {
+        ::sigaction(SIGINT, &interrupt_, nullptr);
+        ::sigaction(SIGTERM, &terminate_, nullptr);
+        RunTest::TearDown();
+    }
+    static inline int deferred_reports = 0;
+
+  private:
+    struct sigaction interrupt_ = {};
+    struct sigaction terminate_ = {};
+};
+
+TEST_F(IGRunState, StartsAsAFailedRunThatNothingInterrupted) {
+    const RunState start;
+    EXPECT_EQ(start.ret_code, 255);
+    EXPECT_EQ(start.interrupted, 0);
+    EXPECT_EQ(start.signal_no, 0);
+    EXPECT_EQ(start.total_size, 0);
+    EXPECT_EQ(start.lock_fd, -1);
+    EXPECT_EQ(start.super_user, 104);
+    EXPECT_EQ(start.memoryp, nullptr);
+    EXPECT_EQ(start.root, nullptr);
+}
+
+TEST_F(IGRunState, KeepsTheReturnCode) {
+    EXPECT_EQ(IgMainGetRetCode(), 255);
+    for (const int code : {20, 10, 0, 255}) {
+        IgMainSetRetCode(code);
+        EXPECT_EQ(IgMainGetRetCode(), code);
+    }
+}
+
+TEST_F(IGRunState, KnowsTheCommandsNameOrNone) {
+    EXPECT_STREQ(IgMainGetCmdName(), "");
+    run_state.cmd_name = "quendil";
+    EXPECT_STREQ(IgMainGetCmdName(), "quendil");
+}
+
+TEST_F(IGRunState, KeepsWhetherAFileWasLeftOut) {
+    IgMainSetSizeOver(1);
+    EXPECT_EQ(run_state.size_exceeded, 1);
+    IgMainSetSizeOver(0);
+    EXPECT_EQ(run_state.size_exceeded, 0);
+}
+
+TEST_F(IGRunState, SaysNothingWhileNothingInterruptedIt) {
+    EXPECT_EQ(IgMainIsInterrupted(), 0);
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(IGRunState, ReportsAnInterruptionOnce) {
+    run_hooks.report_deferred = [] { ++deferred_reports; };
+    run_state.signal_no = SIGTERM;
+    run_state.interrupted = 1;
+    Capture err(stderr);
+    EXPECT_EQ(IgMainIsInterrupted(), 1);
+    EXPECT_EQ(IgMainIsInterrupted(), 1);
+    EXPECT_EQ(err.take(), "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
+    EXPECT_EQ(takeLog(), "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
+    EXPECT_EQ(deferred_reports, 1);
+}
+
+TEST_F(IGRunState, ReportsTheInterruptionBeforeWhatTheHandlerCouldNotDo) {
+    run_hooks.report_deferred = [] { IgCmnMsg<ZEPA148_W>(17); };
+    run_state.signal_no = SIGINT;
+    run_state.interrupted = 1;
+    Capture err(stderr);
+    EXPECT_EQ(IgMainIsInterrupted(), 1);
+    EXPECT_EQ(takeLog(),
+              "ZEPA136-E:quendil was interrupted. signal no = 2.\n"
+              "ZEPA148-W:An attempt to wait or stop a process (17) has failed.\n");
+}
+
+TEST_F(IGRunState, MayBeAskedForTheInterruptionWhileItIsReported) {
+    run_hooks.report_deferred = [] {
+        ++deferred_reports;
+        EXPECT_EQ(IgMainIsInterrupted(), 1);
+    };
+    run_state.interrupted = 1;
+    Capture err(stderr);
+    EXPECT_EQ(IgMainIsInterrupted(), 1);
+    EXPECT_EQ(deferred_reports, 1);
+}
+
+TEST_F(IGRunState, IgnoresFurtherSignalsOnceItIsInterrupted) {
+    IgMainSetInterrupted(SIGINT);
+    EXPECT_EQ(run_state.interrupted, 1);
+    EXPECT_EQ(run_state.signal_no, SIGINT);
+    for (const int signal_no : {SIGINT, SIGTERM}) {
+        struct sigaction action = {};
+        ASSERT_EQ(::sigaction(signal_no, nullptr, &action), 0);
+        EXPECT_EQ(action.sa_handler, SIG_IGN);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,308 @@
+#include "ini/IGIniCtrl.h"
+
+#include <sys/stat.h>
+
+#include "../../support/run_fixture.h"
+#include "ini/IGIniOption.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string NO_SYSTEM_INFORMATION =
+    "ZEPA145-W:There is not system information because an error occurred during reading of all "
+    "collection pattern definition files.\n";
+const std::string NOTHING_TO_COLLECT =
+    "ZEPA121-E:There is not system information to be collected under the specified options.\n";
+
+class IGIniCtrl : public RunTest {
+  protected:
+    void SetUp() override {
+        RunTest::SetUp();
+        writeText(CONFIG_FILE, "# nothing\n");
+        fs::remove_all(PATTERN_DIR);
+        fs::create_directory(PATTERN_DIR);
+        root_ = IgIniGetCmnRoot(pool());
+        ASSERT_NE(root_, nullptr);
+    }
+
+    // A pattern whose blocks serve the targets; an empty text is a block without TARGET.
+    static void pattern(const std::string& file, const std::string& name, const std::string& group,
+                        const std::vector<std::string>& targets = {""}) {
+        std::string text = "FORMAT_VERSION = 1.0\nPP_NAME = " + name + "\n";
+        if (!group.empty()) {
+            text += "PP_GROUP = " + group + "\n";
+        }
+        for (const std::string& target : targets) {
+            text += "BLOCK {\n" + (target.empty() ? "" : "TARGET = " + target + "\n") + "}\n";
+        }
+        writeText(std::string(PATTERN_DIR) + "/" + file, text);
+    }
+
+    int control(std::vector<std::string> options) {
+        options.insert(options.begin(), "quendil");
+        ::Arguments arguments(options);
+        root_ = IgIniGetCmnRoot(pool());
+        Capture errors(stderr);
+        const int result = IgIniCtrl(arguments.count(), arguments.vector(), pool(), root_);
+        errors_ = errors.take();
+        log_ = takeLog();
+        return result;
+    }
+
+    // The selected patterns in order, each with a mark per block: "name++-".
+    std::vector<std::string> selected() const {
+        std::vector<std::string> result;
+        for (const pickptn_tbl& ptn : walkList<const pickptn_tbl>(&root_->selected)) {
+            std::string text = strings(ptn.name).at(0);
+            for (const ptn_block& block : walkList<const ptn_block>(ptn.blocks)) {
+                text += block.skip == 0 ? '+' : '-';
+            }
+            result.push_back(text);
+        }
+        return result;
+    }
+
+    std::string summary(const std::string& config, const std::string& directory,
+                        const std::string& size, const std::string& cleanup,
+                        const std::string& output_file, const std::string& selections) const {
+        return "ZEPA205-I:Summary of parameters.\n    Configuration file = " + config +
+               "\n    Output path of collected information = " + directory + "/" +
+               root_->output_name + "\n    Max output data size = " + size +
+               " KB\n    Cleanup = " + cleanup + "\n    Output file = " + output_file + "\n" +
+               selections;
+    }
+
+    TempDir directory_;
+    root_tbl* root_ = nullptr;
+    std::string errors_;
+    std::string log_;
+};
+
+using ::testing::ElementsAre;
+
+TEST_F(IGIniCtrl, SelectsByGroupAndTarget) {
+    pattern("a", "A", "net", {"web", "db", ""});
+    pattern("b", "B", "disk", {"web"});
+    pattern("c", "C", "", {""});
+    pattern("d", "D", "net\nPP_GROUP = disk", {"db\nTARGET = web"});
+    struct Case {
+        std::vector<std::string> options;
+        std::vector<std::string> expected;
+    };
+    const std::vector<Case> cases = {
+        {{"-g", "net"}, {"A+++", "D+"}},
+        {{"-g", "disk"}, {"B+", "D+"}},
+        {{"-g", "net", "-g", "disk"}, {"A+++", "B+", "D+"}},
+        {{"-t", "web"}, {"A+--", "B+", "D+"}},
+        {{"-t", "db"}, {"A-+-", "D+"}},
+        {{"-t", "web", "-t", "db"}, {"A++-", "B+", "D+"}},
+        {{"-g", "net", "-t", "web"}, {"A+--", "D+"}},
+        {{"-g", "disk", "-t", "db"}, {"D+"}},
+    };
+    for (const Case& one : cases) {
+        EXPECT_EQ(control(one.options), 0);
+        EXPECT_EQ(selected(), one.expected);
+        EXPECT_EQ(errors_, "");
+        for (const pickptn_tbl& ptn : walkList<const pickptn_tbl>(&root_->selected)) {
+            EXPECT_EQ(ptn.targets, nullptr);
+        }
+    }
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"-g", "NET"},
+                                               {"-g", "ne"},
+                                               {"-t", "Web"},
+                                               {"-g", "disk", "-t", "none"},
+                                               {"-t", ""}}) {
+        EXPECT_EQ(control(options), CTRL_NOTHING_SELECTED);
+        EXPECT_EQ(errors_, NOTHING_TO_COLLECT);
+        EXPECT_EQ(root_->selected.count, 0U);
+    }
+}
+
+TEST_F(IGIniCtrl, ReadsThePatternFilesInByteOrder) {
+    pattern("2_a", "second", "g");
+    pattern("10_b", "first", "g");
+    pattern("B", "third", "g");
+    pattern("a", "fourth", "g");
+    pattern(".hidden", "hidden", "g");
+    EXPECT_EQ(control({"-g", "g"}), 0);
+    EXPECT_THAT(selected(), ElementsAre("hidden+", "first+", "second+", "third+", "fourth+"));
+}
+
+TEST_F(IGIniCtrl, TakesEqualPatternsAsManyTimesAsTheyAreThere) {
+    pattern("a", "same", "g");
+    pattern("b", "same", "g");
+    EXPECT_EQ(control({"-g", "g"}), 0);
+    EXPECT_THAT(selected(), ElementsAre("same+", "same+"));
+}
+
+TEST_F(IGIniCtrl, GoesOnBehindAPatternFileThatFails) {
+    writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 1.0\nFOO\n");
+    pattern("b", "B", "g");
+    EXPECT_EQ(control({"-g", "g"}), 0);
+    EXPECT_THAT(selected(), ElementsAre("B+"));
+    EXPECT_EQ(errors_, "");
+    EXPECT_THAT(log_, ::testing::EndsWith("ZEPA137-W:Internal error occurred.\nZEPA138-W:filename "
+                                          "= " +
+                                          std::string(PATTERN_DIR) + "/a, line no = 2.\n"));
+    EXPECT_EQ(msg_state.mode, 0);
+}
+
+TEST_F(IGIniCtrl, FailsWhenEveryPatternFileFails) {
+    writeText(std::string(PATTERN_DIR) + "/a", "");
+    writeText(std::string(PATTERN_DIR) + "/b", "FORMAT_VERSION = 9.9\n");
+    EXPECT_EQ(control({"-g", "g"}), CTRL_ALL_FAILED);
+    EXPECT_EQ(errors_,
+              "ZEPA159-W:quendil command is older than the collection pattern file. skip "
+              "the file (" +
+                  std::string(PATTERN_DIR) + "/b).\n" + NO_SYSTEM_INFORMATION);
+    EXPECT_EQ(msg_state.mode, 0);
+}
+
+TEST_F(IGIniCtrl, FailsWithoutAnyPatternFile) {
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_EQ(errors_, NO_SYSTEM_INFORMATION);
+    fs::create_directory(std::string(PATTERN_DIR) + "/sub");  // directories are no pattern files
+    EXPECT_EQ(control({"-g", "g"}), -1);
+}
+
+TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
+    fs::remove(PATTERN_DIR);
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_THAT(log_, ::testing::EndsWith("    PP_NAME = \n" + trio("opendir", 2,
+                                                                    "No such file or directory",
+                                                                    PATTERN_DIR, "IGCmnPath")));
+}
+
+TEST_F(IGIniCtrl, DoesNotCallADirectoryEmptyThatCouldNotBeListed) {
+    const std::string link = std::string(PATTERN_DIR) + "/link";
+    fs::create_symlink("/nowhere", link);
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_THAT(
+        log_, ::testing::EndsWith("    PP_NAME = \n" +
+                                  trio("stat", 2, "No such file or directory", link, "IGCmnPath")));
+}
+
+TEST_F(IGIniCtrl, SummarisesTheParameters) {
+    pattern("a", "A", "g1", {"\"t 1\""});
+    EXPECT_EQ(control({"-g", "g1"}), 0);
+    EXPECT_EQ(log_, summary(CONFIG_FILE, DATA_DIR, "-1", "OFF", root_->output_name,
+                            "    TARGET = \n    PP_GROUP = g1\n    PP_NAME = \n"));
+    EXPECT_EQ(errors_, "");
+
+    const std::string config = directory_.path("conf");
+    writeText(config,
+              "QUENDIL_CLEANUP=ON\nQUENDIL_MAX_OUTPUT_DATA_SIZE=20\n"
+              "QUENDIL_DATA_DIRECTORY=" +
+                  directory_.path() + "\n");
+    EXPECT_EQ(control({"-c", config, "-t", "t 1", "-t", "t2", "-o", directory_.path("x")}), 0);
+    EXPECT_EQ(log_, summary(config, directory_.path(), "20", "ON", directory_.path("x"),
+                            "    TARGET = t 1\n    TARGET = t2\n    PP_GROUP = \n"
+                            "    PP_NAME = \n"));
+    EXPECT_EQ(root_->output_dir, directory_.path());
+}
+
+TEST_F(IGIniCtrl, LetsTheCommandLineWin) {
+    pattern("a", "A", "g");
+    writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=/nowhere\n");
+    fs::create_directory(directory_.path("out"));
+    EXPECT_EQ(control({"-g", "g", "-d", directory_.path("out")}), 0);
+    EXPECT_EQ(root_->output_dir, directory_.path("out"));
+    EXPECT_THAT(strings(root_->pp_group), ElementsAre("g"));
+    EXPECT_EQ(root_->target, nullptr);
+}
+
+TEST_F(IGIniCtrl, PassesOnWhatTheOptionsAndTheConfigurationSay) {
+    pattern("a", "A", "g");
+    EXPECT_EQ(control({}), -1);
+    EXPECT_EQ(errors_, "ZEPA115-E:A required option is not specified.\n");
+    EXPECT_EQ(control({"-x"}), OPTION_ERROR);
+    EXPECT_EQ(errors_, "ZEPA101-E:The specified option(-x) is invalid.\n");
+    EXPECT_EQ(log_, errors_);
+    fs::remove(CONFIG_FILE);
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_EQ(errors_,
+              "ZEPA118-E:A configuration file(" + std::string(CONFIG_FILE) + ") does not exist.\n");
+}
+
+TEST_F(IGIniCtrl, WantsAWritableOutputDirectory) {
+    pattern("a", "A", "g");
+    writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=" + directory_.path("out") + "\n");
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_EQ(errors_, "ZEPA104-E:The specified directory(" + directory_.path("out") +
+                           ") does not exist.\n");
+    fs::create_directory(directory_.path("out"));
+    ASSERT_EQ(::chmod(directory_.path("out").c_str(), 0500), 0);
+    EXPECT_EQ(control({"-g", "g"}), -1);
+    EXPECT_EQ(errors_, "ZEPA105-E:You do not have write permissions for the specified directory(" +
+                           directory_.path("out") + ").\n");
+}
+
+TEST_F(IGIniCtrl, RefusesADefaultArchiveThatExists) {
+    pattern("a", "A", "g");
+    // The name comes from the clock: the run table of this test gets one that cannot be met again.
+    const auto run = [this](const std::string& suffix) {
+        ::Arguments arguments({"quendil", "-g", "g", "-d", directory_.path()});
+        root_ = IgIniGetCmnRoot(pool());
+        const std::string file = directory_.path(root_->output_name) + suffix;
+        writeText(file, "");
+        Capture errors(stderr);
+        const int result = IgIniCtrl(arguments.count(), arguments.vector(), pool(), root_);
+        fs::remove(file);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(errors.take(), "ZEPA109-E:The specified file(" + file + ") already exists.\n");
+    };
+    run(".tar");
+    run(".tar.gz");
+}
+
+TEST_F(IGIniCtrl, SortsNamesByTheirBytesWithNullLast) {
+    std::vector<std::string> names = {"b", "a", "", "\xc3\xa4", "B", "10", "9", "a"};
+    IgCmnListHeader list{};
+    for (std::string& name : names) {
+        ASSERT_GT(IgCmnListAdd(pool(), &list, name.data()), 0);
+    }
+    list.first->next->value = nullptr;  // instead of the first "a"
+    const char* const* sorted = sortFileArray(&list, pool());
+    ASSERT_NE(sorted, nullptr);
+    const std::vector<std::string> expected = {"", "10", "9", "B", "a", "b", "\xc3\xa4"};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(sorted[i], expected[i]);
+    }
+    EXPECT_EQ(sorted[expected.size()], nullptr);
+}
+
+TEST_F(IGIniCtrl, MatchesNamesAndGroupsEachInItsSelection) {
+    IgCmnListHeader* a = nullptr;
+    IgCmnListHeader* b = nullptr;
+    IgCmnListHeader* ab = nullptr;
+    IgIniCollectList("a", &a, pool());
+    IgIniCollectList("b", &b, pool());
+    IgIniCollectList("b", &ab, pool());
+    IgIniCollectList("a", &ab, pool());
+    EXPECT_EQ(IgIniMatchSelection(nullptr, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(IgIniMatchSelection(a, b, nullptr, nullptr), 1);
+    EXPECT_EQ(IgIniMatchSelection(a, b, ab, nullptr), 1);
+    EXPECT_EQ(IgIniMatchSelection(a, b, b, nullptr), 0);
+    EXPECT_EQ(IgIniMatchSelection(a, b, nullptr, b), 1);
+    EXPECT_EQ(IgIniMatchSelection(a, b, nullptr, a), 0);
+    EXPECT_EQ(IgIniMatchSelection(a, b, a, b), 1);
+    EXPECT_EQ(IgIniMatchSelection(a, b, a, a), 0);
+    EXPECT_EQ(IgIniMatchSelection(a, b, b, b), 0);
+    EXPECT_EQ(IgIniMatchSelection(nullptr, b, a, nullptr), 0);
+    EXPECT_EQ(IgIniMatchSelection(a, nullptr, a, b), 0);
+}
+
+TEST_F(IGIniCtrl, MustNotBeGivenNull) {
+    ::Arguments arguments({"quendil"});
+    EXPECT_DEATH(IgIniCtrl(1, nullptr, pool(), root_), "argv != \\(\\(void \\*\\)0\\)");
+    EXPECT_DEATH(IgIniCtrl(1, arguments.vector(), nullptr, root_),
+                 "memoryp != \\(\\(void \\*\\)0\\)");
+    EXPECT_DEATH(IgIniCtrl(1, arguments.vector(), pool(), nullptr),
+                 "root != \\(\\(void \\*\\)0\\)");
+    EXPECT_DEATH(sortFileArray(nullptr, pool()), "list != \\(\\(void \\*\\)0\\)");
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "main/IGMainOutput.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "../../support/collect_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class IGMainOutput : public CollectTest {
+  protected:
+    void SetUp() override {
+        CollectTest::SetUp();
+        run_state.root = root_;
+        run_hooks.is_super_user = [] { return 0; };
+        fs::remove(history_);
+    }
+
+    std::string history() const { return readText(history_); }
+
+    // What is reported of the result: on the standard output, which the run log must hold as well.
+    // A process reports once, so it is done in another one.
+    std::string reported() {
+        Capture output(stdout);
+        const pid_t other = ::fork();
+        if (other == 0) {
+            IgMainReportOutput();
+            std::_Exit(outputHalfReported() ? 1 : 0);
+        }
+        int status = -1;
+        EXPECT_EQ(::waitpid(other, &status, 0), other);
+        EXPECT_EQ(status, 0);
+        const std::string said = output.take();
+        EXPECT_EQ(takeLog(), said);
+        return said;
+    }
+
+    const std::string history_ = std::string(LOG_DIR) + "/quendil_hist.log";
+};
+
+TEST_F(IGMainOutput, NamesTheResultByTheReturnCode) {
+    std::string relative = "archive.tar.gz";
+    std::string absolute = "/elsewhere/archive";
+    root_->output_file = relative.data();
+    IgMainSetRetCode(RETCODE_DIRECTORY);
+    EXPECT_EQ(IgMainGetOutputPath(pool()), output_);
+    IgMainSetRetCode(RETCODE_COMPRESSED);
+    EXPECT_EQ(IgMainGetOutputPath(pool()), base_ + "/archive.tar.gz");
+    IgMainSetRetCode(RETCODE_ARCHIVE);
+    EXPECT_EQ(IgMainGetOutputPath(pool()), base_ + "/archive.tar.gz.tar");
+    root_->output_file = absolute.data();
+    EXPECT_STREQ(IgMainGetOutputPath(pool()), "/elsewhere/archive.tar");
+    IgMainSetRetCode(RETCODE_COMPRESSED);
+    EXPECT_STREQ(IgMainGetOutputPath(pool()), "/elsewhere/archive");
+    run_state.root = nullptr;
+    EXPECT_EQ(IgMainGetOutputPath(pool()), nullptr);
+}
+
+TEST_F(IGMainOutput, WritesTheResultIntoTheHistoryUnlessTheRunFailed) {
+    std::string absolute = "/elsewhere/archive";
+    root_->output_file = absolute.data();
+    IgMainHistOutput();
+    EXPECT_EQ(history(), "");
+    std::string expected;
+    for (const auto& [code, result] :
+         std::vector<std::pair<int, std::string>>{{RETCODE_COMPRESSED, absolute},
+                                                  {RETCODE_ARCHIVE, absolute + ".tar"},
+                                                  {RETCODE_DIRECTORY, output_}}) {
+        IgMainSetRetCode(code);
+        IgMainHistOutput();
+        expected += "ZEPA303-I:Output = " + result + ".\n";
+        EXPECT_EQ(history(), expected);
+    }
+}
+
+TEST_F(IGMainOutput, CleansUpTheOutputOfAFailedRunOnly) {
+    root_->output_made = true;
+    for (const int code : {RETCODE_COMPRESSED, RETCODE_ARCHIVE, RETCODE_DIRECTORY}) {
+        IgMainSetRetCode(code);
+        IgMainCleanup();
+        EXPECT_TRUE(fs::exists(output_));
+    }
+    IgMainSetRetCode(RETCODE_FAILED);
+    IgMainCleanup();
+    EXPECT_FALSE(fs::exists(output_));
+    EXPECT_EQ(takeLog(), "ZEPA212-I:Deleted data below \"" + output_ + "\".\n");
+    IgMainCleanup();
+    EXPECT_EQ(takeLog(), "");
+    EXPECT_EQ(msg_state.mode, 0);
+}
+
+TEST_F(IGMainOutput, RemovesTheOutputOfARunWithoutALogWhenCleanupIsOn) {
+    root_->output_made = true;
+    IgMainRemoveOutput();
+    EXPECT_TRUE(fs::exists(output_));
+    root_->cleanup = CLEANUP_ON;
+    IgMainRemoveOutput();
+    EXPECT_FALSE(fs::exists(output_));
+    EXPECT_EQ(takeLog(), "");
+    run_state.root = nullptr;
+    IgMainRemoveOutput();
+}
+
+TEST_F(IGMainOutput, RemovesNoDirectoryThatItHasNotMade) {
+    root_->cleanup = CLEANUP_ON;
+    IgMainRemoveOutput();
+    IgMainCleanup();
+    EXPECT_TRUE(fs::exists(output_));
+}
+
+TEST_F(IGMainOutput, ReportsAResultThatIsThere) {
+    std::string absolute = path("archive");
+    root_->output_file = absolute.data();
+    IgMainSetRetCode(RETCODE_DIRECTORY);
+    EXPECT_EQ(reported(), "ZEPA215-I:Output = " + output_ + ".\n");
+    writeText(absolute, "12345");
+    writeText(absolute + ".tar", "1234567");
+    IgMainSetRetCode(RETCODE_COMPRESSED);
+    EXPECT_EQ(reported(), "ZEPA214-I:Output file = " + absolute + ". size = 5 bytes.\n");
+    IgMainSetRetCode(RETCODE_ARCHIVE);
+    EXPECT_EQ(reported(), "ZEPA211-I:Archive file = " + absolute + ".tar. size = 7 bytes.\n");
+    writeText(absolute + ".tar", "");
+    EXPECT_EQ(reported(), "");
+}
+
+}  // namespace

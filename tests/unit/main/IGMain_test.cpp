@@ -1,0 +1,282 @@
+#include "main/IGMain.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "../../support/collect_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t NOBODY = 65534;
+
+class IGMain : public CollectTest {
+  protected:
+    void SetUp() override {
+        CollectTest::SetUp();
+        run_state.root = root_;
+        run_hooks.is_super_user = [] { return 0; };
+        fs::remove(lock_);
+        fs::remove(history_);
+    }
+    void TearDown() override {
+        IgMainUnlock();
+        fs::remove_all(lock_);
+        CollectTest::TearDown();
+    }
+
+    // What the history log holds, places masked.
+    std::string history() const { return masked(readText(history_)); }
+
+    // A selected pattern with one block of these targets that collects a file.
+    pickptn_tbl* select(const std::vector<std::string>& targets, const std::string& file) {
+        pickptn_tbl* ptn = IgIniGetPickPtn(pool());
+        ptn_block* block = IgIniGetPickPtnBlock(pool());
+        block->skip = 0;
+        for (const std::string& target : targets) {
+            IgIniCollectList(target.c_str(), &block->target, pool());
+        }
+        collect_item* item = IgIniGetPickPtnCmdData(pool(), ITEM_DATA);
+        item->data.path_name = strdupInPool(file);
+        IgCmnListAppend(pool(), &block->items, item);
+        IgCmnListAppend(pool(), &ptn->blocks, block);
+        IgCmnListAdd(pool(), &root_->selected, ptn);
+        return ptn;
+    }
+
+    // The archive cannot be made: the output directory stays and can be looked at.
+    void keepOutput() {
+        output_file_ = path("none/archive");
+        root_->output_file = output_file_.data();
+    }
+
+    int collect() {
+        Capture output(stdout);  // the progress line
+        Capture errors(stderr);
+        return IgMainCollect(0);
+    }
+
+    const std::string lock_ = std::string(BIN_DIR) + "/.quendil.lck";
+    const std::string history_ = std::string(LOG_DIR) + "/quendil_hist.log";
+
+  private:
+    char* strdupInPool(const std::string& text) {
+        auto* copy = newFromPool<char>(pool(), text.size() + 1);
+        text.copy(copy, text.size());
+        return copy;
+    }
+
+    std::string output_file_;
+};
+
+// --- who may run, and how many
+// ----------------------------------------------------------------------
+
+TEST_F(IGMain, LetsTheSuperUserRun) {
+    EXPECT_EQ(IgMainIsSuperUser(0), 0);
+    EXPECT_EQ(IgMainIsSuperUserCached(), 0);
+    EXPECT_EQ(run_state.super_user, 0);
+    EXPECT_EXIT(
+        {
+            // Effective rights are enough.
+            if (::setresuid(NOBODY, 0, 0) != 0) {
+                std::_Exit(2);
+            }
+            std::_Exit(IgMainIsSuperUser(0) == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(IGMain, LetsNobodyElseRun) {
+    run_hooks.is_super_user = nullptr;
+    EXPECT_EXIT(
+        {
+            if (::setresuid(NOBODY, NOBODY, NOBODY) != 0) {
+                std::_Exit(2);
+            }
+            std::_Exit(IgMainIsSuperUser(0) == -1 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0),
+        "^ZEPA117-E:This cannot be executed because the user is not a super user\\.\n$");
+    EXPECT_EXIT(
+        {
+            if (::setresuid(NOBODY, NOBODY, NOBODY) != 0) {
+                std::_Exit(2);
+            }
+            const bool refused = IgMainIsSuperUser(1) == -1 && IgMainIsSuperUserCached() == -1;
+            std::_Exit(refused && run_state.super_user == -1 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(IGMain, AsksForTheSuperUserOnce) {
+    run_state.super_user = -1;
+    EXPECT_EQ(IgMainIsSuperUserCached(), -1);
+}
+
+TEST_F(IGMain, TakesTheLockAndDropsIt) {
+    const mode_t mask = ::umask(0);
+    EXPECT_EQ(IgMainLock(), 0);
+    ::umask(mask);
+    ASSERT_NE(run_state.lock_fd, -1);
+    EXPECT_EQ(::fcntl(run_state.lock_fd, F_GETFD), FD_CLOEXEC);
+    struct stat st = {};
+    ASSERT_EQ(::stat(lock_.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600U);
+    EXPECT_EQ(st.st_size, 0);
+    IgMainUnlock();
+    EXPECT_EQ(run_state.lock_fd, -1);
+    IgMainUnlock();
+    EXPECT_TRUE(fs::exists(lock_));
+    EXPECT_EQ(IgMainLock(), 0);  // what an earlier run left does not matter
+    EXPECT_EQ(history(), "");
+}
+
+TEST_F(IGMain, RefusesASecondRunAtOnce) {
+    int ready[2] = {-1, -1};
+    ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+    const pid_t other = ::fork();
+    if (other == 0) {
+        if (IgMainLock() == 0 && ::write(ready[1], "x", 1) == 1) {
+            ::pause();
+        }
+        std::_Exit(1);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    const std::string message = "ZEPA116-E:Another quendil is already running. Please try later.\n";
+    Capture errors(stderr);
+    EXPECT_EQ(IgMainLock(), LOCK_HELD);
+    EXPECT_EQ(errors.take(), message);
+    EXPECT_EQ(history(), message);
+    IgMainUnlock();
+    ::kill(other, SIGKILL);
+    ::waitpid(other, nullptr, 0);
+    EXPECT_EQ(IgMainLock(), 0);  // the lock of a killed run is gone with it
+    ::close(ready[0]);
+    ::close(ready[1]);
+}
+
+TEST_F(IGMain, ReportsALockFileThatCannotBeOpened) {
+    fs::create_directory(lock_);
+    Capture errors(stderr);
+    EXPECT_EQ(IgMainLock(), -1);
+    const std::string call =
+        "ZEPA113-E:An error occurred during the following system call. system call name = open, "
+        "error code = 21, msg = Is a directory.\n";
+    EXPECT_EQ(errors.take(), call + "ZEPA151-E:Additional information, path = " + lock_ + ".\n");
+    EXPECT_EQ(history(), call + "ZEPA114-E:source = IGMain, line no = N.\n");
+    EXPECT_EQ(run_state.lock_fd, -1);
+}
+
+// --- the collection
+// --------------------------------------------------------------------------------
+
+TEST_F(IGMain, FindsAFreeNameForTheOutput) {
+    const std::string name = root_->output_name;
+    for (const std::string suffix : {"_1", "_2", "_3"}) {
+        keepOutput();
+        std::string given = name;
+        root_->output_name = given.data();
+        EXPECT_EQ(collect(), -1);
+        EXPECT_EQ(root_->output_name, name + suffix);
+        EXPECT_TRUE(fs::exists(output_ + suffix));
+        EXPECT_EQ(root_->output_file, path("none/archive"));  // -o stays what it is
+        EXPECT_EQ(IgMainGetRetCode(), RETCODE_DIRECTORY);
+        EXPECT_EQ(run_state.cleanup_wanted, 1 - root_->cleanup);
+    }
+    fs::remove_all(output_);
+    std::string given = name;
+    root_->output_name = given.data();
+    EXPECT_EQ(collect(), -1);
+    EXPECT_EQ(root_->output_name, name);
+}
+
+TEST_F(IGMain, RenamesTheDefaultArchiveWithItsDirectory) {
+    root_->output_file = root_->output_name;
+    EXPECT_EQ(collect(), 0);
+    EXPECT_EQ(root_->output_file, output_ + "_1.tar.gz");
+    EXPECT_TRUE(fs::exists(output_ + "_1.tar.gz"));
+    EXPECT_EQ(IgMainGetRetCode(), RETCODE_COMPRESSED);
+    EXPECT_EQ(run_state.cleanup_wanted, 1);
+}
+
+TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
+    fs::remove_all(output_);
+    keepOutput();
+    writeText(path("a"), "a");
+    const pickptn_tbl* first = select({"web server", "db"}, path("a"));
+    const pickptn_tbl* same = select({"web server", "db"}, path("a"));
+    const pickptn_tbl* other = select({"web-server"}, path("a"));
+    const pickptn_tbl* none = select({}, path("a"));
+    EXPECT_EQ(collect(), -1);  // the archive, on purpose
+    EXPECT_EQ(first->output_dir, output_ + "/web_server");
+    EXPECT_EQ(same->output_dir, output_ + "/web_server");
+    EXPECT_EQ(other->output_dir, output_ + "/web_server_1");
+    EXPECT_EQ(none->output_dir, output_);
+    EXPECT_THAT(strings(first->targets), ::testing::ElementsAre("web server", "db"));
+    EXPECT_EQ(none->targets, nullptr);
+    const std::string file = path("a").substr(1);
+    const std::string rest = "\nDESC:\nDATE:STAMP\nTYPE:text\n";
+    EXPECT_EQ(index(), "quendil [Ver. 01-02]\n\n\nFILE:web_server/" + file + rest + "\nFILE:" +
+                           rest + "\nFILE:web_server_1/" + file + rest + "\nFILE:" + file + rest);
+    EXPECT_EQ(root_->d, nullptr);
+}
+
+TEST_F(IGMain, HeadsTheIndexWithTheCommandLine) {
+    fs::remove_all(output_);
+    keepOutput();
+    writeText(path("a"), "a");
+    select({}, path("a"));
+    run_state.cmd_name = "quendil";
+    std::string argument = "-g 'a b'";
+    run_state.argument = argument.data();
+    EXPECT_EQ(collect(), -1);
+    EXPECT_THAT(index(), ::testing::StartsWith("quendil [Ver. 01-02]\nquendil -g 'a b'\n\nFILE:"));
+    run_state.argument = nullptr;
+}
+
+TEST_F(IGMain, EndsAnInterruptedCollectionBeforeItBegins) {
+    fs::remove_all(output_);
+    for (const std::int32_t cleanup : {CLEANUP_ON, CLEANUP_OFF}) {
+        root_->cleanup = cleanup;
+        run_state.interrupted = 1;
+        EXPECT_EQ(collect(), 2);
+        EXPECT_EQ(run_state.cleanup_wanted, cleanup == CLEANUP_ON ? 1 : 0);
+    }
+    EXPECT_FALSE(fs::exists(output_));
+    EXPECT_EQ(IgMainGetRetCode(), RETCODE_FAILED);
+}
+
+// --- the end
+// -------------------------------------------------------------------------------------
+
+TEST_F(IGMain, EndsTheRunWithItsResultAndBothLogs) {
+    std::string absolute = path("archive.tar.gz");
+    writeText(absolute, "12345");
+    root_->output_file = absolute.data();
+    run_state.size_exceeded = 1;
+    IgMainSetRetCode(RETCODE_COMPRESSED);
+    Capture output(stdout);
+    // It can be done only once in a process.
+    EXPECT_EXIT(std::_Exit(IgMainEnd() == 0 && IgMainEnd() == 0 && run_state.root == nullptr &&
+                                   run_state.lock_fd == -1
+                               ? 0
+                               : 1),
+                ::testing::ExitedWithCode(0),
+                "^ZEPA131-W:The size of the output data exceeded a limit size\\.\n$");
+    EXPECT_THAT(takeLog(),
+                ::testing::MatchesRegex("ZEPA214-I:Output file = " + absolute +
+                                        "\\. size = 5 bytes\\.\n"
+                                        "ZEPA213-I:quendil ended at [0-9/]* [0-9:]*\\. return code "
+                                        "= 0\\.\n"));
+    EXPECT_THAT(history(), ::testing::MatchesRegex("ZEPA304-I:quendil exit code = 0\\.\n"
+                                                   "ZEPA305-I:quendil ended at [0-9/]* [0-9:]*\\."
+                                                   "\n"));
+}
+
+}  // namespace
