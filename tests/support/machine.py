@@ -484,5 +484,5 @@ def _input(stdin: bytes | int | None) -> int:
 def _sanitizer_settings() -> dict[str, str]:
     """The settings of an instrumented build, which the caller of the tests gave."""
     known = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE",
-             "GCOV_PREFIX", "GCOV_PREFIX_STRIP")
+             "GCOV_PREFIX", "GCOV_PREFIX_STRIP", "GCOV_ERROR_FILE")
     return {name: os.environ[name] for name in known if name in os.environ}
