@@ -90,7 +90,7 @@ int copyLog(memory_pool* memoryp, const char* collected, const char* name, bool 
 }
 
 int copyLogs(memory_pool* memoryp, const root_tbl& root) {
-    const char* collected = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    const char* collected = outputDirectory(memoryp, root);
     if (collected == nullptr) {
         return -1;
     }
@@ -157,10 +157,6 @@ void removePartial(const char* path) {
     }
 }
 
-std::int64_t sizeOrZero(const char* path) {
-    return IgCmnFileExists(path) != 0 ? IgCmnFileGetSize(path) : 0;
-}
-
 bool alreadyExists(const char* path) {
     if (IgCmnFileIsTaken(path) == 0) {
         return false;
@@ -172,7 +168,7 @@ bool alreadyExists(const char* path) {
 bool choosePaths(Archive& archive) {
     memory_pool* memoryp = archive.memoryp;
     const root_tbl& root = archive.root;
-    archive.collected = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    archive.collected = outputDirectory(memoryp, root);
     char* directory = nullptr;
     char* file = nullptr;
     if (archive.collected == nullptr ||
@@ -205,7 +201,7 @@ int pack(Archive& archive) {
         return ARC_INTERRUPTED;
     }
     // A tar that met a file changing under it ends with a code of its own; the archive is good.
-    if (result == EXEC_FAILED || sizeOrZero(archive.tar) <= 0) {
+    if (result == EXEC_FAILED || IgCmnFileSizeIfThere(archive.tar) <= 0) {
         removePartial(archive.tar);
         return -1;
     }
@@ -242,7 +238,7 @@ char* resultName(const Archive& archive) {
 
 // Takes the compressed archive as the run's result. 0, or -1 when it is none.
 int acceptCompressed(const Archive& archive) {
-    if (sizeOrZero(archive.gz) <= 0) {
+    if (IgCmnFileSizeIfThere(archive.gz) <= 0) {
         return -1;
     }
     root_tbl& root = archive.root;

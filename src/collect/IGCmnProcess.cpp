@@ -488,8 +488,7 @@ int runCommand(Run run) {
     request.stdout_path = NULL_DEVICE;
     request.stderr_path = stderr_path.data();
     const int result = run(request);
-    if (result == EXEC_NONZERO && IgCmnFileExists(stderr_path.data()) != 0 &&
-        IgCmnFileGetSize(stderr_path.data()) > 0) {
+    if (result == EXEC_NONZERO && IgCmnFileSizeIfThere(stderr_path.data()) > 0) {
         IgCmnMsgCopyFile(stderr_path.data());
     }
     return IgMainIsInterrupted() != 0 ? EXEC_INTERRUPTED : result;

@@ -70,7 +70,7 @@ bool canBeSplit(memory_pool* memoryp, const char* command_line, bool& names_prog
 }
 
 void showErrorOutput(const char* path) {
-    if (IgCmnFileExists(path) != 0 && IgCmnFileGetSize(path) > 0) {
+    if (IgCmnFileSizeIfThere(path) > 0) {
         IgCmnMsgInfo<ZEPA208_W>();
         IgCmnMsgCopyFile(path);
     }

@@ -87,13 +87,13 @@ int IndexFile::finish() {
 }
 
 const char* indexPath(memory_pool* memoryp, const root_tbl& root) {
-    const char* directory = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    const char* directory = outputDirectory(memoryp, root);
     return directory == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, INDEX_NAME);
 }
 
 int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir,
                 const IgCmnListHeader* records) {
-    const char* output = IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+    const char* output = outputDirectory(memoryp, root);
     const char* path = indexPath(memoryp, root);
     char* directory = nullptr;  // however the base directory is spelt
     if (output == nullptr || path == nullptr ||

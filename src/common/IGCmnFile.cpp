@@ -274,6 +274,11 @@ std::int64_t IgCmnFileGetSize(const char* path) {
     return sizeBelow(path, nullptr);
 }
 
+std::int64_t IgCmnFileSizeIfThere(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    return IgCmnFileExists(path) != 0 ? IgCmnFileGetSize(path) : 0;
+}
+
 int IgCmnFileCheckMode(const char* path, std::uint16_t bits) {
     IG_ASSERT_NOT_NULL(path);
     struct stat st = {};

@@ -70,6 +70,8 @@ int IgCmnFileRemoveAll(const char* path);
 /// Bytes of a file, or of all files below a directory (links followed, an ancestor met again not
 /// entered; directories themselves count 0). 0 after a reported failure, or the partial sum.
 std::int64_t IgCmnFileGetSize(const char* path);
+/// The same; 0 without a report when there is no such file.
+std::int64_t IgCmnFileSizeIfThere(const char* path);
 
 /// 1 when the owner bits of the file's mode include all of `bits` (such as 0200), and for a
 /// directory its owner may also enter it (0100). 0 otherwise. The super user could do all of it

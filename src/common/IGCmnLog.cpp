@@ -121,9 +121,7 @@ void warn(const char* call, int error, const char* path,
 }
 
 void rotateHistory(const Path& current, const Path& old) {
-    const std::int64_t size =
-        IgCmnFileExists(current.data()) != 0 ? IgCmnFileGetSize(current.data()) : 0;
-    if (size < HISTORY_LIMIT) {
+    if (IgCmnFileSizeIfThere(current.data()) < HISTORY_LIMIT) {
         return;
     }
     if (IgCmnFileExists(old.data()) != 0 && std::remove(old.data()) != 0) {

@@ -86,7 +86,7 @@ int checkResultNames(Ctrl& ctrl) {
     if (root.output_file == nullptr || IgCmnIsAbsPathIgnoreDQ(root.output_file) != 0) {
         return 0;
     }
-    const char* base = IgCmnStrCatDir(ctrl.memoryp, root.output_dir, root.output_name);
+    const char* base = outputDirectory(ctrl.memoryp, root);
     return base != nullptr && resultNamesTaken(ctrl.memoryp, base) == 0 ? 0 : -1;
 }
 
@@ -94,7 +94,7 @@ int printSummary(Ctrl& ctrl) {
     const root_tbl& root = *ctrl.root;
     const char* output_path = "";
     if (root.output_dir != nullptr) {
-        output_path = IgCmnStrCatDir(ctrl.memoryp, root.output_dir, root.output_name);
+        output_path = outputDirectory(ctrl.memoryp, root);
         if (output_path == nullptr) {
             return -1;
         }

@@ -41,6 +41,10 @@ root_tbl* IgIniGetCmnRoot(memory_pool* memoryp) {
     return root;
 }
 
+char* outputDirectory(memory_pool* memoryp, const root_tbl& root) {
+    return IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
+}
+
 pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp) {
     return newFromPool<pickptn_tbl>(memoryp);
 }

@@ -150,6 +150,8 @@ struct root_tbl {
 /// A new root table with the values of the special strings, the default output directory and name,
 /// and nothing selected; null on any failure (reported).
 root_tbl* IgIniGetCmnRoot(memory_pool* memoryp);
+/// The output directory's path, a string of the pool; null when memory runs out.
+char* outputDirectory(memory_pool* memoryp, const root_tbl& root);
 /// Zero-filled records with their defaults; null when memory runs out.
 pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp);
 ptn_block* IgIniGetPickPtnBlock(memory_pool* memoryp);

@@ -123,10 +123,6 @@ void reportFile(const char* path, std::int64_t size) {
 
 }  // namespace
 
-char* outputDirectory(memory_pool* memoryp, const root_tbl& root) {
-    return IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
-}
-
 bool chooseOutputName(memory_pool* memoryp, root_tbl& root) {
     char* name = makeUnique(memoryp, root.output_dir, root.output_name);
     if (name == nullptr) {

@@ -12,8 +12,6 @@ struct root_tbl;
 /// Makes the output name unique in the base directory with "_N" where it is taken; without -o the
 /// archive gets the same name.
 bool chooseOutputName(memory_pool* memoryp, root_tbl& root);
-/// The output directory's path.
-char* outputDirectory(memory_pool* memoryp, const root_tbl& root);
 /// Makes the directory under the name just found free. Somebody else's that has appeared meanwhile
 /// is not taken.
 bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root);

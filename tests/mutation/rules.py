@@ -306,7 +306,7 @@ COLLECTION = _rules(
     ("the index is for its owner alone", "src/collect/IGIndex.cpp",
      "UmaskGuard mask(PRIVATE_MASK)", "UmaskGuard mask(022)", "cli:test_interruption.py:as_it_was"),
     ("an empty archive is none", "src/collect/IGArcMake.cpp",
-     "sizeOrZero(archive.tar) <= 0", "sizeOrZero(archive.tar) < 0", "cli:test_archive.py"),
+     "IgCmnFileSizeIfThere(archive.tar) <= 0", "IgCmnFileSizeIfThere(archive.tar) < 0", "cli:test_archive.py"),
     ("of a cut archive the directory stays", "src/collect/IGArcMake.cpp",
      "archive.tar_nonzero && !isWholeTar(archive.tar)",
      "archive.tar_nonzero && isWholeTar(archive.tar)", "cli:test_archive.py"),
