@@ -56,3 +56,15 @@ install(CODE "
     endforeach()
   endif()
 ")
+
+# The manual and the completion lie where man and bash look for them.
+set(QUENDIL_SHARE_DIR /usr/share)
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*)
+foreach(page ${pages})
+  get_filename_component(section ${page} LAST_EXT)
+  string(REPLACE . man section ${section})
+  install(FILES ${page} DESTINATION ${QUENDIL_SHARE_DIR}/man/${section}
+    PERMISSIONS ${world_readable_file})
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/completions/quendil.bash RENAME quendil
+  DESTINATION ${QUENDIL_SHARE_DIR}/bash-completion/completions PERMISSIONS ${world_readable_file})

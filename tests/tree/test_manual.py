@@ -1,0 +1,268 @@
+"""The manual pages: their form, and that they leave out nothing that the program has."""
+
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+SOURCE = ROOT / "src"
+PAGES = sorted((ROOT / "man").iterdir())
+
+# Long enough that no line of a page is broken.
+WIDTH = 400
+
+
+def rendered(name):
+    """A page as a reader sees it, without its bold and underlined letters."""
+    page = subprocess.run(
+        ["mandoc", "-Tutf8", f"-Owidth={WIDTH}", ROOT / "man" / name],
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
+    return re.sub(".\b", "", page)
+
+
+def source(name):
+    return (SOURCE / name).read_text()
+
+
+def entries(page):
+    """The entries of a page's lists: what stands outdented, with the lines below it."""
+    page = re.sub(r"^( {5}(\S{1,6})) {2,}(?<=^.{13})(?=\S)", "\\1\n" + " " * 13, page, flags=re.M)
+    found = re.finditer(r"^ {5}(\S.*)\n((?:(?: {6,}\S.*)?\n)*)", page, re.M)
+    return {entry[1]: re.sub(r"\s+", " ", entry[2]).strip() for entry in found}
+
+
+# ---- Form ---------------------------------------------------------------------------------------
+
+
+def test_there_is_a_page_for_the_command_each_format_and_the_messages():
+    names = [page.name for page in PAGES]
+    assert names == ["quendil.8", "quendil_conf.5", "quendil_messages.7", "quendil_pattern.5"]
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
+@pytest.mark.parametrize(
+    "checker",
+    [["mandoc", "-T", "lint", "-W", "warning"], ["groff", "-mandoc", "-Tutf8", "-ww", "-z"]],
+    ids=lambda checker: checker[0],
+)
+def test_a_page_gives_no_warning(page, checker):
+    done = subprocess.run([*checker, page], capture_output=True, text=True)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
+def test_a_page_has_the_sections_that_a_reader_looks_for(page):
+    sections = re.findall(r"^\.Sh (.*)", page.read_text(), re.M)
+    wanted = {"NAME", "DESCRIPTION", "SEE ALSO", "SECURITY CONSIDERATIONS"}
+    if page.name == "quendil.8":
+        wanted |= {"SYNOPSIS", "FILES", "EXIT STATUS", "EXAMPLES", "DIAGNOSTICS"}
+    elif page.suffix == ".5":
+        wanted |= {"FILES", "EXAMPLES", "DIAGNOSTICS"}
+    assert wanted <= set(sections)
+
+
+def test_references_lead_to_pages_that_there_are():
+    own = {tuple(page.name.rsplit(".", 1)) for page in PAGES}
+    for page in PAGES:
+        for name, section in re.findall(r"^\.Xr (\S+) (\d)", page.read_text(), re.M):
+            assert (name, section) in own or not name.startswith("quendil"), page.name
+
+
+# ---- Messages -----------------------------------------------------------------------------------
+
+ROW = re.compile(r'IG_MSG\(\d+, (\w+), \w+, \d, \d,\s*((?:"(?:[^"\\]|\\.)*"\s*)+)\)')
+ESCAPES = {"n": "\n", "t": "\t", '"': '"'}
+
+
+def messages():
+    """The texts of all messages by their identifier; parts that make one message are joined."""
+    texts = {}
+    for name, literals in ROW.findall(source("common/IGCmnMessageTable.inc")):
+        text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', literals))
+        text = re.sub(r"\\(.)", lambda escape: ESCAPES[escape[1]], text)
+        part = re.match(r"ZEPA\d+_[EWI]", name)
+        key = part[0] if part else name
+        texts[key] = texts.get(key, "") + text
+    memory = re.search(r'MEMORY_WARNING = "(.*)\\n"', source("common/IGCmnMessage.cpp"))[1]
+    return {**texts, "ZEPA143_W": memory + "\n"}
+
+
+def documented():
+    """The heads of the page's entries by identifier: a message with all of its lines."""
+    page = rendered("quendil_messages.7")
+    heads = re.findall(r"^ {5}(ZEPA\d+-[EWI]):(.*\n(?: {17}\S.*\n)*)", page, re.M)
+    return {name.replace("-", "_"): f"{name}:{text}" for name, text in heads}
+
+
+def test_the_source_has_the_messages_that_are_compared():
+    rows = len(re.findall(r"^IG_MSG\(", source("common/IGCmnMessageTable.inc"), re.M))
+    assert len(ROW.findall(source("common/IGCmnMessageTable.inc"))) == rows
+    assert len(messages()) > 60
+
+
+def test_every_message_is_explained_under_exactly_its_text():
+    texts = {name: text for name, text in messages().items() if name.startswith("ZEPA")}
+    shown = {name: re.sub("^ {13}", "", text, flags=re.M) for name, text in documented().items()}
+    assert shown == texts
+
+
+def test_a_message_that_asks_for_something_says_what_to_do():
+    page = entries(rendered("quendil_messages.7"))
+    for head, text in page.items():
+        if re.match(r"ZEPA\d+-[EW]:", head):
+            assert "Action: " in text or "does not issue it" in text, head
+
+
+def test_messages_said_not_to_be_issued_are_named_nowhere_in_the_source():
+    code = "".join(path.read_text() for path in SOURCE.rglob("*.cpp"))
+    page = entries(rendered("quendil_messages.7"))
+    for head, text in page.items():
+        if found := re.match(r"ZEPA\d+-[EWI]", head):
+            used = re.search(rf"{found[0].replace('-', '.')}\b", code) is not None
+            assert used != ("does not issue it" in text), head
+
+
+def test_the_usage_text_is_shown_as_the_program_prints_it():
+    page = rendered("quendil_messages.7")
+    for line in messages()["MSG_USAGE"].replace("\t", " ").splitlines():
+        assert re.search(r"\s+".join(map(re.escape, line.split())), page), line
+
+
+# ---- Command line -------------------------------------------------------------------------------
+
+
+def test_every_option_is_explained_with_its_longest_value():
+    page = entries(rendered("quendil.8"))
+    rows = re.findall(r'\{"(-\w)", "(-\w)", (\d+), take', source("ini/IGIniOption.cpp"))
+    assert len(rows) == 5
+    for upper, lower, longest in rows:
+        head = next(head for head in page if re.match(rf"{lower} (\w+), {upper} \1$", head))
+        assert f"At most {longest} bytes." in page[head]
+    assert any(head.startswith("-h, -H") for head in page)
+
+
+def test_every_option_is_in_the_synopsis():
+    synopsis = rendered("quendil.8").split("SYNOPSIS")[1].split("DESCRIPTION")[0]
+    usage = messages()["MSG_USAGE"]
+    assert set(re.findall(r"-\w\b", synopsis)) == set(re.findall(r"-[a-z]\b", usage))
+
+
+def test_every_exit_status_is_explained():
+    page = rendered("quendil.8").split("EXIT STATUS")[1].split("EXAMPLES")[0]
+    codes = re.findall(r"RETCODE_\w+ = (\d+)", source("common/IGRunState.h"))
+    assert sorted(codes) == ["0", "10", "20", "255"]
+    assert sorted(re.findall(r"^ {5}(\d+) ", page, re.M)) == sorted(codes)
+
+
+def test_every_place_of_the_installation_is_named():
+    page = rendered("quendil.8")
+    for name in ("bin", "tool", "template"):
+        assert f"/opt/norvale/quendil/{name}" in page
+    for name in ("config/quendil_conf", "pattern"):
+        assert f"/etc/opt/norvale/quendil/{name}" in page
+    for name in ("data", "log/quendil.log", "log/quendil_hist.log"):
+        assert f"/var/opt/norvale/quendil/{name}" in page
+
+
+# ---- Configuration ------------------------------------------------------------------------------
+
+
+def limit(text, name):
+    """The value of a named constant of the source."""
+    return int(re.search(rf"\b{name} = (\d+)", text)[1])
+
+
+def name(head):
+    """The key that an entry explains, if it explains one."""
+    found = re.match(r"(QUENDIL_\w+)=", head)
+    return found and found[1]
+
+
+def test_every_setting_is_explained_with_its_bounds():
+    code = source("ini/IGIniReadCompDef.cpp")
+    page = rendered("quendil_conf.5")
+    settings = {name(head): text for head, text in entries(page).items() if name(head)}
+    assert set(settings) == set(re.findall(r'\{"(QUENDIL_\w+)", set', code))
+    assert f"at most {limit(code, 'DIRECTORY_LIMIT')} bytes" in settings["QUENDIL_DATA_DIRECTORY"]
+    assert "from 0 to 2147483647" in settings["QUENDIL_MAX_OUTPUT_DATA_SIZE"]
+    assert "no limit, and so does -1" in settings["QUENDIL_MAX_OUTPUT_DATA_SIZE"]
+    assert f"more than {limit(code, 'LINE_LIMIT')} bytes" in re.sub(r"\s+", " ", page)
+    for word in re.findall(r'strcmp\(value, "(\w+)"\)', code):
+        assert word in settings["QUENDIL_CLEANUP"]
+
+
+def test_the_shipped_configuration_names_the_settings_of_the_page():
+    shipped = (ROOT / "config/quendil_conf").read_text()
+    page = entries(rendered("quendil_conf.5"))
+    names = set(re.findall(r"^#?(QUENDIL_\w+)=", shipped, re.M))
+    assert {name(head) for head in page if name(head)} == names
+
+
+# ---- Pattern files ------------------------------------------------------------------------------
+
+TEXT = re.compile(r"\btext\(\"(\w+)\", [^,]+, [^,]+, [^,]+, (\w+),\s*(\w+),\s*(\w+)\)")
+INTEGER = re.compile(r"\binteger\(\"(\w+)\", [^,]+, [^,]+, (-?\w+), (\w+)\)")
+OPENING = re.compile(r"\bopening\(\"(\w+)\"")
+REPEATED = {"ONCE": "Once", "AGAIN": "Any number of times"}
+EMPTY = {"NEVER_EMPTY": "must not be empty", "MAY_BE_EMPTY": "may be empty"}
+
+
+def keywords():
+    """How the entry of every keyword of a pattern file must begin, by the parser's own table."""
+    code = source("ini/IGIniReadPtn.cpp")
+    table = code.split("constexpr Keyword KEYWORDS[]")[1].split("};")[0]
+    begin = {}
+    for name, once, empty, longest in TEXT.findall(table):
+        begin[name] = f"{REPEATED[once]}; {EMPTY[empty]}"
+        if longest != "0":
+            begin[name] += f"; at most {limit(code, longest)} bytes"
+    for name, low, high in INTEGER.findall(table):
+        high = high.replace("INT_MAX", str(2**31 - 1))
+        begin[name] = f"{REPEATED['ONCE']}; {EMPTY['MAY_BE_EMPTY']}; from {low} to {high}"
+    for name in OPENING.findall(table):
+        begin[name] = REPEATED["AGAIN"]
+    assert len(begin) == len(re.findall(r'"[A-Z_]+"', table))
+    # Limited by the function that stores it, because only its first value is.
+    assert "std::strlen(value) > TEXT_LIMIT" in code.split("Outcome storeDescription")[1]
+    begin["DESCRIPTION"] += f"; the first one at most {limit(code, 'TEXT_LIMIT')} bytes"
+    return begin
+
+
+@pytest.mark.parametrize("name, begin", keywords().items())
+def test_a_keyword_is_explained_with_its_limits(name, begin):
+    text = entries(rendered("quendil_pattern.5"))[name]
+    assert re.match(rf"{re.escape(begin)}[.,]", text)
+
+
+def test_no_keyword_is_explained_that_there_is_not():
+    page = entries(rendered("quendil_pattern.5"))
+    assert {head for head in page if re.fullmatch("[A-Z]+(_[A-Z]+)*", head)} == set(keywords())
+
+
+def test_every_special_string_is_explained():
+    table = source("ini/IGCmnReplaceStr.cpp")
+    known = set(re.findall(r'"%([A-Za-z]+)"', table))
+    assert {"HOST", "YY", "d"} <= known
+    page = rendered("quendil_pattern.5")
+    for name in known:
+        assert f"‘%{name}%’" in page
+
+
+def test_every_mark_that_a_pattern_file_may_hold_is_shown():
+    marks = re.search(r'ALLOWED_MARKS = L"((?:[^"\\]|\\.)*)"', source("common/IGCmnStr.cpp"))[1]
+    marks = set(re.sub(r"\\[nrt]", "", marks).replace("\\", "")) - {" "} | {"\\"}
+    shown = next(line for line in rendered("quendil_pattern.5").splitlines() if " ! " in line)
+    assert set(shown.split()) == marks
+
+
+def test_the_defaults_of_a_tool_are_those_of_the_program():
+    page = entries(rendered("quendil_pattern.5"))
+    table = source("ini/IGIniTable.cpp")
+    for field in ("timeout", "timeout_signal", "wait_termination"):
+        default = limit(table, re.search(rf"tool\.{field} = (\w+);", table)[1])
+        assert re.search(rf"\b{default}\b[^.]* when it is not given", page[field.upper()])
