@@ -47,3 +47,25 @@ build_preset() {
     quietly "build/$preset.log" cmake --preset "$preset"
     quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
 }
+
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset. The tree
+# of which it is made lies outside of the directory.
+make_package() {
+    generator=$1
+    directory=$2
+    shift 2
+    rm -rf build/package-tree
+    quietly build/package.log cpack --config build/release/CPackConfig.cmake -G "$generator" \
+        -B "$PWD/build/package-tree" "$@"
+    mkdir -p "$directory"
+    mv build/package-tree/quendil* "$directory/"
+    rm -rf build/package-tree
+}
+
+# Makes both packages in build/packages, in place of what is there.
+make_packages() {
+    say "making packages"
+    rm -rf build/packages
+    make_package DEB build/packages
+    make_package RPM build/packages
+}

@@ -1,0 +1,47 @@
+# The packages that cpack makes of an installation: .deb and .rpm. cpack -R names another version.
+set(CPACK_PACKAGE_NAME quendil)
+set(CPACK_PACKAGE_VENDOR "quendil project")
+set(CPACK_PACKAGE_CONTACT "quendil project <quendil@quendil.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "collect system information for troubleshooting")
+set(CPACK_PACKAGE_DESCRIPTION "\
+quendil collects what a support engineer asks for first from a Linux machine
+that shows a problem: it runs collecting tools under time limits, gathers
+files and directories, records every item in an index, and packs all of it
+into one compressed archive. Pattern files say what is collected.")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_SET_DESTDIR ON)  # all places are fixed
+set(CPACK_PACKAGING_INSTALL_PREFIX /)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${world_readable_directory})
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackageTree.cmake)
+set(CPACK_QUENDIL_SOURCE_DIR ${PROJECT_SOURCE_DIR})
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "tar, gzip")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_LICENSE Apache-2.0)
+set(CPACK_RPM_PACKAGE_GROUP "Applications/System")
+set(CPACK_RPM_PACKAGE_REQUIRES "tar, gzip")
+set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
+set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
+# The tree is stripped and compressed already, and nothing outside of our directories is ours.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global __os_install_post %{nil}
+%global _build_id_links none
+%global _buildhost localhost")
+set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/preun)
+set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttrans)
+# Directories that belong to the system or to nobody, which an rpm would claim otherwise.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
+  /etc /etc/opt /opt /usr /usr/sbin /usr/share /usr/share/doc /usr/share/man /usr/share/man/man5
+  /usr/share/man/man7 /usr/share/man/man8 /usr/share/bash-completion
+  /usr/share/bash-completion/completions /var /var/opt)
+
+# Project version by default; two packages with different versions show that an upgrade works.
+set(QUENDIL_PACKAGE_VERSION ${PROJECT_VERSION} CACHE STRING "Version of the packages")
+set(CPACK_PACKAGE_VERSION ${QUENDIL_PACKAGE_VERSION})
+include(CPack)

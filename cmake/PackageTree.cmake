@@ -1,0 +1,44 @@
+# Run by cpack on the tree that it has installed, before a package is made of it: adds what only a
+# package has.
+set(tree ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
+set(source ${CPACK_QUENDIL_SOURCE_DIR})
+set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+
+# Compresses without name and time, so that the same input gives the same file.
+function(compress file)
+  execute_process(COMMAND gzip -9n ${file} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+# On root's path.
+file(MAKE_DIRECTORY ${tree}/usr/sbin)
+file(CREATE_LINK /opt/norvale/quendil/bin/quendil ${tree}/usr/sbin/quendil SYMBOLIC)
+
+set(documents ${tree}/usr/share/doc/quendil)
+file(COPY ${source}/packaging/copyright ${source}/CHANGELOG.md
+  DESTINATION ${documents} FILE_PERMISSIONS ${readable})
+file(RENAME ${documents}/CHANGELOG.md ${documents}/NEWS)
+compress(${documents}/NEWS)
+
+file(GLOB pages ${tree}/usr/share/man/*/*[0-9])
+foreach(page ${pages})
+  compress(${page})
+endforeach()
+
+# The prefix of installations, in which nothing of ours lies.
+file(REMOVE_RECURSE ${tree}/usr/local)
+
+# Every file below /etc belongs to the machine once it is there.
+file(GLOB_RECURSE configuration RELATIVE ${tree} ${tree}/etc/*)
+list(SORT configuration)
+list(TRANSFORM configuration PREPEND /)
+if(CPACK_GENERATOR STREQUAL "RPM")
+  set(CPACK_ABSOLUTE_DESTINATION_FILES)  # each of them would become configuration
+  list(TRANSFORM configuration PREPEND "%config(noreplace) ")
+  set(CPACK_RPM_USER_FILELIST ${configuration})
+else()
+  list(JOIN configuration "\n" conffiles)
+  set(control ${CPACK_TOPLEVEL_DIRECTORY}/control)
+  file(WRITE ${control}/conffiles "${conffiles}\n")
+  file(GLOB scripts ${source}/packaging/deb/*)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/conffiles ${scripts})
+endif()

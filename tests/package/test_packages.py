@@ -1,0 +1,399 @@
+"""The packages: what is in them, and their life from the installation to the removal.
+
+A .deb lives in a root directory of its own inside a machine, with a package database of its own; of
+the host it uses the programs and libraries, read-only.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+from support import pattern_text
+from support.machine import Completed, Machine
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
+
+PROGRAM = "opt/norvale/quendil/bin/quendil"
+CONFIG = "etc/opt/norvale/quendil/config/quendil_conf"
+PATTERN = "etc/opt/norvale/quendil/pattern"
+ASIDE = "etc/opt/norvale/quendil/aside"
+DATA = "var/opt/norvale/quendil/data"
+LOG = "var/opt/norvale/quendil/log"
+
+SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
+PAGES = sorted(f"usr/share/man/man{page.suffix[1:]}/{page.name}.gz"
+               for page in (ROOT / "man").iterdir())
+CONFFILES = [CONFIG, *(f"{PATTERN}/{name}" for name in SHIPPED)]
+
+#: Directories and links of the packages, with their modes and what links point to.
+DIRECTORIES = {
+    "opt/norvale": "drwxr-xr-x", "opt/norvale/quendil": "drwxr-xr-x",
+    "opt/norvale/quendil/bin": "drwxr-xr-x", "opt/norvale/quendil/tool": "drwxr-xr-x",
+    "opt/norvale/quendil/template": "drwxr-xr-x", "etc/opt/norvale": "drwxr-xr-x",
+    "etc/opt/norvale/quendil": "drwxr-xr-x", "etc/opt/norvale/quendil/config": "drwxr-xr-x",
+    PATTERN: "drwxr-xr-x", "var/opt/norvale": "drwxr-xr-x", "var/opt/norvale/quendil": "drwx------",
+    DATA: "drwx------", LOG: "drwx------", "usr/share/doc/quendil": "drwxr-xr-x",
+}
+LINK = ("usr/sbin/quendil", "/opt/norvale/quendil/bin/quendil")
+
+
+def only(directory: Path, suffix: str) -> Path:
+    """The one package of a kind in a directory."""
+    found = list(directory.glob(f"*.{suffix}"))
+    assert len(found) == 1, f"not one .{suffix} in {directory}: run scripts/package"
+    return found[0]
+
+
+@pytest.fixture(scope="module")
+def deb() -> Path:
+    """The .deb."""
+    return only(BUILD / "packages", "deb")
+
+
+@pytest.fixture(scope="module")
+def rpm() -> Path:
+    """The .rpm."""
+    return only(BUILD / "packages", "rpm")
+
+
+def output(*command: str | Path) -> str:
+    """What a command of the host prints."""
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+
+def shipped_files() -> dict[str, str]:
+    """Every regular file of the packages but those of the tool and template directories."""
+    plain = [*CONFFILES, *PAGES, "usr/share/bash-completion/completions/quendil",
+             "usr/share/doc/quendil/copyright", "usr/share/doc/quendil/NEWS.gz"]
+    return {PROGRAM: "-rwxr-xr-x", **dict.fromkeys(plain, "-rw-r--r--")}
+
+
+def without_tools(names: dict[str, str]) -> dict[str, str]:
+    """The entries that do not lie in the tool or the template directory."""
+    return {name: mode for name, mode in names.items()
+            if not re.match("opt/norvale/quendil/(tool|template)/", name)}
+
+
+# ---- Contents -----------------------------------------------------------------------------------
+
+
+def deb_entries(package: Path) -> list[tuple[str, str, str, str]]:
+    """Mode, owner, name and link target of every entry of a .deb."""
+    rows = re.findall(r"^(\S+) (\S+) +\d+ \S+ \S+ \./(.*?)(?: -> (.*))?$",
+                      output("dpkg-deb", "-c", package), re.M)
+    return [(mode, owner, name.rstrip("/"), target) for mode, owner, name, target in rows]
+
+
+def test_the_deb_holds_an_installation_and_nothing_else(deb: Path):
+    entries = deb_entries(deb)
+    assert {owner for _, owner, _, _ in entries} == {"root/root"}
+    files = {name: mode for mode, _, name, _ in entries if mode.startswith("-")}
+    assert without_tools(files) == shipped_files()
+    assert [(name, target) for _, _, name, target in entries if target] == [LINK]
+    own = {name: mode for mode, _, name, _ in entries
+           if mode.startswith("d") and (name in DIRECTORIES or "quendil" in name)}
+    assert own == DIRECTORIES
+
+
+def test_the_system_directories_of_the_deb_have_the_mode_of_the_system(deb: Path):
+    others = {mode for mode, _, name, _ in deb_entries(deb)
+              if mode.startswith("d") and name not in DIRECTORIES}
+    assert others == {"drwxr-xr-x"}
+
+
+def test_the_deb_says_what_it_is_and_needs(deb: Path):
+    fields = dict(re.findall(r"^(\S+): (.*)", output("dpkg-deb", "-f", deb), re.M))
+    version = re.search(r"project\(quendil VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text())
+    assert version and fields["Version"] == version[1]
+    assert fields["Package"] == "quendil"
+    assert fields["Architecture"] == output("dpkg", "--print-architecture").strip()
+    assert re.fullmatch(r"tar, gzip, libc6 \(>= 2\.\d+\)", fields["Depends"])
+    assert fields["Maintainer"].endswith(".invalid>")
+
+
+def test_configuration_and_patterns_belong_to_the_machine(deb: Path, rpm: Path):
+    assert output("dpkg-deb", "-I", deb, "conffiles").split() == [f"/{name}" for name in CONFFILES]
+    assert output("rpm", "-qp", "--configfiles", rpm).split() == [f"/{name}" for name in CONFFILES]
+
+
+def test_the_deb_has_no_path_of_the_machine_that_built_it(deb: Path, tmp_path: Path):
+    output("dpkg-deb", "-R", deb, tmp_path)
+    for path in tmp_path.rglob("*"):
+        if path.is_file() and not path.is_symlink():
+            assert os.fsencode(ROOT) not in path.read_bytes(), path
+
+
+def test_the_rpm_holds_what_the_deb_holds(deb: Path, rpm: Path):
+    rows = [line.split() for line in output("rpm", "-qp", "--dump", rpm).splitlines()]
+    listed = output("rpm", "-qp", "--list", rpm).split()
+    assert listed == [row[0] for row in rows]
+    assert {(row[5], row[6]) for row in rows} == {("root", "root")}
+    kinds = {"04": "directory", "10": "file", "12": "link"}
+    entries = {row[0].lstrip("/"): (kinds[row[4].zfill(7)[1:3]], row[4][-4:]) for row in rows}
+    modes = {"-rwxr-xr-x": "0755", "-rw-r--r--": "0644", "drwxr-xr-x": "0755", "drwx------": "0700"}
+    expected = {name: ("directory" if mode.startswith("d") else "file", modes[mode])
+                for name, mode in {**DIRECTORIES, **shipped_files()}.items()}
+    links = {name: entry for name, entry in entries.items() if entry[0] == "link"}
+    assert list(links) == [LINK[0]]
+    assert [row[10] for row in rows if row[0] == f"/{LINK[0]}"] == [LINK[1]]
+    assert without_tools({k: v for k, v in entries.items() if k not in links}) == expected
+    in_deb = {name for _, _, name, _ in deb_entries(deb)}
+    assert set(entries) <= in_deb
+
+
+def test_an_edited_configuration_file_outlives_an_upgrade_of_the_rpm(rpm: Path):
+    flags = output("rpm", "-qp", "--qf", "[%{FILENAMES} %{FILEFLAGS:fflags}\n]", rpm).splitlines()
+    marked = [line.split() for line in flags if "c" in line.partition(" ")[2]]
+    assert marked == [[f"/{name}", "cn"] for name in CONFFILES]  # n: noreplace
+
+
+def test_the_rpm_says_what_it_is_and_needs(rpm: Path):
+    fields = "%{NAME} %{LICENSE} %{BUILDHOST}"
+    assert output("rpm", "-qp", "--qf", fields, rpm) == "quendil Apache-2.0 localhost"
+    needs = output("rpm", "-qp", "--requires", rpm).splitlines()
+    assert {"tar", "gzip"} <= set(needs)
+    assert any(need.startswith("libc.so.6(GLIBC_2.") for need in needs)
+
+
+def test_the_scripts_of_the_rpm_parse(rpm: Path):
+    text = output("rpm", "-qp", "--qf", "%{PREUN}\n%{POSTTRANS}\n", rpm)
+    assert ".quendil.lck" in text and ".rpmnew" in text
+    subprocess.run(["/bin/sh", "-n"], input=text, text=True, check=True)
+
+
+def test_compressed_pages_are_the_pages(deb: Path, tmp_path: Path):
+    output("dpkg-deb", "-x", deb, tmp_path)
+    for page in PAGES:
+        source = ROOT / "man" / Path(page).stem
+        assert output("gzip", "-dc", tmp_path / page) == source.read_text()
+
+
+# ---- Life of the .deb ---------------------------------------------------------------------------
+
+#: Packages that the database of the private root has, as the host has them; the first one owns the
+#: system's directories.
+THERE = ("base-files", "libc6", "tar", "gzip")
+SYSTEM = ("etc", "etc/opt", "opt", "var", "var/opt", "usr", "usr/sbin", "usr/share")
+
+
+class PrivateRoot:
+    """A root directory with a package database, in which packages are installed and run."""
+
+    top = "/tmp/root"
+
+    def __init__(self, machine: Machine) -> None:
+        self._machine = machine
+        for name in (*SYSTEM, "tmp", "var/lib/dpkg/info", "var/lib/dpkg/updates"):
+            machine.directory(f"{self.top}/{name}")
+        for name in ("usr/bin", "usr/lib", "usr/lib64", "proc", "dev"):
+            if os.path.isdir(f"/{name}"):
+                machine.directory(f"{self.top}/{name}")
+                machine.mount("--rbind", f"/{name}", f"{self.top}/{name}")
+        for name in ("bin", "lib", "lib64", "sbin"):
+            machine.link(f"{self.top}/{name}", f"usr/{name}")
+        version = output("dpkg-query", "-W", "-f", "${Package} ${Version} ${Architecture}\n", *THERE)
+        entries = ["Package: {}\nStatus: install ok installed\nVersion: {}\nArchitecture: {}\n"
+                   "Maintainer: x\nDescription: x\n".format(*line.split())
+                   for line in version.splitlines()]
+        self.file("var/lib/dpkg/status", "\n".join(entries))
+        # A package all of whose entries are another one's would be taken for replaced.
+        self.file("etc/debian_version", "")
+        for name in THERE:
+            owned = (*SYSTEM, "etc/debian_version") if name == "base-files" else ()
+            self.file(f"var/lib/dpkg/info/{name}.list", "".join(f"/{path}\n" for path in owned))
+
+    def dpkg(self, *arguments: str) -> Completed:
+        """dpkg on this root; it can ask nobody anything."""
+        return self._machine.exec(["/usr/bin/dpkg", f"--root={self.top}", "--log=/dev/null",
+                                   "--force-unsafe-io", *arguments])
+
+    def install(self, package: Path, *options: str) -> Completed:
+        """Installs or upgrades."""
+        inside = self._machine.install(package, f"/tmp/{package.name}", 0o644)
+        return self.dpkg(*options, "-i", inside)
+
+    def rpm(self, *arguments: str) -> Completed:
+        """rpm on this root, whose package database knows none of the system's packages."""
+        return self._machine.exec(["/usr/bin/rpm", f"--root={self.top}", "--nodeps", *arguments])
+
+    def install_rpm(self, package: Path) -> None:
+        """Installs."""
+        self.rpm("-i", self._machine.install(package, f"/tmp/{package.name}", 0o644))
+
+    def script(self, text: str) -> None:
+        """Runs a script in this root."""
+        self._machine.exec(["/usr/sbin/chroot", self.top, "/bin/sh", "-c", text])
+
+    def state(self) -> str:
+        """The state of the package: "ii" installed, "rc" only configuration, "" unknown."""
+        text = self._machine.read(f"{self.top}/var/lib/dpkg/status")
+        found = re.search(r"Package: quendil\nStatus: \w+ \w+ (\S+)", text)
+        return found[1] if found else ""
+
+    def run(self, *arguments: str) -> Completed:
+        """The installed program, by the name that is on root's path."""
+        return self._machine.exec(["/usr/sbin/chroot", self.top, "quendil", *arguments],
+                                  check=False)
+
+    def file(self, name: str, text: str) -> None:
+        """Makes or replaces a file."""
+        self._machine.file(f"{self.top}/{name}", text)
+
+    def read(self, name: str) -> str:
+        """The text of a file."""
+        return self._machine.read(f"{self.top}/{name}")
+
+    def exists(self, name: str) -> bool:
+        """Whether there is an entry of that name."""
+        return self._machine.exists(f"{self.top}/{name}")
+
+    def list(self, name: str) -> list[str]:
+        """The names in a directory."""
+        return self._machine.list(f"{self.top}/{name}")
+
+    def mode(self, name: str) -> str:
+        """The permission bits of an entry."""
+        return self._machine.mode(f"{self.top}/{name}")
+
+
+@pytest.fixture
+def root(machine: Machine) -> PrivateRoot:
+    """A root directory without quendil."""
+    return PrivateRoot(machine)
+
+
+@pytest.fixture(scope="module")
+def next_deb(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """A later version, whose first two patterns have changed."""
+    tree = tmp_path_factory.mktemp("next") / "tree"
+    output("dpkg-deb", "-R", only(BUILD / "packages-next", "deb"), tree)
+    for name in SHIPPED[:2]:
+        with (tree / PATTERN / name).open("a") as file:
+            file.write("# of the later version\n")
+    package = tree.with_suffix(".deb")
+    output("dpkg-deb", "--root-owner-group", "-Znone", "-b", tree, package)
+    return package
+
+
+DEMO = pattern_text.pattern(pattern_text.tool("/bin/uname -s", "%d%/uname.txt"),
+                            pattern_text.data("%d%/uname.txt"))
+
+
+def test_an_installed_package_collects(root: PrivateRoot, deb: Path):
+    root.install(deb)
+    assert root.state() == "installed"
+    assert root.list(PATTERN) == SHIPPED
+    assert [root.mode(name) for name in (DATA, LOG, PROGRAM)] == ["0700", "0700", "0755"]
+    root.file(f"{PATTERN}/99_demo", DEMO)
+    done = root.run("-g", "demo")
+    assert (done.status, done.stderr) == (0, "")
+    assert "ZEPA214-I:Output file = /var/opt/norvale/quendil/data/" in done.stdout
+    assert [Path(name).suffixes[-2:] for name in root.list(DATA)] == [[".tar", ".gz"]]
+
+
+def test_an_upgrade_renews_what_nobody_has_edited(root: PrivateRoot, deb: Path, next_deb: Path):
+    root.install(deb)
+    root.install(next_deb)
+    assert root.list(PATTERN) == SHIPPED
+    assert root.read(f"{PATTERN}/{SHIPPED[0]}").endswith("# of the later version\n")
+    assert not root.exists(ASIDE)
+
+
+def test_an_upgrade_keeps_an_edited_file_that_has_not_changed(root: PrivateRoot, deb: Path,
+                                                              next_deb: Path):
+    root.install(deb)
+    root.file(f"{PATTERN}/{SHIPPED[2]}", DEMO)
+    root.file(CONFIG, "QUENDIL_CLEANUP=OFF\n")
+    root.file(f"{PATTERN}/99_own", DEMO)
+    root.install(next_deb)
+    assert root.list(PATTERN) == [*SHIPPED, "99_own"]
+    assert root.read(f"{PATTERN}/{SHIPPED[2]}") == DEMO
+    assert root.read(CONFIG) == "QUENDIL_CLEANUP=OFF\n"
+
+
+@pytest.mark.parametrize("choice, kept, put_aside", [
+    ("--force-confold", DEMO, ".dpkg-dist"), ("--force-confnew", "later version", ".dpkg-old"),
+], ids=["kept", "renewed"])
+def test_the_version_that_is_not_used_is_put_aside_and_not_read(
+        root: PrivateRoot, deb: Path, next_deb: Path, choice: str, kept: str, put_aside: str):
+    root.install(deb)
+    root.file(f"{PATTERN}/{SHIPPED[0]}", DEMO)
+    root.install(next_deb, choice)
+    assert root.list(PATTERN) == SHIPPED
+    assert kept in root.read(f"{PATTERN}/{SHIPPED[0]}")
+    assert root.list(ASIDE) == [SHIPPED[0] + put_aside]
+    root.dpkg("--purge", "quendil")
+    assert not root.exists("etc/opt/norvale")
+
+
+def test_a_removal_keeps_data_logs_and_configuration(root: PrivateRoot, deb: Path):
+    root.install(deb)
+    root.file(f"{PATTERN}/99_own", DEMO)
+    assert root.run("-g", "demo").status == 0
+    root.dpkg("--remove", "quendil")
+    assert root.state() == "config-files"
+    assert len(root.list(DATA)) == 1
+    assert {"quendil.log", "quendil_hist.log"} <= set(root.list(LOG))
+    assert root.list(PATTERN) == [*SHIPPED, "99_own"]
+    assert not root.exists("opt/norvale")
+    assert root.list("usr/sbin") == []
+
+
+def test_a_removal_without_data_leaves_the_configuration_only(root: PrivateRoot, deb: Path):
+    root.install(deb)
+    root.dpkg("--remove", "quendil")
+    assert [root.exists(name) for name in ("opt/norvale", "var/opt/norvale")] == [False, False]
+    assert root.list(PATTERN) == SHIPPED
+    root.install(deb)
+    assert root.state() == "installed" and root.mode(DATA) == "0700"
+
+
+def test_a_purge_keeps_collected_data_and_files_of_others_only(root: PrivateRoot, deb: Path):
+    root.install(deb)
+    root.file(f"{PATTERN}/99_own", DEMO)
+    assert root.run("-g", "demo").status == 0
+    root.dpkg("--purge", "quendil")
+    assert root.state() == ""
+    assert len(root.list(DATA)) == 1
+    assert root.list("var/opt/norvale/quendil") == ["data"]
+    assert root.list(PATTERN) == ["99_own"]
+
+
+def test_a_purge_without_data_leaves_nothing(root: PrivateRoot, deb: Path):
+    root.install(deb)
+    root.file(f"{LOG}/quendil.log", "x")
+    root.dpkg("--purge", "quendil")
+    for name in ("opt", "var/opt", "etc/opt", "usr/sbin"):
+        assert root.list(name) == []
+
+
+# ---- Life of the .rpm ---------------------------------------------------------------------------
+
+
+def test_an_installed_rpm_collects_and_its_removal_keeps_what_is_not_its_own(root: PrivateRoot,
+                                                                            rpm: Path):
+    root.install_rpm(rpm)
+    assert [root.mode(name) for name in (DATA, LOG, PROGRAM)] == ["0700", "0700", "0755"]
+    root.file(f"{PATTERN}/99_own", DEMO)
+    root.file(f"{PATTERN}/{SHIPPED[0]}", DEMO)
+    assert root.run("-g", "demo").status == 0
+    root.rpm("-e", "quendil")
+    assert len(root.list(DATA)) == 1
+    assert {"quendil.log", "quendil_hist.log"} <= set(root.list(LOG))
+    assert root.list(PATTERN) == [f"{SHIPPED[0]}.rpmsave", "99_own"]
+    assert not root.exists("opt/norvale")
+    assert root.list("usr/sbin") == []
+
+
+def test_the_new_version_of_an_edited_pattern_is_put_aside_by_the_rpm(root: PrivateRoot,
+                                                                     rpm: Path):
+    root.install_rpm(rpm)
+    root.file(f"{PATTERN}/{SHIPPED[0]}.rpmnew", DEMO)
+    root.script(output("rpm", "-qp", "--qf", "%{POSTTRANS}", rpm))
+    assert root.list(PATTERN) == SHIPPED
+    assert root.list(ASIDE) == [f"{SHIPPED[0]}.rpmnew"]
