@@ -1,0 +1,129 @@
+"""The examples of the documents: the program reads each of them, and says what they tell."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+import pytest
+from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Machine
+from support.run import Run
+
+ROOT = Path(__file__).resolve().parents[2]
+COOKBOOK = ROOT / "docs/pattern-cookbook.md"
+
+DEMO = 'FORMAT_VERSION = 1.0\nPP_GROUP = "demo"\nBLOCK {\n DATA_BLOCK {\n PATH_NAME = "/etc/fstab"\n}}\n'
+
+
+def fences(path: Path) -> list[tuple[str, str]]:
+    """The kind and the text of every fenced block of a document."""
+    return re.findall(r"^```(\w*)\n(.*?)^```$", path.read_text(), re.M | re.S)
+
+
+def literals(path: Path) -> list[str]:
+    """The literal displays of a manual page."""
+    found = re.findall(r"^\.Bd -literal.*\n((?:[^.].*\n|\n)*)\.Ed", path.read_text(), re.M)
+    return [text.replace("\\e", "\\").replace("\\(dq", '"') for text in found]
+
+
+def complete(example: str) -> str:
+    """A whole pattern file: what shows items only is put into a block."""
+    if example.startswith("FORMAT_VERSION"):
+        return example
+    return f"FORMAT_VERSION = 1.0\nPP_GROUP = recipe\nBLOCK {{\n{example}}}\n"
+
+
+def patterns() -> dict[str, str]:
+    """Every example of a pattern file, by a name that tells where it stands."""
+    found = {}
+    for path in (COOKBOOK, ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))):
+        texts = [text for kind, text in fences(path)
+                 if kind == "pattern" or kind == "" and text.startswith("FORMAT_VERSION")]
+        found |= {f"{path.stem}_{number:02}": text for number, text in enumerate(texts)}
+    for path in (ROOT / "man").iterdir():
+        texts = [text for text in literals(path) if text.startswith("FORMAT_VERSION")]
+        found |= {f"{path.stem}_{number:02}": text for number, text in enumerate(texts)}
+    return found
+
+
+def initializing(run: Run) -> list[str]:
+    """The run log's lines from the end of the parameters to the end of the reading."""
+    assert run.log is not None
+    part = run.log.split("ZEPA202-I:Started initializing.\n")[1]
+    return [line for line in part.partition("ZEPA203-I:")[0].splitlines()
+            if not line.startswith(("ZEPA205-I:", "    "))]
+
+
+def test_every_block_of_the_cookbook_is_of_a_kind_that_is_tried():
+    kinds = {kind for kind, _ in fences(COOKBOOK)}
+    assert kinds == {"pattern", "mistake", "log", "terminal", "sh"}
+    assert {name.rpartition("_")[0] for name in patterns()} == {
+        "pattern-cookbook", "README", "quendil_pattern"}
+
+
+def test_every_example_of_a_pattern_file_is_read_without_a_warning(machine: Machine):
+    machine.pattern("00_demo", DEMO)
+    for name, text in patterns().items():
+        machine.file(f"{PATTERN_DIRECTORY}/{name}", complete(text))
+    run = machine.run("-g", "demo")
+    assert (run.status, run.stderr) == (0, "")
+    assert initializing(run) == []
+
+
+def test_the_first_pattern_of_the_cookbook_collects(machine: Machine):
+    machine.pattern("90_myproduct", fences(COOKBOOK)[0][1])
+    run = machine.run("-g", "myproduct")
+    assert run.status == 0
+    assert run.archive.read("myproduct/etc/os-release") == Path("/etc/os-release").read_bytes()
+    assert "FILE:myproduct/etc/os-release\nDESC:Name and version of the distribution\n" in run.index
+
+
+def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Machine):
+    machine.no_patterns()
+    for name, text in patterns().items():
+        machine.file(f"{PATTERN_DIRECTORY}/{name}", complete(text))
+    machine.file("/etc/opt/myproduct/db.conf", "user=shop\npassword=hidden\n")
+    run = machine.run("-g", "recipe")
+    assert run.status == 0
+    archive = run.archive
+    assert archive.read("db.conf") == b"user=shop\npassword=(masked)\n"
+    assert archive.read("busy.txt").splitlines()[0].split() == [b"PID", b"%CPU", b"COMMAND"]
+    assert archive.read("df.txt").startswith(b"Filesystem ")
+    assert "DESC:Settings of the database, without the password\n" in run.index
+
+
+def mistakes() -> list[tuple[str, list[tuple[str, str]]]]:
+    """Every pattern with a mistake, with the blocks behind it that tell what is said of it."""
+    found: list[tuple[str, list[tuple[str, str]]]] = []
+    for kind, text in fences(COOKBOOK):
+        if kind == "mistake":
+            found.append((text, []))
+        elif kind in ("log", "terminal"):
+            found[-1][1].append((kind, text))
+    return found
+
+
+@pytest.mark.parametrize("pattern, told", mistakes(), ids=range(len(mistakes())))
+def test_a_mistake_is_reported_as_the_cookbook_tells(machine: Machine, pattern: str,
+                                                    told: list[tuple[str, str]]):
+    assert told
+    machine.pattern("90_myproduct", pattern)
+    machine.file(f"{PATTERN_DIRECTORY}/10_demo", DEMO)
+    run = machine.run("-g", "myproduct")
+    assert run.status == 255
+    for kind, text in told:
+        assert text in ((run.raw["log"] if kind == "log" else run.stderr) or ""), text
+
+
+@pytest.mark.parametrize("text", [
+    text for text in literals(ROOT / "man/quendil_conf.5") if "QUENDIL_" in text])
+def test_an_example_of_a_configuration_file_is_read(machine: Machine, text: str):
+    directories = re.findall("^QUENDIL_DATA_DIRECTORY=(.*)", text, re.M)
+    for directory in directories:
+        machine.directory("/opt/data")
+        text = text.replace(directory, "/opt/data")
+    machine.pattern("10_demo", DEMO)
+    machine.file(CONFIGURATION, text)
+    run = machine.run("-g", "demo")
+    assert (run.status, run.stderr, initializing(run)) == (0, "", [])
+    assert run.result.startswith("/opt/data/")
