@@ -1,5 +1,6 @@
 """Checks of the tree itself: its floors, its form, and what the built binary may need."""
 
+import json
 import os
 import re
 import subprocess
@@ -108,6 +109,19 @@ def test_the_commands_of_the_readme_are_there_and_named_by_it():
     for command in ("scripts/run", "scripts/test"):
         assert os.access(ROOT / command, os.X_OK)
         assert f"sudo {command}" in readme
+
+
+def test_documents_name_files_and_presets_that_there_are():
+    places = "|".join(path.name for path in ROOT.iterdir() if path.is_dir() and path.name[0] != ".")
+    presets = {row["name"] for row in json.loads((ROOT / "CMakePresets.json").read_text())[
+        "configurePresets"]}
+    for document in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *(ROOT / "docs").glob("*.md")]:
+        text = document.read_text()
+        links = re.findall(r"\]\(([^):#]+)\)", text)
+        named = re.findall(rf"(?<![\w./])((?:{places})/[\w./-]*\w)", text)
+        for name in [*(document.parent / link for link in links), *(ROOT / name for name in named)]:
+            assert name.exists() or name.is_relative_to(ROOT / "build"), (document.name, name)
+        assert set(re.findall(r"--preset (\w+)", text)) <= presets
 
 
 def test_shell_scripts_parse():
