@@ -45,7 +45,7 @@ LINK = ("usr/sbin/quendil", "/opt/norvale/quendil/bin/quendil")
 def only(directory: Path, suffix: str) -> Path:
     """The one package of a kind in a directory."""
     found = list(directory.glob(f"*.{suffix}"))
-    assert len(found) == 1, f"not one .{suffix} in {directory}: run scripts/package"
+    assert len(found) == 1, f"scripts/test makes the .{suffix} in {directory}; found {found}"
     return found[0]
 
 
@@ -317,8 +317,9 @@ def test_an_upgrade_keeps_an_edited_file_that_has_not_changed(root: PrivateRoot,
 
 
 @pytest.mark.parametrize("choice, kept, put_aside", [
-    ("--force-confold", DEMO, ".dpkg-dist"), ("--force-confnew", "later version", ".dpkg-old"),
-], ids=["kept", "renewed"])
+    ("--force-confdef", DEMO, ".dpkg-dist"), ("--force-confold", DEMO, ".dpkg-dist"),
+    ("--force-confnew", "later version", ".dpkg-old"),
+], ids=["unasked", "kept", "renewed"])
 def test_the_version_that_is_not_used_is_put_aside_and_not_read(
         root: PrivateRoot, deb: Path, next_deb: Path, choice: str, kept: str, put_aside: str):
     root.install(deb)

@@ -19,7 +19,7 @@ def rendered(name):
     page = subprocess.run(
         ["mandoc", "-Tutf8", f"-Owidth={WIDTH}", ROOT / "man" / name],
         capture_output=True,
-        text=True,
+        encoding="utf-8",
         check=True,
     ).stdout
     return re.sub(".\b", "", page)
