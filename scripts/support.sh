@@ -48,8 +48,7 @@ build_preset() {
     quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
 }
 
-# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset. The tree
-# of which it is made lies outside of the directory.
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset.
 make_package() {
     generator=$1
     directory=$2

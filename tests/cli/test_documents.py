@@ -6,13 +6,14 @@ import re
 from pathlib import Path
 
 import pytest
+from support import pattern_text
 from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Machine
 from support.run import Run
 
 ROOT = Path(__file__).resolve().parents[2]
 COOKBOOK = ROOT / "docs/pattern-cookbook.md"
 
-DEMO = 'FORMAT_VERSION = 1.0\nPP_GROUP = "demo"\nBLOCK {\n DATA_BLOCK {\n PATH_NAME = "/etc/fstab"\n}}\n'
+DEMO = pattern_text.pattern(pattern_text.data("/etc/os-release"))
 
 
 def fences(path: Path) -> list[tuple[str, str]]:

@@ -196,7 +196,8 @@ class PrivateRoot:
                 machine.mount("--rbind", f"/{name}", f"{self.top}/{name}")
         for name in ("bin", "lib", "lib64", "sbin"):
             machine.link(f"{self.top}/{name}", f"usr/{name}")
-        version = output("dpkg-query", "-W", "-f", "${Package} ${Version} ${Architecture}\n", *THERE)
+        format_ = "${Package} ${Version} ${Architecture}\n"
+        version = output("dpkg-query", "-W", "-f", format_, *THERE)
         entries = ["Package: {}\nStatus: install ok installed\nVersion: {}\nArchitecture: {}\n"
                    "Maintainer: x\nDescription: x\n".format(*line.split())
                    for line in version.splitlines()]
