@@ -2,9 +2,7 @@
 
 from __future__ import annotations
 
-import os
 import signal
-import threading
 
 import pytest
 from support import behave, expect, pattern_text
@@ -168,72 +166,6 @@ def test_signals_that_the_caller_ignored_or_blocked_interrupt_all_the_same(machi
     run.signal(signal.SIGTERM)
     ended = run.finish()
     assert (ended.status, ended.log) == (255, cleaned_up(15, 15, tool))
-
-
-# ---- Before anything is collected ---------------------------------------------------------------
-
-
-def test_an_interruption_while_initializing_ends_the_run_before_its_first_item(machine: Machine):
-    reader, writer = os.pipe()
-    try:
-        _fill(writer)
-        tool = machine.tool(behave.write("/opt/never", ""))
-        # The program cannot get past the first column of its bar until the pipe is read.
-        run = begin(machine, pattern_text.tool(tool), stdout=writer)
-        run.wait_for(lambda: "Started initializing" in (machine.read_log("quendil.log") or ""))
-        run.signal(signal.SIGINT)
-    finally:
-        os.close(writer)
-    drain = threading.Thread(target=_drain, args=(reader,))
-    drain.start()
-    ended = run.finish()
-    drain.join()
-    assert ended.status == 255 and not machine.exists("/opt/never")
-    assert ended.stderr == interrupted(2) + expect.LOOK_AT_LOG
-    assert ended.log is not None and ended.log.count("ZEPA136-E") == 1
-    assert "executing" not in ended.log and "making" not in ended.log
-    assert machine.outputs() == []
-
-
-def _fill(descriptor: int) -> None:
-    """Fills a pipe, so that the next writer waits."""
-    os.set_blocking(descriptor, False)
-    for size in (4096, 1):
-        try:
-            while True:
-                os.write(descriptor, b"x" * size)
-        except BlockingIOError:
-            pass
-    os.set_blocking(descriptor, True)
-
-
-def _drain(descriptor: int) -> None:
-    """Reads to the end, and closes."""
-    while os.read(descriptor, 65536):
-        pass
-    os.close(descriptor)
-
-
-# ---- While data is collected --------------------------------------------------------------------
-
-
-def test_an_interruption_ends_a_data_item_without_a_record(machine: Machine):
-    machine.conf(CLEANUP_OFF)
-    machine.directory("/opt/many")
-    many = str(machine.path("/opt/many"))
-    for number in range(15000):  # enough for a long while after the first of them
-        os.mknod(f"{many}/{number}")
-    run = begin(machine, pattern_text.data("/opt/many"), pattern_text.data("/opt/behave"))
-    run.wait_for(lambda: "ZEPA209-I" in (machine.read_log("quendil.log") or ""))
-    run.signal(signal.SIGINT)
-    ended = run.finish()
-    assert ended.status == 255 and ended.stderr == interrupted(2) + expect.LOOK_AT_LOG
-    assert ended.log is not None
-    taken, rest = ended.log.split(interrupted(2))
-    assert 1 <= taken.count("ZEPA209-I") < 15001 and "ZEPA209-I" not in rest
-    assert rest == ("ZEPA210-I:Total data size: 0 bytes.\nZEPA203-I:Ended collecting.\n"
-                    "ZEPA213-I:quendil ended at <TIME>. return code = 255.\n")
-    assert ended.index == expect.index_header("-g demo")
 
 
 # ---- While the archive is made ------------------------------------------------------------------

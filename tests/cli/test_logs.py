@@ -11,7 +11,6 @@ from support.behave import ready, wait_for
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.machine import DATA_DIRECTORY, LOG_DIRECTORY, Machine
 from support.progress import Terminal, complete, initialized
-from support.run import Run
 
 RUN_LOG = f"{LOG_DIRECTORY}/quendil.log"
 OLD_RUN_LOG = f"{LOG_DIRECTORY}/quendil_old.log"
@@ -52,37 +51,9 @@ def test_logs_belong_to_their_owner_alone(machine: Machine, umask: int):
     assert machine.mode(HISTORY_LOCK) == "0600"
 
 
-def refused_rotation(machine: Machine, told: str) -> Run:
-    run = machine.run(*GROUP)
-    assert (run.status, run.stdout, run.stderr) == (255, "", told)
-    assert run.history == expect.history("-g demo", 255)
-    assert machine.outputs() == []
-    return run
-
-
-def test_an_old_log_that_cannot_be_removed_ends_the_run(machine: Machine):
-    machine.file(RUN_LOG, "present\n")
-    machine.file(f"{OLD_RUN_LOG}/file")
-    run = refused_rotation(machine, expect.system_error("remove", 39, OLD_RUN_LOG))
-    assert run.log == "present\n"
-
-
 def test_an_old_log_that_is_in_the_way_does_not_matter_without_a_present_one(machine: Machine):
     machine.file(f"{OLD_RUN_LOG}/file")
     assert machine.run("-x").log == expect.RunLog("-x").raw(INVALID).finished(255).text
-
-
-def test_a_log_that_cannot_be_renamed_ends_the_run(machine: Machine):
-    machine.file(RUN_LOG, "present\n")
-    machine.file(OLD_RUN_LOG, "old\n")
-    machine.pin(RUN_LOG)
-    run = refused_rotation(machine, expect.system_error("rename", 16, RUN_LOG))
-    assert (run.log, run.old_log) == ("present\n", None)
-
-
-def test_a_log_that_cannot_be_opened_ends_the_run(machine: Machine):
-    machine.link(RUN_LOG, "/opt/none/log")
-    refused_rotation(machine, expect.system_error("fopen", 2, RUN_LOG))
 
 
 def test_a_read_only_log_directory_ends_the_run(machine: Machine):
@@ -412,22 +383,6 @@ def test_a_tool_cannot_spoil_the_logs_through_a_descriptor(machine: Machine):
 
 
 # ---- The last warning ---------------------------------------------------------------------------
-
-
-def test_a_run_that_failed_without_a_word_repeats_its_last_warning(machine: Machine):
-    # The index cannot be opened again: a warning in the log, and the end of the run.
-    index = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
-    tool = machine.file("/opt/tool", behave.script(
-        behave.remove("quendil_index"), behave.directory("quendil_index")), 0o755)
-    machine.file("/opt/data")
-    run = collect(machine, pattern_text.data("/opt/none"),
-                  pattern_text.tool(f"{behave.PROGRAM} cd %d% exec {tool}"),
-                  pattern_text.data("/opt/data"))
-    told = expect.system_error("fopen", 21, index, "IGCmnFile", warning=True)
-    assert run.status == 255
-    assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
-    assert told in (run.log or "")
-    assert machine.outputs() == []
 
 
 def test_a_run_that_told_its_failure_repeats_no_warning(machine: Machine):

@@ -12,9 +12,7 @@ from support import behave, expect, masking, pattern_text
 from support.behave import forever, ready, report, wait_for
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import check_refused
-from support.machine import (
-    CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, PATTERN_DIRECTORY, QUENDIL, Machine,
-)
+from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
 from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, screen
 
 BIN = "/opt/norvale/quendil/bin"
@@ -81,14 +79,6 @@ def test_help_is_shown_while_another_run_goes_on(machine: Machine):
     with machine.locked(machine.file(RUN_LOCK)):
         run = machine.run("-h")
     assert run.status == 255 and run.stdout.startswith("quendil [Ver. 01-02]") and run.stderr == ""
-
-
-def test_a_lock_of_another_program_refuses_a_run_too(machine: Machine):
-    with machine.locked(machine.file(RUN_LOCK)):
-        run = machine.run(*GROUP)
-    assert (run.status, run.stdout, run.stderr) == (255, "", RUNNING)
-    assert run.history == expect.history("-g demo", 255, middle=RUNNING)
-    assert run.log is None
 
 
 def test_a_killed_run_leaves_no_lock(machine: Machine):
@@ -246,38 +236,7 @@ def test_a_missing_configuration_tree_ends_the_run(machine: Machine):
     assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
 
 
-def test_a_missing_pattern_directory_ends_the_run(machine: Machine):
-    machine.remove(PATTERN_DIRECTORY)
-    run = machine.run(*GROUP)
-    shown = expect.system_error("opendir", 2, PATTERN_DIRECTORY)
-    told = expect.system_error("opendir", 2, PATTERN_DIRECTORY, "IGCmnPath")
-    assert run.status == 255
-    assert run.stdout == Terminal().init().step(3).newline().text
-    assert run.stderr == shown + expect.LOOK_AT_LOG
-    assert run.log == expect.RunLog("-g demo").parameters(["demo"]).raw(told).finished(255).text
-    assert machine.outputs() == []
-
-
 # ---- The output directory -----------------------------------------------------------------------
-
-
-@pytest.mark.parametrize("cleanup", ["ON", "OFF"])
-def test_an_output_directory_that_cannot_be_made_ends_the_run(machine: Machine, cleanup: str):
-    machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
-    machine.read_only(DATA_DIRECTORY)
-    run = collect(machine, pattern_text.block())
-    shown = expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY)
-    log = expect.RunLog("-g demo").initialized("demo", cleanup=cleanup)
-    log.raw(expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY, "IGCmnFile"))
-    terminal = Terminal().init().step(4).collect(0).newline()
-    if cleanup == "ON":
-        log.cleaned()
-        terminal.cleanup().step().end()
-    assert run.status == 255
-    assert run.stderr == shown + expect.LOOK_AT_LOG
-    assert run.stdout == terminal.text
-    assert run.log == log.finished(255).text
-    assert run.history == expect.history("-g demo", 255)
 
 
 def take_names(machine: Machine, endings: str) -> None:

@@ -1,28 +1,84 @@
-"""Runs that end before they collect anything: all that they may write, compared at once."""
+"""How a run ended: all that it told and all that it left, compared at once."""
 
 from __future__ import annotations
 
+import os
 from collections.abc import Sequence
+from dataclasses import dataclass
 
-from . import expect
-from .machine import Machine
+from . import expect, masking
+from .machine import DATA_DIRECTORY, LOG_DIRECTORY, Machine
 from .progress import Terminal
 from .run import Run
 
+BIN_DIRECTORY = "/opt/norvale/quendil/bin"
+HISTORY_LOCK = ".quendil_hist.lck"
+RUN_LOCK = ".quendil.lck"
 
-def check_refused(machine: Machine, run: Run, arguments: Sequence[str], told: str, steps: int = 0,
-                  log: expect.RunLog | None = None, stderr: str | None = None) -> None:
-    """The run was refused while it was initializing, after so many of its four steps.
+
+@dataclass(frozen=True)
+class Ending:
+    """Everything that can be seen of a run once it is over. No field has a default.
+
+    Texts are masked. A log that does not exist is None. `data` are the paths below the data
+    directory, `logs` the names in the log directory, and `locks` the sizes of the lock files.
+    """
+
+    status: int
+    stdout: str
+    stderr: str
+    log: str | None
+    old_log: str | None
+    history: str | None
+    old_history: str | None
+    logs: list[str]
+    data: list[str]
+    locks: dict[str, int]
+
+    @classmethod
+    def of(cls, machine: Machine, run: Run) -> Ending:
+        """How this run ended on this machine, on which none has been started since."""
+        locks = {name: machine.status(f"{BIN_DIRECTORY}/{name}").st_size
+                 for name in machine.list(BIN_DIRECTORY) if name != "quendil"}
+        return cls(run.status, run.stdout, run.stderr, run.log, run.old_log, run.history,
+                   run.old_history, machine.list(LOG_DIRECTORY), paths_below(machine), locks)
+
+
+def paths_below(machine: Machine, directory: str = DATA_DIRECTORY) -> list[str]:
+    """The sorted, masked paths of all that a directory holds. No link is followed."""
+    top = str(machine.path(directory))
+    return sorted(masking.mask(os.path.relpath(os.path.join(parent, name), top))
+                  for parent, directories, files in os.walk(top) for name in directories + files)
+
+
+#: The lock files of a run that came as far as its single-run lock: they are empty for ever.
+BOTH_LOCKS = {HISTORY_LOCK: 0, RUN_LOCK: 0}
+
+
+def refused(arguments: Sequence[str], told: str, steps: int = 0, log: expect.RunLog | None = None,
+            stderr: str | None = None) -> Ending:
+    """The ending of a run that was refused after so many of the initializing phase's four steps.
 
     `told` is what the run log and the standard error have of it; `log` is the log up to there, when
     it has more than its first lines; `stderr` replaces `told` where the terminal shows less.
     """
     text = expect.argument_string(arguments)
-    written = (log or expect.RunLog(text)).raw(told).finished(255).text
-    assert run.status == 255
-    assert run.stdout == Terminal().init().step(steps).newline().text
-    assert run.stderr == (told if stderr is None else stderr) + expect.LOOK_AT_LOG
-    assert run.log == written
-    assert run.history == expect.history(text, 255)
-    assert machine.outputs() == []
+    return Ending(
+        status=255,
+        stdout=Terminal().init().step(steps).newline().text,
+        stderr=(told if stderr is None else stderr) + expect.LOOK_AT_LOG,
+        log=(log or expect.RunLog(text)).raw(told).finished(255).text,
+        old_log=None,
+        history=expect.history(text, 255),
+        old_history=None,
+        logs=["quendil.log", "quendil_hist.log"],
+        data=[],
+        locks=BOTH_LOCKS,
+    )
+
+
+def check_refused(machine: Machine, run: Run, arguments: Sequence[str], told: str, steps: int = 0,
+                  log: expect.RunLog | None = None, stderr: str | None = None) -> None:
+    """The run, the machine's first, was refused; the rest is that of `refused`."""
+    assert Ending.of(machine, run) == refused(arguments, told, steps, log, stderr)
     run.check_times()

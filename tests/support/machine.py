@@ -362,9 +362,9 @@ class Machine:
         real = 0 if user is None else user
         effective = real if effective_user is None else effective_user
         order = Order(
-            argv=[argv0 or command[0], *command[1:], *arguments], path=command[0],
-            env={**ENVIRONMENT, **_sanitizer_settings(), **(env or {})}, cwd=cwd, umask=umask,
-            uids=(real, effective, effective), gids=(real, effective, effective),
+            argv=[command[0] if argv0 is None else argv0, *command[1:], *arguments],
+            path=command[0], env={**ENVIRONMENT, **_sanitizer_settings(), **(env or {})}, cwd=cwd,
+            umask=umask, uids=(real, effective, effective), gids=(real, effective, effective),
             limits=limits or {}, close=close, ignore=ignore, block=block)
         out = Capture("stdout")
         err = out if merge else Capture("stderr")

@@ -1,0 +1,613 @@
+"""Every way a run can end: all that it tells and all that it leaves, in one comparison each."""
+
+from __future__ import annotations
+
+import fcntl
+import os
+import signal
+import threading
+from collections.abc import Callable
+from dataclasses import replace
+from functools import partial
+
+import pytest
+from support import behave, expect, pattern_text
+from support.behave import exit, forever, ready, wait_for
+from support.collecting import GROUP, begin, collect
+from support.ending import (
+    BIN_DIRECTORY, BOTH_LOCKS, HISTORY_LOCK, RUN_LOCK, Ending, refused,
+)
+from support.expect import OUTPUT_NAME
+from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, PATTERN_DIRECTORY, Machine
+from support.progress import Terminal, complete, initialized
+from support.run import ActiveRun
+
+LOGS = ["quendil.log", "quendil_hist.log"]
+LOGS_AFTER_A_TOOL = [*LOGS, "quendil_stderr.log"]
+RUN_LOG, OLD_RUN_LOG = (f"{LOG_DIRECTORY}/quendil{suffix}.log" for suffix in ("", "_old"))
+HISTORY = f"{LOG_DIRECTORY}/quendil_hist.log"
+INDEX = f"{OUTPUT_NAME}/quendil_index"
+COPIED_LOGS = [f"{OUTPUT_NAME}/{name}" for name in LOGS]
+
+USAGE = ("quendil [Ver. 01-02]\n\nusage:\tquendil\t{ -g pp_group | -t target } ...\n"
+         "\t\t[ -c configfile ] [ -d directory ] [ -o output_file ]\n\tquendil\t-h\n\n")
+NOT_SUPER_USER = "ZEPA117-E:This cannot be executed because the user is not a super user.\n"
+RUNNING = "ZEPA116-E:Another quendil is already running. Please try later.\n"
+NOTHING = ("ZEPA121-E:There is not system information to be collected under the specified"
+           " options.\n")
+ALL_FAILED = ("ZEPA145-W:There is not system information because an error occurred during reading"
+              " of all collection pattern definition files.\n")
+NOT_PACKED = "ZEPA132-W:An error occurred while an archiver was being executed.\n"
+NOT_COMPRESSED = ("ZEPA135-W:An error occurred while a compression was being executed.\n"
+                  "ZEPA306-I:The archive file has not been compressed. Use a following file as"
+                  " is.\n")
+SIZE_EXCEEDED = "ZEPA131-W:The size of the output data exceeded a limit size.\n"
+
+#: What a run was, with what it ought to have been.
+Seen = tuple[Ending, Ending]
+WAYS: dict[str, Callable[[Machine], Seen]] = {}
+
+
+def way(name: str, *arguments):
+    """Makes a function one of the ways, called with the machine and these arguments."""
+    def add(function):
+        assert name not in WAYS, name
+        WAYS[name] = partial(_call, function, arguments)
+        return function
+    return add
+
+
+def _call(function, arguments: tuple, machine: Machine) -> Seen:
+    return function(machine, *arguments)
+
+
+@pytest.mark.parametrize("name", WAYS)
+def test_a_run_ends_with_all_that_belongs_to_it_and_nothing_else(machine: Machine, name: str):
+    seen, expected = WAYS[name](machine)
+    assert seen == expected
+
+
+# ---- Before the run log is opened ---------------------------------------------------------------
+
+
+def early(stdout: str, stderr: str, history: str | None, locks: dict[str, int], *,
+          log: str | None = None, old_log: str | None = None,
+          logs: tuple[str, ...] = ("quendil_hist.log",)) -> Ending:
+    """The ending of a run that had no log of its own yet; there may be logs of earlier runs."""
+    return Ending(255, stdout, stderr, log, old_log, history, None, list(logs), [], locks)
+
+
+@way("help")
+def _(machine: Machine) -> Seen:
+    run = machine.run("-h")
+    return Ending.of(machine, run), early(USAGE, "", expect.history("-h", 255), {HISTORY_LOCK: 0})
+
+
+@way("help beside the logs of an earlier run")
+def _(machine: Machine) -> Seen:
+    machine.file(RUN_LOG, "before\n")
+    run = machine.run("-x", "-H")
+    return Ending.of(machine, run), early(USAGE, "", expect.history("-x -H", 255),
+                                          {HISTORY_LOCK: 0}, log="before\n", logs=tuple(LOGS))
+
+
+@way("not the super user")
+def _(machine: Machine) -> Seen:
+    run = machine.run(*GROUP, user=1000)
+    return Ending.of(machine, run), early("", NOT_SUPER_USER, None, {}, logs=())
+
+
+@way("another run goes on")
+def _(machine: Machine) -> Seen:
+    with machine.locked(machine.file(f"{BIN_DIRECTORY}/{RUN_LOCK}")):
+        run = machine.run(*GROUP)
+    return Ending.of(machine, run), early(
+        "", RUNNING, expect.history("-g demo", 255, middle=RUNNING), BOTH_LOCKS)
+
+
+@way("the lock file cannot be opened")
+def _(machine: Machine) -> Seen:
+    path = f"{BIN_DIRECTORY}/{RUN_LOCK}"
+    machine.link(path, path)
+    run = machine.run(*GROUP)
+    call = expect.system_error("open", 40)
+    place = "ZEPA114-E:source = IGMain, line no = <LINE>.\n"
+    return Ending.of(machine, run), early(
+        "", expect.system_error("open", 40, path),
+        expect.history("-g demo", 255, middle=call + place),
+        {HISTORY_LOCK: 0, RUN_LOCK: len(path)})
+
+
+@way("the old run log cannot be removed")
+def _(machine: Machine) -> Seen:
+    machine.file(RUN_LOG, "present\n")
+    machine.file(f"{OLD_RUN_LOG}/file")
+    run = machine.run(*GROUP)
+    return Ending.of(machine, run), early(
+        "", expect.system_error("remove", 39, OLD_RUN_LOG), expect.history("-g demo", 255),
+        BOTH_LOCKS, log="present\n", logs=(*LOGS, "quendil_old.log"))
+
+
+@way("the run log cannot be renamed")
+def _(machine: Machine) -> Seen:
+    machine.file(RUN_LOG, "present\n")
+    machine.file(OLD_RUN_LOG, "old\n")
+    machine.pin(RUN_LOG)
+    run = machine.run(*GROUP)
+    return Ending.of(machine, run), early(
+        "", expect.system_error("rename", 16, RUN_LOG), expect.history("-g demo", 255), BOTH_LOCKS,
+        log="present\n", logs=tuple(LOGS))
+
+
+@way("the run log cannot be opened")
+def _(machine: Machine) -> Seen:
+    machine.link(RUN_LOG, "/opt/none/log")
+    run = machine.run(*GROUP)
+    return Ending.of(machine, run), early(
+        "", expect.system_error("fopen", 2, RUN_LOG), expect.history("-g demo", 255), BOTH_LOCKS,
+        logs=tuple(LOGS))
+
+
+@way("the run log cannot be written")
+def _(machine: Machine) -> Seen:
+    machine.file(HISTORY, "x\n")
+    machine.small_tmpfs(LOG_DIRECTORY, 4 * 4096)
+    machine.fill(LOG_DIRECTORY)
+    run = machine.run(*GROUP)
+    return Ending.of(machine, run), early(
+        "", expect.system_error("fflush", 28, RUN_LOG), "x\n" + expect.history("-g demo", 255),
+        BOTH_LOCKS, log="", logs=("filler", *LOGS))
+
+
+@way("no log directory")
+def _(machine: Machine) -> Seen:
+    machine.remove(LOG_DIRECTORY)
+    run = machine.run(*GROUP)
+    assert not machine.exists(LOG_DIRECTORY)
+    machine.directory(LOG_DIRECTORY)  # to be listed
+    lost = expect.system_error("fopen", 2, HISTORY, "IGCmnLog", warning=True)
+    return Ending.of(machine, run), early(
+        "", 2 * lost + expect.system_error("fopen", 2, RUN_LOG) + 2 * lost, None, BOTH_LOCKS,
+        logs=())
+
+
+# ---- Refused while initializing -----------------------------------------------------------------
+
+
+REFUSED_OPTIONS = {
+    "an unknown option": (["-x"], "ZEPA101-E:The specified option(-x) is invalid.\n"),
+    "an option without its value": (
+        ["-g"], "ZEPA102-E:The specified option(-g) requires an argument.\n"),
+    "a directory that is missing": (
+        [*GROUP, "-d", "/none"], "ZEPA104-E:The specified directory(/none) does not exist.\n"),
+    "a directory without permission": (
+        [*GROUP, "-d", "/opt/ro"], "ZEPA105-E:You do not have write permissions for the specified"
+        " directory(/opt/ro).\n"),
+    "a configuration file that is missing": (
+        [*GROUP, "-c", "/none"], "ZEPA106-E:The specified configuration file(/none) does not"
+        " exist.\n"),
+    "an option given twice and then a fault": (
+        ["-d", "/", "-d", "/"], "ZEPA107-W:The specified option(-d) cannot be specified twice or"
+        " more.\nZEPA115-E:A required option is not specified.\n"),
+    "a value that is too long": (
+        ["-t", "x" * 257], "ZEPA108-E:The specified argument of the option(-t) is too long.\n"),
+    "an output file that exists": (
+        [*GROUP, "-o", "/opt"], "ZEPA109-E:The specified file(/opt) already exists.\n"),
+    "a configuration file without permission": (
+        [*GROUP, "-c", "/opt/secret"], "ZEPA112-E:You do not have access permissions for the"
+        " specified file(/opt/secret).\n"),
+    "no group and no target": (
+        ["-o", "/opt/x"], "ZEPA115-E:A required option is not specified.\n"),
+    "an output file that is not absolute": (
+        [*GROUP, "-o", "x"], "ZEPA144-E:The specified output file(x) must be absolute path"
+        " name.\n"),
+}
+
+
+def refused_option(machine: Machine, arguments: list[str], told: str) -> Seen:
+    machine.directory("/opt/ro", 0o500)
+    machine.file("/opt/secret", mode=0o300)
+    return Ending.of(machine, machine.run(*arguments)), refused(arguments, told)
+
+
+for _name, _case in REFUSED_OPTIONS.items():
+    way(_name, *_case)(refused_option)
+
+
+@way("no arguments")
+def _(machine: Machine) -> Seen:
+    told = "ZEPA115-E:A required option is not specified.\n"
+    expected = refused([], told, log=expect.RunLog())
+    return Ending.of(machine, machine.run()), replace(expected, history=expect.history(None, 255))
+
+
+@way("no configuration file", None,
+     f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n", 1)
+@way("a faulty line in the configuration file", "#\n\n",
+     f"ZEPA119-E:A syntax error occurred.\nZEPA120-E:filename = {CONFIGURATION}, line no = 2.\n", 1)
+@way("a configured directory that is missing", "QUENDIL_DATA_DIRECTORY=/none\n",
+     "ZEPA104-E:The specified directory(/none) does not exist.\n", 2)
+@way("a configured directory without permission", "QUENDIL_DATA_DIRECTORY=/opt/ro\n",
+     "ZEPA105-E:You do not have write permissions for the specified directory(/opt/ro).\n", 2)
+def _(machine: Machine, text: str | None, told: str, steps: int) -> Seen:
+    machine.directory("/opt/ro", 0o500)
+    machine.conf(text or "")
+    if text is None:
+        machine.remove(CONFIGURATION)
+    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, told, steps)
+
+
+@way("a configuration file that is a directory",
+     f"ZEPA106-E:The specified configuration file({CONFIGURATION}) does not exist.\n")
+@way("a configuration file that cannot be opened",
+     f"ZEPA112-E:You do not have access permissions for the specified file({CONFIGURATION}).\n")
+def _(machine: Machine, told: str) -> Seen:
+    machine.remove(CONFIGURATION)
+    if "ZEPA106" in told:
+        machine.directory(CONFIGURATION)
+    else:
+        machine.link(CONFIGURATION, CONFIGURATION)
+    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, told, 1)
+
+
+def refused_patterns(told: str, quiet: str = "") -> Ending:
+    """The ending of a run whose patterns gave it nothing; `quiet` reaches the run log only."""
+    log = expect.RunLog("-g demo").parameters(["demo"]).raw(quiet)
+    return refused(GROUP, told, 3, log)
+
+
+@way("no pattern file")
+def _(machine: Machine) -> Seen:
+    machine.no_patterns()
+    return Ending.of(machine, machine.run(*GROUP)), refused_patterns(ALL_FAILED)
+
+
+@way("no pattern directory")
+def _(machine: Machine) -> Seen:
+    machine.remove(PATTERN_DIRECTORY)
+    shown = expect.system_error("opendir", 2, PATTERN_DIRECTORY)
+    place = "ZEPA114-E:source = IGCmnPath, line no = <LINE>.\n"
+    expected = refused_patterns("", shown + place)
+    return Ending.of(machine, machine.run(*GROUP)), replace(
+        expected, stderr=shown + expect.LOOK_AT_LOG)
+
+
+@way("every pattern is bad")
+def _(machine: Machine) -> Seen:
+    machine.pattern("10_demo", "FORMAT_VERSION = 1.0\n")
+    machine.pattern("20_demo", "nothing\n")
+    paths = [f"{PATTERN_DIRECTORY}/{number}_demo" for number in (10, 20)]
+    first = f"ZEPA137-W:Internal error occurred.\nZEPA138-W:filename = {paths[0]}, line no = 2.\n"
+    second = f"ZEPA139-W:Invalid format number({paths[1]}).\n"
+    log = expect.RunLog("-g demo").parameters(["demo"]).raw(first)
+    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, second + ALL_FAILED, 3, log)
+
+
+@way("nothing is selected")
+def _(machine: Machine) -> Seen:
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.block(), groups=["other"]))
+    return Ending.of(machine, machine.run(*GROUP)), refused_patterns(NOTHING)
+
+
+# ---- Later --------------------------------------------------------------------------------------
+
+
+def late(status: int, stdout: Terminal, stderr: str, log: expect.RunLog, result: str,
+         history: str | None, data: list[str], logs: list[str]) -> Ending:
+    """The ending of a run that came past its initializing phase.
+
+    `result` is its last line on the terminal, `history` the path that the history names.
+    """
+    return Ending(
+        status, stdout.text + result, stderr + (expect.LOOK_AT_LOG if status == 255 else ""),
+        log.finished(status, result).text, None, expect.history("-g demo", status, history), None,
+        logs, data, BOTH_LOCKS)
+
+
+def started(machine: Machine, cleanup: str, limit: int = -1) -> expect.RunLog:
+    """Configures the cleanup and the size limit; the log of a run up to its first item."""
+    machine.conf(f"QUENDIL_CLEANUP={cleanup}\nQUENDIL_MAX_OUTPUT_DATA_SIZE={limit}\n")
+    return expect.RunLog("-g demo").initialized("demo", cleanup=cleanup, limit=limit)
+
+
+def cleaned(terminal: Terminal, log: expect.RunLog, cleanup: str, interrupted: bool = False,
+            deleted: bool = True) -> None:
+    """What follows a failure: with cleanup on, the cleaning phase; else the end of the bar.
+
+    An interrupted run takes no further step of the bar. `deleted`: there was something to delete.
+    """
+    terminal.newline()
+    if cleanup == "ON":
+        terminal.cleanup().step(0 if interrupted else 1).end()
+        log.cleaned(expect.OUTPUT_DIRECTORY if deleted else None)
+
+
+def interruption(number: int = 2) -> str:
+    return f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
+
+
+def interrupt(run: ActiveRun, path: str, number: int = 2) -> None:
+    """Interrupts a run when a file is there."""
+    run.wait_for(path)
+    run.signal(number)
+
+
+def both_cleanups(name: str):
+    """Makes a function two of the ways: with cleanup on and off."""
+    def add(function):
+        for cleanup in ("ON", "OFF"):
+            way(f"{name}, cleanup {cleanup}", cleanup)(function)
+        return function
+    return add
+
+
+@both_cleanups("interrupted while initializing")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = expect.RunLog("-g demo").parameters(["demo"], cleanup=cleanup)
+    started(machine, cleanup)
+    reader, writer = os.pipe()
+    fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+    shown = len(Terminal().init().text)
+    os.write(writer, b"x" * (4096 - shown))
+    # The first bar fits; the second, after the options, waits for a reader at its first byte.
+    run = begin(machine, pattern_text.tool(machine.tool(exit(0))), stdout=writer)
+    os.close(writer)
+    run.wait_for(lambda: _waits(machine, run.pid) and _full(reader))
+    run.signal(signal.SIGINT)
+    run.wait_for(lambda: _ignores(machine, run.pid, signal.SIGINT))
+    taken: list[bytes] = []
+    drain = threading.Thread(target=_drain, args=(reader, taken))
+    drain.start()
+    ended = run.finish()
+    drain.join()
+    text = b"".join(taken)[4096 - shown:].decode()
+    terminal = Terminal().init().step()
+    log.text = log.text.replace("ZEPA205-I", interruption() + "ZEPA205-I", 1)
+    log.ended("initializing")
+    cleaned(terminal, log, cleanup, interrupted=True, deleted=False)
+    # The byte that waited went with the write that the signal broke off: nobody repeats it.
+    terminal.text = terminal.text[:shown] + terminal.text[shown + 1:]
+    seen = replace(Ending.of(machine, ended), stdout=text)
+    return seen, late(255, terminal, interruption(), log, "", None, [], LOGS)
+
+
+def _waits(machine: Machine, pid: int) -> bool:
+    return any(entry.pid == pid and entry.state == "S" for entry in machine.processes())
+
+
+def _full(reader: int) -> bool:
+    return int.from_bytes(fcntl.ioctl(reader, 0x541B, b"\0" * 4), "little") == 4096  # FIONREAD
+
+
+def _ignores(machine: Machine, pid: int, number: int) -> bool:
+    lines = machine.read(f"/proc/{pid}/status").splitlines()
+    ignored, = (line.split()[1] for line in lines if line.startswith("SigIgn"))
+    return bool(int(ignored, 16) & 1 << number - 1)
+
+
+def _drain(reader: int, taken: list[bytes]) -> None:
+    with open(reader, "rb") as pipe:
+        taken.append(pipe.read())
+
+
+@both_cleanups("interrupted while executing")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    tool = machine.tool(ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool), pattern_text.data("/opt/behave"))
+    interrupt(run, "/opt/ready")
+    terminal = initialized().collect(2)
+    log.tool(tool, 0, 15).raw(interruption())
+    cleaned(terminal, log, cleanup, interrupted=True)
+    left = [] if cleanup == "ON" else [OUTPUT_NAME, INDEX]
+    return Ending.of(machine, run.finish()), late(
+        255, terminal, interruption(), log, "", None, left, LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("interrupted while collecting")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.directory("/opt/many")
+    many = str(machine.path("/opt/many"))
+    for number in range(8000):  # enough for a long while after the first of them
+        os.mknod(f"{many}/{number}")
+    run = begin(machine, pattern_text.data("/opt/many"), pattern_text.data("/opt/behave"))
+    run.wait_for(lambda: "ZEPA209-I" in (machine.read_log("quendil.log") or ""))
+    run.signal(signal.SIGTERM)
+    ended = run.finish()
+    count = (ended.log or "").count("ZEPA209-I")
+    assert 1 <= count < 8001
+    names = os.listdir(many)[:count - 1]
+    log.started("collecting")
+    for path in ("/opt/many", *(f"/opt/many/{name}" for name in names)):
+        log.raw(f"ZEPA209-I:It copied collecting data = {path}. size = 0 bytes.\n")
+    log.raw(interruption(15) + "ZEPA210-I:Total data size: 0 bytes.\n").ended("collecting")
+    terminal = initialized().collect(2)
+    cleaned(terminal, log, cleanup, interrupted=True)
+    left = [OUTPUT_NAME, INDEX, f"{OUTPUT_NAME}/opt", f"{OUTPUT_NAME}/opt/many",
+            *(f"{OUTPUT_NAME}/opt/many/{name}" for name in names)]
+    if cleanup == "OFF":  # no record of an item that was not finished
+        assert ended.index == expect.index_header("-g demo")
+    return Ending.of(machine, ended), late(
+        255, terminal, interruption(15), log, "", None, sorted(left) if cleanup == "OFF" else [],
+        LOGS)
+
+
+@both_cleanups("interrupted while the logs are copied")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.replace("/bin/cp", behave.run("/opt/real/cp"), ready("/opt/ready"), wait_for("/opt/go"))
+    run = begin(machine, pattern_text.block())
+    interrupt(run, "/opt/ready", 15)  # while a shell runs, SIGINT is the shell's alone
+    machine.file("/opt/go")
+    log.started("making").raw(interruption(15)).ended("making")
+    terminal = initialized().collect(0).archive().newline()
+    if cleanup == "ON":
+        terminal.cleanup().end()
+        log.cleaned()
+    return Ending.of(machine, run.finish()), late(
+        20, terminal, interruption(15), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
+        [OUTPUT_NAME, COPIED_LOGS[0], INDEX], LOGS)
+
+
+@both_cleanups("interrupted while packing")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.replace("/bin/tar", behave.tarwrite(20480), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.block())
+    interrupt(run, "/opt/ready")
+    log.started("making").raw(interruption()).ended("making")
+    terminal = initialized().collect(0).archive().newline()
+    if cleanup == "ON":
+        terminal.cleanup().end()
+        log.cleaned()
+    return Ending.of(machine, run.finish()), late(
+        20, terminal, interruption(), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
+        sorted([OUTPUT_NAME, *COPIED_LOGS, INDEX]), LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("interrupted while compressing")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.replace("/bin/gzip", behave.gzwrite(100), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.block())
+    interrupt(run, "/opt/ready", 15)
+    log.started("making").deleted().raw(interruption(15)).ended("making")
+    terminal = initialized().collect(0).archive().step(2).newline()
+    if cleanup == "ON":
+        terminal.cleanup().end()
+        log.cleaned()
+    return Ending.of(machine, run.finish()), late(
+        10, terminal, interruption(15), log, expect.archive_file(),
+        f"{expect.OUTPUT_DIRECTORY}.tar", [f"{OUTPUT_NAME}.tar"], LOGS_AFTER_A_TOOL)
+
+
+@way("signals while cleaning")
+def _(machine: Machine) -> Seen:
+    log = started(machine, "ON")
+    machine.replace("/bin/rm", ready("/opt/ready"), wait_for("/opt/go"), behave.run("/opt/real/rm"))
+    tool = machine.tool(ready("/opt/tool"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    interrupt(run, "/opt/tool", 15)
+    interrupt(run, "/opt/ready", 15)
+    run.signal(signal.SIGINT)
+    machine.file("/opt/go")
+    terminal = initialized().collect(1)
+    log.tool(tool, 0, 15).raw(interruption(15))
+    cleaned(terminal, log, "ON", interrupted=True)
+    return Ending.of(machine, run.finish()), late(
+        255, terminal, interruption(15), log, "", None, [], LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("the output directory cannot be made")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.read_only(DATA_DIRECTORY)
+    run = collect(machine, pattern_text.block())
+    log.raw(expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY, "IGCmnFile"))
+    terminal = initialized().collect(0)
+    cleaned(terminal, log, cleanup, deleted=False)
+    return Ending.of(machine, run), late(
+        255, terminal, expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY), log, "", None, [],
+        LOGS)
+
+
+@both_cleanups("the collection fails and has told nothing on the terminal")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.file("/opt/tool", behave.script(
+        behave.remove("quendil_index"), behave.directory("quendil_index")), 0o755)
+    machine.file("/opt/data", "12345")
+    command = f"{behave.PROGRAM} cd %d% exec /opt/tool"
+    run = collect(machine, pattern_text.tool(command), pattern_text.data("/opt/data"))
+    failed = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
+                                 "IGCmnFile", warning=True)
+    log.tool(command.replace("%d%", expect.OUTPUT_DIRECTORY)).started("collecting")
+    log.raw("ZEPA209-I:It copied collecting data = /opt/data. size = 5 bytes.\n"
+            "ZEPA210-I:Total data size: 5 bytes.\n" + failed)
+    terminal = initialized().collect(2).step()
+    # The bar goes on behind the cleaning: only a message of the terminal ends its line.
+    if cleanup == "ON":
+        terminal.cleanup().step().end()
+        log.cleaned(expect.OUTPUT_DIRECTORY)
+    left = [] if cleanup == "ON" else [
+        OUTPUT_NAME, f"{OUTPUT_NAME}/opt", f"{OUTPUT_NAME}/opt/data", INDEX]
+    return Ending.of(machine, run), late(
+        255, terminal.newline(), failed.splitlines(keepends=True)[0], log, "", None, left,
+        LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("stopped at the size limit")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup, limit=1)
+    write = machine.tool(behave.flood(1, 513))
+    hold = machine.tool(ready("/opt/ready"), wait_for("/opt/go"))
+    run = begin(machine, pattern_text.tool(write, redirect="%d%/out"), pattern_text.tool(hold),
+                pattern_text.data("%d%/out"), pattern_text.data("/opt/behave"))
+    run.wait_for("/opt/ready")
+    output, = machine.list(DATA_DIRECTORY)
+    machine.pin(f"{DATA_DIRECTORY}/{output}/out")
+    machine.file("/opt/go")
+    path = f"{expect.OUTPUT_DIRECTORY}/out"
+    log.tool(write).tool(hold).started("collecting")
+    log.raw("ZEPA153-W:The size of the output data exceeded a limit size."
+            f" filename = {path}, size = 513 bytes.\n")
+    log.raw(expect.system_error("remove", 16, path, "IGCollectData", warning=True))
+    terminal = initialized().collect(4).step(2).newline()
+    return Ending.of(machine, run.finish()), late(
+        20, terminal, SIZE_EXCEEDED, log, expect.output_directory(), None,
+        [OUTPUT_NAME, f"{OUTPUT_NAME}/out", INDEX], LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("result 20")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.replace("/bin/tar", exit(2))
+    run = collect(machine, pattern_text.block())
+    log.started("making").raw(NOT_PACKED).ended("making")
+    terminal = initialized().collect(0).archive().newline()
+    if cleanup == "ON":
+        terminal.cleanup().step().end()
+        log.cleaned()
+    return Ending.of(machine, run), late(
+        20, terminal, NOT_PACKED, log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
+        sorted([OUTPUT_NAME, *COPIED_LOGS, INDEX]), LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("result 10")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.replace("/bin/gzip", exit(1))
+    run = collect(machine, pattern_text.block())
+    log.started("making").deleted().raw(NOT_COMPRESSED).ended("making")
+    terminal = initialized().collect(0).archive().step(2).newline()
+    if cleanup == "ON":
+        terminal.cleanup().step().end()
+        log.cleaned()
+    return Ending.of(machine, run), late(
+        10, terminal, NOT_COMPRESSED, log, expect.archive_file(), f"{expect.OUTPUT_DIRECTORY}.tar",
+        [f"{OUTPUT_NAME}.tar"], LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("result 0")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    run = collect(machine, pattern_text.data("/opt/none"))
+    log.data({}, 0, "ZEPA129-W:A system information(/opt/none) is not found.\n")
+    log.made().cleaned()
+    return Ending.of(machine, run), late(
+        0, complete(1), "", log, expect.output_file(), f"{expect.OUTPUT_DIRECTORY}.tar.gz",
+        [f"{OUTPUT_NAME}.tar.gz"], LOGS_AFTER_A_TOOL)
+
+
+@way("result 0 without a history log")
+def _(machine: Machine) -> Seen:
+    log = started(machine, "ON")
+    machine.directory(HISTORY)
+    run = collect(machine, pattern_text.block())
+    lost = expect.system_error("fopen", 21, HISTORY, "IGCmnLog", warning=True)
+    copy = f"ZEPA142-W:An attempt to copy the logfile ({HISTORY}) has failed.\n"
+    log.started("making").raw(copy).deleted().raw(lost).ended("making").cleaned()
+    expected = late(0, complete(0), 4 * lost, log, expect.output_file(), None,
+                    [f"{OUTPUT_NAME}.tar.gz"], LOGS_AFTER_A_TOOL)
+    return Ending.of(machine, run), replace(expected, history=None)
