@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import time
 from collections.abc import Iterator
 
 import pytest
@@ -365,6 +366,30 @@ def test_a_run_waits_for_the_history_with_every_line(machine: Machine):
     done = run.finish()
     assert done.status == 0
     assert done.history == COMPLETE_HISTORY
+
+
+def switches(machine: Machine, pid: int) -> int:
+    """How often a process has gone to sleep of its own accord."""
+    lines = machine.read(f"/proc/{pid}/status").splitlines()
+    count, = (int(line.split()[1]) for line in lines if line.startswith("voluntary"))
+    return count
+
+
+def test_a_run_asks_for_the_history_every_tenth_of_a_second_as_long_as_it_takes(machine: Machine):
+    run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/ready"), wait_for("/opt/go"))))
+    run.wait_for("/opt/ready")
+    before = machine.read_log("quendil_hist.log")
+    with machine.locked(HISTORY_LOCK):
+        machine.file("/opt/go")
+        run.wait_for(lambda: machine.outputs() == [f"{expect.OUTPUT_NAME}.tar.gz"])
+        run.wait_for(lambda: not [entry for entry in machine.processes() if entry.pid != run.pid])
+        began, slept = time.monotonic(), switches(machine, run.pid)
+        run.wait_for(lambda: time.monotonic() - began >= 2)
+        assert 2 <= switches(machine, run.pid) - slept <= 22
+        assert machine.locks(HISTORY_LOCK) == (1, 0) and not run.ended
+        assert machine.read_log("quendil_hist.log") == before
+    done = run.finish()
+    assert (done.status, done.history) == (0, COMPLETE_HISTORY)
 
 
 def test_a_lock_of_the_history_is_held_for_one_line_only(machine: Machine):

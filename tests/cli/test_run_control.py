@@ -121,7 +121,7 @@ def full_pipe() -> tuple[int, int]:
     return reader, writer
 
 
-@pytest.mark.parametrize("count", [2, 5])
+@pytest.mark.parametrize("count", [2, 5, 20])
 def test_of_runs_started_together_one_wins_and_all_leave_whole_lines(machine: Machine, count: int):
     tool = machine.tool(wait_for("/opt/go"))
     machine.pattern("10_demo", pattern_text.pattern(pattern_text.tool(tool)))
@@ -161,6 +161,19 @@ def test_a_lock_file_that_cannot_be_opened_ends_the_run(machine: Machine, kind: 
     assert run.stderr == expect.system_error("open", code, RUN_LOCK)
     assert run.log is None
     assert run.history == expect.history("-g demo", 255, middle=call + place)
+
+
+def test_a_lock_file_of_an_earlier_run_is_taken_as_it_is(machine: Machine):
+    for path in (RUN_LOCK, HISTORY_LOCK):
+        machine.file(path, "left behind\n", 0o644, (3, 4))
+    before = [machine.status(path) for path in (RUN_LOCK, HISTORY_LOCK)]
+    run = collect(machine, pattern_text.block())
+    assert (run.status, run.stderr) == (0, "")
+    for path, state in zip((RUN_LOCK, HISTORY_LOCK), before):
+        now = machine.status(path)
+        assert machine.read(path) == "left behind\n"
+        assert (now.st_ino, now.st_mode, now.st_uid, now.st_mtime_ns) == (
+            state.st_ino, state.st_mode, state.st_uid, state.st_mtime_ns)
 
 
 def test_lock_files_and_logs_belong_to_the_super_user_alone(machine: Machine):
@@ -417,6 +430,38 @@ def test_the_locale_changes_no_message(machine: Machine, environment: dict[str, 
     machine.directory(RUN_LOCK)
     run = machine.run(*GROUP, env=environment)
     assert run.stderr == expect.system_error("open", 21, RUN_LOCK)
+
+
+def german(machine: Machine) -> dict[str, str]:
+    """Makes a German locale on the machine; the environment that chooses it."""
+    made = machine.exec(["/usr/bin/localedef", "-i", "de_DE", "-f", "UTF-8",
+                         "/opt/locale/de_DE.UTF-8"], check=False)
+    assert machine.exists("/opt/locale/de_DE.UTF-8/LC_MESSAGES"), made
+    return {"LOCPATH": "/opt/locale", "LC_ALL": "de_DE.UTF-8"}
+
+
+def test_another_language_changes_no_message_no_number_and_no_time(machine: Machine):
+    machine.directory("/opt/locale")
+    environment = german(machine)
+    setting = " ".join(f"{name}={value}" for name, value in environment.items())
+    # The locale is in force, and the system has its translations.
+    listed = machine.exec(f"{setting} /bin/ls /missing", check=False)
+    assert "Datei oder Verzeichnis nicht gefunden" in listed.stderr
+    counted = machine.exec(f"{setting} /usr/bin/printf \"%'d\" 1234567")
+    assert counted.stdout == "1.234.567"
+    machine.file("/opt/data", b"x" * 1_234_567)
+    run = collect(machine, pattern_text.data("/opt/data"), pattern_text.data("/opt/none/*"),
+                  env=environment)
+    assert (run.status, run.stdout, run.stderr) == (0, complete_output(2), "")
+    log = started_log().data({"/opt/data": 1_234_567}, 1_234_567)
+    missing = expect.system_error("opendir", 2, "/opt/none", "IGCmnPath", warning=True)
+    log.data({}, 1_234_567, missing + "ZEPA129-W:A system information(/opt/none/*) is not found.\n")
+    assert run.log == log.complete().text
+    run.check_times()
+    machine.remove(RUN_LOCK)
+    machine.directory(RUN_LOCK)
+    refused = machine.run(*GROUP, env=environment)
+    assert refused.stderr == expect.system_error("open", 21, RUN_LOCK)
 
 
 @pytest.mark.parametrize("locale", ["C", "C.UTF-8"])
