@@ -69,6 +69,12 @@ class WorkingDirectory {
 
 // --- copying the logs ---
 
+// cp would read from it until somebody writes to it.
+bool isFifo(const char* path) {
+    struct stat st = {};
+    return ::stat(path, &st) == 0 && S_ISFIFO(st.st_mode);
+}
+
 template <MsgNo FAILED>
 int copyLog(memory_pool* memoryp, const char* collected, const char* name, bool only_if_there) {
     if (IgMainIsInterrupted() != 0) {
@@ -83,7 +89,7 @@ int copyLog(memory_pool* memoryp, const char* collected, const char* name, bool 
     if (only_if_there && IgCmnFileExists(source.data()) == 0) {
         return 0;
     }
-    if (IgCmnFileCopy(source.data(), target, 0, 0) != 1) {
+    if (isFifo(source.data()) || IgCmnFileCopy(source.data(), target, 0, 0) != 1) {
         IgCmnMsg<FAILED>(static_cast<const char*>(source.data()));
     }
     return 0;

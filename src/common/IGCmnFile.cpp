@@ -21,15 +21,21 @@
 
 namespace {
 
-int openFlags(const char* mode) {
+int accessFlags(const char* mode) {
     switch (mode[0]) {
         case 'w':
             return O_WRONLY | O_CREAT | O_TRUNC;
         case 'a':
             return O_WRONLY | O_CREAT | O_APPEND;
         default:
-            return O_RDONLY | O_NONBLOCK | O_NOCTTY;
+            return O_RDONLY;
     }
+}
+
+// Opening never waits: a FIFO in a file's place would hold up the run, and with it every other one
+// that waits for a lock of this one.
+int openFlags(const char* mode) {
+    return accessFlags(mode) | O_NONBLOCK | O_NOCTTY;
 }
 
 // Runs a command line through the shell, as system(3) does, and notices when SIGINT ended it: the

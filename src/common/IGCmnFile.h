@@ -26,9 +26,9 @@ struct IgCmnFileHandle {
     std::int32_t column;   // characters read on the current line
 };
 
-/// Opens a stream, close-on-exec, with an fopen mode of "r", "rb", "w" or "a". Opening for reading
-/// never waits (a FIFO in the way must not stop the run). `flags` are added to those of open(2).
-/// Null with errno set; reports nothing.
+/// Opens a stream, close-on-exec, with an fopen mode of "r", "rb", "w" or "a". Opening never waits
+/// (a FIFO in the way must not stop the run). `flags` are added to those of open(2). Null with
+/// errno set; reports nothing.
 std::FILE* IgCmnFileOpenStream(const char* path, const char* mode, int flags = 0);
 
 /// Reads a line with its line feed, or the next size - 1 bytes of a longer one, and terminates it.

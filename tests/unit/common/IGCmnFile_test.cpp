@@ -282,6 +282,15 @@ TEST_F(IGCmnFile, LeavesAFailedStreamToItsCaller) {
               "");
 }
 
+TEST_F(IGCmnFile, WaitsForNobodyToReadFromAFifoThatItOpens) {
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+    for (const char* mode : {"w", "a"}) {
+        errno = 0;
+        EXPECT_EQ(IgCmnFileOpenStream(path("fifo").c_str(), mode), nullptr) << mode;
+        EXPECT_EQ(errno, ENXIO) << mode;
+    }
+}
+
 TEST_F(IGCmnFile, OpensForReadingWithoutLendingTheDescriptorToTools) {
     writeText(path("regular"), "x");
     const int fd = IgCmnFileOpenForReading(path("regular").c_str());
