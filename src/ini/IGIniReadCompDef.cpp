@@ -17,6 +17,7 @@
 #include "common/IGCmnPath.h"
 #include "common/IGCmnStr.h"
 #include "common/IGGuards.h"
+#include "common/IGRunState.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -169,6 +170,15 @@ Outcome readLine(Context& context, char* line, std::size_t length) {
     return line[0] == KEYS[0].name[0] ? readSetting(context, line) : Outcome::SYNTAX;
 }
 
+// A read that a signal broke off, as of a pipe that nobody fills, is an interruption and no fault
+// of the file.
+Outcome readFailed(int error, const char* path) {
+    if (IgMainIsInterrupted() == 0) {
+        IgCmnSysErrPath("fgets", error, path);
+    }
+    return Outcome::FAILED;
+}
+
 Outcome readLines(Context& context, std::FILE* stream, const char* path) {
     std::array<char, 1028> line{};
     for (int line_no = 1;; ++line_no) {
@@ -185,11 +195,7 @@ Outcome readLines(Context& context, std::FILE* stream, const char* path) {
             return outcome;
         }
     }
-    if (std::ferror(stream) != 0) {
-        IgCmnSysErrPath("fgets", errno, path);
-        return Outcome::FAILED;
-    }
-    return Outcome::GOOD;
+    return std::ferror(stream) == 0 ? Outcome::GOOD : readFailed(errno, path);
 }
 
 // Opening did not wait; reading does, for the rest of what a pipe is still bringing.
