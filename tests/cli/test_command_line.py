@@ -131,6 +131,13 @@ def test_nothing_else_asks_for_help(machine: Machine, argument: str):
     (["-g", "-t", "demo"], wants_argument("-g")),
     (["-t", "-demo"], wants_argument("-t")),
     (["-g", "-"], wants_argument("-g")),
+    (["-t", "-" + "x" * 300], wants_argument("-t")),
+    (["-d", "/opt", "-d", "-"], wants_argument("-d")),
+    (["-d", "/opt", "-d", "/" * 261], too_long("-d")),
+    (["-o", "/opt/x", "-o", "x" * 261], too_long("-o")),
+    (["-c", "/none", "-c", "x" * 261], too_long("-c")),
+    (["-g", "x" * 256, "-t"], wants_argument("-t")),
+    (["-g", "-h "], wants_argument("-g")),
     (["-g", "demo", "-D", "-o"], wants_argument("-D")),
     (["-g", "demo", "-o", "-"], wants_argument("-o")),
     (["-g", "demo", "-C", "-c"], wants_argument("-C")),
@@ -334,6 +341,20 @@ def test_a_repeated_output_file_is_warned_of_and_the_last_one_wins(machine: Mach
 def test_a_repeated_output_file_that_is_wrong_is_warned_of_first(machine: Machine):
     arguments = ["-g", "demo", "-o", "/opt/x", "-o", "y"]
     check_refused(machine, machine.run(*arguments), arguments, repeated("-o") + not_absolute("y"))
+
+
+def test_the_names_of_the_result_are_looked_for_without_detours(machine: Machine):
+    machine.file("/opt/name.tar.gz")
+    machine.directory("/opt/d")
+    arguments = ["-g", "demo", "-o", "/opt/d/.././name"]
+    check_refused(machine, machine.run(*arguments), arguments, exists("/opt/name.tar.gz"))
+
+
+def test_an_output_file_below_the_root_has_no_directory_to_look_for(machine: Machine):
+    run = collect(machine, pattern_text.block(), arguments=("-o", "/result"))
+    # Only tar finds out that nothing can be made there.
+    assert run.status == 20
+    assert run.stderr == "ZEPA132-W:An error occurred while an archiver was being executed.\n"
 
 
 def test_an_output_file_of_260_bytes_is_taken(machine: Machine):

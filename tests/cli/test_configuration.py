@@ -169,6 +169,13 @@ def test_the_option_wins_over_the_configured_directory(machine: Machine):
     assert run.log == log.complete(output, output).text
 
 
+@pytest.mark.parametrize("value", ["relative", "/%NONE%", "/" * 261])
+def test_the_option_hides_no_fault_of_the_configured_directory(machine: Machine, value: str):
+    machine.conf(f"QUENDIL_DATA_DIRECTORY={value}\n")
+    arguments = [*GROUP, "-d", "/opt"]
+    check_refused(machine, machine.run(*arguments), arguments, fault(1), 1)
+
+
 def test_a_fault_behind_a_good_line_undoes_nothing_and_collects_nothing(machine: Machine):
     machine.directory("/opt/data")
     check_fault(machine, "QUENDIL_DATA_DIRECTORY=/opt/data\nQUENDIL_CLEANUP=ON\nx\n", 3)
@@ -207,6 +214,13 @@ def test_a_directory_is_no_configuration_file(machine: Machine):
 def test_a_file_that_cannot_be_opened_is_refused(machine: Machine):
     machine.remove(CONFIGURATION)
     machine.link(CONFIGURATION, CONFIGURATION)
+    refused(machine, "ZEPA112-E:You do not have access permissions for the specified"
+            f" file({CONFIGURATION}).\n")
+
+
+def test_a_path_through_a_file_cannot_be_opened_either(machine: Machine):
+    machine.remove("/etc/opt/norvale/quendil/config")
+    machine.file("/etc/opt/norvale/quendil/config")
     refused(machine, "ZEPA112-E:You do not have access permissions for the specified"
             f" file({CONFIGURATION}).\n")
 

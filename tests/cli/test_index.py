@@ -5,7 +5,7 @@ from __future__ import annotations
 import pytest
 from support import behave, expect, masking, pattern_text
 from support.collecting import collect
-from support.machine import Machine
+from support.machine import DATA_DIRECTORY, Machine
 
 HEAD = expect.index_header("-g demo")
 
@@ -157,3 +157,15 @@ def test_an_index_that_cannot_be_written_ends_the_run(machine: Machine, data: st
     assert not machine.exists("/opt/never")
     # What ended the run was a line of the log only; now the terminal has it too.
     assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
+
+
+def test_a_head_that_is_too_long_for_the_disk_is_told_as_a_failed_write(machine: Machine):
+    machine.small_tmpfs(DATA_DIRECTORY, 4096)
+    machine.fill(DATA_DIRECTORY)
+    names = [word for number in range(20) for word in ("-g", f"{number:0256}")]
+    run = collect(machine, pattern_text.block(), arguments=tuple(names))
+    index = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
+    assert run.status == 255
+    assert run.stderr == expect.system_error("fprintf", 28, index) + expect.LOOK_AT_LOG
+    assert expect.system_error("fprintf", 28, index, "IGMain") in (run.log or "")
+    assert machine.outputs() == ["filler"]

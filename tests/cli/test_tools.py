@@ -367,6 +367,27 @@ def test_a_time_out_signal_that_does_not_exist_is_reported(machine: Machine, num
                           " could not be waited or be stopped.\n" + expect.LOOK_AT_LOG)
 
 
+STILL_THERE = ("ZEPA149-W:There were one or more information collection tools which could not be"
+               " waited or be stopped.\n")
+
+
+def test_tools_that_could_not_be_stopped_are_told_of_after_the_result(machine: Machine):
+    tool = machine.tool(forever())
+    run = collect(machine, pattern_text.tool(tool, timeout=1, signal=999), merge=True)
+    assert run.stdout == complete_output(1) + STILL_THERE + expect.LOOK_AT_LOG
+
+
+def test_tools_that_could_not_be_stopped_are_told_of_after_a_failure_too(machine: Machine):
+    overrun, tool = machine.tool(forever()), machine.tool(ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(overrun, timeout=1, signal=999), pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    assert ended.status == 255
+    assert ended.stderr == ("ZEPA136-E:quendil was interrupted. signal no = 2.\n"
+                            + expect.LOOK_AT_LOG + STILL_THERE + expect.LOOK_AT_LOG)
+
+
 def test_output_of_a_tool_that_overran_is_kept(machine: Machine):
     tool = machine.tool(out("so far\n"), forever())
     run = collect(machine, pattern_text.tool(tool, redirect="%d%/part", timeout=1))

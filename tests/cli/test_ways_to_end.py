@@ -499,6 +499,40 @@ def _(machine: Machine) -> Seen:
         255, terminal, interruption(15), log, "", None, [], LOGS_AFTER_A_TOOL)
 
 
+@way("the output cannot be cleaned away")
+def _(machine: Machine) -> Seen:
+    log = started(machine, "ON")
+    machine.replace("/bin/rm", exit(1))
+    tool = machine.tool(ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    interrupt(run, "/opt/ready")
+    log.tool(tool, 0, 15).raw(interruption()).started("cleaning").deleted()
+    log.raw("ZEPA140-W:An error occurred during the following system call. system call name ="
+            " system, error code = 256, msg = rm command failed.\n"
+            "ZEPA152-W:Additional information, command ="
+            f' /bin/rm -rf "{expect.OUTPUT_DIRECTORY}" 2> /dev/null.\n'
+            "ZEPA141-W:source = IGCmnFile, line no = <LINE>.\n").ended("cleaning")
+    terminal = initialized().collect(1).newline().cleanup().end()
+    return Ending.of(machine, run.finish()), late(
+        255, terminal, interruption(), log, "", None, [OUTPUT_NAME, INDEX], LOGS_AFTER_A_TOOL)
+
+
+@both_cleanups("the index cannot be written")
+def _(machine: Machine, cleanup: str) -> Seen:
+    log = started(machine, cleanup)
+    machine.small_tmpfs(DATA_DIRECTORY, 4096)
+    machine.fill(DATA_DIRECTORY)
+    run = collect(machine, pattern_text.data("/opt/behave"))
+    index = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
+    log.raw(expect.system_error("fflush", 28, index, "IGCmnFile"))
+    terminal = initialized().collect(1)
+    cleaned(terminal, log, cleanup)
+    left = [] if cleanup == "ON" else [OUTPUT_NAME, INDEX]
+    return Ending.of(machine, run), late(
+        255, terminal, expect.system_error("fflush", 28, index), log, "", None, ["filler", *left],
+        LOGS)
+
+
 @both_cleanups("the output directory cannot be made")
 def _(machine: Machine, cleanup: str) -> Seen:
     log = started(machine, cleanup)
