@@ -13,7 +13,8 @@ from support.behave import forever, ready, report, wait_for
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import check_refused
 from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
-from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, screen
+from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, initialized, screen
+from support.run import Run
 
 BIN = "/opt/norvale/quendil/bin"
 RUN_LOCK = f"{BIN}/.quendil.lck"
@@ -287,6 +288,35 @@ def test_a_default_archive_that_exists_is_refused(machine: Machine, suffix: str)
     assert run.stdout == Terminal().init().step(2).newline().text
     assert run.stderr == told + expect.LOOK_AT_LOG
     assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
+
+
+def two_patterns(machine: Machine, *after: str) -> Run:
+    """A run whose first pattern takes the output directory away; the second wants /opt/data."""
+    machine.file("/opt/data", "12345")
+    machine.file("/opt/tool", '#!/bin/sh\ncd "$1" && rm -r "$1"\n', 0o755)
+    machine.pattern("10_first", pattern_text.pattern(pattern_text.tool("/opt/tool %d%"), *after))
+    machine.pattern("20_second", pattern_text.pattern(pattern_text.data("/opt/data")))
+    return machine.run(*GROUP)
+
+
+def test_an_output_directory_that_is_gone_is_made_again_for_the_next_pattern(machine: Machine):
+    run = two_patterns(machine)
+    assert (run.status, run.stderr) == (0, "")
+    log = started_log().tool(f"/opt/tool {expect.OUTPUT_DIRECTORY}")
+    assert run.log == log.data({"/opt/data": 5}, 5).complete().text
+    assert run.archive.read("opt/data") == b"12345"
+    assert run.archive[""].mode == "0700"
+    assert run.index == expect.index_record("opt/data")  # the head is written once
+
+
+def test_a_pattern_without_a_directory_is_left_out(machine: Machine):
+    run = two_patterns(machine, pattern_text.tool(f"{behave.PROGRAM} write %d% x"))
+    made = expect.system_error("mkdir", 17, expect.OUTPUT_DIRECTORY, "IGCmnFile", warning=True)
+    log = started_log().tool(f"/opt/tool {expect.OUTPUT_DIRECTORY}")
+    log.tool(f"{behave.PROGRAM} write {expect.OUTPUT_DIRECTORY} x").raw(made).started("making")
+    assert run.log is not None and run.log.startswith(log.text)
+    assert run.stdout.startswith(initialized().collect(3).step(2).archive().text)
+    assert "Started collecting" not in run.log
 
 
 # ---- The terminal -------------------------------------------------------------------------------
