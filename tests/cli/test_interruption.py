@@ -283,21 +283,6 @@ def test_a_removal_that_an_interrupt_ended_interrupts_the_run(machine: Machine):
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
 
 
-def test_nothing_can_interrupt_the_cleaning(machine: Machine):
-    machine.replace("/bin/rm", behave.once("/opt/ready", behave.nap(1)),
-                    behave.wait_for("/opt/go"), behave.run("/opt/real/rm"))
-    run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/tool"), forever())))
-    run.wait_for("/opt/tool")
-    run.signal(signal.SIGTERM)
-    run.wait_for("/opt/ready")
-    for number in BOTH:
-        run.signal(number)
-    machine.file("/opt/go")
-    ended = run.finish()
-    assert ended.status == 255 and ended.stderr == interrupted(15) + expect.LOOK_AT_LOG
-    assert machine.list(DATA_DIRECTORY) == []
-
-
 def test_a_run_after_an_interrupted_one_is_as_any_other(machine: Machine):
     tool = machine.tool(behave.once("/opt/once", ready("/opt/ready"), forever()))
     first = begin(machine, pattern_text.tool(tool))

@@ -482,21 +482,35 @@ def _(machine: Machine, cleanup: str) -> Seen:
         f"{expect.OUTPUT_DIRECTORY}.tar", [f"{OUTPUT_NAME}.tar"], LOGS_AFTER_A_TOOL)
 
 
+def without_index(machine: Machine, log: expect.RunLog) -> tuple[list[str], str]:
+    """Items of which the second ends the run, because the first put a directory in the index's
+    place; completes the log up to there and returns them with the run's last warning."""
+    machine.file("/opt/tool", behave.script(
+        behave.remove("quendil_index"), behave.directory("quendil_index")), 0o755)
+    machine.file("/opt/data", "12345")
+    command = f"{behave.PROGRAM} cd %d% exec /opt/tool"
+    failed = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
+                                 "IGCmnFile", warning=True)
+    log.tool(command.replace("%d%", expect.OUTPUT_DIRECTORY)).started("collecting")
+    log.raw("ZEPA209-I:It copied collecting data = /opt/data. size = 5 bytes.\n"
+            "ZEPA210-I:Total data size: 5 bytes.\n" + failed)
+    items = [pattern_text.tool(command), pattern_text.data("/opt/data")]
+    return items, failed.splitlines(keepends=True)[0]
+
+
 @way("signals while cleaning")
 def _(machine: Machine) -> Seen:
     log = started(machine, "ON")
+    items, warning = without_index(machine, log)
     machine.replace("/bin/rm", ready("/opt/ready"), wait_for("/opt/go"), behave.run("/opt/real/rm"))
-    tool = machine.tool(ready("/opt/tool"), forever())
-    run = begin(machine, pattern_text.tool(tool))
-    interrupt(run, "/opt/tool", 15)
+    run = begin(machine, *items)
     interrupt(run, "/opt/ready", 15)
     run.signal(signal.SIGINT)
     machine.file("/opt/go")
-    terminal = initialized().collect(1)
-    log.tool(tool, 0, 15).raw(interruption(15))
-    cleaned(terminal, log, "ON", interrupted=True)
+    log.cleaned(expect.OUTPUT_DIRECTORY)
+    terminal = initialized().collect(2).step().cleanup().step().end()
     return Ending.of(machine, run.finish()), late(
-        255, terminal, interruption(15), log, "", None, [], LOGS_AFTER_A_TOOL)
+        255, terminal, warning, log, "", None, [], LOGS_AFTER_A_TOOL)
 
 
 @way("the output cannot be cleaned away")
@@ -549,16 +563,8 @@ def _(machine: Machine, cleanup: str) -> Seen:
 @both_cleanups("the collection fails and has told nothing on the terminal")
 def _(machine: Machine, cleanup: str) -> Seen:
     log = started(machine, cleanup)
-    machine.file("/opt/tool", behave.script(
-        behave.remove("quendil_index"), behave.directory("quendil_index")), 0o755)
-    machine.file("/opt/data", "12345")
-    command = f"{behave.PROGRAM} cd %d% exec /opt/tool"
-    run = collect(machine, pattern_text.tool(command), pattern_text.data("/opt/data"))
-    failed = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
-                                 "IGCmnFile", warning=True)
-    log.tool(command.replace("%d%", expect.OUTPUT_DIRECTORY)).started("collecting")
-    log.raw("ZEPA209-I:It copied collecting data = /opt/data. size = 5 bytes.\n"
-            "ZEPA210-I:Total data size: 5 bytes.\n" + failed)
+    items, warning = without_index(machine, log)
+    run = collect(machine, *items)
     terminal = initialized().collect(2).step()
     # The bar goes on behind the cleaning: only a message of the terminal ends its line.
     if cleanup == "ON":
@@ -567,8 +573,7 @@ def _(machine: Machine, cleanup: str) -> Seen:
     left = [] if cleanup == "ON" else [
         OUTPUT_NAME, f"{OUTPUT_NAME}/opt", f"{OUTPUT_NAME}/opt/data", INDEX]
     return Ending.of(machine, run), late(
-        255, terminal.newline(), failed.splitlines(keepends=True)[0], log, "", None, left,
-        LOGS_AFTER_A_TOOL)
+        255, terminal.newline(), warning, log, "", None, left, LOGS_AFTER_A_TOOL)
 
 
 @both_cleanups("stopped at the size limit")
