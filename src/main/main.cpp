@@ -102,16 +102,16 @@ bool growArgument(std::uint32_t needed) {
 
 // All arguments in one string; one with a blank in it stands in single quotes.
 bool joinArguments(const Arguments& arguments) {
+    std::size_t present = 0;  // counted, for there may be very many of them
     for (int i = 1; i < arguments.argc; ++i) {
         const char* argument = arguments.argv[i];
-        const std::size_t present =
-            run_state.argument == nullptr ? 0 : std::strlen(run_state.argument);
         if (!growArgument(static_cast<std::uint32_t>(std::strlen(argument) + 8 + present))) {
             return false;
         }
         const char* quote = std::strchr(argument, ' ') != nullptr ? "'" : "";
-        std::snprintf(run_state.argument + present, run_state.argument_size - present, "%s%s%s%s",
-                      present > 0 ? " " : "", quote, argument, quote);
+        present += static_cast<std::size_t>(
+            std::snprintf(run_state.argument + present, run_state.argument_size - present,
+                          "%s%s%s%s", present > 0 ? " " : "", quote, argument, quote));
     }
     return true;
 }

@@ -8,7 +8,7 @@ import pytest
 from support import behave, expect, pattern_text
 from support.behave import child, exit, exiton, forever, ignore, ready
 from support.collecting import begin, collect, started_log
-from support.machine import DATA_DIRECTORY, Machine
+from support.machine import Machine
 from support.progress import complete, initialized
 
 CLEANUP_OFF = "QUENDIL_CLEANUP=OFF\n"
