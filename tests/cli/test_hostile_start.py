@@ -154,6 +154,40 @@ def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Mach
     os.close(writer)
 
 
+# ---- What a process inherits --------------------------------------------------------------------
+
+ENVIRONMENTS = [
+    {"PATH": "/opt/evil", "IFS": "/ ", "ENV": "/opt/evil/cp", "BASH_ENV": "/opt/evil/cp"},
+    {"TAPE": "/opt/pwned", "TAR": "/opt/evil/cp", "RSH": "/opt/evil/cp", "TMPDIR": "/none"},
+    {"TZ": "garbage"}, {"TZ": ":/none"}, {"TZ": "x" * 5000},
+    {"LC_ALL": "x" * 5000}, {"LC_ALL": "../../../opt/evil"}, {"LC_ALL": "", "LC_TIME": "none"},
+    {"QUENDIL_DATA_DIRECTORY": "/none", "QUENDIL_CLEANUP": "x", "QUENDIL_LOG": "/none"},
+]
+
+
+def test_no_environment_changes_what_a_run_does(machine: Machine):
+    for name in ("cp", "rm", "tar", "gzip", "sh"):
+        machine.file(f"/opt/evil/{name}", "#!/bin/sh\n: >/opt/pwned\n", 0o755)
+    for number, environment in enumerate(ENVIRONMENTS):
+        directory = machine.directory(f"/opt/{number}")
+        run = collect(machine, pattern_text.block(), arguments=("-d", directory), env=environment)
+        output = f"{directory}/{expect.OUTPUT_NAME}"
+        assert (run.status, run.stdout, run.stderr) == (0, complete_output(0, output), ""), number
+        assert sorted(run.archive.files()) == ["quendil.log", "quendil_hist.log", "quendil_index"]
+    assert not machine.exists("/opt/pwned")
+
+
+def test_no_signal_that_the_caller_ignored_or_blocked_changes_what_a_run_does(machine: Machine):
+    every = [number for number in range(1, 32) if number not in (signal.SIGKILL, signal.SIGSTOP)]
+    tool = machine.tool(behave.exit(3))
+    overrun = machine.tool(behave.forever())
+    run = collect(machine, pattern_text.tool(tool), pattern_text.tool(overrun, timeout=1),
+                  ignore=every, block=every)
+    log = started_log().tool(tool, 3).timed_out_tool(overrun, behave.PROGRAM, 0, 15, timeout=1)
+    assert (run.status, run.stdout, run.stderr) == (0, complete_output(2), "")
+    assert run.log == log.complete().text
+
+
 # ---- Limits -------------------------------------------------------------------------------------
 
 
