@@ -19,7 +19,7 @@ from pathlib import Path
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+sys.path.insert(0, str(Path(__file__).resolve().parent))
 pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
 
 from support.cell import CellServer  # noqa: E402
