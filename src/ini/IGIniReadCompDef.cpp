@@ -183,8 +183,8 @@ Outcome readLines(Context& context, std::FILE* stream, const char* path) {
     std::array<char, 1028> line{};
     for (int line_no = 1;; ++line_no) {
         const std::size_t length = IgCmnFileReadLine(stream, line.data(), line.size());
-        if (length == 0) {
-            break;
+        if (length == 0 || std::ferror(stream) != 0) {
+            break;  // what a failed read has left of a line is no line
         }
         const Outcome outcome = readLine(context, line.data(), length);
         if (outcome == Outcome::SYNTAX || outcome == Outcome::SYNTAX_CHARACTER) {
