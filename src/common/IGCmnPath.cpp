@@ -78,10 +78,13 @@ bool isDotEntry(const char* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-bool matches(const char* wildcard, const char* name) {
+// 0 for a match, FNM_NOMATCH for none; anything else is a failure of the comparison.
+int matchName(const char* wildcard, const char* name) {
     // "*" by itself also matches what the locale cannot decode.
-    return wildcard == nullptr || std::strcmp(wildcard, "*") == 0 ||
-           ::fnmatch(wildcard, name, FNM_NOESCAPE) == 0;
+    if (wildcard == nullptr || std::strcmp(wildcard, "*") == 0) {
+        return 0;
+    }
+    return ::fnmatch(wildcard, name, FNM_NOESCAPE);
 }
 
 // Directory and last component of a search name, as bytes: a name that the locale cannot decode is
@@ -159,14 +162,14 @@ class TreeLister {
   private:
     // A directory is entered through links once only, and not at all where the kernel's own file
     // systems link everything with everything: else there would be a path for every way through the
-    // graph of links.
+    // graph of links. Where nobody can tell the file system it might be one of those.
     int enter(const char* path, const struct stat& st, const Ancestor* ancestors, Way way) {
         const InodeSet::Added added = entered_.add(st);
         if (added == InodeSet::Added::NO_MEMORY) {
             return -1;
         }
         if (way == Way::BY_LINK &&
-            (added == InodeSet::Added::KNOWN || liesInKernelFileSystem(path))) {
+            (added == InodeSet::Added::KNOWN || liesInKernelFileSystem(path) != 0)) {
             return 0;
         }
         const Ancestor here{st.st_dev, st.st_ino, ancestors};

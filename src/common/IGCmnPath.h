@@ -66,8 +66,8 @@ struct FileEntry {
 int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries, memory_pool* memoryp);
 
 /// Names of the entries of a directory without "." and "..", in its order; with a wildcard only
-/// those that match it (null: all). 0; 9 after reporting "opendir" or "readdir", the names read so
-/// far being kept; -1 when memory ran out.
+/// those that match it (null: all). 0; 9 after reporting "opendir", "readdir" or "fnmatch", the
+/// names read so far being kept; -1 when memory ran out.
 int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHeader** names,
                       memory_pool* memoryp);
 
