@@ -179,8 +179,9 @@ bool bringFile(const Item& item, const char* source, const char* destination) {
     if (::stat(source, &st) != 0 || !S_ISREG(st.st_mode) || isLockFile(st)) {
         return false;
     }
-    if (liesInKernelFileSystem(source)) {
-        return kernelFileCopy(source, destination);
+    const int kernel_file = liesInKernelFileSystem(source);
+    if (kernel_file != 0) {
+        return kernel_file == 1 && kernelFileCopy(source, destination);
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
     return IgCmnFileCopy(source, destination, 0, link) == 1;

@@ -310,8 +310,15 @@ int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHead
         if (entry == nullptr) {
             break;
         }
-        if (!isDotEntry(entry->d_name) && matches(wildcard, entry->d_name) &&
-            makeList(entry->d_name, names, memoryp) != 0) {
+        if (isDotEntry(entry->d_name)) {
+            continue;
+        }
+        const int match = matchName(wildcard, entry->d_name);
+        if (match != 0 && match != FNM_NOMATCH) {
+            IgCmnSysErrPath("fnmatch", errno, directory);
+            return FILE_LIST_FAILED;
+        }
+        if (match == 0 && makeList(entry->d_name, names, memoryp) != 0) {
             return -1;
         }
     }

@@ -4,7 +4,10 @@
 #include <sys/vfs.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
+
+#include "common/IGCmnMessage.h"
 
 namespace {
 
@@ -20,12 +23,13 @@ constexpr unsigned long KERNEL_FILE_SYSTEMS[] = {
 
 }  // namespace
 
-bool liesInKernelFileSystem(const char* path) {
+int liesInKernelFileSystem(const char* path) {
     struct statfs fs = {};
     if (::statfs(path, &fs) != 0) {
-        return false;
+        IgCmnSysErrPath("statfs", errno, path);
+        return -1;
     }
     const auto type = static_cast<unsigned long>(fs.f_type);
-    return std::find(std::begin(KERNEL_FILE_SYSTEMS), std::end(KERNEL_FILE_SYSTEMS), type) !=
-           std::end(KERNEL_FILE_SYSTEMS);
+    const auto* end = std::end(KERNEL_FILE_SYSTEMS);
+    return std::find(std::begin(KERNEL_FILE_SYSTEMS), end, type) != end ? 1 : 0;
 }

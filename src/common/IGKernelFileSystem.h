@@ -2,9 +2,9 @@
 #ifndef QUENDIL_COMMON_IGKERNELFILESYSTEM_H
 #define QUENDIL_COMMON_IGKERNELFILESYSTEM_H
 
-/// True when the path (links followed) lies in proc, sysfs, a cgroup hierarchy, debugfs or the
-/// like: files there have sizes that say nothing, and links that lead from everywhere to
-/// everywhere.
-bool liesInKernelFileSystem(const char* path);
+/// 1 when the path (links followed) lies in proc, sysfs, a cgroup hierarchy, debugfs or the like:
+/// files there have sizes that say nothing, and links that lead from everywhere to everywhere. 0
+/// when it lies elsewhere, -1 after reporting "statfs".
+int liesInKernelFileSystem(const char* path);
 
 #endif

@@ -13,18 +13,18 @@ class IGKernelFile : public RunTest {
 };
 
 TEST_F(IGKernelFile, KnowsTheFileSystemsOfTheKernel) {
-    EXPECT_TRUE(liesInKernelFileSystem("/proc/version"));
-    EXPECT_TRUE(liesInKernelFileSystem("/proc/self/status"));
-    EXPECT_TRUE(liesInKernelFileSystem("/sys"));
-    EXPECT_FALSE(liesInKernelFileSystem(directory_.path().c_str()));
-    EXPECT_FALSE(liesInKernelFileSystem("/dev/null"));
-    EXPECT_FALSE(liesInKernelFileSystem(directory_.path("none").c_str()));
+    EXPECT_EQ(1, liesInKernelFileSystem("/proc/version"));
+    EXPECT_EQ(1, liesInKernelFileSystem("/proc/self/status"));
+    EXPECT_EQ(1, liesInKernelFileSystem("/sys"));
+    EXPECT_EQ(0, liesInKernelFileSystem(directory_.path().c_str()));
+    EXPECT_EQ(0, liesInKernelFileSystem("/dev/null"));
+    EXPECT_EQ(-1, liesInKernelFileSystem(directory_.path("none").c_str()));
 }
 
 TEST_F(IGKernelFile, FollowsALinkIntoThem) {
     const std::string link = directory_.path("link");
     std::filesystem::create_symlink("/proc/version", link);
-    EXPECT_TRUE(liesInKernelFileSystem(link.c_str()));
+    EXPECT_EQ(1, liesInKernelFileSystem(link.c_str()));
 }
 
 TEST_F(IGKernelFile, CopiesContentAndAttributes) {
