@@ -190,7 +190,11 @@ bool bringFile(const Item& item, const char* source, const char* destination) {
 // Remembers a directory of the output for the attributes that it gets when everything is in it.
 bool rememberDirectory(Item& item, const char* source, const char* destination) {
     struct stat there = {};
-    if (::lstat(destination, &there) != 0 || !S_ISDIR(there.st_mode)) {
+    if (::lstat(destination, &there) != 0) {
+        IgCmnSysErrPath("lstat", errno, destination);
+        return true;
+    }
+    if (!S_ISDIR(there.st_mode)) {
         return true;  // a file brought in earlier has become a directory since: not ours to change
     }
     auto* made = newFromPool<MadeDirectory>(item.memoryp);
@@ -199,7 +203,8 @@ bool rememberDirectory(Item& item, const char* source, const char* destination) 
     }
     made->path = destination;
     if (::stat(source, &made->source) != 0) {
-        return true;  // vanished since: there is nothing to take over
+        IgCmnSysErrPath("stat", errno, source);  // there is nothing to take over
+        return true;
     }
     return IgCmnListAppend(item.memoryp, &item.made, made) != -1;
 }
