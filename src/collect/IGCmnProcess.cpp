@@ -107,7 +107,9 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
 
 void restoreDescriptor(FdGuard& saved, int standard_fd) {
     if (saved) {
-        ::dup2(saved.get(), standard_fd);
+        if (::dup2(saved.get(), standard_fd) == -1) {
+            IgCmnSysErrPlain("dup2", errno);
+        }
         saved.reset();
     }
 }
