@@ -262,12 +262,18 @@ void waitWithoutLimit(proc_ctl& ctl) {
     }
 }
 
-// A wait that failed leaves the child running: nothing of it stays.
-void endGroup(proc_ctl& ctl) {
-    ::kill(-ctl.pid, SIGKILL);
-    for (int round = 0; round < KILL_ROUNDS && reap(ctl) == 0; ++round) {
+// A wait that failed leaves the child running: nothing of it stays. The archiver's programs have no
+// group of their own; one that went on would change the result behind our back.
+void endChild(proc_ctl& ctl) {
+    ::kill(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
+    pid_t reaped = reap(ctl);
+    for (int round = 0; round < KILL_ROUNDS && reaped == 0; ++round) {
         struct timeval pause = {0, 100000};
         ::select(0, nullptr, nullptr, nullptr, &pause);
+        reaped = reap(ctl);
+    }
+    if (reaped <= 0 && isArchiving()) {
+        ctl.status = SIGKILL;  // an end that nobody saw: what was made may be cut
     }
 }
 
@@ -277,10 +283,9 @@ void waitForChild(proc_ctl& ctl) {
     } else {
         TimedWait(ctl).run();
     }
-    // The archiver's programs share our own group and are left alone.
     const bool left = crnt_child.pid != 0 && crnt_child.reaped == 0;
-    if (left && !ctl.killed && !isArchiving()) {
-        endGroup(ctl);
+    if (left && !ctl.killed) {
+        endChild(ctl);
     }
     const InterruptionBlock block;
     if (crnt_child.reaped != 0) {
