@@ -167,7 +167,7 @@ void appendHistoryLine(const char* text, std::va_list args, HistoryResult& resul
     FileGuard history(IgCmnFileOpenStream(result.path.data(), "a"));
     struct stat before = {};
     if (!history || ::fstat(::fileno(history.get()), &before) != 0) {
-        result.fail("fopen");
+        result.fail(history ? "fstat" : "fopen");
         return;
     }
     if (std::vfprintf(history.get(), text, args) < 0) {
