@@ -139,7 +139,8 @@ class WordReader {
         if (errno == EILSEQ) {
             return finish(WORD_INVALID, "");  // a sequence that the locale cannot decode
         }
-        if (std::ferror(handle_.stream) != 0) {
+        // A stream that got no memory for its buffer bears no mark of it.
+        if (std::ferror(handle_.stream) != 0 || errno == ENOMEM) {
             IgCmnSysErrPath("fgetwc", errno, handle_.name);
             return WORD_READ_FAILED;
         }
