@@ -4,6 +4,7 @@
  *     FAIL_CALL    the kind of call, by the name that is passed to `fails` below
  *     FAIL_NTH     which call of that kind fails, counted from 1
  *     FAIL_ALL     set: that one and every later one
+ *     FAIL_ALSO    a kind of which every call fails, with the same error number
  *     FAIL_ERRNO   the error number it fails with
  *     FAIL_CHILD   set: only calls of forked children count, else only those of the program itself
  *     FAIL_REPORT  an existing file of 4096 bytes. Its first two 32-bit words become the number of
@@ -50,6 +51,7 @@ struct report {
 };
 
 static const char *call; /* null: nothing fails here */
+static const char *also;
 static uint32_t nth;
 static int all;
 static int error_number;
@@ -58,7 +60,14 @@ static int in_child;
 static struct report *report;
 
 static int fails(const char *name, const char *subject) {
-    if (call == NULL || in_child != children_only || strcmp(name, call) != 0) {
+    if (call == NULL || in_child != children_only) {
+        return 0;
+    }
+    if (also != NULL && strcmp(name, also) == 0) {
+        errno = error_number;
+        return 1;
+    }
+    if (strcmp(name, call) != 0) {
         return 0;
     }
     uint32_t number = __atomic_add_fetch(&report->seen, 1, __ATOMIC_SEQ_CST);
@@ -142,6 +151,7 @@ __attribute__((constructor)) static void start(void) {
     all = getenv("FAIL_ALL") != NULL;
     error_number = number("FAIL_ERRNO");
     children_only = getenv("FAIL_CHILD") != NULL;
+    also = getenv("FAIL_ALSO");
     call = getenv("FAIL_CALL");
 }
 

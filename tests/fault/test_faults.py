@@ -7,134 +7,19 @@ import os
 import re
 import signal
 from collections import Counter
-from collections.abc import Mapping
-from dataclasses import dataclass, field
+from collections.abc import Callable
 
 import pytest
 
-from support import faulting
-from support.faulting import CALL_REPORT, Bench, Fault, Outcome
+from support import behave, faulting, pattern_text
+from support.cell import CellError
+from support.fault_kinds import (
+    AFTERWARDS, BY_CHARACTER, CUT_ARCHIVE, IGNORED, KINDS, STOPPING, STOPPING_ARCHIVER, Kind)
+from support.faulting import CALL_REPORT, READY, Bench, Fault, Outcome
 
 pytestmark = pytest.mark.plain_binary
 
 NO_RUN_ENDS_LATER = 2000  # calls of one kind
-
-EXISTENCE = "a file that cannot be looked at counts as one that is not there"
-
-
-@dataclass(frozen=True)
-class Kind:
-    """A kind of call, and how a run tells of its failure.
-
-    `told` are the names under which the three lines of a failed system call report it; `words` are
-    patterns of other messages that tell of it. Whatever is told by neither must not have made any
-    difference, but for the subjects in `quiet`, each with the reason.
-    """
-
-    call: str
-    error: int
-    told: tuple[str, ...] = ()
-    words: tuple[str, ...] = ()
-    quiet: Mapping[str, str] = field(default_factory=dict)
-    child: bool = False
-    env: Mapping[str, str] = field(default_factory=dict)
-
-    def __str__(self) -> str:
-        return f"{'child-' if self.child else ''}{self.call}-{errno.errorcode[self.error]}"
-
-
-# What a failed look at a file leads to: it is made though it is there.
-MADE_AGAIN = r"system call name = mkdir, error code = 17,"
-NOT_COPIED = "ZEPA130-W"
-NO_MEMORY = "ZEPA(122-E|143-W)"
-
-KINDS = (
-    Kind("chdir", errno.EACCES, told=("chdir",)),
-    Kind("close", errno.EIO),
-    Kind("dup2", errno.EBUSY, told=("dup2",)),
-    Kind("fchmod", errno.EPERM, told=("chmod",), words=(NOT_COPIED,)),
-    Kind("fchown", errno.EPERM, told=("chown",), words=(NOT_COPIED,)),
-    Kind("fclose", errno.EIO),
-    Kind("fcntl", errno.ENOLCK, told=("fcntl", "dup")),
-    Kind("fcntl", errno.EAGAIN, told=("fcntl", "dup"), words=("ZEPA116-E",)),
-    Kind("fdopen", errno.ENOMEM, told=("fopen",), words=("ZEPA112-E",)),
-    Kind("fflush", errno.ENOSPC, told=("fflush",)),
-    Kind("fnmatch", errno.ENOMEM, told=("fnmatch",)),
-    Kind("fork", errno.EAGAIN, told=("fork",)),
-    Kind("fprintf", errno.ENOSPC, told=("vfprintf", "fprintf")),
-    Kind("fstat", errno.EIO, told=("fstat",), words=(NOT_COPIED,)),
-    Kind("futimens", errno.EPERM, told=("utime",), words=(NOT_COPIED,)),
-    Kind("fwrite", errno.ENOSPC, told=("fputs",)),
-    Kind("getc", errno.EIO, told=("fgets",)),
-    Kind("getcwd", errno.ENOENT, told=("getcwd",)),
-    Kind("gethostname", errno.ENAMETOOLONG, told=("gethostname",)),
-    Kind("localtime", errno.EOVERFLOW),
-    Kind("lstat", errno.EACCES, told=("lstat",), words=(MADE_AGAIN,)),
-    # In this locale the C library needs no memory for itself.
-    Kind("malloc", errno.ENOMEM, told=("fopen", "opendir", "fgetwc"),
-         words=(NO_MEMORY, "ZEPA112-E"), env={"LC_ALL": "C"}),
-    Kind("mbstowcs", errno.EILSEQ, told=("mbstowcs",)),
-    Kind("mkdir", errno.ENOSPC, told=("mkdir",)),
-    Kind("open", errno.EMFILE, told=("open", "fopen"), words=(NOT_COPIED, "ZEPA112-E")),
-    Kind("opendir", errno.EMFILE, told=("opendir",)),
-    Kind("pidfd_open", errno.ENOSYS),
-    Kind("read", errno.EIO, words=(NOT_COPIED,)),
-    Kind("read", errno.EINTR),
-    Kind("readdir", errno.EIO, told=("readdir",)),
-    Kind("remove", errno.EBUSY, told=("remove",)),
-    Kind("rename", errno.EXDEV, told=("rename",)),
-    Kind("select", errno.ENOMEM, told=("select",)),
-    Kind("setlocale", errno.ENOENT),
-    Kind("setpgid", errno.EPERM),
-    Kind("sigaction", errno.EINVAL),
-    Kind("signal", errno.EINVAL),
-    Kind("sigprocmask", errno.EINVAL),
-    Kind("stat", errno.EACCES, told=("stat",),
-         words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
-         quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
-                r"log/quendil\.log$": EXISTENCE + ": it is written over",
-                r"log/quendil_hist_old\.log$": EXISTENCE + ": it is not packed",
-                r"log/quendil_stderr\.log$": EXISTENCE + ": it is not shown"}),
-    Kind("statfs", errno.ESTALE, told=("statfs",)),
-    Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
-    Kind("system", errno.EAGAIN, told=("system",), words=("ZEPA133-W", "ZEPA142-W")),
-    Kind("vsnprintf", errno.EOVERFLOW),
-    Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
-    Kind("wcrtomb", errno.EILSEQ),
-    Kind("wcstombs", errno.EILSEQ, told=("wcstombs",)),
-    Kind("write", errno.ENOSPC, words=(NOT_COPIED,)),
-    Kind("write", errno.EINTR),
-    Kind("close_range", errno.EPERM, child=True),
-    Kind("execv", errno.EACCES, told=("execv",), child=True),
-    Kind("execv", errno.ENOENT, words=("Return code = 255", "ZEPA132-W", "ZEPA135-W"), child=True),
-    Kind("setpgid", errno.EPERM, child=True),
-    Kind("signal", errno.EINVAL, child=True),
-    Kind("sigprocmask", errno.EINVAL, child=True),
-)
-
-# A character of a pattern file costs one call or two: these have a short one to read.
-BY_CHARACTER = (
-    Kind("fgetwc", errno.EIO, told=("fgetwc",)),
-    Kind("ungetwc", errno.ENOMEM, told=("ungetwc",)),
-)
-
-# Too many calls to let each fail in a run of its own, and none is looked at.
-IGNORED = (
-    Kind("pthread_mutex", errno.EINVAL),
-    Kind("terminal", errno.EIO),
-)
-
-# Calls that only a tool makes that overruns, or one that is interrupted.
-STOPPING = (
-    Kind("kill", errno.EPERM, told=("kill",)),
-    Kind("pidfd_open", errno.ENOSYS),
-    Kind("select", errno.ENOMEM, told=("select",)),
-    Kind("sigaction", errno.EINVAL),
-    Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
-)
-
 
 def times_told(kind: Kind, text: str) -> int:
     """How many reports of this failed call a text holds."""
@@ -155,12 +40,13 @@ def check_told(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
         f"no word of the failure: {outcome}")
 
 
-def fail_each(bench: Bench, kind: Kind) -> None:
+def fail_each(bench: Bench, kind: Kind,
+              run: Callable[[Bench, Fault | None], Outcome] = Bench.run) -> None:
     """Lets the first call of a kind fail, then the second, until there is none left to fail."""
-    untouched = bench.run()
-    assert untouched.run.status == 0, untouched
+    untouched = run(bench, None)
+    bench.check(untouched)
     for nth in range(1, NO_RUN_ENDS_LATER):
-        outcome = bench.run(Fault(kind.call, nth, kind.error, child=kind.child))
+        outcome = run(bench, kind.fault(nth))
         bench.check(outcome)
         if outcome.failed == 0:
             assert nth > 1, f"the run makes no such call: {outcome}"
@@ -170,10 +56,53 @@ def fail_each(bench: Bench, kind: Kind) -> None:
     raise AssertionError(f"still failing after {NO_RUN_ENDS_LATER} runs")
 
 
-@pytest.mark.parametrize("kind", KINDS, ids=str)
+def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
+    """A run that is interrupted when its tool runs, if it comes so far."""
+    active = bench.start(fault)
+    bench.machine.wait_for(lambda: active.ended or bench.machine.exists(READY), what="the tool")
+    try:
+        active.signal(signal.SIGTERM)
+    except CellError:
+        assert fault is not None, "the run ended before its tool"
+    return bench.finish(active, fault)
+
+
+@pytest.mark.parametrize("kind", [*KINDS, *AFTERWARDS], ids=str)
 def test_a_failed_call_is_told_and_spoils_nothing_else(machine, kind):
     bench = Bench(machine, *faulting.representative(machine), env=kind.env)
     fail_each(bench, kind)
+
+
+@pytest.mark.parametrize("kind", CUT_ARCHIVE, ids=str)
+def test_an_archive_that_cannot_be_looked_at_does_not_replace_the_directory(machine, kind):
+    machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.exit(2))
+    bench = Bench(machine, *faulting.representative(machine))
+    untouched = bench.run()
+    assert untouched.left == ["testhost_<STAMP>.tar.gz"]
+    for nth in range(1, untouched.seen + 1):
+        outcome = bench.run(kind.fault(nth))
+        bench.check(outcome)
+        assert outcome.failed == 1
+        assert outcome.left == ["testhost_<STAMP>", "testhost_<STAMP>.tar.gz"], outcome
+        assert "ZEPA215-I:Output = " in outcome.run.stdout
+
+
+@pytest.mark.parametrize("kind", STOPPING, ids=str)
+def test_a_failure_while_a_tool_overruns_leaves_nothing_running(machine, kind):
+    fail_each(Bench(machine, *faulting.stopped_by_time(machine)), kind)
+
+
+@pytest.mark.parametrize("kind", STOPPING, ids=str)
+def test_a_failure_while_a_run_is_interrupted_leaves_nothing_running(machine, kind):
+    fail_each(Bench(machine, *faulting.stopped_by_signal(machine)), kind, interrupted)
+
+
+@pytest.mark.parametrize("kind", STOPPING_ARCHIVER, ids=str)
+def test_a_failure_while_the_archiver_is_interrupted_leaves_it_not_running(machine, kind):
+    machine.replace("/bin/tar", behave.ready(READY), behave.forever())
+    bench = Bench(machine, pattern_text.data(f"{faulting.USER}/wild/one.log"))
+    assert interrupted(bench, None).run.status == 20
+    fail_each(bench, kind, interrupted)
 
 
 @pytest.mark.parametrize("kind", BY_CHARACTER, ids=str)
@@ -189,8 +118,34 @@ def test_a_failure_of_the_terminal_or_the_mutex_changes_no_result(machine, kind)
     bench = Bench(machine, *faulting.representative(machine))
     untouched = bench.run().state()
     for nth, rest in ((1, False), (2, False), (100, False), (1000, False), (1, True), (100, True)):
-        outcome = bench.run(Fault(kind.call, nth, kind.error, rest))
+        outcome = bench.run(kind.fault(nth, rest))
         bench.check(outcome)
         assert outcome.failed > 0, outcome
         shown = {"stdout": untouched["stdout"], "stderr": untouched["stderr"]}
         assert {**outcome.state(), **shown} == untouched, outcome
+
+
+# What a machine that is really broken lets nobody do any more.
+BROKEN = (
+    Kind("fflush", errno.ENOSPC),
+    Kind("fork", errno.EAGAIN),
+    Kind("fprintf", errno.ENOSPC),
+    Kind("malloc", errno.ENOMEM),
+    Kind("mkdir", errno.EROFS),
+    Kind("open", errno.EMFILE),
+    Kind("stat", errno.EIO),
+    Kind("system", errno.EAGAIN),
+    Kind("waitpid", errno.ECHILD),
+    Kind("write", errno.ENOSPC),
+)
+
+
+@pytest.mark.parametrize("kind", BROKEN, ids=str)
+def test_a_run_ends_when_from_some_call_on_all_fail(machine, kind):
+    bench = Bench(machine, *faulting.representative(machine))
+    nth, step = 1, 1
+    while (outcome := bench.run(kind.fault(nth, rest=True))).failed:
+        bench.check(outcome)
+        nth, step = nth + step, nth
+    assert nth > 1, outcome
+    bench.check(outcome)

@@ -1,0 +1,143 @@
+"""The kinds of calls that a fault test lets fail, and how a run tells of each failure."""
+
+from __future__ import annotations
+
+import errno
+from collections.abc import Mapping
+from dataclasses import dataclass, field
+
+from .faulting import Fault
+
+EXISTENCE = "a file that cannot be looked at counts as one that is not there"
+
+
+@dataclass(frozen=True)
+class Kind:
+    """A kind of call, and how a run tells of its failure.
+
+    `told` are the names under which the three lines of a failed system call report it; `words` are
+    patterns of other messages that tell of it. Whatever is told by neither must not have made any
+    difference, but for the subjects in `quiet`, each with the reason.
+    """
+
+    call: str
+    error: int
+    told: tuple[str, ...] = ()
+    words: tuple[str, ...] = ()
+    quiet: Mapping[str, str] = field(default_factory=dict)
+    child: bool = False
+    env: Mapping[str, str] = field(default_factory=dict)
+    also: str | None = None
+
+    def __str__(self) -> str:
+        names = ["child"] * self.child + [self.call] + [self.also] * (self.also is not None)
+        return "-".join([*names, errno.errorcode[self.error]])
+
+    def fault(self, nth: int, rest: bool = False) -> Fault:
+        """The failure of the `nth` of these calls."""
+        return Fault(self.call, nth, self.error, rest, self.child, self.also)
+
+
+# What a failed look at a file leads to: it is made though it is there.
+MADE_AGAIN = r"system call name = mkdir, error code = 17,"
+NOT_COPIED = "ZEPA130-W"
+NO_MEMORY = "ZEPA(122-E|143-W)"
+
+KINDS = (
+    Kind("chdir", errno.EACCES, told=("chdir",)),
+    Kind("close", errno.EIO),
+    Kind("dup2", errno.EBUSY, told=("dup2",)),
+    Kind("fchmod", errno.EPERM, told=("chmod",), words=(NOT_COPIED,)),
+    Kind("fchown", errno.EPERM, told=("chown",), words=(NOT_COPIED,)),
+    Kind("fclose", errno.EIO),
+    Kind("fcntl", errno.ENOLCK, told=("fcntl", "dup")),
+    Kind("fcntl", errno.EAGAIN, told=("fcntl", "dup"), words=("ZEPA116-E",)),
+    Kind("fdopen", errno.ENOMEM, told=("fopen",), words=("ZEPA112-E",)),
+    Kind("fflush", errno.ENOSPC, told=("fflush",)),
+    Kind("fnmatch", errno.ENOMEM, told=("fnmatch",)),
+    Kind("fork", errno.EAGAIN, told=("fork",)),
+    Kind("fprintf", errno.ENOSPC, told=("vfprintf", "fprintf")),
+    Kind("fstat", errno.EIO, told=("fstat",), words=(NOT_COPIED,)),
+    Kind("futimens", errno.EPERM, told=("utime",), words=(NOT_COPIED,)),
+    Kind("fwrite", errno.ENOSPC, told=("fputs",)),
+    Kind("getc", errno.EIO, told=("fgets",)),
+    Kind("getcwd", errno.ENOENT, told=("getcwd",)),
+    Kind("gethostname", errno.ENAMETOOLONG, told=("gethostname",)),
+    Kind("localtime", errno.EOVERFLOW),
+    Kind("lstat", errno.EACCES, told=("lstat",), words=(MADE_AGAIN,)),
+    # In this locale the C library needs no memory for itself.
+    Kind("malloc", errno.ENOMEM, told=("fopen", "opendir", "fgetwc"),
+         words=(NO_MEMORY, "ZEPA112-E"), env={"LC_ALL": "C"}),
+    Kind("mbstowcs", errno.EILSEQ, told=("mbstowcs",)),
+    Kind("mkdir", errno.ENOSPC, told=("mkdir",)),
+    Kind("open", errno.EMFILE, told=("open", "fopen"), words=(NOT_COPIED, "ZEPA112-E")),
+    Kind("opendir", errno.EMFILE, told=("opendir",)),
+    Kind("pidfd_open", errno.ENOSYS),
+    Kind("read", errno.EIO, words=(NOT_COPIED,)),
+    Kind("read", errno.EINTR),
+    Kind("readdir", errno.EIO, told=("readdir",)),
+    Kind("remove", errno.EBUSY, told=("remove",)),
+    Kind("rename", errno.EXDEV, told=("rename",)),
+    Kind("select", errno.ENOMEM, told=("select",)),
+    Kind("setlocale", errno.ENOENT),
+    Kind("setpgid", errno.EPERM),
+    Kind("sigaction", errno.EINVAL),
+    Kind("signal", errno.EINVAL),
+    Kind("sigprocmask", errno.EINVAL),
+    Kind("stat", errno.EACCES, told=("stat",),
+         words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
+         quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
+                r"log/quendil\.log$": EXISTENCE + ": it is written over",
+                r"log/quendil_hist_old\.log$": EXISTENCE + ": it is not packed",
+                r"log/quendil_stderr\.log$": EXISTENCE + ": it is not shown"}),
+    Kind("statfs", errno.ESTALE, told=("statfs",)),
+    Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
+    Kind("system", errno.EAGAIN, told=("system",), words=("ZEPA133-W", "ZEPA142-W")),
+    Kind("vsnprintf", errno.EOVERFLOW),
+    Kind("waitid", errno.EINVAL, told=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
+    Kind("wcrtomb", errno.EILSEQ),
+    Kind("wcstombs", errno.EILSEQ, told=("wcstombs",)),
+    Kind("write", errno.ENOSPC, words=(NOT_COPIED,)),
+    Kind("write", errno.EINTR),
+    Kind("close_range", errno.EPERM, child=True),
+    Kind("execv", errno.EACCES, told=("execv",), child=True),
+    Kind("execv", errno.ENOENT, words=("Return code = 255", "ZEPA132-W", "ZEPA135-W"), child=True),
+    Kind("setpgid", errno.EPERM, child=True),
+    Kind("signal", errno.EINVAL, child=True),
+    Kind("sigprocmask", errno.EINVAL, child=True),
+)
+
+# A character of a pattern file costs one call or two: these have a short one to read.
+BY_CHARACTER = (
+    Kind("fgetwc", errno.EIO, told=("fgetwc",)),
+    Kind("ungetwc", errno.ENOMEM, told=("ungetwc",)),
+)
+
+# Too many calls to let each fail in a run of its own, and none is looked at.
+IGNORED = (
+    Kind("pthread_mutex", errno.EINVAL),
+    Kind("terminal", errno.EIO),
+)
+
+# Needed only for an archive that tar says is not whole.
+CUT_ARCHIVE = (Kind("pread", errno.EIO),)
+
+# Calls that are made only when another one has failed: each with the one that fails before it.
+AFTERWARDS = (
+    Kind("execv", errno.EACCES, words=("Return code = 255", "ZEPA132-W", "ZEPA135-W"), child=True,
+         also="dprintf"),
+    Kind("fflush", errno.ENOSPC, told=("fflush",), also="truncate"),
+    Kind("write", errno.ENOSPC, words=(NOT_COPIED,), also="unlink"),
+)
+
+# Calls that are made for a program that is stopped: an archiver's, or a tool, which is watched too.
+STOPPING_ARCHIVER = (
+    Kind("kill", errno.EPERM, told=("kill",)),
+    Kind("select", errno.ENOMEM, told=("select",)),
+    Kind("waitid", errno.EINVAL, told=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
+)
+STOPPING = (*STOPPING_ARCHIVER, Kind("pidfd_open", errno.ENOSYS))
+
+EVERY_KIND = (*KINDS, *BY_CHARACTER, *IGNORED, *CUT_ARCHIVE, *AFTERWARDS, *STOPPING)
