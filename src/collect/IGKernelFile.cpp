@@ -10,6 +10,7 @@
 #include <cstddef>
 
 #include "common/IGCmnFile.h"
+#include "common/IGCmnMessage.h"
 #include "common/IGGuards.h"
 #include "common/IGRunState.h"
 
@@ -80,6 +81,8 @@ bool kernelFileCopy(const char* source, const char* destination) {
     if (copyContent(from.get(), to.get()) && copyAttributes(from.get(), to.get())) {
         return true;
     }
-    ::unlink(destination);
+    if (::unlink(destination) != 0) {
+        IgCmnSysErrPath("unlink", errno, destination);
+    }
     return false;
 }

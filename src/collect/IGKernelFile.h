@@ -4,9 +4,9 @@
 #define QUENDIL_COLLECT_IGKERNELFILE_H
 
 /// Copies the file's content, without waiting for more than is there and up to 16 MiB, with its
-/// mode, owner and times. The destination must not exist. False when it cannot be read or written;
-/// nothing is reported and no partial copy stays. Ends early, as a failure, when the run is
-/// interrupted.
+/// mode, owner and times. The destination must not exist. False when it cannot be read or written,
+/// of which nothing is reported. No partial copy stays, or else "unlink" is reported. Ends early,
+/// as a failure, when the run is interrupted.
 bool kernelFileCopy(const char* source, const char* destination);
 
 #endif
