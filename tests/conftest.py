@@ -3,7 +3,8 @@
 The environment says what is tested:
 
 QUENDIL_STAGE     the staging tree of an installation (DESTDIR of the install step)
-QUENDIL_BEHAVE    the helper program built from tests/support/behave.c
+QUENDIL_BEHAVE    the helper program built from tests/support/behave.c, with the library of the fault
+                  tests beside it
 QUENDIL_WRAPPER   optional: a command put in front of the program in every run, such as valgrind
                   with its options; reports that it leaves as /tmp/wrapper.* are shown by failures
 QUENDIL_WRITABLE  optional: host directories, separated by colons, that stay writable in a machine,

@@ -34,8 +34,9 @@ EARLIER = "earlier"
 HISTORY_LINE = re.compile(
     r"ZEPA(301-I:quendil \[Ver\. .*\] started at .*|302-I:quendil argument is .*|303-I:Output = .*"
     r"|304-I:quendil exit code = \d+|305-I:quendil ended at .*|11[346]-E:.*)\.|" + EARLIER)
-CALL_REPORT = re.compile(r"ZEPA(?:113-E|140-W):An error occurred during the following system call\. "
-                         r"system call name = (\w+), error code = (-?\d+), msg = (.*)\.$", re.M)
+CALL_REPORT = re.compile(
+    r"ZEPA(?:113-E|140-W):An error occurred during the following system call\. "
+    r"system call name = (\w+), error code = (-?\d+), msg = (.*)\.$", re.M)
 WHOLE_REPORT = re.compile(
     r"ZEPA(?:113-E|140-W):An error occurred .*\n(?:ZEPA(?:151-E|152-W):Additional .*\n)?"
     r"ZEPA(?:114-E|141-W):source = IG\w+, line no = <LINE>\.\n")
@@ -249,7 +250,7 @@ def stopped_by_signal(machine: Machine) -> tuple[str, ...]:
 
 
 def check_named(outcome: Outcome) -> None:
-    """What the terminal names is there; a failed run leaves nothing but what it could not remove."""
+    """What the terminal names is there, and a failed run leaves nothing."""
     run = outcome.run
     named = re.findall(r"^ZEPA2\d\d-I:(?:Output|Archive)(?: file)? = (\S+?)\.(?: size.*)?$",
                        run.stdout, re.M)
