@@ -14,7 +14,7 @@ import pytest
 from support import behave, faulting, pattern_text
 from support.cell import CellError
 from support.fault_kinds import (
-    AFTERWARDS, BY_CHARACTER, CUT_ARCHIVE, IGNORED, KINDS, STOPPING, STOPPING_ARCHIVER, Kind)
+    AFTERWARDS, BY_CHARACTER, CUT_ARCHIVE, IGNORED, KINDS, LOOK, STOPPING, STOPPING_ARCHIVER, Kind)
 from support.faulting import CALL_REPORT, READY, Bench, Fault, Outcome
 
 pytestmark = pytest.mark.plain_binary
@@ -71,6 +71,11 @@ def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
 def test_a_failed_call_is_told_and_spoils_nothing_else(machine, kind):
     bench = Bench(machine, *faulting.representative(machine), env=kind.env)
     fail_each(bench, kind)
+
+
+def test_a_failed_look_at_a_file_does_not_mislead_a_run_with_a_named_result(machine):
+    fail_each(Bench(machine, pattern_text.data(f"{faulting.USER}/wild/one.log"),
+                    arguments=("-o", f"{faulting.DATA}/result")), LOOK)
 
 
 @pytest.mark.parametrize("kind", CUT_ARCHIVE, ids=str)

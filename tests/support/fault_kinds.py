@@ -43,6 +43,14 @@ MADE_AGAIN = r"system call name = mkdir, error code = 17,"
 NOT_COPIED = "ZEPA130-W"
 NO_MEMORY = "ZEPA(122-E|143-W)"
 
+LOOK = Kind(
+    "stat", errno.EACCES, told=("stat",),
+    words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
+    quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
+           r"log/quendil\.log$": EXISTENCE + ": it is written over",
+           r"log/quendil_hist_old\.log$": EXISTENCE + ": it is not packed",
+           r"log/quendil_stderr\.log$": EXISTENCE + ": it is not shown"})
+
 KINDS = (
     Kind("chdir", errno.EACCES, told=("chdir",)),
     Kind("close", errno.EIO),
@@ -84,12 +92,7 @@ KINDS = (
     Kind("sigaction", errno.EINVAL),
     Kind("signal", errno.EINVAL),
     Kind("sigprocmask", errno.EINVAL),
-    Kind("stat", errno.EACCES, told=("stat",),
-         words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
-         quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
-                r"log/quendil\.log$": EXISTENCE + ": it is written over",
-                r"log/quendil_hist_old\.log$": EXISTENCE + ": it is not packed",
-                r"log/quendil_stderr\.log$": EXISTENCE + ": it is not shown"}),
+    LOOK,
     Kind("statfs", errno.ESTALE, told=("statfs",)),
     Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
     Kind("system", errno.EAGAIN, told=("system",), words=("ZEPA133-W", "ZEPA142-W")),

@@ -111,8 +111,10 @@ def _entries(tree: Tree) -> Iterator[tuple[str, tuple]]:
 class Bench:
     """A machine for runs with faults; `items` are what its pattern collects."""
 
-    def __init__(self, machine: Machine, *items: str, env: Mapping[str, str] | None = None) -> None:
+    def __init__(self, machine: Machine, *items: str, env: Mapping[str, str] | None = None,
+                 arguments: tuple[str, ...] = ()) -> None:
         self.machine = machine
+        self._arguments = (*ARGUMENTS, *arguments)
         self._env = dict(env or {})
         machine.install(environment_path("QUENDIL_BEHAVE").with_name("fail_nth.so"), LIBRARY)
         machine.directory(DATA)
@@ -142,7 +144,7 @@ class Bench:
         """Starts a run with a fault; `finish` takes its outcome."""
         self.reset()
         wanted = fault.environment() if fault else {}
-        return self.machine.start(*ARGUMENTS, env={
+        return self.machine.start(*self._arguments, env={
             **self._env, "LD_PRELOAD": LIBRARY, "FAIL_REPORT": REPORT, **wanted})
 
     def finish(self, active: ActiveRun, fault: Fault | None = None) -> Outcome:
