@@ -112,7 +112,8 @@ class TreeLister {
 
     // How a directory was come to, which decides whether it is entered.
     enum class Way {
-        NAMED,    // by the search itself
+        NAMED,    // as the search itself
+        MATCHED,  // by the search's wildcard
         REAL,     // from its own parent
         BY_LINK,  // through a symbolic link, here or further up
     };
@@ -121,7 +122,8 @@ class TreeLister {
     int add(const char* path, const Ancestor* ancestors, Way way) {
         struct stat st = {};
         if (::stat(path, &st) != 0) {
-            return reportMissing(path);
+            // Of the search itself nothing is found then, which the caller tells.
+            return way == Way::NAMED ? 0 : reportMissing(path);
         }
         auto* entry = newFromPool<FileEntry>(memoryp_);
         if (entry == nullptr) {
@@ -173,7 +175,7 @@ class TreeLister {
             return 0;
         }
         const Ancestor here{st.st_dev, st.st_ino, ancestors};
-        return addMatches(path, nullptr, &here, way == Way::NAMED ? Way::REAL : way);
+        return addMatches(path, nullptr, &here, way == Way::BY_LINK ? way : Way::REAL);
     }
 
     static bool isLink(const char* path) {
@@ -399,5 +401,5 @@ int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries,
     if (!splitSearch(search_name, search, memoryp)) {
         return -1;
     }
-    return lister.addMatches(search.directory, search.wildcard, nullptr, TreeLister::Way::NAMED);
+    return lister.addMatches(search.directory, search.wildcard, nullptr, TreeLister::Way::MATCHED);
 }
