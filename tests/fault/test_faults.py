@@ -27,16 +27,24 @@ def times_told(kind: Kind, text: str) -> int:
                for name, code, message in CALL_REPORT.findall(text) for told in kind.told)
 
 
+def told_in_words(kind: Kind, text: str | None, untouched: str | None) -> Counter[str]:
+    """The lines of a text that tell of the failure, with the times that each is there."""
+    added = Counter((text or "").splitlines()) - Counter((untouched or "").splitlines())
+    return Counter({line: count for line, count in added.items()
+                    if any(re.search(word, line) for word in kind.words)})
+
+
 def check_told(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
     """The run tells of the failure once, or nothing is different from a run without it."""
     log, terminal = (times_told(kind, text) for text in (outcome.run.log or "", outcome.run.stderr))
     assert log <= 1 and terminal <= 1, f"told more than once: {outcome}"
     if log + terminal or outcome.state() == untouched.state():
         return
-    added = Counter(outcome.texts().splitlines()) - Counter(untouched.texts().splitlines())
-    if any(re.search(word, line) for word in kind.words for line in added):
-        return
-    assert any(re.search(subject, outcome.subject) for subject in kind.quiet), (
+    told = [told_in_words(kind, getattr(outcome.run, name), getattr(untouched.run, name))
+            for name in ("log", "stderr")]
+    assert all(count <= 1 for lines in told for count in lines.values()), (
+        f"told more than once, {told}: {outcome}")
+    assert any(told) or any(re.search(subject, outcome.subject) for subject in kind.quiet), (
         f"no word of the failure: {outcome}")
 
 
