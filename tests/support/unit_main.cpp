@@ -2,9 +2,20 @@
 #include <gmock/gmock.h>
 
 #include "common/IGCmnMemory.h"
+#include "standing_in.h"
+
+namespace {
+
+// What stands in for a call of the system ends with its test.
+class NothingLeft : public ::testing::EmptyTestEventListener {
+    void OnTestEnd(const ::testing::TestInfo& /*test*/) override { EXPECT_TRUE(nothingStandsIn()); }
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleMock(&argc, argv);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new NothingLeft);
     IgCmnMemoryInit();
     const int result = RUN_ALL_TESTS();
     IgCmnMemoryEnd();

@@ -1,0 +1,128 @@
+#include "standing_in.h"
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cwchar>
+#include <utility>
+
+namespace {
+
+// Plain data only: the allocator is called before any constructor has run.
+struct Order {
+    bool given;
+    Call call;
+    int left;  // calls that still succeed before the one that fails
+    int error;
+    bool happened;
+};
+Order order;
+std::time_t standing_time;
+bool clock_stands;
+const std::string* host_name;
+
+bool failsNow(Call call) {
+    if (!order.given || order.call != call || order.happened || --order.left > 0) {
+        return false;
+    }
+    order.happened = true;
+    errno = order.error;
+    return true;
+}
+
+}  // namespace
+
+FailingCall::FailingCall(Call call, int nth, int error) {
+    order = {true, call, nth, error, false};
+}
+
+FailingCall::~FailingCall() {
+    order = Order{};
+}
+
+bool FailingCall::happened() {
+    return order.happened;
+}
+
+StandingClock::StandingClock(std::time_t now) {
+    standing_time = now;
+    clock_stands = true;
+}
+
+StandingClock::~StandingClock() {
+    clock_stands = false;
+}
+
+HostNamed::HostNamed(std::string name) {
+    host_name = new std::string(std::move(name));
+}
+
+HostNamed::~HostNamed() {
+    delete std::exchange(host_name, nullptr);
+}
+
+bool nothingStandsIn() {
+    return !order.given && !clock_stands && host_name == nullptr;
+}
+
+extern "C" {
+
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    return failsNow(Call::CALLOC) ? nullptr : __real_calloc(count, size);
+}
+
+std::wint_t __real_ungetwc(std::wint_t c, std::FILE* stream);
+std::wint_t __wrap_ungetwc(std::wint_t c, std::FILE* stream);
+std::wint_t __wrap_ungetwc(std::wint_t c, std::FILE* stream) {
+    return failsNow(Call::UNGETWC) ? WEOF : __real_ungetwc(c, stream);
+}
+
+struct dirent* __real_readdir(DIR* directory);
+struct dirent* __wrap_readdir(DIR* directory);
+struct dirent* __wrap_readdir(DIR* directory) {
+    return failsNow(Call::READDIR) ? nullptr : __real_readdir(directory);
+}
+
+// With 64-bit file offsets the headers may give the function this name.
+struct dirent* __real_readdir64(DIR* directory);
+struct dirent* __wrap_readdir64(DIR* directory);
+struct dirent* __wrap_readdir64(DIR* directory) {
+    return failsNow(Call::READDIR) ? nullptr : __real_readdir64(directory);
+}
+
+int __real_gethostname(char* name, std::size_t size);
+int __wrap_gethostname(char* name, std::size_t size);
+int __wrap_gethostname(char* name, std::size_t size) {
+    if (failsNow(Call::GETHOSTNAME)) {
+        return -1;
+    }
+    if (host_name == nullptr) {
+        return __real_gethostname(name, size);
+    }
+    // As POSIX allows: a name that does not fit is cut off, with or without its end.
+    std::copy_n(host_name->c_str(), std::min(host_name->size() + 1, size), name);
+    return 0;
+}
+
+int __real_system(const char* command);
+int __wrap_system(const char* command);
+int __wrap_system(const char* command) {
+    return failsNow(Call::SYSTEM) ? -1 : __real_system(command);
+}
+
+std::time_t __real_time(std::time_t* now);
+std::time_t __wrap_time(std::time_t* now);
+std::time_t __wrap_time(std::time_t* now) {
+    if (!clock_stands) {
+        return __real_time(now);
+    }
+    if (now != nullptr) {
+        *now = standing_time;
+    }
+    return standing_time;
+}
+}
