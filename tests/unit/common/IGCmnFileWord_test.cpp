@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cerrno>
 #include <clocale>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -236,6 +239,136 @@ INSTANTIATE_TEST_SUITE_P(
                       Table{"InvalidCharacters", INVALID_CHARACTERS}),
     [](const ::testing::TestParamInfo<Table>& table) { return std::string(table.param.name); });
 
+// One character of every class in every mode: the first word that comes of it, and the column
+// behind that word. The prefix leads into the mode, the tail ends a word that the character does
+// not end.
+struct ModeRow {
+    const char* prefix;
+    const char* tail;
+    std::array<const char*, 14> words;  // for each of CHARACTERS
+};
+
+constexpr std::string_view CHARACTERS = "\n\r{}=\\\"#% \t_7/";
+
+const std::array<ModeRow, 11> MODES{{
+    {"",
+     " \n",
+     {"NEWLINE() 1", "BLANK( ) 1", "OPEN({) 1", "CLOSE(}) 1", "EQUAL(=) 1", "TEXT(\\) 1",
+      "RESULT 9 3", "COMMENT( ) 3", "PERCENT(%) 1", "BLANK(  ) 2", "BLANK(\t ) 2", "TEXT(_) 1",
+      "TEXT(7) 1", "TEXT(/) 1"}},
+    {"\\",
+     " \n",
+     {"TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 2",
+      "TEXT(\") 2", "TEXT(#) 2", "TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 1", "TEXT(\\) 1",
+      "TEXT(\\) 1", "TEXT(\\) 1"}},
+    {"%",
+     " \n",
+     {"PERCENT(%) 1", "PERCENT(%) 1", "PERCENT(%) 1", "PERCENT(%) 1", "PERCENT(%) 1",
+      "PERCENT(%) 1", "PERCENT(%) 1", "PERCENT(%) 1", "TEXT(%%) 2", "PERCENT(%) 1", "PERCENT(%) 1",
+      "SPECIAL(%_) 2", "SPECIAL(%7) 2", "PERCENT(%) 1"}},
+    {"a",
+     " \n",
+     {"TEXT(a) 1", "TEXT(a) 1", "TEXT(a) 1", "TEXT(a) 1", "TEXT(a) 1", "TEXT(a\\ ) 3", "TEXT(a) 1",
+      "TEXT(a) 1", "TEXT(a) 1", "TEXT(a) 1", "TEXT(a) 1", "TEXT(a_) 2", "TEXT(a7) 2",
+      "TEXT(a/) 2"}},
+    {"a\\",
+     " \n",
+     {"TEXT(a\\) 2", "TEXT(a\\ ) 3", "TEXT(a\\{) 3", "TEXT(a\\}) 3", "TEXT(a\\=) 3", "TEXT(a\\) 3",
+      "TEXT(a\") 3", "TEXT(a#) 3", "TEXT(a\\) 2", "TEXT(a\\ ) 3", "TEXT(a\\\t) 3", "TEXT(a\\_) 3",
+      "TEXT(a\\7) 3", "TEXT(a\\/) 3"}},
+    {"%a",
+     " \n",
+     {"TEXT(%a) 2", "SPECIAL(%a) 2", "SPECIAL(%a) 2", "SPECIAL(%a) 2", "SPECIAL(%a) 2",
+      "TEXT(%a\\ ) 4", "SPECIAL(%a) 2", "SPECIAL(%a) 2", "SPECIAL(%a) 3", "SPECIAL(%a) 2",
+      "SPECIAL(%a) 2", "SPECIAL(%a_) 3", "SPECIAL(%a7) 3", "SPECIAL(%a/) 3"}},
+    {"%a\\",
+     " \n",
+     {"SPECIAL(%a\\) 3", "TEXT(%a\\ ) 4", "SPECIAL(%a\\{) 4", "SPECIAL(%a\\}) 4",
+      "SPECIAL(%a\\=) 4", "SPECIAL(%a\\) 4", "SPECIAL(%a\") 4", "SPECIAL(%a#) 4", "SPECIAL(%a\\) 3",
+      "SPECIAL(%a\\ ) 4", "SPECIAL(%a\\\t) 4", "SPECIAL(%a\\_) 4", "SPECIAL(%a\\7) 4",
+      "SPECIAL(%a\\/) 4"}},
+    {"\"a",
+     "\"\n",
+     {"RESULT 9 3", "QUOTED(a) 3", "QUOTED(a{) 4", "QUOTED(a}) 4", "QUOTED(a=) 4", "RESULT 9 5",
+      "QUOTED(a) 3", "QUOTED(a#) 4", "QUOTED(a%) 4", "QUOTED(a ) 4", "QUOTED(a\t) 4",
+      "QUOTED(a_) 4", "QUOTED(a7) 4", "QUOTED(a/) 4"}},
+    {"\"a\\",
+     "\"\n",
+     {"RESULT 9 4", "RESULT 9 5", "QUOTED(a\\{) 5", "QUOTED(a\\}) 5", "QUOTED(a\\=) 5",
+      "QUOTED(a\\) 5", "QUOTED(a\") 5", "QUOTED(a#) 5", "QUOTED(a\\%) 5", "QUOTED(a\\ ) 5",
+      "QUOTED(a\\\t) 5", "QUOTED(a\\_) 5", "QUOTED(a\\7) 5", "QUOTED(a\\/) 5"}},
+    {"#a",
+     " \n",
+     {"COMMENT(a) 3", "COMMENT(a ) 4", "COMMENT(a{ ) 5", "COMMENT(a} ) 5", "COMMENT(a= ) 5",
+      "COMMENT(a\\ ) 5", "COMMENT(a\" ) 5", "COMMENT(a# ) 5", "COMMENT(a% ) 5", "COMMENT(a  ) 5",
+      "COMMENT(a\t ) 5", "COMMENT(a_ ) 5", "COMMENT(a7 ) 5", "COMMENT(a/ ) 5"}},
+    {" ",
+     " \n",
+     {"BLANK( ) 1", "BLANK(  ) 2", "BLANK( ) 1", "BLANK( ) 1", "BLANK( ) 1", "BLANK( ) 1",
+      "BLANK( ) 1", "BLANK( ) 1", "BLANK( ) 1", "BLANK(   ) 3", "BLANK( \t ) 3", "BLANK( ) 1",
+      "BLANK( ) 1", "BLANK( ) 1"}},
+}};
+
+TEST_F(IGCmnFileWord, TakesACharacterOfEveryClassInEveryMode) {
+    static_assert(CHARACTERS.size() == std::tuple_size_v<decltype(ModeRow::words)>);
+    for (const ModeRow& mode : MODES) {
+        for (std::size_t i = 0; i < CHARACTERS.size(); ++i) {
+            const std::string content = std::string(mode.prefix) + CHARACTERS[i] + mode.tail;
+            SCOPED_TRACE(::testing::PrintToString(content));
+            open(content);
+            const int code = read();
+            const std::string word =
+                code == 0 ? std::string(typeName(word_.type)) + "(" + word_.text + ")"
+                          : "RESULT " + std::to_string(code);
+            EXPECT_EQ(word + " " + std::to_string(handle_.column), mode.words[i]);
+            EXPECT_EQ(handle_.line_no, 1);
+        }
+    }
+}
+
+TEST_F(IGCmnFileWord, LosesTheWordThatTheEndOfTheFileMeetsInAnyMode) {
+    for (const ModeRow& mode : MODES) {
+        for (const std::string& before : {""s, "x\n"s, "\r"s}) {
+            SCOPED_TRACE(::testing::PrintToString(before + mode.prefix));
+            const std::string start = before == "x\n" ? "TEXT(x) 1:1\nNEWLINE() 1:2\n" : "";
+            const std::string line = before == "x\n" ? "2:" : "1:";
+            EXPECT_EQ(words(before + mode.prefix),
+                      start + "END " + line + std::to_string(std::strlen(mode.prefix)));
+        }
+    }
+}
+
+TEST_F(IGCmnFileWord, EndsInAnyModeAtACharacterThatIsNotAllowed) {
+    for (const char* locale : {"C", "C.utf8"}) {
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        for (const ModeRow& mode : MODES) {
+            for (const std::string& bad : {"\0"s, "\v"s, "\x7f"s, "\x80"s, "\xff"s, "\xc3\xa9"s,
+                                           "\xf0\x9f\x98\x80"s, "\xc3("s}) {
+                SCOPED_TRACE(locale + ::testing::PrintToString(mode.prefix + bad));
+                open(mode.prefix + bad + mode.tail);
+                ASSERT_EQ(read(), 0);
+                EXPECT_EQ(word_.type, WORD_INVALID);
+                EXPECT_STREQ(word_.text, "");
+                EXPECT_EQ(place(), "1:" + std::to_string(std::strlen(mode.prefix)));
+            }
+        }
+    }
+    EXPECT_EQ(takeLog(), "");
+}
+
+// The C library calls it an end or an undecodable sequence, depending on what it has buffered.
+TEST_F(IGCmnFileWord, GivesNoWordOfACharacterThatTheEndOfTheFileCuts) {
+    for (const ModeRow& mode : MODES) {
+        for (const char* cut : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
+            SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(cut)));
+            open(mode.prefix + std::string(cut));
+            const int code = read();
+            EXPECT_TRUE(code == 1 || (code == 0 && word_.type == WORD_INVALID)) << code;
+        }
+    }
+    EXPECT_EQ(takeLog(), "");
+}
+
 TEST_F(IGCmnFileWord, NumbersItsWordTypesAsItsReadersCompareThem) {
     EXPECT_EQ(WORD_QUOTED, 0);
     EXPECT_EQ(WORD_EQUAL, 1);
@@ -345,6 +478,30 @@ TEST_F(IGCmnFileWord, DoesNotCountCarriageReturns) {
               "TEXT(" + std::string(1024, 'a') + ") 1:1024\nNEWLINE() 1:1025\nEND 2:0");
 }
 
+TEST_F(IGCmnFileWord, CountsTheLineFeedBehindACarriageReturn) {
+    open(std::string(1025, 'a') + "\r\n");
+    EXPECT_EQ(read(), 9);
+    EXPECT_EQ(place(), "1:1026");
+    open("#" + std::string(1024, 'a') + "\r\n");
+    EXPECT_EQ(read(), 9);
+    EXPECT_EQ(place(), "1:1026");
+    open("\"" + std::string(1023, 'a') + "\r\"\r\n");
+    ASSERT_EQ(read(), 0);
+    EXPECT_EQ(read(), 9);
+    EXPECT_EQ(place(), "1:1026");
+}
+
+TEST_F(IGCmnFileWord, DoesNotCountWhatIsNotAllowed) {
+    open(std::string(1025, '{') + "\xc3\xa9\n");
+    for (int i = 0; i < 1025; ++i) {
+        ASSERT_EQ(read(), 0);
+    }
+    ASSERT_EQ(read(), 0);
+    EXPECT_EQ(word_.type, WORD_INVALID);
+    EXPECT_EQ(place(), "1:1025");
+    EXPECT_EQ(read(), 9);
+}
+
 TEST_F(IGCmnFileWord, MeetsTheEndOfTheFileBeforeTheLimitOfTheLine) {
     EXPECT_EQ(words(std::string(1025, 'a')), "END 1:1025");
 }
@@ -422,18 +579,38 @@ TEST_F(IGCmnFileWord, ReportsAStreamThatCannotBeRead) {
     EXPECT_EQ(error.take(), report.substr(0, report.find("ZEPA114")));
 }
 
-TEST_F(IGCmnFileWord, GivesUpWhenItsBufferCannotGrow) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
+TEST_F(IGCmnFileWord, ReportsACharacterThatTheStreamDoesNotTakeBack) {
+    const std::string report =
+        trio("ungetwc", ENOMEM, "Cannot allocate memory", dir_.path("words"), "IGCmnFileWord");
+    for (const char* content :
+         {"\\a\n", "% \n", "a \n", "a%\n", "a\\%\n", "a\\\n", "%a \n", "%a\\%\n", " a\n"}) {
+        SCOPED_TRACE(content);
+        open(content);
+        Capture error(stderr);
+        const FailingCall failing(Call::UNGETWC, 1, ENOMEM);
+        EXPECT_EQ(read(), 17);
+        EXPECT_EQ(takeLog(), report);
+        EXPECT_EQ(error.take(), report.substr(0, report.find("ZEPA114")));
     }
-    open("a " + std::string(1000, 'b') + "\n");
-    const ChildResult child = inChild([this] {
-        const bool reads = read() == 0 && read() == 0;
-        exhaustMemory();
-        std::exit(reads && read() == -1 ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    EXPECT_EQ(child.err, "ZEPA122-E:Memory is insufficient.\n");
+}
+
+TEST_F(IGCmnFileWord, GivesUpWhereverMemoryRunsOut) {
+    const std::string content = "a \"" + std::string(250, 'b') + "\" %c% #d\n";
+    bool failed = true;
+    for (int nth = 1; failed; ++nth) {
+        SCOPED_TRACE(nth);
+        open(content);
+        Capture error(stderr);
+        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+        int code = 0;
+        while (code == 0) {
+            code = read();
+        }
+        failed = FailingCall::happened();
+        EXPECT_EQ(code, failed ? -1 : 1);
+        EXPECT_EQ(error.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+        EXPECT_TRUE(failed || nth > 50) << "every growth of a long word is a point of its own";
+    }
 }
 
 TEST(IGCmnFileWordDeathTest, AssertsItsHandleAndItsRecord) {
