@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cwchar>
@@ -22,6 +23,7 @@ Order order;
 std::time_t standing_time;
 bool clock_stands;
 const std::string* host_name;
+std::atomic<std::size_t> live_chunks;  // may wrap around: blocks from elsewhere are freed too
 
 bool failsNow(Call call) {
     if (!order.given || order.call != call || order.happened || --order.left > 0) {
@@ -63,6 +65,10 @@ HostNamed::~HostNamed() {
     delete std::exchange(host_name, nullptr);
 }
 
+std::size_t liveChunks() {
+    return live_chunks;
+}
+
 bool nothingStandsIn() {
     return !order.given && !clock_stands && host_name == nullptr;
 }
@@ -72,7 +78,20 @@ extern "C" {
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return failsNow(Call::CALLOC) ? nullptr : __real_calloc(count, size);
+    if (failsNow(Call::CALLOC)) {
+        return nullptr;
+    }
+    ++live_chunks;
+    return __real_calloc(count, size);
+}
+
+void __real_free(void* block);
+void __wrap_free(void* block);
+void __wrap_free(void* block) {
+    if (block != nullptr) {
+        --live_chunks;
+    }
+    __real_free(block);
 }
 
 std::wint_t __real_ungetwc(std::wint_t c, std::FILE* stream);

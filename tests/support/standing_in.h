@@ -4,6 +4,7 @@
 #ifndef QUENDIL_TESTS_SUPPORT_STANDING_IN_H
 #define QUENDIL_TESTS_SUPPORT_STANDING_IN_H
 
+#include <cstddef>
 #include <ctime>
 #include <string>
 
@@ -44,6 +45,9 @@ class HostNamed {
     HostNamed(const HostNamed&) = delete;
     HostNamed& operator=(const HostNamed&) = delete;
 };
+
+/// Blocks that the product has from calloc and has not freed yet. Only differences tell something.
+std::size_t liveChunks();
 
 /// True when no test has left anything behind that still stands in.
 bool nothingStandsIn();

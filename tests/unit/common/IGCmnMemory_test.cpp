@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -16,6 +17,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 
 // An allocation that the system refuses must come back as null here too.
 extern "C" const char* __asan_default_options();
@@ -307,22 +309,108 @@ TEST_F(IGCmnMemory, ReportsARequestThatNobodyCanServe) {
 }
 
 TEST_F(IGCmnMemory, ReportsEachStepThatTheSystemHasNoMemoryFor) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
+    struct Step {
+        std::size_t size;
+        int nth;  // 1 is the pool's own record, 2 the chunk
+    };
+    for (const Step& step : {Step{8, 1}, Step{8, 2}, Step{196, 2}, Step{197, 1}, Step{197, 2}}) {
+        SCOPED_TRACE(::testing::Message() << step.size << " bytes, call " << step.nth);
+        Pool fresh;
+        Capture error(stderr);
+        {
+            const FailingCall failing(Call::CALLOC, step.nth, ENOMEM);
+            EXPECT_EQ(IgCmnMemoryAlloc(fresh.get(), step.size), nullptr);
+            EXPECT_TRUE(FailingCall::happened());
+        }
+        EXPECT_EQ(*fresh.get() == nullptr, step.nth == 1);
+        EXPECT_EQ(error.take(), NO_MEMORY);
+        const auto block = static_cast<Bytes>(IgCmnMemoryAlloc(fresh.get(), step.size));
+        ASSERT_NE(block, nullptr) << "the pool goes on as if nothing had been";
+        EXPECT_TRUE(isZero(block, step.size));
     }
+}
+
+TEST_F(IGCmnMemory, ServesFromWhatItHasWhenTheSystemHasNoMemory) {
     const Bytes block = alloc(8);
-    const ChildResult child = inChild([&] {
-        memory_pool fresh = nullptr;
-        const bool has_slots = alloc(8) == block + 8;
-        exhaustMemory();
-        const bool no_descriptor = IgCmnMemoryAlloc(&fresh, 8) == nullptr && fresh == nullptr;
-        const bool no_chunk = alloc(9) == nullptr;
-        const bool no_large_chunk = alloc(197) == nullptr;
-        const bool still_serves = alloc(8) == block + 16;
-        std::exit(has_slots && no_descriptor && no_chunk && no_large_chunk && still_serves ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    EXPECT_EQ(child.err, std::string(NO_MEMORY) + NO_MEMORY + NO_MEMORY);
+    Capture error(stderr);
+    const FailingCall failing(Call::CALLOC, 1, ENOMEM);
+    EXPECT_EQ(alloc(8), block + 8);
+    EXPECT_EQ(alloc(9), nullptr);
+    EXPECT_TRUE(FailingCall::happened());
+    EXPECT_EQ(error.take(), NO_MEMORY);
+    EXPECT_EQ(alloc(8), block + 16);
+}
+
+TEST_F(IGCmnMemory, AddsNothingWhenAFurtherChunkCannotBeHad) {
+    const std::vector<Bytes> full = alloc(196, 20);
+    Capture error(stderr);
+    {
+        const FailingCall failing(Call::CALLOC, 1, ENOMEM);
+        EXPECT_EQ(alloc(196), nullptr);
+    }
+    EXPECT_EQ(error.take(), NO_MEMORY);
+    free(full[7], 196);
+    EXPECT_EQ(alloc(196), full[7]);
+    EXPECT_NE(alloc(196), nullptr);
+}
+
+TEST_F(IGCmnMemory, MakesItsRecordAlsoForARequestOfNothing) {
+    Capture error(stderr);
+    EXPECT_EQ(alloc(0), nullptr);
+    EXPECT_NE(*pool(), nullptr);
+    EXPECT_EQ(alloc(0), nullptr);
+    EXPECT_EQ(error.take(), std::string(NO_MEMORY) + NO_MEMORY);
+}
+
+TEST_F(IGCmnMemory, CountsABlockThatWasFreedTwiceTwice) {
+    const std::vector<Bytes> older = alloc(196, 20);
+    const std::vector<Bytes> newer = alloc(196, 2);
+    free(older[4], 196);
+    free(newer[0], 196);
+    free(newer[0], 196);
+    EXPECT_EQ(alloc(196), older[4]) << "with its count at nothing the newer chunk is gone";
+}
+
+TEST_F(IGCmnMemory, FreesALargeBlockWithAnySizeOfItsClassThatReachesIt) {
+    const std::size_t chunk_count = liveChunks();
+    for (const std::size_t freed : {197U, 1000U, 5000U}) {
+        const Bytes block = alloc(1000);
+        ASSERT_EQ(liveChunks(), chunk_count + 2) << "the pool and the block";
+        free(block, freed);
+        EXPECT_EQ(liveChunks(), chunk_count + 1) << freed;
+        free(nullptr, 0);
+        EXPECT_EQ(liveChunks(), chunk_count);
+    }
+}
+
+TEST_F(IGCmnMemory, GivesBackEachChunkAsSoonAsNothingOfItIsUsed) {
+    const std::size_t before = liveChunks();
+    for (const ClassRow& row : CLASSES) {
+        SCOPED_TRACE(row.largest);
+        const std::vector<Bytes> blocks = alloc(row.largest, 3 * row.capacity);
+        EXPECT_EQ(liveChunks(), before + 4) << "the pool and three chunks";
+        for (const std::size_t chunk : {1U, 0U, 2U}) {
+            const std::size_t left = liveChunks();
+            for (std::size_t i = 0; i < row.capacity; ++i) {
+                EXPECT_EQ(liveChunks(), left);
+                free(blocks[chunk * row.capacity + i], row.largest);
+            }
+            EXPECT_EQ(liveChunks(), left - 1);
+        }
+        free(nullptr, 0);
+        EXPECT_EQ(liveChunks(), before);
+    }
+}
+
+TEST_F(IGCmnMemory, FreedWholeReleasesEveryChunkOfEveryClass) {
+    const std::size_t before = liveChunks();
+    for (const ClassRow& row : CLASSES) {
+        ASSERT_THAT(alloc(row.largest, row.capacity + 1), ::testing::Each(::testing::NotNull()));
+    }
+    ASSERT_THAT(alloc(1000, 5), ::testing::Each(::testing::NotNull()));
+    EXPECT_EQ(liveChunks(), before + 1 + 2 * CLASSES.size() + 5);
+    free(nullptr, 0);
+    EXPECT_EQ(liveChunks(), before);
 }
 
 TEST_F(IGCmnMemory, NeverShrinksABlock) {
@@ -391,83 +479,226 @@ TEST_F(IGCmnMemory, ReportsACountOfObjectsThatNoSizeCanHold) {
     EXPECT_EQ(error.take(), NO_MEMORY);
 }
 
-// Any sequence of operations behaves like one in which every block is an array of its own: blocks
-// are zero when they come, never overlap, and hold what was written until they go.
-TEST(IGCmnMemoryStress, BehavesLikeSeparateArrays) {
+// A pool as its rules have it: which slot of which chunk an operation takes, and which chunks are
+// there. Chunks are told apart by numbers that the first block out of each fixes to an address.
+class PoolModel {
+  public:
+    struct Chunk {
+        std::size_t number;
+        std::vector<bool> taken;
+        std::size_t used;
+        std::size_t bytes;  // of its one slot, for a large request
+    };
+    struct Place {
+        std::size_t chunk;
+        std::size_t offset;  // bytes from the chunk's first slot
+        bool operator==(const Place&) const = default;
+    };
+
+    Place alloc(std::size_t size) {
+        const std::size_t index = classOf(size);
+        std::vector<Chunk>& chunks = classes_[index];
+        const std::size_t capacity = index < CLASSES.size() ? CLASSES[index].capacity : 1;
+        const std::size_t distance = index < CLASSES.size() ? CLASSES[index].distance : size;
+        if (index < CLASSES.size()) {
+            for (auto chunk = chunks.rbegin(); chunk != chunks.rend(); ++chunk) {
+                const auto slot = std::find(chunk->taken.begin(), chunk->taken.end(), false);
+                if (chunk->used < capacity && slot != chunk->taken.end()) {
+                    return take(*chunk, static_cast<std::size_t>(slot - chunk->taken.begin()),
+                                distance);
+                }
+            }
+        }
+        chunks.push_back({next_number_++, std::vector<bool>(capacity, false), 0, size});
+        return take(chunks.back(), 0, distance);
+    }
+
+    /// The number of the chunk that this gives back, or 0.
+    std::size_t free(const Place& place, std::size_t size) {
+        const std::size_t index = classOf(size);
+        std::vector<Chunk>& chunks = classes_[index];
+        const auto chunk = std::find_if(chunks.begin(), chunks.end(),
+                                        [&](const Chunk& c) { return c.number == place.chunk; });
+        if (chunk == chunks.end()) {
+            return 0;  // of another class
+        }
+        if (index < CLASSES.size()) {
+            const std::size_t slot = place.offset / CLASSES[index].distance;
+            chunk->taken[slot] = !chunk->taken[slot];
+            if (--chunk->used > 0) {
+                return 0;
+            }
+        }
+        const std::size_t number = chunk->number;
+        chunks.erase(chunk);
+        return number;
+    }
+
+    void freeAll() { classes_ = {}; }
+
+    [[nodiscard]] std::size_t chunks() const {
+        std::size_t count = 0;
+        for (const std::vector<Chunk>& chunks : classes_) {
+            count += chunks.size();
+        }
+        return count;
+    }
+
+    static std::size_t classOf(std::size_t size) {
+        const auto* row = std::find_if(CLASSES.begin(), CLASSES.end(),
+                                       [size](const ClassRow& r) { return size <= r.largest; });
+        return static_cast<std::size_t>(row - CLASSES.begin());
+    }
+
+  private:
+    static Place take(Chunk& chunk, std::size_t slot, std::size_t distance) {
+        chunk.taken[slot] = true;
+        ++chunk.used;
+        return {chunk.number, slot * distance};
+    }
+
+    std::array<std::vector<Chunk>, CLASSES.size() + 1> classes_;
+    std::size_t next_number_ = 1;
+};
+
+// A pool beside its model: every operation must take the same place and leave the same chunks.
+class ModelledPool {
+  public:
     struct Block {
+        Bytes start;
         std::size_t size;
-        std::size_t pool;
+        PoolModel::Place place;
         std::uint8_t mark;
     };
+
+    [[nodiscard]] std::size_t count() const { return blocks_.size(); }
+
+    void alloc(std::size_t size, std::uint8_t mark) {
+        add(static_cast<Bytes>(IgCmnMemoryAlloc(pool_.get(), size)), size, mark, 0);
+    }
+
+    void grow(std::size_t index, std::size_t size, std::uint8_t mark) {
+        const Block old = blocks_[index];
+        expectMark(old, old.size);
+        const auto moved =
+            static_cast<Bytes>(IgCmnMemoryRealloc(pool_.get(), old.start, old.size, size));
+        if (size <= old.size) {
+            ASSERT_EQ(moved, old.start);
+            return;
+        }
+        ASSERT_NE(moved, nullptr);
+        ASSERT_EQ(std::count(moved, moved + old.size, old.mark),
+                  static_cast<std::ptrdiff_t>(old.size));
+        ASSERT_NO_FATAL_FAILURE(add(moved, size, mark, old.size));
+        drop(index, old.size);
+    }
+
+    void free(std::size_t index) {
+        const Block block = blocks_[index];
+        expectMark(block, block.size);
+        IgCmnMemoryFree(pool_.get(), block.start, block.size);
+        drop(index, block.size);
+    }
+
+    /// With the size of another class: nothing happens.
+    void freeWrongly(std::size_t index, std::size_t size) {
+        if (PoolModel::classOf(size) != PoolModel::classOf(blocks_[index].size)) {
+            IgCmnMemoryFree(pool_.get(), blocks_[index].start, size);
+            expectMark(blocks_[index], blocks_[index].size);
+        }
+    }
+
+    /// Small blocks only: a large one is gone after the first time.
+    void freeTwice(std::size_t index) {
+        const Block block = blocks_[index];
+        if (block.size > CLASSES.back().largest) {
+            return;
+        }
+        free(index);
+        IgCmnMemoryFree(pool_.get(), block.start, block.size);
+        forget(model_.free(block.place, block.size));
+    }
+
+    void freeAll() {
+        for (const Block& block : blocks_) {
+            expectMark(block, block.size);
+        }
+        IgCmnMemoryFree(pool_.get(), nullptr, 0);
+        ASSERT_EQ(*pool_.get(), nullptr);
+        model_.freeAll();
+        blocks_.clear();
+        starts_.clear();
+    }
+
+    /// Blocks of the system's allocator that the pool ought to hold.
+    [[nodiscard]] std::size_t held() { return (*pool_.get() == nullptr ? 0 : 1) + model_.chunks(); }
+
+  private:
+    void add(Bytes start, std::size_t size, std::uint8_t mark, std::size_t copied) {
+        ASSERT_NE(start, nullptr);
+        const PoolModel::Place place = model_.alloc(size);
+        const auto [chunk, is_new] = starts_.try_emplace(place.chunk, start - place.offset);
+        ASSERT_EQ(start, chunk->second + place.offset) << "another place than the rules have it";
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(start) % 8, 0U);
+        ASSERT_EQ(std::count(start + copied, start + size, 0),
+                  static_cast<std::ptrdiff_t>(size - copied));
+        std::memset(start, mark, size);
+        blocks_.push_back({start, size, place, mark});
+    }
+    static void expectMark(const Block& block, std::size_t size) {
+        ASSERT_EQ(std::count(block.start, block.start + size, block.mark),
+                  static_cast<std::ptrdiff_t>(size));
+    }
+    void drop(std::size_t index, std::size_t size) {
+        const std::size_t gone = model_.free(blocks_[index].place, size);
+        blocks_[index] = blocks_.back();
+        blocks_.pop_back();
+        forget(gone);
+    }
+    // A chunk that is given back takes all of its blocks with it.
+    void forget(std::size_t chunk) {
+        if (chunk != 0) {
+            starts_.erase(chunk);
+            std::erase_if(blocks_, [&](const Block& b) { return b.place.chunk == chunk; });
+        }
+    }
+
+    Pool pool_;
+    PoolModel model_;
+    std::vector<Block> blocks_;
+    std::map<std::size_t, Bytes> starts_;  // first slot of each chunk
+};
+
+TEST(IGCmnMemoryStress, TakesThePlacesThatItsRulesNameThroughAMillionOperations) {
     std::mt19937 random(20261115);
-    const auto below = [&random](std::size_t limit) {
-        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
-    };
-    const auto randomSize = [&] { return below(20) == 0 ? 197 + below(6000) : 1 + below(196); };
-    std::array<Pool, 3> pools;
-    std::map<Bytes, Block> live;
-
-    const auto add = [&](Bytes start, const Block& block) {
-        const auto after = live.lower_bound(start);
-        if (after != live.end()) {
-            ASSERT_LE(start + block.size, after->first) << "overlap with the block after";
-        }
-        if (after != live.begin()) {
-            const auto& [other, held] = *std::prev(after);
-            ASSERT_LE(other + held.size, start) << "overlap with the block before";
-        }
-        std::memset(start, block.mark, block.size);
-        live[start] = block;
-    };
-    const auto holdsMark = [](Bytes start, std::size_t size, std::uint8_t mark) {
-        return std::all_of(start, start + size, [mark](std::uint8_t b) { return b == mark; });
-    };
-    const auto any = [&] {
-        const auto span =
-            static_cast<std::size_t>(std::prev(live.end())->first - live.begin()->first);
-        return live.lower_bound(live.begin()->first + below(span + 1));
-    };
-
-    for (int step = 0; step < 60000; ++step) {
-        SCOPED_TRACE(step);
+    const auto below = [&random](std::size_t limit) { return random() % limit; };
+    const std::size_t before = liveChunks();
+    std::array<ModelledPool, 2> pools;
+    // Grows and shrinks by turns, so that chunks fill up, thin out and go.
+    for (std::size_t step = 0; step < 1000000; ++step) {
+        ModelledPool& pool = pools[below(pools.size())];
+        const std::size_t size = below(50) == 0 ? 197 + below(500) : 1 + below(196);
         const auto mark = static_cast<std::uint8_t>(1 + below(255));
         const std::size_t action = below(1000);
-        if (live.size() < 2 || action < 480) {
-            const std::size_t pool = below(pools.size());
-            const std::size_t size = randomSize();
-            const auto start = static_cast<Bytes>(IgCmnMemoryAlloc(pools[pool].get(), size));
-            ASSERT_NE(start, nullptr);
-            ASSERT_TRUE(holdsMark(start, size, 0));
-            ASSERT_NO_FATAL_FAILURE(add(start, {size, pool, mark}));
-        } else if (action < 880) {
-            const auto it = any();
-            const auto [start, block] = *it;
-            ASSERT_TRUE(holdsMark(start, block.size, block.mark));
-            live.erase(it);
-            IgCmnMemoryFree(pools[block.pool].get(), start, block.size);
+        const std::size_t share = step / 2000 % 2 == 0 ? 560 : 340;
+        if (pool.count() == 0 || action < share) {
+            pool.alloc(size, mark);
+        } else if (action < 900) {
+            pool.free(below(pool.count()));
+        } else if (action < 970) {
+            pool.grow(below(pool.count()), size, mark);
+        } else if (action < 990) {
+            pool.freeWrongly(below(pool.count()), size);
         } else if (action < 999) {
-            const auto it = any();
-            const auto [start, block] = *it;
-            const std::size_t size = randomSize();
-            const auto moved = static_cast<Bytes>(
-                IgCmnMemoryRealloc(pools[block.pool].get(), start, block.size, size));
-            ASSERT_NE(moved, nullptr);
-            ASSERT_TRUE(holdsMark(moved, block.size, block.mark));
-            if (size <= block.size) {
-                ASSERT_EQ(moved, start);
-                continue;
-            }
-            ASSERT_TRUE(holdsMark(moved + block.size, size - block.size, 0));
-            live.erase(it);
-            ASSERT_NO_FATAL_FAILURE(add(moved, {size, block.pool, mark}));
+            pool.freeTwice(below(pool.count()));
         } else {
-            const std::size_t pool = below(pools.size());
-            for (const auto& [start, block] : live) {
-                ASSERT_TRUE(holdsMark(start, block.size, block.mark));
-            }
-            std::erase_if(live, [pool](const auto& entry) { return entry.second.pool == pool; });
-            IgCmnMemoryFree(pools[pool].get(), nullptr, 0);
-            ASSERT_EQ(*pools[pool].get(), nullptr);
+            pool.freeAll();
+        }
+        if (::testing::Test::HasFatalFailure()) {
+            FAIL() << "in step " << step;
+        }
+        if (step % 64 == 0) {
+            ASSERT_EQ(liveChunks(), before + pools[0].held() + pools[1].held()) << step;
         }
     }
 }
