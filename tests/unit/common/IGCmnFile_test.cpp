@@ -17,9 +17,10 @@
 #include <string>
 #include <vector>
 
-#include "../../support/in_child.h"
 #include "../../support/mounted.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
+#include "common/IGCmnStr.h"
 
 namespace {
 
@@ -203,25 +204,19 @@ TEST_F(FileHandle, LooksAtWhatIsNoRegularFileWithoutOpeningIt) {
 }
 
 TEST_F(FileHandle, ClosesTheFileWhenItsNameCannotBeKept) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
-    }
     writeText(path("file"), "");
-    const std::string name = path() + std::string(3900, '/') + "file";
-    const ChildResult child = inChild([&] {
-        const int lowest = ::dup(0);
-        ::close(lowest);
-        void* enough_for_a_stream = std::malloc(2000);
-        exhaustMemory();
-        std::free(enough_for_a_stream);
-        const int result = IgCmnFileOpen(&handle_, name.c_str(), "r");
-        const bool descriptor_closed = ::dup(0) == lowest;
-        const bool closed = handle_.stream == nullptr && handle_.pool == nullptr &&
-                            handle_.name == nullptr && handle_.line_no == 0;
-        std::_Exit(result == -1 && closed && descriptor_closed ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    EXPECT_EQ(child.err, "ZEPA122-E:Memory is insufficient.\n");
+    const std::size_t before = openDescriptors();
+    for (const int nth : {1, 2}) {  // the handle's pool, its chunk
+        Capture err(stderr);
+        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+        EXPECT_EQ(IgCmnFileOpen(&handle_, path("file").c_str(), "r"), -1);
+        EXPECT_EQ(err.take(), "ZEPA122-E:Memory is insufficient.\n");
+        EXPECT_EQ(handle_.stream, nullptr);
+        EXPECT_EQ(handle_.pool, nullptr);
+        EXPECT_EQ(handle_.name, nullptr);
+        EXPECT_EQ(handle_.line_no, 0);
+        EXPECT_EQ(openDescriptors(), before);
+    }
 }
 
 TEST_F(FileHandle, FlushesToTheFile) {
@@ -330,21 +325,22 @@ TEST_F(IGCmnFile, AppendsInPlaceWhereThereIsRoom) {
 }
 
 TEST_F(IGCmnFile, KeepsTheBufferWhenItCannotGrow) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
-    }
     const std::string more(1000, 'm');
-    const ChildResult child = inChild([&] {
-        char* buffer = nullptr;
-        std::uint32_t size = 0;
-        bool good = concat_data(pool(), &buffer, &size, "abc") == 0;
-        char* const start = buffer;
-        exhaustMemory();
-        good = good && concat_data(pool(), &buffer, &size, more.c_str()) == -1;
-        std::exit(good && buffer == start && size == 4 && std::strcmp(buffer, "abc") == 0 ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    EXPECT_EQ(child.err, "ZEPA122-E:Memory is insufficient.\n");
+    char* buffer = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(concat_data(pool(), &buffer, &size, "abc"), 0);
+    char* const start = buffer;
+    {
+        Capture err(stderr);
+        const FailingCall failing(Call::CALLOC, 1, ENOMEM);
+        EXPECT_EQ(concat_data(pool(), &buffer, &size, more.c_str()), -1);
+        EXPECT_EQ(err.take(), "ZEPA122-E:Memory is insufficient.\n");
+    }
+    EXPECT_EQ(buffer, start);
+    EXPECT_EQ(size, 4U);
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_EQ(concat_data(pool(), &buffer, &size, more.c_str()), 0);
+    EXPECT_EQ(buffer, "abc" + more);
 }
 
 // Tests of files
@@ -484,6 +480,75 @@ TEST_F(IGCmnFile, RemovesExactlyTheNameThatItIsGiven) {
     }
 }
 
+TEST_F(IGCmnFile, ReportsAShellThatCannotBeStarted) {
+    writeText(path("file"), "x");
+    const std::string name = path("file");
+    const FailingCall failing(Call::SYSTEM, 1, EAGAIN);
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileRemoveAll(name.c_str()), 1); }),
+              "ZEPA113-E:An error occurred during the following system call. system call name = "
+              "system, error code = 11, msg = Resource temporarily unavailable.\n"
+              "ZEPA151-E:Additional information, command = /bin/rm -rf \"" +
+                  name +
+                  "\" 2> /dev/null.\n"
+                  "ZEPA114-E:source = IGCmnFile, line no = N.\n");
+    EXPECT_TRUE(fs::exists(name));
+}
+
+TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedForNoReason) {
+    const FailingCall failing(Call::SYSTEM, 1, 0);
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileRemoveAll("/x"), 1); }),
+              "ZEPA113-E:An error occurred during the following system call. system call name = "
+              "system, error code = -1, msg = rm command failed.\n"
+              "ZEPA151-E:Additional information, command = /bin/rm -rf \"/x\" 2> /dev/null.\n"
+              "ZEPA114-E:source = IGCmnFile, line no = N.\n");
+}
+
+TEST_F(IGCmnFile, SaysNothingOfACopyWithoutAShell) {
+    writeText(path("source"), "x");
+    const FailingCall failing(Call::SYSTEM, 1, EAGAIN);
+    EXPECT_EQ(reported([&] {
+                  EXPECT_EQ(IgCmnFileCopy(path("source").c_str(), path("copy").c_str(), 1, 0), 0);
+              }),
+              "");
+    EXPECT_EQ(run_state.interrupted, 0);
+}
+
+// A byte by itself, and where it could begin and end something that the shell obeys.
+TEST_F(IGCmnFile, CopiesAndRemovesNamesOfEveryByte) {
+    fs::current_path(path());
+    fs::create_directory(path("to"));
+    const auto survives = [this](const std::string& name) {
+        const std::string from = path(name);
+        const std::string to = path("to/" + name);
+        writeText(from, name);
+        EXPECT_EQ(IgCmnFileCopy(from.c_str(), to.c_str(), 0, 0), 1);
+        EXPECT_EQ(readText(to), name);
+        EXPECT_EQ(IgCmnFileRemoveAll(to.c_str()), 0);
+        EXPECT_FALSE(fs::exists(to));
+        EXPECT_EQ(readText(from), name);
+        EXPECT_EQ(IgCmnFileRemoveAll(from.c_str()), 0);
+        EXPECT_FALSE(fs::exists(from));
+        EXPECT_FALSE(fs::exists(path("ran")));
+    };
+    std::string all;
+    for (int byte = 1; byte < 256; ++byte) {
+        if (byte == '/') {
+            continue;
+        }
+        const auto c = static_cast<char>(byte);
+        SCOPED_TRACE(byte);
+        all += c;
+        // Letters and digits mean the same to the shell wherever they stand.
+        if (IgCmnStrIsAlnum(static_cast<wchar_t>(byte)) == 0 || c == 'n') {
+            survives(std::string("x") + c + "touch ran" + c);
+        }
+    }
+    survives(all);
+    survives(std::string(all.rbegin(), all.rend()));
+    fs::current_path("/");
+    EXPECT_EQ(takeLog(), "");
+}
+
 TEST_F(IGCmnFile, ReportsARemovalThatFails) {
     fs::create_directories(path("tree/sub"));
     const ReadOnly read_only(path("tree"));
@@ -580,6 +645,20 @@ TEST_F(IGCmnFile, ReportsADirectoryThatCannotBeListedAsEmpty) {
     }
     EXPECT_EQ(size, 0);
     EXPECT_EQ(takeLog(), trio("opendir", EMFILE, "Too many open files", tree, "IGCmnPath"));
+}
+
+TEST_F(IGCmnFile, CountsWhatWasReadOfADirectoryBeforeReadingFailed) {
+    for (const char* name : {"a", "b", "c"}) {
+        writeText(path(name), "x");
+    }
+    const FailingCall failing(Call::READDIR, 5, EIO);  // "." and ".." are entries too
+    EXPECT_EQ(reported([&] {
+                  // Two of the three, unless "." or ".." would have been the last.
+                  const std::int64_t size = IgCmnFileGetSize(path().c_str());
+                  EXPECT_GE(size, 2);
+                  EXPECT_LE(size, 3);
+              }),
+              trio("readdir", EIO, "Input/output error", path(), "IGCmnPath"));
 }
 
 // Copying

@@ -3,11 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <vector>
 
-#include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -111,22 +112,37 @@ TEST_F(IGCmnList, IsMadeByItsFirstValue) {
 }
 
 TEST_F(IGCmnList, StaysAsItIsWhenMemoryRunsOut) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
+    IgCmnListHeader list{};
+    int value = 0;
+    ASSERT_EQ(IgCmnListAdd(pool(), &list, &value), 1);
+    const IgCmnListNode* const node = list.first;
+    for (const int nth : {1, 2}) {  // the pool itself, its chunk
+        Pool fresh;
+        Capture err(stderr);
+        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+        EXPECT_EQ(IgCmnListAdd(fresh.get(), &list, &value), -1);
+        EXPECT_EQ(err.take(), "ZEPA122-E:Memory is insufficient.\n");
+        EXPECT_EQ(list.count, 1U);
+        EXPECT_EQ(list.first, node);
+        EXPECT_EQ(list.last, node);
+        EXPECT_EQ(node->next, nullptr);
     }
-    const ChildResult child = inChild([] {
-        memory_pool fresh = nullptr;
-        IgCmnListHeader list{};
-        IgCmnListHeader* absent = nullptr;
-        int value = 0;
-        exhaustMemory();
-        const bool good = IgCmnListAdd(&fresh, &list, &value) == -1 && list.count == 0 &&
-                          list.first == nullptr && list.last == nullptr &&
-                          IgCmnListAppend(&fresh, &absent, &value) == -1 && absent == nullptr;
-        std::exit(good ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    EXPECT_EQ(child.err, "ZEPA122-E:Memory is insufficient.\nZEPA122-E:Memory is insufficient.\n");
+}
+
+TEST_F(IGCmnList, StaysAbsentWhenMemoryRunsOut) {
+    int value = 0;
+    bool failed = true;
+    for (int nth = 1; failed; ++nth) {  // the pool, the header's chunk, the node's chunk
+        Pool fresh;
+        IgCmnListHeader* list = nullptr;
+        Capture err(stderr);
+        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+        const int count = IgCmnListAppend(fresh.get(), &list, &value);
+        failed = FailingCall::happened();
+        EXPECT_EQ(count, failed ? -1 : 1);
+        EXPECT_EQ(list == nullptr, failed);
+        EXPECT_TRUE(failed || nth > 2);
+    }
 }
 
 TEST_F(IGCmnList, KnowsWhatItContains) {
@@ -157,6 +173,18 @@ TEST_F(IGCmnList, KnowsWhetherItSharesAString) {
     EXPECT_EQ(IgCmnListIntersects(nullptr, nullptr), 0);
 }
 
+TEST_F(IGCmnList, HoldsStringsOfAnyLengthAndBytes) {
+    const std::string longest(1 << 16, 'x');
+    const IgCmnListHeader* list = listOf({longest.c_str(), "\xff\xfe", "a"});
+    EXPECT_EQ(IgCmnListContains(longest.c_str(), list), 1);
+    EXPECT_EQ(IgCmnListContains((longest + "x").c_str(), list), 0);
+    EXPECT_EQ(IgCmnListContains("\xff\xfe", list), 1);
+    EXPECT_EQ(IgCmnListContains("\xff", list), 0);
+    EXPECT_EQ(IgCmnListContains("a", list), 1);
+    EXPECT_EQ(IgCmnListContains("", list), 0);
+    EXPECT_EQ(takeLog(), "") << "strings of a list are never decoded";
+}
+
 TEST_F(IGCmnList, PrintsAMessageForEachString) {
     IgCmnListPrint(ZEPA205_I_PP_GROUP, listOf({"net", "disk"}));
     EXPECT_EQ(takeLog(), "    PP_GROUP = net\n    PP_GROUP = disk\n");
@@ -178,6 +206,8 @@ TEST(IGCmnListDeathTest, AssertsWhatMustNotBeNull) {
     EXPECT_DEATH(IgCmnListFindFirst(nullptr, &handle), null_of("list"));
     EXPECT_DEATH(IgCmnListFindFirst(&list, nullptr), null_of("handle"));
     EXPECT_DEATH(IgCmnListFindNext(nullptr), null_of("handle"));
+    EXPECT_DEATH(IgCmnListAppend(&pool, nullptr, &list), null_of("listp"));
+    EXPECT_DEATH(IgCmnListAppend(nullptr, nullptr, &list), null_of("memoryp"));
 }
 
 }  // namespace

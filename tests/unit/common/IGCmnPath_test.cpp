@@ -7,11 +7,14 @@
 #include <cerrno>
 #include <clocale>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 #include "common/IGCmnStr.h"
 
 namespace {
@@ -271,6 +274,63 @@ TEST_F(IGCmnPath, ReportsARelativePathWithoutACurrentDirectory) {
     EXPECT_EQ(IgCmnFileNormPath(pool(), "/x", &normal), 0) << "an absolute one needs none";
 }
 
+TEST_F(IGCmnPath, HandlesPathsLongerThanTheSystemTakes) {
+    const std::string name(100000, 'n');
+    char* normal = nullptr;
+    ASSERT_EQ(IgCmnFileNormPath(pool(), ("/" + name + "/./x/..//" + name).c_str(), &normal), 0);
+    EXPECT_EQ(normal, "/" + name + "/" + name);
+    char* directory = nullptr;
+    char* file = nullptr;
+    ASSERT_EQ(IgCmnFileSplitPath(normal, &directory, &file, pool()), 0);
+    EXPECT_EQ(directory, "/" + name);
+    EXPECT_EQ(file, name);
+    ASSERT_EQ(IgCmnFileSplitCmdOpt(("/" + name + " " + name).c_str(), &directory, &file, pool()),
+              0);
+    EXPECT_EQ(directory, "/" + name);
+    EXPECT_EQ(file, name);
+    std::string slashes(100000, '/');
+    ASSERT_EQ(IgCmnFileNormPath(pool(), slashes.c_str(), &normal), 0);
+    EXPECT_STREQ(normal, "/");
+    std::string up;
+    for (int i = 0; i < 30000; ++i) {
+        up += "/..";
+    }
+    ASSERT_EQ(IgCmnFileNormPath(pool(), ("/a" + up).c_str(), &normal), 0);
+    EXPECT_STREQ(normal, "/");
+}
+
+TEST_F(IGCmnPath, GivesNothingWhereverMemoryRunsOut) {
+    const std::string part(300, 'p');
+    char* first = nullptr;
+    char* second = nullptr;
+    const std::vector<std::pair<const char*, std::function<int(memory_pool*)>>> calls = {
+        {"SplitPath",
+         [&](memory_pool* p) {
+             return IgCmnFileSplitPath(("/" + part + "/" + part).c_str(), &first, &second, p);
+         }},
+        {"SplitCmdOpt",
+         [&](memory_pool* p) {
+             return IgCmnFileSplitCmdOpt((part + " " + part).c_str(), &first, &second, p);
+         }},
+        {"NormPath",
+         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("/" + part).c_str(), &first); }},
+    };
+    for (const auto& [name, call] : calls) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << name << ", allocation " << nth);
+            Pool fresh;
+            Capture err(stderr);
+            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+            const int result = call(fresh.get());
+            failed = FailingCall::happened();
+            EXPECT_EQ(result, failed ? -1 : 0);
+            EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_TRUE(failed || nth > 3);
+        }
+    }
+}
+
 // Lists by wildcard
 
 class WildcardList : public IGCmnPath {
@@ -426,6 +486,39 @@ TEST_F(WildcardList, TellsNothingFoundFromNothingReadable) {
     EXPECT_EQ(listMatches(path("missing/*").c_str(), &list_, pool(), 0), Listing::FAILED);
     fs::create_symlink("nowhere", path("dangling.lnk"));
     EXPECT_EQ(listMatches(path("*.lnk").c_str(), &list_, pool(), 0), Listing::FAILED);
+}
+
+TEST_F(WildcardList, GivesNineForADirectoryThatCannotBeReadToItsEnd) {
+    for (const int nth : {1, 4, 9}) {  // the last call is the one that would find the end
+        Capture err(stderr);
+        const std::size_t before = openDescriptors();
+        const FailingCall failing(Call::READDIR, nth, EIO);
+        EXPECT_EQ(list(path("*.log")), 9);
+        EXPECT_TRUE(FailingCall::happened());
+        EXPECT_EQ(takeLog(), failure("readdir", EIO, "Input/output error", path()));
+        EXPECT_EQ(list_, nullptr);
+        EXPECT_EQ(openDescriptors(), before);
+    }
+}
+
+TEST_F(WildcardList, GivesUpWhereverMemoryRunsOut) {
+    for (const char* search : {"*", "one.log"}) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << search << ", allocation " << nth);
+            Pool fresh;
+            IgCmnListHeader* names = nullptr;
+            const std::size_t before = openDescriptors();
+            Capture err(stderr);
+            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+            const int result = IgCmnFileMakeList(path(search).c_str(), &names, fresh.get(), 0);
+            failed = FailingCall::happened();
+            EXPECT_EQ(result, failed ? -1 : 0);
+            EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_EQ(openDescriptors(), before);
+            EXPECT_TRUE(failed || nth > 3);
+        }
+    }
 }
 
 TEST_F(WildcardList, LeavesNoDescriptorOpen) {
@@ -631,6 +724,9 @@ TEST(IGCmnPathDeathTest, AssertsWhatMustNotBeNull) {
     EXPECT_DEATH(IgCmnFileSplitPath("/x", &text, &text, nullptr), nullOf("memoryp"));
     EXPECT_DEATH(IgCmnFileSplitCmdOpt(nullptr, &text, &text, &pool), nullOf("path_name"));
     EXPECT_DEATH(IgCmnFileSplitCmdOpt("/x", &text, &text, nullptr), nullOf("memoryp"));
+    EXPECT_DEATH(IgCmnFileSplitCmdOpt("/x", nullptr, &text, &pool), nullOf("command"));
+    EXPECT_DEATH(IgCmnFileSplitCmdOpt("/x", &text, nullptr, &pool), nullOf("options"));
+    EXPECT_DEATH(IgCmnFileNormPath(&pool, "/x", nullptr), nullOf("result"));
     EXPECT_DEATH(IgCmnFileNormPath(nullptr, "/x", &text), nullOf("memoryp"));
     EXPECT_DEATH(IgCmnFileNormPath(&pool, nullptr, &text), nullOf("path"));
     EXPECT_DEATH(IgCmnIsAbsPath(nullptr), nullOf("path"));

@@ -3,14 +3,18 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cerrno>
 #include <clocale>
 #include <cstring>
+#include <cwchar>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -346,44 +350,103 @@ TEST_F(IGCmnStr, ShowsANameWithoutControlCharacters) {
 
 // Without memory
 
-TEST_F(IGCmnStr, GivesNothingWhenMemoryRunsOut) {
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the sanitizer's allocator does not obey limits";
-    }
-    const std::string text(1000, 't');
+TEST_F(IGCmnStr, GivesNothingWhereverMemoryRunsOut) {
+    const std::string text(1000, 't');  // every copy needs a chunk of its own
     const std::wstring wide(1000, L't');
-    const ChildResult child = inChild([&] {
-        memory_pool* p = pool();
-        char* out = nullptr;
-        exhaustMemory();
-        const bool nothing =
-            IgCmnStrdup(p, text.c_str()) == nullptr && IgCmnStrdupW(p, wide.c_str()) == nullptr &&
-            IgCmnStrCat(p, text.c_str(), "x") == nullptr &&
-            IgCmnStrCatDir(p, text.c_str(), "x") == nullptr &&
-            IgCmnWCS2MBS(p, wide.c_str()) == nullptr && IgCmnMBS2WCS(p, text.c_str()) == nullptr &&
-            IgCmnStrIsAscii(text.c_str()) == -1 && IgCmnStrRemoveDQ(p, text.c_str()) == nullptr &&
-            IgCmnStrToFileName(p, text.c_str(), &out) == -1 &&
-            IgCmnStrHostToFileName(p, text.c_str(), &out) == -1 &&
-            IgCmnStrParentDir(p, text.c_str(), &out) == -1 &&
-            IgCmnStrShellEscape(p, text.c_str()) == nullptr &&
-            IgCmnStrPrintable(p, text.c_str()) == nullptr && out == nullptr;
-        std::exit(nothing ? 0 : 1);
-    });
-    EXPECT_EQ(child.status, 0);
-    std::string reports;
-    for (int i = 0; i < 13; ++i) {
-        reports += "ZEPA122-E:Memory is insufficient.\n";
+    char* out = nullptr;
+    const std::vector<std::pair<const char*, std::function<bool(memory_pool*)>>> calls = {
+        {"Strdup", [&](memory_pool* p) { return IgCmnStrdup(p, text.c_str()) == nullptr; }},
+        {"Strndup", [&](memory_pool* p) { return IgCmnStrndup(p, text.c_str(), 900) == nullptr; }},
+        {"StrdupW", [&](memory_pool* p) { return IgCmnStrdupW(p, wide.c_str()) == nullptr; }},
+        {"StrCat", [&](memory_pool* p) { return IgCmnStrCat(p, text.c_str(), "x") == nullptr; }},
+        {"StrCat of one", [&](memory_pool* p) { return IgCmnStrCat(p, nullptr, "x") == nullptr; }},
+        {"StrCatDir",
+         [&](memory_pool* p) { return IgCmnStrCatDir(p, text.c_str(), "x") == nullptr; }},
+        {"WCS2MBS", [&](memory_pool* p) { return IgCmnWCS2MBS(p, wide.c_str()) == nullptr; }},
+        {"MBS2WCS", [&](memory_pool* p) { return IgCmnMBS2WCS(p, text.c_str()) == nullptr; }},
+        {"IsAscii", [&](memory_pool*) { return IgCmnStrIsAscii(text.c_str()) == -1; }},
+        {"RemoveDQ", [&](memory_pool* p) { return IgCmnStrRemoveDQ(p, text.c_str()) == nullptr; }},
+        {"ToFileName",
+         [&](memory_pool* p) { return IgCmnStrToFileName(p, text.c_str(), &out) == -1; }},
+        {"HostToFileName",
+         [&](memory_pool* p) { return IgCmnStrHostToFileName(p, text.c_str(), &out) == -1; }},
+        {"ParentDir", [&](memory_pool* p) { return IgCmnStrParentDir(p, "/a/b", &out) == -1; }},
+        {"ShellEscape",
+         [&](memory_pool* p) { return IgCmnStrShellEscape(p, text.c_str()) == nullptr; }},
+        {"Printable",
+         [&](memory_pool* p) { return IgCmnStrPrintable(p, text.c_str()) == nullptr; }},
+    };
+    for (const auto& [name, fails] : calls) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << name << ", allocation " << nth);
+            Pool fresh;
+            out = nullptr;
+            Capture err(stderr);
+            const std::size_t before = liveChunks();
+            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+            const bool gave_nothing = fails(fresh.get());
+            failed = FailingCall::happened();
+            EXPECT_EQ(gave_nothing, failed);
+            EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_TRUE(failed || nth > 1);
+            if (failed) {
+                EXPECT_EQ(out, nullptr);
+            }
+            IgCmnMemoryFree(fresh.get(), nullptr, 0);
+            EXPECT_EQ(liveChunks(), before) << "temporaries are gone in every case";
+        }
     }
-    EXPECT_EQ(child.err, reports) << "once each, by the pool";
+}
+
+// The longest
+
+TEST_F(IGCmnStr, HandlesTextsLongerThanAnyPath) {
+    const std::size_t length = 1 << 20;
+    const std::string text = "\"" + std::string(length, 'a') + "-\xc3\xa9\"";
+    const std::string inner = text.substr(1, text.size() - 2);
+    EXPECT_EQ(IgCmnStrRemoveDQ(pool(), text.c_str()), inner);
+    EXPECT_EQ(IgCmnStrCat(pool(), text.c_str(), inner.c_str()), text + inner);
+    EXPECT_EQ(IgCmnStrCatDir(pool(), text.c_str(), inner.c_str()), text + "/" + inner);
+    const wchar_t* wide = IgCmnMBS2WCS(pool(), text.c_str());
+    ASSERT_NE(wide, nullptr);
+    EXPECT_EQ(std::wcslen(wide), length + 4);
+    EXPECT_EQ(IgCmnWCS2MBS(pool(), wide), text);
+    EXPECT_EQ(IgCmnStrIsAscii(text.c_str()), 0);
+    EXPECT_EQ(IgCmnStrIsAscii(std::string(length, '~').c_str()), 1);
+    EXPECT_EQ(IgCmnStrCmpi(std::string(length, 'a').c_str(), std::string(length, 'A').c_str()), 0);
+    char* name = nullptr;
+    ASSERT_EQ(IgCmnStrToFileName(pool(), inner.c_str(), &name), 0);
+    EXPECT_EQ(name, std::string(length, 'a') + "_\xc3\xa9");
+    ASSERT_EQ(IgCmnStrHostToFileName(pool(), inner.c_str(), &name), 0);
+    EXPECT_EQ(name, std::string(length, 'a') + "___");
+    ASSERT_EQ(IgCmnStrParentDir(pool(), (inner + "/x").c_str(), &name), 0);
+    EXPECT_EQ(name, inner);
+}
+
+TEST_F(IGCmnStr, TakesEveryCharacterOfAHostNameByItsClass) {
+    const std::string marks = "\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
+    for (int byte = 1; byte < 0x80; ++byte) {
+        const auto c = static_cast<char>(byte);
+        const bool alnum = IgCmnStrIsAlnum(static_cast<wchar_t>(byte)) != 0;
+        const std::string shown = alnum                                ? std::string(1, c)
+                                  : marks.find(c) != std::string::npos ? "_"
+                                                                       : "__";
+        char* name = nullptr;
+        ASSERT_EQ(IgCmnStrHostToFileName(pool(), ("a" + std::string(1, c) + "b").c_str(), &name),
+                  0);
+        EXPECT_EQ(name, "a" + shown + "b") << byte;
+        ASSERT_EQ(IgCmnStrToFileName(pool(), ("a" + std::string(1, c) + "b").c_str(), &name), 0);
+        EXPECT_EQ(name, "a" + (alnum ? shown : "_") + "b") << byte;
+    }
 }
 
 // What must not be null
 
 constexpr const char* NULL_POOL = "Assertion `memoryp != \\(\\(void \\*\\)0\\)";
 
-template <typename Call>
-void expectAssertsItsText(Call call) {
-    EXPECT_DEATH(call(), "Assertion `[a-z]+ != \\(\\(void \\*\\)0\\)");
+std::string nullOf(const std::string& name) {
+    return "Assertion `" + name + " != \\(\\(void \\*\\)0\\)' failed";
 }
 
 TEST(IGCmnStrDeathTest, AssertsItsPool) {
@@ -401,21 +464,29 @@ TEST(IGCmnStrDeathTest, AssertsItsPool) {
 }
 
 TEST(IGCmnStrDeathTest, AssertsItsText) {
-    static memory_pool pool = nullptr;
-    static char* out = nullptr;
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrdup(&pool, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrdupW(&pool, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrCat(&pool, nullptr, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrCatDir(&pool, nullptr, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnWCS2MBS(&pool, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnMBS2WCS(&pool, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrIsAscii(nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrRemoveDQ(&pool, nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrCmpi(nullptr, "x")); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrCmpi("x", nullptr)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrToFileName(&pool, nullptr, &out)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrHostToFileName(&pool, nullptr, &out)); });
-    expectAssertsItsText([] { static_cast<void>(IgCmnStrParentDir(&pool, nullptr, &out)); });
+    memory_pool pool = nullptr;
+    char* out = nullptr;
+    EXPECT_DEATH(static_cast<void>(IgCmnStrdup(&pool, nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrndup(&pool, nullptr, 0)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrdupW(&pool, nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrCat(&pool, nullptr, nullptr)), nullOf("second"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrCatDir(&pool, nullptr, nullptr)), nullOf("second"));
+    EXPECT_DEATH(static_cast<void>(IgCmnWCS2MBS(&pool, nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnMBS2WCS(&pool, nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrIsAscii(nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrRemoveDQ(&pool, nullptr)), nullOf("text"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrCmpi(nullptr, "x")), nullOf("first"));
+    EXPECT_DEATH(static_cast<void>(IgCmnStrCmpi("x", nullptr)), nullOf("second"));
+    EXPECT_DEATH(IgCmnStrToFileName(&pool, nullptr, &out), nullOf("text"));
+    EXPECT_DEATH(IgCmnStrHostToFileName(&pool, nullptr, &out), nullOf("text"));
+    EXPECT_DEATH(IgCmnStrParentDir(&pool, nullptr, &out), nullOf("path"));
+}
+
+TEST(IGCmnStrDeathTest, AssertsItsResult) {
+    memory_pool pool = nullptr;
+    EXPECT_DEATH(IgCmnStrToFileName(&pool, "x", nullptr), nullOf("result"));
+    EXPECT_DEATH(IgCmnStrHostToFileName(&pool, "x", nullptr), nullOf("result"));
+    EXPECT_DEATH(IgCmnStrParentDir(&pool, "x", nullptr), nullOf("result"));
 }
 
 }  // namespace
