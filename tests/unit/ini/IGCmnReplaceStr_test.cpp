@@ -1,9 +1,13 @@
 #include "ini/IGCmnReplaceStr.h"
 
 #include <array>
+#include <cerrno>
 #include <ctime>
+#include <functional>
+#include <map>
 
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -102,6 +106,115 @@ TEST_F(IGCmnReplaceStr, ExpandsAndChecks) {
         EXPECT_EQ(checked(one.text), one.bad);
     }
     EXPECT_EQ(takeLog(), "");
+}
+
+// The rules told another way: the pieces between percent signs are plain text and names by turns.
+struct Model {
+    std::string expanded;
+    int bad = 0;
+};
+
+Model modelOf(const std::string& text, const std::map<std::string, std::string>& values) {
+    Model model;
+    std::size_t start = 0;
+    for (bool name = false;; name = !name) {
+        const std::size_t end = text.find('%', start);
+        const std::string piece = text.substr(start, end == std::string::npos ? end : end - start);
+        if (end == std::string::npos) {
+            model.expanded += (name ? "%" : "") + piece;  // nothing closes it
+            model.bad |= name ? 1 : 0;
+            return model;
+        }
+        if (!name) {
+            model.expanded += piece;
+        } else if (piece.empty()) {
+            model.expanded += '%';
+        } else if (const auto value = values.find(piece); value != values.end()) {
+            model.expanded += value->second;
+        } else {
+            model.bad = 1;
+        }
+        start = end + 1;
+    }
+}
+
+TEST_F(IGCmnReplaceStr, TakesAnyNumberOfPercentSignsBesideAName) {
+    const std::map<std::string, std::string> values = {
+        {"YY", "09"}, {"MM", "01"}, {"DD", "03"},       {"hh", "21"},
+        {"mm", "05"}, {"ss", "07"}, {"HOST", "web_01"}, {"d", ""}};
+    for (const char* name :
+         {"", "HOST", "YY", "ss", "d", "NONE", "reg0", "host", " ", "a%HOST", "\xc3\xa4"}) {
+        for (std::size_t before = 0; before <= 8; ++before) {
+            for (std::size_t after = 0; after <= 8; ++after) {
+                for (const char* rest : {"", "x", "x%YY%"}) {
+                    const std::string text =
+                        std::string(before, '%') + name + std::string(after, '%') + rest;
+                    SCOPED_TRACE(text);
+                    const Model model = modelOf(text, values);
+                    ASSERT_EQ(expanded(text), model.expanded);
+                    ASSERT_EQ(checked(text), model.bad);
+                }
+            }
+        }
+    }
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(IGCmnReplaceStr, CollapsesRunsOfPercentSignsByHalvesRoundedUp) {
+    for (std::size_t first = 0; first <= 8; ++first) {
+        for (std::size_t second = 0; second <= 8; ++second) {
+            std::string text =
+                "a" + std::string(first, '%') + "b" + std::string(second, '%') + "\xc3\xa4";
+            const std::string collapsed = "a" + std::string((first + 1) / 2, '%') + "b" +
+                                          std::string((second + 1) / 2, '%') + "\xc3\xa4";
+            ASSERT_EQ(IgCmnStrUnescapePercent(text.data()), 0);
+            ASSERT_EQ(std::string(text.c_str()), collapsed);
+        }
+    }
+}
+
+TEST_F(IGCmnReplaceStr, GivesNothingWhereverMemoryRunsOut) {
+    std::string text = "%HOST%" + std::string(300, 'x') + "%YY%%%" + std::string(300, 'y') + "%NO%";
+    const std::vector<std::function<bool(memory_pool*)>> calls = {
+        [&](memory_pool* p) {
+            return IgCmnReplaceStrs(text.c_str(), 1, &root_, p, nullptr) == nullptr;
+        },
+        [&](memory_pool* p) {
+            int status = 0;
+            return IgCmnReplaceStrs(text.c_str(), 1, &root_, p, &status) == nullptr;
+        },
+        [&](memory_pool* p) { return IgCmnRepSpecialStr("%HOST", 1, &root_, p) == nullptr; },
+        [&](memory_pool*) {
+            std::string copy = text;
+            const bool failed = IgCmnStrUnescapePercent(copy.data()) == -1;
+            EXPECT_EQ(copy == text, failed) << "untouched on failure";
+            return failed;
+        },
+        [&](memory_pool* p) {
+            root_tbl root{};
+            return IgCmnSpecialStrInit(&root, p) == -1;
+        },
+        [&](memory_pool* p) {
+            char* number = nullptr;
+            const bool failed = timeIntToStr(1, &number, p) == -1;
+            EXPECT_EQ(number == nullptr, failed);
+            return failed;
+        },
+    };
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << "call " << i << ", allocation " << nth);
+            Pool fresh;
+            Capture errors(stderr);
+            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+            const bool gave_nothing = calls[i](fresh.get());
+            failed = FailingCall::happened();
+            EXPECT_EQ(gave_nothing, failed);
+            EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_TRUE(failed || nth > 2);
+        }
+    }
 }
 
 TEST_F(IGCmnReplaceStr, DropsAStringWithoutAValueThatTheCheckAccepts) {
@@ -244,6 +357,75 @@ TEST_F(IGCmnReplaceStr, TakesTheValuesOfARunFromTheClockAndTheHostOnce) {
     for (const char* reserved : root.reg) {
         EXPECT_EQ(reserved, nullptr);
     }
+}
+
+TEST_F(IGCmnReplaceStr, WritesBothEndsOfEveryUnitOfTimeWithTwoDigits) {
+    ::setenv("TZ", "UTC0", 1);
+    ::tzset();
+    const std::vector<std::pair<std::time_t, const char*>> cases = {
+        {1230973505, "09 01 03 09 05 05"},  // 3 January 2009
+        {946684799, "99 12 31 23 59 59"},   // the last second of a century's year
+        {946684800, "00 01 01 00 00 00"},   // and the first
+        {951782399, "00 02 28 23 59 59"},  {951782400, "00 02 29 00 00 00"},
+        {1609459199, "20 12 31 23 59 59"}, {1609459200, "21 01 01 00 00 00"},
+        {1700000039, "23 11 14 22 13 59"}, {1700000040, "23 11 14 22 14 00"},
+        {1700002799, "23 11 14 22 59 59"}, {1700002800, "23 11 14 23 00 00"},
+        {4102444799, "99 12 31 23 59 59"}, {4102444800, "00 01 01 00 00 00"},
+        {0, "70 01 01 00 00 00"},
+    };
+    for (const auto& [now, expected] : cases) {
+        const StandingClock clock(now);
+        root_tbl root{};
+        ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
+        EXPECT_EQ(std::string(root.YY) + " " + root.MM + " " + root.DD + " " + root.hh + " " +
+                      root.mm + " " + root.ss,
+                  expected);
+    }
+    ::unsetenv("TZ");
+    ::tzset();
+}
+
+TEST_F(IGCmnReplaceStr, HasNoValuesForAHostWithoutAName) {
+    root_tbl root{};
+    Capture errors(stderr);
+    const FailingCall failing(Call::GETHOSTNAME, 1, EFAULT);
+    EXPECT_EQ(IgCmnSpecialStrInit(&root, pool()), -1);
+    EXPECT_EQ(root.HOST, nullptr);
+    EXPECT_EQ(takeLog(),
+              "ZEPA113-E:An error occurred during the following system call. system call name = "
+              "gethostname, error code = 14, msg = Bad address.\n"
+              "ZEPA114-E:source = IGCmnReplaceStr, line no = N.\n");
+}
+
+TEST_F(IGCmnReplaceStr, TakesAHostNameOfAnyLengthAndCharacter) {
+    const auto host = [this](const std::string& name) {
+        const HostNamed named(name);
+        root_tbl root{};
+        EXPECT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
+        return std::string(root.HOST);
+    };
+    EXPECT_EQ(host(""), "");
+    EXPECT_EQ(host("a"), "a");
+    EXPECT_EQ(host("-"), "_");
+    EXPECT_EQ(host("Web-01.example.com"), "Web_01_example_com");
+    EXPECT_EQ(host("a/../b"), "a____b");
+    EXPECT_EQ(host("a\nb\tc\vd"), "a_b_c__d");
+    EXPECT_EQ(host("a%HOST%b"), "a_HOST_b");
+    EXPECT_EQ(host("\xe3\x81\x82x\xf0\x9f\x98\x80"), "__x__");
+    EXPECT_EQ(host(std::string(255, 'h')), std::string(255, 'h'));
+    EXPECT_EQ(host(std::string(256, 'h')), std::string(256, 'h'));
+    EXPECT_EQ(host(std::string(256, '\v')), std::string(512, '_'));
+    EXPECT_EQ(host(std::string(257, 'h')), std::string(256, 'h')) << "what comes without an end";
+    EXPECT_EQ(host(std::string(5000, 'h')), std::string(256, 'h'));
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(IGCmnReplaceStr, HasNoValuesForAHostNameThatTheLocaleCannotDecode) {
+    const HostNamed named("web\xff");
+    root_tbl root{};
+    Capture errors(stderr);
+    EXPECT_EQ(IgCmnSpecialStrInit(&root, pool()), -1);
+    EXPECT_THAT(takeLog(), ::testing::HasSubstr("system call name = mbstowcs"));
 }
 
 TEST_F(IGCmnReplaceStr, MakesAHostNameSafeForFileNames) {

@@ -1,0 +1,34 @@
+// As a release build has it: without the checks of the C library.
+#ifndef NDEBUG
+#define NDEBUG
+#endif
+#include "common/IGAssert.h"
+
+#include <gmock/gmock.h>
+
+#include <cassert>
+#include <csignal>
+
+namespace {
+
+TEST(IGAssertDeathTest, StaysWhereTheChecksOfTheLibraryAreDropped) {
+    const int* memoryp = nullptr;
+    assert(memoryp != nullptr);  // is nothing here
+    EXPECT_DEATH(IG_ASSERT_NOT_NULL(memoryp),
+                 "^[^:]*IGAssert_test.cpp:[1-9][0-9]*: [A-Za-z]+: Assertion `memoryp != \\(\\(void "
+                 "\\*\\)0\\)' failed\\.\n$");
+}
+
+TEST(IGAssertDeathTest, AbortsAndDoesNotExit) {
+    const char* path = nullptr;
+    EXPECT_EXIT(IG_ASSERT_NOT_NULL(path), ::testing::KilledBySignal(SIGABRT), "path != ");
+}
+
+TEST(IGAssert, LetsEverythingElsePassAndLooksAtItOnce) {
+    int looks = 0;
+    const auto pointer = [&looks] { return ++looks != 0 ? &looks : nullptr; };
+    IG_ASSERT_NOT_NULL(pointer());
+    EXPECT_EQ(looks, 1);
+}
+
+}  // namespace
