@@ -2,7 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniTable.h"
 
@@ -295,6 +300,221 @@ TEST_F(IGIniCtrl, MatchesNamesAndGroupsEachInItsSelection) {
     EXPECT_EQ(IgIniMatchSelection(a, nullptr, a, b), 0);
 }
 
+// Every selection against every kind of pattern, told by sets of words.
+class Selection : public IGIniCtrl {
+  protected:
+    using Words = std::set<std::string>;
+    struct Pattern {
+        Words groups;
+        std::string name;  // empty: the file has none
+        std::vector<Words> blocks;
+    };
+    struct Wanted {
+        Words groups;
+        Words targets;
+        Words names;
+    };
+
+    void SetUp() override {
+        IGIniCtrl::SetUp();
+        const std::vector<Words> groups = {{}, {"a"}, {"b"}, {"a", "b"}, {"A"}, {"ab"}};
+        const std::vector<Words> targets = {{}, {"x"}, {"y"}, {"x", "y"}, {"X"}, {"xy"}};
+        for (const Words& of_file : groups) {
+            for (const char* name : {"", "n", "m", "N"}) {
+                patterns_.push_back({of_file, name, targets});
+                // And files in which nothing, or little, can be wanted.
+                patterns_.push_back({of_file, name, {{}}});
+                patterns_.push_back({of_file, name, {{"x"}, {"x"}}});
+            }
+        }
+        for (std::size_t i = 0; i < patterns_.size(); ++i) {
+            writeText(std::string(PATTERN_DIR) + "/" + std::to_string(100 + i), text(patterns_[i]));
+        }
+    }
+
+    static std::string text(const Pattern& pattern) {
+        std::string text = "FORMAT_VERSION = 1.0\n";
+        text += pattern.name.empty() ? "" : "PP_NAME = " + pattern.name + "\n";
+        for (const std::string& group : pattern.groups) {
+            text += "PP_GROUP = " + group + "\n";
+        }
+        for (const Words& targets : pattern.blocks) {
+            text += "BLOCK {\n";
+            for (const std::string& target : targets) {
+                text += "TARGET = " + target + "\n";
+            }
+            text += "}\n";
+        }
+        return text;
+    }
+
+    static bool share(const Words& one, const Words& other) {
+        return std::any_of(one.begin(), one.end(),
+                           [&](const std::string& word) { return other.count(word) > 0; });
+    }
+
+    // A mark for each block of a selected pattern; empty when the pattern is not selected.
+    static std::string marks(const Pattern& pattern, const Wanted& wanted) {
+        const Words names = pattern.name.empty() ? Words{} : Words{pattern.name};
+        if ((!wanted.groups.empty() && !share(pattern.groups, wanted.groups)) ||
+            (!wanted.names.empty() && !share(names, wanted.names))) {
+            return "";
+        }
+        std::string result;
+        for (const Words& targets : pattern.blocks) {
+            result += wanted.targets.empty() || share(targets, wanted.targets) ? '+' : '-';
+        }
+        return result.find('+') == std::string::npos ? "" : result;
+    }
+
+    [[nodiscard]] std::vector<std::string> expected(const Wanted& wanted) const {
+        std::vector<std::string> result;
+        for (const Pattern& pattern : patterns_) {
+            if (const std::string marked = marks(pattern, wanted); !marked.empty()) {
+                result.push_back(marked);
+            }
+        }
+        return result;
+    }
+
+    IgCmnListHeader* listOf(const Words& words) {
+        IgCmnListHeader* list = nullptr;
+        for (const std::string& word : words) {
+            IgIniCollectList(word.c_str(), &list, pool());
+        }
+        return list;
+    }
+
+    static std::string blockMarks(const pickptn_tbl& ptn) {
+        std::string result;
+        for (const ptn_block& block : walkList<const ptn_block>(ptn.blocks)) {
+            result += block.skip == 0 ? '+' : '-';
+        }
+        return result;
+    }
+
+    // What a run selects; names have no option, they stand in the root table before.
+    std::vector<std::string> run(const Wanted& wanted, int& result) {
+        std::vector<std::string> options = {"quendil"};
+        for (const std::string& group : wanted.groups) {
+            options.insert(options.end(), {"-g", group});
+        }
+        for (const std::string& target : wanted.targets) {
+            options.insert(options.end(), {"-t", target});
+        }
+        ::Arguments arguments(options);
+        root_ = IgIniGetCmnRoot(pool());
+        root_->pp_name = listOf(wanted.names);
+        Capture errors(stderr);
+        result = IgIniCtrl(arguments.count(), arguments.vector(), pool(), root_);
+        std::vector<std::string> selected;
+        for (const pickptn_tbl& ptn : walkList<const pickptn_tbl>(&root_->selected)) {
+            selected.push_back(blockMarks(ptn));
+        }
+        return selected;
+    }
+
+    // The same where no option says what is wanted, pattern by pattern.
+    std::vector<std::string> choose(const Wanted& wanted) {
+        std::vector<std::string> selected;
+        for (const Pattern& pattern : patterns_) {
+            pickptn_tbl* ptn = IgIniGetPickPtn(pool());
+            ptn->group = listOf(pattern.groups);
+            ptn->name = listOf(pattern.name.empty() ? Words{} : Words{pattern.name});
+            std::size_t wanted_blocks = 0;
+            for (const Words& targets : pattern.blocks) {
+                ptn_block* block = IgIniGetPickPtnBlock(pool());
+                block->target = listOf(targets);
+                IgCmnListAppend(pool(), &ptn->blocks, block);
+                wanted_blocks += wanted.targets.empty() || share(targets, wanted.targets) ? 1U : 0U;
+            }
+            root_->crnt_ptn_def = ptn;
+            root_->target = listOf(wanted.targets);
+            if (IgIniMatchSelection(ptn->group, ptn->name, listOf(wanted.groups),
+                                    listOf(wanted.names)) == 0) {
+                continue;
+            }
+            const int marked = blockSelect(pool(), root_);
+            EXPECT_EQ(static_cast<std::size_t>(marked), wanted_blocks);
+            if (marked > 0) {
+                selected.push_back(blockMarks(*ptn));
+            }
+        }
+        return selected;
+    }
+
+    std::vector<Pattern> patterns_;
+};
+
+TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
+    const std::vector<Words> groups = {{}, {"a"}, {"b"}, {"a", "b"}, {"c"}};
+    const std::vector<Words> targets = {{}, {"x"}, {"y"}, {"x", "y"}, {"z"}};
+    const std::vector<Words> names = {{}, {"n"}, {"m"}, {"m", "n"}, {"o"}};
+    for (const Words& group : groups) {
+        for (const Words& target : targets) {
+            for (const Words& name : names) {
+                const Wanted wanted{group, target, name};
+                SCOPED_TRACE(::testing::PrintToString(group) + ::testing::PrintToString(target) +
+                             ::testing::PrintToString(name));
+                const std::vector<std::string> all = expected(wanted);
+                EXPECT_EQ(choose(wanted), all);
+                if (group.empty() && target.empty()) {
+                    continue;  // the command line refuses that
+                }
+                int result = -1;
+                EXPECT_EQ(run(wanted, result), all);
+                EXPECT_EQ(result, all.empty() ? CTRL_NOTHING_SELECTED : 0);
+            }
+        }
+    }
+}
+
+TEST_F(IGIniCtrl, ReadsTenThousandPatternFilesInByteOrder) {
+    constexpr int COUNT = 10000;
+    std::vector<std::string> names;
+    for (int i = 0; i < COUNT; ++i) {
+        names.push_back(std::to_string(i * 7919 % COUNT));
+        writeText(std::string(PATTERN_DIR) + "/" + names.back(),
+                  "FORMAT_VERSION=1.0\nPP_NAME=" + names.back() + "\nPP_GROUP=g\nBLOCK{\n}\n");
+    }
+    const std::size_t before = openDescriptors();
+    EXPECT_EQ(control({"-g", "g"}), 0);
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(root_->selected.count, static_cast<std::uint32_t>(COUNT));
+    auto name = names.begin();
+    for (const pickptn_tbl& ptn : walkList<const pickptn_tbl>(&root_->selected)) {
+        ASSERT_STREQ(static_cast<const char*>(ptn.name->first->value), (name++)->c_str());
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
+    for (int i = 0; i < 4; ++i) {
+        pattern(std::to_string(i), std::string(100, 'n'), std::string(100, 'g'),
+                {std::string(100, 't'), ""});
+    }
+    const std::string config = directory_.path("conf");
+    writeText(config, "QUENDIL_CLEANUP=ON\nQUENDIL_DATA_DIRECTORY=" + directory_.path() + "\n");
+    ::Arguments arguments({"quendil", "-t", std::string(100, 't'), "-c", config});
+    bool failed = true;
+    for (int nth = 1; failed; ++nth) {
+        SCOPED_TRACE(nth);
+        Pool fresh;
+        root_tbl* root = IgIniGetCmnRoot(fresh.get());
+        ASSERT_NE(root, nullptr);
+        Capture errors(stderr);
+        const std::size_t before = openDescriptors();
+        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+        const int result = IgIniCtrl(arguments.count(), arguments.vector(), fresh.get(), root);
+        failed = FailingCall::happened();
+        EXPECT_EQ(result, failed ? -1 : 0);
+        EXPECT_EQ(openDescriptors(), before);
+        EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+        EXPECT_EQ(msg_state.mode, 0);
+        EXPECT_TRUE(failed || nth > 100);
+    }
+}
+
 TEST_F(IGIniCtrl, MustNotBeGivenNull) {
     ::Arguments arguments({"quendil"});
     EXPECT_DEATH(IgIniCtrl(1, nullptr, pool(), root_), "argv != \\(\\(void \\*\\)0\\)");
@@ -303,6 +523,10 @@ TEST_F(IGIniCtrl, MustNotBeGivenNull) {
     EXPECT_DEATH(IgIniCtrl(1, arguments.vector(), pool(), nullptr),
                  "root != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(sortFileArray(nullptr, pool()), "list != \\(\\(void \\*\\)0\\)");
+    const IgCmnListHeader list{};
+    EXPECT_DEATH(sortFileArray(&list, nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
+    EXPECT_DEATH(blockSelect(nullptr, root_), "memoryp != \\(\\(void \\*\\)0\\)");
+    EXPECT_DEATH(blockSelect(pool(), nullptr), "root != \\(\\(void \\*\\)0\\)");
 }
 
 }  // namespace

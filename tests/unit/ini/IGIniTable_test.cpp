@@ -1,8 +1,10 @@
 #include "ini/IGIniTable.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -44,6 +46,43 @@ TEST_F(IGIniTable, IsNotBuiltWithoutTheVariableDataDirectory) {
         "ZEPA104-E:The specified directory(/var/opt/norvale/quendil) does not exist.\n";
     EXPECT_EQ(errors.take(), message);
     EXPECT_EQ(takeLog(), message);
+}
+
+TEST_F(IGIniTable, IsNotBuiltForAHostWithoutAName) {
+    Capture errors(stderr);
+    const FailingCall failing(Call::GETHOSTNAME, 1, EPERM);
+    EXPECT_EQ(IgIniGetCmnRoot(pool()), nullptr);
+    EXPECT_THAT(takeLog(), ::testing::HasSubstr("system call name = gethostname, error code = 1,"));
+}
+
+TEST_F(IGIniTable, GivesNothingWhereverMemoryRunsOut) {
+    const std::vector<bool (*)(memory_pool*)> calls = {
+        [](memory_pool* p) { return IgIniGetCmnRoot(p) == nullptr; },
+        [](memory_pool* p) { return IgIniGetPickPtn(p) == nullptr; },
+        [](memory_pool* p) { return IgIniGetPickPtnBlock(p) == nullptr; },
+        [](memory_pool* p) { return IgIniGetPickPtnCmdData(p, ITEM_TOOL) == nullptr; },
+        [](memory_pool* p) { return IgIniGetPickPtnCmdData(p, ITEM_DATA) == nullptr; },
+        [](memory_pool* p) {
+            IgCmnListHeader* list = nullptr;
+            const bool failed = IgIniCollectList("text", &list, p) == -1;
+            EXPECT_EQ(list == nullptr, failed);
+            return failed;
+        },
+    };
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << "call " << i << ", allocation " << nth);
+            Pool fresh;
+            Capture errors(stderr);
+            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
+            const bool gave_nothing = calls[i](fresh.get());
+            failed = FailingCall::happened();
+            EXPECT_EQ(gave_nothing, failed);
+            EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_TRUE(failed || nth > 2);
+        }
+    }
 }
 
 TEST_F(IGIniTable, GivesEveryRecordItsDefaults) {
