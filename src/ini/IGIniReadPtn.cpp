@@ -590,23 +590,28 @@ int report(const Reader& reader, Outcome outcome, int line_no) {
     if (outcome == Outcome::SYNTAX && !reader.versionAccepted()) {
         outcome = Outcome::FORMAT;
     }
+    if (outcome == Outcome::GOOD || outcome == Outcome::NO_MEMORY) {
+        return outcome == Outcome::GOOD ? 0 : -1;
+    }
+    // The directory may hold any name: none may forge a line of the log or reach the terminal.
+    LocalPool local;
+    const char* shown = IgCmnStrPrintable(local.get(), reader.file_name);
+    if (shown == nullptr) {
+        return -1;
+    }
     switch (outcome) {
-        case Outcome::GOOD:
-            return 0;
-        case Outcome::NO_MEMORY:
-            return -1;
         case Outcome::SYNTAX:
         case Outcome::INCOMPLETE:
             IgCmnMsg<ZEPA137_W>();
-            IgCmnMsg<ZEPA138_W>(reader.file_name, line_no);
+            IgCmnMsg<ZEPA138_W>(shown, line_no);
             break;
         case Outcome::FORMAT:
-            IgCmnMsg<ZEPA139_W>(reader.file_name);
+            IgCmnMsg<ZEPA139_W>(shown);
             break;
         case Outcome::NEWER:
-            IgCmnMsg<ZEPA159_W>(reader.file_name);
+            IgCmnMsg<ZEPA159_W>(shown);
             break;
-        case Outcome::REPORTED:
+        default:
             break;
     }
     return PTN_SKIPPED;
