@@ -2,11 +2,14 @@
 
 from __future__ import annotations
 
+import os
+import zlib
+
 import pytest
 from support import behave, expect, pattern_text
 from support.collecting import complete_output
 from support.ending import check_refused
-from support.machine import PATTERN_DIRECTORY, Machine
+from support.machine import PATTERN_DIRECTORY, QUENDIL, Machine
 from support.pattern_text import block, pattern
 from support.run import Run
 
@@ -288,6 +291,113 @@ def test_bytes_that_the_locale_cannot_read_are_a_fault(machine: Machine, locale:
     run = machine.run("-g", "demo", env={"LC_ALL": locale})
     assert run.status == 0
     assert broken(2) in (run.log or "")
+
+
+ODD_NAMES = [
+    "new\nline", "tab\there", "\x1b[31mred", "\x7f", "two words", "-g", "--", "...", "back\\slash",
+    "[a-z]", "?", "**", "%HOST%", "%s%n", "$(touch ran)", "`touch ran`", "'", '"', ";", "#",
+    "n" * 255, "\udcff\udcfe", "\u00e4",
+]
+
+
+def in_messages(name: str) -> str:
+    """How a message shows a name: control characters as octal numbers, all else as it is."""
+    return "".join(f"\\{ord(c):03o}" if ord(c) < 32 or ord(c) == 127 else c for c in name)
+
+
+def test_files_of_odd_names_are_read_like_any_other(machine: Machine):
+    for number, name in enumerate(ODD_NAMES):
+        machine.pattern(name, pattern(marked(machine, str(number))))
+    run = machine.run("-g", "demo")
+    assert (run.status, run.stderr) == (0, "")
+    in_order = sorted(ODD_NAMES, key=lambda name: name.encode(errors="surrogateescape"))
+    assert collected(run) == [str(ODD_NAMES.index(name)) for name in in_order]
+
+
+@pytest.mark.parametrize("text, told", [
+    (HEAD, "ZEPA138-W:filename = {}, line no = 2.\n"),
+    ("wrong\n", "ZEPA139-W:Invalid format number({}).\n"),
+    ("FORMAT_VERSION = 1.1\n", "ZEPA159-W:quendil command is older than the collection pattern file."
+                               " skip the file ({}).\n"),
+])
+def test_an_odd_name_of_a_faulty_file_forges_no_line(machine: Machine, text: str, told: str):
+    machine.pattern("20_good", pattern(marked(machine, "x")))
+    forged = "0\nZEPA304-I:forged\x1b[2J\r"
+    machine.pattern(forged, text)
+    run = machine.run("-g", "demo")
+    assert (run.status, collected(run)) == (0, ["x"])
+    message = told.format(in_messages(path_of(forged)))
+    assert message in (run.log or "")
+    assert run.stderr == ("" if told.startswith("ZEPA138") else message)
+
+
+def test_files_that_are_no_text_are_left_out(machine: Machine):
+    machine.pattern("90_good", pattern(marked(machine, "x")))
+    program = machine.path(QUENDIL).read_bytes()
+    every_byte = bytes(range(256))
+    binaries = {
+        "10_program": program, "11_every_byte": every_byte, "12_backwards": every_byte[::-1],
+        "13_high": bytes(range(128, 256)) * 64, "14_wide": HEAD.encode("utf-16"),
+        "15_packed": zlib.compress(program),
+    }
+    for name, content in binaries.items():
+        machine.file(path_of(name), content)
+    for name, content in list(binaries.items())[1:4]:
+        machine.file(path_of("2" + name[1:]), HEAD.encode() + content)
+    # A terabyte of nothing, which costs no room: its first byte is enough.
+    os.truncate(machine.path(machine.file(path_of("30_hole"))), 1 << 40)
+    run = machine.run("-g", "demo")
+    told = "".join(bad_format(name) for name in binaries)
+    told += broken(2, "21_every_byte") + broken(2, "22_backwards") + broken(2, "23_high")
+    told += bad_format("30_hole")
+    log = expect.RunLog("-g demo").parameters(["demo"]).raw(told).ended("initializing")
+    assert run.status == 0
+    assert run.stderr == "".join(bad_format(name) for name in [*binaries, "30_hole"])
+    assert run.log == log.data({"/opt/marks/x": 0}, 0).complete().text
+
+
+@pytest.mark.plain_binary
+def test_a_file_of_a_hundred_megabytes_of_comment_is_read_to_its_end(machine: Machine):
+    comment = b"#" + b"x" * 1023 + b"\n"
+    lines = 100 * 1024
+    machine.pattern("10_huge", "")
+    with machine.path(path_of("10_huge")).open("wb") as file:
+        for _ in range(lines // 1024):
+            file.write(comment * 1024)
+        file.write(pattern(marked(machine, "x")).encode())
+    machine.file(path_of("20_huge"), HEAD.encode())
+    with machine.path(path_of("20_huge")).open("ab") as file:
+        file.write(b"#\n" * 300_000 + b"wrong\n")
+    run = machine.run("-g", "demo")
+    assert (run.status, collected(run)) == (0, ["x"])
+    assert broken(300_002, "20_huge") in (run.log or "")
+
+
+def test_a_line_without_an_end_is_refused_at_its_limit(machine: Machine):
+    machine.pattern("10_long", HEAD + "#" + "x" * 5_000_000)
+    machine.pattern("20_long", "#" + "x" * 5_000_000)
+    machine.pattern("90_good", pattern(marked(machine, "x")))
+    run = machine.run("-g", "demo")
+    assert (run.status, run.stderr, collected(run)) == (0, "", ["x"])
+    assert broken(2, "10_long") + broken(1, "20_long") in (run.log or "")
+
+
+def test_a_patterns_directory_is_known_while_it_is_collected_only(machine: Machine):
+    write = machine.tool(behave.out("x"))
+    first = block(pattern_text.tool(write, redirect="%d%/own"), pattern_text.data("%d%/own"),
+                  targets=["left"])
+    second = block(pattern_text.tool(write, redirect="%d%/own"), pattern_text.data("%d%/own"),
+                   targets=["right"])
+    machine.pattern("10_demo", pattern(first))
+    machine.pattern("20_demo", pattern(second))
+    machine.pattern("30_demo", pattern(block(pattern_text.data("%d%/own"))))
+    machine.directory("/opt/out")
+    machine.conf("QUENDIL_DATA_DIRECTORY=/opt%d%/out%d%\n")
+    run = machine.run("-g", "demo")
+    files = run.archive.files()
+    assert run.status == 0
+    assert run.result.startswith("/opt/out/")
+    assert sorted(name for name in files if name.endswith("own")) == ["left/own", "right/own"]
 
 
 def test_targets_name_the_directory_of_the_pattern(machine: Machine):

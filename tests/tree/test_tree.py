@@ -104,6 +104,15 @@ def test_the_installed_binary_runs_with_the_c_library_of_the_oldest_system_serve
     assert max((int(major), int(minor)) for major, minor in versions) <= (2, 36)
 
 
+def test_the_installed_binary_still_asserts_its_pointers():
+    binary = (BUILD / "release/src/quendil").read_bytes()
+    code = "".join(path.read_text() for path in sources())
+    names = set(re.findall(r"IG_ASSERT_NOT_NULL\((\w+)\);", code))
+    assert len(names) > 40
+    for name in names:
+        assert f"{name} != ((void *)0)".encode() in binary, name
+
+
 def test_the_commands_of_the_readme_are_there_and_named_by_it():
     readme = (ROOT / "README.md").read_text()
     for command in ("scripts/run", "scripts/test"):
