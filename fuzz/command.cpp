@@ -4,6 +4,14 @@
 #include "common/IGCmnStr.h"
 #include "fuzz.h"
 
+namespace {
+
+bool isSeparator(char c) {
+    return c == ' ' || c == '\t';
+}
+
+}  // namespace
+
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzzStart();
     const std::string text = fuzzText(data, size);
@@ -21,6 +29,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             fuzzRequire(text.compare(start, first.size(), first) == 0);
             fuzzRequire(start + first.size() + separator + rest.size() == text.size());
             fuzzRequire(text.compare(text.size() - rest.size(), rest.size(), rest) == 0);
+            fuzzRequire(options == nullptr || isSeparator(text[start + first.size()]));
+            const std::size_t quote = first[0] == '"' ? first.find('"', 1) : 0;
+            fuzzRequire(quote == std::string::npos ||
+                        first.find_first_of(" \t", quote) == std::string::npos);
             fuzzRequire(IgCmnStrRemoveDQ(&pool, command) != nullptr);
         }
     }

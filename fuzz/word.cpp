@@ -1,6 +1,37 @@
-// The word reader: every input ends, every word is a terminated text, lines only go up.
+// The word reader: every input ends, every word is a terminated text of its kind, lines are
+// counted.
 #include "common/IGCmnFileWord.h"
 #include "fuzz.h"
+
+namespace {
+
+bool isOfItsKind(std::int32_t type, const std::string& text) {
+    switch (type) {
+        case WORD_OPEN:
+            return text == "{";
+        case WORD_CLOSE:
+            return text == "}";
+        case WORD_EQUAL:
+            return text == "=";
+        case WORD_PERCENT:
+            return text == "%";
+        case WORD_NEWLINE:
+            return text.empty();
+        case WORD_BLANK:
+            return !text.empty() && text.find_first_not_of(" \t") == std::string::npos;
+        case WORD_SPECIAL:
+            return text.size() > 1 && text[0] == '%';
+        case WORD_TEXT:
+            return !text.empty() && text.find('\n') == std::string::npos;
+        case WORD_QUOTED:
+        case WORD_COMMENT:
+            return text.find('\n') == std::string::npos;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzzStart();
@@ -9,6 +40,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzzRequire(IgCmnFileOpen(&file, input.path(), "r") == 0);
     read_word word{};
     std::int32_t line_no = 1;
+    std::int32_t lines = 1;
     // A word takes a character, and one that cannot be decoded may be met again.
     for (std::size_t words = 0; words <= size; ++words) {
         const int result = IgCmnFileWordRead(nullptr, &file, &word, &file.pool);
@@ -19,6 +51,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             return 0;
         }
         fuzzRequire(word.text != nullptr && std::string(word.text).size() < word.text_size);
+        fuzzRequire(isOfItsKind(word.type, word.text));
+        lines += word.type == WORD_NEWLINE || word.type == WORD_COMMENT ? 1 : 0;
+        fuzzRequire(file.line_no == lines || file.line_no == lines - 1);
     }
     std::abort();
 }

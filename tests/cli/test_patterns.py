@@ -317,8 +317,8 @@ def test_files_of_odd_names_are_read_like_any_other(machine: Machine):
 @pytest.mark.parametrize("text, told", [
     (HEAD, "ZEPA138-W:filename = {}, line no = 2.\n"),
     ("wrong\n", "ZEPA139-W:Invalid format number({}).\n"),
-    ("FORMAT_VERSION = 1.1\n", "ZEPA159-W:quendil command is older than the collection pattern file."
-                               " skip the file ({}).\n"),
+    ("FORMAT_VERSION = 1.1\n",
+     "ZEPA159-W:quendil command is older than the collection pattern file. skip the file ({}).\n"),
 ])
 def test_an_odd_name_of_a_faulty_file_forges_no_line(machine: Machine, text: str, told: str):
     machine.pattern("20_good", pattern(marked(machine, "x")))
