@@ -31,6 +31,14 @@ file(GLOB patterns CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/patterns/*)
 install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
   PERMISSIONS ${world_readable_file})
 
+# The commands that the shipped patterns run their tools through, and examples to begin a pattern with.
+file(GLOB tools CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*)
+install(PROGRAMS ${tools} DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
+  PERMISSIONS ${world_readable_directory})
+file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
+install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
+  PERMISSIONS ${world_readable_file})
+
 # The configuration file belongs to the machine once it is there.
 install(CODE "
   set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/quendil_conf\")
