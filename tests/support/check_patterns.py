@@ -7,8 +7,9 @@ The product skips a pattern file that it cannot read, with a warning in the run 
 only, and nobody notices a tool whose output no data item picks up. This checker is
 stricter than the product's reader. Besides the format it demands the habits that keep
 the shipped files safe and readable: one statement per line, no comment behind a value,
-a time-out for every tool, one target for every block, a description for every item,
-nothing that could bring a secret along.
+a time-out for every tool, one target for every block, a description for every item, a program found
+by name through the tool directory and told to leave the machine as it is, an end to everything that
+could grow, nothing that could bring a secret along.
 
 It prints one line per finding and exits with 1, or prints what it has seen and exits
 with 0.
@@ -66,6 +67,46 @@ SECRETS = (
 SECRET_NAME = re.compile(
     r"/(g?shadow-?|id_(rsa|dsa|ecdsa|ed25519)|[^/]*\.(key|keys|keytab|netdev|p12|pfx|jks)|[^/]*_key"
     r"|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
+
+# What the filter takes the secrets out of: these files may be shown, but not collected as they are.
+FILTERED = (
+    "/etc/netplan", "/etc/network/interfaces", "/etc/network/interfaces.d", "/etc/systemd/network",
+    "/etc/NetworkManager/system-connections", "/etc/sysconfig/network-scripts/ifcfg-*",
+    "/etc/sysconfig/network-scripts/route*", "/etc/sssd/sssd.conf", "/etc/sssd/conf.d",
+)
+
+TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
+TOOLS = {"run", "show", "each", "pci"}
+WRAPPER_OPTION = re.compile(r"-m|-[le]")  # those of "run"; the last ones take a value
+LONGEST_TIMEOUT = 120
+MOST_MIB = 20  # what "run" and four files of "show" bring without an option
+
+# Programs that change something, wake devices, enter network mounts or run what nobody has checked.
+FORBIDDEN_PROGRAMS = {
+    "ash", "awk", "bash", "blkid", "dash", "depmod", "env", "fdisk", "hdparm", "hwclock", "insmod", "kill",
+    "lastb", "lslocks", "lsof", "lspci", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
+    "rm", "sensors", "sfdisk", "sh", "strace", "sync", "tee", "touch", "umount", "xargs",
+}
+# Programs that load modules or start services when the part that they ask is not in use.
+NEED_A_REASON = {
+    "arptables-save", "btrfs", "crictl", "dmsetup", "docker", "ebtables", "ip6tables-save", "ipmitool",
+    "ipset", "iptables-nft-save", "iptables-save", "ipvsadm", "iscsiadm", "loginctl", "lvs", "multipathd",
+    "networkctl", "nft", "nmcli", "podman", "pvs", "resolvectl", "rpm", "systemctl", "timedatectl", "vgs",
+    "virsh", "wg", "xl", "zfs", "zpool",
+}
+# What a program must be told: each expression must match in its arguments.
+MUST_BE_TOLD = {
+    "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
+    "apt-mark": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= ", r"showhold$"),
+    "chronyc": (r"^-n (tracking|source)",), "ntpq": (r"^-n ",),
+    "df": (r"^-l",), "du": (r"^-x ",), "find": (r"^(/proc|/sys|.* -xdev )",),
+    "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
+    "ls": (r"^-ln",), "lvs": (r"--readonly", r"--nolocking"), "pvs": (r"--readonly", r"--nolocking"),
+    "ps": (r"^-e", r"^(?!.*\b(args|cmd|command)\b)"), "rpm": (r"^-qa ",),
+    "smartctl": (r"^-n standby ",), "sysctl": (r"^(?!.*-[aw])",),
+    "systemctl": (r"--no-pager .*(list-|show|status|get-default)",), "vgs": (r"--readonly", r"--nolocking"),
+    "virsh": (r"^-r ",),
+}
 
 LINE_EMPTY = re.compile(r"\s*(#.*)?")
 LINE_CLOSE = re.compile(r"\s*\}\s*")
@@ -235,13 +276,11 @@ class PatternFile:
         if command.count('"') % 2:
             self.report(line, "a double quote of the command is never closed")
         words = split_command(command)
-        if words and not words[0].startswith("/"):
-            self.report(line, f"the command {words[0]} is not absolute")
-        if any(re.fullmatch(r"[0-9&]*[<>|;&].*", word) for word in words):
-            self.report(line, "the command needs a shell, but none reads it")
-        for word in words[1:]:
-            if is_secret(word):
-                self.report(line, f"the command names {word}, which may hold secrets")
+        for text in find_faults(words):
+            self.report(line, text)
+        timeout = tool.text("TIMEOUT")
+        if timeout.isdecimal() and int(timeout) > LONGEST_TIMEOUT:
+            self.report(tool.line_of("TIMEOUT"), f"a run cannot wait longer than {LONGEST_TIMEOUT} seconds")
         output = tool.text("REDIRECT_PATH")
         if output and not in_output_directory(output):
             self.report(tool.line_of("REDIRECT_PATH"), f"{output} is no file below %d%/")
@@ -255,8 +294,13 @@ class PatternFile:
             self.report(line, f"{path} is neither absolute nor a file below %d%/")
         if re.search(r"[*?[]", path.rpartition("/")[0]):
             self.report(line, f"{path} has a wildcard before its last part, which is not expanded")
+        if re.match(r"/var/log/|/var/spool/|/var/crash/", path):
+            self.report(line, f"{path} may be of any size; a tool that shows it has a limit")
         if brings_secret(path):
             self.report(line, f"{path} may bring secrets along")
+        description = data.text("DESCRIPTION")
+        if description and not re.fullmatch(r"[A-Z0-9].{9,}[^.]", description):
+            self.report(data.line_of("DESCRIPTION"), f"{description} is no sentence without a full stop")
         if data.text("FILE_TYPE") not in FILE_TYPES | {""}:
             self.report(data.line_of("FILE_TYPE"), f"FILE_TYPE is none of {', '.join(sorted(FILE_TYPES))}")
 
@@ -275,6 +319,60 @@ def special_strings_known(text: str) -> bool:
 def split_command(command: str) -> list[str]:
     """The words of a command line: blanks separate them, double quotes hold them together."""
     return [word.replace('"', "") for word in re.findall(r'(?:[^ \t"]|"[^"]*"?)+', command)]
+
+
+def find_faults(words: list[str]) -> list[str]:
+    """What is wrong with a command line, as texts."""
+    tool, arguments = (words[0].removeprefix(TOOL_DIRECTORY), words[1:]) if words else ("", [])
+    if tool not in TOOLS or not words[0].startswith(TOOL_DIRECTORY):
+        return [f"the command {' '.join(words[:1])} is none of the tool directory"]
+    faults = [f"the word {word} needs a shell, but none reads it" for word in arguments
+              if re.fullmatch(r"[0-9&]*[<>|;&].*", word)]
+    if tool == "show":
+        return faults + find_show_faults(arguments)
+    if tool == "each":
+        return faults + find_program_faults(arguments[1:], guarded=False)
+    return faults + (find_run_faults(arguments) if tool == "run" else [])
+
+
+def find_show_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "show"."""
+    limit = int(arguments[1]) if arguments[:1] == ["-l"] else 5
+    paths = [word for word in arguments if word.startswith("/")]
+    faults = [f"{path} may bring secrets along" for path in paths if brings_secret(path)
+              and not any(path == one for one in FILTERED)]
+    return faults + [f"{limit} MiB are too much"] * (4 * limit > MOST_MIB) + ["no path"] * (not paths)
+
+
+def find_run_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "run"."""
+    options = {}
+    while arguments and WRAPPER_OPTION.fullmatch(arguments[0]):
+        count = 1 if arguments[0] == "-m" else 2
+        options[arguments[0]] = arguments[count - 1]
+        arguments = arguments[count:]
+    faults = find_program_faults(arguments, guarded="-e" in options)
+    if int(options.get("-l", MOST_MIB)) > MOST_MIB:
+        faults.append(f"{options['-l']} MiB are too much")
+    return faults
+
+
+def find_program_faults(words: list[str], guarded: bool) -> list[str]:
+    """What is wrong with a program and its arguments; `guarded` when it runs on a condition only."""
+    if not words or not re.fullmatch(r"[a-z0-9][\w.-]*", words[0]):
+        return [f"the program {' '.join(words[:1])} is not given by its name"]
+    name, arguments = words[0], words[1:]
+    faults = []
+    if name in FORBIDDEN_PROGRAMS:
+        faults.append(f"{name} may change, wake or wait for something")
+    if name in NEED_A_REASON and not guarded:
+        faults.append(f"{name} is run on no condition")
+    faults += [f"{name} is not told {rule}" for rule in MUST_BE_TOLD.get(name, ())
+               if not re.search(rule, " ".join(arguments))]
+    # Names and sizes of secret files are no secret.
+    faults += [f"the command names {word}, which may hold secrets" for word in arguments
+               if name not in ("ls", "find") and is_secret(word)]
+    return faults
 
 
 def in_output_directory(path: str) -> bool:
