@@ -9,7 +9,8 @@ from collections import Counter
 from pathlib import Path
 
 import pytest
-from support import expect, grammar, masking, pattern_text
+from support import behave, expect, grammar, masking, pattern_text, secrets
+from support.check_patterns import PatternFile
 from support.collecting import complete_output
 from support.machine import PATTERN_DIRECTORY, Machine
 from support.run import Run
@@ -18,6 +19,12 @@ from support.tree import Tree
 ROOT = Path(__file__).resolve().parents[2]
 CHECKER = ROOT / "tests/support/check_patterns.py"
 PATTERNS = ROOT / "patterns"
+AREAS = {
+    "boot", "container", "crash", "firewall", "hardware", "kernel", "locale", "log", "memory",
+    "network", "package", "performance", "process", "schedule", "security", "service", "storage",
+    "system", "time", "user",
+}
+LONGEST_ITEM = 50 << 20
 LOGS = {"quendil_index", "quendil.log", "quendil_hist.log", "quendil_hist_old.log"}
 
 
@@ -35,9 +42,28 @@ def test_the_shipped_files_keep_every_rule():
     assert done.stdout.startswith(f"{len(list(PATTERNS.iterdir()))} files, ")
 
 
+def test_the_shipped_set_has_every_area_and_enough_items():
+    counts = re.fullmatch(r"(\d+) files, (\d+) tools, (\d+) data items\n", check(PATTERNS).stdout)
+    assert counts is not None
+    files, tools, items = map(int, counts.groups())
+    assert (files, tools > 150, items >= 250) == (len(AREAS), True, True)
+    assert {path.name.partition("_")[2] for path in PATTERNS.iterdir()} == AREAS
+
+
+def test_every_shipped_file_has_a_target_of_its_name_and_a_group_of_its_own():
+    for path in PATTERNS.iterdir():
+        file = PatternFile(path.name, path.read_bytes())
+        name = path.name.partition("_")[2]
+        assert {block.text("TARGET") for block in file.blocks} == {name}, path.name
+        groups = file.root.texts("PP_GROUP")
+        assert {"linux", name} <= set(groups), path.name
+        assert len(groups) == len(set(groups)), path.name
+
+
+RUN = "/opt/norvale/quendil/tool/run"
 GOOD = pattern_text.pattern(pattern_text.block(
-    pattern_text.tool("/bin/df -k", "%d%/df.txt", timeout=10),
-    pattern_text.data("%d%/df.txt", "disk space", file_type="text"), targets=["disk"]),
+    pattern_text.tool(f"{RUN} df -lk", "%d%/df.txt", timeout=10),
+    pattern_text.data("%d%/df.txt", "Disk space", file_type="text"), targets=["disk"]),
     groups=["linux"]).replace("PP_VRS = 1.0", "PP_VRS = 1.0\nPP_KATAMEI = \"x\"")
 
 
@@ -48,15 +74,32 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
 
 
 @pytest.mark.parametrize("present, wrong, told", [
-    ("/bin/df", "df", "the command df is not absolute"),
-    ("/bin/df -k", "/bin/df | /bin/cat", "the command needs a shell"),
-    ("/bin/df -k", "/bin/cat /etc/shadow", "may hold secrets"),
+    (f"{RUN} df", "df", "the command df is none of the tool directory"),
+    (f"{RUN} df", "/bin/df", "the command /bin/df is none of the tool directory"),
+    ("run df", "run /bin/df", "the program /bin/df is not given by its name"),
+    ("df -lk", "df -lk | cat", "the word | needs a shell"),
+    ("df -lk", "df -k", "df is not told ^-l"),
+    ("df -lk", "sh -c ls", "sh may change, wake or wait for something"),
+    ("df -lk", "lspci", "lspci may change, wake or wait for something"),
+    ("df -lk", "nft list ruleset", "nft is run on no condition"),
+    ("df -lk", "ps -ef -o pid,args", "ps is not told"),
+    ("df -lk", "-l 51 df -l", "51 MiB are too much"),
+    ("df -lk", "cat /etc/shadow", "may hold secrets"),
+    ("run df -lk", "show /etc/shadow", "may bring secrets along"),
+    ("run df -lk", "show /etc", "may bring secrets along"),
+    ("run df -lk", "show -l 13 /var/log/messages", "13 MiB are too much"),
+    ("run df -lk", "each disk smartctl -a /dev/{}", "smartctl is not told ^-n standby"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/etc/sha*"', "may bring secrets along"),
+    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/var/log/messages"', "may be of any size"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "%d%/other"', "no DATA_BLOCK directly behind"),
     ("TIMEOUT = 10", "TIMEOUT = -1", "TIMEOUT is no number"),
+    ("TIMEOUT = 10", "TIMEOUT = 600", "a run cannot wait longer"),
+    ("    TIMEOUT = 10\n", "", "TOOL_BLOCK without TIMEOUT"),
+    ('        DESCRIPTION = "Disk space"\n', "", "DATA_BLOCK without DESCRIPTION"),
+    ("Disk space", "df", "df is no sentence"),
     ("TARGET = disk\n", "", "BLOCK without TARGET"),
-    ("disk space", "%FOO%", "unknown special string"),
-    ("disk space", "\u00e4", "a character that no pattern file may hold"),
+    ("Disk space", "%FOO%", "unknown special string"),
+    ("Disk space", "\u00e4", "a character that no pattern file may hold"),
     ("}\n}", "}\n", "is never closed"),
     ('"linux"', '"other"', "the group linux is missing"),
     ("FORMAT_VERSION = 1.0", "FORMAT_VERSION = 2.0", "FORMAT_VERSION is not 1.0"),
@@ -71,11 +114,11 @@ def test_the_checker_finds_what_breaks_a_rule(tmp_path: Path, present: str, wron
 # ---- For real -----------------------------------------------------------------------------------
 
 
-def programs() -> list[str]:
-    """The programs of all shipped tools, in the order in which they are to run."""
-    lines = [line.split() for path in sorted(PATTERNS.iterdir())
-             for line in path.read_text().splitlines()]
-    return [words[2].strip('"') for words in lines if words[:2] == ["COMMAND_LINE", "="]]
+def commands() -> list[str]:
+    """The command lines of all shipped tools as a run shows them, in their order."""
+    files = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
+    return [tool.text("COMMAND_LINE").replace("%%", "%")
+            for file in files for tool in file.items("TOOL_BLOCK")]
 
 
 def data_items() -> int:
@@ -84,9 +127,11 @@ def data_items() -> int:
 
 
 def check_logs(run: Run) -> None:
-    """Both logs hold nothing but what they should, and every tool had its turn."""
+    """Both logs hold nothing but what they should, and every tool had its turn and its time."""
     items = grammar.read_run_log(run.raw["log"] or "")
-    assert [text.split()[0] for kind, text in items if kind == "tool"] == programs()
+    assert [text for kind, text in items if kind == "tool"] == commands()
+    assert "ZEPA126-W" not in (run.raw["log"] or "")
+    assert "Return code = 255" not in (run.raw["log"] or "")
     assert grammar.read_history(run.raw["history"] or "") == 1
     assert run.history == expect.history("-g linux", 0, f"{expect.OUTPUT_DIRECTORY}.tar.gz")
 
@@ -113,17 +158,39 @@ def check_index(run: Run, tree: Tree) -> None:
 
 def check_no_secret(tree: Tree) -> None:
     """Nothing came along that only the super user may know."""
-    secret = re.compile(r"(^|/)(g?shadow-?|sudoers|crypttab|environ|ssh_host_\w*_key|\d+/cmdline)$")
-    assert [name for name in tree.names if secret.search(name)] == []
+    name_of_secret = re.compile(
+        r"(^|/)(g?shadow-?|sudoers|crypttab|environ|\w*_key|[^/]*\.key|\d+/cmdline)$")
+    assert [name for name in tree.names if name_of_secret.search(name)] == []
+    assert [name for name in tree.names if secrets.MARK in name] == []
+    mark = secrets.MARK.encode()
+    told = [f"{name}: {line!r}" for name, content in tree.files().items()
+            for line in content.splitlines() if mark in line]
+    assert told == []
 
 
-def test_the_shipped_set_runs_for_real(machine: Machine):
+def check_filtered(tree: Tree) -> None:
+    """What stands beside the secrets came along, so the secrets were in the way of the set."""
+    for name, kept in [
+            ("network/nm_profiles.txt", b"[wifi-security]\npsk=*"), ("storage/fstab.txt", b"username=me"),
+            ("schedule/cron_tables.txt", b"mysqldump -u root -p*"), ("log/syslog.txt", b"user=me"),
+            ("package/apt_sources.txt", b"deb https://me:*"), ("user/accounts.txt", b":root:/root:"),
+            ("kernel/cmdline.txt", b"root=/dev/sda1"), ("container/docker_conf.txt", b'"cluster"')]:
+        assert kept in tree.read(name), name
+
+
+def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine):
     # One run for all that there is to see: some of the tools take their seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
+    secrets.plant(machine)
     machine.file("/var/opt/norvale/quendil/log/quendil_hist.log", "x" * 10_000)
+    machine.exec(f"SECRET={secrets.MARK} exec " + behave.command(
+        behave.daemon(), behave.ready("/tmp/there"), behave.wait_for("/tmp/over"),
+        behave.exit(0), behave.out(secrets.MARK)))
+    machine.wait_for("/tmp/there")
     run = machine.run("-g", "linux", seconds=120)
+    machine.file("/tmp/over")
     assert (run.status, run.stderr) == (0, "")
-    assert run.stdout == complete_output(len(programs()) + data_items())
+    assert run.stdout == complete_output(len(commands()) + data_items())
     assert machine.exists(run.result)
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
     run.check_times()
@@ -132,3 +199,5 @@ def test_the_shipped_set_runs_for_real(machine: Machine):
     check_archive(tree)
     check_index(run, tree)
     check_no_secret(tree)
+    check_filtered(tree)
+    assert max(len(content) for content in tree.files().values()) <= LONGEST_ITEM

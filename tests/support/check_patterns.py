@@ -299,7 +299,7 @@ class PatternFile:
         if brings_secret(path):
             self.report(line, f"{path} may bring secrets along")
         description = data.text("DESCRIPTION")
-        if description and not re.fullmatch(r"[A-Z0-9].{9,}[^.]", description):
+        if description and not re.fullmatch(r"[A-Z0-9].{7,}[^.]", description):
             self.report(data.line_of("DESCRIPTION"), f"{description} is no sentence without a full stop")
         if data.text("FILE_TYPE") not in FILE_TYPES | {""}:
             self.report(data.line_of("FILE_TYPE"), f"FILE_TYPE is none of {', '.join(sorted(FILE_TYPES))}")
