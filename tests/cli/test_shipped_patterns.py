@@ -61,6 +61,15 @@ def test_every_shipped_file_has_a_target_of_its_name_and_a_group_of_its_own():
 
 
 RUN = "/opt/norvale/quendil/tool/run"
+def test_the_documentation_lists_every_item():
+    rows = [line for line in (ROOT / "docs/linux-items.md").read_text().splitlines()
+            if re.match(r"\| (?!item |---)", line)]
+    described = [row.split(" | ")[1].replace("\\", "") for row in rows]
+    files = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
+    assert described == [item.text("DESCRIPTION") for file in files
+                         for item in file.items("DATA_BLOCK")]
+
+
 GOOD = pattern_text.pattern(pattern_text.block(
     pattern_text.tool(f"{RUN} df -lk", "%d%/df.txt", timeout=10),
     pattern_text.data("%d%/df.txt", "Disk space", file_type="text"), targets=["disk"]),

@@ -134,7 +134,8 @@ def test_documents_name_files_and_presets_that_there_are():
 
 
 def test_shell_scripts_parse():
-    scripts = tracked("scripts/*", ".ci/run", "packaging/deb/*", "packaging/rpm/*", "completions/*")
+    scripts = tracked("scripts/*", ".ci/run", "packaging/deb/*", "packaging/rpm/*", "completions/*",
+                      "tools/*")
     assert len(scripts) > 8
     for script in scripts:
         run("bash", "-n", script)
