@@ -269,7 +269,11 @@ def test_a_program_runs_for_every_disk_and_interface(system: Machine):
     system.mount("--bind", "/tmp/net", "/sys/class/net")
     assert system.exec([EACH, "disk", "echo", "{}", "-n 1", "/dev/{}"]).stdout == (
         "==> nvme0n1\nnvme0n1 -n 1 /dev/nvme0n1\n==> sda\nsda -n 1 /dev/sda\n")
+    system.file("/tmp/net/eth0/device/power/runtime_status", "active\n")
     assert system.exec([EACH, "interface", "echo", "{}"]).stdout == "==> eth0\neth0\n"
+    system.file("/tmp/net/eth0/device/power/runtime_status", "suspended\n")
+    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == (
+        "==> eth0 sleeps and was not asked\n")
     assert system.exec([EACH, "fan", "echo"], check=False).status == 2
     for name in ("sda", "nvme0n1"):
         system.remove(f"/tmp/block/{name}")
