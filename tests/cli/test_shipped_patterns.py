@@ -61,10 +61,14 @@ def test_every_shipped_file_has_a_target_of_its_name_and_a_group_of_its_own():
 
 
 RUN = "/opt/norvale/quendil/tool/run"
+def item_rows(text: str) -> list[list[str]]:
+    """The cells of each row of the item table."""
+    return [[cell.strip().replace("\\", "") for cell in line.strip("|").split("|")]
+            for line in text.splitlines() if re.match(r"\| (?!item )", line)]
+
+
 def test_the_documentation_lists_every_item():
-    rows = [line for line in (ROOT / "docs/linux-items.md").read_text().splitlines()
-            if re.match(r"\| (?!item |---)", line)]
-    described = [row.split(" | ")[1].replace("\\", "") for row in rows]
+    described = [row[1] for row in item_rows((ROOT / "docs/linux-items.md").read_text())]
     files = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
     assert described == [item.text("DESCRIPTION") for file in files
                          for item in file.items("DATA_BLOCK")]
@@ -187,7 +191,21 @@ def check_filtered(tree: Tree) -> None:
         assert kept in tree.read(name), name
 
 
-def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine):
+def check_table(machine: Machine, run: Run, directory: Path) -> None:
+    """The table of the documentation can be made from the run: a row an item, a time a tool."""
+    (directory / "quendil.log").write_text(run.raw["log"] or "")
+    done = subprocess.run(
+        [sys.executable, "-B", str(ROOT / "scripts/item-table"), str(directory / "quendil.log"),
+         str(machine.path(run.result))], capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stderr) == (0, "")
+    rows = item_rows(done.stdout)
+    assert len(rows) == data_items()
+    assert sum(re.fullmatch(r"\d+ s", row[2]) is not None for row in rows) == len(commands())
+    assert ["/etc/hostname", "Host name set at boot", "",
+            f"{len(run.archive.read('system/etc/hostname'))} B"] in rows
+
+
+def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tmp_path: Path):
     # One run for all that there is to see: some of the tools take their seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
     secrets.plant(machine)
@@ -209,4 +227,5 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine):
     check_index(run, tree)
     check_no_secret(tree)
     check_filtered(tree)
+    check_table(machine, run, tmp_path)
     assert max(len(content) for content in tree.files().values()) <= LONGEST_ITEM
