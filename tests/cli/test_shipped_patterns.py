@@ -95,6 +95,7 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("df -lk", "sh -c ls", "sh may change, wake or wait for something"),
     ("df -lk", "lspci", "lspci may change, wake or wait for something"),
     ("df -lk", "nft list ruleset", "nft is run on no condition"),
+    ("df -lk", "dmesg", "the output of dmesg is not masked"),
     ("df -lk", "ps -ef -o pid,args", "ps is not told"),
     ("df -lk", "-l 51 df -l", "51 MiB are too much"),
     ("df -lk", "cat /etc/shadow", "may hold secrets"),

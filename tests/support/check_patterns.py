@@ -94,6 +94,11 @@ NEED_A_REASON = {
     "networkctl", "nft", "nmcli", "podman", "pvs", "resolvectl", "rpm", "systemctl", "timedatectl", "vgs",
     "virsh", "wg", "xl", "zfs", "zpool",
 }
+# Programs whose output may hold what somebody else has written: it passes the filter.
+MUST_BE_MASKED = {
+    "apt-cache", "ausearch", "cat", "dmesg", "grep", "head", "journalctl", "strings", "sysctl", "tail",
+    "udevadm",
+}
 # What a program must be told: each expression must match in its arguments.
 MUST_BE_TOLD = {
     "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
@@ -352,6 +357,8 @@ def find_run_faults(arguments: list[str]) -> list[str]:
         options[arguments[0]] = arguments[count - 1]
         arguments = arguments[count:]
     faults = find_program_faults(arguments, guarded="-e" in options)
+    if arguments[:1] and arguments[0] in MUST_BE_MASKED and "-m" not in options:
+        faults.append(f"the output of {arguments[0]} is not masked")
     if int(options.get("-l", MOST_MIB)) > MOST_MIB:
         faults.append(f"{options['-l']} MiB are too much")
     return faults
