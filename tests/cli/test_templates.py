@@ -86,7 +86,9 @@ def test_all_templates_can_lie_in_the_pattern_directory_together(machine: Machin
     assert tops == {group for group, _ in BROUGHT.values()}
 
 
-@pytest.mark.parametrize("path, arguments", [(CONFIGURATION, ()), ("/tmp/conf", ("-c", "/tmp/conf"))])
+@pytest.mark.parametrize("path, arguments", [
+    (CONFIGURATION, ()), ("/tmp/conf", ("-c", "/tmp/conf")),
+])
 def test_the_configuration_template_is_read_with_every_key(machine: Machine, path: str,
                                                            arguments: tuple[str, ...]):
     machine.pattern("50_copy", (SOURCES / "example_file").read_text())
