@@ -25,6 +25,7 @@ AREAS = {
     "system", "time", "user",
 }
 LONGEST_ITEM = 50 << 20
+LARGEST_OUTPUT = 100 << 20
 LOGS = {"quendil_index", "quendil.log", "quendil_hist.log", "quendil_hist_old.log"}
 
 
@@ -233,4 +234,13 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     check_no_secret(tree)
     check_filtered(tree)
     check_table(machine, run, tmp_path)
-    assert max(len(content) for content in tree.files().values()) <= LONGEST_ITEM
+    sizes = [len(content) for content in tree.files().values()]
+    assert (max(sizes) <= LONGEST_ITEM, sum(sizes) <= LARGEST_OUTPUT) == (True, True)
+
+
+@pytest.mark.parametrize("option", ["-g", "-t"])
+def test_one_area_can_be_collected_alone(machine: Machine, option: str):
+    run = machine.run(option, "locale")
+    assert (run.status, run.stderr) == (0, "")
+    collected = {name.partition("/")[0] for name in run.archive.files()} - LOGS
+    assert collected == {"locale"}
