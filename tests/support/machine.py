@@ -117,6 +117,11 @@ class Machine:
         return 60.0 * self.patience
 
     @property
+    def behave_source(self) -> Path:
+        """The host's path of the helper program; others lie beside it."""
+        return self._installation.behave
+
+    @property
     def wrapped(self) -> bool:
         """Whether the program runs inside another one."""
         return bool(self._installation.wrapper)

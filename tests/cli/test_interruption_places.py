@@ -1,0 +1,117 @@
+"""Runs that SIGINT or SIGTERM meets between any two system calls: nothing is left behind, nothing is
+told twice, and what is told is what there is."""
+
+from __future__ import annotations
+
+import signal
+from collections.abc import Callable, Iterable
+
+import pytest
+from support import behave
+from support.behave import forever
+from support.interrupting import Interrupted, Order, Stop, every
+from support.machine import Machine
+
+pytestmark = pytest.mark.plain_binary  # an instrumented program makes many more calls
+
+BOTH = [signal.SIGINT, signal.SIGTERM]
+
+# The segments of a run that makes its archive: what it has started or reaped last.
+(STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED, REMOVAL,
+ REMOVAL_REAPED, GZIP, GZIP_REAPED) = range(13)
+
+#: What lies at least around a child that is started without a shell, and waited for.
+AROUND_A_CHILD = {
+    *((place, call) for place in ("before", "after")
+      for call in ("clone", "sigprocmask", "dup2", "close", "wait4", "umask")),
+}
+
+
+def interrupt_at(runs: Interrupted, stops: Iterable[Stop], number: int) -> set[tuple[str, str]]:
+    """Interrupts a run at each of the places, the program alone and its group in turn; tells the
+    kinds of places that were met."""
+    met = set()
+    for count, stop in enumerate(stops):
+        to_group = (count + number) % 2 == 0
+        for found in runs.check(Order(stop.where, number, to_group)):
+            met.add((found.place, found.call))
+    return met
+
+
+def quick(machine: Machine, timeout: int = 10, milliseconds: int = 40) -> Interrupted:
+    """Runs whose tool ends by itself, but not before it is waited for."""
+    return Interrupted(machine, machine.tool(behave.out("x"), behave.nap(milliseconds)), timeout)
+
+
+def places_up_to_the_wait(machine: Machine, timeout: int) -> list[Stop]:
+    """All places from the start of a tool to the first call that waits for it."""
+    stops = every(quick(machine, timeout, 1000).survey(), TOOL)
+    wait = "select" if timeout else "waitid"
+    return stops[:1 + [(stop.place, stop.call) for stop in stops].index(("before", wait))]
+
+
+# ---- Around every program that is started -------------------------------------------------------
+
+
+@pytest.mark.parametrize("timeout", [0, 10], ids=["no limit", "limit"])
+@pytest.mark.parametrize("number", BOTH)
+def test_an_interruption_around_a_tool_leaves_nothing_of_it(machine: Machine, number: int,
+                                                            timeout: int):
+    runs = quick(machine, timeout)
+    stops = runs.survey()
+    wait = "select" if timeout else "waitid"
+    met = interrupt_at(runs, [*every(stops, STARTED, -40), *every(stops, TOOL)], number)
+    assert AROUND_A_CHILD | {("before", "setpgid"), ("before", wait), ("after", wait)} <= met
+
+
+@pytest.mark.parametrize("timeout", [0, 10], ids=["no limit", "limit"])
+@pytest.mark.parametrize("number", BOTH)
+def test_an_interruption_before_and_while_a_tool_is_waited_for_stops_it(machine: Machine,
+                                                                        number: int, timeout: int):
+    stops = places_up_to_the_wait(machine, timeout)
+    runs = Interrupted(machine, machine.tool(behave.out("x"), forever()), timeout)
+    met = interrupt_at(runs, stops, number)
+    assert met == {(stop.place, stop.call) for stop in stops}
+
+
+@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("window", [
+    [COPY, COPY_REAPED, SECOND_COPY], [COPIES_REAPED, TAR], [TAR_REAPED, REMOVAL],
+    [REMOVAL_REAPED, GZIP],
+], ids=["copying the logs", "packing", "removing the directory", "compressing"])
+def test_an_interruption_while_the_archive_is_made_keeps_the_last_whole_copy(
+        machine: Machine, number: int, window: list[int]):
+    runs = quick(machine)
+    stops = runs.survey()
+    met = interrupt_at(runs, [stop for stop in stops if stop.segment in window], number)
+    if window[-1] in (TAR, GZIP):
+        assert AROUND_A_CHILD | {("before", "waitid"), ("after", "waitid")} <= met
+
+
+# ---- Everywhere else ----------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("places", [
+    lambda stops: every(stops, STARTED)[::8], lambda stops: every(stops, TOOL_REAPED),
+    lambda stops: every(stops, GZIP_REAPED)[::3],
+], ids=["initializing", "after the tool", "at the end"])
+def test_an_interruption_anywhere_else_ends_the_run_in_one_of_its_ways(
+        machine: Machine, number: int, places: Callable[[list[Stop]], list[Stop]]):
+    runs = quick(machine)
+    assert len(interrupt_at(runs, places(runs.survey()), number)) > 10
+
+
+# ---- A second signal ----------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("first", BOTH)
+def test_a_second_signal_in_the_midst_of_the_first_changes_nothing(machine: Machine, first: int):
+    second = signal.SIGTERM if first == signal.SIGINT else signal.SIGINT
+    waiting = places_up_to_the_wait(machine, 10)[-1]
+    runs = Interrupted(machine, machine.tool(behave.out("x"), forever()))
+    met = set()
+    for distance in range(1, 25):
+        found = runs.check(Order(waiting.where, first), Order(f"+{distance}", second))
+        met |= {(stop.place, stop.call) for stop in found[1:]}
+    assert {("after", "sigaction"), ("before", "kill"), ("after", "wait4")} <= met

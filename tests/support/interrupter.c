@@ -1,0 +1,300 @@
+/*
+ * interrupter: runs a program and sends it signals at chosen places between its system calls.
+ *
+ *     interrupter REPORT [WHERE SIGNAL WHO]... -- PROGRAM [ARGUMENT...]
+ *
+ * The program stops twice at every system call: before it and after it. Of a series of one-byte
+ * writes, which is how a progress bar is drawn, only the first counts. The program's life is cut
+ * into segments: a new one begins each time it has made a child and each time it has reaped one,
+ * and the stops of a segment are counted from 1. WHERE is SEGMENT:STOP with segments counted from
+ * 0, or +N: the N-th stop after the signal before this one. WHO is "process", or "group" for
+ * everything that shares the program's process group, which it leads.
+ *
+ * Children run free. All the program's own signals take their course.
+ *
+ * REPORT gets a line for every signal sent: "SEGMENT STOP before|after CALL". Without any signal to
+ * send it gets such a line for every stop. Calls that no test asks for are shown by their number.
+ *
+ * The program's end becomes that of this one: the same exit code, or death by the same signal. A
+ * wrong word or a failed call ends it with 121 and a line on the standard error.
+ */
+
+#define _GNU_SOURCE
+
+#include <errno.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+enum { TROUBLE = 121, MAX_SIGNALS = 8, SYSCALL_STOP = SIGTRAP | 0x80 };
+
+/* A signal to send, and where. */
+struct order {
+    bool relative;
+    long segment; /* of a relative one, unused */
+    long stop;
+    int signal;
+    bool group;
+};
+
+static struct order orders[MAX_SIGNALS];
+static int order_count;
+static int orders_done;
+
+static pid_t program;
+static enum { BEGINNING, CHILDREN, CALLS } watching; /* what the program stops at */
+static FILE* report;
+static long segment;
+static long stop;
+static long since_signal;
+
+static _Noreturn void fail(const char* what) {
+    dprintf(2, "interrupter: %s: %s\n", what, errno != 0 ? strerror(errno) : "wrong word");
+    _exit(TROUBLE);
+}
+
+static long checked(long result, const char* what) {
+    if (result < 0)
+        fail(what);
+    return result;
+}
+
+/* ---- Words ---------------------------------------------------------------------------------- */
+
+static long number(const char* word) {
+    char* end = NULL;
+    errno = 0;
+    const long value = strtol(word, &end, 10);
+    if (end == word || *end != '\0' || value < 0)
+        fail(word);
+    return value;
+}
+
+static struct order parse_order(char* const* words) {
+    struct order order = {.relative = words[0][0] == '+'};
+    if (order.relative) {
+        order.stop = number(words[0] + 1);
+    } else {
+        char* colon = strchr(words[0], ':');
+        if (colon == NULL)
+            fail(words[0]);
+        *colon = '\0';
+        order.segment = number(words[0]);
+        order.stop = number(colon + 1);
+    }
+    order.signal = (int)number(words[1]);
+    order.group = strcmp(words[2], "group") == 0;
+    if (!order.group && strcmp(words[2], "process") != 0)
+        fail(words[2]);
+    return order;
+}
+
+/* Reads the orders; returns the program's own words. */
+static char** parse(int argc, char** argv) {
+    int word = 2;
+    for (; word + 3 < argc && strcmp(argv[word], "--") != 0; word += 3) {
+        if (order_count == MAX_SIGNALS)
+            fail("too many signals");
+        orders[order_count++] = parse_order(argv + word);
+    }
+    if (word + 1 >= argc || strcmp(argv[word], "--") != 0)
+        fail("no program");
+    return argv + word + 1;
+}
+
+/* ---- System calls --------------------------------------------------------------------------- */
+
+static const char* call_name(unsigned long call) {
+    static char unknown[32];
+    switch (call) {
+        case SYS_clone:
+            return "clone";
+        case SYS_clone3:
+            return "clone3";
+        case SYS_wait4:
+            return "wait4";
+        case SYS_waitid:
+            return "waitid";
+        case SYS_kill:
+            return "kill";
+        case SYS_setpgid:
+            return "setpgid";
+        case SYS_pselect6:
+#ifdef SYS_select
+        case SYS_select:
+#endif
+            return "select";
+        case SYS_pidfd_open:
+            return "pidfd_open";
+        case SYS_rt_sigprocmask:
+            return "sigprocmask";
+        case SYS_rt_sigaction:
+            return "sigaction";
+        case SYS_rt_sigreturn:
+            return "sigreturn";
+        case SYS_umask:
+            return "umask";
+        case SYS_dup3:
+#ifdef SYS_dup2
+        case SYS_dup2:
+#endif
+            return "dup2";
+        case SYS_close:
+            return "close";
+        case SYS_openat:
+            return "open";
+        case SYS_write:
+            return "write";
+        case SYS_exit_group:
+            return "exit";
+        default:
+            snprintf(unknown, sizeof unknown, "%lu", call);
+            return unknown;
+    }
+}
+
+static bool makes_child(unsigned long call) {
+    return call == SYS_clone || call == SYS_clone3;
+}
+
+/* ---- Stops ---------------------------------------------------------------------------------- */
+
+static void send_signal(const struct order* order) {
+    checked(kill(order->group ? -program : program, order->signal), "kill");
+    since_signal = 0;
+    orders_done++;
+}
+
+/* Whether the next order is due at this stop. */
+static bool is_due(void) {
+    if (orders_done == order_count)
+        return false;
+    const struct order* next = &orders[orders_done];
+    return next->relative ? orders_done > 0 && since_signal == next->stop
+                          : segment == next->segment && stop == next->stop;
+}
+
+/* One stop. `call` is the call that is about to be made, or has been made. */
+static void visit(bool before, unsigned long call) {
+    stop++;
+    since_signal++;
+    const bool due = is_due();
+    if (due || order_count == 0)
+        fprintf(report, "%ld %ld %s %s\n", segment, stop, before ? "before" : "after",
+                call_name(call));
+    while (is_due())
+        send_signal(&orders[orders_done]);
+}
+
+static unsigned long call = SYS_execve; /* the one that is made; at first that of the program */
+static bool tiny_write;
+static bool repeated;
+
+static void take_syscall_stop(void) {
+    struct __ptrace_syscall_info info;
+    checked(ptrace(PTRACE_GET_SYSCALL_INFO, program, sizeof info, &info), "ptrace");
+    const bool before = info.op == PTRACE_SYSCALL_INFO_ENTRY;
+    if (before) {
+        call = info.entry.nr;
+        const bool tiny = call == SYS_write && info.entry.args[2] == 1;
+        repeated = tiny && tiny_write;
+        tiny_write = tiny;
+    }
+    if (repeated)
+        return;
+    visit(before, call);
+    const bool succeeded = !before && info.exit.is_error == 0 && info.exit.rval > 0;
+    if (succeeded && (makes_child(call) || call == SYS_wait4)) {
+        segment++;
+        stop = 0;
+    }
+}
+
+/* Lets a child go that the kernel has attached to us. The first segment that we need to see may
+ * begin with it: stopping at every call before would cost time and show nothing. */
+static void take_new_child(void) {
+    static long children;
+    unsigned long child = 0;
+    checked(ptrace(PTRACE_GETEVENTMSG, program, NULL, &child), "ptrace");
+    checked(waitpid((pid_t)child, NULL, __WALL), "waitpid");
+    checked(ptrace(PTRACE_DETACH, (pid_t)child, NULL, NULL), "ptrace");
+    children++;
+    if (watching == CHILDREN && children == (orders[0].segment + 1) / 2) {
+        watching = CALLS;
+        call = SYS_clone;
+        segment = 2 * children - 2;
+    }
+}
+
+/* One stop of the program; returns the signal that it is to take. */
+static int take_stop(int status) {
+    switch (status >> 8) {
+        case SYSCALL_STOP:
+            if (watching == CALLS)
+                take_syscall_stop();
+            return 0;
+        case SIGTRAP | PTRACE_EVENT_EXEC << 8:
+            watching = order_count > 0 && orders[0].segment > 0 ? CHILDREN : CALLS;
+            return 0;
+        case SIGTRAP | PTRACE_EVENT_FORK << 8:
+        case SIGTRAP | PTRACE_EVENT_VFORK << 8:
+        case SIGTRAP | PTRACE_EVENT_CLONE << 8:
+            take_new_child();
+            return 0;
+        default:
+            return WSTOPSIG(status);
+    }
+}
+
+/* Follows the program to its end; returns its wait status. */
+static int follow(void) {
+    for (int pass_on = 0;;) {
+        if (order_count > 0 && orders_done == order_count)
+            watching = CHILDREN; /* only to let them go */
+        const int request = watching == CALLS ? PTRACE_SYSCALL : PTRACE_CONT;
+        checked(ptrace(request, program, NULL, (long)pass_on), "ptrace");
+        int status = 0;
+        checked(waitpid(program, &status, 0), "waitpid");
+        if (!WIFSTOPPED(status))
+            return status;
+        pass_on = take_stop(status);
+    }
+}
+
+static void start(char** words) {
+    program = (pid_t)checked(fork(), "fork");
+    if (program == 0) {
+        checked(setpgid(0, 0), "setpgid");
+        checked(ptrace(PTRACE_TRACEME, 0, NULL, NULL), "ptrace");
+        raise(SIGSTOP);
+        execv(words[0], words);
+        fail(words[0]);
+    }
+    int status = 0;
+    checked(waitpid(program, &status, 0), "waitpid");
+    const long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_TRACEFORK |
+                         PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL;
+    checked(ptrace(PTRACE_SETOPTIONS, program, NULL, options), "ptrace");
+}
+
+int main(int argc, char** argv) {
+    char** words = parse(argc, argv);
+    report = fopen(argv[1], "we");
+    if (report == NULL)
+        fail(argv[1]);
+    start(words);
+    const int status = follow();
+    if (fclose(report) != 0)
+        fail(argv[1]);
+    if (WIFSIGNALED(status)) {
+        signal(WTERMSIG(status), SIG_DFL);
+        raise(WTERMSIG(status));
+    }
+    return WEXITSTATUS(status);
+}

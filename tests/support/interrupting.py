@@ -1,0 +1,177 @@
+"""Runs that are interrupted at a chosen place between two system calls, and what must then hold.
+
+How places are counted stands at the head of interrupter.c.
+"""
+
+from __future__ import annotations
+
+from collections import Counter
+from collections.abc import Iterable, Iterator, Sequence
+from typing import NamedTuple
+
+from . import expect, pattern_text
+from .collecting import GROUP, complete_output, started_log
+from .machine import DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
+from .run import Run, wait_until
+from .tree import Tree, read_archive, read_directory
+
+PROGRAM = "/opt/interrupter"
+REPORT = "/tmp/interrupted"
+SOURCE = "/opt/data"
+TOOL_OUTPUT = "out"
+HISTORY = f"{LOG_DIRECTORY}/quendil_hist.log"
+
+CLEANUP_STATUS, DIRECTORY, ARCHIVE, COMPRESSED = 255, 20, 10, 0
+
+
+class Stop(NamedTuple):
+    """A place in the life of a run: just before a system call, or just after it."""
+
+    segment: int
+    number: int
+    place: str
+    call: str
+
+    @property
+    def where(self) -> str:
+        """The place as the interrupter wants it."""
+        return f"{self.segment}:{self.number}"
+
+
+class Order(NamedTuple):
+    """A signal and where it is sent; `where` as the interrupter wants it."""
+
+    where: str
+    number: int
+    to_group: bool = False
+
+    def words(self) -> tuple[str, ...]:
+        """The words of the interrupter's command line."""
+        return (self.where, str(int(self.number)), "group" if self.to_group else "process")
+
+
+def message(number: int) -> str:
+    """The message of an interrupted run."""
+    return f"ZEPA136-E:quendil was interrupted. signal no = {int(number)}.\n"
+
+
+class Interrupted:
+    """Runs of one data item and one tool on one machine, each interrupted somewhere else."""
+
+    def __init__(self, machine: Machine, tool: str, timeout: int = 10) -> None:
+        self._machine = machine
+        self._tool = tool
+        self._timeout = timeout
+        helper = machine.behave_source.with_name("interrupter")
+        machine.install(helper, PROGRAM)
+        for name in ("quendil.log", "quendil_old.log"):
+            machine.file(f"{LOG_DIRECTORY}/{name}")  # later runs find them and make a few more calls
+        machine.file(SOURCE, "12345")
+        machine.pattern("10_demo", pattern_text.pattern(
+            pattern_text.data(SOURCE),
+            pattern_text.tool(tool, redirect=f"%d%/{TOOL_OUTPUT}", timeout=timeout)))
+
+    def survey(self) -> list[Stop]:
+        """All places of a run that nobody interrupts."""
+        run, stops = self._run()
+        assert run.log == self._complete_log(), run
+        self._clear()
+        return stops
+
+    def check(self, *orders: Order) -> list[Stop]:
+        """Interrupts a run so, proves that it ended well, and tells where it was interrupted.
+
+        The signals do not always find the run there: a wait may have been shorter this time.
+        """
+        run, stops = self._run(*orders)
+        told = f"interrupted at {stops} by {orders}: {run}"
+        sent = orders[:len(stops)]
+        if -run.status in {order.number for order in sent}:
+            assert stops[0].segment == 0, told  # there was no handler yet
+        else:
+            _check_texts(run, sent, told)
+            self._check_result(run, told)
+            if "ZEPA136-E" not in run.stderr:
+                assert run.log == self._complete_log(), told
+                assert run.stdout == complete_output(2), told
+        wait_until(lambda: not self._machine.processes(), 2.0, f"the end of all processes; {told}")
+        self._clear()
+        return stops
+
+    def _run(self, *orders: Order) -> tuple[Run, list[Stop]]:
+        words = (word for order in orders for word in order.words())
+        run = self._machine.start(REPORT, *words, "--", QUENDIL, *GROUP, program=PROGRAM)
+        run.sent.update(order.number for order in orders)
+        ended = run.finish(20)
+        return ended, list(_read_stops(self._machine.read(REPORT)))
+
+    def _complete_log(self) -> str:
+        log = started_log().data({SOURCE: 5}, 5).tool(self._tool, timeout=self._timeout)
+        return log.complete().text
+
+    def _clear(self) -> None:
+        for name in self._machine.list(DATA_DIRECTORY):
+            self._machine.remove(f"{DATA_DIRECTORY}/{name}")
+        if self._machine.exists(HISTORY):
+            self._machine.remove(HISTORY)
+
+    def _check_result(self, run: Run, told: str) -> None:
+        """What is told is what there is."""
+        suffix, result = {
+            CLEANUP_STATUS: (None, ""), DIRECTORY: ("", expect.output_directory()),
+            ARCHIVE: (".tar", expect.archive_file()), COMPRESSED: (".tar.gz", expect.output_file()),
+        }[run.status]
+        assert run.stdout.endswith(result) and run.stdout.count("ZEPA") == bool(result), told
+        path = None if suffix is None else expect.OUTPUT_DIRECTORY + suffix
+        assert run.history == expect.history(" ".join(GROUP), run.status, path), told
+        outputs = self._machine.outputs()
+        if path is not None:
+            assert expect.OUTPUT_NAME + suffix in outputs, told
+            _check_tree(run.directory if run.status == DIRECTORY else run.archive, told)
+            outputs.remove(expect.OUTPUT_NAME + suffix)
+        if outputs:  # the removal of the directory was interrupted
+            assert "rm command failed" in run.log and outputs == [expect.OUTPUT_NAME], told
+
+
+def _read_stops(text: str) -> Iterator[Stop]:
+    for line in text.splitlines():
+        segment, number, place, call = line.split()
+        yield Stop(int(segment), int(number), place, call)
+
+
+def _check_tree(tree: Tree, told: str) -> None:
+    """All the collected data is there, and the index tells of it."""
+    assert tree.read("quendil_index").endswith(b"TYPE:text\n"), told
+    assert SOURCE[1:] in tree and TOOL_OUTPUT in tree, told
+
+
+def _check_texts(run: Run, sent: Sequence[Order], told: str) -> None:
+    """Every line is told once, nothing failed, and the log was written to its end."""
+    assert run.log is not None and run.stderr is not None
+    end = f"ZEPA213-I:quendil ended at <TIME>. return code = {run.status}.\n"
+    assert run.log.endswith(end), told
+    twice = [line for line, count in Counter(run.log.splitlines()).items() if count > 1]
+    assert twice == [], told
+    assert ("ZEPA206-I" in run.log) == ("ZEPA207-I" in run.log), told
+    for failure in ("ZEPA113-E", "ZEPA126-W", "ZEPA130-W", "ZEPA132-W", "ZEPA135-W", "ZEPA148-W",
+                    "ZEPA149-W", "ZEPA208-W"):
+        assert failure not in run.log + run.stderr, told
+    messages = {message(order.number) for order in sent}
+    notice = [line for line in run.stderr.splitlines(keepends=True) if "ZEPA136-E" in line]
+    in_log = [line for line in run.log.splitlines(keepends=True) if "ZEPA136-E" in line]
+    assert notice == in_log and len(notice) <= 1 and set(notice) <= messages, told
+    assert notice or run.status == COMPRESSED, told
+    rest = [line for line in run.stderr.splitlines(keepends=True) if "ZEPA136-E" not in line]
+    if any(order.to_group for order in sent):
+        # A command of the shell may have taken the signal too, as it does on a terminal.
+        rest = [line for line in rest if "An attempt to copy the logfile" not in line]
+    else:
+        assert "ZEPA140-W" not in run.log and "ZEPA142-W" not in run.log, told
+    assert rest == ([expect.LOOK_AT_LOG] if run.status == CLEANUP_STATUS else []), told
+
+
+def every(stops: Iterable[Stop], segment: int, first: int = 1, last: int | None = None
+          ) -> list[Stop]:
+    """The places of one segment from the first to the last; negative ones count from its end."""
+    own = [stop for stop in stops if stop.segment == segment]
+    return own[first - 1 if first > 0 else first:last]
