@@ -1,0 +1,72 @@
+// Stands in for the two calls that waiting for a child and stopping it are made of: a sleep is
+// noted and costs no time, a signal is noted and may be kept from its target. To be included by one
+// file of a test: it defines the C library's functions for the whole program.
+#ifndef QUENDIL_TESTS_SUPPORT_FAKE_WAIT_H
+#define QUENDIL_TESTS_SUPPORT_FAKE_WAIT_H
+
+#include <signal.h>
+#include <sys/select.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <functional>
+#include <set>
+#include <utility>
+#include <vector>
+
+struct FakeWait {
+    bool active = false;
+    std::vector<long> sleeps;                 // in microseconds
+    std::vector<std::pair<pid_t, int>> sent;  // targets and signals
+    std::set<int> lost;                       // signals that never arrive
+    int select_error = 0;                     // of every sleep
+    int kill_error = 0;                       // of every signal that is lost
+    std::function<void()> on_sleep;
+};
+inline FakeWait fake_wait;
+
+extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* special,
+                      struct timeval* time) {
+    if (!fake_wait.active) {
+        struct timespec exact = {0, 0};
+        if (time != nullptr) {
+            exact = {time->tv_sec, time->tv_usec * 1000};
+        }
+        return static_cast<int>(::syscall(SYS_pselect6, count, readable, writable, special,
+                                          time == nullptr ? nullptr : &exact, nullptr));
+    }
+    fake_wait.sleeps.push_back(time->tv_sec * 1000000 + time->tv_usec);
+    if (fake_wait.on_sleep) {
+        fake_wait.on_sleep();
+    }
+    errno = fake_wait.select_error;
+    return fake_wait.select_error == 0 ? 0 : -1;
+}
+
+inline int reallyKill(pid_t pid, int signo) {
+    return static_cast<int>(::syscall(SYS_kill, pid, signo));
+}
+
+extern "C" int kill(pid_t pid, int signo) noexcept {
+    if (!fake_wait.active) {
+        return reallyKill(pid, signo);
+    }
+    fake_wait.sent.emplace_back(pid, signo);
+    if (fake_wait.lost.contains(signo)) {
+        errno = fake_wait.kill_error;
+        return fake_wait.kill_error == 0 ? 0 : -1;
+    }
+    return reallyKill(pid, signo);
+}
+
+/// Kills a child of this process and returns when it has ended, before anybody has reaped it.
+inline void endChild(pid_t pid) {
+    reallyKill(pid, SIGKILL);
+    siginfo_t info = {};
+    ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+}
+
+#endif

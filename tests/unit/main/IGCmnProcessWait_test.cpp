@@ -1,0 +1,311 @@
+// How long the runner and the signal handler wait, and what they send when: with time that stands
+// still.
+#include <algorithm>
+#include <numeric>
+
+#include "../../support/child_fixture.h"
+#include "../../support/fake_wait.h"
+#include "main/IGMainSignal.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+using Sleeps = std::vector<long>;
+
+constexpr long TENTH = 100000;
+constexpr long HALF = 500000;
+constexpr long SECOND = 1000000;
+
+void add(Sleeps& sleeps, std::int64_t count, long length) {
+    sleeps.insert(sleeps.end(), static_cast<std::size_t>(count), length);
+}
+
+// The sleeps of a tool that never ends, up to its time-out.
+Sleeps upToTimeOut(std::int32_t timeout) {
+    Sleeps sleeps;
+    add(sleeps, 10, TENTH);
+    add(sleeps, 2 * std::int64_t{timeout} - 2, HALF);
+    return sleeps;
+}
+
+long sum(const Sleeps& sleeps) {
+    return std::accumulate(sleeps.begin(), sleeps.end(), 0L);
+}
+
+const std::string TIMED_OUT =
+    std::string("ZEPA126-W:A timeout occurred while information collecting tool(") + BEHAVE +
+    ") was being executed.\n";
+
+std::string failed(const std::string& call, int error, const std::string& text, pid_t pid) {
+    return "ZEPA113-E:An error occurred during the following system call. system call name = " +
+           call + ", error code = " + std::to_string(error) + ", msg = " + text +
+           ".\nZEPA114-E:source = IGCmnProcess, line no = N.\nZEPA148-W:An attempt to wait or stop "
+           "a process (" +
+           std::to_string(pid) + ") has failed.\n";
+}
+
+class IGCmnProcessWait : public ChildTest {
+  protected:
+    void SetUp() override {
+        ChildTest::SetUp();
+        fake_wait = FakeWait{};
+    }
+    void TearDown() override {
+        fake_wait.active = false;
+        ChildTest::TearDown();
+    }
+
+    // Runs a tool that ends by no means of its own; its result, exit code and status.
+    std::vector<int> run(std::int32_t timeout, std::int32_t signo = -1, std::int32_t wait = 0) {
+        ::Arguments arguments({BEHAVE, "ready", path("pid"), "forever"});
+        exec_req request;
+        request.command_path = BEHAVE;
+        request.argv = arguments.vector();
+        request.timeout = timeout;
+        request.timeout_signal = signo;
+        request.wait_termination = wait;
+        std::int32_t exit_cd = -1;
+        std::int32_t status = -1;
+        fake_wait.active = true;
+        const int result = IgCmnExecProcess(&request, &exit_cd, &status);
+        fake_wait.active = false;
+        return {result, exit_cd, status};
+    }
+
+    // The tool's group, from the signal sent to it; what is left of it ends.
+    static pid_t endSurvivor() {
+        const pid_t pid = -fake_wait.sent.front().first;
+        reallyKill(pid, SIGKILL);
+        EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
+        return pid;
+    }
+
+    // Has the tool end during this sleep of the wait.
+    static void endAtSleep(std::size_t number) {
+        fake_wait.on_sleep = [number] {
+            if (fake_wait.sleeps.size() == number) {
+                endChild(crnt_child.pid);
+            }
+        };
+    }
+};
+
+// --- the runner's wait ---
+
+TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsTheRequestSays) {
+    fake_wait.lost = {SIGTERM, SIGKILL};
+    for (const std::int32_t timeout : {1, 2, 5, 36000}) {
+        for (const std::int32_t wait : {-1, 0, 1, 600}) {
+            SCOPED_TRACE(std::to_string(timeout) + " " + std::to_string(wait));
+            fake_wait.sleeps.clear();
+            fake_wait.sent.clear();
+            EXPECT_THAT(run(timeout, -1, wait), ElementsAre(EXEC_TIMEOUT, 0, 0));
+            Sleeps expected = upToTimeOut(timeout);
+            EXPECT_EQ(sum(expected), timeout * SECOND);
+            add(expected, std::max(0, 2 * wait), HALF);
+            add(expected, 5, TENTH);  // after SIGKILL
+            EXPECT_EQ(fake_wait.sleeps, expected);
+            const pid_t pid = endSurvivor();
+            EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(-pid, SIGTERM), Pair(-pid, SIGKILL)));
+            // A tool that survives even that is left behind without a word.
+            EXPECT_EQ(takeLog(), TIMED_OUT);
+            EXPECT_EQ(crnt_child.stop_failure, 0);
+            EXPECT_EQ(crnt_child.pid, 0);
+        }
+    }
+}
+
+TEST_F(IGCmnProcessWait, SendsTheSignalOfTheRequest) {
+    for (const auto& [given, sent] : std::vector<std::pair<int, int>>{{-1, SIGTERM},
+                                                                      {SIGTERM, SIGTERM},
+                                                                      {SIGINT, SIGINT},
+                                                                      {SIGKILL, SIGKILL},
+                                                                      {0, 0},
+                                                                      {SIGUSR1, SIGUSR1},
+                                                                      {64, 64}}) {
+        SCOPED_TRACE(given);
+        fake_wait.sent.clear();
+        fake_wait.lost = {sent, SIGKILL};
+        run(1, given);
+        const pid_t pid = endSurvivor();
+        EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(-pid, sent), Pair(-pid, SIGKILL)));
+    }
+}
+
+TEST_F(IGCmnProcessWait, EndsWithTheTool) {
+    // The last round counts: what has ended in it has not overrun.
+    for (const std::size_t number : {1U, 10U, 11U, 18U}) {
+        SCOPED_TRACE(number);
+        fake_wait.sleeps.clear();
+        endAtSleep(number);
+        EXPECT_THAT(run(5), ElementsAre(EXEC_NONZERO, 0, SIGKILL));
+        EXPECT_EQ(fake_wait.sleeps.size(), number);
+        EXPECT_THAT(fake_wait.sent, ElementsAre());
+        EXPECT_EQ(takeLog(), "");
+    }
+}
+
+TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
+    fake_wait.lost = {SIGTERM};
+    // Ten sleeps up to the time-out, two a second of the time given, five after SIGKILL.
+    for (const std::size_t number : {11U, 14U}) {
+        SCOPED_TRACE(number);
+        fake_wait.sleeps.clear();
+        fake_wait.sent.clear();
+        endAtSleep(number);
+        EXPECT_THAT(run(1, -1, 2), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
+        EXPECT_EQ(fake_wait.sleeps.size(), number);
+        const pid_t group = fake_wait.sent.front().first;
+        // The second one is for what the tool may have left of its group.
+        EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL)));
+    }
+}
+
+TEST_F(IGCmnProcessWait, ReportsASleepThatFailsAndLeavesNothingRunning) {
+    for (const auto& [error, text] : std::vector<std::pair<int, std::string>>{
+             {EINVAL, "Invalid argument"}, {EBADF, "Bad file descriptor"}, {EINTR, ""}}) {
+        SCOPED_TRACE(error);
+        crnt_child.stop_failure = 0;
+        fake_wait.sleeps.clear();
+        fake_wait.sent.clear();
+        fake_wait.select_error = error;
+        // The pauses of the clean-up fail as well: it ends with what a real one would have found.
+        fake_wait.on_sleep = [] {
+            if (!fake_wait.sent.empty()) {
+                endChild(-fake_wait.sent.front().first);
+            }
+        };
+        Capture errors(stderr);
+        EXPECT_THAT(run(5), ElementsAre(EXEC_NONZERO, 0, SIGKILL));
+        ASSERT_EQ(fake_wait.sent.size(), 1U);
+        const pid_t pid = -fake_wait.sent.front().first;
+        EXPECT_EQ(fake_wait.sent.front().second, SIGKILL);
+        EXPECT_EQ(takeLog(), error == EINTR ? "" : failed("select", error, text, pid));
+        EXPECT_EQ(crnt_child.stop_failure, error == EINTR ? 0 : 1);
+        EXPECT_EQ(::waitpid(pid, nullptr, 0), -1);
+    }
+}
+
+TEST_F(IGCmnProcessWait, ReportsASignalThatCannotBeSent) {
+    fake_wait.lost = {SIGTERM};
+    fake_wait.kill_error = EPERM;
+    fake_wait.on_sleep = [] {
+        if (fake_wait.sent.size() == 2) {
+            endChild(-fake_wait.sent.front().first);
+        }
+    };
+    Capture errors(stderr);
+    EXPECT_THAT(run(1, -1, 1), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
+    EXPECT_EQ(takeLog(), TIMED_OUT + failed("kill", EPERM, "Operation not permitted",
+                                            -fake_wait.sent.front().first));
+    EXPECT_EQ(crnt_child.stop_failure, 1);
+}
+
+TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+    fake_wait.lost = {SIGTERM, SIGKILL};
+    fake_wait.kill_error = ESRCH;
+    EXPECT_THAT(run(1, -1, 1), ElementsAre(EXEC_TIMEOUT, 0, 0));
+    endSurvivor();
+    EXPECT_EQ(fake_wait.sleeps.size(), 10U + 2U + 5U);
+    EXPECT_EQ(takeLog(), TIMED_OUT);
+    EXPECT_EQ(crnt_child.stop_failure, 0);
+}
+
+// --- the handler's wait ---
+
+class IGMainSignalWait : public IGCmnProcessWait {
+  protected:
+    void SetUp() override {
+        IGCmnProcessWait::SetUp();
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::setpgid(0, 0);
+            for (;;) {
+                ::pause();
+            }
+        }
+        ::setpgid(pid_, pid_);
+        crnt_child.pid = pid_;
+    }
+    void TearDown() override {
+        reallyKill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+        crnt_child.pid = 0;
+        IGCmnProcessWait::TearDown();
+    }
+
+    static void stop() {
+        fake_wait.active = true;
+        IgCmnProcStopOnInterrupt();
+        fake_wait.active = false;
+    }
+
+    static Sleeps grace() {
+        Sleeps sleeps;
+        add(sleeps, 5, 200000);
+        add(sleeps, 3, HALF);
+        return sleeps;
+    }
+
+    pid_t pid_ = 0;
+};
+
+TEST_F(IGMainSignalWait, GivesAToolTwoAndAHalfSecondsBeforeItIsKilled) {
+    fake_wait.lost = {SIGTERM};
+    stop();
+    EXPECT_EQ(fake_wait.sleeps, grace());
+    EXPECT_EQ(sum(fake_wait.sleeps), 5 * HALF);
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(-pid_, SIGTERM), Pair(-pid_, SIGKILL)));
+    EXPECT_EQ(crnt_child.reaped, 1);
+    EXPECT_EQ(crnt_child.reaped_status, SIGKILL);
+    EXPECT_EQ(crnt_child.failed_call.load(), nullptr);
+}
+
+TEST_F(IGMainSignalWait, StopsTheArchiversProgramsAlone) {
+    fake_wait.lost = {SIGTERM};
+    IgMainSetRetCode(RETCODE_ARCHIVE);
+    stop();
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(pid_, SIGTERM), Pair(pid_, SIGKILL)));
+}
+
+TEST_F(IGMainSignalWait, EndsWithTheTool) {
+    fake_wait.lost = {SIGTERM};
+    endAtSleep(7);
+    stop();
+    EXPECT_EQ(fake_wait.sleeps.size(), 7U);
+    EXPECT_EQ(crnt_child.reaped, 1);
+}
+
+TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
+    for (const int number : {SIGTERM, SIGKILL}) {
+        SCOPED_TRACE(number);
+        fake_wait = FakeWait{};
+        fake_wait.lost = {SIGTERM, SIGKILL};
+        crnt_child.failed_call = nullptr;
+        if (number == SIGTERM) {
+            fake_wait.kill_error = EPERM;
+        } else {
+            fake_wait.on_sleep = [] { fake_wait.kill_error = EPERM; };  // the first one still went
+        }
+        stop();
+        EXPECT_STREQ(crnt_child.failed_call, "kill");
+        EXPECT_EQ(crnt_child.failed_error, EPERM);
+        EXPECT_EQ(crnt_child.failed_pid, pid_);
+        EXPECT_EQ(fake_wait.sleeps, number == SIGTERM ? Sleeps{} : grace());
+        EXPECT_EQ(fake_wait.sent.back(), std::pair(-pid_, number));
+        EXPECT_EQ(crnt_child.reaped, 0);
+        EXPECT_EQ(takeLog(), "");
+    }
+}
+
+TEST_F(IGMainSignalWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+    fake_wait.lost = {SIGTERM};
+    fake_wait.kill_error = ESRCH;
+    stop();
+    EXPECT_EQ(fake_wait.sleeps, grace());
+    EXPECT_EQ(crnt_child.reaped, 1);
+    EXPECT_EQ(crnt_child.failed_call.load(), nullptr);
+}
+
+}  // namespace
