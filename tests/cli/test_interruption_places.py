@@ -1,5 +1,7 @@
-"""Runs that SIGINT or SIGTERM meets between any two system calls: nothing is left behind, nothing is
-told twice, and what is told is what there is."""
+"""Runs that SIGINT or SIGTERM meets between any two system calls.
+
+Nothing is left behind, nothing is told twice, and what is told is what there is.
+"""
 
 from __future__ import annotations
 
@@ -17,8 +19,8 @@ pytestmark = pytest.mark.plain_binary  # an instrumented program makes many more
 BOTH = [signal.SIGINT, signal.SIGTERM]
 
 # The segments of a run that makes its archive: what it has started or reaped last.
-(STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED, REMOVAL,
- REMOVAL_REAPED, GZIP, GZIP_REAPED) = range(13)
+(STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED,
+ REMOVAL, REMOVAL_REAPED, GZIP, GZIP_REAPED) = range(13)
 
 #: What lies at least around a child that is started without a shell, and waited for.
 AROUND_A_CHILD = {

@@ -163,6 +163,14 @@ static bool makes_child(unsigned long call) {
     return call == SYS_clone || call == SYS_clone3;
 }
 
+/* ptrace(2); false when SIGKILL, which waits for nobody, has ended the program meanwhile. */
+static bool trace(enum __ptrace_request request, pid_t process, void* address, void* data) {
+    const bool done = ptrace(request, process, address, data) != -1;
+    if (!done && errno != ESRCH)
+        fail("ptrace");
+    return done;
+}
+
 /* ---- Stops ---------------------------------------------------------------------------------- */
 
 static void send_signal(const struct order* order) {
@@ -198,7 +206,8 @@ static bool repeated;
 
 static void take_syscall_stop(void) {
     struct __ptrace_syscall_info info;
-    checked(ptrace(PTRACE_GET_SYSCALL_INFO, program, sizeof info, &info), "ptrace");
+    if (!trace(PTRACE_GET_SYSCALL_INFO, program, (void*)sizeof info, &info))
+        return;
     const bool before = info.op == PTRACE_SYSCALL_INFO_ENTRY;
     if (before) {
         call = info.entry.nr;
@@ -221,9 +230,10 @@ static void take_syscall_stop(void) {
 static void take_new_child(void) {
     static long children;
     unsigned long child = 0;
-    checked(ptrace(PTRACE_GETEVENTMSG, program, NULL, &child), "ptrace");
+    if (!trace(PTRACE_GETEVENTMSG, program, NULL, &child))
+        return;
     checked(waitpid((pid_t)child, NULL, __WALL), "waitpid");
-    checked(ptrace(PTRACE_DETACH, (pid_t)child, NULL, NULL), "ptrace");
+    trace(PTRACE_DETACH, (pid_t)child, NULL, NULL);
     children++;
     if (watching == CHILDREN && children == (orders[0].segment + 1) / 2) {
         watching = CALLS;
@@ -258,7 +268,7 @@ static int follow(void) {
         if (order_count > 0 && orders_done == order_count)
             watching = CHILDREN; /* only to let them go */
         const int request = watching == CALLS ? PTRACE_SYSCALL : PTRACE_CONT;
-        checked(ptrace(request, program, NULL, (long)pass_on), "ptrace");
+        trace(request, program, NULL, (void*)(long)pass_on);
         int status = 0;
         checked(waitpid(program, &status, 0), "waitpid");
         if (!WIFSTOPPED(status))
@@ -280,7 +290,7 @@ static void start(char** words) {
     checked(waitpid(program, &status, 0), "waitpid");
     const long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC | PTRACE_O_TRACEFORK |
                          PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL;
-    checked(ptrace(PTRACE_SETOPTIONS, program, NULL, options), "ptrace");
+    trace(PTRACE_SETOPTIONS, program, NULL, (void*)options);
 }
 
 int main(int argc, char** argv) {

@@ -65,7 +65,8 @@ class Interrupted:
         helper = machine.behave_source.with_name("interrupter")
         machine.install(helper, PROGRAM)
         for name in ("quendil.log", "quendil_old.log"):
-            machine.file(f"{LOG_DIRECTORY}/{name}")  # later runs find them and make a few more calls
+            # Every later run finds them, and makes a few more calls.
+            machine.file(f"{LOG_DIRECTORY}/{name}")
         machine.file(SOURCE, "12345")
         machine.pattern("10_demo", pattern_text.pattern(
             pattern_text.data(SOURCE),

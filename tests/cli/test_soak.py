@@ -1,0 +1,23 @@
+"""Runs that are killed at random, one after the other: the next one always works.
+
+QUENDIL_SOAK_RUNS and QUENDIL_SOAK_SEED say how many and which; tests/soak/run sets them.
+"""
+
+from __future__ import annotations
+
+import os
+
+import pytest
+from support.machine import Machine
+from support.soaking import Soak
+
+RUNS = int(os.environ.get("QUENDIL_SOAK_RUNS", "10"))
+SEED = int(os.environ.get("QUENDIL_SOAK_SEED", "1"))
+
+
+@pytest.mark.plain_binary
+def test_whatever_kills_a_run_the_next_one_works(machine: Machine):
+    soak = Soak(machine, SEED)
+    for _ in range(RUNS):
+        soak.step()
+    print(f"\nseed {SEED}: {soak}")
