@@ -169,3 +169,29 @@ def test_a_head_that_is_too_long_for_the_disk_is_told_as_a_failed_write(machine:
     assert run.stderr == expect.system_error("fprintf", 28, index) + expect.LOOK_AT_LOG
     assert expect.system_error("fprintf", 28, index, "IGMain") in (run.log or "")
     assert machine.outputs() == ["filler"]
+
+
+@pytest.mark.parametrize("cleanup", ["ON", "OFF"])
+def test_a_disk_that_is_full_in_the_midst_of_a_record_ends_the_run(machine: Machine, cleanup: str):
+    machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
+    machine.small_tmpfs(DATA_DIRECTORY, 200_000)
+    # Names take no room there, but there is none for a record with all of them.
+    fill = machine.file("/opt/fill", "#!/bin/sh\n"
+                        "mkdir $1/own && touch $(seq -f $1/own/%0200.0f 40)\n"
+                        f"head -c 1000000 /dev/zero > {DATA_DIRECTORY}/filler 2> /opt/told\n",
+                        0o755)
+    run = collect(machine, pattern_text.data(machine.file("/opt/first", "x"), "kept"),
+                  pattern_text.tool(f"{fill} %d%"), pattern_text.data("%d%/own/*"),
+                  pattern_text.tool(machine.tool(behave.write("/opt/never", ""))))
+    path = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
+    told = [expect.system_error(call, 28, path, unit, warning=True)
+            for call, unit in (("fprintf", "IGIndex"), ("fflush", "IGCmnFile"))]
+    assert run.status == 255
+    assert run.log is not None and sum(text in run.log for text in told) == 1
+    assert run.log.count("error code = 28") == 1
+    assert not machine.exists("/opt/never")
+    machine.remove(f"{DATA_DIRECTORY}/filler")
+    assert machine.outputs() == ([] if cleanup == "ON" else [expect.OUTPUT_NAME])
+    if cleanup == "OFF":
+        record = expect.index_record("opt/first", descriptions=["kept"])
+        assert run.index.startswith(HEAD + record)

@@ -185,3 +185,48 @@ def test_the_limit_holds_for_the_sum_of_a_whole_tree(machine: Machine):
     log.raw("ZEPA210-I:Total data size: 900 bytes.\n").ended("collecting")
     assert run.log == log.complete().text
     assert run.stderr == OVER
+
+
+# ---- Large numbers ------------------------------------------------------------------------------
+
+GIB = 1 << 30
+
+
+def sparse(machine: Machine, name: str, size: int) -> str:
+    """A file of that size that takes no room."""
+    path = machine.file(f"/opt/data/{name}")
+    os.truncate(machine.path(path), size)
+    return path
+
+
+@pytest.mark.parametrize("limit, file_sizes, taken", [
+    (6 * GIB // 512, [3 * GIB, 3 * GIB, 1, 0], [True, True, False, True]),
+    (6 * GIB // 512, [3 * GIB, 3 * GIB + 1, 3 * GIB], [True, False, True]),
+    (2147483647, [2147483647 * 512, 1], [True, False]),
+    (2147483647, [2147483647 * 512 + 1], [False]),
+    (-1, [1 << 62, (1 << 62) - 1], [True, True]),
+], ids=["beyond 4 GiB", "one byte over", "the largest limit", "over it", "without a limit"])
+def test_sums_are_right_however_large(machine: Machine, limit: int, file_sizes: list[int],
+                                      taken: list[bool]):
+    machine.replace("/bin/tar", behave.exit(1))  # nobody need pack all that
+    log = limited(machine, limit)
+    paths = [sparse(machine, str(number), size) for number, size in enumerate(file_sizes)]
+    run = collect(machine, *map(pattern_text.data, paths))
+    total = 0
+    for path, size, fits in zip(paths, file_sizes, taken):
+        total += size if fits else 0
+        log.data({path: size} if fits else {}, total, "" if fits else too_large(path, size))
+    assert run.status == 20
+    assert run.log is not None and run.log.startswith(log.text)
+    assert OVER in run.stderr or all(taken)
+    assert [path[1:] in run.directory for path in paths] == taken
+
+
+def test_files_are_counted_one_by_one_until_the_sum_is_reached_exactly(machine: Machine):
+    log = limited(machine, 1)
+    paths = data_files(machine, 511, 2, 1, 1, 0)
+    run = collect(machine, *map(pattern_text.data, paths))
+    log.data({paths[0]: 511}, 511).data({}, 511, too_large(paths[1], 2))
+    log.data({paths[2]: 1}, 512).data({}, 512, too_large(paths[3], 1)).data({paths[4]: 0}, 512)
+    assert run.log == log.complete().text
+    assert run.stderr == OVER

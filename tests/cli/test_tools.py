@@ -267,6 +267,24 @@ def test_directories_of_the_output_that_cannot_be_made_keep_the_tool_from_runnin
     assert not machine.exists("/opt/ran")
 
 
+@pytest.mark.parametrize("name, call, subject, unit", [
+    ("new", "open", "/opt/fixed/new", "IGCmnProcess"),
+    ("there", "open", "/opt/fixed/there", "IGCmnProcess"),
+    ("below/new", "mkdir", "/opt/fixed/below", "IGCmnFile"),
+])
+def test_a_read_only_place_takes_no_output_and_keeps_what_it_has(machine: Machine, name: str,
+                                                                call: str, subject: str,
+                                                                unit: str):
+    machine.file("/opt/fixed/there", "kept")
+    machine.read_only("/opt/fixed")
+    tool = machine.tool(behave.write("/opt/ran", ""))
+    run = collect(machine, pattern_text.tool(tool, redirect=f"/opt/fixed/{name}"))
+    within = expect.system_error(call, 30, subject, unit, warning=True)
+    assert run.log == started_log().tool(tool, 255, 0, within=within).complete().text
+    assert run.status == 0 and not machine.exists("/opt/ran")
+    assert machine.list("/opt/fixed") == ["there"] and machine.read("/opt/fixed/there") == "kept"
+
+
 def test_error_output_that_cannot_be_opened_keeps_every_program_from_running(machine: Machine):
     machine.file(f"{STDERR_LOG}/file")
     tool = machine.tool(behave.write("/opt/ran", ""))

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <chrono>
 
 #include "../../support/child_fixture.h"
@@ -103,6 +104,7 @@ TEST_F(IGCmnProcess, ClassifiesHowTheChildEnded) {
     const std::vector<std::pair<Words, Outcome>> cases = {
         {{"exit", "0"}, {EXEC_OK, 0, 0}},
         {{"exit", "1"}, {EXEC_NONZERO, 1, 1 << 8}},
+        {{"exit", "3"}, {EXEC_NONZERO, 3, 3 << 8}},
         {{"exit", "127"}, {EXEC_NONZERO, 127, 127 << 8}},
         {{"exit", "254"}, {EXEC_NONZERO, 254, 254 << 8}},
         {{"exit", "255"}, {EXEC_NONZERO, 255, 255 << 8}},
@@ -263,6 +265,24 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
 
     EXPECT_EQ(execute(script + "/x", {}, request).result, EXEC_FAILED);
     EXPECT_EQ(takeLog(), message(20, "Not a directory"));
+
+    const std::string loop = path("loop");
+    std::filesystem::create_symlink(loop, loop);
+    EXPECT_EQ(execute(loop, {}, request).result, EXEC_FAILED);
+    EXPECT_EQ(takeLog(), message(40, "Too many levels of symbolic links"));
+
+    EXPECT_EQ(execute(path(std::string(256, 'x')), {}, request).result, EXEC_FAILED);
+    EXPECT_EQ(takeLog(), message(36, "File name too long"));
+
+    EXPECT_EQ(execute(BEHAVE, {std::string(1 << 20, 'x')}, request).result, EXEC_FAILED);
+    EXPECT_EQ(takeLog(), message(7, "Argument list too long"));
+
+    // What is missing is not always the file itself.
+    writeText(script, "#!/no/such/interpreter\n");
+    EXPECT_EQ(execute(script, {}, request).result, EXEC_FAILED);
+    EXPECT_EQ(takeLog(), "ZEPA125-W:An information collecting tool(" + script +
+                             ") that collects system information does not exist.\n");
+    EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 // --- what the child inherits
@@ -389,6 +409,57 @@ TEST_F(IGCmnProcess, KeepsTheArchiversOutputsApart) {
         EXPECT_EQ(readText(out), "one\n");
         EXPECT_EQ(readText(err), "two\n");
     }
+    expectOwnDescriptors();
+}
+
+TEST_F(IGCmnProcess, SendsBothOutputsWhereTheRequestAndThePhaseSay) {
+    // The paths of a request, and what then is in the output file, the error file, our own output
+    // and our own error output. "-" is no path, "0" the null device; "x" stands for no file.
+    struct Case {
+        const char* stdout_path;
+        const char* stderr_path;
+        std::array<const char*, 4> collecting;
+        std::array<const char*, 4> archiving;
+    };
+    const std::vector<Case> cases = {
+        {"-", "-", {"x", "x", "O", "E"}, {"x", "x", "O", "E"}},
+        {"-", "f", {"x", "E", "O", ""}, {"x", "E", "O", ""}},
+        {"-", "0", {"x", "x", "O", ""}, {"x", "x", "O", ""}},
+        {"f", "-", {"O", "x", "", "E"}, {"O", "x", "", "E"}},
+        {"f", "f", {"OE", "x", "", ""}, {"O", "E", "", ""}},
+        {"f", "0", {"OE", "x", "", ""}, {"O", "x", "", ""}},
+        {"0", "-", {"x", "x", "", "E"}, {"x", "x", "", "E"}},
+        {"0", "f", {"x", "x", "", ""}, {"x", "E", "", ""}},
+        {"0", "0", {"x", "x", "", ""}, {"x", "x", "", ""}},
+    };
+    const std::string out = path("out");
+    const std::string err = path("err");
+    const auto chosen = [](const std::string& word, const std::string& file) {
+        return word == "-" ? nullptr : word == "0" ? "/dev/null" : file.c_str();
+    };
+    for (const Case& one : cases) {
+        for (const int code :
+             {RETCODE_FAILED, RETCODE_COMPRESSED, RETCODE_ARCHIVE, RETCODE_DIRECTORY}) {
+            SCOPED_TRACE(std::string(one.stdout_path) + one.stderr_path + std::to_string(code));
+            IgMainSetRetCode(code);
+            const bool archiving = code == RETCODE_ARCHIVE || code == RETCODE_DIRECTORY;
+            exec_req request;
+            request.stdout_path = chosen(one.stdout_path, out);
+            request.stderr_path = chosen(one.stderr_path, err);
+            Capture output(stdout);
+            Capture errors(stderr);
+            EXPECT_EQ(behave({"out", "O", "err", "E"}, request).result, EXEC_OK);
+            const auto content = [](const std::string& file) {
+                return std::filesystem::exists(file) ? readText(file) : "x";
+            };
+            const std::string own_errors = errors.take();
+            EXPECT_THAT((std::array{content(out), content(err), output.take(), own_errors}),
+                        ::testing::ElementsAreArray(archiving ? one.archiving : one.collecting));
+            std::filesystem::remove(out);
+            std::filesystem::remove(err);
+        }
+    }
+    EXPECT_EQ(takeLog(), "");
     expectOwnDescriptors();
 }
 
