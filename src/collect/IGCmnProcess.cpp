@@ -146,6 +146,13 @@ pid_t reap(proc_ctl& ctl) {
     return result;
 }
 
+// Signals the child or, with a negative number, its group, unless the handler has reaped the child:
+// the number would then not be its own any more. 0 or the error.
+int signalChild(pid_t target, int signo) {
+    const InterruptionBlock block;  // it must not be reaped between the look and the signal
+    return crnt_child.reaped == 0 && ::kill(target, signo) == -1 ? errno : 0;
+}
+
 // How a wait stands.
 enum class Wait {
     RUNNING,
@@ -223,7 +230,7 @@ class TimedWait {
     }
 
     void send(int signo) {
-        const int error = ::kill(-ctl_.pid, signo) == -1 ? errno : 0;
+        const int error = signalChild(-ctl_.pid, signo);
         isOver("kill", error);
     }
 
@@ -265,7 +272,7 @@ void waitWithoutLimit(proc_ctl& ctl) {
 // A wait that failed leaves the child running: nothing of it stays. The archiver's programs have no
 // group of their own; one that went on would change the result behind our back.
 void endChild(proc_ctl& ctl) {
-    ::kill(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
+    signalChild(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
     pid_t reaped = reap(ctl);
     for (int round = 0; round < KILL_ROUNDS && reaped == 0; ++round) {
         struct timeval pause = {0, 100000};

@@ -46,10 +46,12 @@ def quick(machine: Machine, timeout: int = 10, milliseconds: int = 40) -> Interr
 
 
 def places_up_to_the_wait(machine: Machine, timeout: int) -> list[Stop]:
-    """All places from the start of a tool to the first call that waits for it."""
-    stops = every(quick(machine, timeout, 1000).survey(), TOOL)
+    """All places from shortly before a tool's start to the first call that waits for it."""
+    stops = quick(machine, timeout, 1000).survey()
+    started = every(stops, TOOL)
     wait = "select" if timeout else "waitid"
-    return stops[:1 + [(stop.place, stop.call) for stop in stops].index(("before", wait))]
+    last = [(stop.place, stop.call) for stop in started].index(("before", wait))
+    return [*every(stops, STARTED, -20), *started[:last + 1]]
 
 
 # ---- Around every program that is started -------------------------------------------------------

@@ -25,6 +25,7 @@ struct FakeWait {
     int select_error = 0;                     // of every sleep
     int kill_error = 0;                       // of every signal that is lost
     std::function<void()> on_sleep;
+    std::function<void()> on_signal;  // once, before the next signal is sent and noted
 };
 inline FakeWait fake_wait;
 
@@ -54,6 +55,9 @@ extern "C" int kill(pid_t pid, int signo) noexcept {
     if (!fake_wait.active) {
         return reallyKill(pid, signo);
     }
+    if (fake_wait.on_signal) {
+        std::exchange(fake_wait.on_signal, nullptr)();
+    }
     fake_wait.sent.emplace_back(pid, signo);
     if (fake_wait.lost.contains(signo)) {
         errno = fake_wait.kill_error;
@@ -62,11 +66,16 @@ extern "C" int kill(pid_t pid, int signo) noexcept {
     return reallyKill(pid, signo);
 }
 
-/// Kills a child of this process and returns when it has ended, before anybody has reaped it.
-inline void endChild(pid_t pid) {
-    reallyKill(pid, SIGKILL);
+/// Returns when a child of this process has ended, and leaves it to be reaped.
+inline void awaitChild(pid_t pid) {
     siginfo_t info = {};
     ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+}
+
+/// Kills a child of this process; it is then still to be reaped.
+inline void endChild(pid_t pid) {
+    reallyKill(pid, SIGKILL);
+    awaitChild(pid);
 }
 
 #endif

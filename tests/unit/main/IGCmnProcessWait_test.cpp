@@ -212,6 +212,56 @@ TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
     EXPECT_EQ(crnt_child.stop_failure, 0);
 }
 
+// The signal handler for a scope.
+class HandlerInstalled {
+  public:
+    HandlerInstalled() {
+        ::signal(SIGINT, signalHandler);
+        ::signal(SIGTERM, signalHandler);
+    }
+    ~HandlerInstalled() {
+        ::signal(SIGINT, SIG_DFL);
+        ::signal(SIGTERM, SIG_DFL);
+    }
+    HandlerInstalled(const HandlerInstalled&) = delete;
+    HandlerInstalled& operator=(const HandlerInstalled&) = delete;
+};
+
+TEST_F(IGCmnProcessWait, SendsNoSignalToAToolThatTheHandlerHasReaped) {
+    const HandlerInstalled handler;
+    // The handler comes at the last moment before the tool's own signal: it has to wait for that.
+    fake_wait.on_signal = [] { ::raise(SIGINT); };
+    fake_wait.on_sleep = [] {
+        if (run_state.interrupted != 0) {
+            awaitChild(crnt_child.pid);  // it has its SIGTERM, and time that stands still
+        }
+    };
+    EXPECT_THAT(run(1, SIGWINCH), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
+    const pid_t group = fake_wait.sent.front().first;
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGWINCH), Pair(group, SIGTERM),
+                                            Pair(group, SIGKILL)));  // the last for its group
+    EXPECT_EQ(takeLog(), TIMED_OUT);
+    EXPECT_EQ(crnt_child.stop_failure, 0);
+}
+
+TEST_F(IGCmnProcessWait, SendsNothingMoreAfterAWaitThatTheHandlerEnded) {
+    const HandlerInstalled handler;
+    fake_wait.select_error = EINVAL;
+    // The second sleep is the handler's.
+    fake_wait.on_sleep = [] {
+        if (fake_wait.sleeps.size() == 1) {
+            ::raise(SIGTERM);
+        } else {
+            awaitChild(crnt_child.pid);
+        }
+    };
+    EXPECT_THAT(run(5), ElementsAre(EXEC_NONZERO, 0, SIGTERM));
+    EXPECT_EQ(takeLog(), "");
+    EXPECT_EQ(crnt_child.stop_failure, 0);
+    const pid_t group = fake_wait.sent.front().first;
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL)));
+}
+
 // --- the handler's wait ---
 
 class IGMainSignalWait : public IGCmnProcessWait {
