@@ -100,9 +100,24 @@ void reportRemoval(int status, int error, const char* command) {
                  .subject = command});
 }
 
+// Opens a file by its name, provided that it still is the one that was looked at.
+int openSameFile(const char* path, const struct stat& looked_at, int flags) {
+    FdGuard fd(::open(path, flags));
+    struct stat st = {};
+    if (!fd || ::fstat(fd.get(), &st) != 0) {
+        return -1;
+    }
+    if (st.st_dev != looked_at.st_dev || st.st_ino != looked_at.st_ino) {
+        errno = ENOTSUP;
+        return -1;
+    }
+    return fd.release();
+}
+
 }  // namespace
 
 int IgCmnFileOpenForReading(const char* path) {
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const FdGuard looked_at(::open(path, O_PATH | O_CLOEXEC));
     struct stat st = {};
     if (!looked_at || ::fstat(looked_at.get(), &st) != 0) {
@@ -114,7 +129,9 @@ int IgCmnFileOpenForReading(const char* path) {
     }
     std::array<char, 32> same{};  // the very file that was looked at
     std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at.get());
-    return ::open(same.data(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int fd = ::open(same.data(), FLAGS);
+    // A machine in trouble may have no /proc.
+    return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, FLAGS);
 }
 
 std::FILE* IgCmnFileOpenStream(const char* path, const char* mode, int flags) {

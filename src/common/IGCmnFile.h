@@ -92,7 +92,8 @@ char* IgCmnFileGetCwd(char* buffer, std::size_t size);
 /// Opens a regular file for reading. Anything else is looked at but never opened, whatever takes
 /// the name meanwhile: opening could wait for ever, wake a device or become its terminal. The
 /// descriptor, close-on-exec, or -1 with errno set (ENOTSUP for what is no regular file); reports
-/// nothing.
+/// nothing. Without a mounted /proc the name has to be opened again: what has taken it since is
+/// refused, but only after it was opened.
 int IgCmnFileOpenForReading(const char* path);
 
 #endif
