@@ -280,8 +280,11 @@ Step bringEntry(Item& item, const FileEntry& entry) {
         return Step::INTERRUPTED;
     }
     if (IgCmnFileIsTaken(destination) != 0) {
-        // The first copy of a name stays. A directory may have been made for what lies below it.
-        const bool kept = !entry.is_directory || rememberDirectory(item, entry.path, destination);
+        // The first copy of a name stays. A directory may have been made for what lies below it;
+        // that of the root of all paths is our own and keeps its mode.
+        const bool ours = *relativeName(item, destination) == '\0';
+        const bool kept =
+            !entry.is_directory || ours || rememberDirectory(item, entry.path, destination);
         return kept ? Step::NEXT : Step::FAILED;
     }
     return entry.is_directory ? bringDirectory(item, entry, shown, destination)

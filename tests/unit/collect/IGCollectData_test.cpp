@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -167,6 +168,36 @@ TEST_F(IGCollectData, GivesTheDirectoriesAboveTheFirstEntryTheAttributesOfTheirS
     struct stat st = {};
     ASSERT_EQ(::stat((data_dir_ + "/tmp").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 01777U);  // as /tmp itself, the first level below the root
+}
+
+// As process 1 of a small world would find it: its root is a directory of ours.
+TEST_F(IGCollectData, LeavesTheOutputClosedToOthersWhateverTheRootOfAllPathsIsLike) {
+    const std::string world = path("world");
+    fs::create_directories(world + "/data/output");
+    writeText(world + "/file", "x");
+    ASSERT_EQ(::chmod(world.c_str(), 0755), 0);
+    ASSERT_EQ(::chmod((world + "/data/output").c_str(), 0700), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        char base[] = "/data";
+        char name[] = "output";
+        char directory[] = "/data/output";
+        char root[] = "/";
+        root_->output_dir = base;
+        root_->output_name = name;
+        root_->output_file = name;
+        root_->d = directory;
+        block_.path_name = root;
+        const bool entered = ::chroot(world.c_str()) == 0 && ::chdir("/") == 0;
+        const bool collected = entered && IgCollectData(pool(), root_, &block_) == 0;
+        struct stat st = {};
+        const bool closed = ::stat(directory, &st) == 0 && (st.st_mode & 07777) == 0700;
+        ::_exit(!collected ? 1 : !closed ? 2 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(takeLog(), ::testing::HasSubstr(copied("/file", 1)));
 }
 
 TEST_F(IGCollectData, TakesAWildcardInTheLastComponent) {
