@@ -131,6 +131,38 @@ def test_an_archiver_that_the_interrupting_signal_kills_leaves_what_was_there(
     check_whole(run.directory if status == 20 else run.archive)
 
 
+# ---- A tar that complains, and what follows -----------------------------------------------------
+
+
+def test_a_tar_that_complained_and_a_compressed_file_in_the_way_leave_the_tar_file(
+        machine: Machine):
+    machine.replace("/bin/tar", behave.run("/opt/real/tar"),
+                    behave.write("/opt/name.tar.gz", "his"), exit(1))
+    run = collect_one(machine, "-o", "/opt/name")
+    there = "ZEPA109-E:The specified file(/opt/name.tar.gz) already exists.\n"
+    assert run.status == 10 and run.stderr == there + NOT_COMPRESSED + USE_AS_IS
+    assert run.result == "/opt/name.tar" and machine.read("/opt/name.tar.gz") == "his"
+    check_whole(run.archive)
+
+
+def test_a_tar_that_complained_and_an_interruption_leave_the_tar_file(machine: Machine):
+    machine.replace("/bin/tar", behave.run("/opt/real/tar"), exit(1))
+    machine.replace("/bin/rm", behave.run("/opt/real/rm"), behave.exit(130))  # as SIGINT has it
+    run = collect_one(machine)
+    message = "ZEPA136-E:quendil was interrupted. signal no = 2.\n"
+    assert run.status == 10 and run.stderr == message + NOT_COMPRESSED + USE_AS_IS
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+    check_whole(run.archive)
+
+
+def test_a_gzip_that_says_nothing_and_leaves_nothing_is_told_of(machine: Machine):
+    machine.replace("/bin/gzip", behave.gzconsume())
+    run = collect_one(machine)
+    # The data is lost, by a program that removes what it was given: then that must be told.
+    assert run.status == 10 and run.stderr.startswith(NOT_PACKED)
+    assert machine.outputs() == [] and " = " not in run.stdout.rpartition("\r")[2]
+
+
 # ---- Full disks ---------------------------------------------------------------------------------
 
 
