@@ -3,9 +3,11 @@
 #include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 
@@ -692,6 +694,26 @@ TEST_F(IGCmnProcess, DoesNotWaitForWhatAFinishedToolHasLeftBehind) {
         EXPECT_EQ(::kill(pid, SIGKILL), 0);  // it is the tool's own business, and still there
         std::filesystem::remove(left);
     }
+}
+
+TEST_F(IGCmnProcess, WaitsAlsoWhereItsDescriptorsAreTooManyForASelect) {
+    struct rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const struct rlimit wide = {4 * FD_SETSIZE, std::max<rlim_t>(before.rlim_max, 4 * FD_SETSIZE)};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &wide), 0);
+    std::vector<int> taken;
+    while (taken.empty() || taken.back() < FD_SETSIZE) {
+        taken.push_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        ASSERT_NE(taken.back(), -1);
+    }
+    exec_req request;
+    request.timeout = 30;
+    EXPECT_EQ(behave({"nap", "1", "exit", "7"}, request), (Outcome{EXEC_NONZERO, 7, 7 << 8}));
+    for (const int fd : taken) {
+        ::close(fd);
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(takeLog(), "");
 }
 
 TEST_F(IGCmnProcess, ReportsAWaitThatFails) {
