@@ -406,6 +406,23 @@ def test_tools_that_could_not_be_stopped_are_told_of_after_a_failure_too(machine
                             + expect.LOOK_AT_LOG + STILL_THERE + expect.LOOK_AT_LOG)
 
 
+@pytest.mark.parametrize("timeout", [0, 10])
+def test_signals_that_mean_nothing_to_the_program_end_no_wait(machine: Machine, timeout: int):
+    tool = machine.tool(ready("/opt/ready"), behave.wait_for("/opt/go"), exit(3))
+    run = begin(machine, pattern_text.tool(tool, timeout=timeout))
+    run.wait_for("/opt/ready")
+    for number in (signal.SIGWINCH, signal.SIGCHLD, signal.SIGURG, signal.SIGPIPE, signal.SIGTSTP,
+                   signal.SIGCONT, signal.SIGSTOP):
+        machine.cell.kill(run.pid, number)
+    machine.wait_for(lambda: any(entry.pid == run.pid and entry.state == "T"
+                                 for entry in machine.processes()))
+    machine.cell.kill(run.pid, signal.SIGCONT)
+    machine.file("/opt/go")
+    ended = run.finish()
+    assert ended.status == 0
+    assert ended.log == started_log().tool(tool, 3, timeout=timeout).complete().text
+
+
 def test_output_of_a_tool_that_overran_is_kept(machine: Machine):
     tool = machine.tool(out("so far\n"), forever())
     run = collect(machine, pattern_text.tool(tool, redirect="%d%/part", timeout=1))
