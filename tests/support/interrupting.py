@@ -13,7 +13,7 @@ from . import expect, pattern_text
 from .collecting import GROUP, complete_output, started_log
 from .machine import DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
 from .run import Run, wait_until
-from .tree import Tree, read_archive, read_directory
+from .tree import Tree
 
 PROGRAM = "/opt/interrupter"
 REPORT = "/tmp/interrupted"
