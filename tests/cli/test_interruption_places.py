@@ -40,8 +40,8 @@ def interrupt_at(runs: Interrupted, stops: Iterable[Stop], number: int) -> set[t
     return met
 
 
-def quick(machine: Machine, timeout: int = 10, milliseconds: int = 40) -> Interrupted:
-    """Runs whose tool ends by itself, but not before it is waited for."""
+def quick(machine: Machine, timeout: int = 10, milliseconds: int = 10) -> Interrupted:
+    """Runs whose tool ends by itself, so soon."""
     return Interrupted(machine, machine.tool(behave.out("x"), behave.nap(milliseconds)), timeout)
 
 
@@ -61,7 +61,7 @@ def places_up_to_the_wait(machine: Machine, timeout: int) -> list[Stop]:
 @pytest.mark.parametrize("number", BOTH)
 def test_an_interruption_around_a_tool_leaves_nothing_of_it(machine: Machine, number: int,
                                                             timeout: int):
-    runs = quick(machine, timeout)
+    runs = quick(machine, timeout, 300)  # long enough for the program to come to its wait
     stops = runs.survey()
     wait = "select" if timeout else "waitid"
     met = interrupt_at(runs, [*every(stops, STARTED, -40), *every(stops, TOOL)], number)

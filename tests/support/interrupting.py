@@ -95,7 +95,7 @@ class Interrupted:
             if "ZEPA136-E" not in run.stderr:
                 assert run.log == self._complete_log(), told
                 assert run.stdout == complete_output(2), told
-        wait_until(lambda: not self._machine.processes(), 2.0, f"the end of all processes; {told}")
+        wait_until(lambda: not self._machine.processes(), 10.0, f"the end of all processes; {told}")
         self._clear()
         return stops
 
@@ -103,7 +103,7 @@ class Interrupted:
         words = (word for order in orders for word in order.words())
         run = self._machine.start(REPORT, *words, "--", QUENDIL, *GROUP, program=PROGRAM)
         run.sent.update(order.number for order in orders)
-        ended = run.finish(20)
+        ended = run.finish(40)
         return ended, list(_read_stops(self._machine.read(REPORT)))
 
     def _complete_log(self) -> str:

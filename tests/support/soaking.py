@@ -129,7 +129,7 @@ class Soak:
 
     def _check_nothing_left(self, told: str) -> None:
         """No process, lock or mount."""
-        wait_until(lambda: not self._machine.processes(), 5.0, f"the end of all processes; {told}")
+        wait_until(lambda: not self._machine.processes(), 10.0, f"the end of all processes; {told}")
         for lock in LOCKS:
             assert self._machine.locks(lock) == (0, 0), told
         assert self._read_mounts() == self._mounts, told
