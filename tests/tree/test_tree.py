@@ -137,6 +137,7 @@ def test_shell_scripts_parse():
     scripts = tracked("scripts/*", ".ci/run", "packaging/deb/*", "packaging/rpm/*", "completions/*",
                       "tools/*", "tests/soak/run", "tests/measure_coverage",
                       "tests/support/private_machine")
+    scripts = [path for path in scripts if "python" not in path.read_text().partition("\n")[0]]
     assert len(scripts) > 8
     for script in scripts:
         run("bash", "-n", script)
