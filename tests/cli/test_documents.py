@@ -12,6 +12,7 @@ from support.run import Run
 
 ROOT = Path(__file__).resolve().parents[2]
 COOKBOOK = ROOT / "docs/pattern-cookbook.md"
+README = ROOT / "README.md"
 
 DEMO = pattern_text.pattern(pattern_text.data("/etc/os-release"))
 
@@ -37,7 +38,7 @@ def complete(example: str) -> str:
 def patterns() -> dict[str, str]:
     """Every example of a pattern file, by a name that tells where it stands."""
     found = {}
-    for path in (COOKBOOK, ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))):
+    for path in (COOKBOOK, README, *sorted((ROOT / "docs").glob("*.md"))):
         texts = [text for kind, text in fences(path)
                  if kind == "pattern" or kind == "" and text.startswith("FORMAT_VERSION")]
         found |= {f"{path.stem}_{number:02}": text for number, text in enumerate(texts)}
@@ -88,6 +89,7 @@ def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Mach
     assert run.status == 0
     archive = run.archive
     assert archive.read("db.conf") == b"user=shop\npassword=(masked)\n"
+    assert b"password=****" in archive.read("settings.txt")
     assert archive.read("busy.txt").splitlines()[0].split() == [b"PID", b"%CPU", b"COMMAND"]
     assert archive.read("df.txt").startswith(b"Filesystem ")
     assert "DESC:Settings of the database, without the password\n" in run.index
@@ -128,3 +130,26 @@ def test_an_example_of_a_configuration_file_is_read(machine: Machine, text: str)
     run = machine.run("-g", "demo")
     assert (run.status, run.stderr, initializing(run)) == (0, "", [])
     assert run.result.startswith("/opt/data/")
+
+
+def test_the_readme_begins_with_both_commands():
+    first_screen = (ROOT / "README.md").read_text().splitlines()[:24]
+    for name in ("run", "test"):
+        assert any(line.startswith(f"sudo scripts/{name} ") for line in first_screen)
+
+
+def test_the_pattern_of_the_readme_has_ten_lines_and_collects(machine: Machine):
+    text = next(text for _, text in fences(README) if text.startswith("FORMAT_VERSION"))
+    assert text.count("\n") == 10
+    machine.pattern("90_myproduct", text)
+    machine.file("/opt/log/myproduct/a.log", "seen\n")
+    machine.mount("-t", "overlay", "-o", "lowerdir=/opt/log:/var/log", "log", "/var/log")
+    run = machine.run("-g", "myproduct")
+    assert run.archive.read("myproduct/var/log/myproduct/a.log") == b"seen\n"
+
+
+def test_the_groups_and_targets_can_be_listed_as_the_readme_tells(machine: Machine):
+    command = next(text for _, text in fences(README) if "grep -hiE" in text)
+    listed = machine.exec(command.replace("sudo ", "")).stdout
+    assert {"PP_GROUP = linux", "PP_GROUP = network", "TARGET = network"} <= {
+        " ".join(line.split()) for line in listed.splitlines()}
