@@ -119,7 +119,7 @@ def test_the_whole_group_of_a_tool_is_gone(machine: Machine, leader: list[behave
     ended = run.finish()
     gone = {machine.read(f"/opt/{name}").strip() for name in ("ready", "child", "grandchild")}
     machine.wait_for(lambda: not gone & {str(entry.pid) for entry in machine.processes()},
-                     seconds=2, what="the end of the tool's processes")
+                     what="the end of the tool's processes")
     assert ended.status == 255 and ended.stderr.count("ZEPA136-E") == 1
 
 

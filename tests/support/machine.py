@@ -435,7 +435,7 @@ class Machine:
         """This test lets a run end in these ways too."""
         self._legal |= set(statuses)
 
-    def check(self, grace: float = 2.0) -> None:
+    def check(self, grace: float = 10.0) -> None:
         """What must be true after every test.
 
         `grace` is for processes that were killed a moment ago and may still be on their way out.
