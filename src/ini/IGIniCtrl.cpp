@@ -12,6 +12,7 @@
 #include "common/IGCmnProgress.h"
 #include "common/IGCmnStr.h"
 #include "common/IGCmnSystem.h"
+#include "common/IGRunState.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniReadCompDef.h"
@@ -175,6 +176,9 @@ int readPatterns(Ctrl& ctrl) {
         const int result = readPattern(ctrl, sorted[i], blocks);
         if (result == -1) {
             return -1;
+        }
+        if (IgMainIsInterrupted() != 0) {
+            return CTRL_INTERRUPTED;
         }
         failed += result == 0 ? 0 : 1;
     }

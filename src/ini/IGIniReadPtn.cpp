@@ -15,6 +15,7 @@
 #include "common/IGCmnPath.h"
 #include "common/IGCmnStr.h"
 #include "common/IGGuards.h"
+#include "common/IGRunState.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -568,6 +569,9 @@ Outcome atEnd(const Reader& reader) {
 Outcome readWords(Reader& reader, IgCmnFileHandle& file) {
     read_word word{};
     for (;;) {
+        if (IgMainIsInterrupted() != 0) {
+            return Outcome::REPORTED;
+        }
         switch (IgCmnFileWordRead(reader.root, &file, &word, reader.memoryp)) {
             case 0:
                 break;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <set>
 
 #include "../../support/run_fixture.h"
@@ -467,6 +468,17 @@ TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
             }
         }
     }
+}
+
+TEST_F(IGIniCtrl, ReadsNoFurtherPatternFileOnceTheRunIsInterrupted) {
+    writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 9.9\n");
+    pattern("b", "B", "g");
+    run_state.signal_no = SIGTERM;
+    run_state.interrupted = 1;
+    EXPECT_EQ(control({"-g", "g"}), CTRL_INTERRUPTED);
+    EXPECT_EQ(errors_, "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
+    EXPECT_EQ(root_->selected.count, 0U);
+    EXPECT_EQ(msg_state.mode, 0);
 }
 
 TEST_F(IGIniCtrl, ReadsTenThousandPatternFilesInByteOrder) {

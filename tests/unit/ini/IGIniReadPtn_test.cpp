@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <sstream>
 
 #include "../../support/run_fixture.h"
@@ -1273,6 +1274,13 @@ TEST_F(IGIniReadPtn, SkipsADirectory) {
     file_ = directory_.path();
     EXPECT_EQ(readFile(), PTN_SKIPPED);
     EXPECT_EQ(log_, trio("fgetwc", 21, "Is a directory", file_, "IGCmnFileWord"));
+}
+
+TEST_F(IGIniReadPtn, EndsWhenTheRunIsInterrupted) {
+    run_state.signal_no = SIGINT;
+    run_state.interrupted = 1;
+    const std::string told = "ZEPA136-E:quendil was interrupted. signal no = 2.\n";
+    EXPECT_EQ(read("a file that is no pattern at all\n"), told + "|" + told);
 }
 
 TEST_F(IGIniReadPtn, DoesNotWaitForTheOtherEndOfAPipe) {
