@@ -7,6 +7,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
+from mutation.rules import RULES
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
@@ -141,6 +142,17 @@ def test_shell_scripts_parse():
     assert len(scripts) > 8
     for script in scripts:
         run("bash", "-n", script)
+
+
+def test_every_rule_that_is_to_be_broken_stands_once_in_its_file():
+    unmatched = [rule.says for rule in RULES if (ROOT / rule.file).read_text().count(rule.code) != 1]
+    assert unmatched == []
+    for rule in RULES:
+        assert rule.broken != rule.code, rule.says
+        for test in rule.tests:
+            kind, name = test.split(":")[:2]
+            pattern = f"tests/unit/*/{name}.cpp" if kind == "unit" else f"tests/cli/{name}"
+            assert list(ROOT.glob(pattern)), test
 
 
 def test_nothing_generated_or_binary_is_kept():
