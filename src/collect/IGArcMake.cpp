@@ -266,10 +266,23 @@ int keepWhatIsThere(const Archive& archive, int result) {
     return result;
 }
 
+// gzip shortens a name that is too long for the file system, and nobody would find the result.
+bool isNameTooLong(const char* path) {
+    struct stat st = {};
+    if (::lstat(path, &st) == 0 || errno != ENAMETOOLONG) {
+        return false;
+    }
+    IgCmnSysErrPath("lstat", ENAMETOOLONG, path);
+    return true;
+}
+
 int compress(const Archive& archive) {
     const int as_packed = archive.tar_nonzero ? ARC_TAR_NONZERO : 0;
     if (alreadyExists(archive.gz) || IgMainIsInterrupted() != 0) {
         return as_packed;
+    }
+    if (isNameTooLong(archive.gz)) {
+        return ARC_NOT_COMPRESSED;
     }
     char program[] = "/bin/gzip";
     char* const argv[] = {program, archive.tar, nullptr};

@@ -275,6 +275,21 @@ def test_a_gzip_that_fails_is_told_of_under_the_chosen_name(machine: Machine):
     assert machine.outputs() == []
 
 
+@pytest.mark.parametrize("length, suffix", [(248, ".tar.gz"), (249, ".tar"), (251, ".tar")])
+def test_a_name_with_no_room_for_gz_stays_the_one_of_the_tar_file(machine: Machine, length: int,
+                                                                  suffix: str):
+    machine.file("/opt/data", "x")
+    base = machine.directory("/opt/out") + "/" + "n" * length
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", base))
+    compressed = suffix == ".tar.gz"
+    assert (run.status, run.result) == (0 if compressed else 10, base + suffix)
+    assert run.stderr == ("" if compressed else NOT_COMPRESSED + USE_AS_IS)
+    assert machine.list("/opt/out") == ["n" * length + suffix]
+    assert run.archive.read("opt/data") == b"x"
+    told = expect.system_error("lstat", 36, base + ".tar.gz", "IGArcMake", warning=True)
+    assert run.log is not None and (told + NOT_COMPRESSED in run.log) == (not compressed)
+
+
 # ---- Files in the archive's place ---------------------------------------------------------------
 
 
