@@ -229,6 +229,24 @@ def test_a_log_that_breaks_while_the_result_is_made_loses_no_result(
     assert machine.outputs() == [expect.OUTPUT_NAME + suffix for suffix in present[status]]
 
 
+def test_a_log_that_breaks_while_a_tool_overruns_leaves_no_tool_behind(machine: Machine):
+    machine.link(HISTORY, "/dev/null")  # its own lines must not meet the limit
+    tool = machine.tool(behave.forever())
+    whole = collect(machine, pattern_text.tool(tool, redirect="%d%/out", timeout=1)).raw["log"]
+    remove_outputs(machine)
+    reader, writer = os.pipe()  # unlike a file, it knows no limit
+    run = machine.run(*GROUP, limits={"fsize": (whole or "").index("ZEPA126-W") + 5},
+                      stdout=writer, stderr=writer)
+    os.close(writer)
+    with open(reader, "rb") as file:
+        shown = file.read().decode()
+    assert run.status == 255 and machine.outputs() == []
+    assert shown == initialized().collect(1).newline().text + (
+        lost("fflush", TOO_LARGE) + expect.LOOK_AT_LOG)
+    assert (run.raw["log"] or "").endswith("Timeout = 1\nZEPA1")
+    assert machine.processes() == []
+
+
 def test_a_log_that_breaks_in_the_middle_of_a_tools_errors_ends_the_run(machine: Machine):
     small_log_directory(machine, 1000, 4)
     tool = machine.tool(behave.flood(2, 2 * PAGE))
