@@ -92,10 +92,7 @@ void IgCmnProcStopOnInterrupt() {
     if (pid == 0 || crnt_child.reaped != 0) {
         return;
     }
-    const int code = run_state.ret_code;
-    const bool archiving = code == RETCODE_ARCHIVE || code == RETCODE_DIRECTORY;
-    const pid_t target =
-        archiving ? pid : -pid;  // the archiver's programs have no group of their own
+    const pid_t target = isArchiving() ? pid : -pid;  // the archiver's programs have no own group
     if (!sendSignal(target, SIGTERM) || endsInTime() || !sendSignal(target, SIGKILL)) {
         return;
     }
