@@ -118,8 +118,9 @@ class TreeLister {
         BY_LINK,  // through a symbolic link, here or further up
     };
 
-    // The path and, when it is a directory, all that lies below it.
-    int add(const char* path, const Ancestor* ancestors, Way way) {
+    // The path and, when it is a directory, all that lies below it. `link_in` is the directory in
+    // which a link of that path was found; null when the path is no link or was named.
+    int add(const char* path, const Ancestor* ancestors, Way way, const char* link_in = nullptr) {
         struct stat st = {};
         if (::stat(path, &st) != 0) {
             // Of the search itself nothing is found then, which the caller tells.
@@ -136,7 +137,7 @@ class TreeLister {
         if (!entry->is_directory || Ancestor::contains(ancestors, st)) {
             return 0;
         }
-        return enter(path, st, ancestors, way);
+        return enter(path, st, ancestors, way, link_in);
     }
 
     // The entries of a directory that match. They are read before the first one is entered, so that
@@ -153,8 +154,12 @@ class TreeLister {
                 return 0;
             }
             const char* path = IgCmnStrCatDir(memoryp_, directory, &name);
-            if (path == nullptr ||
-                add(path, ancestors, way == Way::REAL && isLink(path) ? Way::BY_LINK : way) == -1) {
+            if (path == nullptr) {
+                return -1;
+            }
+            const char* link_in = isLink(path) ? directory : nullptr;
+            const Way found = way == Way::REAL && link_in != nullptr ? Way::BY_LINK : way;
+            if (add(path, ancestors, found, link_in) == -1) {
                 return -1;
             }
         }
@@ -165,7 +170,11 @@ class TreeLister {
     // A directory is entered through links once only, and not at all where the kernel's own file
     // systems link everything with everything: else there would be a path for every way through the
     // graph of links. Where nobody can tell the file system it might be one of those.
-    int enter(const char* path, const struct stat& st, const Ancestor* ancestors, Way way) {
+    int enter(const char* path, const struct stat& st, const Ancestor* ancestors, Way way,
+              const char* link_in) {
+        if (link_in != nullptr && leadsOut(link_in, path)) {
+            return 0;
+        }
         const InodeSet::Added added = entered_.add(st);
         if (added == InodeSet::Added::NO_MEMORY) {
             return -1;
@@ -176,6 +185,12 @@ class TreeLister {
         }
         const Ancestor here{st.st_dev, st.st_ino, ancestors};
         return addMatches(path, nullptr, &here, way == Way::BY_LINK ? way : Way::REAL);
+    }
+
+    // Whether a link found in the kernel's own file systems leaves them: a process's "root" is the
+    // whole machine, and its "cwd" may be as much.
+    static bool leadsOut(const char* link_in, const char* path) {
+        return liesInKernelFileSystem(link_in) != 0 && liesInKernelFileSystem(path) != 1;
     }
 
     static bool isLink(const char* path) {

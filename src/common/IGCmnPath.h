@@ -60,9 +60,9 @@ struct FileEntry {
 /// Lists what a data item names: like IgCmnFileMakeList, but a directory is followed by all that
 /// lies below it, parents first. An ancestor met again through a link is not entered, nor any
 /// directory a second time through links, nor through a link at all in the kernel's own file
-/// systems. What cannot be looked at is reported (ZEPA129-W) and skipped. Ends early when the run
-/// is interrupted. The list of FileEntry stays null when nothing was found. 0, or -1 when memory
-/// ran out.
+/// systems, nor outside of them through a link that was found in them. What cannot be looked at is
+/// reported (ZEPA129-W) and skipped. Ends early when the run is interrupted. The list of FileEntry
+/// stays null when nothing was found. 0, or -1 when memory ran out.
 int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries, memory_pool* memoryp);
 
 /// Names of the entries of a directory without "." and "..", in its order; with a wildcard only

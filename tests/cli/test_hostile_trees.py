@@ -1,7 +1,9 @@
 """Trees that somebody arranged against the collector, or that the kernel has grown by itself."""
 
 import os
+import re
 
+import pytest
 from support import expect, pattern_text
 from support.collecting import collect
 from support.machine import Machine
@@ -52,6 +54,21 @@ def test_the_kernels_classes_of_devices_are_collected_without_their_links(machin
 def test_a_link_of_the_kernel_is_entered_where_the_path_names_it(machine: Machine):
     run = collect(machine, pattern_text.data("/sys/class/net/lo"))
     assert run.archive.read("sys/class/net/lo/mtu") == b"65536\n"
+
+
+@pytest.mark.parametrize("path, brings", [
+    ("/proc/self/task", False), ("/proc/self/cw*", False), ("/proc/self/cwd", True)])
+def test_a_link_out_of_the_kernels_files_is_entered_only_where_the_path_names_it(
+    machine: Machine, path: str, brings: bool
+):
+    # A process's "root" would bring the whole machine.
+    machine.file("/opt/small/file", "x")
+    run = collect(machine, pattern_text.data(path), cwd="/opt/small")
+    assert run.status == 0
+    copied = re.findall(r"It copied collecting data = (.*)\. size", run.raw["log"])
+    assert [name for name in copied if name.endswith("/cwd")] != []
+    below = [name for name in copied if re.search("/(cwd|root)/", name)]
+    assert below == (["/proc/self/cwd/file"] if brings else [])
 
 
 def test_a_file_that_became_a_directory_between_two_items_leads_nowhere(machine: Machine):
