@@ -172,6 +172,33 @@ bool isLockFile(const struct stat& st) {
     return false;
 }
 
+// Directories that are another one to each process that looks, and where they lie below its own.
+struct OwnDirectory {
+    const char* name;
+    const char* in_process;
+};
+constexpr OwnDirectory OWN_DIRECTORIES[] = {
+    {"/proc/self/", ""}, {"/proc/thread-self/", ""}, {"/dev/fd/", "fd/"}};
+
+// The path by which cp and tar find the file that we see. Null when memory runs out.
+const char* pathForOthers(const Item& item, const char* source) {
+    constexpr const char* FORMAT = "/proc/%d/%s%s";
+    constexpr std::size_t LONGEST_PID = 10;
+    for (const OwnDirectory& own : OWN_DIRECTORIES) {
+        const std::size_t length = std::strlen(own.name);
+        if (std::strncmp(source, own.name, length) != 0) {
+            continue;
+        }
+        const std::size_t size = std::strlen(FORMAT) + LONGEST_PID + std::strlen(source);
+        auto* path = newFromPool<char>(item.memoryp, size);
+        if (path != nullptr) {
+            std::snprintf(path, size, FORMAT, ::getpid(), own.in_process, source + length);
+        }
+        return path;
+    }
+    return source;
+}
+
 // Brings one file in. While the run makes an archive a link serves, because tar follows it.
 bool bringFile(const Item& item, const char* source, const char* destination) {
     struct stat st = {};
@@ -184,7 +211,8 @@ bool bringFile(const Item& item, const char* source, const char* destination) {
         return kernel_file == 1 && kernelFileCopy(source, destination);
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
-    return IgCmnFileCopy(source, destination, 0, link) == 1;
+    const char* path = pathForOthers(item, source);
+    return path != nullptr && IgCmnFileCopy(path, destination, 0, link) == 1;
 }
 
 // Remembers a directory of the output for the attributes that it gets when everything is in it.

@@ -71,6 +71,17 @@ def test_a_link_out_of_the_kernels_files_is_entered_only_where_the_path_names_it
     assert below == (["/proc/self/cwd/file"] if brings else [])
 
 
+@pytest.mark.parametrize("path", ["/dev/fd", "/proc/self/fd", "/proc/thread-self/fd/*"])
+def test_the_open_files_of_the_own_process_are_those_of_the_run(machine: Machine, path: str):
+    # In tar one of them would be the directory that it packs, which would then hold itself.
+    run = collect(machine, pattern_text.data(path))
+    assert run.status == 0
+    place = path.removesuffix("/*")[1:]
+    assert not [name for name in run.archive.names if re.match(f"{place}/.*/", name)]
+    files = [text for name, text in run.archive.files().items() if name.startswith(place)]
+    assert [text for text in files if text.startswith(b"ZEPA201-I:quendil")] != []
+
+
 def test_a_file_that_became_a_directory_between_two_items_leads_nowhere(machine: Machine):
     machine.file("/opt/data/x", "file")
     machine.directory("/opt/secret", mode=0o700)
