@@ -20,6 +20,7 @@
 struct FakeWait {
     bool active = false;
     std::vector<long> sleeps;                 // in microseconds
+    int watched = -1;                         // the highest descriptor that ends the sleep
     std::vector<std::pair<pid_t, int>> sent;  // targets and signals
     std::set<int> lost;                       // signals that never arrive
     int select_error = 0;                     // of every sleep
@@ -40,6 +41,7 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* spe
                                           time == nullptr ? nullptr : &exact, nullptr));
     }
     fake_wait.sleeps.push_back(time->tv_sec * 1000000 + time->tv_usec);
+    fake_wait.watched = count > 0 && FD_ISSET(count - 1, readable) ? count - 1 : -1;
     if (fake_wait.on_sleep) {
         fake_wait.on_sleep();
     }

@@ -1,5 +1,7 @@
 // How long the runner and the signal handler wait, and what they send when: with time that stands
 // still.
+#include <poll.h>
+
 #include <algorithm>
 #include <numeric>
 
@@ -144,6 +146,26 @@ TEST_F(IGCmnProcessWait, EndsWithTheTool) {
         EXPECT_THAT(fake_wait.sent, ElementsAre());
         EXPECT_EQ(takeLog(), "");
     }
+}
+
+TEST_F(IGCmnProcessWait, WatchesTheToolWhileItSleeps) {
+    const auto child = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0U));
+    if (child == -1) {
+        GTEST_SKIP() << "the kernel has nothing to watch";
+    }
+    ::close(child);
+    std::vector<int> ready;
+    const auto look = [&ready] {
+        struct pollfd watched = {fake_wait.watched, POLLIN, 0};
+        ready.push_back(::poll(&watched, 1, 0));
+    };
+    fake_wait.on_sleep = [&look] {
+        look();
+        endChild(crnt_child.pid);
+        look();
+    };
+    EXPECT_THAT(run(5), ElementsAre(EXEC_NONZERO, 0, SIGKILL));
+    EXPECT_THAT(ready, ElementsAre(0, 1));  // a sleep of any length ends with the tool
 }
 
 TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
