@@ -237,8 +237,29 @@ MASKED = [
     ("http_proxy=me:abc@h:1", f"http_proxy=me:{HIDDEN}@h:1"),
     ("x http://me:a/b@h/", f"x http://me:{HIDDEN}@h/"),
     ("https://abc:@h/", f"https://{HIDDEN}@h/"),
-    ("x AGE-SECRET-KEY-1ABC", f"x {HIDDEN}"),
+    ("x AGE-SECRET-KEY-1" + "A" * 20, f"x {HIDDEN}"),
+    ("x SG." + "a" * 20 + "." + "b" * 20 + " y", f"x {HIDDEN} y"),
     ("https://hooks.slack.com/services/T/B/abc x", f"https://hooks.slack.com/{HIDDEN} x"),
+    ("tunnels:\n  keys:\n    private: abc\n  mtu: 1", f"tunnels:\n  keys:\n{HIDDEN}\n  mtu: 1"),
+    ('a = """\npassword = """\nabc\n"""\nb', f'a = """\npassword = """\n{HIDDEN}\n{HIDDEN}"""\nb'),
+    ("<password>\n  abc\n</password>\nb", f"<password>\n{HIDDEN}\n{HIDDEN}</password>\nb"),
+    ("app --password \\\n  abc \\\n  --me", f"app --password \\\n  {HIDDEN} \\\n  --me"),
+    ("  --password \\\n  abc \\\n  --me", f"  --password \\\n  {HIDDEN} \\\n  --me"),
+    ('"secrets": [\n"abc"\n],\nb', f'"secrets": [\n{HIDDEN}\n{HIDDEN}],\nb'),
+    ("38 28 0:42 / /m rw - fuse curlftpfs#ftp://u:abc@h/ rw",
+     f"38 28 0:42 / /m rw - fuse curlftpfs#ftp://u:{HIDDEN}@h/ rw"),
+    ("x=redis://:abc@h", f"x=redis://:{HIDDEN}@h"),
+    ('encrypt = "abcdefgh=="', f'encrypt = "{HIDDEN}"'),
+    ("keytool -storepass abc -file x", f"keytool -storepass {HIDDEN} -file x"),
+    ("useradd -p abc me", f"useradd -p {HIDDEN} me"),
+    ("nmcli con x password abc y", f"nmcli con x password {HIDDEN} y"),
+    ("aws configure set x.secret_y b", f"aws configure set x.secret_y {HIDDEN}"),
+    ("kinit me <<< abc", f"kinit me <<< {HIDDEN}"),
+    ('"assword:" { send "abc\\r" }', f'"assword:" {{ send "{HIDDEN}" }}'),
+    ("iw dev w connect n key 0:abc", f"iw dev w connect n key {HIDDEN}"),
+    ('curl --cookie "a=b c" h', f'curl --cookie "a={HIDDEN}" h'),
+    ("curl https://h/bot12:abc/x", f"curl https://h/bot{HIDDEN}/x"),
+    ("a" * 43 + "=", HIDDEN),
     ("Set the following 'random' passwords\nme:abc\nyou:def\nend: of it",
      f"Set the following 'random' passwords\nme:{HIDDEN}\nyou:{HIDDEN}\nend: of it"),
 ]
@@ -251,6 +272,7 @@ KEPT = [
     "net.ipv4.tcp_syncookies = 1", "Pin: release a=stable", "Pin-Priority: 100",
     "Session opened for user me", "-----BEGIN CERTIFICATE-----", "", "\ttab and  blanks ",
     "mysqldump -h h -P 3306 -u me db", "curl -u me https://host/", "ssh -p 22 host", "bypass=all",
+    "CONFIG_KEYS=y", "kernel.keys.maxkeys = 200",
     "auth: {key-management: eap}", "auth sufficient pam_unix.so", "SSH_AUTH_SOCK=/run/x",
     "https://host:443/path/me@example.org", "echo done | tee x", "enc aes 0xabc",
     "module verification failed: signature missing", "[sudo] password for me:",
@@ -300,8 +322,8 @@ def test_a_secret_that_never_ends_hides_no_other_file(system: Machine):
 
 
 def test_files_of_keys_and_what_is_no_file_are_named_and_not_opened(system: Machine):
-    names = ["a.key", "a.keytab", "a.p12", "id_rsa", "id_ed25519", "ssh_host_rsa_key",
-             "secret_key"]
+    names = ["a.key", "a.keytab", "a.p12", "id_rsa", "id_rsa.dropbear", "id_ed25519",
+             "ssh_host_rsa_key", "secret_key", "wg0.psk"]
     for name in names:
         system.file(f"/tmp/tree/{name}", "abc\n")
     system.file("/tmp/tree/private/x", "abc\n")
