@@ -105,6 +105,7 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("run df -lk", "show -l 13 /var/log/messages", "13 MiB are too much"),
     ("run df -lk", "each disk smartctl -a /dev/{}", "smartctl is not told ^-n standby"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/etc/sha*"', "may bring secrets along"),
+    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/proc/self/mountinfo"', "may bring secrets along"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/var/log/messages"', "may be of any size"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "%d%/other"', "no DATA_BLOCK directly behind"),
     ("TIMEOUT = 10", "TIMEOUT = -1", "TIMEOUT is no number"),

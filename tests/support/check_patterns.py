@@ -59,6 +59,7 @@ SECRETS = (
     "/etc/ssh/ssh_host_ed25519_key", "/etc/ssl/private", "/etc/pki/tls/private",
     "/var/lib/sss", "/var/lib/NetworkManager/secret_key", "/var/spool/cron",
     "/var/log/auth.log", "/var/log/secure", "/var/log/btmp", "/var/log/audit",
+    "/proc/self/mountinfo", "/proc/self/mountstats", "/proc/self/mounts",
     "/proc/1/cmdline", "/proc/1/environ", "/proc/self/environ", "/proc/keys", "/proc/kcore",
     "/proc/sys/net/core/netdev_rss_key", "/proc/sys/net/ipv4/tcp_fastopen_key",
     "/proc/sys/net/ipv6/conf/all/stable_secret", "/home/user/.ssh", "/root/.ssh",
@@ -73,6 +74,7 @@ FILTERED = (
     "/etc/netplan", "/etc/network/interfaces", "/etc/network/interfaces.d", "/etc/systemd/network",
     "/etc/NetworkManager/system-connections", "/etc/sysconfig/network-scripts/ifcfg-*",
     "/etc/sysconfig/network-scripts/route*", "/etc/sssd/sssd.conf", "/etc/sssd/conf.d",
+    "/proc/self/mountinfo", "/proc/self/mountstats",  # some sources are addresses with a password
 )
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
@@ -96,8 +98,8 @@ NEED_A_REASON = {
 }
 # Programs whose output may hold what somebody else has written: it passes the filter.
 MUST_BE_MASKED = {
-    "apt-cache", "ausearch", "cat", "dmesg", "grep", "head", "journalctl", "strings", "sysctl", "tail",
-    "udevadm",
+    "apt-cache", "ausearch", "cat", "dmesg", "findmnt", "grep", "head", "journalctl",
+    "kdump-config", "strings", "sysctl", "tail", "udevadm",
 }
 # What a program must be told: each expression must match in its arguments.
 MUST_BE_TOLD = {
