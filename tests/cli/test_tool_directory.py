@@ -275,6 +275,8 @@ KEPT = [
     "CONFIG_KEYS=y", "kernel.keys.maxkeys = 200",
     "auth: {key-management: eap}", "auth sufficient pam_unix.so", "SSH_AUTH_SOCK=/run/x",
     "https://host:443/path/me@example.org", "echo done | tee x", "enc aes 0xabc",
+    "sd 0:0:0:0: [sda] tag#1 Sense Key : Medium Error [current]", "reservation_key: 0x123abc",
+    "secretmem: enabled",
     "module verification failed: signature missing", "[sudo] password for me:",
     'password=""', "me@example.org", "mailto:me@example.org", "a $1 $2 b",
 ]
