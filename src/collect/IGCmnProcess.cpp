@@ -150,7 +150,7 @@ pid_t reap(proc_ctl& ctl) {
 // the number would then not be its own any more. 0 or the error.
 int signalChild(pid_t target, int signo) {
     const InterruptionBlock block;  // it must not be reaped between the look and the signal
-    return crnt_child.reaped == 0 && ::kill(target, signo) == -1 ? errno : 0;
+    return crnt_child.reaped == 0 && signalProcess(target, signo) == -1 ? errno : 0;
 }
 
 // How a wait stands.

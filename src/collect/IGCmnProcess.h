@@ -3,9 +3,11 @@
 #ifndef QUENDIL_COLLECT_IGCMNPROCESS_H
 #define QUENDIL_COLLECT_IGCMNPROCESS_H
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 
 #include "common/IGCmnMemory.h"
@@ -43,6 +45,13 @@ struct CurrentChild {
     std::atomic<pid_t> failed_pid = 0;
 };
 extern CurrentChild crnt_child;
+
+/// Signals a child by its pid, or a tool and all of its group by the negated pid; a tool that has
+/// gone over to another group gets the signal alone. As kill(2), and async-signal-safe like it.
+inline int signalProcess(pid_t target, int signo) {
+    const int result = ::kill(target, signo);
+    return result == -1 && errno == ESRCH && target < 0 ? ::kill(-target, signo) : result;
+}
 
 /// Runs a request. `exit_cd` (asserted non-null) receives the exit code, 0 when there is none;
 /// `status`, unless null, the raw wait status. EXEC_OK, EXEC_NONZERO, EXEC_TIMEOUT, or EXEC_FAILED

@@ -28,7 +28,7 @@ void recordFailure(const char* call, int error, SourcePlace place = SourcePlace:
 
 // True when the signal was sent or there was nobody left to take it.
 bool sendSignal(pid_t target, int signo) {
-    if (::kill(target, signo) == 0 || errno == ESRCH) {
+    if (signalProcess(target, signo) == 0 || errno == ESRCH) {
         return true;
     }
     recordFailure("kill", errno);

@@ -47,6 +47,17 @@ def test_an_interruption_stops_the_tool_and_removes_the_output(machine: Machine,
     assert machine.outputs() == [] and not machine.exists("/opt/never")
 
 
+@pytest.mark.parametrize("deaf, status", [([], 15), ([ignore("TERM")], 9)])
+def test_a_tool_that_left_its_group_does_not_hold_up_an_interrupted_run(
+        machine: Machine, deaf: list[behave.Action], status: int):
+    tool = machine.tool(behave.leave(), *deaf, ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGINT)
+    ended = run.finish()
+    assert (ended.status, ended.log) == (255, cleaned_up(2, status, tool))
+
+
 def test_the_bar_ends_before_the_message_of_an_interruption(machine: Machine):
     run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/ready"), forever())))
     run.wait_for("/opt/ready")

@@ -365,6 +365,13 @@ def test_everything_that_an_overrunning_tool_started_is_gone(machine: Machine,
     assert [entry for entry in machine.processes() if str(entry.pid) in gone] == []
 
 
+def test_a_tool_that_left_its_group_is_stopped_all_the_same(machine: Machine):
+    tool = machine.tool(behave.leave(), forever())
+    run = collect(machine, pattern_text.tool(tool, timeout=1))
+    expected = started_log().timed_out_tool(tool, behave.PROGRAM, 0, 15, timeout=1)
+    assert run.log == expected.complete().text and run.status == 0
+
+
 def test_a_stopped_tool_is_killed_when_its_time_is_over(machine: Machine):
     tool = machine.tool(behave.stop())
     run = collect(machine, pattern_text.tool(tool, timeout=1, wait=0))

@@ -43,6 +43,7 @@
  *     child ACTION... end         a child performs these actions; the program itself goes on
  *     wait                        wait for all children
  *     group                       become the leader of a new process group
+ *     leave                       go over to the process group of the parent
  *     session                     become the leader of a new session
  *     daemon                      go on as an orphan in a new session; the first process exits 0
  * The caller's arguments
@@ -590,6 +591,11 @@ static void do_group(char** w) {
     checked(setpgid(0, 0), "setpgid", "self");
 }
 
+static void do_leave(char** w) {
+    (void)w;
+    checked(setpgid(0, getpgid(getppid())), "setpgid", "parent");
+}
+
 static void do_session(char** w) {
     (void)w;
     checked(setsid(), "setsid", "self");
@@ -680,6 +686,7 @@ static const struct action actions[] = {
     {"child", 0, 1, do_child},
     {"wait", 0, 0, do_wait},
     {"group", 0, 0, do_group},
+    {"leave", 0, 0, do_leave},
     {"session", 0, 0, do_session},
     {"daemon", 0, 0, do_daemon},
     {"ifarg", 1, 1, do_ifarg},

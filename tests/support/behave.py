@@ -199,6 +199,10 @@ def group() -> Action:
     return ("group",)
 
 
+def leave() -> Action:
+    return ("leave",)
+
+
 def session() -> Action:
     return ("session",)
 
