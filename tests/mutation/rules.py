@@ -38,7 +38,7 @@ RUN_CONTROL = _rules(
      '? "(null)"', '? ""', "cli:test_command_line.py:no_arguments"),
     ("the cleaning cannot be interrupted", "src/main/main.cpp",
      "    IgMainIgnoreSignals();\n    IgCmnProgressCleanup", "    IgCmnProgressCleanup",
-     "cli:test_interruption.py:nothing_can_interrupt"),
+     "cli:test_ways_to_end.py:signals"),
     ("the return code rises to 20 before the making", "src/main/IGMain.cpp",
      "    IgMainSetRetCode(RETCODE_DIRECTORY);\n    IgCmnMsgInfo", "    IgCmnMsgInfo",
      "cli:test_archive.py"),
