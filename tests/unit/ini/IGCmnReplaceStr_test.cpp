@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 
+#include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 #include "ini/IGIniTable.h"
@@ -201,20 +202,7 @@ TEST_F(IGCmnReplaceStr, GivesNothingWhereverMemoryRunsOut) {
             return failed;
         },
     };
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        bool failed = true;
-        for (int nth = 1; failed; ++nth) {
-            SCOPED_TRACE(::testing::Message() << "call " << i << ", allocation " << nth);
-            Pool fresh;
-            Capture errors(stderr);
-            const FailingCall failing(Call::CALLOC, nth, ENOMEM);
-            const bool gave_nothing = calls[i](fresh.get());
-            failed = FailingCall::happened();
-            EXPECT_EQ(gave_nothing, failed);
-            EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
-            EXPECT_TRUE(failed || nth > 2);
-        }
-    }
+    expectNothingWhereverMemoryRunsOut(calls);
 }
 
 TEST_F(IGCmnReplaceStr, DropsAStringWithoutAValueThatTheCheckAccepts) {
