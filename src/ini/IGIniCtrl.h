@@ -10,13 +10,12 @@
 struct root_tbl;
 
 /// Results besides 0, -1 and those of the command line.
-inline constexpr int CTRL_INTERRUPTED = 2;        ///< while the pattern files were read
 inline constexpr int CTRL_ALL_FAILED = 8;         ///< every pattern file failed
 inline constexpr int CTRL_NOTHING_SELECTED = 12;  ///< no pattern matches the options
 
-/// Fills the root table. 0 when there is something to collect; otherwise, after its messages, -1,
-/// OPTION_ERROR, OPTION_HELP, CTRL_INTERRUPTED, CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the
-/// configuration reader's result.
+/// Fills the root table. 0 when there is something to collect, or the run was interrupted while the
+/// pattern files were read; otherwise, after its messages, -1, OPTION_ERROR, OPTION_HELP,
+/// CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the configuration reader's result.
 int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root);
 
 /// Marks the blocks of the current pattern that the TARGET selection wants (all without one) and
