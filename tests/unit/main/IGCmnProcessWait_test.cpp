@@ -61,6 +61,10 @@ class IGCmnProcessWait : public ChildTest {
     // Runs a tool that ends by no means of its own; its result, exit code and status.
     std::vector<int> run(std::int32_t timeout, std::int32_t signo = -1, std::int32_t wait = 0) {
         ::Arguments arguments({BEHAVE, "ready", path("pid"), "forever"});
+        return run(arguments, timeout, signo, wait);
+    }
+    static std::vector<int> run(::Arguments& arguments, std::int32_t timeout, std::int32_t signo,
+                                std::int32_t wait) {
         exec_req request;
         request.command_path = BEHAVE;
         request.argv = arguments.vector();
@@ -222,6 +226,15 @@ TEST_F(IGCmnProcessWait, ReportsASignalThatCannotBeSent) {
     EXPECT_EQ(takeLog(), TIMED_OUT + failed("kill", EPERM, "Operation not permitted",
                                             -fake_wait.sent.front().first));
     EXPECT_EQ(crnt_child.stop_failure, 1);
+}
+
+TEST_F(IGCmnProcessWait, HasNoEndWithoutATimeOut) {
+    for (const std::int32_t timeout : {0, -1}) {
+        ::Arguments arguments({BEHAVE, "nap", "50", "exit", "3"});
+        EXPECT_THAT(run(arguments, timeout, -1, 0), ElementsAre(EXEC_NONZERO, 3, 3 << 8));
+        EXPECT_EQ(fake_wait.sleeps, Sleeps{});
+        EXPECT_THAT(fake_wait.sent, ElementsAre());
+    }
 }
 
 TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
