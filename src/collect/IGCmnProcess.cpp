@@ -123,11 +123,11 @@ void reportWaitFailure(const char* call, int error, pid_t pid,
     crnt_child.stop_failure = 1;
 }
 
-// Whether the child has ended, without reaping it.
-bool hasEnded(pid_t pid) {
+// Looks at the child without reaping it: as waitpid with WNOHANG.
+pid_t lookAt(pid_t pid) {
     siginfo_t info = {};
-    return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == pid;
+    const int result = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+    return result == 0 ? info.si_pid : -1;
 }
 
 // Takes the finished child's status. The child is reaped and forgotten in one step that the signal
@@ -136,8 +136,14 @@ bool hasEnded(pid_t pid) {
 // own.
 pid_t reap(proc_ctl& ctl) {
     const InterruptionBlock block;
-    if (ctl.timed_out && !isArchiving() && hasEnded(ctl.pid)) {
-        ::kill(-ctl.pid, SIGKILL);
+    if (ctl.timed_out && !isArchiving()) {
+        const pid_t ended = lookAt(ctl.pid);
+        if (ended == 0) {
+            return 0;  // one that ends from here on is left for the next look
+        }
+        if (ended > 0) {
+            ::kill(-ctl.pid, SIGKILL);
+        }
     }
     const pid_t result = ::waitpid(ctl.pid, &ctl.status, WNOHANG);
     if (result > 0) {

@@ -35,21 +35,21 @@ bool sendSignal(pid_t target, int signo) {
     return false;
 }
 
-// Ends what a tool that has ended leaves of its group, before it is reaped: its number is then
-// still its own.
-void endGroup(pid_t pid) {
-    siginfo_t info = {};
-    if (!isArchiving() &&
-        ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-        info.si_pid == pid) {
-        ::kill(-pid, SIGKILL);
-    }
-}
-
+// A look comes before the reaping: what a tool that has ended leaves of its group is killed while
+// the group's number is still its own, and a tool that ends just behind the look is left for the
+// next.
 Poll reapChild(int options) {
     const pid_t pid = crnt_child.pid;
     int status = 0;
-    endGroup(pid);
+    siginfo_t info = {};
+    if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT | options) == 0) {
+        if (info.si_pid == 0) {
+            return Poll::RUNNING;
+        }
+        if (!isArchiving()) {
+            ::kill(-pid, SIGKILL);
+        }
+    }
     const pid_t result = ::waitpid(pid, &status, options);
     if (result > 0) {
         crnt_child.reaped_status = status;

@@ -396,6 +396,32 @@ def test_a_disk_that_is_full_while_packing_loses_nothing_and_the_directory_is_na
     assert "Error is not recoverable" in run.log
 
 
+GIB_9 = (9 << 30).to_bytes(8, "big")
+
+
+@pytest.mark.parametrize("size, follows, whole", [
+    (b"%011o\0" % 512, 512, True), (b"%011o\0" % 512, 0, False), (b"%011o\0" % 513, 512, False),
+    (b"\x80\0\0\0" + GIB_9, 9 << 30, True), (b"\x80\0\0\0" + GIB_9, 512, False),
+    (b"0000000089x\0", 512, False), (b"\x80\0\0\0" + b"\x7f" + b"\xff" * 7, 512, False),
+], ids=["octal", "octal, cut", "octal, beyond a block, cut", "binary", "binary, cut", "no number",
+        "beyond all files"])
+def test_a_tar_that_failed_replaces_the_directory_only_by_a_whole_archive(
+        machine: Machine, size: bytes, follows: int, whole: bool):
+    # One header, so much of the file behind it, and the two blocks of zeros at the end.
+    header = b"name".ljust(124, b"\0") + size
+    machine.file("/opt/header", header.ljust(512, b"1"))
+    machine.file("/opt/tools/tar", '#!/bin/sh\ncp /opt/header "$2"\n'
+                 f'truncate -s {512 + follows + (1024 if whole else 0)} "$2"\nexit 2\n', 0o755)
+    machine.mount("--bind", "/opt/tools/tar", os.path.realpath("/bin/tar"))
+    machine.replace("/bin/gzip", exit(1))
+    run = collect(machine, pattern_text.block())
+    assert run.status == 10
+    directory = f"ZEPA215-I:Output = {expect.OUTPUT_DIRECTORY}.\n"
+    assert (directory in run.stdout) == (not whole)
+    names = [expect.OUTPUT_NAME] if not whole else []
+    assert machine.outputs() == [*names, expect.OUTPUT_NAME + ".tar"]
+
+
 def test_a_disk_that_is_full_while_compressing_leaves_the_tar_file(machine: Machine):
     machine.small_tmpfs(DATA_DIRECTORY, 500_000)
     machine.file("/opt/noise", NOISE)

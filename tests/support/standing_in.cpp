@@ -9,6 +9,9 @@
 #include <cwchar>
 #include <utility>
 
+#include "common/IGCmnMemory.h"
+#include "common/IGCmnMessage.h"
+
 namespace {
 
 // Plain data only: the allocator is called before any constructor has run.
@@ -71,6 +74,19 @@ std::size_t liveChunks() {
 
 bool nothingStandsIn() {
     return !order.given && !clock_stands && host_name == nullptr;
+}
+
+// IgCmnMemoryAlloc(memory_pool*, std::size_t), by the name that the linker knows it by.
+void* realPoolAlloc(memory_pool* memoryp,
+                    std::size_t size) asm("__real__Z16IgCmnMemoryAllocPP10MemoryPoolm");
+void* wrapPoolAlloc(memory_pool* memoryp,
+                    std::size_t size) asm("__wrap__Z16IgCmnMemoryAllocPP10MemoryPoolm");
+void* wrapPoolAlloc(memory_pool* memoryp, std::size_t size) {
+    if (!failsNow(Call::POOL)) {
+        return realPoolAlloc(memoryp, size);
+    }
+    IgCmnMsg<ZEPA122_E>();
+    return nullptr;
 }
 
 extern "C" {

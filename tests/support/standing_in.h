@@ -11,6 +11,7 @@
 /// What can be made to fail.
 enum class Call {
     CALLOC,  // the one allocator behind the memory pool
+    POOL,    // a block from a pool, whether or not it would need the allocator
     UNGETWC,
     READDIR,
     GETHOSTNAME,

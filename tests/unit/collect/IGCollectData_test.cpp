@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "../../support/collect_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -96,6 +98,34 @@ class IGCollectData : public CollectTest {
   private:
     std::string path_name_;
 };
+
+TEST_F(IGCollectData, GivesUpOrGoesOnWhereverMemoryRunsOut) {
+    root_->max_output_size = 1;
+    make("small", 10);
+    fs::create_directory(source("directory"));
+    make("directory/large", 1000);
+    fs::create_directory_symlink("directory", source("link"));
+    for (const std::string& wanted : {source_, output_ + "/own", source("*")}) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << wanted << ", allocation " << nth);
+            fs::remove_all(output_);
+            fs::create_directories(output_ + "/own/below");
+            writeText(output_ + "/own/below/large", std::string(1000, 'x'));
+            fs::create_directory_symlink("below", output_ + "/own/link");
+            run_state.total_size = 0;
+            Capture errors(stderr);
+            const FailingCall failing(Call::POOL, nth, ENOMEM);
+            const int result = collect(wanted);
+            failed = FailingCall::happened();
+            EXPECT_TRUE(result == 0 || (result == -1 && failed)) << result;
+            const bool told = takeLog().find("Memory is insufficient.") != std::string::npos;
+            EXPECT_EQ(told, failed);
+            EXPECT_TRUE(fs::exists(source("directory/large")));
+            EXPECT_TRUE(failed || nth > 20);
+        }
+    }
+}
 
 // --- files and directories from elsewhere
 // -----------------------------------------------------------

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -341,6 +342,29 @@ TEST_F(IGCmnFile, KeepsTheBufferWhenItCannotGrow) {
     EXPECT_STREQ(buffer, "abc");
     EXPECT_EQ(concat_data(pool(), &buffer, &size, more.c_str()), 0);
     EXPECT_EQ(buffer, "abc" + more);
+}
+
+TEST_F(IGCmnFile, CopiesAndRemovesNothingWhereverMemoryRunsOut) {
+    writeText(path("file"), "x");
+    const std::pair<int, std::function<int()>> calls[] = {
+        {0, [&] { return IgCmnFileCopy(path("file").c_str(), path("copy").c_str(), 0, 0); }},
+        {1, [&] { return IgCmnFileRemoveAll(path("file").c_str()); }},
+    };
+    for (const auto& [failure, call] : calls) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(::testing::Message() << failure << ", allocation " << nth);
+            Capture err(stderr);
+            const FailingCall failing(Call::POOL, nth, ENOMEM);
+            const int result = call();
+            failed = FailingCall::happened();
+            EXPECT_EQ(result, failed ? failure : 1 - failure);
+            EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_TRUE(!failed || fs::exists(path("file")));
+            EXPECT_TRUE(!failed || failure == 1 || !fs::exists(path("copy")));
+            EXPECT_TRUE(failed || nth > 2);
+        }
+    }
 }
 
 // Tests of files

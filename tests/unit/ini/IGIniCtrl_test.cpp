@@ -507,23 +507,29 @@ TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
     }
     const std::string config = directory_.path("conf");
     writeText(config, "QUENDIL_CLEANUP=ON\nQUENDIL_DATA_DIRECTORY=" + directory_.path() + "\n");
-    ::Arguments arguments({"quendil", "-t", std::string(100, 't'), "-c", config});
-    bool failed = true;
-    for (int nth = 1; failed; ++nth) {
-        SCOPED_TRACE(nth);
-        Pool fresh;
-        root_tbl* root = IgIniGetCmnRoot(fresh.get());
-        ASSERT_NE(root, nullptr);
-        Capture errors(stderr);
-        const std::size_t before = openDescriptors();
-        const FailingCall failing(Call::CALLOC, nth, ENOMEM);
-        const int result = IgIniCtrl(arguments.count(), arguments.vector(), fresh.get(), root);
-        failed = FailingCall::happened();
-        EXPECT_EQ(result, failed ? -1 : 0);
-        EXPECT_EQ(openDescriptors(), before);
-        EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
-        EXPECT_EQ(msg_state.mode, 0);
-        EXPECT_TRUE(failed || nth > 100);
+    ::Arguments plain({"quendil", "-t", std::string(100, 't'), "-c", config});
+    ::Arguments named({"quendil", "-t", std::string(100, 't'), "-c", config, "-o",
+                       directory_.path("result"), "-d", directory_.path()});
+    const std::pair<::Arguments&, Call> runs[] = {
+        {plain, Call::CALLOC}, {plain, Call::POOL}, {named, Call::POOL}};
+    for (const auto& [arguments, call] : runs) {
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            SCOPED_TRACE(nth);
+            Pool fresh;
+            root_tbl* root = IgIniGetCmnRoot(fresh.get());
+            ASSERT_NE(root, nullptr);
+            Capture errors(stderr);
+            const std::size_t before = openDescriptors();
+            const FailingCall failing(call, nth, ENOMEM);
+            const int result = IgIniCtrl(arguments.count(), arguments.vector(), fresh.get(), root);
+            failed = FailingCall::happened();
+            EXPECT_EQ(result, failed ? -1 : 0);
+            EXPECT_EQ(openDescriptors(), before);
+            EXPECT_EQ(errors.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
+            EXPECT_EQ(msg_state.mode, 0);
+            EXPECT_TRUE(failed || nth > 100);
+        }
     }
 }
 

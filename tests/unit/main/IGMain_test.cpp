@@ -6,7 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "../../support/collect_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -54,6 +57,20 @@ class IGMain : public CollectTest {
         root_->output_file = output_file_.data();
     }
 
+    // A run without -o that collects a tree with a link in it, into a directory of its own.
+    void prepareWholeRun() {
+        fs::remove_all(base_);
+        TearDown();
+        SetUp();
+        fs::create_directories(path("source/directory"));
+        writeText(path("source/directory/file"), "content");
+        fs::remove(path("source/link"));
+        fs::create_directory_symlink("directory", path("source/link"));
+        root_->output_file = root_->output_name;
+        select({"t", "u"}, path("source"));
+        select({}, "/proc/self/status");
+    }
+
     int collect() {
         Capture output(stdout);  // the progress line
         Capture errors(stderr);
@@ -72,6 +89,38 @@ class IGMain : public CollectTest {
 
     std::string output_file_;
 };
+
+TEST_F(IGMain, LosesNothingThatItTellsOfWhereverMemoryRunsOut) {
+    const fs::path before = fs::current_path();
+    bool failed = true;
+    for (int nth = 1; failed; ++nth) {
+        SCOPED_TRACE(nth);
+        prepareWholeRun();
+        const FailingCall failing(Call::POOL, nth, ENOMEM);
+        const int result = collect();
+        failed = FailingCall::happened();
+        const std::string log = takeLog();
+        const bool told = log.find("Memory is insufficient.") != std::string::npos;
+        EXPECT_EQ(told, failed) << log;
+        const std::string output = output_ + "_1";  // the directory itself is there already
+        switch (IgMainGetRetCode()) {
+            case RETCODE_COMPRESSED:
+                EXPECT_TRUE(fs::exists(output + ".tar.gz"));
+                break;
+            case RETCODE_ARCHIVE:
+                EXPECT_TRUE(fs::exists(output + ".tar"));
+                break;
+            case RETCODE_DIRECTORY:
+                EXPECT_TRUE(fs::exists(output + "/quendil_index"));
+                break;
+            default:
+                EXPECT_EQ(result, -1);
+        }
+        EXPECT_EQ(readText(path("source/directory/file")), "content");
+        EXPECT_EQ(fs::current_path(), before);
+        EXPECT_TRUE(failed || (nth > 100 && IgMainGetRetCode() == RETCODE_COMPRESSED));
+    }
+}
 
 // --- who may run, and how many
 // ----------------------------------------------------------------------
