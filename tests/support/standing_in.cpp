@@ -149,6 +149,26 @@ int __wrap_system(const char* command) {
     return failsNow(Call::SYSTEM) ? -1 : __real_system(command);
 }
 
+char* __real_setlocale(int category, const char* locale);
+char* __wrap_setlocale(int category, const char* locale);
+char* __wrap_setlocale(int category, const char* locale) {
+    return failsNow(Call::SETLOCALE) ? nullptr : __real_setlocale(category, locale);
+}
+
+std::size_t __real_mbstowcs(wchar_t* out, const char* text, std::size_t count);
+std::size_t __wrap_mbstowcs(wchar_t* out, const char* text, std::size_t count);
+std::size_t __wrap_mbstowcs(wchar_t* out, const char* text, std::size_t count) {
+    return failsNow(Call::MBSTOWCS) ? static_cast<std::size_t>(-1)
+                                    : __real_mbstowcs(out, text, count);
+}
+
+std::size_t __real_wcstombs(char* out, const wchar_t* text, std::size_t count);
+std::size_t __wrap_wcstombs(char* out, const wchar_t* text, std::size_t count);
+std::size_t __wrap_wcstombs(char* out, const wchar_t* text, std::size_t count) {
+    return failsNow(Call::WCSTOMBS) ? static_cast<std::size_t>(-1)
+                                    : __real_wcstombs(out, text, count);
+}
+
 std::time_t __real_time(std::time_t* now);
 std::time_t __wrap_time(std::time_t* now);
 std::time_t __wrap_time(std::time_t* now) {

@@ -16,6 +16,9 @@ enum class Call {
     READDIR,
     GETHOSTNAME,
     SYSTEM,
+    SETLOCALE,
+    MBSTOWCS,
+    WCSTOMBS,
 };
 
 /// While it lives, one call fails with an error number: the n-th, counted from 1 at its start.

@@ -15,6 +15,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "../../support/standing_in.h"
 #include "common/IGCmnProgress.h"
 
 namespace {
@@ -581,6 +582,14 @@ TEST_F(IGCmnMessage, LeavesTheLocaleOfMessagesAsItWas) {
     ASSERT_NE(std::setlocale(LC_MESSAGES, "C.utf8"), nullptr);
     static_cast<void>(IgCmnStrError(ENOENT, 0));
     EXPECT_STREQ(std::setlocale(LC_MESSAGES, nullptr), "C.utf8");
+}
+
+TEST_F(IGCmnMessage, HasNoTextForAnErrorWhenTheLocaleCannotBeHad) {
+    for (const int nth : {1, 2}) {  // asked for its name, changed
+        const FailingCall failing(Call::SETLOCALE, nth, 0);
+        EXPECT_EQ(IgCmnStrError(ENOENT, 0), nullptr) << nth;
+    }
+    EXPECT_STREQ(IgCmnStrError(ENOENT, 0), "No such file or directory");
 }
 
 constexpr SourcePlace SOME_PLACE{"/some/where/IGSomeUnit.cpp", 42};

@@ -141,6 +141,22 @@ TEST_F(IGCmnStr, ReportsWhatTheLocaleCannotConvert) {
               conversionFailure("wcstombs"));
 }
 
+TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterItWasMeasured) {
+    for (const int nth : {1, 2}) {
+        SCOPED_TRACE(nth);
+        std::string told = reported([&] {
+            const FailingCall failing(Call::MBSTOWCS, nth, EILSEQ);
+            EXPECT_EQ(IgCmnMBS2WCS(pool(), "text"), nullptr);
+        });
+        EXPECT_EQ(told, conversionFailure("mbstowcs"));
+        told = reported([&] {
+            const FailingCall failing(Call::WCSTOMBS, nth, EILSEQ);
+            EXPECT_EQ(IgCmnWCS2MBS(pool(), L"text"), nullptr);
+        });
+        EXPECT_EQ(told, conversionFailure("wcstombs"));
+    }
+}
+
 // Classes of characters
 
 TEST_F(IGCmnStr, KnowsLettersAndDigitsOfAsciiOnly) {

@@ -510,8 +510,9 @@ TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
     ::Arguments plain({"quendil", "-t", std::string(100, 't'), "-c", config});
     ::Arguments named({"quendil", "-t", std::string(100, 't'), "-c", config, "-o",
                        directory_.path("result"), "-d", directory_.path()});
+    ::Arguments usual({"quendil", "-t", std::string(100, 't')});
     const std::pair<::Arguments&, Call> runs[] = {
-        {plain, Call::CALLOC}, {plain, Call::POOL}, {named, Call::POOL}};
+        {plain, Call::CALLOC}, {plain, Call::POOL}, {named, Call::POOL}, {usual, Call::POOL}};
     for (const auto& [arguments, call] : runs) {
         bool failed = true;
         for (int nth = 1; failed; ++nth) {
