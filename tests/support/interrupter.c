@@ -7,8 +7,9 @@
  * writes, which is how a progress bar is drawn, only the first counts. The program's life is cut
  * into segments: a new one begins each time it has made a child and each time it has reaped one,
  * and the stops of a segment are counted from 1. WHERE is SEGMENT:STOP with segments counted from
- * 0, or +N: the N-th stop after the signal before this one. WHO is "process", or "group" for
- * everything that shares the program's process group, which it leads.
+ * 0, or +N: the N-th stop after the signal before this one, or before:CALL or after:CALL: the first
+ * such stop after that signal. WHO is "process", or "group" for everything that shares the
+ * program's process group, which it leads.
  *
  * Children run free. All the program's own signals take their course.
  *
@@ -36,9 +37,10 @@ enum { TROUBLE = 121, MAX_SIGNALS = 8, SYSCALL_STOP = SIGTRAP | 0x80 };
 
 /* A signal to send, and where. */
 struct order {
-    bool relative;
-    long segment; /* of a relative one, unused */
-    long stop;
+    enum { ABSOLUTE, DISTANCE, BEFORE_CALL, AFTER_CALL } where;
+    long segment;     /* ABSOLUTE */
+    long stop;        /* ABSOLUTE, DISTANCE */
+    const char* call; /* BEFORE_CALL, AFTER_CALL */
     int signal;
     bool group;
 };
@@ -76,18 +78,29 @@ static long number(const char* word) {
     return value;
 }
 
+/* The rest of a word that begins so; NULL when it does not. */
+static const char* behind(const char* word, const char* beginning) {
+    const size_t length = strlen(beginning);
+    return strncmp(word, beginning, length) == 0 ? word + length : NULL;
+}
+
+static struct order parse_place(char* word) {
+    const char* rest = NULL;
+    if ((rest = behind(word, "+")) != NULL)
+        return (struct order){.where = DISTANCE, .stop = number(rest)};
+    if ((rest = behind(word, "before:")) != NULL)
+        return (struct order){.where = BEFORE_CALL, .call = rest};
+    if ((rest = behind(word, "after:")) != NULL)
+        return (struct order){.where = AFTER_CALL, .call = rest};
+    char* colon = strchr(word, ':');
+    if (colon == NULL)
+        fail(word);
+    *colon = '\0';
+    return (struct order){.segment = number(word), .stop = number(colon + 1)};
+}
+
 static struct order parse_order(char* const* words) {
-    struct order order = {.relative = words[0][0] == '+'};
-    if (order.relative) {
-        order.stop = number(words[0] + 1);
-    } else {
-        char* colon = strchr(words[0], ':');
-        if (colon == NULL)
-            fail(words[0]);
-        *colon = '\0';
-        order.segment = number(words[0]);
-        order.stop = number(colon + 1);
-    }
+    struct order order = parse_place(words[0]);
     order.signal = (int)number(words[1]);
     order.group = strcmp(words[2], "group") == 0;
     if (!order.group && strcmp(words[2], "process") != 0)
@@ -180,23 +193,30 @@ static void send_signal(const struct order* order) {
 }
 
 /* Whether the next order is due at this stop. */
-static bool is_due(void) {
+static bool is_due(bool before, unsigned long call) {
     if (orders_done == order_count)
         return false;
     const struct order* next = &orders[orders_done];
-    return next->relative ? orders_done > 0 && since_signal == next->stop
-                          : segment == next->segment && stop == next->stop;
+    switch (next->where) {
+        case ABSOLUTE:
+            return segment == next->segment && stop == next->stop;
+        case DISTANCE:
+            return orders_done > 0 && since_signal == next->stop;
+        default:
+            return orders_done > 0 && since_signal > 0 && before == (next->where == BEFORE_CALL) &&
+                   strcmp(call_name(call), next->call) == 0;
+    }
 }
 
 /* One stop. `call` is the call that is about to be made, or has been made. */
 static void visit(bool before, unsigned long call) {
     stop++;
     since_signal++;
-    const bool due = is_due();
+    const bool due = is_due(before, call);
     if (due || order_count == 0)
         fprintf(report, "%ld %ld %s %s\n", segment, stop, before ? "before" : "after",
                 call_name(call));
-    while (is_due())
+    while (is_due(before, call))
         send_signal(&orders[orders_done]);
 }
 
