@@ -118,6 +118,28 @@ def test_a_message_that_asks_for_something_says_what_to_do():
             assert "Action: " in text or "does not issue it" in text, head
 
 
+#: Where a message of each kind appears, and those that are an exception: they come before the run
+#: log is open, or are led into it while patterns are read and data is collected.
+PLACES = {
+    "LOG": "run log", "STDOUT_LOG": "terminal, run log", "STDERR_LOG": "terminal, run log",
+    "STDERR": "terminal", "HISTORY": "history log",
+}
+OTHER_PLACES = {
+    "ZEPA116-E": "terminal, history log", "ZEPA117-E": "terminal",
+    **dict.fromkeys(["ZEPA140-W", "ZEPA141-W", "ZEPA152-W"],
+                    "run log; terminal before the run log is open"),
+}
+
+
+def test_a_message_is_said_to_appear_where_one_of_its_kind_does():
+    rows = re.findall(r"IG_MSG\(\d+, (ZEPA\d+)_([EWI])\w*, MSGKIND_(\w+),",
+                      source("common/IGCmnMessageTable.inc"))
+    wanted = {f"{number}-{letter}": PLACES[kind] for number, letter, kind in rows} | OTHER_PLACES
+    told = {head[:9]: re.search(r"\(((?:terminal|run log|history log)\b[^)]*)\)", text)
+            for head, text in entries(rendered("quendil_messages.7")).items()}
+    assert {name: place[1] for name, place in told.items() if name in wanted and place} == wanted
+
+
 def test_messages_said_not_to_be_issued_are_named_nowhere_in_the_source():
     code = "".join(path.read_text() for path in SOURCE.rglob("*.cpp"))
     page = entries(rendered("quendil_messages.7"))
