@@ -37,11 +37,13 @@ HANDLER_MAY_CALL = {
 
 
 def run(*command):
-    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    return subprocess.run(command, capture_output=True, text=True, check=True, cwd=ROOT).stdout
 
 
 def tracked(*patterns):
-    return [ROOT / name for name in run("git", "-C", ROOT, "ls-files", "--", *patterns).split()]
+    # git takes a repository that belongs to another user, such as the one who called sudo, only
+    # where it is named.
+    return [ROOT / name for name in run("git", "--git-dir=.git", "ls-files", "--", *patterns).split()]
 
 
 def sources():
