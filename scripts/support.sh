@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # What the commands of this directory share. Sourced from the project's root.
 
 say() {

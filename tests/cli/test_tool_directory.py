@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import os
 import shutil
-import subprocess
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -414,9 +413,3 @@ def test_the_commands_are_installed_for_all_to_run(machine: Machine):
     for name in machine.list(TOOLS):
         status = machine.status(f"{TOOLS}/{name}")
         assert (machine.mode(f"{TOOLS}/{name}"), status.st_uid, status.st_gid) == ("0755", 0, 0)
-
-
-def test_the_commands_are_clean():
-    checked = subprocess.run(["shellcheck", *SOURCES.iterdir()], capture_output=True, text=True,
-                             check=False)
-    assert (checked.returncode, checked.stdout) == (0, "")
