@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "common/IGCmnMemory.h"
-
 /// What the caller asks to run.
 struct exec_req {
     const char* command_path = nullptr;  // for execv, and the name shown in messages

@@ -1,6 +1,5 @@
 #include "collect/IGCmnProcessChild.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>

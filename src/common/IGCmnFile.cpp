@@ -1,6 +1,5 @@
 #include "common/IGCmnFile.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

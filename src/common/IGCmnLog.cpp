@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"

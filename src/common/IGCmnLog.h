@@ -3,7 +3,6 @@
 #ifndef QUENDIL_COMMON_IGCMNLOG_H
 #define QUENDIL_COMMON_IGCMNLOG_H
 
-#include "common/IGCmnMessageTable.h"
 #include "common/IGSourcePlace.h"
 
 /// Keeps the previous run log as "quendil_old.log", opens a new "quendil.log" (readable by its

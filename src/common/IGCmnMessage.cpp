@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <clocale>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

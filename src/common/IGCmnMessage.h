@@ -4,7 +4,6 @@
 #ifndef QUENDIL_COMMON_IGCMNMESSAGE_H
 #define QUENDIL_COMMON_IGCMNMESSAGE_H
 
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
 #include "common/IGCmnProgress.h"

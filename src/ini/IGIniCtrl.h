@@ -2,8 +2,6 @@
 #ifndef QUENDIL_INI_IGINICTRL_H
 #define QUENDIL_INI_IGINICTRL_H
 
-#include <cstdint>
-
 #include "common/IGCmnList.h"
 #include "common/IGCmnMemory.h"
 

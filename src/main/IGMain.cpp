@@ -1,7 +1,6 @@
 #include "main/IGMain.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <array>
