@@ -271,18 +271,18 @@ int IgCmnFileCreateDirAllPath(const char* dirpath) {
 
 int IgCmnFileRemoveAll(const char* path) {
     IG_ASSERT_NOT_NULL(path);
-    constexpr const char* FORMAT = R"(%s -rf "%s" 2> /dev/null)";
+    constexpr const char* FORMAT = R"(/bin/rm -rf "%s" 2> /dev/null)";
     LocalPool local;
     const char* escaped = IgCmnStrShellEscape(local.get(), path);
     if (escaped == nullptr) {
         return 1;
     }
-    const std::size_t size = std::strlen(FORMAT) + std::strlen(escaped) + 11;
+    const std::size_t size = std::strlen(FORMAT) + std::strlen(escaped);
     auto* command = newFromPool<char>(local.get(), size);
     if (command == nullptr) {
         return 1;
     }
-    std::snprintf(command, size, FORMAT, "/bin/rm", escaped);
+    std::snprintf(command, size, FORMAT, escaped);
     const int status = runShell(command);
     if (status != 0) {
         reportRemoval(status, errno, command);
