@@ -276,9 +276,11 @@ char* IgCmnStrPrintable(memory_pool* memoryp, const char* name) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(name);
     const std::size_t size = 4 * std::strlen(name) + 1;
-    auto* shown = newFromPool<char>(memoryp, size);
-    if (shown != nullptr) {
-        IgCmnMsgPrintable(name, shown, size);
+    LocalPool local;
+    auto* shown = newFromPool<char>(local.get(), size);
+    if (shown == nullptr) {
+        return nullptr;
     }
-    return shown;
+    IgCmnMsgPrintable(name, shown, size);
+    return IgCmnStrdup(memoryp, shown);
 }
