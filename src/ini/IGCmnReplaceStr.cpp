@@ -40,14 +40,10 @@ constexpr SpecialStr SPECIAL_STRS[] = {
     {17, "%reg9", L"%reg9", nullptr},  {18, "%HOST", L"%HOST", &root_tbl::HOST},
 };
 
-constexpr bool isReserved(const SpecialStr& special) {
-    return special.code >= 8 && special.code <= 17;
-}
-
 template <typename Matches>
 const SpecialStr* findSpecialStr(Matches matches) {
     for (const SpecialStr& special : SPECIAL_STRS) {
-        if (!isReserved(special) && matches(special)) {
+        if (special.value != nullptr && matches(special)) {
             return &special;
         }
     }

@@ -182,7 +182,7 @@ PATTERNS = _rules(
     ("months count from 1", "src/ini/IGCmnReplaceStr.cpp",
      "parts.tm_mon + 1", "parts.tm_mon", "unit:IGCmnReplaceStr_test"),
     ("%reg0% has no value", "src/ini/IGCmnReplaceStr.cpp",
-     "special.code >= 8 &&", "special.code >= 9 &&", "unit:IGCmnReplaceStr_test"),
+     'L"%reg0", nullptr', 'L"%reg0", &root_tbl::HOST', "unit:IGCmnReplaceStr_test"),
     ("groups and names must both match", "src/ini/IGIniCtrl.cpp",
      "return group && name ? 1 : 0;", "return group || name ? 1 : 0;", "unit:IGIniCtrl_test"),
     ("a block without a wanted target is left out", "src/ini/IGIniCtrl.cpp",
