@@ -40,7 +40,7 @@ quietly() {
     "$@" </dev/null >"$log" 2>&1 || { cat "$log" >&2; fail "failed: $*"; }
 }
 
-# Configures a preset, unless it is configured, and builds its targets (all when none is named).
+# Configures a preset and builds its targets (all when none is named).
 build_preset() {
     preset=$1
     shift
@@ -49,17 +49,19 @@ build_preset() {
     quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
 }
 
-# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset.
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset. Not below
+# this directory, whose path may hold a blank: rpmbuild takes none.
 make_package() {
     generator=$1
     directory=$2
     shift 2
-    rm -rf build/package-tree
+    tree=$(mktemp -d)
+    trap 'rm -rf "$tree"' EXIT
     quietly build/package.log cpack --config build/release/CPackConfig.cmake -G "$generator" \
-        -B "$PWD/build/package-tree" "$@"
+        -B "$tree" "$@"
     mkdir -p "$directory"
-    mv build/package-tree/quendil* "$directory/"
-    rm -rf build/package-tree
+    mv "$tree"/quendil* "$directory/"
+    rm -rf "$tree"
 }
 
 # Makes both packages in build/packages, in place of what is there.
