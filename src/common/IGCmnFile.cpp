@@ -257,9 +257,6 @@ int IgCmnFileCreateDirAllPath(const char* dirpath) {
     }
     for (char* slash = std::strchr(path + 1, '/'); slash != nullptr;
          slash = std::strchr(slash + 1, '/')) {
-        if (slash[-1] == '/') {
-            continue;
-        }
         *slash = '\0';
         if (IgCmnFileIsDir(path) == 0 && IgCmnFileMkdir(path) != 0) {
             return -1;
