@@ -99,6 +99,13 @@ def test_the_installed_binary_needs_only_the_c_library():
     assert needed - {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"} == {"libc.so.6"}
 
 
+def test_the_installed_binary_can_be_loaded_anywhere_and_keeps_its_tables_from_being_written():
+    binary = BUILD / "release/src/quendil"
+    assert re.search(r"FLAGS_1.* NOW PIE", run("readelf", "-dW", binary))
+    segments = run("readelf", "-lW", binary)
+    assert "GNU_RELRO" in segments and re.search(r"GNU_STACK .* RW  ", segments)
+
+
 def test_the_installed_binary_runs_with_the_c_library_of_the_oldest_system_served():
     versions = re.findall(
         r"\bGLIBC_(\d+)\.(\d+)", run("readelf", "-VW", BUILD / "release/src/quendil")
