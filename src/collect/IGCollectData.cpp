@@ -49,8 +49,7 @@ struct Item {
     IgCmnListHeader* made = nullptr;     // MadeDirectory
     const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
     const char* first_destination = nullptr;
-    const char* prepared =
-        nullptr;  // the last directory below which everything is ready; null at first
+    const char* prepared = nullptr;  // the last destination whose directories are ready; or null
 };
 
 // How the steps over the entries go on.
@@ -262,27 +261,38 @@ Step bringRegular(Item& item, const FileEntry& entry, const char* shown, const c
     return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
 }
 
+// Up to where the destination's directories are ready: those that the last one stands in too. Else
+// each entry of a tree would cost a look at every directory above it.
+std::size_t readyLength(const Item& item, const char* destination) {
+    std::size_t ready = std::strlen(item.data_dir) + 1;
+    if (item.prepared == nullptr) {
+        return ready;
+    }
+    for (std::size_t i = ready; destination[i] != '\0' && destination[i] == item.prepared[i]; ++i) {
+        if (destination[i] == '/') {
+            ready = i + 1;
+        }
+    }
+    return ready;
+}
+
 // Makes the directories that the destination stands in. They lie in the output, which is ours
 // alone: one that is a link is a file brought in earlier that its owner has made a directory since,
 // and leads out.
 bool prepareParents(Item& item, const char* destination) {
-    const auto length = static_cast<std::size_t>(std::strrchr(destination, '/') - destination);
-    if (item.prepared != nullptr && std::strncmp(item.prepared, destination, length) == 0 &&
-        item.prepared[length] == '/') {
-        return true;
-    }
+    const std::size_t ready = readyLength(item, destination);
     LocalPool local;
     char* prefix = IgCmnStrdup(local.get(), destination);
     if (prefix == nullptr) {
         return false;
     }
-    for (char* slash = std::strchr(prefix + std::strlen(item.data_dir) + 1, '/'); slash != nullptr;
+    for (char* slash = std::strchr(prefix + ready, '/'); slash != nullptr;
          slash = std::strchr(slash + 1, '/')) {
         *slash = '\0';
         struct stat st = {};
-        const bool ready = ::lstat(prefix, &st) == 0 && S_ISDIR(st.st_mode);
-        if (!ready && IgCmnFileMkdir(prefix) != 0) {  // says so when something else is in the way
-            return false;
+        const bool is_ready = ::lstat(prefix, &st) == 0 && S_ISDIR(st.st_mode);
+        if (!is_ready && IgCmnFileMkdir(prefix) != 0) {
+            return false;  // said so: something else is in the way
         }
         *slash = '/';
     }
