@@ -45,8 +45,10 @@ char* command_file;
 // go into that file.
 void openStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        if (::fcntl(fd, F_GETFD) == -1) {
-            static_cast<void>(::open("/dev/null", O_RDWR));  // takes the lowest free one: this one
+        // What is opened takes the lowest free descriptor: this one. Where there is no null device,
+        // anything that cannot be written serves.
+        if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", O_RDWR) == -1) {
+            static_cast<void>(::open("/", O_RDONLY | O_DIRECTORY));
         }
     }
 }

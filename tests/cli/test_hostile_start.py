@@ -7,7 +7,7 @@ import signal
 
 import pytest
 from support import behave, expect, pattern_text
-from support.collecting import GROUP, collect, complete_output, started_log
+from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import BIN_DIRECTORY, HISTORY_LOCK, RUN_LOCK, check_refused
 from support.machine import LOG_DIRECTORY, QUENDIL, Machine
 from support.progress import Terminal
@@ -186,6 +186,22 @@ def test_no_signal_that_the_caller_ignored_or_blocked_changes_what_a_run_does(ma
     log = started_log().tool(tool, 3).timed_out_tool(overrun, behave.PROGRAM, 0, 15, timeout=1)
     assert (run.status, run.stdout, run.stderr) == (0, complete_output(2), "")
     assert run.log == log.complete().text
+
+
+@pytest.mark.parametrize("close", [(1,), (1, 2), (0, 1, 2)], ids=str)
+def test_no_file_becomes_the_terminal_where_even_the_null_device_is_gone(
+        machine: Machine, close: tuple[int, ...]):
+    machine.mount("-t", "tmpfs", "cell", "/dev")
+    tool = machine.tool(behave.ready("/opt/at"), behave.wait_for("/opt/go"))
+    running = begin(machine, pattern_text.tool(tool), close=close)
+    machine.wait_for("/opt/at")
+    assert machine.locks(f"{BIN_DIRECTORY}/{RUN_LOCK}") == (1, 0)
+    machine.file("/opt/go")
+    run = running.finish()
+    assert (run.status, run.stdout) == (0, "")
+    assert run.log == started_log().tool(tool).complete().text
+    for name in (RUN_LOCK, HISTORY_LOCK):
+        assert machine.status(f"{BIN_DIRECTORY}/{name}").st_size == 0
 
 
 # ---- Limits -------------------------------------------------------------------------------------
