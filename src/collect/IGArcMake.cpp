@@ -1,5 +1,6 @@
 #include "collect/IGArcMake.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -191,9 +192,23 @@ bool choosePaths(Archive& archive) {
     return archive.gz != nullptr;
 }
 
-// Packs the output directory. 0 when the archive is there, else the result of IgArcMake.
+// Takes the archive's name before tar does, which would write through a link, or into another's
+// file, that somebody has put there since we looked: in /tmp everybody may. False when it is taken.
+bool claimName(const char* path) {
+    const UmaskGuard mask(PRIVATE_MASK);
+    const FdGuard fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC, 0666));
+    if (!fd && errno == EEXIST) {
+        IgCmnMsg<ZEPA109_E>(path);
+        return false;
+    }
+    return true;  // what else keeps the file from being made keeps tar from it, which tells
+}
+
+// Packs the output directory under the name that was claimed. 0 when the archive is there, else the
+// result of IgArcMake.
 int pack(Archive& archive) {
     if (IgMainIsInterrupted() != 0) {
+        removePartial(archive.tar);
         return ARC_INTERRUPTED;
     }
     // Create the named file, follow links; the directory is relative to the one we are in.
@@ -341,6 +356,9 @@ int IgArcMake(memory_pool* memoryp, root_tbl* root) {
     }
     if (!working_directory.enter(root->output_dir)) {
         return -1;
+    }
+    if (!claimName(archive.tar)) {
+        return 0;
     }
     if (const int result = pack(archive); result != 0) {
         return result;

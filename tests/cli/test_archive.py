@@ -327,6 +327,16 @@ def test_a_link_to_nowhere_in_the_archives_place_is_not_written_through(machine:
     assert not machine.exists("/opt/victim")
 
 
+def test_nobody_can_put_a_link_in_the_archives_place_before_it_is_written(machine: Machine):
+    machine.file("/opt/victim", "whole")
+    late = behave.child(behave.link("/opt/victim", "/opt/result.tar"))
+    machine.replace("/bin/tar", late, behave.wait(), behave.become("/opt/real/tar"))
+    run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/result"))
+    assert run.status == 0
+    assert machine.read("/opt/victim") == "whole"
+    assert machine.mode("/opt/result.tar.gz") == "0600"
+
+
 # ---- Logs that cannot be copied -----------------------------------------------------------------
 
 
