@@ -89,14 +89,14 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
         return false;
     }
     const bool null_device = isNullDevice(file);
-    if (!null_device) {
-        std::remove(file);
-    }
+    const bool gone = !null_device && (std::remove(file) == 0 || errno == ENOENT);
     if (which == STANDARD_ERROR && !isArchiving() && ctl.request->stdout_path != nullptr) {
         return putInPlace(STDOUT_FILENO, standard_fd, saved);
     }
-    // A link put in the way since the removal must not lead anywhere else.
-    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (null_device ? 0 : O_NOFOLLOW);
+    // What somebody has put in the way since the removal is not written to: a link would lead
+    // elsewhere, a file of his own would show him the output, a FIFO would hold us up.
+    const int flags =
+        O_WRONLY | O_CREAT | O_CLOEXEC | (null_device ? 0 : O_NOFOLLOW) | (gone ? O_EXCL : 0);
     const FdGuard fd(::open(file, flags, 0666));
     if (!fd) {
         IgCmnSysErrPath("open", errno, file);

@@ -129,6 +129,15 @@ struct dirent* __wrap_readdir64(DIR* directory) {
     return failsNow(Call::READDIR) ? nullptr : __real_readdir64(directory);
 }
 
+int __real_remove(const char* path);
+int __wrap_remove(const char* path);
+int __wrap_remove(const char* path) {
+    if (failsNow(Call::REMOVE)) {
+        return errno == 0 ? 0 : -1;
+    }
+    return __real_remove(path);
+}
+
 int __real_gethostname(char* name, std::size_t size);
 int __wrap_gethostname(char* name, std::size_t size);
 int __wrap_gethostname(char* name, std::size_t size) {

@@ -14,6 +14,7 @@ enum class Call {
     POOL,    // a block from a pool, whether or not it would need the allocator
     UNGETWC,
     READDIR,
+    REMOVE,  // with no error: it succeeds, but what it removed is there again at once
     GETHOSTNAME,
     SYSTEM,
     SETLOCALE,

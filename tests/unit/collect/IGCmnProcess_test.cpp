@@ -12,6 +12,7 @@
 #include <chrono>
 
 #include "../../support/child_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -487,6 +488,25 @@ TEST_F(IGCmnProcess, WritesANewFileInPlaceOfWhatWasThere) {
     std::filesystem::create_directory(out);  // an empty one gives way
     EXPECT_EQ(behave({"out", "new\n"}, request).result, EXEC_OK);
     EXPECT_EQ(readText(out), "new\n");
+}
+
+TEST_F(IGCmnProcess, WritesNothingIntoAFileThatSomebodyPutsInTheWay) {
+    const std::string out = path("out");
+    exec_req request;
+    request.stdout_path = out.c_str();
+    writeText(out, "mine\n");
+    const std::string other = path("other");
+    std::filesystem::create_hard_link(out, other);
+    Capture errors(stderr);
+    {
+        const FailingCall back_again(Call::REMOVE, 1, 0);
+        EXPECT_EQ(behave({"out", "secret\n"}, request), (Outcome{EXEC_FAILED, 0, 0}));
+        EXPECT_TRUE(FailingCall::happened());
+    }
+    EXPECT_EQ(takeLog(), trio("open", 17, "File exists", out, "IGCmnProcess"));
+    EXPECT_EQ(readText(other), "mine\n");
+    static_cast<void>(errors.take());
+    expectOwnDescriptors();
 }
 
 TEST_F(IGCmnProcess, MakesTheDirectoriesOfAnOutputFile) {
