@@ -140,7 +140,8 @@ Step countEntry(Item& item, const FileEntry& entry) {
     if (IgMainIsInterrupted() != 0) {
         return Step::INTERRUPTED;
     }
-    const char* shown = IgCmnStrPrintable(item.memoryp, entry.path);
+    LocalPool local;
+    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
     if (shown == nullptr) {
         return Step::FAILED;
     }
@@ -301,8 +302,9 @@ bool prepareParents(Item& item, const char* destination) {
 }
 
 Step bringEntry(Item& item, const FileEntry& entry) {
+    LocalPool local;
     const char* destination = IgCmnStrCat(item.memoryp, item.data_dir, entry.path);
-    const char* shown = IgCmnStrPrintable(item.memoryp, entry.path);
+    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
     if (destination == nullptr || shown == nullptr) {
         return Step::FAILED;
     }
@@ -495,12 +497,14 @@ int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_bl
     if (IgCmnFileIsDir(root_tblp->d) == 0 && IgCmnFileMkdir(root_tblp->d) != 0) {
         return -1;
     }
-    Item item{.memoryp = memoryp, .root = *root_tblp, .block = *data_block};
+    // A tree may hold very many long paths: they go with their item.
+    LocalPool local;
+    Item item{.memoryp = local.get(), .root = *root_tblp, .block = *data_block};
     IgCmnListHeader* records = nullptr;
     const int result = collectItem(item, &records);
     if (result != 0) {
         return result;
     }
     IgCmnMsgInfo<ZEPA210_I>(run_state.total_size);
-    return records == nullptr ? 0 : indexAppend(memoryp, *root_tblp, item.data_dir, records);
+    return records == nullptr ? 0 : indexAppend(local.get(), *root_tblp, item.data_dir, records);
 }

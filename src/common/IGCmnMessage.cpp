@@ -267,6 +267,16 @@ void IgCmnMsgPrintable(const char* name, char* out, std::size_t size) {
     out[used] = '\0';
 }
 
+std::size_t IgCmnMsgPrintableSize(const char* name) {
+    std::size_t size = 1;
+    while (*name != '\0') {
+        const std::size_t control = controlLength(name);
+        size += control == 0 ? 1 : 4 * control;
+        name += control == 0 ? 1 : control;
+    }
+    return size;
+}
+
 [[noreturn]] void msgLogFailed(const char* call, int error) {
     msg_state.stderr_used = 1;
     IgCmnProgressNewline();

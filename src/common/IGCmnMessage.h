@@ -64,8 +64,10 @@ void IgCmnSysErrPlain(const char* call, int error, SourcePlace place = SourcePla
 /// Copies a name that was found on disk so that it cannot forge a line or a terminal sequence:
 /// every control character becomes a backslash and three octal digits. The result is cut to fit and
 /// always terminated.
-/// @param size room in bytes; four times the name's length plus one always suffices
+/// @param size room in bytes; IgCmnMsgPrintableSize says how much is needed
 void IgCmnMsgPrintable(const char* name, char* out, std::size_t size);
+/// The bytes that the name takes when it is shown so, the NUL included.
+std::size_t IgCmnMsgPrintableSize(const char* name);
 
 // What a catalogue text expects at each placeholder, and what a caller passes: compared when the
 // program is compiled, because a wrong variable argument is undefined behaviour.

@@ -275,12 +275,10 @@ char* IgCmnStrShellEscape(memory_pool* memoryp, const char* text) {
 char* IgCmnStrPrintable(memory_pool* memoryp, const char* name) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(name);
-    const std::size_t size = 4 * std::strlen(name) + 1;
-    LocalPool local;
-    auto* shown = newFromPool<char>(local.get(), size);
-    if (shown == nullptr) {
-        return nullptr;
+    const std::size_t size = IgCmnMsgPrintableSize(name);
+    auto* shown = newFromPool<char>(memoryp, size);
+    if (shown != nullptr) {
+        IgCmnMsgPrintable(name, shown, size);
     }
-    IgCmnMsgPrintable(name, shown, size);
-    return IgCmnStrdup(memoryp, shown);
+    return shown;
 }

@@ -151,3 +151,15 @@ def test_a_directory_whose_copy_has_no_room_for_its_path_is_reported(machine: Ma
     assert run.log is not None
     assert run.log.count("system call name = mkdir, error code = 36") >= 1
     assert os.path.dirname(below)[1:] in run.archive and deep[1:] not in run.archive
+
+
+@pytest.mark.plain_binary  # an instrumented one wants memory of its own
+def test_many_long_paths_cost_memory_while_their_item_is_collected_and_little_of_it(
+        machine: Machine):
+    directory = os.path.dirname(make_deep(machine, 3500, "x"))
+    for number in range(2000):
+        os.mknod(f"{machine.path(directory)}/{number}")
+    item = pattern_text.data("/opt/deep")  # 7 MB of paths
+    run = collect(machine, item, item, item, limits={"as": 48 << 20})
+    assert run.status == 0 and run.stderr == ""
+    assert len(run.archive.files()) == 2001 + 3

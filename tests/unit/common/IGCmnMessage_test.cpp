@@ -686,6 +686,7 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         std::array<char, 64> out{};
         IgCmnMsgPrintable(c.name.c_str(), out.data(), out.size());
         EXPECT_EQ(out.data(), c.shown);
+        EXPECT_EQ(IgCmnMsgPrintableSize(c.name.c_str()), c.shown.size() + 1);
     }
 }
 
