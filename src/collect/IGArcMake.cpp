@@ -193,7 +193,7 @@ bool choosePaths(Archive& archive) {
 }
 
 // Takes the archive's name before tar does, which would write through a link, or into another's
-// file, that somebody has put there since we looked: in /tmp everybody may. False when it is taken.
+// file, that somebody puts there meanwhile: in /tmp everybody may. False when it is taken already.
 bool claimName(const char* path) {
     const UmaskGuard mask(PRIVATE_MASK);
     const FdGuard fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC, 0666));
@@ -351,14 +351,12 @@ int IgArcMake(memory_pool* memoryp, root_tbl* root) {
     if (!working_directory.remember() || !choosePaths(archive)) {
         return -1;
     }
-    if (alreadyExists(archive.tar)) {
+    if (!claimName(archive.tar)) {
         return 0;
     }
     if (!working_directory.enter(root->output_dir)) {
+        removePartial(archive.tar);
         return -1;
-    }
-    if (!claimName(archive.tar)) {
-        return 0;
     }
     if (const int result = pack(archive); result != 0) {
         return result;
