@@ -14,6 +14,7 @@
 #include "common/IGCmnMessageState.h"
 #include "common/IGCmnProgress.h"
 #include "common/IGRunState.h"
+#include "common/IGTerminal.h"
 
 // The texts come from the catalogue; IgCmnMsg<> has compared them with their arguments.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -60,6 +61,9 @@ Output chooseText(int number) {
 
 void writeTerminal(std::FILE* stream, const char* text, std::va_list args) {
     IgCmnProgressNewline();
+    if (!terminalTakes(stream)) {
+        return;
+    }
     std::va_list copy;
     va_copy(copy, args);
     std::vfprintf(stream, text, copy);
@@ -176,8 +180,10 @@ int IgCmnMsgLogOpened() {
 void IgCmnMsgReprint() {
     if (msg_state.stderr_used == 0 && saved.text != nullptr) {
         IgCmnProgressNewline();
-        std::fputs(saved.text, stderr);
-        std::fflush(stderr);
+        if (terminalTakes(stderr)) {
+            std::fputs(saved.text, stderr);
+            std::fflush(stderr);
+        }
     }
     if (msg_state.log_opened != 0) {
         IgCmnMsg<ZEPA216_I>(static_cast<const char*>(msg_state.log_path.data()));
@@ -280,9 +286,11 @@ std::size_t IgCmnMsgPrintableSize(const char* name) {
 [[noreturn]] void msgLogFailed(const char* call, int error) {
     msg_state.stderr_used = 1;
     IgCmnProgressNewline();
-    std::fprintf(stderr, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
-    std::fprintf(stderr, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
-    std::fflush(stderr);
+    if (terminalTakes(stderr)) {
+        std::fprintf(stderr, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
+        std::fprintf(stderr, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
+        std::fflush(stderr);
+    }
     std::fclose(std::exchange(msg_state.log, nullptr));
     IgCmnMsgSetMode(0);  // with no run log left, what fails from here on must reach the terminal
     if (run_hooks.stop_child != nullptr) {

@@ -6,6 +6,7 @@
 #include <initializer_list>
 
 #include "common/IGRunState.h"
+#include "common/IGTerminal.h"
 
 namespace {
 
@@ -32,8 +33,10 @@ Progress progress;
 
 // Every character is flushed on its own, so that a slow terminal shows the bar as it grows.
 void put(char c) {
-    std::fputc(c, stdout);
-    std::fflush(stdout);
+    if (terminalTakes(stdout)) {
+        std::fputc(c, stdout);
+        std::fflush(stdout);
+    }
 }
 
 void put(char c, std::int32_t count) {

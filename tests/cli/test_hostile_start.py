@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import fcntl
 import os
 import signal
 
@@ -152,6 +153,26 @@ def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Mach
     told = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
     check_refused(machine, run.finish(), arguments, told, 1)
     os.close(writer)
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("streams", [("stdout",), ("stdout", "stderr")], ids=["output", "both"])
+def test_a_run_whose_terminal_nobody_reads_can_be_interrupted(machine: Machine, number: int,
+                                                              streams: tuple[str, ...]):
+    reader, writer = os.pipe()
+    os.write(writer, bytes(fcntl.fcntl(writer, fcntl.F_GETPIPE_SZ)))
+    running = begin(machine, pattern_text.tool(machine.tool()), **dict.fromkeys(streams, writer))
+    running.wait_for(lambda: "Started" in (machine.read_log("quendil.log") or "") and any(
+        entry.pid == running.pid and entry.state == "S" for entry in machine.processes()))
+    running.signal(number)
+    run = running.finish()
+    os.close(writer)
+    os.close(reader)
+    told = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
+    assert run.status == 255 and run.log.count(told) == 1 and run.log.endswith("= 255.\n")
+    assert run.stderr == ("" if "stderr" in streams else told + expect.LOOK_AT_LOG)
+    assert machine.outputs() == []
+    assert machine.locks(f"{BIN_DIRECTORY}/{RUN_LOCK}") == (0, 0)
 
 
 # ---- What a process inherits --------------------------------------------------------------------

@@ -1,0 +1,13 @@
+// What the run shows to whoever has started it: the standard output and the standard error.
+#ifndef QUENDIL_COMMON_IGTERMINAL_H
+#define QUENDIL_COMMON_IGTERMINAL_H
+
+#include <cstdio>
+
+/// Whether to write to the terminal now. A reader that is slow holds a run up, as it does every
+/// program; but a run that has been interrupted is to end, also when nobody reads any more.
+/// @param stream the standard output or the standard error, with nothing in its buffer
+/// @return false when the run is interrupted and a write would wait
+[[nodiscard]] bool terminalTakes(std::FILE* stream);
+
+#endif

@@ -1,0 +1,60 @@
+#include "common/IGTerminal.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+
+#include "common/IGGuards.h"
+#include "common/IGRunState.h"
+
+namespace {
+
+// A stream into a pipe that takes one page.
+class IGTerminal : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+        reader_.reset(ends[0]);
+        ASSERT_EQ(::fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
+        stream_ = ::fdopen(ends[1], "w");
+        ASSERT_NE(stream_, nullptr);
+    }
+    void TearDown() override {
+        run_state.interrupted = 0;
+        std::fclose(stream_);
+    }
+
+    void fill() const {
+        const std::array<char, 4096> bytes{};
+        ASSERT_EQ(::write(::fileno(stream_), bytes.data(), bytes.size()), 4096);
+    }
+
+    FdGuard reader_;
+    std::FILE* stream_ = nullptr;
+};
+
+TEST_F(IGTerminal, TakesEverythingUntilTheRunIsInterrupted) {
+    EXPECT_TRUE(terminalTakes(stream_));
+    fill();
+    EXPECT_TRUE(terminalTakes(stream_));
+}
+
+TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatNeedNotWait) {
+    run_state.interrupted = 1;
+    EXPECT_TRUE(terminalTakes(stream_));
+    fill();
+    EXPECT_FALSE(terminalTakes(stream_));
+}
+
+TEST_F(IGTerminal, TakesWhatFailsAtOnce) {
+    run_state.interrupted = 1;
+    fill();
+    reader_.reset();  // the write will fail, and nobody waits
+    EXPECT_TRUE(terminalTakes(stream_));
+}
+
+}  // namespace
