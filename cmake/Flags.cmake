@@ -13,7 +13,8 @@ target_compile_options(quendil_flags INTERFACE
 # The product needs no exceptions and no run-time types; its tests do.
 add_library(quendil_product_flags INTERFACE)
 target_link_libraries(quendil_product_flags INTERFACE quendil_flags)
-target_compile_options(quendil_product_flags INTERFACE -fno-exceptions -fno-rtti)
+# Whatever a compiler does by itself, the program can be loaded anywhere.
+target_compile_options(quendil_product_flags INTERFACE -fno-exceptions -fno-rtti -fPIE)
 
 if(QUENDIL_FUZZ)
   target_compile_options(quendil_flags INTERFACE -fsanitize=fuzzer-no-link)
