@@ -12,6 +12,6 @@ bool terminalTakes(std::FILE* stream) {
     fd_set ready;
     FD_ZERO(&ready);
     FD_SET(fd, &ready);
-    struct timeval at_once = {0, 0};
-    return ::select(fd + 1, nullptr, &ready, nullptr, &at_once) != 0;  // a failed look is no reason
+    static struct timeval patience = {3, 0};  // select takes from it what it has waited
+    return ::select(fd + 1, nullptr, &ready, nullptr, &patience) != 0;  // else a write tells
 }

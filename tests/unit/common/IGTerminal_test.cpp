@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
+#include "../../support/in_child.h"
 #include "common/IGGuards.h"
 #include "common/IGRunState.h"
 
@@ -43,11 +46,30 @@ TEST_F(IGTerminal, TakesEverythingUntilTheRunIsInterrupted) {
     EXPECT_TRUE(terminalTakes(stream_));
 }
 
-TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatNeedNotWait) {
+TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatItsReaderMakesRoomForInTime) {
     run_state.interrupted = 1;
     EXPECT_TRUE(terminalTakes(stream_));
     fill();
-    EXPECT_FALSE(terminalTakes(stream_));
+    std::thread reader([this] {
+        std::array<char, 4096> bytes{};
+        ASSERT_EQ(::read(reader_.get(), bytes.data(), bytes.size()), 4096);
+    });
+    EXPECT_TRUE(terminalTakes(stream_));
+    reader.join();
+}
+
+TEST_F(IGTerminal, WaitsForTheReaderOfAnInterruptedRunNoLongerThanItsPatience) {
+    run_state.interrupted = 1;
+    fill();
+    using Clock = std::chrono::steady_clock;
+    const ChildResult child = inChild([this] {
+        const bool first = terminalTakes(stream_);
+        const Clock::time_point began = Clock::now();
+        const bool second = terminalTakes(stream_);  // there is no patience left
+        const bool at_once = Clock::now() - began < std::chrono::seconds(1);
+        std::printf("%d %d %d", first, second, at_once);
+    });
+    EXPECT_EQ(child.out, "0 0 1");
 }
 
 TEST_F(IGTerminal, TakesWhatFailsAtOnce) {
