@@ -97,7 +97,7 @@ RUN_CONTROL = _rules(
      "    IgCmnProgressNewline();\n    if (!terminalTakes", "    if (!terminalTakes",
      "cli:test_command_line.py:bar_ends"),
     ("an interrupted run waits for no terminal", "src/common/IGTerminal.cpp",
-     "&patience) != 0;", "nullptr) != 0;", "cli:test_hostile_start.py:nobody_reads"),
+     "patience = {3, 0}", "patience = {3000, 0}", "cli:test_hostile_start.py:nobody_reads"),
     ("a completed bar is followed by no empty line", "src/common/IGCmnProgress.cpp",
      "    put('\\n');\n    progress.on_screen = false;\n}\n\nvoid IgCmnProgressNewline",
      "    put('\\n');\n}\n\nvoid IgCmnProgressNewline", "unit:IGCmnProgress_test"),
