@@ -59,16 +59,20 @@ Output chooseText(int number) {
     }
 }
 
-void writeTerminal(std::FILE* stream, const char* text, std::va_list args) {
+// Shows what `write` writes on a line of its own.
+template <typename Write>
+void show(std::FILE* stream, Write write) {
     IgCmnProgressNewline();
-    if (!terminalTakes(stream)) {
-        return;
-    }
-    std::va_list copy;
-    va_copy(copy, args);
-    std::vfprintf(stream, text, copy);
-    va_end(copy);
-    std::fflush(stream);
+    writeTerminal(stream, write);
+}
+
+void showText(std::FILE* stream, const char* text, std::va_list args) {
+    show(stream, [text, &args](std::FILE* terminal) {
+        std::va_list copy;
+        va_copy(copy, args);
+        std::vfprintf(terminal, text, copy);
+        va_end(copy);
+    });
 }
 
 void writeLog(const char* text, std::va_list args) {
@@ -131,20 +135,20 @@ void writeMessage(int number, const Output& out, std::va_list args) {
             }
             break;
         case MSGKIND_STDOUT_LOG:
-            writeTerminal(stdout, out.text, args);
+            showText(stdout, out.text, args);
             writeLog(out.text, args);
             break;
         case MSGKIND_STDERR_LOG:
             msg_state.stderr_used = 1;
-            writeTerminal(stderr, out.text, args);
+            showText(stderr, out.text, args);
             writeLog(out.text, args);
             break;
         case MSGKIND_STDERR:
             msg_state.stderr_used = 1;
-            writeTerminal(stderr, out.text, args);
+            showText(stderr, out.text, args);
             break;
         case MSGKIND_STDOUT:
-            writeTerminal(stdout, out.text, args);
+            showText(stdout, out.text, args);
             break;
         default:
             break;
@@ -179,11 +183,7 @@ int IgCmnMsgLogOpened() {
 
 void IgCmnMsgReprint() {
     if (msg_state.stderr_used == 0 && saved.text != nullptr) {
-        IgCmnProgressNewline();
-        if (terminalTakes(stderr)) {
-            std::fputs(saved.text, stderr);
-            std::fflush(stderr);
-        }
+        show(stderr, [](std::FILE* terminal) { std::fputs(saved.text, terminal); });
     }
     if (msg_state.log_opened != 0) {
         IgCmnMsg<ZEPA216_I>(static_cast<const char*>(msg_state.log_path.data()));
@@ -285,12 +285,10 @@ std::size_t IgCmnMsgPrintableSize(const char* name) {
 
 [[noreturn]] void msgLogFailed(const char* call, int error) {
     msg_state.stderr_used = 1;
-    IgCmnProgressNewline();
-    if (terminalTakes(stderr)) {
-        std::fprintf(stderr, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
-        std::fprintf(stderr, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
-        std::fflush(stderr);
-    }
+    show(stderr, [call, error](std::FILE* terminal) {
+        std::fprintf(terminal, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
+        std::fprintf(terminal, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
+    });
     std::fclose(std::exchange(msg_state.log, nullptr));
     IgCmnMsgSetMode(0);  // with no run log left, what fails from here on must reach the terminal
     if (run_hooks.stop_child != nullptr) {

@@ -33,10 +33,7 @@ Progress progress;
 
 // Every character is flushed on its own, so that a slow terminal shows the bar as it grows.
 void put(char c) {
-    if (terminalTakes(stdout)) {
-        std::fputc(c, stdout);
-        std::fflush(stdout);
-    }
+    writeTerminal(stdout, [c](std::FILE* terminal) { std::fputc(c, terminal); });
 }
 
 void put(char c, std::int32_t count) {

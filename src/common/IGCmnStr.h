@@ -57,8 +57,8 @@ int IgCmnStrHostToFileName(memory_pool* memoryp, const char* text, char** result
 int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);
 
 /// Writes the text with a backslash before every character that means something to the shell inside
-/// double quotes ($ ` " \): a name can then stand there and run nothing. The block
-/// is larger than length + 1 bytes: for a pool that is freed whole.
+/// double quotes ($ ` " \): a name can then stand there and run nothing. The block is larger than
+/// length + 1 bytes: for a pool that is freed whole.
 [[nodiscard]] char* IgCmnStrShellEscape(memory_pool* memoryp, const char* text);
 
 /// The name as IgCmnMsgPrintable shows it.

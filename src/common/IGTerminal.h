@@ -11,4 +11,13 @@
 /// @return false when the run is interrupted, this time is over and a write would wait
 [[nodiscard]] bool terminalTakes(std::FILE* stream);
 
+/// Has `write` write to the stream, when the terminal takes it, and shows it at once.
+template <typename Write>
+void writeTerminal(std::FILE* stream, Write write) {
+    if (terminalTakes(stream)) {
+        write(stream);
+        std::fflush(stream);
+    }
+}
+
 #endif
