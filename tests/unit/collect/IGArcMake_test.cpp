@@ -121,10 +121,13 @@ TEST_F(IGArcMake, StopsBeforeTheFirstStepOfAnInterruptedRun) {
 }
 
 TEST_F(IGArcMake, FailsWhenTheBaseDirectoryIsGone) {
+    std::string elsewhere = path("elsewhere");
+    root_->output_file = elsewhere.data();
     fs::remove_all(base_);
     Capture errors(stderr);
     EXPECT_EQ(IgArcMake(pool(), root_), -1);
     EXPECT_EQ(takeLog(), trio("chdir", 2, "No such file or directory", base_, "IGCmnFile"));
+    EXPECT_FALSE(fs::exists(elsewhere + ".tar"));
 }
 
 TEST_F(IGArcMake, MustNotBeGivenNull) {
