@@ -77,15 +77,19 @@ def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     assert done.stderr.endswith("usage: run [-m] [-l MIB] [-e PATH] NAME [ARG]...\n")
 
 
-def test_a_program_gets_a_fixed_environment_and_nothing_to_read(system: Machine):
-    done = system.exec(f"PAGER=less LS_COLORS=x SECRET=y {RUN} env")
+@pytest.mark.parametrize("zone, kept", [
+    ("TZ='QTZ -05:45 ;$x'", {"TZ": "QTZ -05:45 ;$x"}), ("TZ=", {"TZ": ""}), ("-u TZ", {}),
+], ids=["zone", "empty zone", "no zone"])
+def test_a_program_gets_a_fixed_environment_and_nothing_to_read(system: Machine, zone: str,
+                                                                kept: dict[str, str]):
+    done = system.exec(f"env {zone} PAGER=less LS_COLORS=x SECRET=y {RUN} env")
     settings = dict(line.split("=", 1) for line in done.stdout.splitlines())
     for added in ("PWD", "SHLVL", "_", "OLDPWD"):  # a shell may add these
         settings.pop(added, None)
     assert settings == {
         "PATH": ":".join(PLACES), "LC_ALL": "C", "HOME": "/nonexistent", "TERM": "dumb",
         "NO_COLOR": "1", "PAGER": "cat", "SYSTEMD_PAGER": "cat", "SYSTEMD_COLORS": "0",
-        "LVM_SUPPRESS_FD_WARNINGS": "1", "PROC_ROOT": "/proc",
+        "LVM_SUPPRESS_FD_WARNINGS": "1", "PROC_ROOT": "/proc", **kept,
     }
     assert system.exec(f"echo typed | {RUN} cat").stdout == ""
     assert system.exec(f"echo typed | {RUN} -m cat").stdout == ""
