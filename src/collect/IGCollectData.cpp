@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "collect/IGCopy.h"
 #include "collect/IGIndex.h"
-#include "collect/IGKernelFile.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
@@ -20,9 +20,11 @@
 #include "common/IGCmnStr.h"
 #include "common/IGCmnSystem.h"
 #include "common/IGCmnTime.h"
+#include "common/IGCmnTree.h"
 #include "common/IGGuards.h"
 #include "common/IGKernelFileSystem.h"
 #include "common/IGRunState.h"
+#include "common/IGSource.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -30,6 +32,10 @@ namespace {
 
 // The limit is configured in units of 512 bytes.
 constexpr int LIMIT_SHIFT = 9;
+
+// Largest content taken of one file of the kernel's own file systems, in bytes: some, like the
+// kernel's own memory, never end.
+constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
 
 // A directory that was made in the output, with the attributes it is to get in the end.
 struct MadeDirectory {
@@ -45,6 +51,7 @@ struct Item {
     const char* data_dir = nullptr;   // normalised, without trailing slash
     const char* path_name = nullptr;  // expanded and normalised
     const char* index = nullptr;      // the index file, normalised
+    const char* ours = nullptr;       // the output directory without links, for what tools wrote
     IndexRecord record{};
     IgCmnListHeader* made = nullptr;     // MadeDirectory
     const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
@@ -92,69 +99,6 @@ const char* relativeName(const Item& item, const char* path) {
     return *rest == '/' ? rest + 1 : rest;
 }
 
-// --- data that a tool wrote into the data directory ---
-
-// The first symbolic link on the way from the data directory to the entry, the entry itself
-// included, as a new text; null when there is none or memory ran out.
-char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
-    char* prefix = IgCmnStrdup(memoryp, path);
-    if (prefix == nullptr) {
-        return nullptr;
-    }
-    char* slash = prefix + std::strlen(item.data_dir);
-    while (slash != nullptr && *slash == '/') {
-        slash = std::strchr(slash + 1, '/');
-        if (slash != nullptr) {
-            *slash = '\0';
-        }
-        struct stat st = {};
-        if (::lstat(prefix, &st) == 0 && S_ISLNK(st.st_mode)) {
-            return prefix;
-        }
-        if (slash != nullptr) {
-            *slash = '/';
-        }
-    }
-    return nullptr;
-}
-
-// Leaves out a file over the limit: it does not stay in the output. Behind a link that leads out of
-// the output the link goes, and what it leads to stays; what only has a name like the output's
-// stays too.
-Step dropOverLimit(const Item& item, const char* path, const char* shown, std::int64_t size) {
-    reportOverLimit(shown, size);
-    if (path[std::strlen(item.data_dir)] != '/') {
-        return Step::NEXT;
-    }
-    LocalPool local;
-    const char* link = firstLink(item, path, local.get());
-    const char* removed = link != nullptr ? link : path;
-    if (std::remove(removed) != 0) {
-        IgCmnSysErrPath("remove", errno, removed);
-        return Step::SIZE_LIMIT;
-    }
-    return Step::NEXT;
-}
-
-Step countEntry(Item& item, const FileEntry& entry) {
-    if (IgMainIsInterrupted() != 0) {
-        return Step::INTERRUPTED;
-    }
-    LocalPool local;
-    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
-    if (shown == nullptr) {
-        return Step::FAILED;
-    }
-    const std::int64_t size = entry.is_directory ? 0 : IgCmnFileGetSize(entry.path);
-    // The index may lie among a tool's output, but it is ours.
-    const bool is_index = std::strcmp(entry.path, item.index) == 0;
-    if (!entry.is_directory && !is_index && !fitsLimit(item.root, size)) {
-        return dropOverLimit(item, entry.path, shown, size);
-    }
-    reportCopied(shown, size);
-    return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
-}
-
 // --- data elsewhere ---
 
 // The lock files must not be opened: closing them again would drop our locks.
@@ -171,51 +115,78 @@ bool isLockFile(const struct stat& st) {
     return false;
 }
 
-// Directories that are another one to each process that looks, and where they lie below its own.
-struct OwnDirectory {
-    const char* name;
-    const char* in_process;
+// What became of a file that was to be brought in.
+enum class Brought {
+    WHOLE,
+    CUT,         // up to the bound of a kernel file; what was read is there
+    OVER_LIMIT,  // it had more to read than the limit leaves; nothing is there
+    FAILED,      // nothing is there
 };
-constexpr OwnDirectory OWN_DIRECTORIES[] = {
-    {"/proc/self/", ""}, {"/proc/thread-self/", ""}, {"/dev/fd/", "fd/"}};
 
-// The path by which cp and tar find the file that we see. Null when memory runs out.
-const char* pathForOthers(const Item& item, const char* source) {
-    constexpr const char* FORMAT = "/proc/%d/%s%s";
-    constexpr std::size_t LONGEST_PID = 10;
-    for (const OwnDirectory& own : OWN_DIRECTORIES) {
-        const std::size_t length = std::strlen(own.name);
-        if (std::strncmp(source, own.name, length) != 0) {
-            continue;
-        }
-        const std::size_t size = std::strlen(FORMAT) + LONGEST_PID + std::strlen(source);
-        auto* path = newFromPool<char>(item.memoryp, size);
-        if (path != nullptr) {
-            std::snprintf(path, size, FORMAT, ::getpid(), own.in_process, source + length);
-        }
-        return path;
+// Files of the kernel's own file systems have a size that says nothing about their content, and tar
+// would store them empty or padded with zeros. What was read beyond that size counts too.
+Brought bringKernelFile(const Item& item, const Source& source, const char* destination,
+                        std::int64_t& bytes) {
+    const Copied copied = copySource(source, destination, KERNEL_FILE_LIMIT, bytes);
+    if (copied == Copied::FAILED) {
+        return Brought::FAILED;
     }
-    return source;
+    if (bytes > source.st.st_size && !fitsLimit(item.root, bytes - source.st.st_size)) {
+        if (::unlink(destination) != 0) {
+            IgCmnSysErrPath("unlink", errno, destination);
+        }
+        return Brought::OVER_LIMIT;
+    }
+    return copied == Copied::CUT ? Brought::CUT : Brought::WHOLE;
 }
 
-// Brings one file in. While the run makes an archive a link serves, because tar follows it.
-bool bringFile(const Item& item, const char* source, const char* destination) {
-    struct stat st = {};
-    // What is not data counts as a failed copy, and so do the lock files.
-    if (::stat(source, &st) != 0 || !S_ISREG(st.st_mode) || isLockFile(st)) {
-        return false;
-    }
-    const int kernel_file = liesInKernelFileSystem(source);
+// Brings one regular file in. While the run makes an archive a link serves, because tar follows it,
+// but only where nobody can put something else in the file's place until then.
+Brought bringFile(const Item& item, const Source& source, const char* destination,
+                  std::int64_t& bytes) {
+    const char* path = source.path.data();
+    const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
     if (kernel_file != 0) {
-        return kernel_file == 1 && kernelFileCopy(source, destination);
+        return kernel_file == 1 ? bringKernelFile(item, source, destination, bytes)
+                                : Brought::FAILED;
+    }
+    bytes = source.st.st_size;
+    if (!source.own) {
+        std::int64_t read = 0;
+        const Copied copied = copySource(source, destination, bytes, read);
+        return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
-    const char* path = pathForOthers(item, source);
-    return path != nullptr && IgCmnFileCopy(path, destination, 0, link) == 1;
+    const bool copied = IgCmnFileCopy(path, destination, 0, link) == 1;
+    run_state.links_made += link != 0 && copied ? 1 : 0;
+    return copied ? Brought::WHOLE : Brought::FAILED;
+}
+
+Step reportFailed(const char* shown) {
+    IgCmnMsg<ZEPA130_W>();
+    IgCmnMsg<ZEPA151_E>("path", shown);
+    return Step::NEXT;
+}
+
+// Opens what the entry stands for, in order to look at it. What the rules for links refuse is a
+// failed copy and no failed call.
+bool lookAt(const Item& item, const FileEntry& entry, Source& source) {
+    if (sourceOfEntry(entry, source, item.ours)) {
+        return true;
+    }
+    if (errno != LINK_REFUSED) {
+        IgCmnSysErrPath("open", errno, entry.path);
+    }
+    return false;
+}
+
+// What is not data counts as a failed copy, and so do the lock files.
+bool isData(const Source& source) {
+    return S_ISREG(source.st.st_mode) && !isLockFile(source.st);
 }
 
 // Remembers a directory of the output for the attributes that it gets when everything is in it.
-bool rememberDirectory(Item& item, const char* source, const char* destination) {
+bool rememberDirectory(Item& item, const struct stat& source, const char* destination) {
     struct stat there = {};
     if (::lstat(destination, &there) != 0) {
         IgCmnSysErrPath("lstat", errno, destination);
@@ -228,38 +199,60 @@ bool rememberDirectory(Item& item, const char* source, const char* destination) 
     if (made == nullptr) {
         return false;
     }
-    made->path = destination;
-    if (::stat(source, &made->source) != 0) {
-        IgCmnSysErrPath("stat", errno, source);  // there is nothing to take over
-        return true;
-    }
+    *made = {destination, source};
     return IgCmnListAppend(item.memoryp, &item.made, made) != -1;
 }
 
-Step bringDirectory(Item& item, const FileEntry& entry, const char* shown,
+// The same with the attributes that the entry has now.
+bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
+    Source source;
+    if (!sourceOfEntry(entry, source, item.ours)) {
+        IgCmnSysErrPath("open", errno, entry.path);  // there is nothing to take over
+        return true;
+    }
+    return rememberDirectory(item, source.st, destination);
+}
+
+Step bringDirectory(Item& item, const struct stat& source, const char* shown,
                     const char* destination) {
     if (IgCmnFileMkdir(destination) != 0) {
         IgCmnMsg<ZEPA130_W>();
         return Step::NEXT;
     }
     reportCopied(shown, 0);
-    const bool kept = rememberDirectory(item, entry.path, destination);
+    const bool kept = rememberDirectory(item, source, destination);
     return kept && addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
 }
 
-Step bringRegular(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
-    const std::int64_t size = IgCmnFileGetSize(entry.path);
+// Brings a regular file in under a name that is free, when it fits.
+Step bringRegular(Item& item, const Source& source, const char* shown, const char* destination) {
+    const std::int64_t size = source.st.st_size;
     if (!fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
         return Step::NEXT;
     }
-    if (!bringFile(item, entry.path, destination)) {
-        IgCmnMsg<ZEPA130_W>();
-        IgCmnMsg<ZEPA151_E>("path", shown);
-        return Step::NEXT;
+    std::int64_t bytes = 0;
+    switch (bringFile(item, source, destination, bytes)) {
+        case Brought::FAILED:
+            return reportFailed(shown);
+        case Brought::OVER_LIMIT:
+            reportOverLimit(shown, bytes);
+            return Step::NEXT;
+        case Brought::CUT:
+            reportFailed(shown);
+            break;
+        case Brought::WHOLE:
+            break;
     }
     reportCopied(shown, size);
     return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
+}
+
+Step bringSource(Item& item, const Source& source, const char* shown, const char* destination) {
+    if (S_ISDIR(source.st.st_mode)) {
+        return bringDirectory(item, source.st, shown, destination);
+    }
+    return isData(source) ? bringRegular(item, source, shown, destination) : reportFailed(shown);
 }
 
 // Up to where the destination's directories are ready: those that the last one stands in too. Else
@@ -301,17 +294,12 @@ bool prepareParents(Item& item, const char* destination) {
     return true;
 }
 
-Step bringEntry(Item& item, const FileEntry& entry) {
-    LocalPool local;
-    const char* destination = IgCmnStrCat(item.memoryp, item.data_dir, entry.path);
-    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
-    if (destination == nullptr || shown == nullptr) {
-        return Step::FAILED;
-    }
+// Brings an entry in under a name in the output.
+Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
     if (!prepareParents(item, destination)) {
         return Step::NEXT;
     }
-    if (item.first_source == nullptr) {
+    if (item.first_source == nullptr && item.ours == nullptr) {
         item.first_source = entry.path;
         item.first_destination = destination;
     }
@@ -322,12 +310,154 @@ Step bringEntry(Item& item, const FileEntry& entry) {
         // The first copy of a name stays. A directory may have been made for what lies below it;
         // that of the root of all paths is our own and keeps its mode.
         const bool ours = *relativeName(item, destination) == '\0';
-        const bool kept =
-            !entry.is_directory || ours || rememberDirectory(item, entry.path, destination);
+        const bool kept = !entry.is_directory || ours || rememberEntry(item, entry, destination);
         return kept ? Step::NEXT : Step::FAILED;
     }
-    return entry.is_directory ? bringDirectory(item, entry, shown, destination)
-                              : bringRegular(item, entry, shown, destination);
+    Source source;
+    const bool good =
+        lookAt(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
+    return good ? bringSource(item, source, shown, destination) : reportFailed(shown);
+}
+
+Step bringEntry(Item& item, const FileEntry& entry) {
+    LocalPool local;
+    const char* destination = IgCmnStrCat(item.memoryp, item.data_dir, entry.path);
+    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
+    if (destination == nullptr || shown == nullptr) {
+        return Step::FAILED;
+    }
+    return bringTo(item, entry, shown, destination);
+}
+
+// --- data that a tool wrote into the data directory ---
+
+// The first symbolic link on the way from the data directory to the entry, the entry itself
+// included, as a new text; null when there is none or memory ran out.
+char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
+    char* prefix = IgCmnStrdup(memoryp, path);
+    if (prefix == nullptr) {
+        return nullptr;
+    }
+    char* slash = prefix + std::strlen(item.data_dir);
+    while (slash != nullptr && *slash == '/') {
+        slash = std::strchr(slash + 1, '/');
+        if (slash != nullptr) {
+            *slash = '\0';
+        }
+        struct stat st = {};
+        if (::lstat(prefix, &st) == 0 && S_ISLNK(st.st_mode)) {
+            return prefix;
+        }
+        if (slash != nullptr) {
+            *slash = '/';
+        }
+    }
+    return nullptr;
+}
+
+// Takes something out of the output that must not stay in it. False after reporting.
+bool takeOut(const char* path) {
+    if (std::remove(path) == 0) {
+        return true;
+    }
+    IgCmnSysErrPath("remove", errno, path);
+    return false;
+}
+
+// What has been written there, or a link to what lies elsewhere, is counted as it stands.
+Step countFile(Item& item, const char* path, const char* shown, std::int64_t size) {
+    // The index may lie among a tool's output, but it is ours.
+    const bool is_index = std::strcmp(path, item.index) == 0;
+    if (!is_index && !fitsLimit(item.root, size)) {
+        reportOverLimit(shown, size);
+        return takeOut(path) ? Step::NEXT : Step::SIZE_LIMIT;
+    }
+    reportCopied(shown, size);
+    return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
+}
+
+// Brings in what a tool's link leads to. A link stays only where it may stand for the file until
+// tar follows it.
+Step countLink(Item& item, const FileEntry& entry, const char* shown) {
+    Source source;
+    const bool good = lookAt(item, entry, source);
+    if (good && source.own && isData(source) &&
+        kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
+        ++run_state.links_made;
+        return countFile(item, entry.path, shown, source.st.st_size);
+    }
+    if (!takeOut(entry.path)) {
+        return Step::NEXT;
+    }
+    return good ? bringSource(item, source, shown, entry.path) : reportFailed(shown);
+}
+
+// An entry that lies in the output and behind no link there.
+Step countWritten(Item& item, const FileEntry& entry, const char* shown) {
+    struct stat st = {};
+    if (::lstat(entry.path, &st) != 0) {
+        if (errno == ENOENT) {
+            // It lay behind a link that has become a directory.
+            return bringTo(item, entry, shown, entry.path);
+        }
+        IgCmnSysErrPath("lstat", errno, entry.path);
+        return reportFailed(shown);
+    }
+    if (S_ISLNK(st.st_mode)) {
+        return countLink(item, entry, shown);
+    }
+    if (S_ISREG(st.st_mode)) {
+        return countFile(item, entry.path, shown, st.st_size);
+    }
+    if (S_ISDIR(st.st_mode)) {
+        reportCopied(shown, 0);
+        return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
+    }
+    takeOut(entry.path);  // a socket, a FIFO, a device
+    return reportFailed(shown);
+}
+
+// An entry whose path only begins like that of the output.
+Step countOther(Item& item, const FileEntry& entry, const char* shown) {
+    const std::int64_t size = entry.is_directory ? 0 : IgCmnFileGetSize(entry.path);
+    if (!entry.is_directory && !fitsLimit(item.root, size)) {
+        reportOverLimit(shown, size);
+        return Step::NEXT;
+    }
+    reportCopied(shown, size);
+    return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
+}
+
+// An entry to which a link on the way leads out of the output: a directory takes the link's place.
+Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* link) {
+    Source source;
+    const bool good = lookAt(item, entry, source);
+    if (!takeOut(link) || IgCmnFileMkdir(link) != 0) {
+        return reportFailed(shown);
+    }
+    if (!prepareParents(item, entry.path)) {
+        return Step::NEXT;
+    }
+    return good ? bringSource(item, source, shown, entry.path) : reportFailed(shown);
+}
+
+Step countEntry(Item& item, const FileEntry& entry) {
+    if (IgMainIsInterrupted() != 0) {
+        return Step::INTERRUPTED;
+    }
+    LocalPool local;
+    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
+    if (shown == nullptr) {
+        return Step::FAILED;
+    }
+    const char behind = entry.path[std::strlen(item.data_dir)];
+    if (behind != '/' && behind != '\0') {
+        return countOther(item, entry, shown);
+    }
+    const char* link = firstLink(item, entry.path, local.get());
+    return link != nullptr && std::strcmp(link, entry.path) != 0
+               ? countBehind(item, entry, shown, link)
+               : countWritten(item, entry, shown);
 }
 
 // Gives a directory of the output the mode, owner and times of its source. Never through a link.
@@ -408,6 +538,21 @@ bool prepare(Item& item) {
     return true;
 }
 
+// Finds the output directory without links: what lies in it nobody else can exchange.
+bool findOurs(Item& item) {
+    const char* output = outputDirectory(item.memoryp, item.root);
+    Source source;
+    if (output == nullptr) {
+        return false;
+    }
+    if (!sourceFollow(output, source)) {
+        IgCmnSysErrPath("open", errno, output);
+        return false;
+    }
+    item.ours = IgCmnStrdup(item.memoryp, source.path.data());
+    return item.ours != nullptr;
+}
+
 // Whether the item names output of the pattern's own tools: a comparison of texts, on the directory
 // that is looked into.
 bool isOwnOutput(const Item& item) {
@@ -453,7 +598,10 @@ int collectItem(Item& item, IgCmnListHeader** records) {
     }
     const bool own_output = isOwnOutput(item);
     IgCmnListHeader* entries = nullptr;
-    if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp) == -1) {
+    if (own_output && !findOurs(item)) {
+        return 0;
+    }
+    if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp, item.ours) == -1) {
         return -1;
     }
     if (entries == nullptr) {

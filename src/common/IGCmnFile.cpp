@@ -1,6 +1,7 @@
 #include "common/IGCmnFile.h"
 
 #include <fcntl.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,12 +11,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/IGAncestor.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
 #include "common/IGCmnStr.h"
 #include "common/IGGuards.h"
+#include "common/IGInodeSet.h"
 #include "common/IGRunState.h"
 
 namespace {
@@ -52,29 +53,27 @@ int runShell(const char* command) {
     return status;
 }
 
-std::int64_t sizeBelow(const char* path, const Ancestor* ancestors) {
-    struct stat st = {};
-    if (::stat(path, &st) != 0) {
-        IgCmnSysErrPath("stat", errno, path);
-        return 0;
-    }
-    if (!S_ISDIR(st.st_mode)) {
-        return st.st_size;
-    }
-    if (Ancestor::contains(ancestors, st)) {
-        return 0;
-    }
-    const Ancestor here{st.st_dev, st.st_ino, ancestors};
+// Adds the sizes of the files in one directory; its directories go to the list, each once.
+std::int64_t sizeOfEntries(const char* directory, IgCmnListHeader** directories, InodeSet& entered,
+                           memory_pool* memoryp) {
     LocalPool local;
     IgCmnListHeader* names = nullptr;
-    IgCmnDirReadNames(path, nullptr, &names, local.get());  // reports; what was read still counts
+    IgCmnDirReadNames(directory, nullptr, &names, local.get());  // reports; what was read counts
     std::int64_t sum = 0;
     for (const char& name : walkStrings(names)) {
-        const char* entry = IgCmnStrCatDir(local.get(), path, &name);
-        if (entry == nullptr) {
+        char* path = IgCmnStrCatDir(memoryp, directory, &name);
+        struct stat st = {};
+        if (path == nullptr) {
             break;
         }
-        sum += sizeBelow(entry, &here);
+        if (::stat(path, &st) != 0) {
+            IgCmnSysErrPath("stat", errno, path);
+        } else if (!S_ISDIR(st.st_mode)) {
+            sum += st.st_size;
+        } else if (entered.add(st) == InodeSet::Added::NEW &&
+                   IgCmnListAppend(memoryp, directories, path) == -1) {
+            break;
+        }
     }
     return sum;
 }
@@ -113,22 +112,40 @@ int openSameFile(const char* path, const struct stat& looked_at, int flags) {
     return fd.release();
 }
 
+// Opens without waiting, but tries for up to a second while another process holds a lease on the
+// file: it is asked to give that up, and a file server does so at once.
+int openLeased(const char* path, int flags) {
+    constexpr int TRIES = 20;
+    for (int left = TRIES;; --left) {
+        const int fd = ::open(path, flags);
+        if (fd != -1 || errno != EWOULDBLOCK || left == 0 || IgMainIsInterrupted() != 0) {
+            return fd;
+        }
+        struct timeval pause = {0, 50000};
+        ::select(0, nullptr, nullptr, nullptr, &pause);
+    }
+}
+
 }  // namespace
 
 int IgCmnFileOpenForReading(const char* path) {
-    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const FdGuard looked_at(::open(path, O_PATH | O_CLOEXEC));
     struct stat st = {};
     if (!looked_at || ::fstat(looked_at.get(), &st) != 0) {
         return -1;
     }
+    return openLookedAt(looked_at.get(), st, path);
+}
+
+int openLookedAt(int looked_at, const struct stat& st, const char* path) {
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     if (!S_ISREG(st.st_mode)) {
         errno = ENOTSUP;
         return -1;
     }
     std::array<char, 32> same{};  // the very file that was looked at
-    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at.get());
-    const int fd = ::open(same.data(), FLAGS);
+    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at);
+    const int fd = openLeased(same.data(), FLAGS);
     // A machine in trouble may have no /proc.
     return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, FLAGS);
 }
@@ -290,7 +307,30 @@ int IgCmnFileRemoveAll(const char* path) {
 
 std::int64_t IgCmnFileGetSize(const char* path) {
     IG_ASSERT_NOT_NULL(path);
-    return sizeBelow(path, nullptr);
+    struct stat st = {};
+    if (::stat(path, &st) != 0) {
+        IgCmnSysErrPath("stat", errno, path);
+        return 0;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        return st.st_size;
+    }
+    LocalPool local;
+    InodeSet entered(local.get());
+    IgCmnListHeader* directories = nullptr;  // grows while it is walked
+    char* first = IgCmnStrdup(local.get(), path);
+    if (first == nullptr || entered.add(st) == InodeSet::Added::NO_MEMORY ||
+        IgCmnListAppend(local.get(), &directories, first) == -1) {
+        return 0;
+    }
+    std::int64_t sum = 0;
+    for (const char& directory : walkStrings(directories)) {
+        if (IgMainIsInterrupted() != 0) {
+            break;
+        }
+        sum += sizeOfEntries(&directory, &directories, entered, local.get());
+    }
+    return sum;
 }
 
 std::int64_t IgCmnFileSizeIfThere(const char* path) {

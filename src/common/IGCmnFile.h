@@ -4,6 +4,7 @@
 #ifndef QUENDIL_COMMON_IGCMNFILE_H
 #define QUENDIL_COMMON_IGCMNFILE_H
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -67,8 +68,9 @@ int IgCmnFileCreateDirAllPath(const char* dirpath);
 /// Removes a file or a whole tree with "/bin/rm". 0, or 1 after reporting.
 int IgCmnFileRemoveAll(const char* path);
 
-/// Bytes of a file, or of all files below a directory (links followed, an ancestor met again not
-/// entered; directories themselves count 0). 0 after a reported failure, or the partial sum.
+/// Bytes of a file, or of all files below a directory (links followed, each directory entered once;
+/// directories themselves count 0). 0 after a reported failure, or the partial sum, as when the run
+/// is interrupted meanwhile.
 std::int64_t IgCmnFileGetSize(const char* path);
 /// The same; 0 without a report when there is no such file.
 std::int64_t IgCmnFileSizeIfThere(const char* path);
@@ -94,6 +96,10 @@ char* IgCmnFileGetCwd(char* buffer, std::size_t size);
 /// descriptor, close-on-exec, or -1 with errno set (ENOTSUP for what is no regular file); reports
 /// nothing. Without a mounted /proc the name has to be opened again: what has taken it since is
 /// refused, but only after it was opened.
+/// A file that another process holds a lease on is tried again for up to a second.
 int IgCmnFileOpenForReading(const char* path);
+/// The second half of it, for a file that was looked at already: `looked_at` is its O_PATH
+/// descriptor, `st` what fstat(2) says of that, `path` its name.
+int openLookedAt(int looked_at, const struct stat& st, const char* path);
 
 #endif

@@ -2,8 +2,16 @@
 #ifndef QUENDIL_COMMON_IGCMNPATH_H
 #define QUENDIL_COMMON_IGCMNPATH_H
 
+#include <dirent.h>
+#include <fnmatch.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
 #include "common/IGCmnMemory.h"
+#include "common/IGCmnMessage.h"
 
 // All strings that come out are blocks of the caller's pool. Pointers are asserted non-null unless
 // said otherwise; 0 is success, -1 memory or conversion failure (reported).
@@ -51,24 +59,54 @@ Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
 int IgCmnFileMakeList(const char* search_name, IgCmnListHeader** search_file_list,
                       memory_pool* memoryp, int skip_directories);
 
-/// An entry of a collection list.
-struct FileEntry {
-    const char* path;   // bytes as the directory gave them
-    bool is_directory;  // when it was listed (links followed)
+/// Directory and last component of a search name, as bytes: a name that the locale cannot decode is
+/// a name all the same.
+struct Search {
+    const char* directory;
+    const char* wildcard;
 };
-
-/// Lists what a data item names: like IgCmnFileMakeList, but a directory is followed by all that
-/// lies below it, parents first. An ancestor met again through a link is not entered, nor any
-/// directory a second time through links, nor through a link at all in the kernel's own file
-/// systems, nor outside of them through a link that was found in them. What cannot be looked at is
-/// reported (ZEPA129-W) and skipped. Ends early when the run is interrupted. The list of FileEntry
-/// stays null when nothing was found. 0, or -1 when memory ran out.
-int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries, memory_pool* memoryp);
+/// Splits a search name; the directory is a new string of the pool or a constant. False when memory
+/// ran out.
+bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp);
 
 /// Names of the entries of a directory without "." and "..", in its order; with a wildcard only
 /// those that match it (null: all). 0; 9 after reporting "opendir", "readdir" or "fnmatch", the
 /// names read so far being kept; -1 when memory ran out.
 int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHeader** names,
                       memory_pool* memoryp);
+
+/// 0 when a name matches the wildcard (null: every name does), FNM_NOMATCH when not; anything else
+/// is a failure of the comparison.
+int matchName(const char* wildcard, const char* name);
+
+/// The same of a directory that was opened: `take` gets each entry (const struct dirent&) and
+/// returns false when memory ran out, which ends the reading.
+/// @param directory its path, for the reports
+template <typename Take>
+int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) {
+    for (;;) {
+        errno = 0;
+        const struct dirent* entry = ::readdir(dir);
+        if (entry == nullptr) {
+            break;
+        }
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) {
+            continue;
+        }
+        const int match = matchName(wildcard, entry->d_name);
+        if (match != 0 && match != FNM_NOMATCH) {
+            IgCmnSysErrPath("fnmatch", errno, directory);
+            return FILE_LIST_FAILED;
+        }
+        if (match == 0 && !take(*entry)) {
+            return -1;
+        }
+    }
+    if (errno != 0) {
+        IgCmnSysErrPath("readdir", errno, directory);
+        return FILE_LIST_FAILED;
+    }
+    return 0;
+}
 
 #endif

@@ -21,6 +21,12 @@ constexpr unsigned long KERNEL_FILE_SYSTEMS[] = {
     0x65735543UL,  // fusectl
 };
 
+bool isKernels(const struct statfs& fs) {
+    const auto type = static_cast<unsigned long>(fs.f_type);
+    const auto* end = std::end(KERNEL_FILE_SYSTEMS);
+    return std::find(std::begin(KERNEL_FILE_SYSTEMS), end, type) != end;
+}
+
 }  // namespace
 
 int liesInKernelFileSystem(const char* path) {
@@ -29,7 +35,20 @@ int liesInKernelFileSystem(const char* path) {
         IgCmnSysErrPath("statfs", errno, path);
         return -1;
     }
-    const auto type = static_cast<unsigned long>(fs.f_type);
-    const auto* end = std::end(KERNEL_FILE_SYSTEMS);
-    return std::find(std::begin(KERNEL_FILE_SYSTEMS), end, type) != end ? 1 : 0;
+    return isKernels(fs) ? 1 : 0;
+}
+
+int kernelFileSystemOf(int fd, dev_t device, const char* path) {
+    static dev_t known_device = 0;  // no file system has this number
+    static int known = 0;
+    if (device != known_device) {
+        struct statfs fs = {};
+        if (::fstatfs(fd, &fs) != 0) {
+            IgCmnSysErrPath("statfs", errno, path);
+            return -1;
+        }
+        known = isKernels(fs) ? 1 : 0;
+        known_device = device;
+    }
+    return known;
 }

@@ -3,6 +3,8 @@
 #ifndef QUENDIL_INI_IGINITABLE_H
 #define QUENDIL_INI_IGINITABLE_H
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -136,11 +138,15 @@ struct root_tbl {
     IgCmnListHeader* pp_group;
     IgCmnListHeader* pp_name;
     // where the output goes
-    char* output_dir;              // base directory
-    char* output_name;             // name of the directory in it, and of the archive by default
-    char* output_file;             // the archive's name without ".tar": absolute with -o
-    std::int32_t output_mark;      // -1: reserved
-    bool output_made;              // this run has made its output directory
+    char* output_dir;          // base directory
+    char* output_name;         // name of the directory in it, and of the archive by default
+    char* output_file;         // the archive's name without ".tar": absolute with -o
+    std::int32_t output_mark;  // -1: reserved
+    bool output_made;          // this run has made its output directory
+    const char* output_path;   // its path; null before
+    dev_t output_device;       // which directory that is
+    ino_t output_inode;
+    bool output_kept;              // the directory is the last whole copy of what was collected
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
     std::int64_t max_output_size;  // as configured; 0 or less is no limit
     IgCmnListHeader selected;      // pickptn_tbl, in the order their files were read

@@ -102,16 +102,18 @@ extern int __vsnprintf_chk(char* text, size_t size, int flag, size_t room, const
                            va_list arguments);
 extern int __fprintf_chk(FILE* stream, int flag, const char* format, ...);
 extern int __dprintf_chk(int descriptor, int flag, const char* format, ...);
+extern int __openat64_2(int directory, const char* path, int flags);
+extern ssize_t __read_chk(int fd, void* bytes, size_t size, size_t room);
 extern int fcntl64(int descriptor, int command, ...);
 
 // clang-format off
 #define EVERY_CALL(X)                                                                             \
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
-    X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fflush) X(fgetwc) X(fnmatch) X(fork)     \
-    X(fputc) X(fputs) X(fstat64) X(futimens) X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill)   \
-    X(localtime_r) X(lstat64) X(mbstowcs) X(mkdir) X(open64) X(opendir) X(pread64)                \
+    X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc) X(fnmatch) X(fork)     \
+    X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens) X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill)   \
+    X(localtime_r) X(lstat64) X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(pread64)                \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
-    X(read) X(readdir64) X(remove) X(rename) X(select) X(setlocale) X(setpgid) X(sigaction)       \
+    X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid) X(sigaction)       \
     X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall) X(system) X(truncate64)  \
     X(ungetwc) X(unlink) X(vdprintf) X(waitid) X(waitpid) X(wcrtomb) X(wcstombs) X(write)
 // clang-format on
@@ -197,6 +199,13 @@ FAILS_WITH(-1, "truncate", path, int, truncate64, (const char* path, off64_t len
 FAILS_WITH(-1, "stat", path, int, stat64, (const char* path, struct stat64* st), (path, st))
 FAILS_WITH(-1, "lstat", path, int, lstat64, (const char* path, struct stat64* st), (path, st))
 FAILS_WITH(-1, "statfs", path, int, statfs64, (const char* path, struct statfs64* fs), (path, fs))
+FAILS_WITH(-1, "statfs", NULL, int, fstatfs64, (int fd, struct statfs64* fs), (fd, fs))
+FAILS_WITH(-1, "fstatat", path, int, fstatat64,
+           (int dir, const char* restrict path, struct stat64* restrict st, int flags),
+           (dir, path, st, flags))
+FAILS_WITH(-1, "readlinkat", path, ssize_t, readlinkat,
+           (int dir, const char* restrict path, char* restrict text, size_t size),
+           (dir, path, text, size))
 FAILS_WITH(-1, "system", path, int, system, (const char* path), (path))
 FAILS_WITH(-1, "fnmatch", path, int, fnmatch, (const char* pattern, const char* path, int flags),
            (pattern, path, flags))
@@ -213,6 +222,10 @@ FAILS_WITH(-1, "gethostname", NULL, int, gethostname, (char* name, size_t size),
 FAILS_WITH(-1, "pread", NULL, ssize_t, pread64, (int fd, void* bytes, size_t size, off64_t at),
            (fd, bytes, size, at))
 FAILS_WITH(-1, "read", NULL, ssize_t, read, (int fd, void* bytes, size_t size), (fd, bytes, size))
+ssize_t __read_chk(int fd, void* bytes, size_t size, size_t room) {
+    (void)room;
+    return read(fd, bytes, size);
+}
 FAILS_WITH(-1, "write", NULL, ssize_t, write, (int fd, const void* bytes, size_t size),
            (fd, bytes, size))
 
@@ -259,6 +272,21 @@ static mode_t modeArgument(int flags, va_list arguments) {
 OPENS(open)
 OPENS(open64)
 
+#define OPENS_AT(name)                                                                    \
+    int name(int directory, const char* path, int flags, ...) {                           \
+        va_list arguments;                                                                \
+        va_start(arguments, flags);                                                       \
+        mode_t mode = modeArgument(flags, arguments);                                     \
+        va_end(arguments);                                                                \
+        return fails("openat", path) ? -1 : NEXT(openat64)(directory, path, flags, mode); \
+    }
+OPENS_AT(openat)
+OPENS_AT(openat64)
+
+int __openat64_2(int directory, const char* path, int flags) {
+    return openat64(directory, path, flags);
+}
+
 int fcntl64(int descriptor, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
@@ -279,6 +307,9 @@ long syscall(long call_number, ...) {
     if (call_number == SYS_pidfd_open && fails("pidfd_open", NULL)) {
         return -1;
     }
+    if (call_number == SYS_openat2 && fails("openat", (const char*)words[1])) {
+        return -1;
+    }
     return NEXT(syscall)(call_number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
 
@@ -294,6 +325,7 @@ FAILS_WITH(NULL, "fdopen", mode, FILE*, fdopen, (int fd, const char* mode), (fd,
 FAILS_WITH(NULL, "getcwd", NULL, char*, getcwd, (char* path, size_t size), (path, size))
 FAILS_WITH(NULL, "localtime", NULL, struct tm*, localtime_r,
            (const time_t* restrict now, struct tm* restrict parts), (now, parts))
+FAILS_WITH(NULL, "opendir", NULL, DIR*, fdopendir, (int fd), (fd))
 FAILS_WITH(NULL, "opendir", path, DIR*, opendir, (const char* path), (path))
 FAILS_WITH(NULL, "readdir", NULL, struct dirent64*, readdir64, (DIR * directory), (directory))
 FAILS_WITH(NULL, "setlocale", locale, char*, setlocale, (int category, const char* locale),

@@ -18,7 +18,7 @@ KIND_OF = {
     **{name: name for name in (
         "chdir", "close", "close_range", "dup2", "execv", "fchmod", "fchown", "fclose", "fdopen",
         "fflush", "fgetwc", "fnmatch", "fork", "futimens", "fwrite", "getc", "getcwd",
-        "gethostname", "kill", "mbstowcs", "mkdir", "open", "opendir", "read", "remove", "rename",
+        "gethostname", "kill", "mbstowcs", "mkdir", "open", "opendir", "read", "readlinkat", "remove", "rename",
         "select", "setlocale", "setpgid", "sigaction", "signal", "sigprocmask", "symlink", "system",
         "ungetwc", "unlink", "waitid", "waitpid", "wcrtomb", "wcstombs", "write")},
     "__dprintf_chk": "dprintf", "__fprintf_chk": "fprintf", "__vfprintf_chk": "fprintf",
@@ -28,7 +28,9 @@ KIND_OF = {
     "pthread_mutex_destroy": "pthread_mutex", "pthread_mutex_init": "pthread_mutex",
     "pthread_mutex_lock": "pthread_mutex", "pthread_mutex_unlock": "pthread_mutex",
     "readdir64": "readdir", "realloc": "malloc", "stat64": "stat", "statfs64": "statfs",
-    "syscall": "pidfd_open", "truncate64": "truncate",
+    "syscall": "pidfd_open", "truncate64": "truncate", "fdopendir": "opendir",
+    "fstatat64": "fstatat", "fstatfs64": "statfs", "openat64": "openat", "__openat64_2": "openat",
+    "__read_chk": "read",
 }
 
 #: Why the other functions never fail in a test.
@@ -40,7 +42,7 @@ NEVER_FAILS = {
         umask wcscmp wcslen wcsrchr wmemchr wmemcpy""",
     "it does not return": "__fdelt_chk __stack_chk_fail _exit abort exit",
     "it fails only for an argument that is never passed: no stream, set, name or text": """
-        __snprintf_chk closedir fileno sigaddset sigemptyset snprintf unsetenv""",
+        __snprintf_chk closedir dirfd fileno sigaddset sigemptyset snprintf unsetenv""",
     "a run does not call it: it serves the change of the user, which the unit tests call": """
         getpwnam_r seteuid sysconf""",
     "a program started with an effective user of its own ignores what is to be preloaded": """

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "child_fixture.h"
+#include "collect/IGOutput.h"
 #include "ini/IGIniTable.h"
 
 class CollectTest : public ChildTest {
@@ -20,6 +21,7 @@ class CollectTest : public ChildTest {
         root_->output_name = name_.data();
         output_ = base_ + "/" + name_;
         std::filesystem::create_directory(output_);
+        ASSERT_TRUE(noteOutput(*root_, output_.c_str()));
         data_dir_ = output_;
         root_->d = data_dir_.data();
     }

@@ -110,11 +110,12 @@ class Pool {
     memory_pool pool_ = nullptr;
 };
 
-/// A new directory below /tmp, removed with its owner.
+/// A new directory, removed with its owner: below /tmp, where every user can write, or below a
+/// directory that only root can change.
 class TempDir {
   public:
-    TempDir() {
-        std::string name = "/tmp/test.XXXXXX";
+    explicit TempDir(const std::string& parent = "/tmp") {
+        std::string name = parent + "/test.XXXXXX";
         if (::mkdtemp(name.data()) == nullptr) {
             std::abort();
         }

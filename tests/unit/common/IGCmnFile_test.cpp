@@ -640,6 +640,28 @@ TEST_F(IGCmnFile, DoesNotWalkInCircles) {
     EXPECT_EQ(IgCmnFileGetSize(path("tree").c_str()), 5);
 }
 
+TEST_F(IGCmnFile, EntersEachDirectoryOfAGraphOfLinksOnce) {
+    constexpr int LEVELS = 30;  // 2^30 ways through it
+    for (int level = 0; level < LEVELS; ++level) {
+        const std::string here = path(std::to_string(level));
+        fs::create_directory(here);
+        writeText(here + "/file", "x");
+        for (const char* name : {"/a", "/b"}) {
+            fs::create_directory_symlink(path(std::to_string((level + 1) % LEVELS)), here + name);
+        }
+    }
+    EXPECT_EQ(IgCmnFileGetSize(path("0").c_str()), LEVELS);
+}
+
+TEST_F(IGCmnFile, CountsNoFurtherWhenTheRunIsInterrupted) {
+    fs::create_directories(path("tree/a"));
+    writeText(path("tree/a/file"), "12345");
+    run_state.signal_no = 2;
+    run_state.interrupted = 1;
+    Capture err(stderr);
+    EXPECT_EQ(IgCmnFileGetSize(path("tree").c_str()), 0);
+}
+
 TEST_F(IGCmnFile, CountsNamesThatTheLocaleCannotDecode) {
     fs::create_directory(path("tree"));
     writeText(path("tree/\xff\xfe"), "123");

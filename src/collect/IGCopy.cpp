@@ -1,0 +1,100 @@
+#include "collect/IGCopy.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+
+#include "common/IGCmnMessage.h"
+#include "common/IGGuards.h"
+#include "common/IGRunState.h"
+
+namespace {
+
+bool writeAll(int fd, const char* bytes, std::size_t length) {
+    while (length > 0) {
+        const ssize_t written = ::write(fd, bytes, length);
+        if (written == -1 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        length -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+// The next bytes of a file: their number, 0 at its end or when it has no more for now, -1 after a
+// failure.
+ssize_t readSome(int fd, char* bytes, std::size_t size) {
+    for (;;) {
+        const ssize_t got = ::read(fd, bytes, size);
+        if (got != -1 || (errno != EINTR && errno != EAGAIN)) {
+            return got;
+        }
+        if (errno == EAGAIN) {
+            return 0;
+        }
+    }
+}
+
+Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
+    static std::array<char, std::size_t{256} << 10> block;
+    bytes = 0;
+    while (bytes < most) {
+        if (IgMainIsInterrupted() != 0) {
+            return Copied::FAILED;
+        }
+        const std::int64_t wanted = std::min<std::int64_t>(block.size(), most - bytes);
+        const ssize_t got = readSome(from, block.data(), static_cast<std::size_t>(wanted));
+        if (got == 0) {
+            return Copied::ALL;
+        }
+        if (got == -1 || !writeAll(to, block.data(), static_cast<std::size_t>(got))) {
+            return Copied::FAILED;
+        }
+        bytes += got;
+    }
+    return Copied::ALL;
+}
+
+bool copyAttributes(int to, const struct stat& source) {
+    const struct timespec times[] = {source.st_atim, source.st_mtim};
+    return ::fchown(to, source.st_uid, source.st_gid) == 0 &&
+           ::fchmod(to, source.st_mode & 07777) == 0 && ::futimens(to, times) == 0;
+}
+
+// Whether there is something behind what was read.
+bool hasMore(int fd) {
+    char byte = 0;
+    return readSome(fd, &byte, 1) == 1;
+}
+
+}  // namespace
+
+Copied copySource(const Source& source, const char* destination, std::int64_t most,
+                  std::int64_t& bytes) {
+    bytes = 0;
+    const FdGuard from(sourceOpenForReading(source));
+    if (!from) {
+        return Copied::FAILED;
+    }
+    const FdGuard to(
+        ::open(destination, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!to) {
+        return Copied::FAILED;
+    }
+    if (copyContent(from.get(), to.get(), most, bytes) == Copied::ALL &&
+        copyAttributes(to.get(), source.st)) {
+        return bytes == most && hasMore(from.get()) ? Copied::CUT : Copied::ALL;
+    }
+    if (::unlink(destination) != 0) {
+        IgCmnSysErrPath("unlink", errno, destination);
+    }
+    return Copied::FAILED;
+}

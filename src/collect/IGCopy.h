@@ -1,0 +1,27 @@
+// Copying the content of a source that no link can stand for.
+#ifndef QUENDIL_COLLECT_IGCOPY_H
+#define QUENDIL_COLLECT_IGCOPY_H
+
+#include <cstdint>
+
+#include "common/IGSource.h"
+
+/// What became of a copy.
+enum class Copied {
+    ALL,
+    CUT,     // there is more than `most` bytes
+    FAILED,  // nothing is left of it
+};
+
+/// Reads the regular file that was looked at and makes a file of what was read, with the mode,
+/// owner and times of the source. Reads without waiting for more than is there. Ends early, as a
+/// failure, when the run is interrupted. Nothing is reported but a part of a copy that cannot be
+/// removed
+/// ("unlink").
+/// @param destination must not exist
+/// @param most how many bytes are read
+/// @param bytes how many were
+Copied copySource(const Source& source, const char* destination, std::int64_t most,
+                  std::int64_t& bytes);
+
+#endif

@@ -1,0 +1,217 @@
+#include "collect/IGOutput.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+
+#include "collect/IGCopy.h"
+#include "common/IGCmnList.h"
+#include "common/IGCmnMessage.h"
+#include "common/IGCmnPath.h"
+#include "common/IGCmnStr.h"
+#include "common/IGKernelFileSystem.h"
+#include "common/IGRunState.h"
+#include "common/IGSource.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// The sweep over the output.
+struct Sweep {
+    memory_pool* memoryp;
+    const char* output;
+    IgCmnListHeader* directories = nullptr;  // paths; grows while it is walked
+    std::int64_t links = 0;                  // to regular files
+    bool judging = false;                    // whether links are judged one by one
+};
+
+void reportPath(const char* path) {
+    LocalPool local;
+    if (const char* shown = IgCmnStrPrintable(local.get(), path); shown != nullptr) {
+        IgCmnMsg<ZEPA130_W>();
+        IgCmnMsg<ZEPA151_E>("path", shown);
+    }
+}
+
+void takeOut(const char* path) {
+    if (std::remove(path) != 0) {
+        IgCmnSysErrPath("remove", errno, path);
+    }
+    reportPath(path);
+}
+
+// Names the file that a link of the output leads to, or led to.
+void reportGone(const char* link) {
+    std::array<char, std::size_t{PATH_MAX}> source{};
+    LocalPool local;
+    const bool known = ::readlinkat(AT_FDCWD, link, source.data(), source.size() - 1) > 0;
+    const char* shown = IgCmnStrPrintable(local.get(), known ? source.data() : link);
+    if (shown != nullptr) {
+        IgCmnMsg<ZEPA129_W>(shown);
+    }
+}
+
+// Puts content in the place of a link whose file could be exchanged, or has no size of its own.
+void judge(const Sweep& sweep, const char* link) {
+    constexpr std::int64_t MOST = std::int64_t{64} << 20;
+    Source source;
+    if (!sourceFollow(link, source, sweep.output)) {
+        takeOut(link);
+        return;
+    }
+    const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link);
+    if (kernel_file == 0 && source.own) {
+        return;
+    }
+    std::int64_t bytes = 0;
+    if (std::remove(link) != 0) {
+        IgCmnSysErrPath("remove", errno, link);
+    } else if (copySource(source, link, kernel_file == 0 ? source.st.st_size : MOST, bytes) !=
+               Copied::ALL) {
+        reportPath(link);
+    }
+}
+
+void sweepLink(Sweep& sweep, const char* link) {
+    struct stat st = {};
+    if (::stat(link, &st) != 0) {
+        if (!sweep.judging) {
+            reportGone(link);
+        }
+    } else if (!S_ISREG(st.st_mode)) {
+        takeOut(link);
+    } else if (sweep.judging) {
+        judge(sweep, link);
+    } else {
+        ++sweep.links;
+    }
+}
+
+unsigned char typeOf(const char* path, const struct dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) {
+        return entry.d_type;
+    }
+    struct stat st = {};
+    if (::lstat(path, &st) != 0) {
+        return DT_REG;  // there is nothing to do
+    }
+    return static_cast<unsigned char>(IFTODT(st.st_mode));
+}
+
+bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry) {
+    LocalPool local;
+    const char* path = IgCmnStrCatDir(local.get(), directory, entry.d_name);
+    if (path == nullptr) {
+        return false;
+    }
+    switch (typeOf(path, entry)) {
+        case DT_REG:
+            return true;
+        case DT_DIR:
+            return makeList(path, &sweep.directories, sweep.memoryp) == 0;
+        case DT_LNK:
+            sweepLink(sweep, path);
+            return true;
+        default:
+            takeOut(path);
+            return true;
+    }
+}
+
+bool sweepAll(Sweep& sweep) {
+    if (makeList(sweep.output, &sweep.directories, sweep.memoryp) != 0) {
+        return false;
+    }
+    for (const char& directory : walkStrings(sweep.directories)) {
+        const DirGuard dir(::opendir(&directory));
+        if (!dir) {
+            IgCmnSysErrPath("opendir", errno, &directory);
+            continue;
+        }
+        const auto take = [&](const struct dirent& entry) {
+            return IgMainIsInterrupted() != 0 || sweepEntry(sweep, &directory, entry);
+        };
+        if (readNames(dir.get(), &directory, nullptr, take) == -1) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// What has the output's name now.
+enum class Place {
+    OURS,
+    LOST,
+    UNKNOWN,  // reported; no user can bring that about
+};
+
+Place placeOf(const root_tbl& root) {
+    struct stat st = {};
+    if (root.output_path == nullptr) {
+        return Place::LOST;
+    }
+    if (::lstat(root.output_path, &st) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
+            return Place::LOST;
+        }
+        IgCmnSysErrPath("lstat", errno, root.output_path);
+        return Place::UNKNOWN;
+    }
+    const bool ours =
+        S_ISDIR(st.st_mode) && st.st_dev == root.output_device && st.st_ino == root.output_inode;
+    return ours ? Place::OURS : Place::LOST;
+}
+
+}  // namespace
+
+bool noteOutput(root_tbl& root, const char* path) {
+    struct stat st = {};
+    if (::lstat(path, &st) != 0) {
+        IgCmnSysErrPath("lstat", errno, path);
+        return false;
+    }
+    root.output_path = path;
+    root.output_device = st.st_dev;
+    root.output_inode = st.st_ino;
+    return true;
+}
+
+bool outputIsOurs(const root_tbl& root) {
+    return placeOf(root) == Place::OURS;
+}
+
+bool checkOutput(const root_tbl& root) {
+    if (placeOf(root) != Place::LOST) {
+        return true;
+    }
+    if (root.output_path != nullptr) {
+        IgCmnMsg<ZEPA104_E>(root.output_path);
+    }
+    return false;
+}
+
+bool settleOutput(const root_tbl& root) {
+    Source source;
+    if (!sourceFollow(root.output_path, source)) {
+        IgCmnSysErrPath("open", errno, root.output_path);
+        return true;  // what is there is packed as it is
+    }
+    const char* output = source.path.data();
+    LocalPool local;
+    Sweep sweep{.memoryp = local.get(), .output = output};
+    if (!sweepAll(sweep)) {
+        return false;
+    }
+    if (sweep.links <= run_state.links_made) {
+        return true;
+    }
+    // Some link is not ours.
+    LocalPool again;
+    Sweep judging{.memoryp = again.get(), .output = output, .judging = true};
+    return sweepAll(judging);
+}
