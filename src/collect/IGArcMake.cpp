@@ -10,8 +10,11 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 
 #include "collect/IGCmnProcess.h"
+#include "collect/IGOutput.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnMessage.h"
@@ -21,6 +24,7 @@
 #include "common/IGCmnSystem.h"
 #include "common/IGGuards.h"
 #include "common/IGRunState.h"
+#include "common/IGSource.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -33,11 +37,13 @@ constexpr std::int32_t GZIP_WARNING = 2;
 struct Archive {
     memory_pool* memoryp;
     root_tbl& root;
-    char* collected;  // the output directory
-    char* directory;  // its name, relative to the base directory
-    char* tar;
-    char* gz;
-    bool tar_nonzero;
+    char* collected = nullptr;  // the output directory
+    char* directory = nullptr;  // its name, relative to the base directory
+    char* tar = nullptr;
+    char* gz = nullptr;
+    bool tar_nonzero = false;
+    FdGuard claimed{};  // the file that tar writes to
+    bool own = false;   // its directory is root's own
 };
 
 // Another working directory for a while. It is left when the scope ends at the latest.
@@ -53,14 +59,25 @@ class WorkingDirectory {
     WorkingDirectory(const WorkingDirectory&) = delete;
     WorkingDirectory& operator=(const WorkingDirectory&) = delete;
 
-    bool remember() { return IgCmnFileGetCwd(former_.data(), former_.size()) != nullptr; }
+    // One that has been deleted has no name to come back by, and there is nothing to come back to.
+    bool remember() {
+        if (::getcwd(former_.data(), former_.size()) != nullptr) {
+            return true;
+        }
+        former_[0] = '\0';
+        if (errno != ENOENT) {
+            IgCmnSysErrPlain("getcwd", errno);
+        }
+        return errno == ENOENT;
+    }
     bool enter(const char* path) {
-        entered_ = IgCmnFileChdir(path) == 0;
-        return entered_;
+        const bool entered = IgCmnFileChdir(path) == 0;
+        entered_ = entered && former_[0] != '\0';
+        return entered;
     }
     bool leave() {
-        entered_ = false;
-        return IgCmnFileChdir(former_.data()) == 0;
+        const bool goes_back = std::exchange(entered_, false);
+        return !goes_back || IgCmnFileChdir(former_.data()) == 0;
     }
 
   private:
@@ -138,22 +155,42 @@ std::int64_t tarMemberSize(const TarBlock& header) {
     return size;
 }
 
+// What the headers of an archive say of it.
+enum class TarState {
+    WHOLE,
+    CUT,
+    UNKNOWN,  // it cannot be read, or does not begin with a header of tar's
+};
+
+bool isTarHeader(const TarBlock& block) {
+    constexpr std::size_t MAGIC = 257;
+    return std::memcmp(block.data() + MAGIC, "ustar", 5) == 0;
+}
+
 // Whether the archive was written to its end: from header to header one comes to a block of zeros.
-bool isWholeTar(const char* path) {
+TarState stateOfTar(const char* path) {
     const FdGuard fd(IgCmnFileOpenForReading(path));
     TarBlock header{};
-    for (std::int64_t at = 0;
-         fd && ::pread(fd.get(), header.data(), header.size(), at) == TAR_BLOCK;) {
+    std::int64_t at = 0;
+    ssize_t got = fd ? TAR_BLOCK : -1;
+    while (got == TAR_BLOCK) {
+        got = ::pread(fd.get(), header.data(), header.size(), at);
+        if (got != TAR_BLOCK) {
+            break;
+        }
         if (std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; })) {
-            return true;
+            return TarState::WHOLE;
+        }
+        if (at == 0 && !isTarHeader(header)) {
+            return TarState::UNKNOWN;
         }
         const std::int64_t size = tarMemberSize(header);
         if (size < 0 || size > INT64_MAX - at - 2 * TAR_BLOCK) {
-            return false;
+            break;
         }
         at += TAR_BLOCK + (size + TAR_BLOCK - 1) / TAR_BLOCK * TAR_BLOCK;
     }
-    return false;
+    return got == -1 || at == 0 ? TarState::UNKNOWN : TarState::CUT;
 }
 
 // --- making ---
@@ -192,53 +229,117 @@ bool choosePaths(Archive& archive) {
     return archive.gz != nullptr;
 }
 
+// Whether nobody but root can exchange what lies in the archive's directory.
+bool liesInOwn(Archive& archive) {
+    char* directory = nullptr;
+    Source source;
+    return IgCmnFileSplitPath(archive.tar, &directory, nullptr, archive.memoryp) == 0 &&
+           sourceFollow(*directory == '\0' ? "/" : directory, source) && source.own &&
+           isRootsOwn(source.st);
+}
+
 // Takes the archive's name before tar does, which would write through a link, or into another's
 // file, that somebody puts there meanwhile: in /tmp everybody may. False when it is taken already.
-bool claimName(const char* path) {
-    const UmaskGuard mask(PRIVATE_MASK);
-    const FdGuard fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC, 0666));
-    if (!fd && errno == EEXIST) {
-        IgCmnMsg<ZEPA109_E>(path);
+bool claimName(Archive& archive) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC;
+    archive.claimed.reset(::open(archive.tar, FLAGS, 0600));
+    if (!archive.claimed && errno == EEXIST) {
+        IgCmnMsg<ZEPA109_E>(static_cast<const char*>(archive.tar));
         return false;
     }
+    archive.own = !archive.claimed || liesInOwn(archive);
     return true;  // what else keeps the file from being made keeps tar from it, which tells
+}
+
+// What tar is given to write to: the claimed file itself where its name can be exchanged. Null when
+// memory runs out.
+char* nameForTar(const Archive& archive) {
+    if (archive.own) {
+        return archive.tar;
+    }
+    constexpr std::size_t SIZE = 48;
+    auto* name = newFromPool<char>(archive.memoryp, SIZE);
+    if (name != nullptr) {
+        std::snprintf(name, SIZE, "/proc/%d/fd/%d", ::getpid(), archive.claimed.get());
+    }
+    return name;
+}
+
+// Whether the archive's name still is that of the claimed file.
+bool isClaimed(const Archive& archive) {
+    struct stat claimed = {};
+    struct stat there = {};
+    return archive.own ||
+           (::fstat(archive.claimed.get(), &claimed) == 0 && ::lstat(archive.tar, &there) == 0 &&
+            claimed.st_dev == there.st_dev && claimed.st_ino == there.st_ino);
+}
+
+// Removes what tar has left. What has taken its name is not ours.
+void dropTar(const Archive& archive) {
+    if (isClaimed(archive)) {
+        removePartial(archive.tar);
+    }
+}
+
+int runTar(const Archive& archive, std::int32_t* exit_cd) {
+    // Create the named file, follow links; the directory is relative to the one we are in.
+    char program[] = "/bin/tar";
+    char options[] = "cfh";
+    char* name = nameForTar(archive);
+    char* const argv[] = {program, options, name, archive.directory, nullptr};
+    return name == nullptr ? EXEC_FAILED : IgCmnExecCommandWords(argv, exit_cd);
+}
+
+// Whether tar has left something that counts as the archive, although it may have failed. One that
+// was cut short, by a full disk or a tar that died, counts as none: the directory is the last whole
+// copy, and the name must be free for the next run.
+bool isArchive(const Archive& archive) {
+    if (!isClaimed(archive) || IgCmnFileGetSize(archive.tar) <= 0) {
+        return false;
+    }
+    if (!archive.tar_nonzero) {
+        return true;
+    }
+    const TarState state = stateOfTar(archive.tar);
+    archive.root.output_kept = state != TarState::WHOLE;
+    return state != TarState::CUT;
 }
 
 // Packs the output directory under the name that was claimed. 0 when the archive is there, else the
 // result of IgArcMake.
 int pack(Archive& archive) {
     if (IgMainIsInterrupted() != 0) {
-        removePartial(archive.tar);
+        dropTar(archive);
         return ARC_INTERRUPTED;
     }
-    // Create the named file, follow links; the directory is relative to the one we are in.
-    char program[] = "/bin/tar";
-    char options[] = "cfh";
-    char* const argv[] = {program, options, archive.tar, archive.directory, nullptr};
+    if (!checkOutput(archive.root)) {
+        dropTar(archive);
+        IgMainSetRetCode(RETCODE_FAILED);
+        return -1;
+    }
     std::int32_t exit_cd = 0;
-    const int result = IgCmnExecCommandWords(argv, &exit_cd);
+    const int result = runTar(archive, &exit_cd);
     if (result == EXEC_INTERRUPTED) {
-        removePartial(archive.tar);
+        dropTar(archive);
         return ARC_INTERRUPTED;
     }
     // A tar that met a file changing under it ends with a code of its own; the archive is good.
-    if (result == EXEC_FAILED || IgCmnFileSizeIfThere(archive.tar) <= 0) {
-        removePartial(archive.tar);
+    archive.tar_nonzero = result != EXEC_OK;
+    if (result == EXEC_FAILED || !isArchive(archive)) {
+        dropTar(archive);
         return -1;
     }
-    archive.tar_nonzero = result != EXEC_OK;
     return 0;
 }
 
-// The archive takes the directory's place. Of an archive that was cut short, by a full disk or a
-// tar that died, the directory is the last whole copy: it stays, and is named.
+// The archive takes the directory's place, unless nobody can tell whether it is whole.
 void replaceDirectoryByArchive(const Archive& archive) {
     const char* collected = archive.collected;
     IgCmnProgressStep();
     IgMainSetRetCode(RETCODE_ARCHIVE);
-    if (archive.tar_nonzero && !isWholeTar(archive.tar)) {
+    if (archive.root.output_kept) {
         IgCmnMsg<ZEPA215_I>(collected);
-    } else {
+    } else if (checkOutput(archive.root)) {
         IgCmnMsgInfo<ZEPA212_I>(collected);
         IgCmnFileRemoveAll(collected);  // reports; the archive is the result either way
     }
@@ -257,26 +358,23 @@ char* resultName(const Archive& archive) {
     return same ? name : archive.gz;
 }
 
-// Takes the compressed archive as the run's result. 0, or -1 when it is none.
-int acceptCompressed(const Archive& archive) {
-    if (IgCmnFileSizeIfThere(archive.gz) <= 0) {
-        return -1;
-    }
+// Takes the compressed archive as the run's result.
+void takeCompressed(const Archive& archive) {
     root_tbl& root = archive.root;
     root.output_file = IgCmnIsAbsPath(root.output_file) != 0 ? resultName(archive) : archive.gz;
     IgCmnProgressStep();
     IgMainSetRetCode(RETCODE_COMPRESSED);
-    return 0;
 }
 
 // After a compression that failed: its partial file is removed while the ".tar" is there. When gzip
 // had finished its work and removed the ".tar", the compressed archive is all there is, and the
 // result.
 int keepWhatIsThere(const Archive& archive, int result) {
-    if (IgCmnFileExists(archive.tar) != 0) {
+    struct stat st = {};
+    if (IgCmnFileIsTaken(archive.tar) != 0) {
         removePartial(archive.gz);
-    } else {
-        acceptCompressed(archive);
+    } else if (::lstat(archive.gz, &st) == 0 && st.st_size > 0) {
+        takeCompressed(archive);
     }
     return result;
 }
@@ -311,8 +409,13 @@ int compress(const Archive& archive) {
         case EXEC_INTERRUPTED:
             return keepWhatIsThere(archive, ARC_INTERRUPTED);
         default:
-            return acceptCompressed(archive) == 0 ? 0 : keepWhatIsThere(archive, -1);
+            break;
     }
+    if (IgCmnFileGetSize(archive.gz) <= 0) {
+        return keepWhatIsThere(archive, -1);
+    }
+    takeCompressed(archive);
+    return 0;
 }
 
 int reportMaking(int made) {
@@ -339,6 +442,12 @@ int reportMaking(int made) {
 int IgArcMakeOutput(memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root);
+    if (IgMainIsInterrupted() != 0) {
+        return ARC_INTERRUPTED;
+    }
+    if (!settleOutput(*root)) {
+        return -1;
+    }
     const int copied = copyLogs(memoryp, *root);
     return copied != 0 ? copied : reportMaking(IgArcMake(memoryp, root));
 }
@@ -347,15 +456,15 @@ int IgArcMake(memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root);
     WorkingDirectory working_directory;
-    Archive archive{memoryp, *root, nullptr, nullptr, nullptr, nullptr, false};
+    Archive archive{.memoryp = memoryp, .root = *root};
     if (!working_directory.remember() || !choosePaths(archive)) {
         return -1;
     }
-    if (!claimName(archive.tar)) {
+    if (!claimName(archive)) {
         return 0;
     }
     if (!working_directory.enter(root->output_dir)) {
-        removePartial(archive.tar);
+        dropTar(archive);
         return -1;
     }
     if (const int result = pack(archive); result != 0) {

@@ -12,6 +12,7 @@
 #include "collect/IGCollectData.h"
 #include "collect/IGExeTool.h"
 #include "collect/IGIndex.h"
+#include "collect/IGOutput.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
 #include "common/IGCmnLog.h"
@@ -76,6 +77,9 @@ int collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
     if (IgMainIsInterrupted() != 0) {
         return INTERRUPTED;
     }
+    if (!checkOutput(root)) {
+        return FAILED;
+    }
     const bool is_data = item.kind == ITEM_DATA;
     const char* phase = is_data ? "collecting" : "executing";
     IgCmnMsgInfo<ZEPA202_I>(phase);
@@ -113,9 +117,16 @@ int collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool&
     IgCmnMsgSetMode(1);
     char* directory = choosePatternDirectory(memoryp, root, ptn);
     const char* output = outputDirectory(memoryp, root);
-    if (directory == nullptr || output == nullptr ||
-        (IgCmnFileIsDir(output) == 0 && !makeOutputDirectory(memoryp, root)) ||
-        !makeDirectory(directory)) {
+    if (directory == nullptr || output == nullptr) {
+        return DONE;
+    }
+    if (IgCmnFileIsDir(output) == 0 && !makeOutputDirectory(memoryp, root)) {
+        return DONE;
+    }
+    if (!checkOutput(root)) {
+        return FAILED;
+    }
+    if (!makeDirectory(directory)) {
         return DONE;
     }
     ptn.output_dir = directory;
@@ -161,7 +172,10 @@ int collectAndMake(memory_pool* memoryp, root_tbl& root) {
     }
     const CollectingMode mode;
     const int collected = collectPatterns(memoryp, root);
-    return collected == DONE ? makeArchive(memoryp, root) : collected;
+    if (collected != DONE) {
+        return collected;
+    }
+    return checkOutput(root) ? makeArchive(memoryp, root) : FAILED;
 }
 
 // --- the end routine, step by step ---

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "collect/IGIndex.h"
+#include "collect/IGOutput.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
 #include "common/IGCmnLog.h"
@@ -93,17 +94,14 @@ char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
 
 // Removes this run's own output directory; with `message` it says so first.
 void removeOwnOutput(bool message) {
-    if (run_state.root == nullptr || !run_state.root->output_made) {
-        return;
-    }
-    const char* path = outputDirectory(&run_state.memoryp, *run_state.root);
-    if (path == nullptr || IgCmnFileExists(path) == 0) {
+    const root_tbl* root = run_state.root;
+    if (root == nullptr || !root->output_made || root->output_kept || !outputIsOurs(*root)) {
         return;
     }
     if (message) {
-        IgCmnMsgInfo<ZEPA212_I>(path);
+        IgCmnMsgInfo<ZEPA212_I>(root->output_path);
     }
-    IgCmnFileRemoveAll(path);
+    IgCmnFileRemoveAll(root->output_path);
 }
 
 // How much of the result's line has been issued. A failed write to the run log ends the run between
@@ -141,7 +139,14 @@ bool makeDirectory(const char* path) {
 
 bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root) {
     const char* path = outputDirectory(memoryp, root);
-    root.output_made = path != nullptr && makeDirectoryWithMode(path, PRIVATE_DIRECTORY) == 0;
+    root.output_made = false;
+    if (path == nullptr || makeDirectoryWithMode(path, PRIVATE_DIRECTORY) != 0) {
+        return false;
+    }
+    root.output_made = noteOutput(root, path);
+    if (!root.output_made) {
+        std::remove(path);  // it is empty, and nothing would know it again
+    }
     return root.output_made;
 }
 

@@ -1,0 +1,345 @@
+"""What a user exchanges while root collects: nothing of it gets into an archive."""
+
+from __future__ import annotations
+
+import os
+import re
+
+import pytest
+from support import behave, expect, pattern_text
+from support.collecting import collect, unpack
+from support.machine import DATA_DIRECTORY, Machine
+from support.tree import read_directory
+
+USER = (1000, 1000)
+HOME = "/opt/home"
+SECRET = b"only root may read this"
+
+
+def failed(path: str) -> str:
+    """What the log says of an entry that cannot be brought in."""
+    return ("ZEPA130-W:An attempt to collect the system information has failed.\n"
+            f"ZEPA152-W:Additional information, path = {path}.\n")
+
+
+def make_home(machine: Machine) -> None:
+    """A user's directory with a file, and a tree and a file of root's that he cannot read."""
+    machine.file(f"{HOME}/file", b"his", owner=USER)
+    machine.directory(HOME, 0o755, USER)
+    machine.file("/opt/secret/key", SECRET, 0o600)
+    machine.directory("/opt/secret", 0o700)
+
+
+def script(machine: Machine, path: str, text: str) -> str:
+    """A shell script as a tool."""
+    machine.file(path, f"#!/bin/sh\n{text}\n", 0o755)
+    return path
+
+
+def user_link(machine: Machine, path: str, target: str, owner: tuple[int, int] = USER) -> None:
+    """A symbolic link of a user's."""
+    machine.link(path, target)
+    os.chown(machine.path(path), *owner, follow_symlinks=False)
+
+
+# ---- Between collecting and packing --------------------------------------------------------------
+
+EXCHANGES = {
+    "a link to a directory": f"rm {HOME}/file; ln -s /opt/secret {HOME}/file",
+    "a link to a file": f"rm {HOME}/file; ln -s /opt/secret/key {HOME}/file",
+    "a loop of links": f"rm {HOME}/file; mkdir {HOME}/file; ln -s . {HOME}/file/a",
+    "a device": f"rm {HOME}/file; ln -s /dev/zero {HOME}/file",
+    "a FIFO": f"rm {HOME}/file; mkfifo {HOME}/file",
+    "much more content": f"truncate -s 100M {HOME}/file",
+    "another directory": f"mv {HOME} {HOME}.old; ln -s /opt/secret {HOME}; touch /opt/secret/file",
+    "nothing": f"rm {HOME}/file",
+}
+
+
+@pytest.mark.parametrize("way", EXCHANGES)
+def test_what_a_user_puts_in_the_place_of_a_collected_file_is_not_packed(machine: Machine, way):
+    make_home(machine)
+    tool = script(machine, "/opt/exchange", EXCHANGES[way])
+    run = collect(machine, pattern_text.data(f"{HOME}/file"), pattern_text.tool(tool))
+    assert run.status == 0 and run.stderr == ""
+    assert run.archive.read("opt/home/file") == b"his"
+    assert SECRET not in run.archive.files().values()
+    assert sorted(name for name in run.archive.names if name.startswith("opt")) == [
+        "opt", "opt/home", "opt/home/file"]
+    assert "tar: " not in run.log
+
+
+def test_a_copied_file_has_the_mode_owner_and_times_of_its_source(machine: Machine):
+    machine.file(f"{HOME}/file", b"content", 0o4751, USER, 1_200_000_000)
+    machine.directory(HOME, 0o755, USER)
+    unpacked = unpack(machine, collect(machine, pattern_text.data(f"{HOME}/file")))
+    assert unpacked["opt/home/file"] == read_directory(machine.path(HOME))["file"]
+    assert unpacked.read("opt/home/file") == b"content"
+
+
+# ---- Links ---------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("path", [f"{HOME}/link", f"{HOME}/l*", HOME])
+@pytest.mark.parametrize("target", ["/opt/secret/key", "/opt/secret", "/proc/version", "/opt/third"])
+def test_a_link_of_a_user_to_what_is_not_his_is_a_failed_copy(machine: Machine, path, target):
+    make_home(machine)
+    machine.file("/opt/third", b"of a third user", owner=(1001, 1001))
+    user_link(machine, f"{HOME}/link", target)
+    run = collect(machine, pattern_text.data(path))
+    assert run.status == 0 and run.stderr == ""
+    assert run.log.count(failed(f"{HOME}/link")) == 1 and run.log.count("ZEPA130-W") == 1
+    assert "opt/home/link" not in run.archive
+    assert not [name for name in run.archive.names if "secret" in name or "key" in name]
+
+
+def test_links_that_a_user_may_follow_himself_are_followed(machine: Machine):
+    make_home(machine)
+    user_link(machine, f"{HOME}/own", "file")
+    machine.link(f"{HOME}/of-root", "/opt/secret/key")
+    run = collect(machine, pattern_text.data(HOME))
+    assert "ZEPA130-W" not in run.log
+    assert run.archive.read("opt/home/own") == b"his"
+    assert run.archive.read("opt/home/of-root") == SECRET  # root has put it there
+
+
+def test_a_path_of_the_administrator_is_followed_as_it_is_written(machine: Machine):
+    make_home(machine)
+    machine.link("/opt/way", "/opt/secret")
+    machine.link("/opt/kernel", "/proc/version")
+    run = collect(machine, pattern_text.data("/opt/way/key"), pattern_text.data("/opt/kernel"))
+    assert run.archive.read("opt/way/key") == SECRET
+    assert run.archive.read("opt/kernel").startswith(b"Linux version")
+    assert "ZEPA130-W" not in run.log
+
+
+def test_a_wildcard_below_a_link_of_a_user_is_a_failed_copy(machine: Machine):
+    make_home(machine)
+    user_link(machine, f"{HOME}/link", "/opt/secret")
+    run = collect(machine, pattern_text.data(f"{HOME}/link/*"))
+    assert failed(f"{HOME}/link/*") in run.log
+    assert not [name for name in run.archive.names if "key" in name]
+
+
+# ---- Links and other things that a tool leaves in the output ------------------------------------
+
+
+def run_in_output(machine: Machine, text: str, *items: str, **how):
+    """A run whose tool executes shell commands in the output directory."""
+    tool = script(machine, "/opt/write", f"cd {DATA_DIRECTORY}/*/ || exit 1\n{text}")
+    return collect(machine, pattern_text.tool(tool), *items, **how)
+
+
+def test_a_directory_that_a_tool_linked_is_brought_in_as_a_directory(machine: Machine):
+    make_home(machine)
+    machine.file("/opt/tree/a/file", b"content", 0o640, (3, 4), 1_000_000_000)
+    machine.directory("/opt/tree/a", 0o750, (5, 6), 1_000_000_001)
+    machine.file("/opt/tree/large", b"x" * 2000)
+    machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=2\nQUENDIL_CLEANUP=ON\n")
+    run = run_in_output(machine, "ln -s /opt/tree link", pattern_text.data("%d%/link"))
+    assert run.status == 0
+    output = re.escape(DATA_DIRECTORY) + r"/testhost_\d+"
+    assert re.search(rf"ZEPA153-W.*filename = {output}/link/large, size = 2000 bytes", run.raw["log"])
+    unpacked = unpack(machine, run)
+    assert unpacked.read("link/a/file") == b"content"  # one that is too large takes no other with it
+    source = read_directory(machine.path("/opt/tree"))
+    assert unpacked["link/a/file"] == source["a/file"] and unpacked["link/a"] == source["a"]
+    assert "link/large" not in unpacked
+    assert "FILE:link\nFILE:link/a\nFILE:link/a/file\n" in run.index
+    assert machine.exists("/opt/tree/large")
+
+
+@pytest.mark.parametrize("item", ["%d%/link/file", "%d%/link/f*"])
+def test_a_path_through_a_link_that_a_tool_made_is_brought_in(machine: Machine, item: str):
+    machine.file("/opt/tree/file", b"content")
+    machine.file("/opt/tree/other", b"not asked for")
+    run = run_in_output(machine, "ln -s /opt/tree link", pattern_text.data(item))
+    assert run.archive.read("link/file") == b"content"
+    assert "link/other" not in run.archive and "ZEPA130-W" not in run.log
+
+
+def test_a_file_of_the_kernel_that_a_tool_linked_has_its_content(machine: Machine):
+    run = run_in_output(machine, "ln -s /proc/version listed; ln -s /proc/version not-listed",
+                        pattern_text.data("%d%/listed"))
+    for name in ("listed", "not-listed"):
+        assert run.archive.read(name).startswith(b"Linux version")
+
+
+def test_what_a_tool_linked_below_a_users_directory_cannot_be_exchanged(machine: Machine):
+    make_home(machine)
+    swap = script(machine, "/opt/swap", f"rm {HOME}/file; ln -s /opt/secret/key {HOME}/file")
+    run = run_in_output(machine, f"ln -s {HOME}/file link", pattern_text.data("%d%/link"),
+                        pattern_text.tool(swap))
+    assert run.archive.read("link") == b"his"
+
+
+@pytest.mark.parametrize("listed", [True, False])
+@pytest.mark.parametrize("make", ["mkfifo x", "ln -s /dev/zero x", "mknod x c 1 5"])
+def test_what_is_no_data_does_not_stay_in_the_output(machine: Machine, make: str, listed: bool):
+    items = [pattern_text.data("%d%/x")] if listed else []
+    run = run_in_output(machine, make + "; echo kept > y", *items)
+    assert run.status == 0 and run.stderr == ""
+    assert failed(f"{expect.OUTPUT_DIRECTORY}/x") in run.log and run.log.count("ZEPA130-W") == 1
+    assert "x" not in run.archive and run.archive.read("y") == b"kept\n"
+    assert "FILE:x" not in run.index
+
+
+def test_a_socket_that_a_tool_left_is_a_failed_copy(machine: Machine):
+    tool = machine.tool(behave.socket("/opt/socket"), behave.run("/opt/move"))
+    script(machine, "/opt/move", f"mv /opt/socket $(echo {DATA_DIRECTORY}/*)/x")
+    run = collect(machine, pattern_text.tool(tool), pattern_text.data("%d%/*"))
+    assert failed(f"{expect.OUTPUT_DIRECTORY}/x") in run.log
+    assert "x" not in run.archive and "ZEPA209-I:It copied collecting data = "\
+        f"{expect.OUTPUT_DIRECTORY}/x" not in run.log
+
+
+def test_a_link_to_its_own_directory_is_not_followed_without_end(machine: Machine):
+    run = run_in_output(machine, "mkdir a; ln -s . self; ln -s .. a/up; echo kept > a/file")
+    assert run.status == 0
+    assert {name for name in run.archive.names if name.startswith(("a", "self"))} == {"a", "a/file"}
+    for name in ("self", "a/up"):
+        assert failed(f"{expect.OUTPUT_DIRECTORY}/{name}") in run.log
+    assert "tar: " not in run.log
+
+
+# ---- What is told of a file that has gone --------------------------------------------------------
+
+
+@pytest.mark.parametrize("how", ["rm /opt/data/gone", "rm /opt/data/gone; ln -s gone /opt/data/gone"])
+def test_the_archives_own_log_says_which_files_have_gone(machine: Machine, how: str):
+    machine.file("/opt/data/gone", b"x")
+    machine.file("/opt/data/stays", b"x")
+    tool = script(machine, "/opt/remove", how)
+    run = collect(machine, pattern_text.data("/opt/data"), pattern_text.tool(tool))
+    assert run.status == 0
+    told = b"ZEPA129-W:A system information(/opt/data/gone) is not found.\n"
+    assert run.archive.read("quendil.log").count(told) == 1
+    assert b"opt/data/stays) is" not in run.archive.read("quendil.log")
+
+
+# ---- Files of the kernel -------------------------------------------------------------------------
+
+
+def test_bytes_read_of_a_kernels_file_count_against_the_limit(machine: Machine):
+    machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=2\nQUENDIL_CLEANUP=ON\n")
+    size = len(machine.exec(["/bin/cat", "/proc/kallsyms"]).stdout)
+    small = len(machine.exec(["/bin/cat", "/proc/version"]).stdout)
+    assert small < 1024 < size
+    run = collect(machine, pattern_text.data("/proc/kallsyms"), pattern_text.data("/proc/version"))
+    assert f"filename = /proc/kallsyms, size = {size} bytes" in run.log
+    assert "proc/kallsyms" not in run.archive
+    assert f"ZEPA210-I:Total data size: {small} bytes.\n" in run.log
+    assert run.stderr == "ZEPA131-W:The size of the output data exceeded a limit size.\n"
+
+
+# ---- The output itself ---------------------------------------------------------------------------
+
+LOST = f"ZEPA104-E:The specified directory({expect.OUTPUT_DIRECTORY}) does not exist.\n"
+
+
+@pytest.mark.parametrize("put", ["mkdir $d", "ln -s /opt/secret $d", "echo > $d", ":"])
+@pytest.mark.parametrize("further", [True, False])
+def test_a_run_ends_when_its_output_is_exchanged(machine: Machine, put: str, further: bool):
+    make_home(machine)
+    before = machine.list("/opt/secret")
+    swap = script(machine, "/opt/swap", f"d=$(echo {DATA_DIRECTORY}/*); mv $d /opt/away; {put}")
+    items = [pattern_text.data(f"{HOME}/file")] if further else []
+    run = collect(machine, pattern_text.tool(swap), *items)
+    assert run.status == 255 and run.stderr.startswith(LOST)
+    assert machine.list("/opt/secret") == before
+    left = machine.outputs()
+    assert left == ([] if put == ":" else [expect.OUTPUT_NAME])  # not ours to remove
+    assert machine.exists("/opt/away/quendil_index")
+
+
+def test_what_takes_the_outputs_name_while_it_is_packed_is_not_removed(machine: Machine):
+    machine.file("/opt/data", b"x")
+    machine.file("/opt/victim/file", b"whole")
+    machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.run("/opt/swap"))
+    script(machine, "/opt/swap", f"for d in {DATA_DIRECTORY}/*; do [ ! -d $d ] || mv $d /opt/away;"
+           " done; mv /opt/victim ${d%.tar}")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert run.status == 0
+    assert run.archive.read("opt/data") == b"x"
+    directory, = (name for name in machine.list(DATA_DIRECTORY) if not name.endswith(".gz"))
+    assert machine.read(f"{DATA_DIRECTORY}/{directory}/file") == "whole"
+
+
+# ---- The archive ---------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("own", [True, False])
+def test_an_archive_is_made_in_a_users_directory_too(machine: Machine, own: bool):
+    make_home(machine)
+    machine.file("/opt/data", b"x")
+    place = "/opt" if own else HOME
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", f"{place}/result"))
+    assert run.status == 0 and run.stderr == ""
+    assert run.result == f"{place}/result.tar.gz" and run.archive.read("opt/data") == b"x"
+    assert machine.mode(run.result) == "0600" and machine.status(run.result).st_uid == 0
+
+
+@pytest.mark.parametrize("put", ["ln -s /opt/victim", "echo other >", "mkfifo", "true"])
+def test_what_takes_the_archives_name_in_a_users_directory_is_not_written_to(machine: Machine,
+                                                                            put: str):
+    make_home(machine)
+    machine.file("/opt/data", b"x")
+    machine.file("/opt/victim", b"whole")
+    swap = script(machine, "/opt/swap", f"mv {HOME}/result.tar {HOME}/moved; {put} {HOME}/result.tar")
+    machine.replace("/bin/tar", behave.run(swap), behave.run("/opt/real/tar"))
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", f"{HOME}/result"))
+    assert run.status == 20
+    assert run.stderr == "ZEPA132-W:An error occurred while an archiver was being executed.\n"
+    assert run.directory["opt/data"].target == "/opt/data"
+    assert machine.read("/opt/victim") == "whole"
+    assert machine.exists(f"{HOME}/result.tar") == (put != "true")
+
+
+def test_a_default_acl_opens_no_archive(machine: Machine):
+    # u::rwx u:1000:rwx g::rwx m::rwx o::rwx
+    entries = [(1, 7, 0xFFFFFFFF), (2, 7, 1000), (4, 7, 0xFFFFFFFF), (16, 7, 0xFFFFFFFF),
+               (32, 7, 0xFFFFFFFF)]
+    acl = (2).to_bytes(4, "little") + b"".join(
+        tag.to_bytes(2, "little") + bits.to_bytes(2, "little") + who.to_bytes(4, "little")
+        for tag, bits, who in entries)
+    os.setxattr(machine.path(machine.directory("/opt/shared")), "system.posix_acl_default", acl)
+    machine.replace("/bin/gzip", behave.exit(1))
+    run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/shared/result"))
+    assert run.result == "/opt/shared/result.tar"
+    assert machine.status(run.result).st_mode & 0o077 == 0
+
+
+# ---- The last whole copy -------------------------------------------------------------------------
+
+CUT = "/opt/real/tar \"$@\"\ntruncate -s 5120 \"$2\"\n"
+
+
+def test_a_cut_archive_is_removed_and_the_directory_is_the_result(machine: Machine):
+    machine.file("/opt/data", b"x" * 20000)
+    real = machine.replace("/bin/tar", behave.become("/opt/cut"))
+    script(machine, "/opt/cut", CUT + "exit 2")
+    output = ("-o", "/opt/result")
+    run = collect(machine, pattern_text.data("/opt/data"), arguments=output)
+    assert run.status == 20
+    assert run.directory["opt/data"].target == "/opt/data"
+    assert not machine.exists("/opt/result.tar")
+    machine.file("/opt/cut", f'#!/bin/sh\nexec {real} "$@"\n', 0o755)
+    again = collect(machine, pattern_text.data("/opt/data"), arguments=output)
+    assert again.status == 0 and again.archive.read("opt/data") == b"x" * 20000
+
+
+def test_the_last_whole_copy_stays_when_the_run_log_cannot_be_written_then(machine: Machine):
+    logs = "/var/opt/norvale/quendil/log"
+    machine.small_tmpfs(logs, 65536)
+    machine.file("/opt/data", b"x" * 20000)
+    machine.replace("/bin/tar", behave.become("/opt/other"))
+    # What it prints brings the run log near the end of its last page, and the disk is full then.
+    script(machine, "/opt/other", f"""echo no archive of tar >"$2"
+head -c $((4096 - $(stat -c %s {logs}/quendil.log) % 4096 - 20)) /dev/zero | tr '\\0' x >&2
+cat /dev/zero >{logs}/full 2>/dev/null
+exit 2""")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    assert run.status == 10 and "No space left on device" in run.stderr
+    directory, = (name for name in machine.list(DATA_DIRECTORY) if "." not in name)
+    left = read_directory(machine.path(f"{DATA_DIRECTORY}/{directory}"))
+    assert left["opt/data"].target == "/opt/data"
