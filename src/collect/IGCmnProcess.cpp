@@ -24,6 +24,7 @@
 #include "common/IGCmnStr.h"
 #include "common/IGCmnSystem.h"
 #include "common/IGGuards.h"
+#include "common/IGPatience.h"
 #include "common/IGRunState.h"
 
 CurrentChild crnt_child;
@@ -215,8 +216,8 @@ class TimedWait {
 
     // True when a call said that the wait is over. `error` is 0 for a call that succeeded.
     bool isOver(const char* call, int error, SourcePlace place = SourcePlace::current()) {
-        if (crnt_child.reaped != 0 || error == EINTR) {
-            state_ = Wait::OVER;
+        if (crnt_child.reaped != 0 || run_state.interrupted != 0 || error == EINTR) {
+            state_ = Wait::OVER;  // the handler has done what can be done
         } else if (error != 0 && error != ESRCH) {
             reportWaitFailure(call, error, ctl_.pid, place);
             state_ = Wait::OVER;
@@ -265,8 +266,11 @@ class TimedWait {
 // own.
 void waitWithoutLimit(proc_ctl& ctl) {
     siginfo_t info = {};
-    int error =
-        ::waitid(P_PID, static_cast<id_t>(ctl.pid), &info, WEXITED | WNOWAIT) == -1 ? errno : 0;
+    const auto pid = static_cast<id_t>(ctl.pid);
+    int error = EINTR;  // a handler that could not end the child would have us wait for ever
+    if (run_state.interrupted == 0) {
+        error = ::waitid(P_PID, pid, &info, WEXITED | WNOWAIT) == -1 ? errno : 0;
+    }
     if (error == 0 && crnt_child.reaped == 0) {
         error = reap(ctl) == -1 ? errno : 0;
     }
@@ -281,8 +285,7 @@ void endChild(proc_ctl& ctl) {
     signalChild(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
     pid_t reaped = reap(ctl);
     for (int round = 0; round < KILL_ROUNDS && reaped == 0; ++round) {
-        struct timeval pause = {0, 100000};
-        ::select(0, nullptr, nullptr, nullptr, &pause);
+        waitPatiently(0, nullptr, 100000);
         reaped = reap(ctl);
     }
     if (reaped <= 0 && isArchiving()) {

@@ -9,6 +9,7 @@
 
 #include "collect/IGCmnProcess.h"
 #include "common/IGCmnMessage.h"
+#include "common/IGRunState.h"
 
 // The texts come from the catalogue.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -20,6 +21,7 @@ void restoreSignals(const sigset_t& mask) {
     for (const int signo : {SIGINT, SIGTERM, SIGPIPE, SIGXFSZ}) {
         ::signal(signo, SIG_DFL);
     }
+    ::signal(SIGHUP, run_state.hangup_ignored != 0 ? SIG_IGN : SIG_DFL);
     // Only now: what arrived since the fork ends the child here.
     ::sigprocmask(SIG_SETMASK, &mask, nullptr);
 }

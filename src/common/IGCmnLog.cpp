@@ -1,7 +1,6 @@
 #include "common/IGCmnLog.h"
 
 #include <fcntl.h>
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 #include "common/IGCmnSystem.h"
 #include "common/IGCmnTime.h"
 #include "common/IGGuards.h"
+#include "common/IGPatience.h"
 #include "common/IGRunState.h"
 
 // History texts come from the catalogue.
@@ -95,8 +95,10 @@ class HistoryLock {
             if (errno != EACCES && errno != EAGAIN) {
                 return false;
             }
-            struct timeval pause = {0, 100000};
-            ::select(0, nullptr, nullptr, nullptr, &pause);
+            if (isPatienceOver()) {
+                return false;
+            }
+            waitPatiently(0, nullptr, 100000);
         }
     }
 

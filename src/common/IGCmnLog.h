@@ -21,8 +21,8 @@ int IgCmnMsgCopyFile(const char* path);
 void IgCmnMsgHistRotate();
 
 /// Appends the catalogue text `number` with printf-style arguments to the history log, under the
-/// history lock, which it waits for without limit. Nothing for anybody but the super user. Failures
-/// are reported and change nothing else.
+/// history lock, which it waits for: without limit, until the run is interrupted. Nothing for
+/// anybody but the super user. Failures are reported and change nothing else.
 void IgCmnMsgHist(int number, ...);
 
 /// Reports a failed system call of the history log as warnings, with the error in errno: into the

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "common/IGCmnMemory.h"
+#include "common/IGRunState.h"
 
 /// Keeps errno over a scope whose calls may change it.
 class ErrnoKeeper {
@@ -99,15 +100,12 @@ class UmaskGuard {
     mode_t saved_;
 };
 
-/// Blocks SIGINT and SIGTERM for a scope, so that the handler cannot see a half-made change.
+/// Blocks the interrupting signals for a scope, so that the handler cannot see a half-made change.
 class InterruptionBlock {
   public:
     InterruptionBlock() {
-        sigset_t both;
-        ::sigemptyset(&both);
-        ::sigaddset(&both, SIGINT);
-        ::sigaddset(&both, SIGTERM);
-        ::sigprocmask(SIG_BLOCK, &both, &saved_);
+        const sigset_t interrupting = interruptingSignals();
+        ::sigprocmask(SIG_BLOCK, &interrupting, &saved_);
     }
     ~InterruptionBlock() {
         const ErrnoKeeper keeper;

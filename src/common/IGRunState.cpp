@@ -36,8 +36,9 @@ void IgMainSetSizeOver(int flag) {
 }
 
 void IgMainIgnoreSignals() {
-    ::sigaction(SIGINT, &run_state.ignore_action, nullptr);
-    ::sigaction(SIGTERM, &run_state.ignore_action, nullptr);
+    for (const int signo : INTERRUPTING_SIGNALS) {
+        ::sigaction(signo, &run_state.ignore_action, nullptr);
+    }
 }
 
 void IgMainSetInterrupted(int signal_no) {

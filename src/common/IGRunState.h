@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -25,6 +26,23 @@ inline constexpr mode_t PRIVATE_MASK = 066;
 
 /// Value of the super-user cache before the first test.
 inline constexpr int SUPER_USER_NOT_TESTED = 104;
+
+/// The signals that interrupt a run: a terminal's key, an operator, a terminal or connection that
+/// is closed.
+inline constexpr std::array<int, 3> INTERRUPTING_SIGNALS = {SIGINT, SIGTERM, SIGHUP};
+
+/// These signals as a set.
+inline sigset_t interruptingSignals() {
+    sigset_t set;
+    ::sigemptyset(&set);
+    for (const int signo : INTERRUPTING_SIGNALS) {
+        ::sigaddset(&set, signo);
+    }
+    return set;
+}
+
+/// Microseconds that a run which was interrupted still waits for others, in all; IGPatience.h.
+inline constexpr long PATIENCE = 3000000;
 
 /// The action that ignores a signal.
 inline struct sigaction ignoringAction() {
@@ -45,6 +63,7 @@ struct RunState {
     std::atomic<int> interrupted = 0;           // 1 once a signal arrived
     std::atomic<int> interruption_handled = 0;  // 1 once the handler has stopped the child
     std::atomic<int> signal_no = 0;             // the signal that interrupted the run
+    std::atomic<long> patience = PATIENCE;      // what is left of it, once the run is interrupted
     int interruption_reported = 0;              // 1 once ZEPA136-E has been issued
     int cleanup_wanted = 0;                     // 1 when the cleanup phase is to run
     int size_exceeded = 0;                      // 1 once a file was left out for the size limit
@@ -52,6 +71,7 @@ struct RunState {
     std::int64_t links_made = 0;                // links to files that stand in the output
     int lock_fd = -1;                           // descriptor of the single-run lock
     int super_user = SUPER_USER_NOT_TESTED;     // then 0 (super user) or -1
+    int hangup_ignored = 0;                     // 1 when SIGHUP was ignored at the start: nohup(1)
     const struct sigaction ignore_action = ignoringAction();  // ready for the handler
 };
 extern RunState run_state;
@@ -87,7 +107,7 @@ const char* IgMainGetCmdName();
 /// Records that a file was left out (1) because of the output size limit.
 void IgMainSetSizeOver(int flag);
 
-/// Ignores SIGINT and SIGTERM from now on.
+/// Ignores the interrupting signals from now on.
 void IgMainIgnoreSignals();
 
 /// Records an interruption that a child died of: a shell command that SIGINT ended.

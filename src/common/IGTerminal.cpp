@@ -2,6 +2,7 @@
 
 #include <sys/select.h>
 
+#include "common/IGPatience.h"
 #include "common/IGRunState.h"
 
 bool terminalTakes(std::FILE* stream) {
@@ -12,6 +13,5 @@ bool terminalTakes(std::FILE* stream) {
     fd_set ready;
     FD_ZERO(&ready);
     FD_SET(fd, &ready);
-    static struct timeval patience = {3, 0};  // select takes from it what it has waited
-    return ::select(fd + 1, nullptr, &ready, nullptr, &patience) != 0;  // else a write tells
+    return waitPatiently(fd + 1, &ready, PATIENCE) != 0;  // what fails is for the write to tell
 }

@@ -5,10 +5,10 @@
 #include <cstdio>
 
 /// Whether to write to the terminal now. A reader that is slow holds a run up, as it does every
-/// program; but a run that has been interrupted is to end, also when nobody reads any more: it
-/// waits three seconds for its reader, in all.
+/// program; but a run that has been interrupted is to end, also when nobody reads any more
+/// (IGPatience.h).
 /// @param stream the standard output or the standard error, with nothing in its buffer
-/// @return false when the run is interrupted, this time is over and a write would wait
+/// @return false when the run is interrupted, its patience is over and a write would wait
 [[nodiscard]] bool terminalTakes(std::FILE* stream);
 
 /// Has `write` write to the stream, when the terminal takes it, and shows it at once.

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "collect/IGCmnProcess.h"
+#include "common/IGPatience.h"
 #include "common/IGRunState.h"
 #include "common/IGSourcePlace.h"
 
@@ -38,11 +39,11 @@ bool sendSignal(pid_t target, int signo) {
 // A look comes before the reaping: what a tool that has ended leaves of its group is killed while
 // the group's number is still its own, and a tool that ends just behind the look is left for the
 // next.
-Poll reapChild(int options) {
+Poll reapChild() {
     const pid_t pid = crnt_child.pid;
     int status = 0;
     siginfo_t info = {};
-    if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT | options) == 0) {
+    if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0) {
         if (info.si_pid == 0) {
             return Poll::RUNNING;
         }
@@ -50,7 +51,7 @@ Poll reapChild(int options) {
             ::kill(-pid, SIGKILL);
         }
     }
-    const pid_t result = ::waitpid(pid, &status, options);
+    const pid_t result = ::waitpid(pid, &status, WNOHANG);
     if (result > 0) {
         crnt_child.reaped_status = status;
         crnt_child.reaped = 1;
@@ -66,13 +67,13 @@ Poll reapChild(int options) {
 Poll sleepAndPoll(long milliseconds) {
     struct timeval time = {0, milliseconds * 1000};
     ::select(0, nullptr, nullptr, nullptr, &time);
-    return reapChild(WNOHANG);
+    return reapChild();
 }
 
 // The grace period before SIGKILL: five short rounds, then three long ones. True when the child
 // ended.
 bool endsInTime() {
-    Poll poll = reapChild(WNOHANG);
+    Poll poll = reapChild();
     for (int round = 0; poll == Poll::RUNNING && round < 5; ++round) {
         poll = sleepAndPoll(200);
     }
@@ -83,6 +84,20 @@ bool endsInTime() {
         poll = sleepAndPoll(500);
     }
     return poll == Poll::REAPED;
+}
+
+// A process that even SIGKILL does not end hangs in the kernel, on a device or a file server that
+// is gone. It is left behind when the run has waited for it long enough.
+void awaitKilled() {
+    constexpr long ROUND = 50000;
+    Poll poll = reapChild();
+    for (long left = run_state.patience; poll == Poll::RUNNING && left > 0; left -= ROUND) {
+        waitPatiently(0, nullptr, ROUND);
+        poll = reapChild();
+    }
+    if (poll == Poll::RUNNING) {
+        recordFailure("waitpid", ETIME);
+    }
 }
 
 }  // namespace
@@ -96,14 +111,15 @@ void IgCmnProcStopOnInterrupt() {
     if (!sendSignal(target, SIGTERM) || endsInTime() || !sendSignal(target, SIGKILL)) {
         return;
     }
-    reapChild(0);
+    awaitKilled();
 }
 
 void signalHandler(int signo) {
     const int kept_errno = errno;
     run_state.interrupted = 1;
-    ::sigaction(SIGINT, &run_state.ignore_action, nullptr);
-    ::sigaction(SIGTERM, &run_state.ignore_action, nullptr);
+    for (const int number : INTERRUPTING_SIGNALS) {
+        ::sigaction(number, &run_state.ignore_action, nullptr);
+    }
     IgCmnProcStopOnInterrupt();
     run_state.interruption_handled = 1;
     run_state.signal_no = signo;

@@ -59,11 +59,11 @@ void settleSignals() {
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
     ::signal(SIGCHLD, SIG_DFL);
-    sigset_t both;
-    ::sigemptyset(&both);
-    ::sigaddset(&both, SIGINT);
-    ::sigaddset(&both, SIGTERM);
-    ::sigprocmask(SIG_UNBLOCK, &both, nullptr);
+    struct sigaction hangup = {};
+    ::sigaction(SIGHUP, nullptr, &hangup);
+    run_state.hangup_ignored = hangup.sa_handler == SIG_IGN ? 1 : 0;
+    const sigset_t interrupting = interruptingSignals();
+    ::sigprocmask(SIG_UNBLOCK, &interrupting, nullptr);
 }
 
 void prepareProcess() {
@@ -127,8 +127,11 @@ bool installSignalHandler(const Arguments& /*arguments*/) {
     struct sigaction action = {};
     action.sa_handler = signalHandler;
     ::sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, nullptr);  // no SA_RESTART: waiting calls must come back
-    ::sigaction(SIGTERM, &action, nullptr);
+    for (const int signo : INTERRUPTING_SIGNALS) {
+        if (signo != SIGHUP || run_state.hangup_ignored == 0) {
+            ::sigaction(signo, &action, nullptr);  // no SA_RESTART: waiting calls must come back
+        }
+    }
     return true;
 }
 

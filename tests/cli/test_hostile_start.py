@@ -140,7 +140,7 @@ def test_a_device_is_no_configuration_file(machine: Machine, path: str, told: st
     check_refused(machine, machine.run(*arguments), arguments, told, 1)
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Machine, number: int):
     machine.fifo("/opt/pipe")
     writer = os.open(machine.path("/opt/pipe"), os.O_RDWR)
@@ -155,7 +155,7 @@ def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Mach
     os.close(writer)
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 @pytest.mark.parametrize("streams", [("stdout",), ("stdout", "stderr")], ids=["output", "both"])
 def test_a_run_whose_terminal_nobody_reads_can_be_interrupted(machine: Machine, number: int,
                                                               streams: tuple[str, ...]):

@@ -1,18 +1,20 @@
-"""Runs that SIGINT or SIGTERM ends: what is stopped, what is told and what stays."""
+"""Runs that SIGINT, SIGTERM or SIGHUP ends: what is stopped, what is told and what stays."""
 
 from __future__ import annotations
 
+import os
 import signal
 
 import pytest
 from support import behave, expect, pattern_text
 from support.behave import child, exit, exiton, forever, ignore, ready
 from support.collecting import begin, collect, started_log
-from support.machine import Machine
+from support.ending import BIN_DIRECTORY, HISTORY_LOCK
+from support.machine import QUENDIL, Machine
 from support.progress import complete, initialized
 
 CLEANUP_OFF = "QUENDIL_CLEANUP=OFF\n"
-BOTH = [signal.SIGINT, signal.SIGTERM]
+EVERY = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 
 
 def interrupted(number: int) -> str:
@@ -26,11 +28,19 @@ def cleaned_up(number: int, status: int, tool: str, timeout: int = 10, code: int
     return log.cleaned(expect.OUTPUT_DIRECTORY).finished(255).text
 
 
+#: Becomes a program whose terminal is its standard input.
+ON_TERMINAL = """\
+import fcntl, os, sys, termios
+fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+os.execv(sys.argv[1], sys.argv[1:])
+"""
+
+
 # ---- While a tool runs --------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("timeout", [0, 10])
-@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("number", EVERY)
 def test_an_interruption_stops_the_tool_and_removes_the_output(machine: Machine, number: int,
                                                                timeout: int):
     tool = machine.tool(child(ready("/opt/child"), forever()), ready("/opt/ready"), forever())
@@ -134,7 +144,7 @@ def test_the_whole_group_of_a_tool_is_gone(machine: Machine, leader: list[behave
     assert ended.status == 255 and ended.stderr.count("ZEPA136-E") == 1
 
 
-@pytest.mark.parametrize("first, second", [(2, 15), (15, 15)])
+@pytest.mark.parametrize("first, second", [(2, 15), (15, 15), (1, 2), (15, 1)])
 def test_a_second_signal_changes_nothing(machine: Machine, first: int, second: int):
     tool = machine.tool(behave.note("TERM", "/opt/noted"), ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.tool(tool))
@@ -170,13 +180,50 @@ def test_an_interruption_while_a_tool_overran_is_no_time_out_twice(machine: Mach
     assert ended.status == 255
 
 
-def test_signals_that_the_caller_ignored_or_blocked_interrupt_all_the_same(machine: Machine):
+@pytest.mark.parametrize("number, ignored", [
+    (signal.SIGINT, EVERY), (signal.SIGTERM, EVERY),
+    (signal.SIGHUP, [signal.SIGINT, signal.SIGTERM]),
+])
+def test_signals_that_the_caller_ignored_or_blocked_interrupt_all_the_same(
+        machine: Machine, number: int, ignored: list[int]):
     tool = machine.tool(ready("/opt/ready"), forever())
-    run = begin(machine, pattern_text.tool(tool), ignore=BOTH, block=BOTH)
+    run = begin(machine, pattern_text.tool(tool), ignore=ignored, block=EVERY)
     run.wait_for("/opt/ready")
-    run.signal(signal.SIGTERM)
+    run.signal(number)
     ended = run.finish()
-    assert (ended.status, ended.log) == (255, cleaned_up(15, 15, tool))
+    assert (ended.status, ended.log) == (255, cleaned_up(number, 15, tool))
+
+
+@pytest.mark.parametrize("blocked", [[], EVERY], ids=["nohup", "blocked too"])
+def test_a_run_under_nohup_outlives_its_terminal_and_so_do_its_tools(machine: Machine,
+                                                                    blocked: list[int]):
+    tool = machine.tool(behave.report("/opt/report"), ready("/opt/ready"),
+                        behave.wait_for("/opt/go"))
+    run = begin(machine, pattern_text.tool(tool), ignore=[signal.SIGHUP], block=blocked)
+    run.wait_for("/opt/ready")
+    run.signal(signal.SIGHUP, to_group=True)
+    machine.cell.kill(int(machine.read("/opt/ready")), signal.SIGHUP)
+    machine.file("/opt/go")
+    ended = run.finish()
+    assert (ended.status, ended.log) == (0, started_log().tool(tool).complete().text)
+    state = machine.report("/opt/report")
+    assert (state["ignored"], state["blocked"]) == ("1", "")
+
+
+def test_a_closed_terminal_ends_a_run_and_what_it_has_started(machine: Machine):
+    mine, theirs = os.openpty()
+    tool = machine.tool(ready("/opt/ready"), forever())
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.tool(tool)))
+    machine.file("/opt/on_terminal.py", ON_TERMINAL)
+    run = machine.start("/opt/on_terminal.py", QUENDIL, "-g", "demo", program="/usr/bin/python3",
+                        stdin=theirs, stdout=theirs, stderr=theirs)
+    run.wait_for("/opt/ready")
+    os.close(theirs)
+    os.close(mine)
+    run.sent.add(signal.SIGHUP)
+    ended = run.finish()
+    assert (ended.status, ended.log) == (255, cleaned_up(signal.SIGHUP, 15, tool))
+    assert machine.outputs() == []
 
 
 # ---- While the archive is made ------------------------------------------------------------------
@@ -275,16 +322,31 @@ def test_a_copy_of_a_log_that_an_interrupt_ended_interrupts_the_run(machine: Mac
     assert sorted(ended.directory.files()) == ["quendil_index"]
 
 
-def test_an_interruption_while_logs_are_copied_leaves_the_directory(machine: Machine):
+@pytest.mark.parametrize("number", EVERY)
+def test_an_interruption_while_logs_are_copied_leaves_the_directory(machine: Machine, number: int):
     machine.replace("/bin/cp", behave.run("/opt/real/cp"), ready("/opt/ready"),
                     behave.wait_for("/opt/go"))
     run = begin(machine, pattern_text.block())
     run.wait_for("/opt/ready")
-    run.signal(signal.SIGTERM)
+    run.signal(number)  # to the program alone: the copy goes on to its end
     machine.file("/opt/go")
     ended = run.finish()
-    assert (ended.status, ended.log) == (20, making(15))
+    assert (ended.status, ended.log) == (20, making(number))
     assert sorted(ended.directory.files()) == ["quendil.log", "quendil_index"]
+
+
+@pytest.mark.parametrize("number", EVERY)
+def test_an_interruption_while_the_directory_is_removed_leaves_the_tar_file(machine: Machine,
+                                                                           number: int):
+    machine.replace("/bin/rm", ready("/opt/ready"), behave.wait_for("/opt/go"),
+                    behave.run("/opt/real/rm"))
+    run = begin(machine, pattern_text.block())
+    run.wait_for("/opt/ready")
+    run.signal(number)
+    machine.file("/opt/go")
+    ended = run.finish()
+    assert (ended.status, ended.log) == (10, packed(number))
+    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
 
 
 def test_a_removal_that_an_interrupt_ended_interrupts_the_run(machine: Machine):
@@ -304,3 +366,21 @@ def test_a_run_after_an_interrupted_one_is_as_any_other(machine: Machine):
     assert (second.status, second.stderr) == (0, "")
     assert second.stdout == complete(1).text + expect.output_file()
     assert second.log == started_log().tool(tool).complete().text
+
+
+# ---- What an interrupted run waits for ----------------------------------------------------------
+
+
+def test_an_interrupted_run_does_not_wait_for_the_history_for_ever(machine: Machine):
+    tool = machine.tool(ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool))
+    run.wait_for("/opt/ready")
+    lock = f"{BIN_DIRECTORY}/{HISTORY_LOCK}"
+    with machine.locked(lock):
+        run.signal(signal.SIGTERM)
+        ended = run.finish()
+    lost = expect.system_error("fcntl", 11, lock, "IGCmnLog", warning=True)
+    assert (ended.status, ended.log) == (255, cleaned_up(15, 15, tool))
+    assert ended.stderr == interrupted(15) + expect.LOOK_AT_LOG + 2 * lost
+    assert ended.history == expect.history("-g demo", 255).partition("ZEPA304")[0]
+    assert machine.outputs() == []

@@ -1,4 +1,4 @@
-"""Runs that SIGINT or SIGTERM meets between any two system calls.
+"""Runs that SIGINT, SIGTERM or SIGHUP meets between any two system calls.
 
 Nothing is left behind, nothing is told twice, and what is told is what there is.
 """
@@ -16,7 +16,7 @@ from support.machine import Machine
 
 pytestmark = pytest.mark.plain_binary  # an instrumented program makes many more calls
 
-BOTH = [signal.SIGINT, signal.SIGTERM]
+EVERY = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 
 # The segments of a run that makes its archive: what it has started or reaped last.
 (STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED,
@@ -68,7 +68,7 @@ def places_up_to_the_wait(machine: Machine, timeout: int) -> list[Stop]:
 
 
 @pytest.mark.parametrize("timeout", [0, 10], ids=["no limit", "limit"])
-@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("number", EVERY)
 def test_an_interruption_around_a_tool_leaves_nothing_of_it(machine: Machine, number: int,
                                                             timeout: int):
     runs = quick(machine, timeout, 300)  # long enough for the program to come to its wait
@@ -83,7 +83,7 @@ def test_an_interruption_around_a_tool_leaves_nothing_of_it(machine: Machine, nu
 
 
 @pytest.mark.parametrize("timeout", [0, 10], ids=["no limit", "limit"])
-@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("number", EVERY)
 def test_an_interruption_before_and_while_a_tool_is_waited_for_stops_it(machine: Machine,
                                                                         number: int, timeout: int):
     stops = places_up_to_the_wait(machine, timeout)
@@ -92,7 +92,7 @@ def test_an_interruption_before_and_while_a_tool_is_waited_for_stops_it(machine:
     assert met == {(stop.place, stop.call) for stop in stops}
 
 
-@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("number", EVERY)
 @pytest.mark.parametrize("window", [
     [COPY, COPY_REAPED, SECOND_COPY], [COPIES_REAPED, TAR], [TAR_REAPED, REMOVAL],
     [REMOVAL_REAPED, GZIP],
@@ -109,7 +109,7 @@ def test_an_interruption_while_the_archive_is_made_keeps_the_last_whole_copy(
 # ---- Everywhere else ----------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("number", BOTH)
+@pytest.mark.parametrize("number", EVERY)
 @pytest.mark.parametrize("places", [
     lambda stops: every(stops, STARTED)[::8], lambda stops: every(stops, TOOL_REAPED),
     lambda stops: every(stops, GZIP_REAPED)[::3],
@@ -123,7 +123,7 @@ def test_an_interruption_anywhere_else_ends_the_run_in_one_of_its_ways(
 # ---- A second signal ----------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("first", BOTH)
+@pytest.mark.parametrize("first", EVERY)
 def test_a_second_signal_in_the_midst_of_the_first_changes_nothing(machine: Machine, first: int):
     second = signal.SIGTERM if first == signal.SIGINT else signal.SIGINT
     waiting = places_up_to_the_wait(machine, 10)[-1]

@@ -41,11 +41,15 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* spe
                                           time == nullptr ? nullptr : &exact, nullptr));
     }
     fake_wait.sleeps.push_back(time->tv_sec * 1000000 + time->tv_usec);
-    fake_wait.watched = count > 0 && FD_ISSET(count - 1, readable) ? count - 1 : -1;
+    fake_wait.watched =
+        count > 0 && readable != nullptr && FD_ISSET(count - 1, readable) ? count - 1 : -1;
     if (fake_wait.on_sleep) {
         fake_wait.on_sleep();
     }
     errno = fake_wait.select_error;
+    if (fake_wait.select_error == 0) {
+        *time = {0, 0};  // as the kernel does: nothing is left of it
+    }
     return fake_wait.select_error == 0 ? 0 : -1;
 }
 

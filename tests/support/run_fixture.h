@@ -219,6 +219,8 @@ class RunTest : public ::testing::Test {
         run_state.interrupted = 0;
         run_state.interruption_handled = 0;
         run_state.signal_no = 0;
+        run_state.patience = PATIENCE;
+        run_state.hangup_ignored = 0;
         run_state.interruption_reported = 0;
         run_state.cleanup_wanted = 0;
         run_state.size_exceeded = 0;

@@ -18,7 +18,7 @@ from .run import Run, wait_until
 
 LOCKS = [f"/opt/norvale/quendil/bin/{name}" for name in (".quendil.lck", ".quendil_hist.lck")]
 ARCHIVERS = ("/bin/tar", "/bin/gzip")
-SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGKILL, signal.SIGKILL]
+SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL, signal.SIGKILL]
 HISTORY_LINE = re.compile(r"ZEPA30[1-5]-I:\S.*[.]")
 
 #: How many places the segments of an undisturbed run have, about; see interrupter.c.

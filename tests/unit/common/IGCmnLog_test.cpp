@@ -651,6 +651,18 @@ TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
     EXPECT_EQ(readText(HIST), "ZEPA304-I:quendil exit code = 0.\n");
 }
 
+TEST_F(HistoryLog, GivesItsTurnUpWhenAnInterruptedRunHasWaitedLongEnough) {
+    const OtherRun other;
+    run_state.interrupted = 1;
+    for (const long patience : {250000L, 0L}) {
+        run_state.patience = patience;
+        EXPECT_EQ(errors([] { IgCmnMsgHist(ZEPA304_I, 0); }),
+                  warning("fcntl", EAGAIN, "Resource temporarily unavailable", HIST_LOCK));
+        EXPECT_EQ(run_state.patience, 0);
+    }
+    EXPECT_FALSE(fs::exists(HIST));
+}
+
 TEST_F(HistoryLog, WaitsForItsTurnToBeMoved) {
     writeText(HIST, std::string(9933, 'x'));
     pid_t mover = 0;

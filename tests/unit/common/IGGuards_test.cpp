@@ -132,6 +132,7 @@ TEST(IGGuards, BlockInterruptionsAndRestoreTheMask) {
         const InterruptionBlock block;
         EXPECT_TRUE(isBlocked(SIGINT));
         EXPECT_TRUE(isBlocked(SIGTERM));
+        EXPECT_TRUE(isBlocked(SIGHUP));
         EXPECT_FALSE(isBlocked(SIGUSR1));
         EXPECT_EQ(::sigismember(&block.saved(), SIGINT), 0);
         EXPECT_EQ(::sigismember(&block.saved(), SIGTERM), 1);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include <array>
 #include <string>
 
 #include "../../support/in_child.h"
@@ -15,19 +16,20 @@ class IGRunState : public RunTest {
     void SetUp() override {
         RunTest::SetUp();
         deferred_reports = 0;
-        ::sigaction(SIGINT, nullptr, &interrupt_);
-        ::sigaction(SIGTERM, nullptr, &terminate_);
+        for (std::size_t i = 0; i < actions_.size(); ++i) {
+            ::sigaction(INTERRUPTING_SIGNALS[i], nullptr, &actions_[i]);
+        }
     }
     void TearDown() override {
-        ::sigaction(SIGINT, &interrupt_, nullptr);
-        ::sigaction(SIGTERM, &terminate_, nullptr);
+        for (std::size_t i = 0; i < actions_.size(); ++i) {
+            ::sigaction(INTERRUPTING_SIGNALS[i], &actions_[i], nullptr);
+        }
         RunTest::TearDown();
     }
     static inline int deferred_reports = 0;
 
   private:
-    struct sigaction interrupt_ = {};
-    struct sigaction terminate_ = {};
+    std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> actions_ = {};
 };
 
 TEST_F(IGRunState, StartsAsAFailedRunThatNothingInterrupted) {
@@ -106,7 +108,7 @@ TEST_F(IGRunState, IgnoresFurtherSignalsOnceItIsInterrupted) {
     IgMainSetInterrupted(SIGINT);
     EXPECT_EQ(run_state.interrupted, 1);
     EXPECT_EQ(run_state.signal_no, SIGINT);
-    for (const int signal_no : {SIGINT, SIGTERM}) {
+    for (const int signal_no : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action = {};
         ASSERT_EQ(::sigaction(signal_no, nullptr, &action), 0);
         EXPECT_EQ(action.sa_handler, SIG_IGN);

@@ -28,6 +28,7 @@ class IGTerminal : public testing::Test {
     }
     void TearDown() override {
         run_state.interrupted = 0;
+        run_state.patience = PATIENCE;
         std::fclose(stream_);
     }
 

@@ -23,13 +23,15 @@ class IGMainSignal : public ChildTest {
         ChildTest::SetUp();
         struct sigaction action = {};
         action.sa_handler = signalHandler;
-        ::sigaction(SIGINT, &action, nullptr);
-        ::sigaction(SIGTERM, &action, nullptr);
+        for (const int signo : INTERRUPTING_SIGNALS) {
+            ::sigaction(signo, &action, nullptr);
+        }
         run_hooks.report_deferred = IgCmnProcReportDeferred;
     }
     void TearDown() override {
-        ::signal(SIGINT, SIG_DFL);
-        ::signal(SIGTERM, SIG_DFL);
+        for (const int signo : INTERRUPTING_SIGNALS) {
+            ::signal(signo, SIG_DFL);
+        }
         ChildTest::TearDown();
     }
 
@@ -64,8 +66,8 @@ class IGMainSignal : public ChildTest {
 using ::testing::ElementsAre;
 
 TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
-    for (const auto& [name, number] :
-         std::vector<std::pair<std::string, int>>{{"INT", SIGINT}, {"TERM", SIGTERM}}) {
+    for (const auto& [name, number] : std::vector<std::pair<std::string, int>>{
+             {"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}}) {
         for (const std::int32_t timeout : {0, 60}) {
             SCOPED_TRACE(name + " " + std::to_string(timeout));
             settle();
@@ -79,6 +81,7 @@ TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
             EXPECT_EQ(crnt_child.stop_failure, 0);
             EXPECT_TRUE(isIgnored(SIGINT));
             EXPECT_TRUE(isIgnored(SIGTERM));
+            EXPECT_TRUE(isIgnored(SIGHUP));
             EXPECT_EQ(takeLog(), "");  // said later, at the run's next look
         }
     }
@@ -139,6 +142,7 @@ TEST_F(IGMainSignal, DoesNothingWithoutAChild) {
 TEST_F(IGMainSignal, LetsASecondSignalPass) {
     ASSERT_EQ(::raise(SIGINT), 0);
     ASSERT_EQ(::raise(SIGTERM), 0);
+    ASSERT_EQ(::raise(SIGHUP), 0);
     EXPECT_EQ(run_state.signal_no, SIGINT);
 }
 
