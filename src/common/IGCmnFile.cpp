@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,6 +17,7 @@
 #include "common/IGGuards.h"
 #include "common/IGInodeSet.h"
 #include "common/IGRunState.h"
+#include "common/IGShell.h"
 
 namespace {
 
@@ -36,21 +36,6 @@ int accessFlags(const char* mode) {
 // that waits for a lock of this one.
 int openFlags(const char* mode) {
     return accessFlags(mode) | O_NONBLOCK | O_NOCTTY;
-}
-
-// Runs a command line through the shell, as system(3) does, and notices when SIGINT ended it: the
-// terminal sends that signal to the command and not only to us.
-int runShell(const char* command) {
-    errno = 0;
-    const int status = std::system(command);
-    const ErrnoKeeper keeper;
-    if (status != -1 &&
-        ((status & 0x7f) == SIGINT || (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT))) {
-        IgMainSetInterrupted(SIGINT);
-    } else if (run_state.interrupted != 0) {
-        IgMainIgnoreSignals();  // system(3) put back the action that it had found
-    }
-    return status;
 }
 
 // Adds the sizes of the files in one directory; its directories go to the list, each once.
@@ -262,7 +247,7 @@ int makeDirectoryWithMode(const char* path, mode_t mode) {
     return 0;
 }
 
-int IgCmnFileCreateDirAllPath(const char* dirpath) {
+int IgCmnFileCreateDirAllPath(const char* dirpath, mode_t mode) {
     IG_ASSERT_NOT_NULL(dirpath);
     if (IgCmnIsAbsPath(dirpath) == 0) {
         return -1;
@@ -275,7 +260,7 @@ int IgCmnFileCreateDirAllPath(const char* dirpath) {
     for (char* slash = std::strchr(path + 1, '/'); slash != nullptr;
          slash = std::strchr(slash + 1, '/')) {
         *slash = '\0';
-        if (IgCmnFileIsDir(path) == 0 && IgCmnFileMkdir(path) != 0) {
+        if (IgCmnFileIsDir(path) == 0 && makeDirectoryWithMode(path, mode) != 0) {
             return -1;
         }
         *slash = '/';

@@ -62,8 +62,8 @@ int IgCmnFileMkdir(const char* path);
 /// The same with another mode.
 int makeDirectoryWithMode(const char* path, mode_t mode);
 /// Makes every missing directory of an absolute path that is followed by a "/", so that a file's
-/// path prepares its directories. 0, or -1.
-int IgCmnFileCreateDirAllPath(const char* dirpath);
+/// path prepares its directories; they get `mode`, whatever the umask. 0, or -1.
+int IgCmnFileCreateDirAllPath(const char* dirpath, mode_t mode = 0777);
 
 /// Removes a file or a whole tree with "/bin/rm". 0, or 1 after reporting.
 int IgCmnFileRemoveAll(const char* path);

@@ -438,15 +438,15 @@ def _(machine: Machine, cleanup: str) -> Seen:
     log = started(machine, cleanup)
     machine.replace("/bin/cp", behave.run("/opt/real/cp"), ready("/opt/ready"), wait_for("/opt/go"))
     run = begin(machine, pattern_text.block())
-    interrupt(run, "/opt/ready", 15)  # while a shell runs, SIGINT is the shell's alone
+    interrupt(run, "/opt/ready")
     machine.file("/opt/go")
-    log.started("making").raw(interruption(15)).ended("making")
+    log.started("making").raw(interruption()).ended("making")
     terminal = initialized().collect(0).archive().newline()
     if cleanup == "ON":
         terminal.cleanup().end()
         log.cleaned()
     return Ending.of(machine, run.finish()), late(
-        20, terminal, interruption(15), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
+        20, terminal, interruption(), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
         [OUTPUT_NAME, COPIED_LOGS[0], INDEX], LOGS)
 
 
@@ -455,14 +455,14 @@ def _(machine: Machine, cleanup: str) -> Seen:
     log = started(machine, cleanup)
     machine.replace("/bin/tar", behave.tarwrite(20480), ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.block())
-    interrupt(run, "/opt/ready")
-    log.started("making").raw(interruption()).ended("making")
+    interrupt(run, "/opt/ready", 1)
+    log.started("making").raw(interruption(1)).ended("making")
     terminal = initialized().collect(0).archive().newline()
     if cleanup == "ON":
         terminal.cleanup().end()
         log.cleaned()
     return Ending.of(machine, run.finish()), late(
-        20, terminal, interruption(), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
+        20, terminal, interruption(1), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
         sorted([OUTPUT_NAME, *COPIED_LOGS, INDEX]), LOGS_AFTER_A_TOOL)
 
 
@@ -506,6 +506,7 @@ def _(machine: Machine) -> Seen:
     run = begin(machine, *items)
     interrupt(run, "/opt/ready", 15)
     run.signal(signal.SIGINT)
+    run.signal(signal.SIGHUP, to_group=True)
     machine.file("/opt/go")
     log.cleaned(expect.OUTPUT_DIRECTORY)
     terminal = initialized().collect(2).step().cleanup().step().end()

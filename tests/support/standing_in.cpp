@@ -1,6 +1,7 @@
 #include "standing_in.h"
 
 #include <dirent.h>
+#include <sys/types.h>
 
 #include <algorithm>
 #include <atomic>
@@ -152,10 +153,10 @@ int __wrap_gethostname(char* name, std::size_t size) {
     return 0;
 }
 
-int __real_system(const char* command);
-int __wrap_system(const char* command);
-int __wrap_system(const char* command) {
-    return failsNow(Call::SYSTEM) ? -1 : __real_system(command);
+pid_t __real_fork();
+pid_t __wrap_fork();
+pid_t __wrap_fork() {
+    return failsNow(Call::FORK) ? -1 : __real_fork();
 }
 
 char* __real_setlocale(int category, const char* locale);

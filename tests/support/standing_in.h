@@ -16,7 +16,7 @@ enum class Call {
     READDIR,
     REMOVE,  // with no error: it succeeds, but what it removed is there again at once
     GETHOSTNAME,
-    SYSTEM,
+    FORK,
     SETLOCALE,
     MBSTOWCS,
     WCSTOMBS,

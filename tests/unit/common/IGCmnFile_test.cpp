@@ -507,7 +507,7 @@ TEST_F(IGCmnFile, RemovesExactlyTheNameThatItIsGiven) {
 TEST_F(IGCmnFile, ReportsAShellThatCannotBeStarted) {
     writeText(path("file"), "x");
     const std::string name = path("file");
-    const FailingCall failing(Call::SYSTEM, 1, EAGAIN);
+    const FailingCall failing(Call::FORK, 1, EAGAIN);
     EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileRemoveAll(name.c_str()), 1); }),
               "ZEPA113-E:An error occurred during the following system call. system call name = "
               "system, error code = 11, msg = Resource temporarily unavailable.\n"
@@ -519,7 +519,7 @@ TEST_F(IGCmnFile, ReportsAShellThatCannotBeStarted) {
 }
 
 TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedForNoReason) {
-    const FailingCall failing(Call::SYSTEM, 1, 0);
+    const FailingCall failing(Call::FORK, 1, 0);
     EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileRemoveAll("/x"), 1); }),
               "ZEPA113-E:An error occurred during the following system call. system call name = "
               "system, error code = -1, msg = rm command failed.\n"
@@ -529,7 +529,7 @@ TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedForNoReason) {
 
 TEST_F(IGCmnFile, SaysNothingOfACopyWithoutAShell) {
     writeText(path("source"), "x");
-    const FailingCall failing(Call::SYSTEM, 1, EAGAIN);
+    const FailingCall failing(Call::FORK, 1, EAGAIN);
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnFileCopy(path("source").c_str(), path("copy").c_str(), 1, 0), 0);
               }),
@@ -799,12 +799,14 @@ class InterruptedCommand : public IGCmnFile {
   protected:
     void SetUp() override {
         IGCmnFile::SetUp();
-        ::sigaction(SIGINT, nullptr, &interrupt_);
-        ::sigaction(SIGTERM, nullptr, &terminate_);
+        for (std::size_t i = 0; i < actions_.size(); ++i) {
+            ::sigaction(INTERRUPTING_SIGNALS[i], nullptr, &actions_[i]);
+        }
     }
     void TearDown() override {
-        ::sigaction(SIGINT, &interrupt_, nullptr);
-        ::sigaction(SIGTERM, &terminate_, nullptr);
+        for (std::size_t i = 0; i < actions_.size(); ++i) {
+            ::sigaction(INTERRUPTING_SIGNALS[i], &actions_[i], nullptr);
+        }
         IGCmnFile::TearDown();
     }
     // A command whose script takes the place of another.
@@ -820,8 +822,7 @@ class InterruptedCommand : public IGCmnFile {
     }
 
   private:
-    struct sigaction interrupt_ = {};
-    struct sigaction terminate_ = {};
+    std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> actions_ = {};
 };
 
 TEST_F(InterruptedCommand, InterruptsTheRunWhenItWasACopy) {
@@ -859,6 +860,7 @@ TEST_F(InterruptedCommand, IsNotAnyCommandThatFails) {
 TEST_F(InterruptedCommand, LeavesSignalsIgnoredWhenTheRunWasInterruptedBefore) {
     writeText(path("source"), "text");
     run_state.interrupted = 1;
+    IgMainIgnoreSignals();
     EXPECT_EQ(IgCmnFileCopy(path("source").c_str(), path("copy").c_str(), 0, 0), 1);
     EXPECT_TRUE(ignored(SIGINT));
     EXPECT_TRUE(ignored(SIGTERM));
