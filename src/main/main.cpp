@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
@@ -25,6 +24,7 @@
 #include "ini/IGIniTable.h"
 #include "main/IGMain.h"
 #include "main/IGMainOutput.h"
+#include "main/IGMainRoot.h"
 #include "main/IGMainSignal.h"
 
 namespace {
@@ -69,6 +69,7 @@ void settleSignals() {
 void prepareProcess() {
     openStandardDescriptors();
     settleSignals();
+    IgMainBecomeRoot();
     // The archiver's programs take options from these; a run's result must not depend on them.
     ::unsetenv("TAR_OPTIONS");
     ::unsetenv("GZIP");
@@ -149,16 +150,7 @@ bool notHelp(const Arguments& arguments) {
 }
 
 bool superUser(const Arguments& /*arguments*/) {
-    if (IgMainIsSuperUser(0) != 0) {
-        return false;
-    }
-    // Who may run by the effective user alone becomes root in full: the shell that copies and
-    // removes for us would drop to the real user.
-    if (::getuid() != 0 && ::setuid(0) != 0) {
-        IgCmnSysErrPlain("setuid", errno);
-        return false;
-    }
-    return true;
+    return IgMainIsSuperUser(0) == 0 && IgMainRootFailure() == 0;
 }
 
 bool onlyRun(const Arguments& /*arguments*/) {

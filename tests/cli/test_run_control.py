@@ -15,6 +15,7 @@ from support.ending import check_refused
 from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
 from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, initialized, screen
 from support.run import Run
+from support.tree import read_archive
 
 BIN = "/opt/norvale/quendil/bin"
 RUN_LOCK = f"{BIN}/.quendil.lck"
@@ -49,6 +50,65 @@ def test_the_effective_user_counts_too(machine: Machine):
     run = machine.run(*GROUP, user=1000, effective_user=0)
     assert (run.status, run.stderr) == (0, "")
     assert run.history == expect.history("-g demo", 0, f"{expect.OUTPUT_DIRECTORY}.tar.gz")
+
+
+SETUID = "/opt/setuid/quendil"
+USERS_ENVIRONMENT = {
+    "PATH": "/opt/evil", "LD_PRELOAD": "/opt/evil.so", "LD_LIBRARY_PATH": "/opt/evil",
+    "LOCPATH": "/opt/evil", "NLSPATH": "/opt/evil", "GCONV_PATH": "/opt/evil", "TZDIR": "/opt/evil",
+    "TMPDIR": "/opt/evil", "ENV": "/opt/evil", "BASH_ENV": "/opt/evil", "IFS": "x",
+    "GLIBC_TUNABLES": "glibc.malloc.check=1", "SHELLOPTS": "xtrace", "PS4": "$(id)", "HOME": "/opt",
+    "LC_ALL": "C.UTF-8", "LANG": "de_DE.UTF-8@euro", "TZ": "Europe/Berlin", "LC_SECRET": "x",
+}
+
+
+def run_setuid(machine: Machine, environment: dict[str, str]) -> dict[str, list[str]]:
+    """What /usr/bin/id and /usr/bin/env print in a run that an ordinary user has started."""
+    program = machine.path(QUENDIL).read_bytes()
+    machine.file(SETUID, program, 0o4755)
+    machine.pattern("10_demo", pattern_text.pattern(
+        pattern_text.tool("/usr/bin/id", "%d%/id"), pattern_text.tool("/usr/bin/env", "%d%/env")))
+    settings = [f"{name}={value}" for name, value in environment.items()]
+    done = machine.exec(
+        ["/usr/bin/setpriv", "--reuid=1000", "--regid=1000", "--groups=1000,4,27", "/usr/bin/env",
+         "-i", *settings, SETUID, *GROUP])
+    assert done.stderr == ""
+    result, = machine.list(DATA_DIRECTORY)
+    status = machine.status(f"{DATA_DIRECTORY}/{result}")
+    assert (status.st_uid, status.st_gid) == (0, 0)
+    tree = read_archive(machine.path(f"{DATA_DIRECTORY}/{result}"))
+    machine.remove(f"{DATA_DIRECTORY}/{result}")
+    return {name: tree.read(name).decode().splitlines() for name in ("id", "env")}
+
+
+@pytest.mark.plain_binary  # an instrumented one has settings of its own
+def test_a_run_of_another_user_is_roots_in_full(machine: Machine):
+    shown = run_setuid(machine, USERS_ENVIRONMENT)
+    assert shown["id"] == ["uid=0(root) gid=0(root) groups=0(root)"]
+    assert sorted(shown["env"]) == [
+        "LANG=de_DE.UTF-8@euro", "LC_ALL=C.UTF-8",
+        "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "TZ=Europe/Berlin"]
+    assert machine.status(f"{LOG_DIRECTORY}/quendil.log").st_gid == 0
+    assert [machine.status(path).st_gid for path in (RUN_LOCK, HISTORY_LOCK, HISTORY)] == [0, 0, 0]
+
+
+@pytest.mark.plain_binary
+@pytest.mark.parametrize("name, value", [
+    ("TZ", ""), ("TZ", "<+0545>-05:45"), ("LANGUAGE", "de_DE:en"), ("LC_TIME", "de_DE.UTF-8"),
+])
+def test_the_zone_and_the_locale_of_another_user_are_kept(machine: Machine, name: str, value: str):
+    assert f"{name}={value}" in run_setuid(machine, {name: value})["env"]
+
+
+@pytest.mark.plain_binary
+@pytest.mark.parametrize("name, value", [
+    ("TZ", "/opt/evil"), ("TZ", ":/opt/evil"), ("TZ", ":Europe/Berlin"), ("TZ", "../../opt/evil"),
+    ("TZ", "x y"), ("LC_ALL", "/opt/evil"), ("LC_ALL", "../opt"), ("LC_TIME", "a/b"),
+    ("LANGUAGE", "../../../opt/evil"), ("LANGUAGE", "%s"), ("LANG", "$(id)"),
+])
+def test_no_file_of_another_user_is_opened_for_his_run(machine: Machine, name: str, value: str):
+    assert [line for line in run_setuid(machine, {name: value})["env"]
+            if not line.startswith("PATH=")] == []
 
 
 # ---- One run at a time --------------------------------------------------------------------------
@@ -88,9 +148,37 @@ def test_a_killed_run_leaves_no_lock(machine: Machine):
     first.wait_for("/opt/ready")
     first.signal(signal.SIGKILL)
     first.finish()
-    machine.allow_survivors()
     assert machine.exists(RUN_LOCK)
     assert machine.run(*GROUP).status == 0
+
+
+def test_a_killed_run_leaves_no_tool(machine: Machine):
+    first = begin(machine, pattern_text.tool(machine.tool(ready("/opt/ready"), forever())))
+    first.wait_for("/opt/ready")
+    first.signal(signal.SIGKILL)
+    first.finish()
+    machine.wait_for(lambda: not machine.processes(), what="the end of the tool")
+
+
+@pytest.mark.parametrize("program", ["/bin/tar", "/bin/gzip"])
+def test_a_killed_run_leaves_no_archiver(machine: Machine, program: str):
+    machine.replace(program, ready("/opt/ready"), forever())
+    first = begin(machine, pattern_text.block())
+    first.wait_for("/opt/ready")
+    first.signal(signal.SIGKILL)
+    first.finish()
+    machine.wait_for(lambda: not machine.processes(), what="the end of the archiver")
+
+
+def test_a_removal_outlives_a_killed_run(machine: Machine):
+    machine.replace("/bin/rm", ready("/opt/ready"), wait_for("/opt/go"), behave.run("/opt/real/rm"))
+    first = begin(machine, pattern_text.block())
+    first.wait_for("/opt/ready")
+    first.signal(signal.SIGKILL)
+    first.finish()
+    machine.file("/opt/go")
+    machine.wait_for(lambda: not machine.processes(), what="the end of the removal")
+    assert machine.outputs() == [f"{expect.OUTPUT_NAME}.tar"]
 
 
 def test_the_lock_is_held_until_the_history_has_the_end(machine: Machine):

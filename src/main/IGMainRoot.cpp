@@ -1,0 +1,104 @@
+#include "main/IGMainRoot.h"
+
+#include <grp.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/IGCmnMessage.h"
+
+namespace {
+
+// The call that failed; null for none.
+const char* failed_call;
+int failed_error;
+
+constexpr const char* OWN_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+// How times, texts and names are to be read: what an output depends on, and nothing else.
+struct Kept {
+    const char* name;
+    bool is_zone;
+};
+constexpr Kept KEPT[] = {
+    {"TZ", true},
+    {"LANG", false},
+    {"LANGUAGE", false},
+    {"LC_ALL", false},
+    {"LC_ADDRESS", false},
+    {"LC_COLLATE", false},
+    {"LC_CTYPE", false},
+    {"LC_IDENTIFICATION", false},
+    {"LC_MEASUREMENT", false},
+    {"LC_MESSAGES", false},
+    {"LC_MONETARY", false},
+    {"LC_NAME", false},
+    {"LC_NUMERIC", false},
+    {"LC_PAPER", false},
+    {"LC_TELEPHONE", false},
+    {"LC_TIME", false},
+};
+
+// The C library opens the files that these values name: none but its own below its own directories.
+// Of these, only a zone's name has a slash in it ("Europe/Berlin").
+bool isHarmless(const char* value, bool is_zone) {
+    constexpr const char* LETTERS =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    const bool file_elsewhere =
+        std::strstr(value, "..") != nullptr || std::strspn(value, "/:") != 0;
+    for (const char* c = value; *c != '\0'; ++c) {
+        const bool slash = is_zone && *c == '/';
+        if (std::strchr(LETTERS, *c) == nullptr && std::strchr("+-_.,:@<>=", *c) == nullptr &&
+            !slash) {
+            return false;
+        }
+    }
+    return !file_elsewhere;
+}
+
+void makeEnvironment() {
+    std::array<const char*, std::size(KEPT)> values{};
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const char* value = ::getenv(KEPT[i].name);
+        values[i] = value != nullptr && isHarmless(value, KEPT[i].is_zone) ? value : nullptr;
+    }
+    ::clearenv();  // the values themselves stay where the kernel has put them
+    ::setenv("PATH", OWN_PATH, 1);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i] != nullptr) {
+            ::setenv(KEPT[i].name, values[i], 1);
+        }
+    }
+}
+
+bool succeeded(const char* call, int result) {
+    if (result != 0) {
+        failed_call = call;
+        failed_error = errno;
+    }
+    return result == 0;
+}
+
+}  // namespace
+
+void IgMainBecomeRoot() {
+    if (::getuid() == 0 || ::geteuid() != 0) {
+        return;
+    }
+    makeEnvironment();
+    // The user last: the others need its rights.
+    static_cast<void>(succeeded("setgroups", ::setgroups(0, nullptr)) &&
+                      succeeded("setgid", ::setgid(0)) && succeeded("setuid", ::setuid(0)));
+}
+
+int IgMainRootFailure() {
+    if (failed_call == nullptr) {
+        return 0;
+    }
+    IgCmnSysErrPlain(failed_call, failed_error);
+    return -1;
+}
