@@ -320,9 +320,10 @@ pid_t startChild(proc_ctl& ctl) {
     if (run_state.interrupted != 0) {
         return 0;
     }
+    const pid_t parent = ::getpid();
     const pid_t pid = ::fork();
     if (pid == 0) {
-        procChildRun(*ctl.request, block.saved(), own_group);
+        procChildRun(*ctl.request, block.saved(), own_group, parent);
     }
     if (pid > 0) {
         if (own_group) {

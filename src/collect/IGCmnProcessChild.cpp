@@ -1,5 +1,6 @@
 #include "collect/IGCmnProcessChild.h"
 
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,16 @@
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
+
+// A run that is killed leaves no program behind that nobody would stop. (The kernel forgets this
+// for a program that is set-user-ID.)
+void endWith(pid_t parent) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const pid_t now = ::getppid();
+    if (now != parent && now != 0) {  // 0: our parent is not of our process-id namespace
+        ::_exit(255);                 // it was killed before
+    }
+}
 
 // A tool starts as a shell would start it, whatever this program does with signals for itself.
 void restoreSignals(const sigset_t& mask) {
@@ -40,7 +51,9 @@ void restoreSignals(const sigset_t& mask) {
 
 }  // namespace
 
-[[noreturn]] void procChildRun(const exec_req& request, const sigset_t& mask, bool own_group) {
+[[noreturn]] void procChildRun(const exec_req& request, const sigset_t& mask, bool own_group,
+                               pid_t parent) {
+    endWith(parent);
     if (own_group) {
         ::setpgid(0, 0);
     }

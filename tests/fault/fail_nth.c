@@ -33,6 +33,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -109,12 +110,14 @@ extern int fcntl64(int descriptor, int command, ...);
 // clang-format off
 #define EVERY_CALL(X)                                                                             \
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
-    X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc) X(fnmatch) X(fork)     \
-    X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens) X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill)   \
-    X(localtime_r) X(lstat64) X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(pread64)                \
+    X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
+    X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens)         \
+    X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill) X(localtime_r) X(lstat64) X(mbstowcs)      \
+    X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                                 \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
-    X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid) X(sigaction)       \
-    X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall) X(system) X(truncate64)  \
+    X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
+    X(sigaction) X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall)             \
+    X(truncate64)                                                                                 \
     X(ungetwc) X(unlink) X(vdprintf) X(waitid) X(waitpid) X(wcrtomb) X(wcstombs) X(write)
 // clang-format on
 
@@ -206,7 +209,6 @@ FAILS_WITH(-1, "fstatat", path, int, fstatat64,
 FAILS_WITH(-1, "readlinkat", path, ssize_t, readlinkat,
            (int dir, const char* restrict path, char* restrict text, size_t size),
            (dir, path, text, size))
-FAILS_WITH(-1, "system", path, int, system, (const char* path), (path))
 FAILS_WITH(-1, "fnmatch", path, int, fnmatch, (const char* pattern, const char* path, int flags),
            (pattern, path, flags))
 
@@ -311,6 +313,14 @@ long syscall(long call_number, ...) {
         return -1;
     }
     return NEXT(syscall)(call_number, words[0], words[1], words[2], words[3], words[4], words[5]);
+}
+
+int prctl(int option, ...) {
+    va_list arguments;
+    va_start(arguments, option);
+    unsigned long word = va_arg(arguments, unsigned long);
+    va_end(arguments);
+    return failsFor("prctl", option) ? -1 : NEXT(prctl)(option, word, 0UL, 0UL, 0UL);
 }
 
 int close(int descriptor) {

@@ -18,8 +18,9 @@ KIND_OF = {
     **{name: name for name in (
         "chdir", "close", "close_range", "dup2", "execv", "fchmod", "fchown", "fclose", "fdopen",
         "fflush", "fgetwc", "fnmatch", "fork", "futimens", "fwrite", "getc", "getcwd",
-        "gethostname", "kill", "mbstowcs", "mkdir", "open", "opendir", "read", "readlinkat", "remove", "rename",
-        "select", "setlocale", "setpgid", "sigaction", "signal", "sigprocmask", "symlink", "system",
+        "gethostname", "kill", "mbstowcs", "mkdir", "open", "opendir", "prctl", "read",
+        "readlinkat", "remove", "rename", "select", "setlocale", "setpgid", "sigaction", "signal",
+        "sigprocmask", "symlink",
         "ungetwc", "unlink", "waitid", "waitpid", "wcrtomb", "wcstombs", "write")},
     "__dprintf_chk": "dprintf", "__fprintf_chk": "fprintf", "__vfprintf_chk": "fprintf",
     "__vsnprintf_chk": "vsnprintf", "calloc": "malloc", "fcntl64": "fcntl", "fputc": "terminal",
@@ -37,16 +38,16 @@ KIND_OF = {
 NEVER_FAILS = {
     "it has no way to fail": """
         __ctype_get_mb_cur_max __errno_location __libc_single_threaded __libc_start_main
-        __tls_get_addr ferror free geteuid getpid getuid memchr memcmp memcpy memmove memset
-        strchr strcmp strcspn strerror strerrordesc_np strlen strncmp strrchr strspn strtol time
-        umask wcscmp wcslen wcsrchr wmemchr wmemcpy""",
+        __tls_get_addr ferror free getenv geteuid getpid getppid getuid memchr memcmp memcpy
+        memmove memset strchr strcmp strcspn strerror strerrordesc_np strlen strncmp strrchr
+        strspn strstr strtol time umask wcscmp wcslen wcsrchr wmemchr wmemcpy""",
     "it does not return": "__fdelt_chk __stack_chk_fail _exit abort exit",
     "it fails only for an argument that is never passed: no stream, set, name or text": """
         __snprintf_chk closedir dirfd fileno sigaddset sigemptyset snprintf unsetenv""",
     "a run does not call it: it serves the change of the user, which the unit tests call": """
         getpwnam_r seteuid sysconf""",
     "a program started with an effective user of its own ignores what is to be preloaded": """
-        setuid""",
+        clearenv setenv setgid setgroups setuid""",
     "only the C++ runtime calls it, from code that no run comes to": """
         _dl_find_object arc4random getentropy gettext ioctl sprintf""",
 }

@@ -147,7 +147,6 @@ BROKEN = (
     Kind("mkdir", errno.EROFS),
     Kind("open", errno.EMFILE),
     Kind("stat", errno.EIO),
-    Kind("system", errno.EAGAIN),
     Kind("waitpid", errno.ECHILD),
     Kind("write", errno.ENOSPC),
 )

@@ -42,6 +42,9 @@ class Kind:
 MADE_AGAIN = r"system call name = mkdir, error code = 17,"
 NOT_COPIED = "ZEPA130-W"
 NO_MEMORY = "ZEPA(122-E|143-W)"
+# The copies of the logs, and the removal, are made by a shell.
+NO_COPY = ("ZEPA133-W", "ZEPA142-W")
+NO_SHELL = (*NO_COPY, "rm command failed")
 
 LOOK = Kind(
     "stat", errno.EACCES, told=("stat",),
@@ -63,7 +66,7 @@ KINDS = (
     Kind("fdopen", errno.ENOMEM, told=("fopen",), words=("ZEPA112-E",)),
     Kind("fflush", errno.ENOSPC, told=("fflush",)),
     Kind("fnmatch", errno.ENOMEM, told=("fnmatch",)),
-    Kind("fork", errno.EAGAIN, told=("fork",)),
+    Kind("fork", errno.EAGAIN, told=("fork", "system"), words=NO_COPY),
     Kind("fprintf", errno.ENOSPC, told=("vfprintf", "fprintf")),
     Kind("fstat", errno.EIO, told=("fstat", "open", "opendir"), words=(NOT_COPIED,)),
     Kind("fstatat", errno.EIO, told=("fstatat",)),
@@ -100,18 +103,20 @@ KINDS = (
     LOOK,
     Kind("statfs", errno.ESTALE, told=("statfs",)),
     Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
-    Kind("system", errno.EAGAIN, told=("system",), words=("ZEPA133-W", "ZEPA142-W")),
     Kind("vsnprintf", errno.EOVERFLOW),
     Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, told=("waitpid", "system"), words=NO_COPY),
     Kind("wcrtomb", errno.EILSEQ),
     Kind("wcstombs", errno.EILSEQ, told=("wcstombs",)),
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,)),
     Kind("write", errno.EINTR),
     Kind("close_range", errno.EPERM, child=True),
-    Kind("execv", errno.EACCES, told=("execv",), child=True),
-    Kind("execv", errno.ENOENT, words=("Return code = 255", "ZEPA132-W", "ZEPA135-W"), child=True),
+    Kind("execv", errno.EACCES, told=("execv",), words=NO_SHELL, child=True),
+    Kind("execv", errno.ENOENT, child=True,
+         words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
+    Kind("prctl", errno.EINVAL, child=True),
     Kind("setpgid", errno.EPERM, child=True),
+    Kind("sigaction", errno.EINVAL, child=True),
     Kind("signal", errno.EINVAL, child=True),
     Kind("sigprocmask", errno.EINVAL, child=True),
 )
@@ -133,8 +138,8 @@ CUT_ARCHIVE = (Kind("pread", errno.EIO),)
 
 # Calls that are made only when another one has failed: each with the one that fails before it.
 AFTERWARDS = (
-    Kind("execv", errno.EACCES, words=("Return code = 255", "ZEPA132-W", "ZEPA135-W"), child=True,
-         also="dprintf"),
+    Kind("execv", errno.EACCES, child=True, also="dprintf",
+         words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
     Kind("fflush", errno.ENOSPC, told=("fflush",), also="truncate"),
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,), also="unlink"),
 )
@@ -144,7 +149,7 @@ STOPPING_ARCHIVER = (
     Kind("kill", errno.EPERM, told=("kill",)),
     Kind("select", errno.ENOMEM, told=("select",)),
     Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, told=("waitpid", "system"), words=NO_COPY),
 )
 STOPPING = (*STOPPING_ARCHIVER, Kind("pidfd_open", errno.ENOSYS))
 
