@@ -13,8 +13,10 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
 #include "collect/IGCmnProcessChild.h"
+#include "collect/IGProcessGroup.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
@@ -153,6 +155,11 @@ pid_t reap(proc_ctl& ctl) {
     return result;
 }
 
+// Whether the tool has ended, to be reaped yet, and others of its group have not.
+bool leavesOthers(pid_t pid) {
+    return lookAt(pid) > 0 && processGroupLives(pid);
+}
+
 // Signals the child or, with a negative number, its group, unless the handler has reaped the child:
 // the number would then not be its own any more. 0 or the error.
 int signalChild(pid_t target, int signo) {
@@ -198,6 +205,7 @@ class TimedWait {
 
     void stop() {
         const exec_req& request = *ctl_.request;
+        spares_group_ = request.wait_termination > 0;
         send(request.timeout_signal == -1 ? SIGTERM : request.timeout_signal);
         poll();
         for (std::int64_t round = 0;
@@ -205,6 +213,7 @@ class TimedWait {
              ++round) {
             sleepAndPoll(HALF);
         }
+        spares_group_ = only_others_left_ = false;
         if (state_ == Wait::RUNNING) {
             ctl_.killed = true;
             send(SIGKILL);
@@ -229,6 +238,10 @@ class TimedWait {
         if (state_ != Wait::RUNNING) {
             return;
         }
+        only_others_left_ = spares_group_ && !isArchiving() && leavesOthers(ctl_.pid);
+        if (only_others_left_) {
+            return;  // they have the rest of its time
+        }
         const pid_t result = reap(ctl_);
         const int error = result == -1 ? errno : 0;
         if (!isOver("waitpid", error) && result != 0) {
@@ -245,7 +258,7 @@ class TimedWait {
     void sleepAndPoll(long microseconds) {
         fd_set ended;
         FD_ZERO(&ended);
-        const bool watched = child_ && child_.get() < FD_SETSIZE;
+        const bool watched = child_ && child_.get() < FD_SETSIZE && !only_others_left_;
         if (watched) {
             FD_SET(child_.get(), &ended);
         }
@@ -260,6 +273,8 @@ class TimedWait {
     proc_ctl& ctl_;
     FdGuard child_;
     Wait state_ = Wait::RUNNING;
+    bool spares_group_ = false;      // the tool's group has time left after the tool's own end
+    bool only_others_left_ = false;  // which has come: nothing more to watch
 };
 
 // Waits without a limit. The child is only looked at while we sleep and reaped in a step of its

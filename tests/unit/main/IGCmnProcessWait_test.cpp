@@ -188,6 +188,92 @@ TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
     }
 }
 
+// The signal handler for a scope.
+class HandlerInstalled {
+  public:
+    HandlerInstalled() {
+        for (const int signo : INTERRUPTING_SIGNALS) {
+            ::signal(signo, signalHandler);
+        }
+    }
+    ~HandlerInstalled() {
+        for (const int signo : INTERRUPTING_SIGNALS) {
+            ::signal(signo, SIG_DFL);
+        }
+    }
+    HandlerInstalled(const HandlerInstalled&) = delete;
+    HandlerInstalled& operator=(const HandlerInstalled&) = delete;
+};
+
+// A tool that ends with SIGTERM, and has started one that does not.
+class IGCmnProcessGroupWait : public IGCmnProcessWait {
+  protected:
+    // Runs it with a time-out of one second and `wait` more; `other` is done about the other
+    // process at every sleep after the tool's own end.
+    std::vector<int> runBoth(std::int32_t wait, const std::function<void(pid_t)>& other) {
+        const std::string file = path("other");
+        fake_wait.on_sleep = [this, file, other] {
+            while (!std::filesystem::exists(file)) {
+                const struct timespec pause = {0, 1000000};
+                ::nanosleep(&pause, nullptr);
+            }
+            other_ = std::stoi(readText(file));
+            if (!fake_wait.sent.empty()) {
+                awaitChild(-fake_wait.sent.front().first);
+                other(other_);
+            }
+        };
+        ::Arguments arguments(
+            {BEHAVE, "child", "ignore", "TERM", "ready", file, "forever", "end", "forever"});
+        return run(arguments, 1, -1, wait);
+    }
+
+    pid_t other_ = 0;
+};
+
+TEST_F(IGCmnProcessGroupWait, GivesWhatAToolLeavesOfItsGroupTheRestOfItsTime) {
+    EXPECT_THAT(runBoth(3, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
+    Sleeps expected = upToTimeOut(1);
+    add(expected, 6, HALF);
+    add(expected, 1, TENTH);  // ends at once where it is watched
+    EXPECT_EQ(fake_wait.sleeps, expected);
+    const pid_t group = fake_wait.sent.front().first;
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL),
+                                            Pair(group, SIGKILL)));  // again as it is reaped
+    EXPECT_TRUE(awaitEnd(other_));
+    EXPECT_EQ(takeLog(), TIMED_OUT);
+    EXPECT_EQ(crnt_child.stop_failure, 0);
+}
+
+TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanSomethingOfTheGroupLives) {
+    const auto end_later = [](pid_t other) {
+        if (fake_wait.sleeps.size() == 13) {
+            reallyKill(other, SIGKILL);
+            EXPECT_TRUE(awaitEnd(other));
+        }
+    };
+    EXPECT_THAT(runBoth(600, end_later), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
+    EXPECT_EQ(fake_wait.sleeps.size(), 13U);
+}
+
+TEST_F(IGCmnProcessGroupWait, GivesNoTimeWhereTheRequestHasNone) {
+    EXPECT_THAT(runBoth(0, [](pid_t) {}).front(), EXEC_TIMEOUT);
+    EXPECT_TRUE(awaitEnd(other_));
+}
+
+TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatComesMeanwhile) {
+    const HandlerInstalled handler;
+    const auto interrupt = [](pid_t) {
+        if (run_state.interrupted == 0) {
+            ::raise(SIGHUP);
+        }
+    };
+    EXPECT_THAT(runBoth(600, interrupt), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
+    EXPECT_TRUE(awaitEnd(other_));
+    EXPECT_EQ(crnt_child.stop_failure, 0);
+    EXPECT_EQ(takeLog(), TIMED_OUT);
+}
+
 TEST_F(IGCmnProcessWait, ReportsASleepThatFailsAndLeavesNothingRunning) {
     for (const auto& [error, text] : std::vector<std::pair<int, std::string>>{
              {EINVAL, "Invalid argument"}, {EBADF, "Bad file descriptor"}, {EINTR, ""}}) {
@@ -246,21 +332,6 @@ TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
     EXPECT_EQ(takeLog(), TIMED_OUT);
     EXPECT_EQ(crnt_child.stop_failure, 0);
 }
-
-// The signal handler for a scope.
-class HandlerInstalled {
-  public:
-    HandlerInstalled() {
-        ::signal(SIGINT, signalHandler);
-        ::signal(SIGTERM, signalHandler);
-    }
-    ~HandlerInstalled() {
-        ::signal(SIGINT, SIG_DFL);
-        ::signal(SIGTERM, SIG_DFL);
-    }
-    HandlerInstalled(const HandlerInstalled&) = delete;
-    HandlerInstalled& operator=(const HandlerInstalled&) = delete;
-};
 
 TEST_F(IGCmnProcessWait, SendsNoSignalToAToolThatTheHandlerHasReaped) {
     const HandlerInstalled handler;
@@ -333,14 +404,58 @@ class IGMainSignalWait : public IGCmnProcessWait {
         return sleeps;
     }
 
+    // The sleeps before SIGKILL.
+    static Sleeps graceGiven() {
+        Sleeps given = fake_wait.sleeps;
+        given.resize(std::min(given.size(), grace().size()));
+        return given;
+    }
+
+    // Has the killed child end at once where no time passes.
+    void endOnceKilled() {
+        fake_wait.on_sleep = [this] {
+            if (fake_wait.sleeps.size() > grace().size()) {
+                awaitChild(pid_);
+            }
+        };
+    }
+
     pid_t pid_ = 0;
 };
 
+TEST_F(IGMainSignalWait, LeavesAToolBehindThatSigkillDoesNotEndInTime) {
+    fake_wait.lost = {SIGTERM, SIGKILL};
+    for (const long patience : {PATIENCE, PATIENCE / 10, 0L}) {
+        SCOPED_TRACE(patience);
+        crnt_child.failed_call = nullptr;
+        fake_wait.sleeps.clear();
+        run_state.interrupted = 1;
+        run_state.patience = patience;
+        stop();
+        EXPECT_EQ(graceGiven(), grace());
+        EXPECT_EQ(sum(fake_wait.sleeps), sum(grace()) + patience);
+        EXPECT_EQ(run_state.patience, 0);
+        EXPECT_EQ(crnt_child.reaped, 0);
+        EXPECT_STREQ(crnt_child.failed_call, "waitpid");
+        EXPECT_EQ(crnt_child.failed_error, ETIME);
+        EXPECT_EQ(crnt_child.failed_pid, pid_);
+    }
+}
+
+TEST_F(IGMainSignalWait, LeavesSuchAToolBehindOfARunThatIsNotInterruptedToo) {
+    fake_wait.lost = {SIGTERM, SIGKILL};
+    stop();
+    EXPECT_EQ(sum(fake_wait.sleeps), sum(grace()) + PATIENCE);
+    EXPECT_EQ(run_state.patience, PATIENCE);
+    EXPECT_EQ(crnt_child.reaped, 0);
+}
+
 TEST_F(IGMainSignalWait, GivesAToolTwoAndAHalfSecondsBeforeItIsKilled) {
     fake_wait.lost = {SIGTERM};
+    endOnceKilled();
     stop();
-    EXPECT_EQ(fake_wait.sleeps, grace());
-    EXPECT_EQ(sum(fake_wait.sleeps), 5 * HALF);
+    EXPECT_EQ(graceGiven(), grace());
+    EXPECT_EQ(sum(grace()), 5 * HALF);
     // The last one is for what the dead tool leaves of its group.
     EXPECT_THAT(fake_wait.sent,
                 ElementsAre(Pair(-pid_, SIGTERM), Pair(-pid_, SIGKILL), Pair(-pid_, SIGKILL)));
@@ -351,6 +466,7 @@ TEST_F(IGMainSignalWait, GivesAToolTwoAndAHalfSecondsBeforeItIsKilled) {
 
 TEST_F(IGMainSignalWait, StopsTheArchiversProgramsAlone) {
     fake_wait.lost = {SIGTERM};
+    endOnceKilled();
     IgMainSetRetCode(RETCODE_ARCHIVE);
     stop();
     EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(pid_, SIGTERM), Pair(pid_, SIGKILL)));
@@ -388,9 +504,10 @@ TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
 
 TEST_F(IGMainSignalWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
     fake_wait.lost = {SIGTERM};
+    endOnceKilled();
     fake_wait.kill_error = ESRCH;
     stop();
-    EXPECT_EQ(fake_wait.sleeps, grace());
+    EXPECT_EQ(graceGiven(), grace());
     EXPECT_EQ(crnt_child.reaped, 1);
     EXPECT_EQ(crnt_child.failed_call.load(), nullptr);
 }
