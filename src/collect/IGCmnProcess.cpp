@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,6 +79,31 @@ bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
     return true;
 }
 
+// What stands in the place of an output and is none: removing it would take a device or a directory
+// from the machine, writing to it could change one or wait for ever. 0, or the error that tells why
+// it is not opened.
+int notAnOutput(const char* file) {
+    struct stat st = {};
+    if (::lstat(file, &st) != 0 || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode)) {
+        return 0;
+    }
+    return S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
+}
+
+// Prepares the place of a standard output. Only what stays in `ctl` may be removed after a failure.
+bool prepareOutput(proc_ctl& ctl) {
+    char* const file = std::exchange(ctl.stdout_file, nullptr);
+    if (IgCmnFileCreateDirAllPath(file, ctl.request->directory_mode) != 0) {
+        return false;
+    }
+    if (const int error = isNullDevice(file) ? 0 : notAnOutput(file); error != 0) {
+        IgCmnSysErrPath("open", error, file);
+        return false;
+    }
+    ctl.stdout_file = file;
+    return true;
+}
+
 bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
     if (path == nullptr) {
         return true;
@@ -88,7 +114,7 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
     if (IgCmnFileNormPath(ctl.pool.get(), path, &file) != 0) {
         return false;
     }
-    if (which == STANDARD_OUTPUT && IgCmnFileCreateDirAllPath(file) != 0) {
+    if (which == STANDARD_OUTPUT && !prepareOutput(ctl)) {
         return false;
     }
     const bool null_device = isNullDevice(file);
@@ -97,10 +123,11 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
         return putInPlace(STDOUT_FILENO, standard_fd, saved);
     }
     // What somebody has put in the way since the removal is not written to: a link would lead
-    // elsewhere, a file of his own would show him the output, a FIFO would hold us up.
-    const int flags =
-        O_WRONLY | O_CREAT | O_CLOEXEC | (null_device ? 0 : O_NOFOLLOW) | (gone ? O_EXCL : 0);
-    const FdGuard fd(::open(file, flags, 0666));
+    // elsewhere, a file of his own would show him the output, a FIFO would hold us up. The mode is
+    // not left to the mask, which does not count where the directory has a default ACL.
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | (null_device ? 0 : O_NOFOLLOW) |
+                      (gone ? O_EXCL : O_NONBLOCK);
+    const FdGuard fd(::open(file, flags, 0600));
     if (!fd) {
         IgCmnSysErrPath("open", errno, file);
         return false;

@@ -15,6 +15,7 @@ struct exec_req {
     const char* command_path = nullptr;  // for execv, and the name shown in messages
     char* const* argv = nullptr;         // ends in a null; element 0 is the command as written
     const char* stdout_path = nullptr;   // null leaves the standard output as it is
+    mode_t directory_mode = 0777;        // of directories that are made for it
     const char* stderr_path = nullptr;   // null leaves the standard error as it is
     std::int32_t timeout = 0;            // seconds; below 1 none
     std::int32_t timeout_signal = -1;    // -1: not given, SIGTERM is sent

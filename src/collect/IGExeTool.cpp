@@ -13,6 +13,7 @@
 #include "common/IGCmnStr.h"
 #include "common/IGCmnSystem.h"
 #include "common/IGCmnTime.h"
+#include "common/IGGuards.h"
 #include "common/IGRunState.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
@@ -23,8 +24,32 @@ namespace {
 struct Tool {
     const char* command_line;
     const char* redirect_path;  // null when the block has none
+    mode_t directory_mode;      // of directories that are made for it
     std::array<char, PATH_MAX + 1> stderr_path;
 };
+
+// Others may neither enter nor write in the output, so directories of a tool's own have every
+// permission there. Elsewhere nobody else may put files into them.
+bool chooseDirectoryMode(const root_tbl& root, Tool& tool) {
+    constexpr mode_t INSIDE = 0777;
+    constexpr mode_t OUTSIDE = 0755;
+    LocalPool local;
+    char* output = outputDirectory(local.get(), root);
+    char* file = nullptr;
+    tool.directory_mode = OUTSIDE;
+    if (output == nullptr || IgCmnIsAbsPath(tool.redirect_path) == 0) {
+        return output != nullptr;
+    }
+    if (IgCmnFileNormPath(local.get(), tool.redirect_path, &file) != 0 ||
+        IgCmnFileNormPath(local.get(), output, &output) != 0) {
+        return false;
+    }
+    const std::size_t length = std::strlen(output);
+    if (std::strncmp(file, output, length) == 0 && file[length] == '/') {
+        tool.directory_mode = INSIDE;
+    }
+    return true;
+}
 
 bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block, Tool& tool) {
     tool.command_line = IgCmnReplaceStrs(block.command_line, 1, &root, memoryp, nullptr);
@@ -36,7 +61,7 @@ bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block,
     tool.redirect_path = nullptr;
     if (block.redirect_path != nullptr) {
         tool.redirect_path = IgCmnReplaceStrs(block.redirect_path, 1, &root, memoryp, nullptr);
-        return tool.redirect_path != nullptr;
+        return tool.redirect_path != nullptr && chooseDirectoryMode(root, tool);
     }
     return true;
 }
@@ -96,6 +121,7 @@ int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block)
     }
     exec_req request;
     request.stdout_path = tool.redirect_path;
+    request.directory_mode = tool.directory_mode;
     request.stderr_path = tool.stderr_path.data();
     request.timeout = tool_block->timeout;
     request.timeout_signal = tool_block->timeout_signal;

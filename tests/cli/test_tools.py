@@ -5,13 +5,15 @@ from __future__ import annotations
 import operator
 import os
 import signal
+import stat
+import struct
 import time
 
 import pytest
 from support import behave, expect, pattern_text
 from support.behave import child, daemon, err, exit, exiton, forever, ignore, out, ready, report
 from support.collecting import begin, collect, complete_output, started_log
-from support.machine import LOG_DIRECTORY, Machine
+from support.machine import DATA_DIRECTORY, LOG_DIRECTORY, Machine
 from support.tree import Member
 
 STDERR_LOG = f"{LOG_DIRECTORY}/quendil_stderr.log"
@@ -228,17 +230,65 @@ def test_a_relative_output_starts_from_the_working_directory(machine: Machine):
     assert machine.read("/opt/place/testhost/out") == "x"
 
 
-@pytest.mark.parametrize("kind", ["file", "link", "dangling link", "fifo", "empty directory"])
+@pytest.mark.parametrize("kind", ["file", "link", "dangling link", "link to a device"])
 def test_what_stands_in_the_place_of_the_output_is_replaced(machine: Machine, kind: str):
     machine.file("/opt/victim", "untouched")
     {"file": lambda: machine.file("/opt/out", "a longer text than the new one", 0o666),
      "link": lambda: machine.link("/opt/out", "/opt/victim"),
      "dangling link": lambda: machine.link("/opt/out", "/opt/none"),
-     "fifo": lambda: machine.fifo("/opt/out"),
-     "empty directory": lambda: machine.directory("/opt/out")}[kind]()
+     "link to a device": lambda: machine.link("/opt/out", "/dev/zero")}[kind]()
     collect(machine, pattern_text.tool(machine.tool(out("new")), redirect="/opt/out"))
     assert machine.read("/opt/out") == "new" and machine.mode("/opt/out") == "0600"
     assert machine.read("/opt/victim") == "untouched" and not machine.exists("/opt/none")
+
+
+@pytest.mark.parametrize("kind, code", [
+    (stat.S_IFIFO, 17), (stat.S_IFSOCK, 17), (stat.S_IFCHR, 17), (stat.S_IFBLK, 17),
+    (stat.S_IFDIR, 21),
+])
+def test_what_is_no_file_is_neither_removed_nor_written_to(machine: Machine, kind: int, code: int):
+    if kind == stat.S_IFDIR:
+        machine.directory("/opt/out")
+    else:
+        os.mknod(machine.path("/opt/out"), kind | 0o600, os.makedev(1, 3))
+    tool = machine.tool(behave.write("/opt/ran", ""))
+    run = collect(machine, pattern_text.tool(tool, redirect="/opt/out"))
+    within = expect.system_error("open", code, "/opt/out", "IGCmnProcess", warning=True)
+    assert run.log == started_log().tool(tool, 255, 0, within=within).complete().text
+    assert (run.status, run.stderr) == (0, "")
+    assert stat.S_IFMT(machine.status("/opt/out").st_mode) == kind
+    assert not machine.exists("/opt/ran")
+
+
+@pytest.mark.parametrize("redirect, mode", [
+    ("/opt/made/below/out", "0755"), ("%d%/made/below/out", "0777"), ("%d%/../made/out", "0755"),
+    ("%d%x/made/out", "0755"),
+])
+def test_only_directories_inside_of_the_output_are_open_to_all(machine: Machine, redirect: str,
+                                                              mode: str):
+    machine.replace("/bin/tar", exit(1))
+    run = collect(machine, pattern_text.tool(machine.tool(out("x")), redirect=redirect))
+    assert run.status == 20
+    output, = [name for name in machine.list(DATA_DIRECTORY)
+               if machine.exists(f"{DATA_DIRECTORY}/{name}/quendil_index")]
+    path = os.path.normpath(redirect.replace("%d%", f"{DATA_DIRECTORY}/{output}"))
+    made = path[:path.index("/made/")] + "/made"
+    assert machine.mode(made) == mode and machine.mode(path) == "0600"
+    if "below" in path:
+        assert machine.mode(f"{made}/below") == mode
+
+
+def test_no_default_acl_opens_what_a_tool_writes(machine: Machine):
+    machine.directory("/opt/shared")
+    entries = [(0x01, 7, -1), (0x02, 7, 1000), (0x04, 7, -1), (0x10, 7, -1), (0x20, 7, -1)]
+    acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
+    for path in ("/opt/shared", LOG_DIRECTORY):
+        os.setxattr(machine.path(path), "system.posix_acl_default", acl)
+    run = collect(machine, pattern_text.tool(machine.tool(out("x")), redirect="/opt/shared/out"),
+                  pattern_text.tool(machine.tool(err("x"))))
+    assert run.status == 0
+    # With an ACL, the group's bits are the most that any of its entries gives.
+    assert machine.mode("/opt/shared/out") == machine.mode(STDERR_LOG) == "0600"
 
 
 def test_the_error_file_is_made_anew_for_every_tool(machine: Machine):
@@ -363,6 +413,21 @@ def test_everything_that_an_overrunning_tool_started_is_gone(machine: Machine,
     assert run.finish().status == 0
     gone = [machine.read(f"/opt/{name}").strip() for name in ("child", "grandchild")]
     assert [entry for entry in machine.processes() if str(entry.pid) in gone] == []
+
+
+def test_what_an_overrunning_tool_leaves_has_the_rest_of_its_time(machine: Machine):
+    other = child(behave.note("TERM", "/opt/noted"), ready("/opt/other"),
+                  behave.wait_for("/opt/go"), behave.write("/opt/saved", "x"))
+    tool = machine.tool(other, behave.wait_for("/opt/other"), ready("/opt/ready"), forever())
+    run = begin(machine, pattern_text.tool(tool, timeout=1, wait=600))
+    run.wait_for(lambda: machine.exists("/opt/noted") and machine.read("/opt/noted") == "15\n")
+    leader = int(machine.read("/opt/ready"))
+    run.wait_for(lambda: {entry.pid: entry.state for entry in machine.processes()}[leader] == "Z")
+    machine.file("/opt/go")
+    ended = run.finish()  # long before its time is over: nothing of it is left
+    expected = started_log().timed_out_tool(tool, behave.PROGRAM, 0, 15, timeout=1)
+    assert ended.log == expected.complete().text
+    assert machine.read("/opt/saved") == "x"
 
 
 def test_a_tool_that_left_its_group_is_stopped_all_the_same(machine: Machine):

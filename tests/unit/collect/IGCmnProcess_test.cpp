@@ -315,6 +315,7 @@ TEST_F(IGCmnProcess, StartsTheChildWithAPrivateMaskAndSignalsAsAShellWould) {
     const SignalAction terminate(SIGTERM, [](int) {});
     const SignalAction pipe(SIGPIPE, SIG_IGN);
     const SignalAction size(SIGXFSZ, SIG_IGN);
+    const SignalAction hangup(SIGHUP, [](int) {});
     ASSERT_EQ(behave({"report", report}).result, EXEC_OK);
     auto child = readReport(report);
     EXPECT_EQ(child["umask"], "0066");
@@ -323,6 +324,37 @@ TEST_F(IGCmnProcess, StartsTheChildWithAPrivateMaskAndSignalsAsAShellWould) {
     EXPECT_EQ(child["blocked"], "");
     EXPECT_EQ(child["cwd"], std::filesystem::current_path().string());
     EXPECT_EQ(child["euid"], "0");
+}
+
+TEST_F(IGCmnProcess, HandsOnAHangupThatWasIgnoredWhenTheRunStarted) {
+    const std::string report = path("report");
+    run_state.hangup_ignored = 1;
+    const SignalAction hangup(SIGHUP, SIG_IGN);
+    ASSERT_EQ(behave({"report", report}).result, EXEC_OK);
+    EXPECT_EQ(readReport(report)["ignored"], std::to_string(SIGHUP));
+    run_state.hangup_ignored = 0;  // ignored by the run itself, since a first signal
+    ASSERT_EQ(behave({"report", report}).result, EXEC_OK);
+    EXPECT_EQ(readReport(report)["ignored"], "");
+}
+
+TEST_F(IGCmnProcess, EndsItsChildWithItself) {
+    for (const int code : {RETCODE_FAILED, RETCODE_DIRECTORY}) {
+        SCOPED_TRACE(code);
+        const std::string ready = path("ready" + std::to_string(code));
+        const pid_t runner = ::fork();
+        if (runner == 0) {
+            IgMainSetRetCode(code);
+            behave({"ready", ready, "forever"});
+            ::_exit(0);
+        }
+        while (!std::filesystem::exists(ready)) {
+            const struct timespec pause = {0, 1000000};
+            ::nanosleep(&pause, nullptr);
+        }
+        ASSERT_EQ(::kill(runner, SIGKILL), 0);
+        ASSERT_EQ(::waitpid(runner, nullptr, 0), runner);
+        EXPECT_TRUE(awaitEnd(std::stoi(readText(ready))));
+    }
 }
 
 TEST_F(IGCmnProcess, LeavesTheSignalMaskOfTheRunAsItWas) {
@@ -483,11 +515,35 @@ TEST_F(IGCmnProcess, WritesANewFileInPlaceOfWhatWasThere) {
     EXPECT_FALSE(std::filesystem::is_symlink(out));
     EXPECT_EQ(readText(out), "new\n");
     EXPECT_EQ(readText(path("other")), "a longer text than the new one\n");
+}
 
-    std::filesystem::remove(out);
-    std::filesystem::create_directory(out);  // an empty one gives way
-    EXPECT_EQ(behave({"out", "new\n"}, request).result, EXEC_OK);
-    EXPECT_EQ(readText(out), "new\n");
+TEST_F(IGCmnProcess, NeitherRemovesNorWritesWhatIsNoFile) {
+    struct Case {
+        const char* name;
+        mode_t type;
+        int error;
+        const char* text;
+    };
+    for (const Case& one :
+         {Case{"fifo", S_IFIFO, 17, "File exists"}, Case{"socket", S_IFSOCK, 17, "File exists"},
+          Case{"device", S_IFCHR, 17, "File exists"}, Case{"disk", S_IFBLK, 17, "File exists"},
+          Case{"directory", S_IFDIR, 21, "Is a directory"}}) {
+        SCOPED_TRACE(one.name);
+        const std::string out = path(one.name);
+        ASSERT_EQ(one.type == S_IFDIR ? ::mkdir(out.c_str(), 0700)
+                                      : ::mknod(out.c_str(), one.type | 0600, 0),
+                  0);
+        exec_req request;
+        request.stdout_path = out.c_str();
+        Capture errors(stderr);
+        EXPECT_EQ(behave({"write", path("ran"), "x"}, request), (Outcome{EXEC_FAILED, 0, 0}));
+        EXPECT_EQ(takeLog(), trio("open", one.error, one.text, out, "IGCmnProcess"));
+        struct stat st = {};
+        ASSERT_EQ(::lstat(out.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & S_IFMT, one.type);
+        EXPECT_FALSE(std::filesystem::exists(path("ran")));
+    }
+    expectOwnDescriptors();
 }
 
 TEST_F(IGCmnProcess, WritesNothingIntoAFileThatSomebodyPutsInTheWay) {
@@ -517,6 +573,12 @@ TEST_F(IGCmnProcess, MakesTheDirectoriesOfAnOutputFile) {
     EXPECT_EQ(readText(out), "one\n");
     EXPECT_EQ(modeOf(path("a")), 0777U);
     EXPECT_EQ(modeOf(path("a/b")), 0777U);
+
+    const std::string outside = path("outside/out");
+    request.stdout_path = outside.c_str();
+    request.directory_mode = 0755;
+    EXPECT_EQ(behave({"out", "one\n"}, request).result, EXEC_OK);
+    EXPECT_EQ(modeOf(path("outside")), 0755U);
 
     // Not those of an error output.
     const std::string err = path("c/err");
