@@ -295,7 +295,7 @@ COLLECTION = _rules(
     ("what a stopped tool leaves is killed", "src/collect/IGCmnProcess.cpp",
      "if (ctl.timed_out && !isArchiving()) {",
      "if (ctl.timed_out && isArchiving()) {",
-     "unit:IGCmnProcess_test cli:test_tools.py"),
+     "unit:IGCmnProcessWait_test"),
     ("what an overrunning tool leaves has the rest of its time", "src/collect/IGCmnProcess.cpp",
      "spares_group_ = request.wait_termination > 0;", "spares_group_ = false;",
      "cli:test_tools.py:rest_of_its_time unit:IGCmnProcessWait_test"),

@@ -261,6 +261,14 @@ TEST_F(IGCmnProcessGroupWait, GivesNoTimeWhereTheRequestHasNone) {
     EXPECT_TRUE(awaitEnd(other_));
 }
 
+TEST_F(IGCmnProcessGroupWait, KillsWhatAToolLeavesThatEndsWithTheSignalItself) {
+    fake_wait.on_signal = [] { endChild(crnt_child.pid); };
+    EXPECT_THAT(runBoth(0, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
+    const pid_t group = fake_wait.sent.front().first;
+    EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL)));
+    EXPECT_TRUE(awaitEnd(other_));
+}
+
 TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatComesMeanwhile) {
     const HandlerInstalled handler;
     const auto interrupt = [](pid_t) {
