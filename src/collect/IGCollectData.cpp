@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -100,20 +99,6 @@ const char* relativeName(const Item& item, const char* path) {
 }
 
 // --- data elsewhere ---
-
-// The lock files must not be opened: closing them again would drop our locks.
-bool isLockFile(const struct stat& st) {
-    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
-        std::array<char, PATH_MAX + 1> path{};
-        struct stat lock = {};
-        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
-            ::stat(path.data(), &lock) == 0 && lock.st_dev == st.st_dev &&
-            lock.st_ino == st.st_ino) {
-            return true;
-        }
-    }
-    return false;
-}
 
 // What became of a file that was to be brought in.
 enum class Brought {

@@ -14,6 +14,7 @@
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
 #include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
 #include "common/IGGuards.h"
 #include "common/IGInodeSet.h"
 #include "common/IGRunState.h"
@@ -111,6 +112,29 @@ int openLeased(const char* path, int flags) {
     }
 }
 
+// Opens the very file that was looked at, not one that has been given its name since.
+int openSeen(int looked_at, const struct stat& st, const char* path, int flags) {
+    std::array<char, 32> same{};
+    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at);
+    const int fd = openLeased(same.data(), flags);
+    // A machine in trouble may have no /proc.
+    return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, flags);
+}
+
+// Opens a file unless it is a lock file: closing that again would drop our lock.
+int openUnlessLock(const char* path, int flags) {
+    const FdGuard looked_at(::open(path, O_PATH | O_CLOEXEC));
+    struct stat st = {};
+    if (!looked_at || ::fstat(looked_at.get(), &st) != 0) {
+        return -1;
+    }
+    if (isLockFile(st)) {
+        errno = EACCES;
+        return -1;
+    }
+    return openSeen(looked_at.get(), st, path, flags);
+}
+
 }  // namespace
 
 int IgCmnFileOpenForReading(const char* path) {
@@ -123,20 +147,19 @@ int IgCmnFileOpenForReading(const char* path) {
 }
 
 int openLookedAt(int looked_at, const struct stat& st, const char* path) {
-    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     if (!S_ISREG(st.st_mode)) {
         errno = ENOTSUP;
         return -1;
     }
-    std::array<char, 32> same{};  // the very file that was looked at
-    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", looked_at);
-    const int fd = openLeased(same.data(), FLAGS);
-    // A machine in trouble may have no /proc.
-    return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, FLAGS);
+    return openSeen(looked_at, st, path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
 std::FILE* IgCmnFileOpenStream(const char* path, const char* mode, int flags) {
-    FdGuard fd(::open(path, openFlags(mode) | flags | O_CLOEXEC, 0666));
+    // Nobody else's mode: a default ACL of the directory would take the place of the umask.
+    constexpr mode_t PRIVATE_FILE = 0600;
+    flags |= openFlags(mode) | O_CLOEXEC;
+    FdGuard fd((flags & O_CREAT) != 0 ? ::open(path, flags, PRIVATE_FILE)
+                                      : openUnlessLock(path, flags));
     if (!fd) {
         return nullptr;
     }

@@ -28,8 +28,9 @@ struct IgCmnFileHandle {
 };
 
 /// Opens a stream, close-on-exec, with an fopen mode of "r", "rb", "w" or "a". Opening never waits
-/// (a FIFO in the way must not stop the run). `flags` are added to those of open(2). Null with
-/// errno set; reports nothing.
+/// (a FIFO in the way must not stop the run). `flags` are added to those of open(2). A file that is
+/// made has mode 0600. Our own lock files are not read (EACCES): closing them would drop their
+/// locks. Null with errno set; reports nothing.
 std::FILE* IgCmnFileOpenStream(const char* path, const char* mode, int flags = 0);
 
 /// Reads a line with its line feed, or the next size - 1 bytes of a longer one, and terminates it.

@@ -4,11 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
@@ -196,10 +199,42 @@ HistoryResult writeHistoryLine(const char* text, std::va_list args) {
     return result;
 }
 
-// A line, or the next 1023 bytes of a longer one. Bytes, not a text: a tool may print a NUL.
-struct Piece {
-    std::array<char, 1024> bytes;
-    std::size_t length;
+// A file is copied in blocks of so many bytes, with a check for an interruption before each.
+constexpr std::size_t BLOCK_SIZE = 65536;
+
+// The last piece of what was copied: the last line, or of a longer one what follows its last whole
+// 1023 bytes. Bytes, not a text: a tool may print a NUL.
+class LastPiece {
+  public:
+    void take(const char* bytes, std::size_t length) {
+        // No piece begins before the last line feed with anything behind it.
+        if (const void* feed = ::memrchr(bytes, '\n', length - 1); feed != nullptr) {
+            const auto skipped =
+                static_cast<std::size_t>(static_cast<const char*>(feed) + 1 - bytes);
+            bytes += skipped;
+            length -= skipped;
+            length_ = 0;
+        }
+        while (length > 0) {
+            if (length_ == LONGEST || endsItsLine()) {
+                length_ = 0;
+            }
+            const std::size_t taken = std::min(length, LONGEST - length_);
+            std::memcpy(bytes_.data() + length_, bytes, taken);
+            length_ += taken;
+            bytes += taken;
+            length -= taken;
+        }
+        bytes_[length_] = '\0';
+    }
+    [[nodiscard]] bool empty() const { return length_ == 0; }
+    [[nodiscard]] bool endsItsLine() const { return length_ > 0 && bytes_[length_ - 1] == '\n'; }
+    [[nodiscard]] const char* text() const { return bytes_.data(); }
+
+  private:
+    static constexpr std::size_t LONGEST = 1023;
+    std::array<char, LONGEST + 1> bytes_{};
+    std::size_t length_ = 0;
 };
 
 int writeBytes(const char* bytes, std::size_t length) {
@@ -210,32 +245,58 @@ int writeBytes(const char* bytes, std::size_t length) {
     return 0;
 }
 
-// Copies the rest of `source` into the run log; `last` keeps the last piece.
-int copyPieces(std::FILE* source, const char* path, Piece& last) {
-    Piece piece{};
-    while ((piece.length = IgCmnFileReadLine(source, piece.bytes.data(), piece.bytes.size())) > 0) {
-        last = piece;
-        if (writeBytes(piece.bytes.data(), piece.length) != 0) {
+// How many bytes of an open file are to be copied: those that it has now. What was left behind by a
+// tool may write to it as fast as it is read, and there would be no end.
+std::int64_t bytesToCopy(int fd) {
+    struct stat st = {};
+    return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) ? st.st_size : INT64_MAX;
+}
+
+// Copies the file into the run log, or as much of it as an interruption lets it. 0 or -1.
+int copyBlocks(int fd, const char* path, LastPiece& last) {
+    std::array<char, BLOCK_SIZE>
+        block;  // NOLINT(cppcoreguidelines-pro-type-member-init): read into
+    std::int64_t left = bytesToCopy(fd);
+    while (left > 0 && run_state.interrupted == 0) {
+        const auto wanted = std::min(left, static_cast<std::int64_t>(block.size()));
+        const ssize_t got = ::read(fd, block.data(), static_cast<std::size_t>(wanted));
+        if (got == -1 && errno == EINTR) {
+            continue;
+        }
+        if (got == -1) {
+            IgCmnSysErrPath("fgets", errno, path);
             return -1;
         }
-    }
-    if (std::ferror(source) != 0) {
-        IgCmnSysErrPath("fgets", errno, path);
-        return -1;
+        if (got == 0) {
+            break;
+        }
+        const auto length = static_cast<std::size_t>(got);
+        last.take(block.data(), length);
+        if (writeBytes(block.data(), length) != 0) {
+            return -1;
+        }
+        left -= got;
     }
     return 0;
 }
 
-// Ends an unfinished last line, then proves that the locale can read it.
-int endLastLine(const Piece& last) {
-    if (last.length == 0) {
-        return 0;
-    }
-    if (last.bytes[last.length - 1] != '\n' && writeBytes("\n", 1) != 0) {
+// The next message must begin on a line of its own.
+int endLastLine(const LastPiece& last) {
+    return last.empty() || last.endsItsLine() ? 0 : writeBytes("\n", 1);
+}
+
+// Proves that the locale can read the end of what was copied.
+int proveReadable(const LastPiece& last) {
+    LocalPool pool;
+    return last.empty() || IgCmnMBS2WCS(pool.get(), last.text()) != nullptr ? 0 : -1;
+}
+
+int flushRunLog() {
+    if (std::fflush(msg_state.log) != 0) {
+        IgCmnSysErrPlain("fflush", errno);
         return -1;
     }
-    LocalPool pool;
-    return IgCmnMBS2WCS(pool.get(), last.bytes.data()) == nullptr ? -1 : 0;
+    return 0;
 }
 
 }  // namespace
@@ -284,16 +345,20 @@ int IgCmnMsgCopyFile(const char* path) {
         IgCmnSysErrPath("fopen", errno, path);
         return -1;
     }
-    Piece last{};
-    if (copyPieces(source.get(), path, last) != 0) {
+    LastPiece last;
+    if (copyBlocks(::fileno(source.get()), path, last) != 0) {
         return -1;
     }
-    const int ended = endLastLine(last);
-    if (std::fflush(msg_state.log) != 0) {
-        IgCmnSysErrPlain("fflush", errno);
+    int result = endLastLine(last);
+    const bool interrupted = run_state.interrupted != 0;
+    if (result == 0 && !interrupted) {
+        result = proveReadable(last);
+    }
+    if (flushRunLog() != 0) {
         return -1;
     }
-    return ended;
+    // Reported only now, on a line of its own.
+    return interrupted && IgMainIsInterrupted() != 0 ? -1 : result;
 }
 
 void IgCmnMsgHistRotate() {

@@ -12,8 +12,10 @@ int IgCmnMsgOpenLog();
 /// Writes ZEPA213-I with the return code and closes the run log; does nothing when it is not open.
 void IgCmnMsgCloseLog();
 
-/// Appends the text file `path` to the run log and ends its last line when it has none. 0, or -1
-/// when the run log is not open, the file does not exist, or after reporting what failed.
+/// Appends the text file `path`, as long as it is when it is opened, to the run log and ends its
+/// last line when it has no end. 0, or -1 when the run log is not open, the file does not exist, or
+/// after reporting what failed. An interruption ends the copy with a whole line, is then reported
+/// (ZEPA136-E), and gives -1 too.
 int IgCmnMsgCopyFile(const char* path);
 
 /// Moves a history log of 97 % of 10240 bytes or more to "quendil_hist_old.log", under the history

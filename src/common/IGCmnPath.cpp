@@ -202,6 +202,32 @@ bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp) 
     return search.directory != nullptr;
 }
 
+std::uint32_t countEntries(const char* directory, const char* beginning) {
+    IG_ASSERT_NOT_NULL(directory);
+    IG_ASSERT_NOT_NULL(beginning);
+    const DirGuard dir(::opendir(directory));
+    if (!dir) {
+        IgCmnSysErrPath("opendir", errno, directory);
+        return 0;
+    }
+    const std::size_t length = std::strlen(beginning);
+    std::uint32_t count = 0;
+    for (;;) {
+        errno = 0;
+        const struct dirent* entry = ::readdir(dir.get());
+        if (entry == nullptr) {
+            break;
+        }
+        if (!isDotEntry(entry->d_name) && std::strncmp(entry->d_name, beginning, length) == 0) {
+            ++count;
+        }
+    }
+    if (errno != 0) {
+        IgCmnSysErrPath("readdir", errno, directory);
+    }
+    return count;
+}
+
 Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
                     memory_pool* memoryp, int skip_directories) {
     if (IgCmnFileExists(search_name) != 0) {

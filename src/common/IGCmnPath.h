@@ -6,6 +6,7 @@
 #include <fnmatch.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "common/IGCmnFile.h"
@@ -108,5 +109,8 @@ int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) 
     }
     return 0;
 }
+/// How many entries of a directory have a name that begins so, "." and ".." left out. Keeps none of
+/// them. 0 after reporting "opendir", or what was counted until a "readdir" that is reported.
+std::uint32_t countEntries(const char* directory, const char* beginning);
 
 #endif

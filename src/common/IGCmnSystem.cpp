@@ -1,5 +1,7 @@
 #include "common/IGCmnSystem.h"
 
+#include <array>
+#include <climits>
 #include <cstring>
 
 #include "common/IGAssert.h"
@@ -97,4 +99,17 @@ std::size_t IgCmnGetKestrumFile(std::size_t (*directory)(char*, std::size_t), co
     }
     const std::size_t with_slash = append(buf, size, used, "/");
     return with_slash == 0 ? 0 : append(buf, size, with_slash, name);
+}
+
+bool isLockFile(const struct stat& st) {
+    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
+        std::array<char, PATH_MAX + 1> path{};
+        struct stat lock = {};
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
+            ::stat(path.data(), &lock) == 0 && lock.st_dev == st.st_dev &&
+            lock.st_ino == st.st_ino) {
+            return true;
+        }
+    }
+    return false;
 }

@@ -2,6 +2,8 @@
 #ifndef QUENDIL_COMMON_IGCMNSYSTEM_H
 #define QUENDIL_COMMON_IGCMNSYSTEM_H
 
+#include <sys/stat.h>
+
 #include <cstddef>
 
 // Every function takes a buffer (asserted non-null) of `size` bytes and returns the number of bytes
@@ -34,6 +36,10 @@ std::size_t IgCmnGetKestrumPtnDir(char* buf, std::size_t size);
 /// above; 0 as well when the directory has none.
 std::size_t IgCmnGetKestrumFile(std::size_t (*directory)(char*, std::size_t), const char* name,
                                 char* buf, std::size_t size);
+
+/// Whether a file that was looked at is one of our lock files, by whatever name it was found. Such
+/// a file is never opened but to be locked: closing any descriptor of it drops the lock.
+bool isLockFile(const struct stat& st);
 
 /// File names inside those directories.
 inline constexpr const char* RUN_LOG_NAME = "quendil.log";

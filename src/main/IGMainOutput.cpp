@@ -14,6 +14,7 @@
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
 #include "common/IGCmnStr.h"
+#include "common/IGGuards.h"
 #include "common/IGRunState.h"
 #include "ini/IGIniTable.h"
 
@@ -23,29 +24,26 @@ namespace {
 // then carry the modes of their sources.
 constexpr mode_t PRIVATE_DIRECTORY = 0700;
 
-// The name itself when the directory has no such entry, else the name with the first free "_N".
-// Null after a failure.
+// 1 when the directory has an entry of that name, 0 when it has none; -1 after a failure.
+int isTaken(const char* directory, const char* name) {
+    LocalPool local;
+    const char* path = IgCmnStrCatDir(local.get(), directory, name);
+    return path == nullptr ? -1 : IgCmnFileIsTaken(path);
+}
+
+// The name itself when the directory has no such entry, else the name with the first "_N" that is
+// free, counted up from the number of entries that begin with the name. Null after a failure.
 char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
-    const char* path = IgCmnStrCatDir(memoryp, directory, name);
-    if (path == nullptr) {
-        return nullptr;
+    if (const int taken = isTaken(directory, name); taken != 1) {
+        return taken == 0 ? name : nullptr;
     }
-    if (IgCmnFileIsTaken(path) == 0) {
-        return name;
-    }
-    const char* wildcard = IgCmnStrCat(memoryp, path, "*");
-    IgCmnListHeader* entries = nullptr;
-    if (wildcard == nullptr || IgCmnFileMakeList(wildcard, &entries, memoryp, 0) == -1) {
-        return nullptr;
-    }
-    for (std::uint32_t n = entries == nullptr ? 1 : std::max(entries->count, 1U);; ++n) {
+    for (std::uint32_t n = std::max(countEntries(directory, name), 1U);; ++n) {
         std::array<char, 16> suffix{};
         std::snprintf(suffix.data(), suffix.size(), "_%u", n);
         char* candidate = IgCmnStrCat(memoryp, name, suffix.data());
-        const char* there =
-            candidate == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, candidate);
-        if (there == nullptr || IgCmnFileIsTaken(there) == 0) {
-            return there == nullptr ? nullptr : candidate;
+        const int taken = candidate == nullptr ? -1 : isTaken(directory, candidate);
+        if (taken != 1) {
+            return taken == 0 ? candidate : nullptr;
         }
     }
 }

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,10 +19,12 @@
 #include <string>
 #include <vector>
 
+#include "../../support/in_child.h"
 #include "../../support/mounted.h"
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 #include "common/IGCmnStr.h"
+#include "common/IGCmnSystem.h"
 
 namespace {
 
@@ -293,6 +296,63 @@ TEST_F(IGCmnFile, OpensForReadingWithoutLendingTheDescriptorToTools) {
     ASSERT_GE(fd, 0);
     EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
     ::close(fd);
+}
+
+// Whether another process finds a record lock on the file.
+bool isLocked(const std::string& file) {
+    const ChildResult child = inChild([&] {
+        const int fd = ::open(file.c_str(), O_RDWR);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        ::_exit(::fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK ? 1 : 0);
+    });
+    return child.status == 1;
+}
+
+TEST_F(IGCmnFile, ReadsNoLockFileWhoseLockItWouldDrop) {
+    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
+        SCOPED_TRACE(name);
+        const std::string lock_file = BIN_DIR + "/"s + name;
+        const int held = ::open(lock_file.c_str(), O_RDWR | O_CREAT, 0600);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        ASSERT_EQ(::fcntl(held, F_SETLK, &lock), 0);
+        std::filesystem::create_symlink(lock_file, path("link"));
+        std::filesystem::create_hard_link(lock_file, BIN_DIR + "/hard"s);
+        for (const std::string& found : {lock_file, path("link"), BIN_DIR + "/hard"s}) {
+            errno = 0;
+            EXPECT_EQ(IgCmnFileOpenStream(found.c_str(), "r"), nullptr) << found;
+            EXPECT_EQ(errno, EACCES) << found;
+            EXPECT_TRUE(isLocked(lock_file)) << found;
+        }
+        ::close(held);
+        for (const std::string& made : {lock_file, path("link"), BIN_DIR + "/hard"s}) {
+            std::filesystem::remove(made);
+        }
+    }
+}
+
+TEST_F(IGCmnFile, OpensWhatItMakesForItsOwnerAloneWhateverTheUmaskAndADefaultAcl) {
+    // u::rwx,u:1000:rwx,g::rwx,m::rwx,o::rwx, as the kernel stores it
+    struct [[gnu::packed]] Entry {
+        std::uint16_t tag, permissions;
+        std::uint32_t id;
+    };
+    const struct [[gnu::packed]] {
+        std::uint32_t version = 2;
+        Entry entries[5] = {{1, 7, ~0U}, {2, 7, 1000}, {4, 7, ~0U}, {0x10, 7, ~0U}, {0x20, 7, ~0U}};
+    } everything;
+    ASSERT_EQ(
+        ::setxattr(path().c_str(), "system.posix_acl_default", &everything, sizeof everything, 0),
+        0);
+    const mode_t before = ::umask(0);
+    for (const char* mode : {"w", "a"}) {
+        std::fclose(IgCmnFileOpenStream(path(mode).c_str(), mode));
+        struct stat st = {};
+        ASSERT_EQ(::stat(path(mode).c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0600U) << mode;  // the group's bits are the mask of the list
+    }
+    ::umask(before);
 }
 
 // concat_data

@@ -289,6 +289,84 @@ TEST_F(CopyIntoRunLog, DoesNotMindALineBeforeTheLastOneThatTheLocaleCannotDecode
     EXPECT_EQ(gained(), "\xff\nfine\n");
 }
 
+TEST_F(CopyIntoRunLog, ProvesNoMoreThanTheLastPieceReadable) {
+    // A piece ends with its line or holds 1023 bytes, wherever what is read at a time ends.
+    struct Case {
+        std::size_t before;  // plain bytes, then one that the locale cannot decode
+        std::size_t behind;  // plain bytes behind it
+        int result;
+    };
+    for (const Case& c : {Case{0, 1021, -1}, Case{0, 1022, -1}, Case{0, 1023, 0}, Case{1022, 0, -1},
+                          Case{1023, 0, -1}, Case{65535, 500, -1}, Case{65536, 500, -1},
+                          Case{65471, 63, 0}, Case{65472, 63, -1}, Case{131071, 900, 0}}) {
+        for (const char* end : {"", "\n"}) {
+            SCOPED_TRACE(::testing::Message() << c.before << " " << c.behind << " " << end);
+            start_ = readText(LOG).size();
+            const std::string line =
+                std::string(c.before, 'x') + "\xff" + std::string(c.behind, 'y');
+            // With its line feed the line may take one piece more.
+            const bool last_piece_is_the_feed =
+                end[0] != '\0' && (c.before + 1 + c.behind) % 1023 == 0;
+            int result = 0;
+            errors([&] { result = copy("first\n" + line + end); });
+            EXPECT_EQ(result, last_piece_is_the_feed ? 0 : c.result);
+            EXPECT_EQ(gained().substr(0, 7 + line.size()), "first\n" + line + "\n");
+        }
+    }
+}
+
+TEST_F(CopyIntoRunLog, EndsThoughTheFileGrowsAsFastAsItIsRead) {
+    std::fputs((std::string(100000, 'x') + "\n").c_str(), msg_state.log);
+    std::fflush(msg_state.log);
+    const std::string whole = readText(LOG);
+    const ChildResult child = inChild([] {
+        const struct rlimit enough = {1 << 20, 1 << 20};
+        ::setrlimit(RLIMIT_FSIZE, &enough);
+        ::signal(SIGXFSZ, SIG_IGN);
+        ::_exit(IgCmnMsgCopyFile(LOG.c_str()));  // what is written is there to be read
+    });
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(readText(LOG), whole + whole);
+}
+
+// A run log that has a signal arrive as soon as it is written to.
+std::string interrupted_log;
+
+ssize_t interruptAndKeep(void* /*cookie*/, const char* bytes, std::size_t length) {
+    run_state.signal_no = SIGTERM;
+    run_state.interrupted = 1;
+    interrupted_log.append(bytes, length);
+    return static_cast<ssize_t>(length);
+}
+
+TEST_F(CopyIntoRunLog, EndsWithAWholeLineWhenTheRunIsInterrupted) {
+    const std::string interruption =
+        "ZEPA136-E:quendil was interrupted. signal no = " + std::to_string(SIGTERM) + ".\n";
+    const std::string first(65536, 'x');
+    writeText(dir_.path("text"), first + std::string(200000, 'y'));
+    const ChildResult child = inChild([&] {
+        msg_state.log = ::fopencookie(nullptr, "w", {nullptr, interruptAndKeep, nullptr, nullptr});
+        const int result = IgCmnMsgCopyFile(dir_.path("text").c_str());
+        std::fputs(interrupted_log == first + "\n" + interruption ? "as expected" : "otherwise",
+                   stdout);
+        std::fflush(stdout);
+        ::_exit(result & 0xff);
+    });
+    EXPECT_EQ(child.status, 255);
+    EXPECT_EQ(child.out, "as expected");
+    EXPECT_EQ(child.err, interruption);
+}
+
+TEST_F(CopyIntoRunLog, BlamesNoTextThatAnInterruptionHasCut) {
+    // A character of two bytes lies across the end of the first block.
+    writeText(dir_.path("text"), std::string(65535, 'x') + "\xc3\xa9" + std::string(9999, 'y'));
+    const ChildResult child = inChild([&] {
+        msg_state.log = ::fopencookie(nullptr, "w", {nullptr, interruptAndKeep, nullptr, nullptr});
+        IgCmnMsgCopyFile(dir_.path("text").c_str());
+    });
+    EXPECT_THAT(child.err, ::testing::Not(::testing::HasSubstr("mbstowcs")));
+}
+
 TEST_F(CopyIntoRunLog, DoesNothingWithoutAFile) {
     EXPECT_EQ(errors([&] { EXPECT_EQ(IgCmnMsgCopyFile(dir_.path("missing").c_str()), -1); }), "");
     EXPECT_EQ(gained(), "");

@@ -1,6 +1,7 @@
 #include "common/IGCmnSystem.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cstring>
@@ -13,6 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 // What the buffer holds when it is too small for the path but not for its first part.
 struct Partial {
@@ -153,6 +155,27 @@ TEST_F(IGCmnSystem, JoinsADirectoryAndAFileName) {
     EXPECT_EQ(IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, RUN_LOG_NAME, buffer.data(), 20), 0U);
     const auto no_directory = [](char*, std::size_t) -> std::size_t { return 0; };
     EXPECT_EQ(IgCmnGetKestrumFile(no_directory, "x", buffer.data(), 4096), 0U);
+}
+
+TEST_F(IGCmnSystem, KnowsALockFileByWhateverNameItIsFound) {
+    TempDir dir;
+    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
+        const std::string lock = BIN_DIR + "/"s + name;
+        const std::string other = BIN_DIR + "/other"s;
+        writeText(lock, "");
+        fs::create_hard_link(lock, other);
+        fs::create_symlink(lock, dir.path(name));
+        for (const std::string& path : {lock, other, dir.path(name)}) {
+            struct stat st = {};
+            ASSERT_EQ(::stat(path.c_str(), &st), 0);
+            EXPECT_TRUE(isLockFile(st)) << path;
+        }
+        fs::remove(lock);
+        struct stat st = {};
+        ASSERT_EQ(::stat(other.c_str(), &st), 0);
+        EXPECT_FALSE(isLockFile(st)) << "a lock file of that name is no longer there";
+        fs::remove(other);
+    }
 }
 
 TEST_F(IGCmnSystem, NamesTheFilesInItsDirectories) {
