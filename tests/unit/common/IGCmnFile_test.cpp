@@ -145,9 +145,9 @@ TEST_F(FileHandle, WritesInTheWayThatItsModeNames) {
     EXPECT_EQ(readText(path("file")), "third");
 }
 
-TEST_F(FileHandle, CreatesFilesUnderTheUmaskInForce) {
+TEST_F(FileHandle, CreatesFilesForTheirOwnerAlone) {
     ASSERT_EQ(IgCmnFileOpen(&handle_, path("file").c_str(), "w"), 0);
-    EXPECT_EQ(modeOf(path("file")), 0640U);
+    EXPECT_EQ(modeOf(path("file")), 0600U);
 }
 
 TEST_F(FileHandle, IsNotInheritedByTools) {
