@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "../../support/collect_fixture.h"
+#include "../../support/standing_in.h"
 
 namespace {
 
@@ -39,6 +40,54 @@ class IGMainOutput : public CollectTest {
 
     const std::string history_ = std::string(LOG_DIR) + "/quendil_hist.log";
 };
+
+TEST_F(IGMainOutput, CountsUpFromTheEntriesThatBeginWithATakenName) {
+    struct Case {
+        std::vector<std::string> present;  // behind the name
+        std::string chosen;
+    };
+    const std::string name = root_->output_name;
+    for (const Case& c :
+         {Case{{}, ""}, Case{{"_1"}, ""}, Case{{""}, "_1"}, Case{{"", "_x"}, "_2"},
+          Case{{"", "_1", "_2"}, "_3"}, Case{{"", "_3", "_x"}, "_4"}, Case{{"", "*"}, "_2"}}) {
+        SCOPED_TRACE(::testing::PrintToString(c.present));
+        fs::remove_all(base_);
+        fs::create_directory(base_);
+        for (const std::string& ending : c.present) {
+            fs::create_symlink("nowhere", base_ + "/" + name + ending);  // takes a name as well
+        }
+        std::string own = name;
+        root_->output_name = own.data();
+        EXPECT_TRUE(chooseOutputName(pool(), *root_));
+        EXPECT_EQ(root_->output_name, name + c.chosen);
+        EXPECT_EQ(takeLog(), "");
+    }
+}
+
+TEST_F(IGMainOutput, KeepsNoListOfTheEntriesThatItCounts) {
+    constexpr int ENTRIES = 1000;
+    const std::string name = root_->output_name;
+    for (int n = 1; n < ENTRIES; ++n) {
+        fs::create_directory(base_ + "/" + name + "_" + std::to_string(n));
+    }
+    Pool fresh;
+    const std::size_t before = liveChunks();
+    ASSERT_TRUE(chooseOutputName(fresh.get(), *root_));
+    EXPECT_EQ(root_->output_name, name + "_" + std::to_string(ENTRIES));
+    EXPECT_LE(liveChunks(), before + 2) << "a block for the pool and one for the name";
+}
+
+TEST_F(IGMainOutput, CountsFromOneWhereTheEntriesCannotBeRead) {
+    const std::string name = root_->output_name;
+    Capture err(stderr);
+    {
+        const FailingCall failing(Call::READDIR, 1, EIO);
+        EXPECT_TRUE(chooseOutputName(pool(), *root_));
+    }
+    EXPECT_EQ(root_->output_name, name + "_1");
+    EXPECT_EQ(takeLog(), trio("readdir", EIO, "Input/output error", base_, "IGCmnPath"));
+    err.take();
+}
 
 TEST_F(IGMainOutput, NamesTheResultByTheReturnCode) {
     std::string relative = "archive.tar.gz";
