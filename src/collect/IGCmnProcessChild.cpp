@@ -3,6 +3,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -39,7 +40,10 @@ void restoreSignals(const sigset_t& mask) {
 
 [[noreturn]] void leave(const char* command, int error) {
     if (error == ENOENT) {
-        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA125_W), command);
+        static std::array<char, std::size_t{4} * PATH_MAX>
+            shown;  // no allocation between fork and exec
+        IgCmnMsgPrintable(command, shown.data(), shown.size(), Tabs::KEPT);
+        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA125_W), shown.data());
     } else {
         const char* text = ::strerrordesc_np(error);  // untranslated, and no allocation
         ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA140_W), "execv", error,

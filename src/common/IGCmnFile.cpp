@@ -86,7 +86,7 @@ void reportRemoval(int status, int error, const char* command) {
 
 // Opens a file by its name, provided that it still is the one that was looked at.
 int openSameFile(const char* path, const struct stat& looked_at, int flags) {
-    FdGuard fd(::open(path, flags));
+    FdGuard fd(::open(path, flags, 0));
     struct stat st = {};
     if (!fd || ::fstat(fd.get(), &st) != 0) {
         return -1;
@@ -103,7 +103,7 @@ int openSameFile(const char* path, const struct stat& looked_at, int flags) {
 int openLeased(const char* path, int flags) {
     constexpr int TRIES = 20;
     for (int left = TRIES;; --left) {
-        const int fd = ::open(path, flags);
+        const int fd = ::open(path, flags, 0);
         if (fd != -1 || errno != EWOULDBLOCK || left == 0 || IgMainIsInterrupted() != 0) {
             return fd;
         }

@@ -60,7 +60,7 @@ void IgCmnListPrint(int message, const IgCmnListHeader* list) {
         IgCmnMsgOut(message, "");
     }
     for (const char& element : walkStrings(list)) {
-        IgCmnMsgOut(message, &element);
+        IgCmnMsgOut(message, ShownText(&element).get());
     }
 }
 

@@ -247,19 +247,18 @@ int writeBytes(const char* bytes, std::size_t length) {
 
 // How many bytes of an open file are to be copied: those that it has now. What was left behind by a
 // tool may write to it as fast as it is read, and there would be no end.
-std::int64_t bytesToCopy(int fd) {
+std::size_t bytesToCopy(int fd) {
     struct stat st = {};
-    return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) ? st.st_size : INT64_MAX;
+    const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    return sized ? static_cast<std::size_t>(st.st_size) : SIZE_MAX;
 }
 
 // Copies the file into the run log, or as much of it as an interruption lets it. 0 or -1.
 int copyBlocks(int fd, const char* path, LastPiece& last) {
-    std::array<char, BLOCK_SIZE>
-        block;  // NOLINT(cppcoreguidelines-pro-type-member-init): read into
-    std::int64_t left = bytesToCopy(fd);
+    std::array<char, BLOCK_SIZE> block{};
+    std::size_t left = bytesToCopy(fd);
     while (left > 0 && run_state.interrupted == 0) {
-        const auto wanted = std::min(left, static_cast<std::int64_t>(block.size()));
-        const ssize_t got = ::read(fd, block.data(), static_cast<std::size_t>(wanted));
+        const ssize_t got = ::read(fd, block.data(), std::min(block.size(), left));
         if (got == -1 && errno == EINTR) {
             continue;
         }
@@ -275,7 +274,7 @@ int copyBlocks(int fd, const char* path, LastPiece& last) {
         if (writeBytes(block.data(), length) != 0) {
             return -1;
         }
-        left -= got;
+        left -= length;
     }
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "common/IGCmnMemory.h"
 #include "common/IGCmnMessageTable.h"
 #include "common/IGSourcePlace.h"
 
@@ -18,7 +19,7 @@ inline constexpr const char* QUENDIL_VERSION = "01-02";
 /// Writes the message `number` with printf-style arguments to the destinations of its kind,
 /// flushing each. An unknown number writes nothing. A failed write to the run log ends the process
 /// through the end routine; failures on the standard streams are ignored. Use IgCmnMsg<> where the
-/// number is known: it checks the arguments.
+/// number is known: it checks the arguments and shows texts without control characters.
 void IgCmnMsgOut(int number, ...);
 
 /// 0 normal; 1 while data is collected and during cleanup; 2 while pattern files are read.
@@ -61,13 +62,34 @@ void IgCmnSysErrPath(const char* call, int error, const char* path,
 /// The same where no path is concerned: ZEPA113-E and ZEPA114-E.
 void IgCmnSysErrPlain(const char* call, int error, SourcePlace place = SourcePlace::current());
 
-/// Copies a name that was found on disk so that it cannot forge a line or a terminal sequence:
-/// every control character becomes a backslash and three octal digits. The result is cut to fit and
-/// always terminated.
+/// What becomes of a tab where other control characters are escaped: in a name it is one of them;
+/// in what was typed, an argument, it stays.
+enum class Tabs { ESCAPED, KEPT };
+
+/// Copies a text so that it cannot forge a line or a terminal sequence: every control character
+/// becomes a backslash and three octal digits, and so does a byte of 0x80 to 0x9f that belongs to
+/// no UTF-8 sequence, whatever the locale. The result is cut to fit and always terminated.
 /// @param size room in bytes; IgCmnMsgPrintableSize says how much is needed
-void IgCmnMsgPrintable(const char* name, char* out, std::size_t size);
-/// The bytes that the name takes when it is shown so, the NUL included.
-std::size_t IgCmnMsgPrintableSize(const char* name);
+void IgCmnMsgPrintable(const char* name, char* out, std::size_t size, Tabs tabs = Tabs::ESCAPED);
+/// The bytes that the text takes when it is shown so, the NUL included.
+std::size_t IgCmnMsgPrintableSize(const char* name, Tabs tabs = Tabs::ESCAPED);
+
+/// A text as messages show it, with tabs kept. IgCmnMsg<> shows every text that it is given in this
+/// way, so that no argument and no path made of one can forge a line, and whoever uses a text can
+/// go on using it as it is. A text that needs no escaping is not copied and must live as long as
+/// this. Where memory runs out (reported) the others are shown as "?".
+class ShownText {
+  public:
+    explicit ShownText(const char* text);
+    ~ShownText();
+    ShownText(const ShownText&) = delete;
+    ShownText& operator=(const ShownText&) = delete;
+    [[nodiscard]] const char* get() const { return text_; }
+
+  private:
+    memory_pool pool_ = nullptr;
+    const char* text_;
+};
 
 // What a catalogue text expects at each placeholder, and what a caller passes: compared when the
 // program is compiled, because a wrong variable argument is undefined behaviour.
@@ -103,21 +125,30 @@ constexpr bool fits(const char* format) {
 }
 
 template <typename T>
+struct Number {
+    T value;
+    [[nodiscard]] T get() const { return value; }
+};
+
+// What a value is passed as lives until the message is out.
+template <typename T>
 auto passed(T value) {
-    if constexpr (kindOf<T>() == 'l') {
-        return static_cast<long long>(value);
+    if constexpr (kindOf<T>() == 's') {
+        return ShownText(value);
+    } else if constexpr (kindOf<T>() == 'l') {
+        return Number<long long>{value};
     } else {
-        return value;
+        return Number<T>{value};
     }
 }
 
 }  // namespace msg_check
 
-/// IgCmnMsgOut for a number known at compile time, with checked arguments.
+/// IgCmnMsgOut for a number known at compile time, with checked arguments and ShownTexts of them.
 template <MsgNo N, typename... Args>
 void IgCmnMsg(Args... args) {
     static_assert(msg_check::fits<Args...>(msgEntry(N).text), "arguments do not match the text");
-    IgCmnMsgOut(N, msg_check::passed(args)...);
+    IgCmnMsgOut(N, msg_check::passed(args).get()...);
 }
 
 /// A message of two parts: the identifier N, then the text that follows it in number order.

@@ -272,13 +272,13 @@ char* IgCmnStrShellEscape(memory_pool* memoryp, const char* text) {
     return escaped;
 }
 
-char* IgCmnStrPrintable(memory_pool* memoryp, const char* name) {
+char* IgCmnStrPrintable(memory_pool* memoryp, const char* name, Tabs tabs) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(name);
-    const std::size_t size = IgCmnMsgPrintableSize(name);
+    const std::size_t size = IgCmnMsgPrintableSize(name, tabs);
     auto* shown = newFromPool<char>(memoryp, size);
     if (shown != nullptr) {
-        IgCmnMsgPrintable(name, shown, size);
+        IgCmnMsgPrintable(name, shown, size, tabs);
     }
     return shown;
 }

@@ -9,6 +9,7 @@
 #include <cwchar>
 
 #include "common/IGCmnMemory.h"
+#include "common/IGCmnMessage.h"
 
 /// A copy.
 [[nodiscard]] char* IgCmnStrdup(memory_pool* memoryp, const char* text);
@@ -62,6 +63,7 @@ int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);
 [[nodiscard]] char* IgCmnStrShellEscape(memory_pool* memoryp, const char* text);
 
 /// The name as IgCmnMsgPrintable shows it.
-[[nodiscard]] char* IgCmnStrPrintable(memory_pool* memoryp, const char* name);
+[[nodiscard]] char* IgCmnStrPrintable(memory_pool* memoryp, const char* name,
+                                      Tabs tabs = Tabs::ESCAPED);
 
 #endif

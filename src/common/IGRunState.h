@@ -56,7 +56,7 @@ inline struct sigaction ignoringAction() {
 struct RunState {
     memory_pool memoryp = nullptr;    // the run's main pool
     const char* cmd_name = nullptr;   // file-name part of argv[0]
-    char* argument = nullptr;         // all arguments joined; null without arguments
+    char* argument = nullptr;         // all arguments joined, as shown; null without any
     std::uint32_t argument_size = 0;  // capacity of `argument` in bytes
     struct root_tbl* root = nullptr;  // the run's configuration; null until built
     std::atomic<int> ret_code = RETCODE_FAILED;

@@ -63,15 +63,16 @@ Outcome setDirectory(Context& context, const char* value) {
     if (bad != 0) {
         return Outcome::SYNTAX;
     }
-    char* directory = IgCmnReplaceStrs(bare, 1, context.root, context.memoryp, nullptr);
+    const char* directory = IgCmnReplaceStrs(bare, 1, context.root, context.memoryp, nullptr);
     if (directory == nullptr) {
         return Outcome::FAILED;
     }
     if (std::strlen(directory) > DIRECTORY_LIMIT || IgCmnIsAbsPath(directory) == 0) {
         return Outcome::SYNTAX;
     }
-    context.values.output_dir = directory;
-    return Outcome::GOOD;
+    // As the option's is: behind a link, ".." would lead elsewhere than the text says.
+    const int normal = IgCmnFileNormPath(context.memoryp, directory, &context.values.output_dir);
+    return normal == 0 ? Outcome::GOOD : Outcome::FAILED;
 }
 
 Outcome setCleanup(Context& context, const char* value) {

@@ -207,7 +207,7 @@ void IgMainHistOutput() {
     }
     const char* path = IgMainGetOutputPath(&run_state.memoryp);
     if (path != nullptr) {
-        IgCmnMsgHist(ZEPA303_I, path);
+        IgCmnMsgHist(ZEPA303_I, ShownText(path).get());
     }
 }
 

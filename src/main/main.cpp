@@ -18,6 +18,7 @@
 #include "common/IGCmnProgress.h"
 #include "common/IGCmnStr.h"
 #include "common/IGCmnTime.h"
+#include "common/IGGuards.h"
 #include "common/IGRunState.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniOption.h"
@@ -103,12 +104,14 @@ bool growArgument(std::uint32_t needed) {
     return true;
 }
 
-// All arguments in one string; one with a blank in it stands in single quotes.
+// All arguments in one string, as they are shown; one with a blank in it stands in single quotes.
 bool joinArguments(const Arguments& arguments) {
     std::size_t present = 0;  // counted, for there may be very many of them
     for (int i = 1; i < arguments.argc; ++i) {
-        const char* argument = arguments.argv[i];
-        if (!growArgument(static_cast<std::uint32_t>(std::strlen(argument) + 8 + present))) {
+        LocalPool local;
+        const char* argument = IgCmnStrPrintable(local.get(), arguments.argv[i], Tabs::KEPT);
+        if (argument == nullptr ||
+            !growArgument(static_cast<std::uint32_t>(std::strlen(argument) + 8 + present))) {
             return false;
         }
         const char* quote = std::strchr(argument, ' ') != nullptr ? "'" : "";
@@ -178,7 +181,7 @@ void freePart(char** part) {
 }
 
 bool keepCommandName(const Arguments& /*arguments*/) {
-    const char* name = IgCmnStrdup(&run_state.memoryp, run_state.cmd_name);
+    const char* name = IgCmnStrPrintable(&run_state.memoryp, run_state.cmd_name, Tabs::KEPT);
     run_state.cmd_name = name;
     freePart(&command_directory);
     freePart(&command_file);

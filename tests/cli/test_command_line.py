@@ -7,7 +7,9 @@ from support import expect, pattern_text
 from support.collecting import collect, complete_output
 from support.ending import check_refused
 from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, Machine
+from support.masking import decode
 from support.progress import Terminal
+from support.tree import read_archive
 
 REQUIRED = "ZEPA115-E:A required option is not specified.\n"
 BIN = "/opt/norvale/quendil/bin"
@@ -184,7 +186,12 @@ def test_the_bar_ends_before_the_message(machine: Machine):
     (["", "-g", "x"], "-g x"), (["-g", "", ""], "-g  "), (["-g", "%s%n%d"], "-g %s%n%d"),
     (["-g", "\u00e4\u20ac"], "-g \u00e4\u20ac"), (["-x", "y" * 20_000], "-x " + "y" * 20_000),
     (["-x", *["word"] * 500], "-x" + " word" * 500),
-], ids=lambda value: value[:12] if isinstance(value, str) else "")
+    (["-x", "a\nZEPA304-I:forged\r\x1b[2J\x7f"], "-x a\\012ZEPA304-I:forged\\015\\033[2J\\177"),
+    (["-x", "\x1b \t"], "-x '\\033 \t'"), (["-x", "\u009b2J"], "-x \\302\\2332J"),
+    (["-x", "\udc9b2J\udc80\udcff"], "-x \\2332J\\200\udcff"),
+    (["-x", "\u00db\u2014"], "-x \u00db\u2014"),
+    (["-x", "y" * 100_000 + "\x1b"], "-x " + "y" * 100_000 + "\\033"),
+], ids=lambda value: ascii(value[:12]) if isinstance(value, str) else "")
 def test_arguments_are_recorded_joined(machine: Machine, arguments: list[str], joined: str):
     run = machine.run(*arguments)
     assert run.history == expect.history(joined, 255)
@@ -202,7 +209,7 @@ def test_every_option_is_taken_in_both_spellings(machine: Machine, upper: bool):
     run = machine.run(*arguments)
     output = f"/opt/out/{expect.OUTPUT_NAME}"
     log = expect.RunLog(" ".join(arguments)).initialized(
-        "demo", targets=["left"], configuration="/opt/conf", output=output,
+        "demo", targets=["left"], configuration="/opt/conf", output=output, limit=-1,
         output_file="/opt/result")
     assert run.status == 0
     assert run.stderr == ""
@@ -228,7 +235,68 @@ def test_a_group_or_target_of_256_bytes_is_taken(machine: Machine, option: str, 
     assert "ZEPA145-W" in machine.run(option, value).stderr
 
 
+#: What would forge a line and clear a terminal, and how it is shown; a tab is no more than a tab.
+FORGED, SHOWN = "x\n\x1b[2J\t\u009b", "x\\012\\033[2J\t\\302\\233"
+
+
+@pytest.mark.parametrize("arguments, told", [
+    ([FORGED], invalid(SHOWN)),
+    (["-g", "demo", "-o", FORGED], not_absolute(SHOWN)),
+    (["-g", "demo", "-d", f"/opt/{FORGED}"], no_directory(f"/opt/{SHOWN}")),
+    (["-g", "demo", "-d", f"/opt/present {FORGED}"], not_writable(f"/opt/present {SHOWN}")),
+    (["-g", "demo", "-o", f"/opt/present {FORGED}"], exists(f"/opt/present {SHOWN}")),
+    (["-g", "demo", "-c", f"/opt/{FORGED}"], no_configuration(f"/opt/{SHOWN}")),
+    (["-g", "demo", "-c", f"/opt/unreadable {FORGED}"], not_readable(f"/opt/unreadable {SHOWN}")),
+], ids=lambda value: value[:9] if isinstance(value, str) else "")
+def test_no_argument_forges_a_line_of_an_error(machine: Machine, arguments: list[str], told: str):
+    machine.directory(f"/opt/present {FORGED}", 0o500)
+    machine.file(f"/opt/unreadable {FORGED}", "", 0o200)
+    run = machine.run(*arguments)
+    assert (run.status, run.stderr) == (255, told + expect.LOOK_AT_LOG)
+    assert told in (run.log or "")
+
+
+def test_what_is_selected_and_configured_forges_no_line(machine: Machine):
+    machine.file(f"/opt/{FORGED}", "QUENDIL_CLEANUP=ON\nwrong\n")
+    run = machine.run("-g", "demo", "-c", f"/opt/{FORGED}")
+    assert run.stderr == ("ZEPA119-E:A syntax error occurred.\nZEPA120-E:filename ="
+                          f" /opt/{SHOWN}, line no = 2.\n") + expect.LOOK_AT_LOG
+    run = machine.run("-g", FORGED, "-t", FORGED)
+    assert f"    TARGET = {SHOWN}\n    PP_GROUP = {SHOWN}\n" in (run.log or "")
+
+
 # ---- Directory ----------------------------------------------------------------------------------
+
+
+def index_in(machine: Machine, directory: str) -> str:
+    """The index of the one archive in a directory."""
+    (archive,) = machine.list(directory)
+    return decode(read_archive(machine.path(f"{directory}/{archive}")).read("quendil_index"))
+
+
+@pytest.mark.parametrize("odd, shown", [(FORGED, SHOWN), ("\udc9b2J\udcff", "\\2332J\udcff")],
+                         ids=["control characters", "no text"])
+def test_a_directory_of_an_odd_name_is_used_as_it_is_and_shown_escaped(machine: Machine, odd: str,
+                                                                       shown: str):
+    machine.directory(f"/opt/{odd}")
+    run = collect(machine, pattern_text.block(), arguments=("-d", f"/opt/{odd}"))
+    output = f"/opt/{shown}/{expect.OUTPUT_NAME}"
+    arguments = f"-g demo -d /opt/{shown}"
+    log = expect.RunLog(arguments).initialized("demo", output=output)
+    assert (run.status, run.stderr) == (0, "")
+    assert run.stdout == complete_output(0, output)
+    assert run.log == log.complete(output, output).text
+    assert run.history == expect.history(arguments, 0, f"{output}.tar.gz")
+    assert index_in(machine, f"/opt/{odd}") == expect.index_header(arguments)
+
+
+def test_a_tool_in_a_directory_of_an_odd_name_is_shown_escaped(machine: Machine):
+    odd = machine.directory("/opt/x\n\x1b[2J")  # a tab would end the command's name
+    run = collect(machine, pattern_text.tool("%d%/none"), arguments=("-d", odd))
+    tool = f"/opt/x\\012\\033[2J/{expect.OUTPUT_NAME}/none"
+    assert run.status == 0
+    assert f'    Command  = "{tool}"\n' in (run.log or "")
+    assert f"ZEPA125-W:An information collecting tool({tool}) that" in (run.log or "")
 
 
 def test_a_missing_directory_is_refused_as_it_was_given(machine: Machine):
@@ -399,7 +467,8 @@ def test_a_configuration_file_is_shown_by_its_full_path(machine: Machine):
     run = collect(machine, pattern_text.block(), arguments=("-c", "../here/./conf"),
                   cwd="/opt/here")
     log = expect.RunLog("-g demo -c ../here/./conf")
-    assert run.log == log.initialized("demo", configuration="/opt/here/conf").complete().text
+    assert run.log == log.initialized("demo", configuration="/opt/here/conf",
+                                          limit=-1).complete().text
 
 
 def test_a_configuration_file_of_260_bytes_is_taken(machine: Machine):

@@ -56,6 +56,17 @@ def test_an_empty_name_is_shown_as_it_is(machine: Machine):
     assert index.startswith(expect.index_header("-g demo", command=""))
 
 
+def test_a_name_forges_no_line_of_the_index(machine: Machine):
+    shown = "a\\033\\012FILE:b\t"
+    assert call(machine, b"/opt/a\x1b\nFILE:b\t", b"-h") == (255, USAGE.format(name=shown), "")
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/opt/none")))
+    machine.replace("/bin/tar", behave.exit(1))
+    assert call(machine, b"/opt/a\x1b\nFILE:b\t", b"-g", b"demo")[0] == 20
+    output, = machine.list("/var/opt/norvale/quendil/data")
+    index = machine.read(f"/var/opt/norvale/quendil/data/{output}/quendil_index")
+    assert index.startswith(expect.index_header("-g demo", command=shown))
+
+
 @pytest.mark.parametrize("argv0, name", [("/opt/directory/", ""), ("/", ""), ("-h", "-h"),
                                          ("-H", "-H")])
 def test_the_name_is_what_follows_the_last_slash(machine: Machine, argv0: str, name: str):

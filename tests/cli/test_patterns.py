@@ -8,7 +8,7 @@ import zlib
 import pytest
 from support import behave, expect, pattern_text
 from support.collecting import complete_output
-from support.ending import check_refused
+from support.ending import BIN_DIRECTORY, HISTORY_LOCK, RUN_LOCK, check_refused
 from support.machine import PATTERN_DIRECTORY, QUENDIL, Machine
 from support.pattern_text import block, pattern
 from support.run import Run
@@ -265,6 +265,23 @@ def test_a_file_that_cannot_be_opened_is_only_a_warning(machine: Machine):
     log = expect.RunLog("-g demo").parameters(["demo"]).raw(warned).ended("initializing")
     assert (run.status, run.stderr) == (0, "")
     assert run.log == log.data({"/opt/marks/x": 0}, 0).complete().text
+
+
+@pytest.mark.parametrize("name", [RUN_LOCK, HISTORY_LOCK])
+def test_a_lock_file_among_the_files_is_only_a_warning_and_keeps_its_lock(machine: Machine,
+                                                                          name: str):
+    lock = f"{BIN_DIRECTORY}/{name}"
+    machine.pattern("20_good", pattern(
+        pattern_text.tool(machine.tool(behave.ready("/opt/ready"), behave.wait_for("/opt/go")))))
+    machine.link(path_of("10_lock"), machine.file(lock))
+    run = machine.start("-g", "demo")
+    run.wait_for("/opt/ready")
+    assert machine.locks(f"{BIN_DIRECTORY}/{RUN_LOCK}") == (1, 0)
+    machine.file("/opt/go")
+    finished = run.finish()
+    assert (finished.status, finished.stderr) == (0, "")
+    assert expect.system_error("fopen", 13, path_of("10_lock"), "IGCmnFile",
+                               warning=True) in (finished.log or "")
 
 
 def test_a_pipe_among_the_files_does_not_stop_a_run(machine: Machine):

@@ -606,6 +606,13 @@ def test_the_host_name_is_part_of_the_output_name(machine: Machine):
     assert run.status == 0
 
 
+def test_no_host_name_forges_a_line(machine: Machine):
+    machine.hostname("web\n\x1b[2J")
+    run = collect(machine, pattern_text.block())
+    assert run.status == 0
+    assert os.path.basename(run.result).startswith("web____2J_")
+
+
 def test_times_are_those_of_the_run(machine: Machine):
     tool = machine.tool(behave.out("x"))
     run = collect(machine, pattern_text.tool(tool))

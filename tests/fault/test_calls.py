@@ -39,8 +39,8 @@ NEVER_FAILS = {
     "it has no way to fail": """
         __ctype_get_mb_cur_max __errno_location __libc_single_threaded __libc_start_main
         __tls_get_addr ferror free getenv geteuid getpid getppid getuid memchr memcmp memcpy
-        memmove memset strchr strcmp strcspn strerror strerrordesc_np strlen strncmp strrchr
-        strspn strstr strtol time umask wcscmp wcslen wcsrchr wmemchr wmemcpy""",
+        memmove memrchr memset strchr strcmp strcspn strerror strerrordesc_np strlen strncmp
+        strrchr strspn strstr strtol time umask wcscmp wcslen wcsrchr wmemchr wmemcpy""",
     "it does not return": "__fdelt_chk __stack_chk_fail _exit abort exit",
     "it fails only for an argument that is never passed: no stream, set, name or text": """
         __snprintf_chk closedir dirfd fileno sigaddset sigemptyset snprintf unsetenv""",

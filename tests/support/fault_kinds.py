@@ -88,7 +88,7 @@ KINDS = (
     Kind("openat", errno.ENOSYS, told=("open", "opendir")),
     Kind("opendir", errno.EMFILE, told=("opendir",)),
     Kind("pidfd_open", errno.ENOSYS),
-    Kind("read", errno.EIO, words=(NOT_COPIED,)),
+    Kind("read", errno.EIO, told=("fgets",), words=(NOT_COPIED,)),
     Kind("read", errno.EINTR),
     Kind("readdir", errno.EIO, told=("readdir",)),
     Kind("readlinkat", errno.EIO, told=("open",)),

@@ -680,6 +680,25 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         {"\xc2\x80\xc2\x9f", "\\302\\200\\302\\237"},
         {"\xc2\xa0", "\xc2\xa0"},
         {"\xc2", "\xc2"},
+        // Bytes of the C1 set that belong to no sequence, and sequences that are none.
+        {"\x9b"
+         "2J",
+         "\\2332J"},
+        {"\x7f\x80\x9f\xa0", "\\177\\200\\237\xa0"},
+        {"\xc3\x9b\x9b", "\xc3\x9b\\233"},
+        {"\xe3\x81", "\xe3\\201"},
+        {"\xe3\x81/\x82", "\xe3\\201/\\202"},
+        {"\xc1\x9b", "\xc1\\233"},
+        {"\xe0\x82\x9b", "\xe0\\202\\233"},
+        {"\xe0\xa0\x80", "\xe0\xa0\x80"},
+        {"\xed\x9f\xbf", "\xed\x9f\xbf"},
+        {"\xed\xa0\x80", "\xed\xa0\\200"},
+        {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},
+        {"\xf0\x8f\xbf\xbf", "\xf0\\217\xbf\xbf"},
+        {"\xf4\x8f\xbf\x9f", "\xf4\x8f\xbf\x9f"},
+        {"\xf4\x90\x80\x80", "\xf4\\220\\200\\200"},
+        {"\xf5\x80\x80\x80", "\xf5\\200\\200\\200"},
+        {"\xc2\xc2\x9b", "\xc2\\302\\233"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.name));
@@ -688,6 +707,50 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         EXPECT_EQ(out.data(), c.shown);
         EXPECT_EQ(IgCmnMsgPrintableSize(c.name.c_str()), c.shown.size() + 1);
     }
+}
+
+TEST(IGCmnMsgPrintable, KeepsTheTabsOfWhatWasTyped) {
+    const char* typed = "a\tb\x1b\t\n";
+    std::array<char, 64> out{};
+    IgCmnMsgPrintable(typed, out.data(), out.size(), Tabs::KEPT);
+    EXPECT_STREQ(out.data(), "a\tb\\033\t\\012");
+    EXPECT_EQ(IgCmnMsgPrintableSize(typed, Tabs::KEPT), std::strlen(out.data()) + 1);
+}
+
+TEST(IGCmnMsgPrintable, CutsNoCharacterOfSeveralBytes) {
+    for (const auto& [size, shown] : std::vector<std::pair<std::size_t, std::string>>{
+             {2, "a"}, {4, "a"}, {5, "a\xe3\x81\x82"}, {6, "a\xe3\x81\x82z"}}) {
+        std::array<char, 8> out{};
+        IgCmnMsgPrintable("a\xe3\x81\x82z", out.data(), size);
+        EXPECT_EQ(out.data(), shown);
+    }
+}
+
+TEST_F(IGCmnMessage, LetsNoTextForgeALine) {
+    const std::string text = "x\nZEPA999-E:\x1b[2J\x9b\t\xc3\xa9";
+    const Outputs o = outputs([&] {
+        IgCmnMsg<ZEPA101_E>(text.c_str());
+        IgCmnMsg<ZEPA120_E>(text.data(), 7);
+        IgCmnListHeader* list = nullptr;
+        Pool pool;
+        std::string element = text;
+        IgCmnListAppend(pool.get(), &list, element.data());
+        IgCmnListPrint(ZEPA205_I_TARGET, list);
+    });
+    const std::string shown = "x\\012ZEPA999-E:\\033[2J\\233\t\xc3\xa9";
+    EXPECT_EQ(o.log, "ZEPA101-E:The specified option(" + shown + ") is invalid.\n" +
+                         "ZEPA120-E:filename = " + shown + ", line no = 7.\n" +
+                         "    TARGET = " + shown + "\n");
+}
+
+TEST_F(IGCmnMessage, LeavesOutATextThatItHasNoMemoryToEscape) {
+    const Outputs o = outputs([&] {
+        const FailingCall failing(Call::POOL, 1, ENOMEM);
+        errno = EPERM;
+        IgCmnMsg<ZEPA101_E>("\x1b");
+        EXPECT_EQ(errno, EPERM);
+    });
+    EXPECT_THAT(o.log, ::testing::EndsWith("ZEPA101-E:The specified option(?) is invalid.\n"));
 }
 
 TEST(IGCmnMsgPrintable, CutsWholeCharactersOnlyAndAlwaysTerminates) {

@@ -79,6 +79,7 @@ TEST_F(IGIniReadCompDef, TakesSettingsAndComments) {
         {"QUENDIL_DATA_DIRECTORY=/data/100%%\n", "/data/100% OFF -1"},
         {"QUENDIL_DATA_DIRECTORY=%d%/data\n", "/data OFF -1"},
         {"QUENDIL_DATA_DIRECTORY=/a=b\n", "/a=b OFF -1"},
+        {"QUENDIL_DATA_DIRECTORY=/data/link/../%HOST%/.//\n", "/data/testhost OFF -1"},
         {"QUENDIL_DATA_DIRECTORY=/a\"b\n", "/a\"b OFF -1"},
         {"QUENDIL_MAX_OUTPUT_DATA_SIZE=7\n# c\nQUENDIL_DATA_DIRECTORY=/d\nQUENDIL_CLEANUP=ON\n",
          "/d ON 7"},
