@@ -6,7 +6,7 @@ import pytest
 from support import expect, pattern_text
 from support.behave import forever, ready
 from support.collecting import GROUP, begin, collect
-from support.ending import check_refused
+from support.ending import BIN_DIRECTORY, HISTORY_LOCK, RUN_LOCK, check_refused
 from support.machine import CONFIGURATION, DATA_DIRECTORY, Machine
 from support.progress import Terminal
 from support.run import Run
@@ -24,6 +24,7 @@ def check_configured(machine: Machine, text: str | bytes, output: str = DATA_DIR
     machine.file(CONFIGURATION, text)
     run = collect(machine, pattern_text.block())
     directory = f"{output}/{expect.OUTPUT_NAME}"
+    settings.setdefault("limit", -1)
     log = expect.RunLog("-g demo").initialized("demo", output=directory, **settings)
     assert (run.status, run.stderr) == (0, "")
     assert run.log == log.complete(directory, directory).text
@@ -121,6 +122,20 @@ def test_a_data_directory_takes_the_output(machine: Machine, value: str, directo
     assert [name.endswith(".tar.gz") for name in machine.list(directory)] == [True]
 
 
+def test_a_data_directory_is_made_plain_without_following_links(machine: Machine):
+    machine.directory("/opt/far/away")
+    machine.directory("/opt/out")
+    machine.link("/opt/link", "/opt/far/away")
+    machine.file("/opt/data", "x")
+    machine.conf("QUENDIL_DATA_DIRECTORY=/opt/link/.././out/\n")
+    run = collect(machine, pattern_text.data("/opt/data"))
+    output = f"/opt/out/{expect.OUTPUT_NAME}"
+    log = expect.RunLog("-g demo").initialized("demo", output=output, cleanup="OFF", limit=-1)
+    log.data({"/opt/data": 1}, 1)
+    assert run.log == log.complete(output, output).text
+    assert "\nFILE:opt/data\n" in run.index
+
+
 def test_a_data_directory_may_hold_the_time_of_the_start(machine: Machine):
     machine.conf('QUENDIL_DATA_DIRECTORY="/opt/%YY%%MM%%DD%-%hh%%mm%%ss%"\n')
     run = machine.run(*GROUP)
@@ -165,7 +180,7 @@ def test_the_option_wins_over_the_configured_directory(machine: Machine):
     machine.conf("QUENDIL_DATA_DIRECTORY=/opt/none\nQUENDIL_CLEANUP=ON\n")
     run = collect(machine, pattern_text.block(), arguments=("-d", "/opt/wins"))
     output = f"/opt/wins/{expect.OUTPUT_NAME}"
-    log = expect.RunLog("-g demo -d /opt/wins").initialized("demo", output=output)
+    log = expect.RunLog("-g demo -d /opt/wins").initialized("demo", output=output, limit=-1)
     assert run.log == log.complete(output, output).text
 
 
@@ -216,6 +231,18 @@ def test_a_file_that_cannot_be_opened_is_refused(machine: Machine):
     machine.link(CONFIGURATION, CONFIGURATION)
     refused(machine, "ZEPA112-E:You do not have access permissions for the specified"
             f" file({CONFIGURATION}).\n")
+
+
+@pytest.mark.parametrize("name", [RUN_LOCK, HISTORY_LOCK])
+@pytest.mark.parametrize("by_link", [False, True])
+def test_a_lock_file_is_no_configuration_file(machine: Machine, name: str, by_link: bool):
+    path = f"{BIN_DIRECTORY}/{name}"
+    if by_link:
+        path = machine.link("/opt/link", path)
+    arguments = [*GROUP, "-c", path]
+    check_refused(machine, machine.run(*arguments), arguments,
+                  f"ZEPA112-E:You do not have access permissions for the specified file({path}).\n",
+                  1)
 
 
 def test_a_path_through_a_file_cannot_be_opened_either(machine: Machine):

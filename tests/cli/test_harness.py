@@ -568,7 +568,7 @@ ZEPA202-I:Started initializing.
 ZEPA205-I:Summary of parameters.
     Configuration file = /etc/opt/norvale/quendil/config/quendil_conf
     Output path of collected information = /var/opt/norvale/quendil/data/testhost_<STAMP>
-    Max output data size = -1 KB
+    Max output data size = 8388608 KB
     Cleanup = ON
     Output file = testhost_<STAMP>
     TARGET = \n    PP_GROUP = demo

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import struct
 import time
 from collections.abc import Iterator
 
@@ -23,6 +24,11 @@ INVALID = "ZEPA101-E:The specified option(-x) is invalid.\n"
 COMPLETE_HISTORY = expect.history("-g demo", 0, f"{expect.OUTPUT_DIRECTORY}.tar.gz")
 
 NO_SPACE, TOO_LARGE = 28, 27
+
+#: An access control list as the kernel keeps it: version 2, then tag, permissions and user of each
+#: entry. Owner, user 1000, group, mask and others may read, write and search.
+EVERYTHING_TO_EVERYBODY = struct.pack("<I", 2) + b"".join(
+    struct.pack("<HHI", tag, 7, 1000 if tag == 2 else 0xFFFFFFFF) for tag in (1, 2, 4, 16, 32))
 PAGE = 4096
 
 
@@ -50,6 +56,19 @@ def test_logs_belong_to_their_owner_alone(machine: Machine, umask: int):
     for name in ("quendil.log", "quendil_old.log", "quendil_hist.log"):
         assert machine.mode(f"{LOG_DIRECTORY}/{name}") == "0600"
     assert machine.mode(HISTORY_LOCK) == "0600"
+
+
+def test_a_default_acl_opens_no_log_and_no_index(machine: Machine):
+    for directory in (LOG_DIRECTORY, DATA_DIRECTORY):
+        os.setxattr(machine.path(directory), "system.posix_acl_default", EVERYTHING_TO_EVERYBODY)
+    machine.replace("/bin/tar", behave.exit(1))
+    run = collect(machine, pattern_text.block())
+    assert run.status == 20
+    machine.run("-x")
+    # Where there is a list, the group's bits are the most that it gives.
+    for name in ("quendil.log", "quendil_old.log", "quendil_hist.log"):
+        assert machine.mode(f"{LOG_DIRECTORY}/{name}") == "0600"
+    assert machine.mode(f"{run.result}/quendil_index") == "0600"
 
 
 def test_an_old_log_that_is_in_the_way_does_not_matter_without_a_present_one(machine: Machine):
@@ -148,7 +167,7 @@ def test_a_log_that_breaks_at_any_line_ends_the_run_at_once(machine: Machine, cl
     items = [pattern_text.tool(tool), pattern_text.data("/opt/data")]
     whole = collect(machine, *items).raw["log"] or ""
     remove_outputs(machine)
-    masked = expect.RunLog("-g demo").initialized("demo", cleanup=cleanup).tool(tool)
+    masked = expect.RunLog("-g demo").initialized("demo", cleanup=cleanup, limit=-1).tool(tool)
     masked.data({"/opt/data": 1}, 1)
     broken = list(phases(whole))
     assert len(broken) > 25
@@ -219,7 +238,7 @@ def test_a_log_that_breaks_while_the_result_is_made_loses_no_result(
         result[status])
     assert run.stderr == lost("fflush", NO_SPACE)
     assert len(run.raw["log"] or "") == PAGE
-    unbroken = expect.RunLog("-g demo").initialized("demo", cleanup=cleanup)
+    unbroken = expect.RunLog("-g demo").initialized("demo", cleanup=cleanup, limit=-1)
     for path in padding(PAGE - end):
         unbroken.data({}, 0, f"ZEPA129-W:A system information({path}) is not found.\n")
     assert unbroken.complete().text.startswith(run.log or "?")

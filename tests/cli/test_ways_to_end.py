@@ -343,7 +343,7 @@ def both_cleanups(name: str):
 
 @both_cleanups("interrupted while initializing")
 def _(machine: Machine, cleanup: str) -> Seen:
-    log = expect.RunLog("-g demo").parameters(["demo"], cleanup=cleanup)
+    log = expect.RunLog("-g demo").parameters(["demo"], cleanup=cleanup, limit=-1)
     started(machine, cleanup)
     reader, writer = os.pipe()
     fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)

@@ -13,6 +13,8 @@ VERSION = "01-02"
 LOG_DIRECTORY = "/var/opt/norvale/quendil/log"
 DATA_DIRECTORY = "/var/opt/norvale/quendil/data"
 CONFIGURATION = "/etc/opt/norvale/quendil/config/quendil_conf"
+#: The size limit of the configuration file that is installed, in units of 512 bytes: 4 GiB.
+SHIPPED_LIMIT = 8388608
 RUN_LOG = f"{LOG_DIRECTORY}/quendil.log"
 HOST = "testhost"
 OUTPUT_NAME = f"{HOST}_<STAMP>"
@@ -101,7 +103,8 @@ class RunLog:
 
     def parameters(self, groups: Sequence[str] = (), targets: Sequence[str] = (),
                    configuration: str = CONFIGURATION, output: str = OUTPUT_DIRECTORY,
-                   limit: int = -1, cleanup: str = "ON", output_file: str = OUTPUT_NAME) -> RunLog:
+                   limit: int = SHIPPED_LIMIT, cleanup: str = "ON",
+                   output_file: str = OUTPUT_NAME) -> RunLog:
         """The summary of parameters."""
         self.raw(f"ZEPA205-I:Summary of parameters.\n"
                  f"    Configuration file = {configuration}\n"
