@@ -17,20 +17,36 @@ become_root() {
     exec sudo -- "$@"
 }
 
+is_installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null || true)" = installed ]
+}
+
+# Prints those of the named distribution packages that are missing. A name such as `a|b` stands for the
+# first of them that this distribution has; for `a`, as long as nothing is known of what it has.
+missing_packages() {
+    for package in "$@"; do
+        chosen=${package%%|*}
+        for name in $(echo "$package" | tr '|' ' '); do
+            if is_installed "$name" || apt-cache show "$name" >/dev/null 2>&1; then
+                chosen=$name
+                break
+            fi
+        done
+        is_installed "$chosen" || printf ' %s' "$chosen"
+    done
+}
+
 # Installs those of the named distribution packages that are missing, and nothing when none is.
 need_packages() {
-    missing=
-    for package in "$@"; do
-        state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
-        [ "$state" = installed ] || missing="$missing $package"
-    done
+    missing=$(missing_packages "$@")
     [ -n "$missing" ] || return 0
     command -v apt-get >/dev/null 2>&1 || fail "please install:$missing"
     say "installing:$missing"
     export DEBIAN_FRONTEND=noninteractive
-    # shellcheck disable=SC2086  # a list of package names
-    { apt-get update -q && apt-get install -q -y --no-install-recommends $missing; } </dev/null \
-        >build/packages.log 2>&1 || { cat build/packages.log >&2; fail "packages could not be installed"; }
+    # shellcheck disable=SC2046  # a list of package names, chosen again: apt knows more of them now
+    { apt-get update -q && apt-get install -q -y --no-install-recommends $(missing_packages "$@"); } \
+        </dev/null >build/packages.log 2>&1 ||
+        { cat build/packages.log >&2; fail "packages could not be installed"; }
 }
 
 # Runs a build step quietly; what it said is shown only when it fails.
