@@ -1,0 +1,106 @@
+"""The packages of this machine: to which a file belongs, and what a package brings with it."""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+from collections import defaultdict
+from collections.abc import Iterable
+from pathlib import Path
+
+
+def _query(*arguments: str) -> str:
+    """What dpkg-query prints; that it found nothing for some argument is no failure."""
+    return subprocess.run(["dpkg-query", *arguments], capture_output=True, text=True,
+                          env={**os.environ, "LC_ALL": "C"}).stdout
+
+
+def _other_spelling(path: str) -> str:
+    """The same file by its other name, where /bin, /sbin and /lib are links into /usr."""
+    return path.removeprefix("/usr") if path.startswith("/usr/") else f"/usr{path}"
+
+
+def owners(paths: Iterable[str]) -> dict[str, set[str]]:
+    """The packages of each file, its links followed: of the file itself and of a link that leads to it.
+
+    Empty for a file that no package has brought.
+    """
+    spellings = {}
+    for path in paths:
+        real = os.path.realpath(path)
+        spellings[path] = [[real, _other_spelling(real)], [path, _other_spelling(path)]]
+    asked = sorted({name for row in spellings.values() for names in row for name in names})
+    by_file: dict[str, set[str]] = defaultdict(set)
+    for line in _query("-S", *asked).splitlines():
+        packages, _, file = line.partition(": ")
+        if not packages.startswith("diversion by"):
+            by_file[file].update(re.sub(r":\w+$", "", name) for name in packages.split(", "))
+    found = {}
+    for path, (real, link) in spellings.items():
+        packages = by_file[real[0]] | by_file[real[1]]
+        found[path] = packages and packages | by_file[link[0]] | by_file[link[1]]
+    return found
+
+
+class Packages:
+    """The installed packages with what they require. Recommendations count for nothing."""
+
+    def __init__(self) -> None:
+        fields = ("Package", "db:Status-Status", "Essential", "Priority", "Provides", "Pre-Depends",
+                  "Depends")
+        self._requires: dict[str, str] = {}
+        self._provided: dict[str, set[str]] = defaultdict(set)
+        self._minimal = {"apt"}
+        form = r"\t".join(f"${{{field}}}" for field in fields) + r"\n"
+        for line in _query("-W", "-f", form).splitlines():
+            name, status, essential, priority, provides, *requires = line.split("\t")
+            if status != "installed":
+                continue
+            self._requires[name] = ", ".join(text for text in requires if text)
+            if essential == "yes" or priority == "required":
+                self._minimal.add(name)
+            for virtual in re.findall(r"(?:^|, )([\w.+-]+)", provides):
+                self._provided[virtual].add(name)
+
+    def is_installed(self, name: str) -> bool:
+        """Whether this machine has the package."""
+        return name in self._requires
+
+    def minimal_system(self) -> set[str]:
+        """The smallest system that a machine begins with: what is essential or has the priority
+        `required`, apt, and what these require."""
+        return self.brought_by(self._minimal)
+
+    def brought_by(self, names: Iterable[str]) -> set[str]:
+        """The packages of these names and all that are installed because one of them requires it."""
+        found: set[str] = set()
+        left = [name for name in names if self.is_installed(name)]
+        while left:
+            name = left.pop()
+            if name not in found:
+                found.add(name)
+                left += self._required_by(name)
+        return found
+
+    def _required_by(self, name: str) -> set[str]:
+        """What one package requires: of alternatives the first one that is installed."""
+        for_each = []
+        for alternatives in self._requires[name].split(", "):
+            names = re.findall(r"(?:^|\| )([\w.+-]+)", alternatives)
+            for_each.append(next(filter(None, map(self._installed_as, names)), set()))
+        return set().union(*for_each)
+
+    def _installed_as(self, name: str) -> set[str]:
+        """The packages that a name stands for: of those that provide it the ones that every machine has,
+        if there are such."""
+        if self.is_installed(name):
+            return {name}
+        return self._provided[name] & self._minimal or self._provided[name]
+
+
+def named_in(script: Path) -> list[str]:
+    """The packages that a script installs, alternatives such as `a|b` as they are."""
+    text = script.read_text().replace("\\\n", " ")
+    calls = re.findall(r"^need_packages (.*)$", text, re.M)
+    return [name.strip('"') for call in calls for name in call.split()]

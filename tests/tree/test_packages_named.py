@@ -1,0 +1,275 @@
+"""What the commands of this project use comes with the packages that they install.
+
+A machine on which one works for daily has far more than a minimal system, so that a package that a command
+forgets to install is missed by the next one who tries. These checks need no such machine: whatever is used
+on this one must belong to a package that the command names, to one that such a package requires, or to a
+minimal system. Recommended packages do not count, because the commands install none.
+"""
+
+from __future__ import annotations
+
+import ast
+import importlib.util
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+from collections.abc import Iterator
+from functools import cache
+from pathlib import Path
+
+import pytest
+from support import shell_words
+from support.packages import Packages, named_in, owners
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
+TESTS = ROOT / "tests"
+
+#: What each preset links: one program of every kind.
+LINKED = {
+    "release": ["src/quendil"],
+    "clang": ["src/quendil"],
+    "sanitize": ["src/quendil", "tests/IGCmnStr_test", "tests/behave", "tests/fail_nth.so"],
+    "fuzz": ["fuzz/fuzz_word"],
+}
+
+#: The commands, with the presets that each builds.
+COMMANDS = {
+    "scripts/run": ["release"],
+    "scripts/package": ["release"],
+    "scripts/test": ["release", "clang", "sanitize", "fuzz"],
+}
+
+#: What other programs start, and what the tests name in tables of their own.
+STARTED_BY_BUILD = {"ld": "the compilers", "ar": "cmake", "ranlib": "cmake", "/bin/tar": "quendil",
+                    "/bin/gzip": "quendil"}
+STARTED_BY_CPACK = {name: "cpack" for name in ("dpkg-deb", "dpkg-shlibdeps", "file", "rpmbuild", "strip")}
+STARTED_BY_TESTS = {
+    "mandoc": "tests/tree/test_manual.py",
+    "groff": "tests/tree/test_manual.py",
+    **{name: "tests/cli/test_tool_directory.py" for name in ("gawk", "busybox", "dash", "bash", "awk")},
+    "/usr/share/i18n/locales/de_DE": "tests/cli/test_run_control.py",
+    "/usr/share/locale/de/LC_MESSAGES/libc.mo": "tests/cli/test_run_control.py",
+}
+STARTED = {
+    "scripts/run": STARTED_BY_BUILD,
+    "scripts/package": STARTED_BY_BUILD | STARTED_BY_CPACK,
+    "scripts/test": STARTED_BY_BUILD | STARTED_BY_CPACK | STARTED_BY_TESTS,
+}
+
+#: Asked for only where they are, and missed by nothing.
+NOT_NEEDED = {"sudo"}
+
+#: Modules that no test imports: pytest's own options ask for them.
+MODULES = {"xdist"}
+
+Uses = dict[str, str]  # a path, or a program that is nowhere, and what uses it
+
+
+# ---- What is used --------------------------------------------------------------------------------
+
+
+def located(program: str) -> str:
+    """A program's path, as the command itself would find it."""
+    return shutil.which(program) or program
+
+
+def programs_of_scripts(command: str) -> Uses:
+    """The programs that the command's own script names, with those that it runs."""
+    scripts = [ROOT / command, ROOT / "scripts/support.sh"]
+    if command == "scripts/test":
+        scripts += [ROOT / ".ci/run", TESTS / "support/private_machine"]
+    functions = set(re.findall(r"^(\w+)\(\)", scripts[1].read_text(), re.M))
+    return {located(program): str(script.relative_to(ROOT)) for script in scripts
+            for program in shell_words.programs(script.read_text()) - functions - NOT_NEEDED}
+
+
+def programs_of_cmake() -> Uses:
+    """The programs that the build and the installation start by their names."""
+    return {located(program): str(file.relative_to(ROOT)) for file in (ROOT / "cmake").iterdir()
+            for program in re.findall(r"COMMAND ([a-z][\w-]*)\b", file.read_text())}
+
+
+def programs_found_by_cmake(preset: str) -> Uses:
+    """The programs that were looked for when a preset was configured."""
+    names = "CMAKE_C_COMPILER|CMAKE_CXX_COMPILER|CMAKE_MAKE_PROGRAM|CLANG_TIDY"
+    cache_text = (BUILD / preset / "CMakeCache.txt").read_text()
+    found = re.findall(rf"^(?:{names}):\w+=(.*)$", cache_text, re.M)
+    assert len(found) >= 3, found
+    return {located(path): f"build/{preset}" for path in found}
+
+
+def headers(preset: str) -> Uses:
+    """The headers that the compiler read, as it said to ninja."""
+    lines = output(BUILD / preset, "ninja", "-t", "deps").splitlines()
+    paths = {os.path.normpath(line.strip()) for line in lines if line.startswith("    /")}
+    found = {path: f"build/{preset}" for path in paths if not Path(path).is_relative_to(ROOT)}
+    assert len(found) > 50, lines
+    return found
+
+
+def libraries(preset: str, target: str) -> Uses:
+    """What the linker reads besides our own objects, and what the program loads when it starts."""
+    directory = BUILD / preset
+    link = output(directory, "ninja", "-t", "commands", target).splitlines()[-1]
+    assert link.count(f" -o {target} ") == 1, link
+    with tempfile.TemporaryDirectory() as scratch:
+        traced = link.replace(f" -o {target} ", f" -o {scratch}/linked -Wl,--trace ")
+        read = re.findall(r"^\(?(/[^()\s]+)", output(directory, "/bin/sh", "-c", traced), re.M)
+    loaded = re.findall(r"(?:^|=> )\s*(/\S+) \(", output(directory, "ldd", target), re.M)
+    assert any("libc" in path for path in read), traced
+    return {os.path.normpath(path): f"build/{preset}/{target}" for path in (*read, *loaded)
+            if not Path(path).is_relative_to(ROOT)}
+
+
+def used_by_tests() -> Uses:
+    """The programs that Python code of the tests starts, and the modules that it imports."""
+    found: Uses = {}
+    for file in [*TESTS.rglob("*.py"), ROOT / "scripts/item-table"]:
+        for node in ast.walk(ast.parse(file.read_text())):
+            for path in (*started(node), *imported(node)):
+                found[path] = str(file.relative_to(ROOT))
+    for name in MODULES:
+        found[origin(name) or name] = "pytest"
+    return found
+
+
+def started(node: ast.AST) -> Iterator[str]:
+    """The programs that a call or a text names: by a full path, or as the first of a command's words."""
+    if isinstance(node, ast.Constant) and isinstance(node.value, str):
+        if re.fullmatch(r"(/usr)?/s?bin/[\w.-]+", node.value):
+            yield node.value
+    elif isinstance(node, ast.Call) and node.args:
+        function = ast.unparse(node.func).split(".")[-1]
+        word = node.args[0]
+        if isinstance(word, (ast.List, ast.Tuple)) and word.elts:
+            word = word.elts[0]
+        if function in ("run", "output", "Popen", "which") and isinstance(word, ast.Constant):
+            if re.fullmatch(r"[a-z][\w.+-]*", str(word.value)) and not is_run_of_quendil(node):
+                yield located(word.value)
+
+
+def is_run_of_quendil(call: ast.Call) -> bool:
+    """Whether it is a machine's run of the program, whose words are arguments."""
+    return ast.unparse(call.func) not in ("run", "output", "shutil.which", "subprocess.run",
+                                          "subprocess.Popen")
+
+
+def imported(node: ast.AST) -> Iterator[str]:
+    """The files of the modules that a statement imports, those of the project left out."""
+    if isinstance(node, ast.Import):
+        names = [alias.name for alias in node.names]
+    elif isinstance(node, ast.ImportFrom) and node.level == 0 and node.module:
+        names = [node.module]
+    else:
+        return
+    for name in names:
+        path = origin(name)
+        if path and not Path(path).is_relative_to(ROOT):
+            yield path
+
+
+@cache
+def origin(module: str) -> str | None:
+    """The file of a module; None for one that is part of the interpreter."""
+    found = importlib.util.find_spec(module)
+    return found.origin if found and found.has_location else None
+
+
+def output(directory: Path, *command: str) -> str:
+    """What a command prints."""
+    done = subprocess.run(command, capture_output=True, text=True, cwd=directory)
+    assert done.returncode == 0, (command, done.stderr)
+    return done.stdout
+
+
+@cache
+def uses(command: str) -> Uses:
+    """Everything from outside that a command needs, by path."""
+    found = {located(program): by for program, by in STARTED[command].items()}
+    found |= programs_of_scripts(command) | programs_of_cmake()
+    for preset in COMMANDS[command]:
+        assert (BUILD / preset / "build.ninja").exists(), f"build the preset {preset} first: scripts/test"
+        found |= programs_found_by_cmake(preset) | headers(preset)
+        for target in LINKED[preset]:
+            found |= libraries(preset, target)
+    if command == "scripts/test":
+        found |= used_by_tests()
+    return found
+
+
+# ---- Where it comes from -------------------------------------------------------------------------
+
+
+def chosen(packages: Packages, names: list[str]) -> list[str]:
+    """Of alternatives such as `a|b` the first that is installed, as the scripts choose."""
+    return [next(filter(packages.is_installed, name.split("|")), name) for name in names]
+
+
+def complaints(command: str, names: list[str], used: Uses) -> list[str]:
+    """What a command uses and the named packages do not bring, in words."""
+    packages = Packages()
+    brought = packages.minimal_system() | packages.brought_by(chosen(packages, names))
+    said = []
+    for path, belongs_to in sorted(owners(used).items()):
+        what = f"{used[path]} uses {path}"
+        if not os.path.exists(path):
+            said.append(f"{what}, which is not on this machine")
+        elif not belongs_to:
+            said.append(f"{what}, which belongs to no package: install the distribution's own instead")
+        elif not belongs_to & brought:
+            said.append(f"{what} of the package {' or '.join(sorted(belongs_to))}, "
+                        f"which {command} neither names nor gets with one that it names")
+    return said
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_what_a_command_uses_comes_with_the_packages_that_it_names(command: str):
+    said = complaints(command, named_in(ROOT / command), uses(command))
+    assert not said, "\n".join(said)
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_a_package_that_a_command_would_not_name_is_missed(command: str):
+    names = named_in(ROOT / command)
+    names.remove("ninja-build")
+    said = complaints(command, names, uses(command))
+    assert any("ninja of the package ninja-build, which" in line for line in said), said
+
+
+def test_what_belongs_to_no_package_is_named(tmp_path: Path):
+    own, missing = str(tmp_path / "own"), str(tmp_path / "missing")
+    Path(own).touch()
+    assert complaints("scripts/run", ["g++"], {own: "a", missing: "b", "/bin/sh": "c"}) == [
+        f"b uses {missing}, which is not on this machine",
+        f"a uses {own}, which belongs to no package: install the distribution's own instead"]
+
+
+def test_no_package_is_named_for_nothing():
+    packages = Packages()
+    names = chosen(packages, named_in(ROOT / "scripts/test"))
+    used = set().union(*owners(uses("scripts/test")).values())
+    for name in names:
+        others = packages.minimal_system() | packages.brought_by(set(names) - {name})
+        own = packages.brought_by([name]) - others
+        assert name in others or own & used, f"nothing uses {name}, or {__name__} does not know what"
+
+
+def test_the_programs_of_a_shell_script_are_found():
+    script = """#!/bin/sh
+own() { first "$1" | second; }   # comment: none
+variable=$(third "$(fourth 'it is; none')" | fifth >file 2>&1) || { sixth; exit 1; }
+if ! seventh; then own none; fi
+case $none in
+    none | none) eighth ;;
+esac
+cat <<END
+none; none
+END
+env NONE=none ninth none && exec /usr/bin/true; echo "none; none (none)" $(($(tenth) * 2))
+"""
+    assert shell_words.programs(script) == {
+        "first", "second", "third", "fourth", "fifth", "sixth", "seventh", "eighth", "cat", "env",
+        "ninth", "/usr/bin/true", "tenth"}
