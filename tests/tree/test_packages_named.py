@@ -1,7 +1,7 @@
 """What the commands of this project use comes with the packages that they install.
 
-A machine on which one works for daily has far more than a minimal system, so that a package that a command
-forgets to install is missed by the next one who tries. These checks need no such machine: whatever is used
+A machine that is used every day has far more than a minimal system, so that a package which a command forgets
+to install is missed on the next machine only. These checks need no such machine: whatever is used
 on this one must belong to a package that the command names, to one that such a package requires, or to a
 minimal system. Recommended packages do not count, because the commands install none.
 """
@@ -64,6 +64,9 @@ NOT_NEEDED = {"sudo"}
 
 #: Modules that no test imports: pytest's own options ask for them.
 MODULES = {"xdist"}
+
+#: The functions through which a test starts a program of this machine, or looks for one.
+STARTERS = {"run", "output", "subprocess.run", "subprocess.Popen", "shutil.which"}
 
 Uses = dict[str, str]  # a path, or a program that is nowhere, and what uses it
 
@@ -137,24 +140,16 @@ def used_by_tests() -> Uses:
 
 
 def started(node: ast.AST) -> Iterator[str]:
-    """The programs that a call or a text names: by a full path, or as the first of a command's words."""
+    """The programs that a text names by a full path, or a call by the first of a command's words."""
     if isinstance(node, ast.Constant) and isinstance(node.value, str):
         if re.fullmatch(r"(/usr)?/s?bin/[\w.-]+", node.value):
             yield node.value
-    elif isinstance(node, ast.Call) and node.args:
-        function = ast.unparse(node.func).split(".")[-1]
+    elif isinstance(node, ast.Call) and node.args and ast.unparse(node.func) in STARTERS:
         word = node.args[0]
         if isinstance(word, (ast.List, ast.Tuple)) and word.elts:
             word = word.elts[0]
-        if function in ("run", "output", "Popen", "which") and isinstance(word, ast.Constant):
-            if re.fullmatch(r"[a-z][\w.+-]*", str(word.value)) and not is_run_of_quendil(node):
-                yield located(word.value)
-
-
-def is_run_of_quendil(call: ast.Call) -> bool:
-    """Whether it is a machine's run of the program, whose words are arguments."""
-    return ast.unparse(call.func) not in ("run", "output", "shutil.which", "subprocess.run",
-                                          "subprocess.Popen")
+        if isinstance(word, ast.Constant) and re.fullmatch(r"[a-z][\w.+-]*", str(word.value)):
+            yield located(word.value)
 
 
 def imported(node: ast.AST) -> Iterator[str]:
