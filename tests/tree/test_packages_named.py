@@ -252,6 +252,29 @@ def test_no_package_is_named_for_nothing():
         assert name in others or own & used, f"nothing uses {name}, or {__name__} does not know what"
 
 
+@pytest.mark.parametrize("name, installed, known, missing", [
+    ("a", "", "", "a"),
+    ("a", "a", "", ""),
+    ("a|b", "", "", "a"),  # a machine on which apt knows nothing yet
+    ("a|b", "", "a b", "a"),
+    ("a|b", "b", "a b", "a"),
+    ("a|b", "", "b", "b"),
+    ("a|b", "b", "b", ""),
+    ("a|b", "a", "", ""),
+])
+def test_of_alternatives_the_first_that_the_distribution_has_is_installed(
+        tmp_path: Path, name: str, installed: str, known: str, missing: str):
+    for program, asked in (("dpkg-query", '" $INSTALLED " in *" $4 "*) echo installed ;; *) exit 1'),
+                           ("apt-cache", '" $KNOWN " in *" $2 "*) ;; *) exit 1')):
+        (tmp_path / program).write_text(f"#!/bin/sh\ncase {asked} ;; esac\n")
+        (tmp_path / program).chmod(0o755)
+    done = subprocess.run(
+        ["/bin/sh", "-euc", '. scripts/support.sh; missing_packages "$1"', "sh", name],
+        cwd=ROOT, capture_output=True, text=True, check=True,
+        env={"PATH": f"{tmp_path}:/usr/bin:/bin", "INSTALLED": installed, "KNOWN": known})
+    assert (done.stdout.split(), done.stderr) == (missing.split(), "")
+
+
 def test_the_programs_of_a_shell_script_are_found():
     script = """#!/bin/sh
 own() { first "$1" | second; }   # comment: none
