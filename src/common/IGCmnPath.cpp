@@ -212,19 +212,10 @@ std::uint32_t countEntries(const char* directory, const char* beginning) {
     }
     const std::size_t length = std::strlen(beginning);
     std::uint32_t count = 0;
-    for (;;) {
-        errno = 0;
-        const struct dirent* entry = ::readdir(dir.get());
-        if (entry == nullptr) {
-            break;
-        }
-        if (!isDotEntry(entry->d_name) && std::strncmp(entry->d_name, beginning, length) == 0) {
-            ++count;
-        }
-    }
-    if (errno != 0) {
-        IgCmnSysErrPath("readdir", errno, directory);
-    }
+    readNames(dir.get(), directory, nullptr, [&](const struct dirent& entry) {
+        count += std::strncmp(entry.d_name, beginning, length) == 0 ? 1 : 0;
+        return true;
+    });
     return count;
 }
 
