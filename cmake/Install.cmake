@@ -35,6 +35,8 @@ install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
 file(GLOB tools CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*)
 install(PROGRAMS ${tools} DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
   PERMISSIONS ${world_readable_directory})
+install(TARGETS escape mask show RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
+  PERMISSIONS ${world_readable_directory})
 file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
 install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
   PERMISSIONS ${world_readable_file})

@@ -1,0 +1,263 @@
+#include "tool/IGSecret.h"
+
+#include "tool/IGSecretLine.h"
+
+std::size_t SecretLine::closing(std::size_t from, std::string_view quote) const {
+    if (quote.size() > 1) {
+        const std::size_t found = find(quote, from);
+        return found == NOWHERE ? size() : found;
+    }
+    std::size_t place = untilByte(from, quote[0]);
+    while (!hasEnd(place)) {
+        if (place > from && at(place - 1) == '\\') {
+            ++place;
+        } else if (at(place + 1) == quote[0]) {
+            place += 2;
+        } else {
+            return place;
+        }
+        place = untilByte(place, quote[0]);
+    }
+    return size();
+}
+
+std::size_t SecretLine::hideQuoted(std::size_t quote) {
+    const std::size_t end = closing(quote + 1, text_.substr(quote, 1));
+    hide(quote + 1, end,
+         at(quote) == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
+    return hasEnd(end) ? end : end + 1;
+}
+
+std::size_t SecretLine::hideWord(std::size_t from) {
+    if (in(from, QUOTE)) {
+        return hideQuoted(from);
+    }
+    const std::size_t end = until(from, BLANK);
+    // A quote at the end of the word is one of the command line, which stands in quotes.
+    const std::size_t last = end > from + 1 && in(end - 1, QUOTE) ? end - 1 : end;
+    hide(from, last, secret_rest::WORD);
+    return end;
+}
+
+namespace {
+
+constexpr secret_fate LEFT_OUT{.left_out = true};
+
+// ---- Lines that are secret because of those before them -----------------------------------------
+
+// Passes the line of a private key over. Sets where to go on when that ends in this line.
+bool leaveKeyOut(const SecretLine& line, secret_fate* fate) {
+    secret_state& state = line.state();
+    if (const std::size_t end = behindKeyEnd(line); end != NOWHERE) {
+        state.in_key = false;
+        fate->from = end;
+        fate->left_out = end == line.size();
+        if (!state.open_until.empty() && line.find(state.open_until) != NOWHERE) {
+            state.open_until = {};
+        }
+        return fate->left_out;
+    }
+    if (continuesKey(line)) {
+        *fate = LEFT_OUT;
+        return true;
+    }
+    state.in_key = false;
+    fate->blank_lines = state.key_blank_lines;
+    state.key_blank_lines = 0;
+    return false;
+}
+
+// Hides a value that was begun in a line before, up to its end.
+// @return whether that is the whole line
+bool hideOpenValue(SecretLine* line, secret_fate* fate) {
+    secret_state& state = line->state();
+    const std::size_t end = line->find(state.open_until);
+    if (end == NOWHERE) {
+        fate->mask_first = line->size() == 0;
+        line->hideToEnd(0);
+        if (--state.open_lines == 0) {
+            state.open_until = {};
+        }
+        return true;
+    }
+    fate->mask_first = end == 0;
+    line->hide(0, end, secret_rest::NOTHING);
+    state.open_until = {};
+    return false;
+}
+
+// The block that a name without a value opened lasts as long as its lines are indented.
+bool hideBlock(SecretLine* line, secret_fate* fate) {
+    secret_state& state = line->state();
+    const std::size_t indent = line->skip(0, BLANK);
+    const bool entry = line->at(indent) == '-' && line->at(indent + 1) == ' ';
+    if (line->hasEnd(indent) || indent > state.block_indent ||
+        (indent == state.block_indent && entry)) {
+        fate->mask_first = line->size() == 0;
+        line->hideToEnd(0);
+        return true;
+    }
+    state.in_block = false;
+    return false;
+}
+
+// The passwords that a new machine of a cloud has got, one user a line.
+bool hideRandomPassword(SecretLine* line) {
+    const std::size_t from = line->skip(0, BLANK);
+    const std::size_t colon = line->skip(from, NAME);
+    const std::size_t end = line->until(colon + 1, BLANK);
+    if (!line->state().random_passwords || colon == from || line->at(colon) != ':' ||
+        end == colon + 1 || !line->hasEnd(line->skip(end, BLANK))) {
+        return false;
+    }
+    line->hideToEnd(colon + 1);
+    return true;
+}
+
+// What a backslash at the end of the line before has parted from its name.
+void hideNextWord(SecretLine* line) {
+    if (line->state().next_word) {
+        line->state().next_word = false;
+        line->hideWord(line->skip(0, BLANK));
+    }
+}
+
+// value: x, where the name stands in the line before.
+bool hideValueLine(SecretLine* line) {
+    if (!line->state().after_name) {
+        return false;
+    }
+    line->state().after_name = false;
+    std::size_t place = line->skipOne(line->skip(0, BLANK), QUOTE);
+    if (!line->says(place, "value")) {
+        return false;
+    }
+    place = line->skip(line->skipOne(place + 5, QUOTE), BLANK);
+    if (!line->in(place, SEPARATOR)) {
+        return false;
+    }
+    line->hideToEnd(line->skip(place + 1, BLANK));
+    return true;
+}
+
+// "keys:" alone in a line: keys of tunnels, indented below it.
+bool opensKeys(const SecretLine& line) {
+    const std::size_t from = line.skip(0, BLANK);
+    std::size_t place = from;
+    if (line.at(place) == '-' && line.at(place + 1) == ' ') {
+        place = line.skip(place + 1, BLANK);
+    }
+    if (!line.says(place, "keys:") || !line.hasEnd(line.skip(place + 5, BLANK))) {
+        return false;
+    }
+    line.state().in_block = true;
+    line.state().block_indent = place;
+    return true;
+}
+
+// "Private-Lines: 14": the lines of a key follow.
+bool opensKeyLines(SecretLine* line) {
+    constexpr std::string_view TITLE = "Private-Lines: ";
+    if (!line->saysExactly(0, TITLE)) {
+        return false;
+    }
+    secret_state& state = line->state();
+    state.in_key = state.key_alone = true;
+    state.key_seen = state.key_headers = false;
+    state.key_column = state.key_blank_lines = 0;
+    line->hideToEnd(TITLE.size());
+    return true;
+}
+
+// ---- A line by itself ---------------------------------------------------------------------------
+
+void markLine(SecretLine* line) {
+    secret_state& state = line->state();
+    if (markKeys(*line)) {
+        state.in_key = true;
+    }
+    markNames(*line);
+    if (state.in_key) {
+        state.in_block = false;
+    }
+    markAddresses(*line);
+    markFields(*line);
+    markCommands(*line);
+    markShapes(*line);
+}
+
+// What was hidden at the end of the part before goes on until its own end.
+void hideRest(SecretLine* line) {
+    const secret_rest rest = line->state().rest;
+    line->state().rest = secret_rest::NOTHING;
+    if (rest == secret_rest::LINE) {
+        line->hideToEnd(0);
+    } else if (rest == secret_rest::WORD) {
+        line->hide(0, line->until(0, BLANK), rest);
+    } else if (rest == secret_rest::ELEMENT) {
+        line->hide(0, line->untilByte(0, '<'), rest);
+    } else if (rest != secret_rest::NOTHING) {
+        line->hide(0, line->closing(0, rest == secret_rest::DOUBLE_QUOTED ? "\"" : "'"), rest);
+    }
+}
+
+// The rules that look at the lines before.
+// @return whether they have decided on the whole line
+bool followsOthers(SecretLine* line, secret_fate* fate) {
+    secret_state& state = line->state();
+    if (state.in_key && leaveKeyOut(*line, fate)) {
+        return true;
+    }
+    if (!state.open_until.empty() && hideOpenValue(line, fate)) {
+        return true;
+    }
+    if (state.in_block && hideBlock(line, fate)) {
+        // A key in a block is left out as any other.
+        state.in_key = markKeys(*line);
+        return true;
+    }
+    return opensKeyLines(line) || hideRandomPassword(line);
+}
+
+secret_fate markStart(SecretLine* line) {
+    secret_state& state = line->state();
+    if (line->saysExactly(0, "==> /")) {
+        state = secret_state{};  // the next file that is shown
+    }
+    state.rest = secret_rest::NOTHING;
+    state.dropped = false;
+    state.commands = 0;
+    state.flags = 0;
+    secret_fate fate;
+    if (followsOthers(line, &fate)) {
+        state.dropped = fate.left_out;
+        return fate;
+    }
+    state.random_passwords = line->find("random' passwords") != NOWHERE;
+    hideNextWord(line);
+    if (!hideValueLine(line) && !opensKeys(*line)) {
+        markLine(line);
+    }
+    return fate;
+}
+
+}  // namespace
+
+secret_fate markSecrets(const secret_part& part, secret_state* state) {
+    SecretLine line(part, state);
+    if (part.starts) {
+        return markStart(&line);
+    }
+    if (state->dropped) {
+        return LEFT_OUT;
+    }
+    hideRest(&line);
+    if (state->rest != secret_rest::LINE) {
+        markLine(&line);
+    }
+    return {};
+}
+
+std::size_t blankLinesAtEnd(const secret_state& state) {
+    return state.in_key ? state.key_blank_lines : 0;
+}

@@ -1,0 +1,502 @@
+#include <algorithm>
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+// Words that a line has held, for what stands further behind.
+enum command_flag : std::uint16_t {
+    HAS_KEYS = 1,        ///< ip xfrm, macsec: every hexadecimal number is a key
+    HAS_ORACLE = 2,      ///< user/password@database
+    HAS_PROMPT = 4,      ///< "assword:": what is sent next is one
+    HAS_WIRELESS = 8,    ///< iw, iwconfig
+    HAS_AWS = 16,        ///< aws configure
+    HAS_CRYPTO = 32,     ///< the line begins with crypto
+    HAS_CHPASSWD = 64,   ///< chpasswd: user:password
+    FIRST_KEYWORD = 128  ///< from here on: the commands of SECRET_KEYWORDS, by pairs of rows
+};
+
+// How the words begin that say something of those behind them.
+constexpr PairFilter makeCommandFilter() {
+    PairFilter filter;
+    for (const secret_program& program : SECRET_PROGRAMS) {
+        filter.add(program.name[0], program.name[1]);
+    }
+    for (const secret_keyword& row : SECRET_KEYWORDS) {
+        filter.add(row.command[0], row.command[1]);
+    }
+    for (const secret_argument& row : SECRET_ARGUMENTS) {
+        filter.add(row.command[0], row.command[1]);
+    }
+    for (const std::string_view program : ORACLE_PROGRAMS) {
+        filter.add(program[0], program[1]);
+    }
+    for (const std::string_view word : {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure",
+                                        "assword", "password", "Password"}) {
+        filter.add(word[0], word[1]);
+    }
+    return filter;
+}
+constexpr PairFilter COMMAND_BEGINNINGS = makeCommandFilter();
+
+// Goes through the words of a command line once. What it must know of the words before is in the
+// state of the line, so that it outlasts a part of a very long one.
+class CommandScan {
+  public:
+    explicit CommandScan(SecretLine& line) : line_(line), state_(line.state()) {}
+    void run();
+
+  private:
+    std::size_t atName(std::size_t from, std::size_t to);
+    std::size_t atOther(std::size_t place);
+    void setFlags(std::size_t from, std::size_t to);
+    void setKeywordFlags(std::size_t from, std::size_t to);
+    void setProgram(std::size_t from, std::size_t to);
+    [[nodiscard]] bool isProgram(const secret_program& program, std::size_t from,
+                                 std::size_t to) const;
+    [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
+        return to - from == word.size() && line_.saysExactly(from, word);
+    }
+    [[nodiscard]] bool hasFlag(unsigned flag) const { return (state_.flags & flag) != 0; }
+    void set(unsigned flag) { state_.flags = static_cast<std::uint16_t>(state_.flags | flag); }
+
+    std::size_t option(std::size_t from, std::size_t to);
+    std::size_t optionValue(std::size_t from, bool with_user);
+    std::size_t userAndPassword(std::size_t from);
+    std::size_t keyword(std::size_t from, std::size_t to);
+    std::size_t argument(std::size_t from, std::size_t to);
+    std::size_t hereString(std::size_t place);
+    std::size_t oracle(std::size_t sign);
+    std::size_t percent(std::size_t sign);
+    [[nodiscard]] bool namesUser(std::size_t from, std::size_t to) const;
+
+    SecretLine& line_;
+    secret_state& state_;
+    std::size_t word_from_ = 0;  // where the last stretch without / @ and quotes began
+    std::size_t user_from_ = 0;  // and the one without % , and quotes
+};
+
+constexpr std::uint16_t NO_PROGRAM = 0;
+
+void CommandScan::run() {
+    if (line_.starts()) {
+        const std::size_t from = line_.skip(0, BLANK);
+        if (line_.saysExactly(from, "crypto") && line_.in(from + 6, BLANK)) {
+            set(HAS_CRYPTO);
+        }
+    }
+    for (std::size_t place = 0; place < line_.size();) {
+        if (line_.in(place, NAME)) {
+            place = atName(place, line_.skip(place, NAME));
+        } else {
+            place = atOther(place);
+        }
+    }
+}
+
+// ---- What a word says of those behind it --------------------------------------------------------
+
+void CommandScan::setFlags(std::size_t from, std::size_t to) {
+    const std::string_view word = line_.text().substr(from, to - from);
+    if (word.find("xfrm") != NOWHERE || word.find("macsec") != NOWHERE) {
+        set(HAS_KEYS);
+    }
+    if (word.find("assword") != NOWHERE) {
+        set(HAS_PROMPT);
+    }
+    if (word == "iw" || word == "iwconfig") {
+        set(HAS_WIRELESS);
+    }
+    if (word == "chpasswd") {
+        set(HAS_CHPASSWD);
+    }
+    if (word == "configure" && line_.endsWith(0, from, "aws ")) {
+        set(HAS_AWS);
+    }
+    for (const std::string_view program : ORACLE_PROGRAMS) {
+        if (word.substr(0, program.size()) == program) {
+            set(HAS_ORACLE);
+        }
+    }
+}
+
+void CommandScan::setKeywordFlags(std::size_t from, std::size_t to) {
+    unsigned flag = FIRST_KEYWORD;
+    std::string_view before = SECRET_KEYWORDS[0].command;
+    for (const secret_keyword& row : SECRET_KEYWORDS) {
+        flag <<= row.command == before ? 0 : 1;
+        before = row.command;
+        if (is(from, to, row.command) && line_.in(to, BLANK)) {
+            set(flag);
+        }
+    }
+}
+
+bool CommandScan::isProgram(const secret_program& program, std::size_t from, std::size_t to) const {
+    const std::size_t end = from + program.name.size();
+    if (end > to || !line_.saysExactly(from, program.name) ||
+        (program.letter_follows && !line_.in(end, LETTER))) {
+        return false;
+    }
+    return program.next.empty() ||
+           (end == to && line_.at(to) == ' ' && line_.saysExactly(to + 1, program.next));
+}
+
+void CommandScan::setProgram(std::size_t from, std::size_t to) {
+    for (const secret_program& program : SECRET_PROGRAMS) {
+        if (isProgram(program, from, to)) {
+            state_.commands =
+                static_cast<std::uint16_t>(&program - std::begin(SECRET_PROGRAMS) + 1);
+            return;
+        }
+    }
+}
+
+std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
+    const bool behind_blank = from > 0 && line_.in(from - 1, BLANK);
+    if (behind_blank && line_.at(from) == '-') {
+        const std::size_t next = option(from, to);
+        return next != 0 ? next : to;
+    }
+    if (behind_blank && state_.flags != 0) {
+        if (const std::size_t next = keyword(from, to); next != 0) {
+            return next;
+        }
+    }
+    if (!COMMAND_BEGINNINGS.has(line_.at(from), line_.at(from + 1))) {
+        return to;
+    }
+    if (const std::size_t next = argument(from, to); next != 0) {
+        return next;
+    }
+    setFlags(from, to);
+    setKeywordFlags(from, to);
+    setProgram(from, to);
+    if (hasFlag(HAS_KEYS) && line_.saysExactly(from, "0x") && to > from + 2) {
+        line_.hide(from, line_.skip(from, LETTER | DIGIT), secret_rest::WORD);
+    }
+    return to;
+}
+
+std::size_t CommandScan::atOther(std::size_t place) {
+    switch (line_.at(place)) {
+        case '<':
+            return hereString(place);
+        case '@':
+            return oracle(place);
+        case '%':
+            return percent(place);
+        case '/':
+            word_from_ = place + 1;
+            if (line_.saysExactly(place, "/p:") && place > 0 && line_.at(place - 1) == ' ') {
+                const std::size_t end = line_.until(place + 3, BLANK);
+                line_.hide(place + 3, end, secret_rest::WORD);
+                return end;
+            }
+            return place + 1;
+        case ' ':
+        case '\t':
+        case '"':
+        case '\'':
+            word_from_ = place + 1;
+            user_from_ = place + 1;
+            return place + 1;
+        case ',':
+            user_from_ = place + 1;
+            return place + 1;
+        default:
+            return place + 1;
+    }
+}
+
+// ---- Options ------------------------------------------------------------------------------------
+
+// An option of the program that was named last, and the password that it takes.
+std::size_t CommandScan::option(std::size_t from, std::size_t to) {
+    for (const std::string_view name : AUTH_OPTIONS) {
+        if (is(from, to, name) && (line_.in(to, BLANK) || line_.at(to) == '=')) {
+            return optionValue(to, true);
+        }
+    }
+    if (state_.commands == NO_PROGRAM) {
+        return 0;
+    }
+    const secret_program& program = SECRET_PROGRAMS[state_.commands - 1];
+    std::size_t letter = from + 1;
+    if (program.letters == "w" && line_.at(letter) == 'x') {
+        ++letter;  // ldapsearch -xw
+    }
+    if (program.letters.find(line_.at(letter)) != NOWHERE &&
+        (!program.apart || line_.in(letter + 1, BLANK))) {
+        return optionValue(letter + 1, program.with_user);
+    }
+    for (const std::string_view name : USER_OPTIONS) {
+        if (program.with_user && is(from + 1, to, name)) {
+            return optionValue(to, true);
+        }
+    }
+    return 0;
+}
+
+std::size_t CommandScan::optionValue(std::size_t from, bool with_user) {
+    while (line_.in(from, BLANK) || line_.at(from) == '=') {
+        ++from;
+    }
+    if (line_.hasEnd(from)) {
+        return from;
+    }
+    return with_user ? userAndPassword(from) : line_.hideWord(from);
+}
+
+// me:x, 'me:x y', a=x: what stands behind the first sign.
+std::size_t CommandScan::userAndPassword(std::size_t from) {
+    const bool quoted = line_.in(from, QUOTE);
+    const std::size_t begin = quoted ? from + 1 : from;
+    const std::size_t end =
+        quoted ? line_.closing(begin, line_.text().substr(from, 1)) : line_.until(begin, BLANK);
+    for (std::size_t place = begin; place < end; ++place) {
+        const char c = line_.at(place);
+        if (c == ':' || c == ',' || c == '%' || c == '=') {
+            const std::size_t last =
+                !quoted && line_.in(end - 1, QUOTE) && end > place + 1 ? end - 1 : end;
+            line_.hide(place + 1, last, secret_rest::WORD);
+            break;
+        }
+    }
+    return quoted && !line_.hasEnd(end) ? end + 1 : end;
+}
+
+// ---- Passwords in places of their own -----------------------------------------------------------
+
+// chpasswd me:x, nmcli ... password x, aws configure set x.secret x, crypto ... pw x, iw ... key
+// 0:x, send "x"
+std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
+    if (hasFlag(HAS_CHPASSWD) && line_.at(to) == ':' && !line_.hasEnd(to + 1)) {
+        return line_.hideWord(to + 1);
+    }
+    const std::size_t next = line_.skip(to, BLANK);
+    if (next == to || line_.hasEnd(next)) {
+        return 0;
+    }
+    unsigned flag = FIRST_KEYWORD;
+    std::string_view before = SECRET_KEYWORDS[0].command;
+    for (const secret_keyword& row : SECRET_KEYWORDS) {
+        flag <<= row.command == before ? 0 : 1;
+        before = row.command;
+        if (hasFlag(flag) && is(from, to, row.word)) {
+            const char kind = line_.at(next);  // of an encryption, as Cisco's commands have it
+            const bool numbered = (kind == '0' || kind == '5' || kind == '7') &&
+                                  line_.in(next + 1, BLANK) &&
+                                  !line_.hasEnd(line_.skip(next + 1, BLANK));
+            return line_.hideWord(numbered ? line_.skip(next + 1, BLANK) : next);
+        }
+    }
+    if (hasFlag(HAS_CRYPTO) && is(from, to, "pw")) {
+        return line_.hideWord(next);
+    }
+    if (hasFlag(HAS_WIRELESS) && is(from, to, "key")) {
+        const std::size_t colon = line_.at(next) == 's' ? next + 1 : line_.skip(next, DIGIT);
+        return colon > next && line_.at(colon) == ':' ? line_.hideWord(next) : 0;
+    }
+    if (hasFlag(HAS_PROMPT) && is(from, to, "send")) {
+        const std::size_t quote = line_.saysExactly(next, "-- ") ? next + 3 : next;
+        return line_.at(quote) == '"' ? line_.hideQuoted(quote) : 0;
+    }
+    if (hasFlag(HAS_AWS) && is(from, to, "set")) {
+        const std::size_t end = line_.until(next, BLANK);
+        const std::string_view name = line_.text().substr(next, end - next);
+        const bool secret = name.find("secret") != NOWHERE || name.find("pass") != NOWHERE ||
+                            name.find("token") != NOWHERE;
+        return secret ? line_.hideWord(line_.skip(end, BLANK)) : 0;
+    }
+    return 0;
+}
+
+// htpasswd -b FILE USER x, rabbitmqctl add_user USER x
+std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
+    for (const secret_argument& row : SECRET_ARGUMENTS) {
+        if (!is(from, to, row.command)) {
+            continue;
+        }
+        std::size_t place = line_.skip(to, BLANK);
+        const std::size_t end = line_.until(place, BLANK);
+        const bool option = row.next[0] == '-';
+        const bool has_letter =
+            option && line_.at(place) == '-' &&
+            line_.text().substr(place, end - place).find(row.next[1]) != NOWHERE;
+        if (!has_letter && !is(place, end, row.next)) {
+            continue;
+        }
+        place = line_.skip(end, BLANK);
+        for (int word = 0; word < row.between; ++word) {
+            place = line_.skip(line_.until(place, BLANK), BLANK);
+        }
+        return line_.hasEnd(place) ? 0 : line_.hideWord(place);
+    }
+    return 0;
+}
+
+// <<<x: three signs, no more, as the marks of conflicts have.
+std::size_t CommandScan::hereString(std::size_t place) {
+    std::size_t end = place;
+    while (line_.at(end) == '<') {
+        ++end;
+    }
+    const std::size_t word = line_.skip(end, BLANK);
+    const bool quoted = place > 0 && line_.in(place - 1, QUOTE);
+    const bool begins = line_.in(end, BLANK | LETTER | DIGIT | QUOTE) || line_.at(end) == '$';
+    if (end - place != 3 || line_.hasEnd(word) || quoted || !begins) {
+        return end;
+    }
+    if (hasFlag(HAS_CHPASSWD)) {
+        return userAndPassword(word);
+    }
+    return line_.hideWord(word);
+}
+
+// sqlplus me/x@db
+std::size_t CommandScan::oracle(std::size_t sign) {
+    if (hasFlag(HAS_ORACLE) && word_from_ > 0 && line_.at(word_from_ - 1) == '/') {
+        line_.hide(word_from_, sign, secret_rest::WORD);
+    }
+    word_from_ = sign + 1;
+    return sign + 1;
+}
+
+// -U me%x, user=me%x
+std::size_t CommandScan::percent(std::size_t sign) {
+    const std::size_t from = user_from_;
+    user_from_ = sign + 1;
+    if (from >= sign || !namesUser(from, sign)) {
+        return sign + 1;
+    }
+    std::size_t end = sign + 1;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ',') {
+        ++end;
+    }
+    line_.hide(sign + 1, end, secret_rest::WORD);
+    return end;
+}
+
+bool CommandScan::namesUser(std::size_t from, std::size_t to) const {
+    const std::string_view word = line_.text().substr(from, to - from);
+    if (word.substr(0, 2) == "-U") {
+        return word.size() > 2;
+    }
+    for (const std::string_view name : {"user=", "username="}) {
+        const std::size_t found = word.find(name);
+        if (found != NOWHERE && found + name.size() < word.size()) {
+            return true;
+        }
+    }
+    std::size_t end = from > 0 && line_.in(from - 1, QUOTE) ? from - 1 : from;
+    for (const std::string_view name : {"user=", "username=", "user ", "username "}) {
+        if (line_.endsWith(0, end, name)) {
+            return true;
+        }
+    }
+    while (end > 0 && line_.in(end - 1, BLANK)) {
+        --end;
+    }
+    return line_.endsWith(0, end, "-u") && line_.at(end - 1) == 'U';
+}
+
+// ---- What lies around commands ------------------------------------------------------------------
+
+// echo me:x | chpasswd: from the echo to the pipe before what reads the password.
+class PipeScan {
+  public:
+    explicit PipeScan(SecretLine& line) : line_(line) {}
+    void run() {
+        for (std::size_t place = 0; place < line_.size(); ++place) {
+            const char c = line_.at(place);
+            if (c == '|') {
+                pipe_ = place;
+            } else if (written_ == NOWHERE && (c == 'e' || c == 'p')) {
+                begin(place);
+            } else if (written_ != NOWHERE && pipe_ != NOWHERE && pipe_ > written_ &&
+                       reads(place)) {
+                hide();
+            }
+        }
+    }
+
+  private:
+    void begin(std::size_t place) {
+        const std::size_t size = line_.saysExactly(place, "echo")     ? 4
+                                 : line_.saysExactly(place, "printf") ? 6
+                                                                      : 0;
+        if (size != 0 && line_.in(place + size, BLANK)) {
+            written_ = line_.skip(place + size, BLANK);
+        }
+    }
+    [[nodiscard]] bool reads(std::size_t place) const {
+        return std::any_of(
+            std::begin(PASSWORD_READERS), std::end(PASSWORD_READERS),
+            [&](std::string_view reader) { return line_.saysExactly(place, reader); });
+    }
+    void hide() {
+        std::size_t end = pipe_;
+        while (end > written_ && line_.in(end - 1, BLANK)) {
+            --end;
+        }
+        line_.hide(written_, end, secret_rest::LINE);
+        written_ = NOWHERE;
+    }
+    SecretLine& line_;
+    std::size_t written_ = NOWHERE;  // where what echo writes begins
+    std::size_t pipe_ = NOWHERE;     // the last pipe
+};
+
+// :ommysql:host,db,user,x
+void markLogSettings(SecretLine& line) {
+    for (const std::string_view name : {":ommysql:", ":ompgsql:"}) {
+        const std::size_t found = line.find(name);
+        if (found == NOWHERE) {
+            continue;
+        }
+        const std::size_t end = line.until(found, BLANK);
+        std::size_t comma = end;
+        while (comma > found && line.at(comma) != ',') {
+            --comma;
+        }
+        if (comma > found) {
+            const std::size_t stop = line.untilByte(comma, ';');
+            line.hide(comma + 1, stop < end ? stop : end, secret_rest::WORD);
+        }
+    }
+}
+
+// stats auth user:x
+void markStatistics(SecretLine& line) {
+    for (std::size_t at = line.find("stats"); at != NOWHERE; at = line.find("stats", at + 5)) {
+        const std::size_t auth = line.skip(at + 5, BLANK);
+        const std::size_t user = line.skip(auth + 4, BLANK);
+        if (auth == at + 5 || !line.saysExactly(auth, "auth") || user == auth + 4) {
+            continue;
+        }
+        const std::size_t end = line.until(user, BLANK | SEPARATOR);
+        if (end > user && line.at(end) == ':') {
+            line.hideToEnd(end + 1);
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+void markCommands(SecretLine& line) {
+    if (line.hasEnd(line.until(0, BLANK))) {
+        return;
+    }
+    CommandScan(line).run();
+    if (line.find("|") != NOWHERE) {
+        PipeScan(line).run();
+    }
+    if (line.find("sql:") != NOWHERE) {
+        markLogSettings(line);
+    }
+    markStatistics(line);
+}

@@ -1,0 +1,217 @@
+// Private keys. One ends at its end line, or at the first line that is neither Base64 nor one of
+// the headers that encrypted keys have: a line that only mentions a key hides nothing of what
+// follows.
+#include <algorithm>
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+// So many characters of Base64 in one piece are no word of a sentence.
+constexpr std::size_t SURE = 32;
+
+// Where the line that begins a key stands in a line, and ends; from is NOWHERE when there is none.
+struct Marker {
+    std::size_t from = NOWHERE;
+    std::size_t to = 0;
+};
+
+// Where the words end, behind capitals, digits and blanks only; 0 when they do not stand there.
+std::size_t behindTitle(const SecretLine& line, std::size_t from) {
+    std::size_t end = from;
+    bool has_key = false;
+    while ((line.at(end) >= 'A' && line.at(end) <= 'Z') || line.in(end, DIGIT) ||
+           line.at(end) == ' ') {
+        has_key = has_key || line.saysExactly(end, "PRIVATE KEY");
+        ++end;
+    }
+    return has_key ? end : 0;
+}
+
+// The end of a title of a key or of its end line, with the dashes behind it.
+std::size_t titleEnd(const SecretLine& line, std::size_t from) {
+    std::size_t end = behindTitle(line, from);
+    if (end == 0 && line.saysExactly(from, "OpenVPN ")) {
+        end = line.untilByte(from, '-');
+    }
+    while (end != 0 && line.at(end) == '-') {
+        ++end;
+    }
+    return end;
+}
+
+// How many dashes stand in front of a place, behind which one blank may be.
+std::size_t dashesBefore(const SecretLine& line, std::size_t place, std::size_t* from) {
+    const std::size_t end = place > 0 && line.at(place - 1) == ' ' ? place - 1 : place;
+    *from = end;
+    while (*from > 0 && line.at(*from - 1) == '-') {
+        --*from;
+    }
+    return end - *from;
+}
+
+// The next line of dashes and this word, "BEGIN " or "END ", that belongs to a private key.
+Marker findMarker(const SecretLine& line, std::size_t from, std::string_view word) {
+    for (std::size_t at = line.find(word, from); at != NOWHERE; at = line.find(word, at + 1)) {
+        std::size_t dashes = 0;
+        if (dashesBefore(line, at, &dashes) >= 4) {
+            if (const std::size_t end = titleEnd(line, at + word.size()); end != 0) {
+                return {dashes, end};
+            }
+        }
+    }
+    return {};
+}
+
+bool hasWords(const SecretLine& line, std::size_t from, std::size_t to) {
+    while (from < to && !line.in(from, LETTER | DIGIT)) {
+        ++from;
+    }
+    return from < to;
+}
+
+// The end of the key that stands behind a marker in the same line, its end line not being there.
+// What follows is part of it as far as it looks like it.
+std::size_t keyEnd(SecretLine& line, std::size_t from) {
+    if (line.at(from) == '\\') {  // the lines of the key, with their line feeds escaped
+        return line.until(from, QUOTE);
+    }
+    std::size_t end = line.skip(from, BASE64);
+    for (bool again = true; again;) {
+        const std::size_t word = line.skip(end, BLANK);
+        const std::size_t next = line.skip(word, BASE64);
+        again = next - word >= SURE;
+        line.state().key_seen = line.state().key_seen || again;
+        end = again ? next : end;
+    }
+    return end;
+}
+
+// A line without what programs put around it: blanks, marks of quotations and comments; or what it
+// has in quotes. An escaped line feed at the end is left out.
+struct Stretch {
+    std::size_t from;
+    std::size_t to;
+};
+Stretch withoutMarks(const SecretLine& line) {
+    Stretch stretch{0, line.size()};
+    constexpr std::string_view BEFORE = " \t>#|*";
+    constexpr std::string_view BEHIND = " \t\r\"',;\\";
+    while (BEFORE.find(line.at(stretch.from)) != NOWHERE) {
+        ++stretch.from;
+    }
+    if (line.in(stretch.from, QUOTE)) {
+        stretch.to = line.closing(stretch.from + 1, line.text().substr(stretch.from, 1));
+        ++stretch.from;
+    }
+    while (stretch.to > stretch.from) {
+        const char last = line.at(stretch.to - 1);
+        if (stretch.to > stretch.from + 1 && last == 'n' && line.at(stretch.to - 2) == '\\') {
+            stretch.to -= 2;
+        } else if (BEHIND.find(last) != NOWHERE) {
+            --stretch.to;
+        } else {
+            break;
+        }
+    }
+    return stretch;
+}
+
+// Whether so much Base64 stands in one piece anywhere in the line that this is no sentence.
+bool hasSurePiece(const SecretLine& line) {
+    for (std::size_t place = 0; place < line.size(); ++place) {
+        const std::size_t end = line.skip(place, BASE64);
+        if (end - place >= SURE) {
+            return true;
+        }
+        place = end;
+    }
+    return false;
+}
+
+bool isHeader(const SecretLine& line, std::size_t from) {
+    return std::any_of(std::begin(KEY_HEADERS), std::end(KEY_HEADERS),
+                       [&](std::string_view header) { return line.saysExactly(from, header); });
+}
+
+// A header of an encrypted key, and the empty line behind the headers, where each line of the key
+// has something in front, as lines of logs have.
+bool isPrefixedHeader(const SecretLine& line, const Stretch& stretch) {
+    const secret_state& state = line.state();
+    return state.key_column > 0 && (isHeader(line, state.key_column) ||
+                                    (state.key_headers && stretch.to <= state.key_column));
+}
+
+// Whether a line that is not empty belongs to the key. What is too short to be sure of does so
+// behind other lines of the key, or where the key began in a line of its own.
+bool isKeyText(const SecretLine& line, const Stretch& stretch) {
+    secret_state& state = line.state();
+    std::size_t word = stretch.to;
+    while (word > stretch.from && line.in(word - 1, BASE64)) {
+        --word;
+    }
+    const bool was_sure = state.key_seen;
+    if (hasSurePiece(line)) {
+        state.key_seen = true;
+        return true;
+    }
+    const bool whole = word == stretch.from;
+    const bool follows = state.key_blank_lines == 0 || state.key_headers;
+    const bool in_column = state.key_column != 0 && word == state.key_column && word < stretch.to;
+    return follows && ((whole && (was_sure || state.key_alone)) || (in_column && was_sure));
+}
+
+}  // namespace
+
+bool markKeys(SecretLine& line) {
+    secret_state& state = line.state();
+    bool goes_on = false;
+    bool may_end = true;
+    for (std::size_t place = 0;;) {
+        const Marker begin = findMarker(line, place, "BEGIN ");
+        if (begin.from == NOWHERE) {
+            return goes_on;
+        }
+        state.key_seen = state.key_headers = false;
+        const Marker end = may_end ? findMarker(line, begin.to, "END ") : Marker{};
+        may_end = end.from != NOWHERE;
+        place = may_end ? end.to : keyEnd(line, begin.to);
+        line.hide(begin.from, place, may_end ? secret_rest::NOTHING : secret_rest::WORD);
+        goes_on = !may_end;
+        state.key_alone = !hasWords(line, 0, begin.from) && !hasWords(line, begin.to, line.size());
+        state.key_column = begin.from;
+        state.key_blank_lines = 0;
+    }
+}
+
+bool continuesKey(const SecretLine& line) {
+    secret_state& state = line.state();
+    const Stretch stretch = withoutMarks(line);
+    if (stretch.from == stretch.to) {
+        const bool may_follow = state.key_blank_lines < 2;
+        state.key_blank_lines += may_follow ? 1 : 0;
+        return may_follow;
+    }
+    if (isKeyText(line, stretch)) {
+        state.key_blank_lines = 0;
+        return true;
+    }
+    const bool header = !state.key_seen && ((state.key_alone && isHeader(line, stretch.from)) ||
+                                            isPrefixedHeader(line, stretch));
+    state.key_headers = state.key_headers || header;
+    return header;
+}
+
+std::size_t behindKeyEnd(const SecretLine& line) {
+    std::size_t end = findMarker(line, 0, "END ").to;
+    const std::size_t dashes = line.find("-----END");
+    if (end == 0 && dashes != NOWHERE) {
+        end = line.untilByte(dashes + 8, '-');
+        while (line.at(end) == '-') {
+            ++end;
+        }
+    }
+    return end == 0 ? NOWHERE : hasWords(line, end, line.size()) ? end : line.size();
+}

@@ -1,0 +1,227 @@
+// One line on its way through the rules: its text, and which of its bytes are hidden. Shared by the
+// units of the engine, and by nothing else.
+#ifndef QUENDIL_TOOL_IGSECRETLINE_H
+#define QUENDIL_TOOL_IGSECRETLINE_H
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "tool/IGSecret.h"
+
+inline constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);
+
+/// Sets of bytes.
+enum byte_set : std::uint16_t {
+    BLANK = 1,           ///< blank, tab
+    DIGIT = 2,           ///< 0 to 9
+    LETTER = 4,          ///< A to Z, a to z
+    NAME = 8,            ///< what names are made of: letters, digits, "_", ".", "-"
+    QUOTE = 16,          ///< " and '
+    BASE64 = 32,         ///< letters, digits, "+", "/", "="
+    VALUE_END = 64,      ///< what ends a value in the middle of a line
+    ADDRESS_END = 128,   ///< what ends an address
+    KEY = 256,           ///< letters, digits, "_", "-"
+    HASH = 512,          ///< what hashes of passwords are made of
+    SEPARATOR = 1024,    ///< : and =
+    HEXADECIMAL = 2048,  ///< 0 to 9, A to F
+};
+
+constexpr std::array<std::uint16_t, 256> makeByteSets() {
+    std::array<std::uint16_t, 256> sets{};
+    const auto add = [&sets](std::string_view bytes, unsigned set) {
+        for (const char c : bytes) {
+            auto& of = sets[static_cast<unsigned char>(c)];
+            of = static_cast<std::uint16_t>(of | set);
+        }
+    };
+    add("0123456789", DIGIT | NAME | BASE64 | KEY | HASH | HEXADECIMAL);
+    add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz",
+        LETTER | NAME | BASE64 | KEY | HASH);
+    add("ABCDEF", HEXADECIMAL);
+    add("_.-", NAME);
+    add("_-", KEY);
+    add(" \t", BLANK | VALUE_END | ADDRESS_END);
+    add("\"'", QUOTE | VALUE_END | ADDRESS_END);
+    add("&<", VALUE_END);
+    add("<>", ADDRESS_END);
+    add("+/=", BASE64);
+    add("./$=,+", HASH);
+    add(":=", SEPARATOR);
+    return sets;
+}
+inline constexpr std::array<std::uint16_t, 256> BYTE_SETS = makeByteSets();
+
+/// Whether a byte is in one of the sets.
+constexpr bool isIn(char c, unsigned sets) {
+    return (BYTE_SETS[static_cast<unsigned char>(c)] & sets) != 0;
+}
+constexpr char lowered(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// A line, or a part of a very long one. Places are offsets; any place may be asked for: behind the
+/// end stands a line feed, which no line holds.
+class SecretLine {
+  public:
+    SecretLine(const secret_part& part, secret_state* state)
+        : text_(part.text),
+          hidden_(part.hidden),
+          starts_(part.starts),
+          ends_(part.ends),
+          state_(state) {}
+
+    [[nodiscard]] std::size_t size() const { return text_.size(); }
+    [[nodiscard]] std::string_view text() const { return text_; }
+    [[nodiscard]] bool starts() const { return starts_; }
+    [[nodiscard]] bool ends() const { return ends_; }
+    [[nodiscard]] secret_state& state() const { return *state_; }
+    [[nodiscard]] char at(std::size_t place) const {
+        return place < text_.size() ? text_[place] : '\n';
+    }
+    [[nodiscard]] bool in(std::size_t place, unsigned sets) const { return isIn(at(place), sets); }
+    [[nodiscard]] bool hasEnd(std::size_t place) const { return place >= text_.size(); }
+
+    /// The first place from there on that is not in the sets.
+    [[nodiscard]] std::size_t skip(std::size_t from, unsigned sets) const {
+        while (in(from, sets)) {
+            ++from;
+        }
+        return from;
+    }
+    /// The place behind one byte of the sets, or the same where none stands.
+    [[nodiscard]] std::size_t skipOne(std::size_t place, unsigned sets) const {
+        return in(place, sets) ? place + 1 : place;
+    }
+    [[nodiscard]] std::size_t skipByte(std::size_t place, char c) const {
+        return at(place) == c ? place + 1 : place;
+    }
+    /// The first place from there on that is in the sets, or the end.
+    [[nodiscard]] std::size_t until(std::size_t from, unsigned sets) const {
+        while (from < text_.size() && !isIn(text_[from], sets)) {
+            ++from;
+        }
+        return from;
+    }
+    /// The first place from there on that holds the byte, or the end.
+    [[nodiscard]] std::size_t untilByte(std::size_t from, char c) const {
+        const void* found =
+            from < size() ? std::memchr(text_.data() + from, c, size() - from) : nullptr;
+        return found == nullptr
+                   ? size()
+                   : static_cast<std::size_t>(static_cast<const char*>(found) - text_.data());
+    }
+    /// Where the words stand next, or NOWHERE.
+    [[nodiscard]] std::size_t find(std::string_view words, std::size_t from = 0) const {
+        return text_.find(words, from);
+    }
+    /// Whether these words, given in small letters, stand there in letters of any size.
+    [[nodiscard]] bool says(std::size_t place, std::string_view words) const {
+        std::size_t i = 0;
+        while (i < words.size() && lowered(at(place + i)) == words[i]) {
+            ++i;
+        }
+        return i == words.size();
+    }
+    /// Whether exactly these bytes stand there.
+    [[nodiscard]] bool saysExactly(std::size_t place, std::string_view words) const {
+        std::size_t i = 0;
+        while (i < words.size() && at(place + i) == words[i]) {
+            ++i;
+        }
+        return i == words.size();
+    }
+    [[nodiscard]] bool endsWith(std::size_t from, std::size_t to, std::string_view words) const {
+        return to - from >= words.size() && says(to - words.size(), words);
+    }
+    /// Whether a stretch is one of the words of a table, in letters of any size.
+    template <std::size_t N>
+    [[nodiscard]] bool isOneOf(std::size_t from, std::size_t to,
+                               const std::string_view (&words)[N]) const {
+        return std::any_of(words, words + N, [&](std::string_view word) {
+            return word.size() == to - from && says(from, word);
+        });
+    }
+
+    /// Hides a stretch. Of a line that goes on in another part, `rest` says what hides there too.
+    void hide(std::size_t from, std::size_t to, secret_rest rest) {
+        if (from >= to || from >= size()) {
+            return;
+        }
+        std::memset(hidden_ + from, 1, to - from);
+        if (to == size() && !ends_ && rest > state_->rest) {
+            state_->rest = rest;
+        }
+    }
+    void hideToEnd(std::size_t from) { hide(from, size(), secret_rest::LINE); }
+
+    /// The place of the quote that closes what begins at `from`: it has no backslash before it and
+    /// no quote behind it. The end of the line when there is none. A quote of two bytes is an
+    /// escaped one.
+    [[nodiscard]] std::size_t closing(std::size_t from, std::string_view quote) const;
+    /// Hides what a quote at that place opens.
+    /// @return the place behind the closing quote, or the end of the line
+    std::size_t hideQuoted(std::size_t quote);
+    /// Hides one word, quoted or not.
+    /// @return the place behind it
+    std::size_t hideWord(std::size_t from);
+
+  private:
+    std::string_view text_;
+    unsigned char* hidden_;
+    bool starts_;
+    bool ends_;
+    secret_state* state_;
+};
+
+/// The pairs of letters that the words of a table begin with: most places of a line begin none.
+class PairFilter {
+  public:
+    constexpr void add(char first, char second) {
+        const unsigned pair = pairOf(first, second);
+        bits_[pair / 64] |= std::uint64_t{1} << pair % 64;
+    }
+    constexpr void addInAnySize(char first, char second) {
+        for (const char one : {first, raised(first)}) {
+            add(one, second);
+            add(one, raised(second));
+        }
+    }
+    [[nodiscard]] constexpr bool has(char first, char second) const {
+        const unsigned pair = pairOf(first, second);
+        return (bits_[pair / 64] >> pair % 64 & 1) != 0;
+    }
+
+  private:
+    static constexpr unsigned pairOf(char first, char second) {
+        return static_cast<unsigned>(static_cast<unsigned char>(first)) << 8 |
+               static_cast<unsigned char>(second);
+    }
+    static constexpr char raised(char c) {
+        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    std::array<std::uint64_t, 1024> bits_{};
+};
+
+/// What is named like a secret: password = x, "token": "x", <secret>x</secret>, --password x.
+void markNames(SecretLine& line);
+/// Passwords in command lines, and in settings that look like them.
+void markCommands(SecretLine& line);
+/// Passwords of addresses: user:x@host.
+void markAddresses(SecretLine& line);
+/// Lines of known files, in which the place of a field makes it a secret.
+void markFields(SecretLine& line);
+/// Values that betray themselves: hashes of passwords, the keys of well known services.
+void markShapes(SecretLine& line);
+/// Private keys in this line.
+/// @return whether the last one may go on in the next lines
+bool markKeys(SecretLine& line);
+/// Whether this line goes on with the private key of the lines before.
+bool continuesKey(const SecretLine& line);
+/// Where the end line of a key ends: what stands behind it is no part of the key.
+/// @return the end of the line where no words do, NOWHERE for any other line
+std::size_t behindKeyEnd(const SecretLine& line);
+
+#endif

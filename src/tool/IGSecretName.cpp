@@ -1,0 +1,774 @@
+#include <algorithm>
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+constexpr PairFilter makeWordFilter() {
+    PairFilter filter;
+    for (const std::string_view word : SECRET_WORDS) {
+        filter.addInAnySize(word[0], word[1]);
+    }
+    return filter;
+}
+constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+
+// Where a word of the table that begins there ends; 0 when it does not stand there.
+std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
+    std::size_t place = from;
+    for (const char c : word) {
+        if (c == '~') {
+            const char here = line.at(place);
+            place += here == '-' || here == '_' || here == '.' ? 1 : 0;
+        } else if (lowered(line.at(place)) == c) {
+            ++place;
+        } else {
+            return 0;
+        }
+    }
+    return place;
+}
+
+// A stretch of a line that is a secret word; `from` is NOWHERE when there is none.
+struct Word {
+    std::size_t from = NOWHERE;
+    std::size_t to = 0;
+};
+
+// The secret word that begins there.
+Word wordAt(const SecretLine& line, std::size_t from) {
+    if (WORD_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
+        for (const std::string_view word : SECRET_WORDS) {
+            if (const std::size_t to = matchWord(line, from, word); to != 0) {
+                return {from, to};
+            }
+        }
+    }
+    return {};
+}
+
+// The last secret word of a stretch.
+Word lastWord(const SecretLine& line, std::size_t from, std::size_t to) {
+    Word last;
+    for (std::size_t place = from; place < to; ++place) {
+        if (const Word found = wordAt(line, place); found.from != NOWHERE && found.to <= to) {
+            last = found;
+        }
+    }
+    return last;
+}
+
+// A word of a line as far as letters, digits, "_", "." and "-" go, and why it names a secret.
+struct Name {
+    std::size_t from;
+    std::size_t to;
+    Word word;                         // the last secret word in it
+    bool is_short = false;             // one of its parts is a short word
+    bool is_pin = false;               // and that one is "pin"
+    std::size_t short_from = NOWHERE;  // where a short word begins that ends it
+    bool ends_in_pass = false;         // it ends with "pass" and digits, and is more than that
+    bool signs = false;                // a signature in an address
+    [[nodiscard]] bool isSecret() const {
+        return word.from != NOWHERE || is_short || ends_in_pass || signs;
+    }
+};
+
+std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t to) {
+    while (to > from && line.in(to - 1, DIGIT)) {
+        --to;
+    }
+    return to;
+}
+
+// Which short word a part of a name is.
+const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::size_t end = withoutDigits(line, from, to);
+    for (const secret_short& one : SECRET_SHORTS) {
+        const std::size_t last = one.numbered ? end : to;
+        if (last - from == one.word.size() && line.says(from, one.word)) {
+            return &one;
+        }
+    }
+    return nullptr;
+}
+
+void readShortWords(const SecretLine& line, Name* name) {
+    std::size_t before = name->from;  // the part before
+    for (std::size_t from = name->from; from < name->to;) {
+        const std::size_t to = line.skip(from, LETTER | DIGIT);
+        const secret_short* found = shortWord(line, from, to);
+        const bool auth = to - from == 4 && from > name->from && line.at(from - 1) == '_' &&
+                          line.says(from, "auth");
+        if (found != nullptr || auth) {
+            name->is_short = true;
+            name->is_pin = name->is_pin || (found != nullptr && found->word == "pin");
+            name->short_from = to != name->to ? NOWHERE : auth ? before : from;
+        }
+        before = from;
+        from = to + 1;
+    }
+}
+
+bool hasEnding(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::size_t end = withoutDigits(line, from, to);
+    return std::any_of(std::begin(SECRET_ENDINGS), std::end(SECRET_ENDINGS), [&](const auto& one) {
+        const std::size_t last = one.numbered ? end : to;
+        return last > from + one.word.size() && line.endsWith(from, last, one.word) &&
+               line.in(last - one.word.size() - 1, LETTER | DIGIT);
+    });
+}
+
+bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (from == 0) {
+        return false;
+    }
+    const char before = line.at(from - 1);
+    return (before == '?' || before == '&' || before == ';') &&
+           line.isOneOf(from, to, SECRET_SIGNATURES);
+}
+
+Name readName(const SecretLine& line, std::size_t from, std::size_t to) {
+    Name name{from, to, lastWord(line, from, to)};
+    readShortWords(line, &name);
+    name.ends_in_pass = hasEnding(line, from, to);
+    name.signs = signsAddress(line, from, to);
+    return name;
+}
+
+bool isHarmless(const SecretLine& line, const Name& name) {
+    return std::any_of(
+        std::begin(HARMLESS_ENDINGS), std::end(HARMLESS_ENDINGS),
+        [&](std::string_view ending) { return line.endsWith(name.from, name.to, ending); });
+}
+
+// The keys that disks have for senses and reservations are the heart of many a report.
+bool isDiskKey(const SecretLine& line, const Name& name) {
+    if (!line.endsWith(name.from, name.to, "key")) {
+        return false;
+    }
+    std::size_t before = name.to - 3;
+    if (before > 0 &&
+        (line.at(before - 1) == ' ' || line.at(before - 1) == '_' || line.at(before - 1) == '-')) {
+        --before;
+    }
+    return line.endsWith(0, before, "sense") || line.endsWith(0, before, "reservation");
+}
+
+bool isPlain(const SecretLine& line, std::size_t from, std::size_t to) {
+    return (to == from + 1 && line.in(from, DIGIT)) || line.isOneOf(from, to, PLAIN_VALUES);
+}
+
+// What may stand behind a value without a blank between.
+constexpr std::string_view VALUE_SIGNS = ",;)]}";
+
+// A number of characters of a set that stand at the end of a stretch do not belong to it.
+std::size_t withoutEnd(const SecretLine& line, std::size_t from, std::size_t to,
+                       std::string_view bytes) {
+    while (to > from && bytes.find(line.at(to - 1)) != std::string_view::npos) {
+        --to;
+    }
+    return to;
+}
+
+// A stretch up to a quote or the end of the line. What looks ahead in it does so once.
+struct Region {
+    std::size_t from = NOWHERE;
+    std::size_t to = 0;
+    Word word;                    // the last secret word in it
+    bool divided = false;         // ":" or "=" stands behind that word
+    std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
+    bool value_sought = false;
+    std::size_t element = NOWHERE;  // the text of an element: <entry key="password">x
+    bool element_sought = false;
+};
+
+// Goes through a line once. A step takes the place where something begins, hides what is secret
+// there and returns the place where to go on, or 0 when it found nothing of its kind.
+class NameScan {
+  public:
+    explicit NameScan(SecretLine& line) : line_(line) {
+        const std::size_t marks = skipBytes(0, " \t#;");
+        start_ = skipBytes(behindKeyword(marks), " \t");
+        const std::size_t signs = skipBytes(skipBytes(skipBytes(0, " \t"), "#;$"), " \t");
+        directive_ = line.says(signs, "- ") ? signs : skipBytes(behindKeyword(signs), " \t");
+    }
+    void run();
+
+  private:
+    [[nodiscard]] std::size_t skipBytes(std::size_t from, std::string_view bytes) const;
+    [[nodiscard]] std::size_t behindKeyword(std::size_t from) const;
+    std::size_t atName(std::size_t from, std::size_t to);
+    std::size_t atOther(std::size_t place);
+    std::size_t atSecret(const Name& name);
+
+    Region& regionAt(std::size_t place);
+    std::size_t attribute(const Name& name);
+    [[nodiscard]] std::size_t elementBehind(std::size_t quote) const;
+    std::size_t valueBehind(std::size_t quote);
+    std::size_t element(std::size_t text);
+
+    std::size_t identified(std::size_t to);
+    std::size_t define(std::size_t to);
+    std::size_t netrc(const Name& name);
+    [[nodiscard]] bool isNetrc();
+    std::size_t directive(const Name& name);
+    std::size_t assigned(const Name& name);
+    [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
+    std::size_t option(const Name& name);
+    [[nodiscard]] bool takesNextWord(const Name& name) const;
+    [[nodiscard]] std::size_t saidOf(const Name& name) const;
+    [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const;
+    [[nodiscard]] bool isOrdinary(const Name& name, std::size_t from) const;
+    std::size_t sentence(const Name& name);
+
+    std::size_t value(std::size_t from, const Name& name, bool at_start);
+    bool opensLines(std::size_t from);
+    std::size_t quotedValue(std::size_t from, bool at_start);
+    std::size_t bareValue(std::size_t from, const Name& name, bool at_start);
+    std::size_t authorization(std::size_t from);
+
+    SecretLine& line_;
+    std::size_t start_ = 0;      // where a name would be the first thing of the line
+    std::size_t directive_ = 0;  // where one would be a directive
+    Region region_;
+    enum class Tag { NONE, NAME, INSIDE } tag_ = Tag::NONE;
+    bool secret_element_ = false;        // the tag that is open names a secret
+    std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
+    enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
+};
+
+std::size_t NameScan::skipBytes(std::size_t from, std::string_view bytes) const {
+    while (bytes.find(line_.at(from)) != std::string_view::npos) {
+        ++from;
+    }
+    return from;
+}
+
+std::size_t NameScan::behindKeyword(std::size_t from) const {
+    for (const std::string_view keyword : {"export ", "set ", "- "}) {
+        if (line_.says(from, keyword)) {
+            return from + keyword.size();
+        }
+    }
+    return from;
+}
+
+void NameScan::run() {
+    for (std::size_t place = 0; place < line_.size();) {
+        if (line_.in(place, NAME)) {
+            place = atName(place, line_.skip(place, NAME));
+        } else {
+            place = atOther(place);
+        }
+    }
+    if (secret_element_ && tag_ == Tag::NONE && line_.ends() && line_.starts() &&
+        line_.at(line_.skip(0, BLANK)) == '<') {
+        line_.state().open_until = "</";
+        line_.state().open_lines = 50;
+    }
+}
+
+std::size_t NameScan::atOther(std::size_t place) {
+    const char c = line_.at(place);
+    if (c == '<') {
+        tag_ = Tag::NAME;
+        secret_element_ = false;
+    } else if (c == '>' && tag_ != Tag::NONE) {
+        tag_ = Tag::NONE;
+        secret_element_ = secret_element_ && line_.at(place - 1) != '/';
+        return secret_element_ ? element(line_.skip(place + 1, BLANK)) : place + 1;
+    } else if (tag_ == Tag::NAME && c != ':') {
+        tag_ = Tag::INSIDE;
+    }
+    return place + 1;
+}
+
+// The text of an element, up to the next tag. One that stands in the next lines is left to them.
+std::size_t NameScan::element(std::size_t text) {
+    if (line_.hasEnd(text)) {
+        return text;
+    }
+    secret_element_ = false;
+    const std::size_t end = line_.untilByte(text, '<');
+    if (!isPlain(line_, text, end)) {
+        line_.hide(text, end, secret_rest::ELEMENT);
+    }
+    return end;
+}
+
+std::size_t NameScan::atName(std::size_t from, std::size_t to) {
+    const Name name = readName(line_, from, to);
+    const bool secret = name.isSecret();
+    const bool after_password = password_to_ != NOWHERE && line_.skip(password_to_, BLANK) == from;
+    password_to_ =
+        name.word.from != NOWHERE && line_.says(name.word.from, "password") ? to : NOWHERE;
+    if (tag_ == Tag::NAME && name.word.from != NOWHERE && !isHarmless(line_, name)) {
+        secret_element_ = true;
+    }
+    if (const std::size_t next = attribute(name); next != 0) {
+        return next;
+    }
+    if (!secret) {
+        const std::size_t next = to - from == 10 && line_.says(from, "identified") ? identified(to)
+                                 : to - from == 6 && line_.says(from, "define")    ? define(to)
+                                                                                   : 0;
+        return next != 0 ? next : to;
+    }
+    if (to - from == 8 && line_.says(from, "password") && line_.in(to, BLANK) && from > 0 &&
+        line_.in(from - 1, BLANK) && (after_password || isNetrc())) {
+        return netrc(name);
+    }
+    const std::size_t next = atSecret(name);
+    return next != 0 ? next : to;
+}
+
+std::size_t NameScan::atSecret(const Name& name) {
+    if (const std::size_t next = directive(name); next != 0) {
+        return next;
+    }
+    if (const std::size_t next = assigned(name); next != 0) {
+        return next;
+    }
+    return isHarmless(line_, name) || isDiskKey(line_, name) ? 0 : option(name);
+}
+
+// ---- Pairs of a name and a value ----------------------------------------------------------------
+
+Region& NameScan::regionAt(std::size_t place) {
+    if (region_.from > place || region_.to < place) {
+        region_ = Region{};
+        region_.from = place;
+        region_.to = line_.until(place, QUOTE);
+        region_.word = lastWord(line_, place, region_.to);
+        if (region_.word.from != NOWHERE) {
+            region_.divided = line_.until(region_.word.to, SEPARATOR) < region_.to;
+        }
+    }
+    return region_;
+}
+
+// name="password" value="x", "key": "password", "value": "x", <entry key="password">x</entry>, and
+// name: password, with the value in the next line.
+std::size_t NameScan::attribute(const Name& name) {
+    const bool id = line_.endsWith(name.from, name.to, "id");
+    const std::size_t size = id ? 2 : line_.endsWith(name.from, name.to, "key") ? 3 : 4;
+    if ((size == 4 && !line_.endsWith(name.from, name.to, "name")) ||
+        (name.to - size > name.from && line_.in(name.to - size - 1, LETTER | DIGIT))) {
+        return 0;
+    }
+    std::size_t place = line_.skip(line_.skipOne(name.to, QUOTE), BLANK);
+    if (!line_.in(place, SEPARATOR)) {
+        return 0;
+    }
+    place = line_.skip(place + 1, BLANK);
+    place = line_.skipOne(place, QUOTE);
+    Region& region = regionAt(place);
+    if (region.word.from == NOWHERE || region.word.from < place) {
+        return 0;
+    }
+    if (tag_ != Tag::NONE && line_.at(name.to) == '=' && line_.in(name.to + 1, QUOTE) &&
+        !region.element_sought) {
+        region.element_sought = true;
+        region.element = elementBehind(region.to);
+        if (region.element != NOWHERE) {
+            tag_ = Tag::NONE;
+            return element(region.element);
+        }
+    }
+    return id || region.divided ? 0 : valueBehind(region.to);
+}
+
+// The text of an element whose tag has only plain words behind this quote; NOWHERE when it has
+// none.
+std::size_t NameScan::elementBehind(std::size_t quote) const {
+    for (std::size_t place = quote + 1; place < line_.size(); ++place) {
+        const char c = line_.at(place);
+        if (c == '>') {
+            place = line_.skip(place + 1, BLANK);
+            return line_.at(place) == '<' || line_.hasEnd(place) ? NOWHERE : place;
+        }
+        if (c == '<' || c == '=') {
+            break;
+        }
+    }
+    return NOWHERE;
+}
+
+std::size_t NameScan::valueBehind(std::size_t quote) {
+    if (!region_.value_sought) {
+        region_.value_sought = true;
+        std::size_t place = quote + 1;
+        place = line_.skipByte(place, ',');
+        place = line_.skip(place, BLANK);
+        if (line_.hasEnd(place)) {
+            line_.state().after_name = line_.ends();
+            return 0;
+        }
+        place = line_.skipOne(place, QUOTE);
+        if (line_.says(place, "value")) {
+            place = line_.skipOne(place + 5, QUOTE);
+            place = line_.skip(place, BLANK);
+            if (line_.in(place, SEPARATOR)) {
+                place = line_.skip(place + 1, BLANK);
+                region_.value = line_.in(place, QUOTE) ? place : NOWHERE;
+            }
+        }
+    }
+    return region_.value != NOWHERE ? quotedValue(region_.value, false) : 0;
+}
+
+// ---- What stands in front of a quoted value -----------------------------------------------------
+
+// IDENTIFIED BY 'x', IDENTIFIED BY PASSWORD 'x'
+std::size_t NameScan::identified(std::size_t to) {
+    const std::size_t by = line_.skip(to, BLANK);
+    if (by == to || !line_.says(by, "by") || !line_.in(by + 2, BLANK)) {
+        return 0;
+    }
+    std::size_t place = line_.skip(by + 2, BLANK);
+    if (line_.says(place, "password") && line_.in(place + 8, BLANK)) {
+        place = line_.skip(place + 8, BLANK);
+    }
+    return line_.in(place, QUOTE) ? quotedValue(place, false) : 0;
+}
+
+// define('DB_PASSWORD', 'x')
+std::size_t NameScan::define(std::size_t to) {
+    if (line_.at(to) != '(') {
+        return 0;
+    }
+    std::size_t place = line_.skip(to + 1, BLANK);
+    if (!line_.in(place, QUOTE)) {
+        return 0;
+    }
+    const std::size_t end = line_.skip(place + 1, NAME);
+    const Name name = readName(line_, place + 1, end);
+    if (!name.isSecret() || isHarmless(line_, name) || !line_.in(end, QUOTE) ||
+        line_.at(end + 1) != ',') {
+        return 0;
+    }
+    place = line_.skip(end + 2, BLANK);
+    return line_.in(place, QUOTE) ? quotedValue(place, false) : 0;
+}
+
+// ---- Directives ---------------------------------------------------------------------------------
+
+bool NameScan::isNetrc() {
+    if (netrc_ == Known::NOT) {
+        netrc_ =
+            line_.starts() && line_.says(line_.skip(0, BLANK), "machine") ? Known::YES : Known::NO;
+        for (std::size_t at = line_.find("login"); at != NOWHERE;
+             at = line_.find("login", at + 5)) {
+            if (at > 0 && line_.in(at - 1, BLANK) && line_.in(at + 5, BLANK)) {
+                netrc_ = Known::YES;
+            }
+        }
+    }
+    return netrc_ == Known::YES;
+}
+
+// machine h login me password x, and passwd/root-password password x: a password may hold blanks.
+std::size_t NameScan::netrc(const Name& name) {
+    line_.hideToEnd(line_.skip(name.to, BLANK));
+    return line_.size();
+}
+
+// "rocommunity x" at the beginning of a line: whatever follows the name. In a sentence, what
+// follows "the password is".
+std::size_t NameScan::directive(const Name& name) {
+    const std::size_t rest = line_.skip(name.to, BLANK);
+    if (!line_.starts() || name.from != directive_ || rest == name.to || line_.hasEnd(rest) ||
+        line_.in(rest, SEPARATOR) || isHarmless(line_, name)) {
+        return 0;
+    }
+    const bool valued = line_.text().substr(name.from, name.to - name.from).find("auth_pass") !=
+                        std::string_view::npos;
+    if ((name.word.from == NOWHERE && !valued) || isPlain(line_, rest, line_.size())) {
+        return 0;
+    }
+    for (const std::string_view control : PAM_CONTROLS) {
+        if (name.from == 0 && line_.endsWith(0, name.to, "password") && name.to <= 9 &&
+            line_.says(rest, control)) {
+            return name.to;
+        }
+    }
+    if (const std::size_t said = saidOf(name); said != 0 && isOrdinary(name, said)) {
+        return said;
+    }
+    std::size_t end = line_.size();
+    if (line_.ends() && line_.at(end - 1) == '\\' && line_.in(end - 2, BLANK)) {
+        line_.state().next_word = true;
+        end = withoutEnd(line_, rest, end - 1, " \t");
+    }
+    line_.hide(rest, end, secret_rest::LINE);
+    return line_.size();
+}
+
+// ---- Assignments --------------------------------------------------------------------------------
+
+// password = x, "password": x, password for me: x
+std::size_t NameScan::assigned(const Name& name) {
+    const std::size_t from = behindSeparator(name.to);
+    if (from == NOWHERE) {
+        return 0;
+    }
+    if (isHarmless(line_, name) || isDiskKey(line_, name)) {
+        return from;
+    }
+    const bool at_start =
+        line_.starts() && line_.at(name.from) != '-' && name.from == line_.skipByte(start_, '$');
+    if (opensLines(from)) {
+        return line_.size();
+    }
+    return value(from, name, at_start);
+}
+
+std::size_t NameScan::behindSeparator(std::size_t to) const {
+    std::size_t place = to;
+    if (line_.in(to, BLANK)) {
+        const std::size_t word = line_.skip(to, BLANK);
+        const std::size_t size = line_.says(word, "for") ? 3 : line_.says(word, "of") ? 2 : 0;
+        std::size_t whose = line_.skip(word + size, BLANK);
+        if (size != 0 && whose > word + size) {
+            const std::size_t begun = whose;
+            while (line_.in(whose, NAME) || line_.at(whose) == '@') {
+                ++whose;
+            }
+            place = whose > begun ? whose : to;
+        }
+    } else {
+        place = line_.skipByte(place, '\\');
+        place = line_.skipOne(place, QUOTE);
+        place = line_.skipByte(place, ']');
+    }
+    place = line_.skip(place, BLANK);
+    if (!line_.in(place, SEPARATOR)) {
+        return NOWHERE;
+    }
+    while (line_.in(place, SEPARATOR) || line_.at(place) == '>') {
+        ++place;
+    }
+    return line_.skip(place, BLANK);
+}
+
+// Whether the value stands in the next lines: an open list, a block of indented lines.
+bool NameScan::opensLines(std::size_t from) {
+    if (!line_.ends()) {
+        return false;
+    }
+    secret_state& state = line_.state();
+    if (line_.at(from) == '[' && line_.hasEnd(line_.skip(from + 1, BLANK))) {
+        state.open_until = "]";
+        state.open_lines = 50;
+        return true;
+    }
+    const char c = line_.at(from);
+    std::size_t place = from + (c == '|' || c == '>' || c == '{' ? 1 : 0);
+    place = line_.skipByte(line_.skipByte(place, '-'), '+');
+    if (!line_.hasEnd(line_.skip(place, BLANK))) {
+        return false;
+    }
+    state.in_block = true;
+    const std::size_t indent = line_.skip(0, BLANK);
+    state.block_indent = line_.at(indent) == '-' && line_.at(indent + 1) == ' '
+                             ? skipBytes(indent + 1, " ")
+                             : indent;
+    return true;
+}
+
+// ---- Words behind a name ------------------------------------------------------------------------
+
+// Whether the next word is the value without any sign between them: --password x, auth_pass x.
+bool NameScan::takesNextWord(const Name& name) const {
+    std::size_t dash = name.from;
+    while (dash < name.to && line_.at(dash) != '-') {
+        ++dash;
+    }
+    if (name.word.from != NOWHERE && dash < name.word.from) {
+        return true;
+    }
+    if (name.short_from != NOWHERE && name.short_from >= name.from + 2 &&
+        line_.at(name.short_from - 1) == '-' && line_.at(name.short_from - 2) == '-') {
+        return true;
+    }
+    if (dash < name.to && line_.endsWith(dash + 1, name.to, "pass")) {
+        return true;
+    }
+    for (const std::string_view word : SECRET_VALUED) {
+        if (line_.endsWith(name.from, name.to, word)) {
+            return true;
+        }
+    }
+    return name.to - name.from == 3 && line_.saysExactly(name.from, "-pw");
+}
+
+std::size_t NameScan::option(const Name& name) {
+    const std::size_t rest = line_.skip(name.to, BLANK);
+    const bool whole_word = name.word.to == name.to;
+    if (line_.at(rest) == '(' && whole_word) {
+        const std::size_t quote = line_.skip(rest + 1, BLANK);
+        if (line_.in(quote, QUOTE)) {
+            return quotedValue(quote, false);
+        }
+    }
+    if (rest == name.to || line_.hasEnd(rest) ||
+        (line_.at(rest) == '(' && line_.at(name.from) != '-') ||
+        (password_to_ != NOWHERE && line_.says(rest, "password") && line_.in(rest + 8, BLANK))) {
+        return 0;
+    }
+    const bool wireless =
+        whole_word && line_.endsWith(name.from, name.to, "key") && line_.says(name.word.from, "w");
+    if (takesNextWord(name) || wireless || (whole_word && line_.in(rest, QUOTE))) {
+        return value(rest, name, false);
+    }
+    return sentence(name);
+}
+
+// Where the value begins in "the token is x"; 0 when this is no such sentence.
+std::size_t NameScan::saidOf(const Name& name) const {
+    std::size_t place = line_.skip(name.to, BLANK);
+    const std::size_t size = line_.says(place, "is") ? 2 : line_.says(place, "was") ? 3 : 0;
+    if (size == 0 || place == name.to || !line_.in(place + size, BLANK)) {
+        return 0;
+    }
+    place = line_.skip(place + size, BLANK);
+    for (const std::string_view filler : {"now ", "still ", "set to ", "changed to "}) {
+        place = line_.says(place, filler) ? line_.skip(place + filler.size(), BLANK) : place;
+    }
+    return place;
+}
+
+// The end of a word of a sentence, without the stop behind it.
+std::size_t NameScan::wordEnd(std::size_t from, std::size_t to) const {
+    return withoutEnd(line_, from, to, ".,;:!?)\r");
+}
+
+// Whether a word that follows "is" is none but that of a sentence: one of the table, or one like
+// "moved" and "usually". Behind a short name it is unless a digit says otherwise; the length of a
+// key is no secret.
+bool NameScan::isOrdinary(const Name& name, std::size_t from) const {
+    const std::size_t end = wordEnd(from, line_.until(from, VALUE_END));
+    if (line_.isOneOf(from, end, ORDINARY_WORDS) || isPlain(line_, from, end)) {
+        return true;
+    }
+    bool digits = false;
+    bool small = true;
+    for (std::size_t place = from; place < end; ++place) {
+        digits = digits || line_.in(place, DIGIT);
+        small = small && line_.at(place) >= 'a' && line_.at(place) <= 'z';
+    }
+    if (small && (line_.endsWith(from, end, "ed") || line_.endsWith(from, end, "ly"))) {
+        return true;
+    }
+    return name.word.from == NOWHERE && (!digits || line_.endsWith(name.from, name.to, "key"));
+}
+
+std::size_t NameScan::sentence(const Name& name) {
+    const std::size_t from = saidOf(name);
+    if (from == 0 || line_.hasEnd(from)) {
+        return 0;
+    }
+    if (line_.in(from, QUOTE)) {
+        return quotedValue(from, false);
+    }
+    const std::size_t end = line_.until(from, VALUE_END);
+    if (isOrdinary(name, from)) {
+        return from;
+    }
+    const bool cut = line_.hasEnd(end) && !line_.ends();
+    line_.hide(from, cut ? end : wordEnd(from, end), secret_rest::WORD);
+    return end;
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+// The value that begins there, of a name that is the first thing of its line to the end of that.
+std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
+    secret_state& state = line_.state();
+    if (line_.hasEnd(from)) {
+        return from;
+    }
+    if (line_.ends() && line_.at(from) == '\\' && from + 1 == line_.size()) {
+        state.next_word = true;
+        return line_.size();
+    }
+    for (const std::string_view quotes : {R"(""")", "'''"}) {
+        if (line_.ends() && from + 3 == line_.size() && line_.says(from, quotes)) {
+            state.open_until = quotes;
+            state.open_lines = 50;
+            return line_.size();
+        }
+    }
+    const bool escaped = line_.at(from) == '\\' && line_.in(from + 1, QUOTE);
+    if (escaped || line_.in(from, QUOTE)) {
+        return quotedValue(from, at_start);
+    }
+    if (name.word.from != NOWHERE && line_.says(name.word.from, "authorization")) {
+        return authorization(from);
+    }
+    if (line_.at(from) == '[' || line_.at(from) == '{') {
+        line_.hideToEnd(from);
+        return line_.size();
+    }
+    return bareValue(from, name, at_start);
+}
+
+std::size_t NameScan::authorization(std::size_t from) {
+    bool to_end = false;
+    for (const std::string_view scheme : {"Digest", "AWS4", "NTLM", "Negotiate"}) {
+        to_end = to_end || line_.saysExactly(from, scheme);
+    }
+    const std::size_t end = to_end ? line_.size() : line_.until(from, QUOTE);
+    line_.hide(from, end, secret_rest::LINE);
+    return end;
+}
+
+std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
+    const bool escaped = line_.at(from) == '\\';
+    const std::string_view quote = line_.text().substr(from, escaped ? 2 : 1);
+    const std::size_t begin = from + quote.size();
+    const std::size_t end = line_.closing(begin, quote);
+    if (!line_.hasEnd(end)) {
+        if (!isPlain(line_, begin, end)) {
+            line_.hide(begin, end, secret_rest::LINE);
+        }
+        return end + quote.size();
+    }
+    if (at_start && line_.ends()) {
+        line_.state().open_until = escaped           ? (quote[1] == '"' ? "\\\"" : "\\'")
+                                   : quote[0] == '"' ? "\""
+                                                     : "'";
+        line_.state().open_lines = 50;
+    }
+    line_.hide(begin, end,
+               quote.back() == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
+    return end;
+}
+
+std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_start) {
+    // A PIN is a number. Other things of that name, such as the choice of a package version, are
+    // not, and what stands in their value is looked at by itself.
+    const std::size_t digits = line_.skip(from, DIGIT);
+    if (name.is_pin && name.word.from == NOWHERE && !line_.hasEnd(digits) &&
+        !line_.in(digits, VALUE_END) && VALUE_SIGNS.find(line_.at(digits)) == NOWHERE) {
+        return from;
+    }
+    const std::size_t end =
+        at_start ? withoutEnd(line_, from, line_.size(), " \t\r") : line_.until(from, VALUE_END);
+    const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);
+    if (name.is_pin && name.word.from == NOWHERE && digits < told) {
+        return from;  // numbers and words, as in a table
+    }
+    if (!isPlain(line_, from, told)) {
+        line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
+    }
+    return end;
+}
+
+}  // namespace
+
+void markNames(SecretLine& line) {
+    NameScan(line).run();
+}

@@ -1,0 +1,398 @@
+// What the commands of the tool directory take for a secret, as tables.
+#ifndef QUENDIL_TOOL_IGSECRETRULES_H
+#define QUENDIL_TOOL_IGSECRETRULES_H
+
+#include <cstddef>
+#include <string_view>
+
+/// What stands in the place of a secret.
+inline constexpr std::string_view SECRET_MASK = "********";
+
+/// Names of secret values. Each may stand inside of a longer name: db_password, x-api-key-2. "~" is
+/// one of "-", "_" and ".", or nothing.
+inline constexpr std::string_view SECRET_WORDS[] = {
+    "password",   "passwort",     "passwd",     "passphrase",     "passcode",    "secret",
+    "token",      "psk",          "api~key",    "access~key",     "private~key", "preshared~key",
+    "shared~key", "account~key",  "auth~key",   "encryption~key", "signing~key", "master~key",
+    "wep~key",    "wireless~key", "rss_key",    "fastopen_key",   "credential",  "community",
+    "bindpw",     "rootpw",       "masterauth", "requirepass",    "authtok",     "authorization",
+    "mka~cak",    "phpsessid",    "jsessid",    "sessionid",
+};
+
+/// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
+/// divide a name. Digits may follow where `numbered`.
+struct secret_short {
+    std::string_view word;
+    bool numbered;
+};
+inline constexpr secret_short SECRET_SHORTS[] = {
+    {"pass", true}, {"key", true}, {"pwd", false}, {"pw", false}, {"pin", false},
+};
+
+/// Endings of names that need a letter or digit in front: dbpass, dbpw.
+inline constexpr secret_short SECRET_ENDINGS[] = {{"pass", true}, {"pwd", false}, {"pw", false}};
+
+/// Parameters of an address that sign it.
+inline constexpr std::string_view SECRET_SIGNATURES[] = {"sig", "signature", "x-amz-sig",
+                                                         "x-amz-signature"};
+
+/// Names that are followed by their value without any sign between them.
+inline constexpr std::string_view SECRET_VALUED[] = {"auth_pass",      "auth-pass",
+                                                     "auth_user_pass", "auth-user-pass",
+                                                     "auth_user-pass", "auth-user_pass"};
+
+/// Endings of names that are no secret although they are named like one: where it lies, how long it
+/// may be, ...
+inline constexpr std::string_view HARMLESS_ENDINGS[] = {
+    "file",      "path",       "dir",        "directory", "timeout", "ttl",      "expiry",
+    "expires",   "length",     "len",        "days",      "min",     "max",      "policy",
+    "type",      "enabled",    "allowed",    "required",  "flags",   "mgmt",     "management",
+    "alg",       "algorithm",  "age",        "count",     "limit",   "interval", "priority",
+    "bypass",    "compass",    "sock",       "secretmem", "oldpwd",  "vipw",     "authentication",
+    "publickey", "public-key", "public_key",
+};
+
+/// Values that tell nothing. So does a single digit.
+inline constexpr std::string_view PLAIN_VALUES[] = {
+    "yes", "no", "true", "false", "on", "off", "none", "null", "required", "optional",
+};
+
+/// What follows "the token is", "the password was" in a sentence, and is no value.
+inline constexpr std::string_view ORDINARY_WORDS[] = {
+    "a",
+    "about",
+    "absent",
+    "accepted",
+    "again",
+    "allowed",
+    "already",
+    "also",
+    "always",
+    "an",
+    "any",
+    "as",
+    "asked",
+    "assigned",
+    "associated",
+    "at",
+    "automatically",
+    "available",
+    "bad",
+    "based",
+    "be",
+    "because",
+    "been",
+    "being",
+    "blank",
+    "bound",
+    "by",
+    "cached",
+    "case",
+    "case-sensitive",
+    "changed",
+    "checked",
+    "cleared",
+    "compared",
+    "considered",
+    "correct",
+    "created",
+    "currently",
+    "defined",
+    "deleted",
+    "denied",
+    "deprecated",
+    "derived",
+    "different",
+    "disabled",
+    "displayed",
+    "done",
+    "either",
+    "empty",
+    "enabled",
+    "encoded",
+    "encrypted",
+    "entered",
+    "expected",
+    "expired",
+    "false",
+    "for",
+    "found",
+    "from",
+    "generated",
+    "given",
+    "good",
+    "handled",
+    "hashed",
+    "hidden",
+    "identical",
+    "if",
+    "ignored",
+    "in",
+    "incorrect",
+    "installed",
+    "invalid",
+    "invalidated",
+    "issued",
+    "it",
+    "just",
+    "kept",
+    "known",
+    "less",
+    "limited",
+    "loaded",
+    "locked",
+    "logged",
+    "long",
+    "longer",
+    "looked",
+    "lost",
+    "made",
+    "malformed",
+    "mandatory",
+    "masked",
+    "matched",
+    "meant",
+    "mismatched",
+    "missing",
+    "more",
+    "necessary",
+    "needed",
+    "neither",
+    "never",
+    "no",
+    "none",
+    "normally",
+    "not",
+    "null",
+    "obtained",
+    "often",
+    "ok",
+    "okay",
+    "old",
+    "on",
+    "one",
+    "only",
+    "optional",
+    "or",
+    "part",
+    "passed",
+    "pending",
+    "possible",
+    "present",
+    "printed",
+    "private",
+    "probably",
+    "prompted",
+    "protected",
+    "provided",
+    "public",
+    "read",
+    "ready",
+    "received",
+    "refreshed",
+    "refused",
+    "rejected",
+    "removed",
+    "replaced",
+    "requested",
+    "required",
+    "reset",
+    "returned",
+    "reused",
+    "revoked",
+    "safe",
+    "same",
+    "saved",
+    "sensitive",
+    "sent",
+    "set",
+    "shared",
+    "short",
+    "shown",
+    "signed",
+    "simply",
+    "skipped",
+    "so",
+    "specified",
+    "still",
+    "stored",
+    "strong",
+    "such",
+    "supplied",
+    "supported",
+    "taken",
+    "that",
+    "the",
+    "then",
+    "there",
+    "therefore",
+    "this",
+    "tied",
+    "to",
+    "too",
+    "true",
+    "typed",
+    "unavailable",
+    "unchanged",
+    "undefined",
+    "unknown",
+    "unset",
+    "unsupported",
+    "unused",
+    "up",
+    "updated",
+    "used",
+    "something",
+    "nothing",
+    "really",
+    "zero",
+    "usually",
+    "valid",
+    "validated",
+    "verified",
+    "very",
+    "weak",
+    "what",
+    "when",
+    "where",
+    "which",
+    "with",
+    "within",
+    "without",
+    "written",
+    "wrong",
+    "yes",
+    "your",
+};
+
+/// What may stand in front of the word that directives of PAM begin with.
+inline constexpr std::string_view PAM_CONTROLS[] = {
+    "required", "requisite", "sufficient", "optional", "include", "substack", "[",
+};
+
+/// Programs that take a password with an option. A program is one by the beginning of its name.
+struct secret_program {
+    std::string_view name;     ///< how the name begins
+    std::string_view next;     ///< the word behind it, which must follow where it is not empty
+    std::string_view letters;  ///< options of one letter that take the password
+    bool letter_follows;       ///< the name goes on with a letter: smbclient, snmpget
+    bool apart;                ///< a blank stands between option and password: -a X, not -aX
+    bool with_user;            ///< what it takes is a user and a password: -u me:X
+};
+inline constexpr secret_program SECRET_PROGRAMS[] = {
+    {"mysql", "", "p", false, false, false},       {"mariadb", "", "p", false, false, false},
+    {"sshpass", "", "p", false, false, false},     {"mongo", "", "p", false, false, false},
+    {"ncftp", "", "p", false, false, false},       {"7z", "", "p", false, false, false},
+    {"rar", "", "p", false, false, false},         {"unrar", "", "p", false, false, false},
+    {"useradd", "", "p", false, false, false},     {"usermod", "", "p", false, false, false},
+    {"docker", "login", "p", false, false, false}, {"podman", "login", "p", false, false, false},
+    {"az", "login", "p", false, false, false},     {"acr", "login", "p", false, false, false},
+    {"oc", "login", "p", false, false, false},     {"ssh-keygen", "", "N", false, true, false},
+    {"trapsess", "", "cAX", false, false, false},  {"snmp", "", "cAX", true, false, false},
+    {"ldap", "", "w", false, false, false},        {"kadmin", "", "w", false, false, false},
+    {"redis-cli", "", "a", false, true, false},    {"valkey-cli", "", "a", false, true, false},
+    {"ipmitool", "", "P", false, false, false},    {"ipmi-", "", "P", false, false, false},
+    {"sqlcmd", "", "P", false, false, false},      {"bcp", "", "P", false, false, false},
+    {"zip", "", "P", false, false, false},         {"unzip", "", "P", false, false, false},
+    {"openssl", "", "k", false, true, false},      {"curl", "", "uUb", false, false, true},
+    {"wget", "", "uUb", false, false, true},       {"lftp", "", "uUb", false, false, true},
+    {"smb", "", "uUb", true, false, true},         {"rpcclient", "", "uUb", false, false, true},
+    {"net", "use", "uUb", false, false, true},     {"net", "ads", "uUb", false, false, true},
+    {"net", "rpc", "uUb", false, false, true},
+};
+
+/// Long options of the programs that take a user and a password.
+inline constexpr std::string_view USER_OPTIONS[] = {"-user", "-proxy-user", "-cookie"};
+
+/// Options of any program that take a user and a password.
+inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth", "--proxy-auth", "--basic-auth",
+                                                    "--http-auth", "--userpass"};
+
+/// Commands in which a word stands in front of a secret.
+struct secret_keyword {
+    std::string_view command;
+    std::string_view word;
+};
+inline constexpr secret_keyword SECRET_KEYWORDS[] = {
+    {"nmcli", "password"},    {"nmcli", "secret"},          {"mysqladmin", "password"},
+    {"mysqladmin", "secret"}, {"neighbor", "password"},     {"neighbor", "secret"},
+    {"username", "password"}, {"username", "secret"},       {"enable", "password"},
+    {"enable", "secret"},     {"snmp-server", "community"},
+};
+
+/// Commands whose password is the last of some words.
+struct secret_argument {
+    std::string_view command;
+    std::string_view next;  ///< the word behind it, as far as it must have these letters
+    int between;            ///< words between that one and the password
+};
+inline constexpr secret_argument SECRET_ARGUMENTS[] = {
+    {"htpasswd", "-b", 2},
+    {"rabbitmqctl", "add_user", 1},
+    {"rabbitmqctl", "change_password", 1},
+    {"rabbitmqctl", "authenticate_user", 1},
+};
+
+/// What, behind a pipe, reads a password that echo or printf writes.
+inline constexpr std::string_view PASSWORD_READERS[] = {
+    "passwd", "--stdin", "-S", "password", "cryptsetup", "kinit", "gpg", "openssl", "debconf-set",
+};
+
+/// Programs that are given user/password@database.
+inline constexpr std::string_view ORACLE_PROGRAMS[] = {"sqlplus", "rman",   "expdp",
+                                                       "impdp",   "sqlldr", "jdbc"};
+
+/// Directives of SNMP whose second word is followed by secrets.
+inline constexpr std::string_view SNMP_DIRECTIVES[] = {
+    "com2sec", "com2sec6", "com2secunix", "createUser",
+    "usmUser", "trapsink", "trap2sink",   "informsink",
+};
+
+/// Hashes of passwords: "$6$...".
+inline constexpr std::string_view CRYPT_SCHEMES[] = {
+    "1",  "2",   "2a",   "2b",   "2x",     "2y",     "5",      "6",       "7",       "y",
+    "gy", "md5", "apr1", "sha1", "scrypt", "bcrypt", "argon2", "argon2i", "argon2d", "argon2id",
+};
+
+/// Hashes of passwords: "{SSHA}...", as far as their scheme begins so.
+inline constexpr std::string_view DIRECTORY_SCHEMES[] = {"SSHA",  "SHA",    "SMD5",  "MD5",
+                                                         "CRYPT", "PBKDF2", "crypt", "sha"};
+
+/// Keys of well known services, by how they begin.
+struct secret_shape {
+    std::string_view beginning;
+    char then;             ///< what must end the first part; NUL when there is one part
+    bool dots;             ///< dots belong to it
+    bool apart;            ///< no letter or digit stands in front of it
+    std::size_t shortest;  ///< in bytes, with its beginning
+};
+inline constexpr secret_shape SECRET_SHAPES[] = {
+    {"AKIA", '\0', false, false, 20},
+    {"ASIA", '\0', false, false, 20},
+    {"AIza", '\0', false, false, 20},
+    {"github_pat_", '\0', false, false, 20},
+    {"npm_", '\0', false, true, 20},
+    {"sk_live_", '\0', false, false, 20},
+    {"rk_live_", '\0', false, false, 20},
+    {"sk_test_", '\0', false, false, 20},
+    {"glpat-", '\0', false, false, 20},
+    {"sk-", '\0', false, true, 20},
+    {"AGE-SECRET-KEY-", '\0', false, false, 20},
+    {"SG.", '.', false, false, 20},
+    {"hvs.", '\0', false, true, 20},
+    {"hvb.", '\0', false, true, 20},
+    {"eyJ", '.', true, false, 20},
+    {"grub.pbkdf2", '\0', true, false, 12},
+};
+
+/// Places of an address behind which its secret begins.
+inline constexpr std::string_view HOOK_ADDRESSES[] = {"hooks.slack.com/", "/webhook/",
+                                                      "/webhooks/"};
+
+/// Headers that stand in an encrypted private key, in front of its text.
+inline constexpr std::string_view KEY_HEADERS[] = {
+    "Proc-Type:", "DEK-Info:", "Version:",   "Comment:",
+    "Hash:",      "Charset:",  "MessageID:", "Subject:",
+};
+
+#endif

@@ -1,0 +1,77 @@
+// Copies its input with the values of passwords, keys, tokens and the like masked.
+//
+// usage: mask <FILE
+//
+// What it has masked it writes before it waits for more. It ends with 0; with 153, as the shell
+// tells of SIGXFSZ, when the output met a file-size limit, whether or not that signal was ignored;
+// with 1 when its input could not be read or its output not be written for another reason.
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "tool/IGSecretText.h"
+
+namespace {
+
+constexpr int STATUS_FAILED = 1;
+constexpr int STATUS_LIMIT = 128 + SIGXFSZ;
+
+// Waits where a descriptor that another process has made non-blocking is not ready.
+bool waitFor(int fd, short events) {
+    struct pollfd one = {fd, events, 0};
+    return errno == EAGAIN && ::poll(&one, 1, -1) >= 0;
+}
+
+bool mayTryAgain(int fd, short events) {
+    return errno == EINTR || waitFor(fd, events);
+}
+
+bool writeAll(void* /*to*/, const char* bytes, std::size_t size) {
+    while (size != 0) {
+        const ssize_t written = ::write(STDOUT_FILENO, bytes, size);
+        if (written < 0) {
+            if (!mayTryAgain(STDOUT_FILENO, POLLOUT)) {
+                return false;
+            }
+            continue;
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+int failed(const char* call) {
+    const int number = errno;
+    ::dprintf(STDERR_FILENO, "mask: %s: %s\n", call, std::strerror(number));
+    return number == EFBIG ? STATUS_LIMIT : STATUS_FAILED;
+}
+
+secret_text text;  // too large for a stack
+
+}  // namespace
+
+int main() {
+    text.write = writeAll;
+    while (true) {
+        const std::span<char> room = secretRoom(&text);
+        const ssize_t size = ::read(STDIN_FILENO, room.data(), room.size());
+        if (size < 0 && mayTryAgain(STDIN_FILENO, POLLIN)) {
+            continue;
+        }
+        if (size < 0) {
+            const int status = failed("read");
+            return secretEnd(&text) ? status : failed("write");
+        }
+        if (!(size == 0 ? secretEnd(&text) : secretTake(&text, static_cast<std::size_t>(size)))) {
+            return failed("write");
+        }
+        if (size == 0) {
+            return 0;
+        }
+    }
+}
