@@ -9,7 +9,7 @@ from collections import Counter
 from pathlib import Path
 
 import pytest
-from support import behave, expect, grammar, masking, pattern_text, secrets
+from support import behave, expect, grammar, hostile_names, masking, pattern_text, secrets
 from support.check_patterns import PatternFile
 from support.collecting import complete_output
 from support.machine import PATTERN_DIRECTORY, Machine
@@ -93,6 +93,8 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("run df", "run /bin/df", "the program /bin/df is not given by its name"),
     ("df -lk", "df -lk | cat", "the word | needs a shell"),
     ("df -lk", "df -k", "df is not told ^-l"),
+    ("df -lk", "du -0 -x /boot", "the lines of du are not told"),
+    ("run df -lk", "run -0 find /proc -print", "find is not told -print0"),
     ("df -lk", "sh -c ls", "sh may change, wake or wait for something"),
     ("df -lk", "lspci", "lspci may change, wake or wait for something"),
     ("df -lk", "nft list ruleset", "nft is run on no condition"),
@@ -198,6 +200,32 @@ def check_filtered(tree: Tree) -> None:
         assert kept in tree.read(name), name
 
 
+#: What each item shows of the names that users have chosen.
+HOSTILE = {
+    "process/process_names.txt": b"/comm:a\n",
+    "process/program_files.txt": rb"/tmp/planted/pa\012FORGED\033[7m\233 (deleted)",
+    "process/deleted_programs.txt": rb"/tmp/planted/pa\012FORGED\033[7m\233 (deleted)",
+    "process/deleted_open_files.txt": rb"/tmp/planted/oa\012FORGED\033[7m\233 (deleted)",
+    "network/sockets.txt": rb'users:(("a\012FORGED\033[7m\233",pid=',
+    "network/sockets_unix.txt": rb'users:(("a\012FORGED\033[7m\233",pid=',
+    "log/log_files.txt": rb" f\nFORGED\033",
+    "log/log_sizes.txt": rb"/var/log/postgresql/d\012FORGED\033",
+    "crash/crash_files.txt": rb" f\nFORGED\033",
+    "crash/crash_messages.txt": b"==> /var/crash/d\\012FORGED\\033/dmesg.1\nof a crash\n",
+}
+
+
+def check_names(tree: Tree) -> None:
+    """No name that a user has chosen forged a line in what a tool printed, or steers a terminal."""
+    printed = {name: content for name, content in tree.files().items()
+               if re.fullmatch(r"[a-z]+/\w+\.txt", name)}
+    assert len(printed) > 150
+    assert {name: faults for name, content in printed.items()
+            if (faults := hostile_names.faults(content))} == {}
+    for name, shown in HOSTILE.items():
+        assert shown in printed[name], name
+
+
 def check_table(machine: Machine, run: Run, directory: Path) -> None:
     """The table of the documentation can be made from the run: a row an item, a time a tool."""
     (directory / "quendil.log").write_text(run.raw["log"] or "")
@@ -215,7 +243,8 @@ def check_table(machine: Machine, run: Run, directory: Path) -> None:
 def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tmp_path: Path):
     # One run for all that there is to see: some of the tools take their seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
-    secrets.plant(machine)
+    secrets.plant(machine, hostile_names.VAR)
+    hostile_names.start(machine)
     machine.file("/var/opt/norvale/quendil/log/quendil_hist.log", "x" * 10_000)
     machine.exec(f"SECRET={secrets.MARK} exec " + behave.command(
         behave.daemon(), behave.ready("/tmp/there"), behave.wait_for("/tmp/over"),
@@ -223,6 +252,7 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     machine.wait_for("/tmp/there")
     run = machine.run("-g", "linux", seconds=120)
     machine.file("/tmp/over")
+    hostile_names.stop(machine)
     assert (run.status, run.stderr) == (0, "")
     assert run.stdout == complete_output(len(commands()) + data_items())
     assert machine.exists(run.result)
@@ -234,6 +264,7 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     check_index(run, tree)
     check_no_secret(tree)
     check_filtered(tree)
+    check_names(tree)
     check_table(machine, run, tmp_path)
     sizes = [len(content) for content in tree.files().values()]
     assert (max(sizes) <= LONGEST_ITEM, sum(sizes) <= LARGEST_OUTPUT) == (True, True)

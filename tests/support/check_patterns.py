@@ -79,7 +79,7 @@ FILTERED = (
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "each", "pci"}
-WRAPPER_OPTION = re.compile(r"-m|-[le]")  # those of "run"; the last ones take a value
+WRAPPER_OPTION = re.compile(r"-0|-m|-[le]")  # those of "run"; the last ones take a value
 LONGEST_TIMEOUT = 120
 MOST_MIB = 20  # what "run" and four files of "show" bring without an option
 
@@ -101,12 +101,15 @@ MUST_BE_MASKED = {
     "apt-cache", "ausearch", "cat", "dmesg", "findmnt", "grep", "head", "journalctl",
     "kdump-config", "strings", "sysctl", "tail", "udevadm",
 }
+# Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
+NUL_ENDED = {"du", "find"}
 # What a program must be told: each expression must match in its arguments.
 MUST_BE_TOLD = {
     "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
     "apt-mark": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= ", r"showhold$"),
     "chronyc": (r"^-n (tracking|source)",), "ntpq": (r"^-n ",),
-    "df": (r"^-l",), "du": (r"^-x ",), "find": (r"^(/proc|/sys|.* -xdev )",),
+    "df": (r"^-l",), "du": (r"^-0 -x ",),
+    "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0$"),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
     "ls": (r"^-ln",), "lvs": (r"--readonly", r"--nolocking"), "pvs": (r"--readonly", r"--nolocking"),
     "ps": (r"^-e", r"^(?!.*\b(args|cmd|command)\b)"), "rpm": (r"^-qa ",),
@@ -355,12 +358,14 @@ def find_run_faults(arguments: list[str]) -> list[str]:
     """What is wrong with the arguments of "run"."""
     options = {}
     while arguments and WRAPPER_OPTION.fullmatch(arguments[0]):
-        count = 1 if arguments[0] == "-m" else 2
+        count = 1 if arguments[0] in ("-0", "-m") else 2
         options[arguments[0]] = arguments[count - 1]
         arguments = arguments[count:]
     faults = find_program_faults(arguments, guarded="-e" in options)
     if arguments[:1] and arguments[0] in MUST_BE_MASKED and "-m" not in options:
         faults.append(f"the output of {arguments[0]} is not masked")
+    if arguments[:1] and arguments[0] in NUL_ENDED and "-0" not in options:
+        faults.append(f"the lines of {arguments[0]} are not told from names with line feeds")
     if int(options.get("-l", MOST_MIB)) > MOST_MIB:
         faults.append(f"{options['-l']} MiB are too much")
     return faults

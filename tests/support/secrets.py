@@ -116,10 +116,10 @@ def overlay(machine: Machine, directory: str, files: dict[str, str]) -> None:
     machine.exec(["/usr/bin/umount", "/opt/kept"])
 
 
-def plant(machine: Machine) -> None:
-    """Puts secrets wherever a careless set would find them."""
+def plant(machine: Machine, var: dict[str, str]) -> None:
+    """Puts secrets wherever a careless set would find them, and other files below "/var"."""
     overlay(machine, "/etc", ETC)
-    overlay(machine, "/var", VAR)
+    overlay(machine, "/var", VAR | var)
     machine.file("/opt/planted/cmdline", f"root=/dev/sda1 rd.iscsi.password={MARK} "
                  f"netroot=iscsi:me:{MARK}:in:{MARK}@192.0.2.1::::iqn.x quiet\n")
     machine.mount("--bind", "/opt/planted/cmdline", "/proc/cmdline")

@@ -18,7 +18,11 @@ FLOORS = {
     "ini": {"common", "ini"},
     "collect": {"common", "ini", "collect"},
     "main": {"common", "ini", "collect", "main"},
+    "tool": {"common", "tool"},
 }
+
+# The programs that are installed.
+PROGRAMS = ["quendil", "escape", "mask", "show"]
 
 # All that the signal handler may call: async-signal-safe functions and what the compiler itself adds.
 HANDLER_MAY_CALL = {
@@ -95,22 +99,25 @@ def test_the_signal_handler_calls_async_signal_safe_functions_only():
     assert undefined <= HANDLER_MAY_CALL
 
 
-def test_the_installed_binary_needs_only_the_c_library():
-    dynamic = run("readelf", "-dW", BUILD / "release/src/quendil")
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_an_installed_binary_needs_only_the_c_library(program):
+    dynamic = run("readelf", "-dW", BUILD / "release/src" / program)
     needed = set(re.findall(r"NEEDED.*\[(.*)\]", dynamic))
     assert needed - {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"} == {"libc.so.6"}
 
 
-def test_the_installed_binary_can_be_loaded_anywhere_and_keeps_its_tables_from_being_written():
-    binary = BUILD / "release/src/quendil"
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_an_installed_binary_can_be_loaded_anywhere_and_keeps_its_tables_from_being_written(program):
+    binary = BUILD / "release/src" / program
     assert re.search(r"FLAGS_1.* NOW PIE", run("readelf", "-dW", binary))
     segments = run("readelf", "-lW", binary)
     assert "GNU_RELRO" in segments and re.search(r"GNU_STACK .* RW  ", segments)
 
 
-def test_the_installed_binary_runs_with_the_c_library_of_the_oldest_system_served():
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_system_served(program):
     versions = re.findall(
-        r"\bGLIBC_(\d+)\.(\d+)", run("readelf", "-VW", BUILD / "release/src/quendil")
+        r"\bGLIBC_(\d+)\.(\d+)", run("readelf", "-VW", BUILD / "release/src" / program)
     )
     assert versions
     assert max((int(major), int(minor)) for major, minor in versions) <= (2, 36)
