@@ -135,10 +135,8 @@ Brought bringFile(const Item& item, const Source& source, const char* destinatio
         return kernel_file == 1 ? bringKernelFile(item, source, destination, bytes)
                                 : Brought::FAILED;
     }
-    bytes = source.st.st_size;
     if (!source.own) {
-        std::int64_t read = 0;
-        const Copied copied = copySource(source, destination, bytes, read);
+        const Copied copied = copySource(source, destination, source.st.st_size, bytes);
         return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;

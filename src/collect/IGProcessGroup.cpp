@@ -36,7 +36,7 @@ bool parse(const char* line, Process& process) {
     const char* name_end = std::strrchr(line, ')');
     const char* state = name_end == nullptr ? nullptr : behindBlanks(name_end, 1);
     const char* threads = behindBlanks(state, 17);
-    if (threads == nullptr) {
+    if (state == nullptr || threads == nullptr) {
         return false;
     }
     process = {*state, std::strtol(behindBlanks(state, 1), nullptr, 10),

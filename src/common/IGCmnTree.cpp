@@ -82,8 +82,9 @@ class LinkHeap {
     }
     bool grow() {
         const std::size_t capacity = capacity_ == 0 ? 64 : 2 * capacity_;
-        auto* grown = static_cast<Link**>(IgCmnMemoryRealloc(
-            memoryp_, links_, capacity_ * sizeof(Link*), capacity * sizeof(Link*)));
+        constexpr std::size_t SIZE = sizeof(void*);
+        auto* grown = static_cast<Link**>(
+            IgCmnMemoryRealloc(memoryp_, links_, capacity_ * SIZE, capacity * SIZE));
         if (grown == nullptr) {
             return false;
         }
@@ -170,7 +171,7 @@ class TreeLister {
                     wildcard);
     }
 
-    bool isOurs(const char* path) const {
+    [[nodiscard]] bool isOurs(const char* path) const {
         if (ours_ == nullptr) {
             return false;
         }
@@ -326,7 +327,7 @@ class TreeLister {
                     nullptr);
     }
 
-    bool isInside(const Name& name) const {
+    [[nodiscard]] bool isInside(const Name& name) const {
         for (const Level* level = level_; level != nullptr; level = level->outer) {
             if (level->device == name.device && level->inode == name.inode) {
                 return true;

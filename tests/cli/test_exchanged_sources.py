@@ -232,6 +232,16 @@ def test_bytes_read_of_a_kernels_file_count_against_the_limit(machine: Machine):
     assert run.stderr == "ZEPA131-W:The size of the output data exceeded a limit size.\n"
 
 
+def test_of_a_kernels_file_that_does_not_end_the_first_part_is_collected_and_reported(machine: Machine):
+    pages = "/proc/self/pagemap"  # one entry for every page that a process could have
+    run = collect(machine, pattern_text.data(pages))
+    assert run.status == 0 and run.stderr == ""
+    assert failed(pages) + f"ZEPA209-I:It copied collecting data = {pages}. size = 0 bytes.\n" in run.log
+    assert f"ZEPA210-I:Total data size: {64 << 20} bytes.\n" in run.log
+    assert len(run.archive.read(pages[1:])) == 64 << 20
+    assert f"FILE:{pages[1:]}\n" in run.index
+
+
 # ---- The output itself ---------------------------------------------------------------------------
 
 LOST = f"ZEPA104-E:The specified directory({expect.OUTPUT_DIRECTORY}) does not exist.\n"
