@@ -10,7 +10,6 @@
 #include <type_traits>
 
 #include "../../support/run_fixture.h"
-#include "common/IGAncestor.h"
 #include "common/IGAssert.h"
 #include "common/IGSourcePlace.h"
 
@@ -153,24 +152,6 @@ TEST(IGGuards, FreeALocalPool) {
     EXPECT_EQ(errno, ENOENT);
     // The system's allocator keeps a few small blocks at hand; a thousand chunks are 4 MB.
     EXPECT_LT(::mallinfo2().uordblks, before + 8192);
-}
-
-TEST(IGAncestor, KnowsTheChainByDeviceAndInode) {
-    const Ancestor outer{1, 10, nullptr};
-    const Ancestor inner{2, 20, &outer};
-    struct Case {
-        dev_t device;
-        ino_t inode;
-        bool contained;
-    };
-    for (const Case& c : {Case{1, 10, true}, Case{2, 20, true}, Case{1, 20, false},
-                          Case{2, 10, false}, Case{3, 30, false}}) {
-        struct stat st = {};
-        st.st_dev = c.device;
-        st.st_ino = c.inode;
-        EXPECT_EQ(Ancestor::contains(&inner, st), c.contained) << c.device << " " << c.inode;
-        EXPECT_FALSE(Ancestor::contains(nullptr, st));
-    }
 }
 
 TEST(IGSourcePlace, NamesTheUnitOfAFile) {
