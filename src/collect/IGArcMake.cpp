@@ -230,12 +230,11 @@ bool choosePaths(Archive& archive) {
 }
 
 // Whether nobody but root can exchange what lies in the archive's directory.
-bool liesInOwn(Archive& archive) {
-    char* directory = nullptr;
-    Source source;
-    return IgCmnFileSplitPath(archive.tar, &directory, nullptr, archive.memoryp) == 0 &&
-           sourceFollow(*directory == '\0' ? "/" : directory, source) && source.own &&
-           isRootsOwn(source.st);
+bool liesInOwn(const Archive& archive) {
+    Search name{};
+    Source directory;
+    return splitSearch(archive.tar, name, archive.memoryp) &&
+           sourceFollow(name.directory, directory) && directory.own && isRootsOwn(directory.st);
 }
 
 // Takes the archive's name before tar does, which would write through a link, or into another's
