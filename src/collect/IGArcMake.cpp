@@ -172,6 +172,7 @@ TarState stateOfTar(const char* path) {
     const FdGuard fd(IgCmnFileOpenForReading(path));
     TarBlock header{};
     std::int64_t at = 0;
+    bool is_tars = false;
     ssize_t got = fd ? TAR_BLOCK : -1;
     while (got == TAR_BLOCK) {
         got = ::pread(fd.get(), header.data(), header.size(), at);
@@ -181,16 +182,14 @@ TarState stateOfTar(const char* path) {
         if (std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; })) {
             return TarState::WHOLE;
         }
-        if (at == 0 && !isTarHeader(header)) {
-            return TarState::UNKNOWN;
-        }
+        is_tars = is_tars || (at == 0 && isTarHeader(header));
         const std::int64_t size = tarMemberSize(header);
         if (size < 0 || size > INT64_MAX - at - 2 * TAR_BLOCK) {
             break;
         }
         at += TAR_BLOCK + (size + TAR_BLOCK - 1) / TAR_BLOCK * TAR_BLOCK;
     }
-    return got == -1 || at == 0 ? TarState::UNKNOWN : TarState::CUT;
+    return got != -1 && is_tars ? TarState::CUT : TarState::UNKNOWN;
 }
 
 // --- making ---
@@ -229,35 +228,46 @@ bool choosePaths(Archive& archive) {
     return archive.gz != nullptr;
 }
 
-// Whether nobody but root can exchange what lies in the archive's directory.
+// Whether only root can exchange what lies in the archive's directory.
 bool liesInOwn(const Archive& archive) {
     Search name{};
     Source directory;
-    return splitSearch(archive.tar, name, archive.memoryp) &&
-           sourceFollow(name.directory, directory) && directory.own && isRootsOwn(directory.st);
+    if (!splitSearch(archive.tar, name, archive.memoryp)) {
+        return false;
+    }
+    const bool there = sourceFollow(name.directory, directory);
+    return directory.own && (!there || isRootsOwn(directory.st));  // or where its way ends
 }
 
 // Takes the archive's name before tar does, which would write through a link, or into another's
-// file, that somebody puts there meanwhile: in /tmp everybody may. False when it is taken already.
+// file, that another user puts there meanwhile: in /tmp everybody may. False when it is taken
+// already.
 bool claimName(Archive& archive) {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC;
-    archive.claimed.reset(::open(archive.tar, FLAGS, 0600));
-    if (!archive.claimed && errno == EEXIST) {
+    {
+        const UmaskGuard mask(PRIVATE_MASK);  // also where the caller's mask leaves no right at all
+        archive.claimed.reset(::open(archive.tar, FLAGS, 0600));
+    }
+    const int error = errno;
+    if (!archive.claimed && error == EEXIST) {
         IgCmnMsg<ZEPA109_E>(static_cast<const char*>(archive.tar));
         return false;
     }
-    archive.own = !archive.claimed || liesInOwn(archive);
+    archive.own = liesInOwn(archive);
+    if (!archive.claimed && !archive.own) {
+        IgCmnSysErrPath("open", error, archive.tar);
+    }
     return true;  // what else keeps the file from being made keeps tar from it, which tells
 }
 
 // What tar is given to write to: the claimed file itself where its name can be exchanged. Null when
-// memory runs out.
+// there is none or memory runs out.
 char* nameForTar(const Archive& archive) {
     if (archive.own) {
         return archive.tar;
     }
     constexpr std::size_t SIZE = 48;
-    auto* name = newFromPool<char>(archive.memoryp, SIZE);
+    auto* name = archive.claimed ? newFromPool<char>(archive.memoryp, SIZE) : nullptr;
     if (name != nullptr) {
         std::snprintf(name, SIZE, "/proc/%d/fd/%d", ::getpid(), archive.claimed.get());
     }
@@ -331,7 +341,7 @@ int pack(Archive& archive) {
     return 0;
 }
 
-// The archive takes the directory's place, unless nobody can tell whether it is whole.
+// The archive takes the directory's place, unless it is not known to be whole.
 void replaceDirectoryByArchive(const Archive& archive) {
     const char* collected = archive.collected;
     IgCmnProgressStep();
@@ -371,7 +381,9 @@ void takeCompressed(const Archive& archive) {
 int keepWhatIsThere(const Archive& archive, int result) {
     struct stat st = {};
     if (IgCmnFileIsTaken(archive.tar) != 0) {
-        removePartial(archive.gz);
+        if (isClaimed(archive)) {
+            removePartial(archive.gz);
+        }
     } else if (::lstat(archive.gz, &st) == 0 && st.st_size > 0) {
         takeCompressed(archive);
     }

@@ -79,7 +79,7 @@ bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
     return true;
 }
 
-// What stands in the place of an output and is none: removing it would take a device or a directory
+// What replaces an output and is none: removing it would take a device or a directory
 // from the machine, writing to it could change one or wait for ever. 0, or the error that tells why
 // it is not opened.
 int notAnOutput(const char* file) {

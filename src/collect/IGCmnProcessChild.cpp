@@ -18,7 +18,7 @@
 
 namespace {
 
-// A run that is killed leaves no program behind that nobody would stop. (The kernel forgets this
+// A run that is killed leaves no program behind that would run on. (The kernel forgets this
 // for a program that is set-user-ID.)
 void endWith(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -32,10 +32,6 @@ namespace {
 // The limit is configured in units of 512 bytes.
 constexpr int LIMIT_SHIFT = 9;
 
-// Largest content taken of one file of the kernel's own file systems, in bytes: some, like the
-// kernel's own memory, never end.
-constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
-
 // A directory that was made in the output, with the attributes it is to get in the end.
 struct MadeDirectory {
     const char* path;
@@ -51,6 +47,7 @@ struct Item {
     const char* path_name = nullptr;  // expanded and normalised
     const char* index = nullptr;      // the index file, normalised
     const char* ours = nullptr;       // the output directory without links, for what tools wrote
+    const char* place = nullptr;      // the data directory's path for what is brought in
     IndexRecord record{};
     IgCmnListHeader* made = nullptr;     // MadeDirectory
     const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
@@ -92,9 +89,9 @@ bool addFile(Item& item, const char* relative) {
     return shown != nullptr && IgCmnListAppend(item.memoryp, &item.record.files, shown) != -1;
 }
 
-// The path below the data directory; empty for the directory itself.
+// The path below the data directory's place; empty for the directory itself.
 const char* relativeName(const Item& item, const char* path) {
-    const char* rest = path + std::strlen(item.data_dir);
+    const char* rest = path + std::strlen(item.place);
     return *rest == '/' ? rest + 1 : rest;
 }
 
@@ -126,7 +123,7 @@ Brought bringKernelFile(const Item& item, const Source& source, const char* dest
 }
 
 // Brings one regular file in. While the run makes an archive a link serves, because tar follows it,
-// but only where nobody can put something else in the file's place until then.
+// but only where no user can put something else in the file's place until then.
 Brought bringFile(const Item& item, const Source& source, const char* destination,
                   std::int64_t& bytes) {
     const char* path = source.path.data();
@@ -189,11 +186,8 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
 // The same with the attributes that the entry has now.
 bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
     Source source;
-    if (!sourceOfEntry(entry, source, item.ours)) {
-        IgCmnSysErrPath("open", errno, entry.path);  // there is nothing to take over
-        return true;
-    }
-    return rememberDirectory(item, source.st, destination);
+    // Where it cannot be opened there is nothing to take over.
+    return !lookAt(item, entry, source) || rememberDirectory(item, source.st, destination);
 }
 
 Step bringDirectory(Item& item, const struct stat& source, const char* shown,
@@ -238,10 +232,10 @@ Step bringSource(Item& item, const Source& source, const char* shown, const char
     return isData(source) ? bringRegular(item, source, shown, destination) : reportFailed(shown);
 }
 
-// Up to where the destination's directories are ready: those that the last one stands in too. Else
+// Up to where the destination's directories are ready: those that the last one is in too. Else
 // each entry of a tree would cost a look at every directory above it.
 std::size_t readyLength(const Item& item, const char* destination) {
-    std::size_t ready = std::strlen(item.data_dir) + 1;
+    std::size_t ready = std::strlen(item.place) + 1;
     if (item.prepared == nullptr) {
         return ready;
     }
@@ -253,7 +247,7 @@ std::size_t readyLength(const Item& item, const char* destination) {
     return ready;
 }
 
-// Makes the directories that the destination stands in. They lie in the output, which is ours
+// Makes the directories that the destination is in. They lie in the output, which is ours
 // alone: one that is a link is a file brought in earlier that its owner has made a directory since,
 // and leads out.
 bool prepareParents(Item& item, const char* destination) {
@@ -304,7 +298,7 @@ Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* 
 
 Step bringEntry(Item& item, const FileEntry& entry) {
     LocalPool local;
-    const char* destination = IgCmnStrCat(item.memoryp, item.data_dir, entry.path);
+    const char* destination = IgCmnStrCat(item.memoryp, item.place, entry.path);
     const char* shown = IgCmnStrPrintable(local.get(), entry.path);
     if (destination == nullptr || shown == nullptr) {
         return Step::FAILED;
@@ -366,7 +360,6 @@ Step countLink(Item& item, const FileEntry& entry, const char* shown) {
     const bool good = lookAt(item, entry, source);
     if (good && source.own && isData(source) &&
         kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
-        ++run_state.links_made;
         return countFile(item, entry.path, shown, source.st.st_size);
     }
     if (!takeOut(entry.path)) {
@@ -518,10 +511,11 @@ bool prepare(Item& item) {
         return false;
     }
     item.index = normal_index;
+    item.place = item.data_dir;
     return true;
 }
 
-// Finds the output directory without links: what lies in it nobody else can exchange.
+// Finds the output directory without links: what lies in it no other user can exchange.
 bool findOurs(Item& item) {
     const char* output = outputDirectory(item.memoryp, item.root);
     Source source;
@@ -534,6 +528,22 @@ bool findOurs(Item& item) {
     }
     item.ours = IgCmnStrdup(item.memoryp, source.path.data());
     return item.ours != nullptr;
+}
+
+// Where the output's path can be exchanged, what is brought in goes to the directory itself.
+bool findPlace(Item& item) {
+    const root_tbl& root = item.root;
+    if (!root.output_held) {
+        return true;
+    }
+    const std::size_t length = std::strlen(root.output_path);
+    if (std::strncmp(item.data_dir, root.output_path, length) == 0) {
+        constexpr std::size_t SIZE = 48;
+        std::array<char, SIZE> output{};
+        std::snprintf(output.data(), output.size(), "/proc/%d/fd/%d", ::getpid(), root.output_fd);
+        item.place = IgCmnStrCat(item.memoryp, output.data(), item.data_dir + length);
+    }
+    return item.place != nullptr;
 }
 
 // Whether the item names output of the pattern's own tools: a comparison of texts, on the directory
@@ -593,7 +603,7 @@ int collectItem(Item& item, IgCmnListHeader** records) {
         }
         return 0;
     }
-    if (!own_output && !makeDataDirectory(item.data_dir)) {
+    if (!own_output && (!makeDataDirectory(item.data_dir) || !findPlace(item))) {
         return 0;
     }
     describe(item);

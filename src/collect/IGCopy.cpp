@@ -63,16 +63,25 @@ Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
     return Copied::ALL;
 }
 
-bool copyAttributes(int to, const struct stat& source) {
+// A file system that knows no owners still takes the content.
+void copyAttributes(int to, const struct stat& source, const char* destination) {
     const struct timespec times[] = {source.st_atim, source.st_mtim};
-    return ::fchown(to, source.st_uid, source.st_gid) == 0 &&
-           ::fchmod(to, source.st_mode & 07777) == 0 && ::futimens(to, times) == 0;
+    if (::fchown(to, source.st_uid, source.st_gid) != 0) {
+        IgCmnSysErrPath("chown", errno, destination);
+    }
+    if (::fchmod(to, source.st_mode & 07777) != 0) {
+        IgCmnSysErrPath("chmod", errno, destination);
+    }
+    if (::futimens(to, times) != 0) {
+        IgCmnSysErrPath("utime", errno, destination);
+    }
 }
 
-// Whether there is something behind what was read.
+// Whether there is something behind what was read. Some files of the kernel give whole records
+// only.
 bool hasMore(int fd) {
-    char byte = 0;
-    return readSome(fd, &byte, 1) == 1;
+    std::array<char, 4096> bytes{};
+    return readSome(fd, bytes.data(), bytes.size()) > 0;
 }
 
 }  // namespace
@@ -89,8 +98,8 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
     if (!to) {
         return Copied::FAILED;
     }
-    if (copyContent(from.get(), to.get(), most, bytes) == Copied::ALL &&
-        copyAttributes(to.get(), source.st)) {
+    if (copyContent(from.get(), to.get(), most, bytes) == Copied::ALL) {
+        copyAttributes(to.get(), source.st, destination);
         return bytes == most && hasMore(from.get()) ? Copied::CUT : Copied::ALL;
     }
     if (::unlink(destination) != 0) {

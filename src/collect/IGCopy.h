@@ -6,6 +6,10 @@
 
 #include "common/IGSource.h"
 
+/// Largest content taken of one file of the kernel's own file systems, in bytes: some, like the
+/// kernel's own memory, never end.
+inline constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
+
 /// What became of a copy.
 enum class Copied {
     ALL,
@@ -15,8 +19,8 @@ enum class Copied {
 
 /// Reads the regular file that was looked at and makes a file of what was read, with the mode,
 /// owner and times of the source. Reads without waiting for more than is there. Ends early, as a
-/// failure, when the run is interrupted. Nothing is reported but a part of a copy that cannot be
-/// removed
+/// failure, when the run is interrupted. An attribute that cannot be set is reported ("chown",
+/// "chmod", "utime"), and the copy stays; a part of a copy that cannot be removed is reported
 /// ("unlink").
 /// @param destination must not exist
 /// @param most how many bytes are read

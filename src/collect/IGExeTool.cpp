@@ -29,7 +29,7 @@ struct Tool {
 };
 
 // Others may neither enter nor write in the output, so directories of a tool's own have every
-// permission there. Elsewhere nobody else may put files into them.
+// permission there. Elsewhere no other user may put files into them.
 bool chooseDirectoryMode(const root_tbl& root, Tool& tool) {
     constexpr mode_t INSIDE = 0777;
     constexpr mode_t OUTSIDE = 0755;

@@ -26,7 +26,7 @@ struct Sweep {
     memory_pool* memoryp;
     const char* output;
     IgCmnListHeader* directories = nullptr;  // paths; grows while it is walked
-    std::int64_t links = 0;                  // to regular files
+    std::int64_t links = 0;                  // that are there
     bool judging = false;                    // whether links are judged one by one
 };
 
@@ -38,11 +38,25 @@ void reportPath(const char* path) {
     }
 }
 
-void takeOut(const char* path) {
-    if (std::remove(path) != 0) {
-        IgCmnSysErrPath("remove", errno, path);
+// An entry of the output by the directory that was opened: by its path another one may be found
+// meanwhile, where the output lies in a user's directory.
+struct Entry {
+    int directory;
+    const char* name;
+    const char* path;
+};
+
+bool removeEntry(const Entry& entry) {
+    if (::unlinkat(entry.directory, entry.name, 0) == 0) {
+        return true;
     }
-    reportPath(path);
+    IgCmnSysErrPath("remove", errno, entry.path);
+    return false;
+}
+
+void takeOut(const Entry& entry) {
+    removeEntry(entry);
+    reportPath(entry.path);
 }
 
 // Names the file that a link of the output leads to, or led to.
@@ -57,11 +71,11 @@ void reportGone(const char* link) {
 }
 
 // Puts content in the place of a link whose file could be exchanged, or has no size of its own.
-void judge(const Sweep& sweep, const char* link) {
-    constexpr std::int64_t MOST = std::int64_t{64} << 20;
+void judge(const Sweep& sweep, const Entry& entry) {
+    const char* link = entry.path;
     Source source;
     if (!sourceFollow(link, source, sweep.output)) {
-        takeOut(link);
+        takeOut(entry);
         return;
     }
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link);
@@ -69,26 +83,27 @@ void judge(const Sweep& sweep, const char* link) {
         return;
     }
     std::int64_t bytes = 0;
-    if (std::remove(link) != 0) {
-        IgCmnSysErrPath("remove", errno, link);
-    } else if (copySource(source, link, kernel_file == 0 ? source.st.st_size : MOST, bytes) !=
-               Copied::ALL) {
+    if (!removeEntry(entry)) {
+        return;
+    }
+    const Copied copied =
+        copySource(source, link, kernel_file == 0 ? source.st.st_size : KERNEL_FILE_LIMIT, bytes);
+    if (copied == Copied::FAILED || (copied == Copied::CUT && kernel_file != 0)) {
         reportPath(link);
     }
 }
 
-void sweepLink(Sweep& sweep, const char* link) {
+void sweepLink(Sweep& sweep, const Entry& link) {
     struct stat st = {};
-    if (::stat(link, &st) != 0) {
+    sweep.links += sweep.judging ? 0 : 1;
+    if (::fstatat(link.directory, link.name, &st, 0) != 0) {
         if (!sweep.judging) {
-            reportGone(link);
+            reportGone(link.path);
         }
     } else if (!S_ISREG(st.st_mode)) {
         takeOut(link);
     } else if (sweep.judging) {
         judge(sweep, link);
-    } else {
-        ++sweep.links;
     }
 }
 
@@ -103,7 +118,7 @@ unsigned char typeOf(const char* path, const struct dirent& entry) {
     return static_cast<unsigned char>(IFTODT(st.st_mode));
 }
 
-bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry) {
+bool sweepEntry(Sweep& sweep, const char* directory, int fd, const struct dirent& entry) {
     LocalPool local;
     const char* path = IgCmnStrCatDir(local.get(), directory, entry.d_name);
     if (path == nullptr) {
@@ -115,10 +130,10 @@ bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry)
         case DT_DIR:
             return makeList(path, &sweep.directories, sweep.memoryp) == 0;
         case DT_LNK:
-            sweepLink(sweep, path);
+            sweepLink(sweep, {fd, entry.d_name, path});
             return true;
         default:
-            takeOut(path);
+            takeOut({fd, entry.d_name, path});
             return true;
     }
 }
@@ -128,13 +143,14 @@ bool sweepAll(Sweep& sweep) {
         return false;
     }
     for (const char& directory : walkStrings(sweep.directories)) {
-        const DirGuard dir(::opendir(&directory));
+        const DirGuard dir(sourceOpenDirectory({&directory, false}));
         if (!dir) {
             IgCmnSysErrPath("opendir", errno, &directory);
             continue;
         }
         const auto take = [&](const struct dirent& entry) {
-            return IgMainIsInterrupted() != 0 || sweepEntry(sweep, &directory, entry);
+            return IgMainIsInterrupted() != 0 ||
+                   sweepEntry(sweep, &directory, ::dirfd(dir.get()), entry);
         };
         if (readNames(dir.get(), &directory, nullptr, take) == -1) {
             return false;
@@ -171,13 +187,29 @@ Place placeOf(const root_tbl& root) {
 
 bool noteOutput(root_tbl& root, const char* path) {
     struct stat st = {};
+    Source source;
     if (::lstat(path, &st) != 0) {
         IgCmnSysErrPath("lstat", errno, path);
         return false;
     }
+    if (!sourceFollow(path, source)) {
+        IgCmnSysErrPath("open", errno, path);
+        return false;
+    }
+    // Another user's may have taken its place just now.
+    const bool same = source.st.st_dev == st.st_dev && source.st.st_ino == st.st_ino;
+    if (!same || !isRootsOwn(st) || (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        IgCmnSysErrPath("lstat", ESTALE, path);
+        return false;
+    }
+    if (root.output_held) {
+        ::close(root.output_fd);  // of one that has gone
+    }
     root.output_path = path;
     root.output_device = st.st_dev;
     root.output_inode = st.st_ino;
+    root.output_held = !source.own;
+    root.output_fd = source.own ? -1 : source.fd.release();
     return true;
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-// What the kernel tells of a process.
+// What the kernel says of a process.
 struct Process {
     char state;
     long parent;

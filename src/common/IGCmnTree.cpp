@@ -34,7 +34,7 @@ struct Name {
 // A directory that the walk is inside of. Its names are read before the first one is entered, so
 // that no descriptor stays open on the way down.
 struct Level {
-    const SourceDirectory* directory = nullptr;
+    SourceDirectory* directory = nullptr;
     const char* shown = nullptr;  // its path in the list
     dev_t device = 0;
     ino_t inode = 0;
@@ -49,7 +49,7 @@ struct Level {
 // A link to a directory, kept for the end.
 struct Link {
     FileEntry entry;
-    const SourceDirectory* target;
+    SourceDirectory* target;
     dev_t device;
     ino_t inode;
     bool enters;  // unless the directory was listed by then
@@ -128,7 +128,7 @@ class TreeLister {
             return 0;
         }
         if (IgCmnFileIsTaken(search_name) != 0) {
-            return 0;  // a link to nowhere: nothing is found, which the caller tells
+            return 0;  // a link to nowhere: nothing is found, which the caller reports
         }
         return startWithMatches(search_name) ? walk() : -1;
     }
@@ -158,7 +158,7 @@ class TreeLister {
 
     // Enters the directory that the search names, or the one whose entries it matches.
     bool enter(const char* path, const Source& source, const char* wildcard) {
-        const SourceDirectory* directory = directoryOf(source, true);
+        SourceDirectory* directory = directoryOf(source, true);
         if (directory == nullptr || entered_.add(source.st) == InodeSet::Added::NO_MEMORY) {
             return false;
         }
@@ -167,27 +167,18 @@ class TreeLister {
                      .device = source.st.st_dev,
                      .inode = source.st.st_ino,
                      .matching = wildcard != nullptr,
-                     .ours = isOurs(source.path.data())},
+                     .ours = liesIn(ours_, source.path.data())},
                     wildcard);
     }
 
-    [[nodiscard]] bool isOurs(const char* path) const {
-        if (ours_ == nullptr) {
-            return false;
-        }
-        const std::size_t length = std::strlen(ours_);
-        return std::strncmp(path, ours_, length) == 0 &&
-               (path[length] == '/' || path[length] == '\0');
-    }
-
-    const SourceDirectory* directoryOf(const Source& source, bool own) {
+    SourceDirectory* directoryOf(const Source& source, bool own) {
         auto* directory = newFromPool<SourceDirectory>(memoryp_);
         const char* path = IgCmnStrdup(memoryp_, source.path[0] == '\0' ? "/" : source.path.data());
         if (directory == nullptr || path == nullptr) {
             return nullptr;
         }
-        *directory = {path,
-                      own && source.own && (isRootsOwn(source.st) || isOurs(source.path.data()))};
+        *directory = {path, own && source.own &&
+                                (isRootsOwn(source.st) || liesIn(ours_, source.path.data()))};
         return directory;
     }
 
@@ -237,7 +228,7 @@ class TreeLister {
 
     static bool readLevel(Level& level, const char* wildcard) {
         const DirGuard dir(sourceOpenDirectory(*level.directory));
-        if (!dir) {
+        if (!dir || !settle(level, ::dirfd(dir.get()))) {
             IgCmnSysErrPath("opendir", errno, level.shown);
             return true;
         }
@@ -251,6 +242,22 @@ class TreeLister {
             return true;
         };
         return readNames(dir.get(), level.shown, wildcard, take) != -1;
+    }
+
+    // Judges the directory that was opened: something may have been mounted on the one that was
+    // looked at. Where others than root can exchange it, it must be that one. False with errno set.
+    static bool settle(const Level& level, int opened) {
+        struct stat st = {};
+        if (::fstat(opened, &st) != 0) {
+            return false;
+        }
+        SourceDirectory& directory = *level.directory;
+        if (!directory.own && (st.st_dev != level.device || st.st_ino != level.inode)) {
+            errno = ESTALE;
+            return false;
+        }
+        directory.own = directory.own && (level.ours || isRootsOwn(st));
+        return true;
     }
 
     static Name* newName(Level& level, int directory, const char* text) {
@@ -352,7 +359,7 @@ class TreeLister {
             return append(entry);
         }
         auto* link = newFromPool<Link>(local_.get());
-        const SourceDirectory* target = directoryOf(source, level.directory->own);
+        SourceDirectory* target = directoryOf(source, level.directory->own);
         if (link == nullptr || target == nullptr) {
             return false;
         }

@@ -19,7 +19,8 @@
 
 namespace {
 
-constexpr int LINKS_LIMIT = 40;  // as many as the kernel follows in one path
+constexpr int LINKS_LIMIT = 40;    // as many as the kernel follows in one path
+constexpr int STEPS_LIMIT = 4096;  // names in one path and its links: the longest path has half
 constexpr std::size_t DESCRIPTOR_PATH_SIZE = 32;
 
 // One way along a path. `source` is where it has come to.
@@ -70,6 +71,10 @@ class Way {
     }
 
     bool step(std::string_view name, bool last) {
+        if (steps_-- == 0) {
+            errno = ELOOP;
+            return false;
+        }
         if (!S_ISDIR(source_.st.st_mode)) {
             errno = ENOTDIR;
             return false;
@@ -114,6 +119,15 @@ class Way {
         if (S_ISLNK(st.st_mode)) {
             return takeLink(next, name, st);
         }
+        if (!append(name)) {
+            return false;
+        }
+        source_.st = st;
+        source_.fd.reset(taken.release());
+        return true;
+    }
+
+    bool append(const char* name) {
         const std::size_t length = std::strlen(name);
         if (length_ + 1 + length >= source_.path.size()) {
             errno = ENAMETOOLONG;
@@ -122,8 +136,6 @@ class Way {
         source_.path[length_] = '/';
         std::memcpy(source_.path.data() + length_ + 1, name, length + 1);
         length_ += 1 + length;
-        source_.st = st;
-        source_.fd.reset(taken.release());
         return true;
     }
 
@@ -132,7 +144,8 @@ class Way {
             errno = ELOOP;
             return false;
         }
-        const bool trusted = source_.own;
+        // A tool may have copied a user's link into the output: it is judged as where it was.
+        const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
         if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
             return false;
         }
@@ -153,19 +166,47 @@ class Way {
         return follow(text.data());
     }
 
-    // A link in proc leads to a file, whatever its text says: the file may have been deleted, or
-    // have its name in another mount namespace.
+    // A link in proc leads to a file, whatever its text says. Where the file has no name that we
+    // can find it by, because it was deleted or lies in another mount namespace, the link is its
+    // name.
     bool takeOfProc(const char* name) {
+        const bool ours = isOfOurNamespace(source_.fd.get());
         if (!arrive(::openat(source_.fd.get(), name, O_PATH | O_CLOEXEC))) {
             return false;
         }
+        if (ours && takeName()) {
+            own_ = own_ && isOfProc(source_.fd.get());  // what lies above was not judged
+            source_.own = source_.own && own_;
+            return true;
+        }
+        source_.own = source_.own && S_ISDIR(source_.st.st_mode);
+        return append(name);
+    }
+
+    // False when a directory of proc is that of a process with mounts of its own, or one below it.
+    static bool isOfOurNamespace(int fd) {
+        struct stat theirs = {};
+        struct stat ours = {};
+        return (::fstatat(fd, "ns/mnt", &theirs, 0) != 0 &&
+                ::fstatat(fd, "../ns/mnt", &theirs, 0) != 0) ||
+               (::stat("/proc/self/ns/mnt", &ours) == 0 && ours.st_dev == theirs.st_dev &&
+                ours.st_ino == theirs.st_ino);
+    }
+
+    // Makes the name under which the kernel knows the file the path, if it leads to that file.
+    bool takeName() {
         std::array<char, DESCRIPTOR_PATH_SIZE> self{};
+        std::array<char, std::size_t{PATH_MAX}> path{};
+        struct stat st = {};
         std::snprintf(self.data(), self.size(), "/proc/self/fd/%d", source_.fd.get());
-        const ssize_t length =
-            ::readlinkat(AT_FDCWD, self.data(), source_.path.data(), source_.path.size() - 1);
-        length_ = length == -1 ? 0 : static_cast<std::size_t>(length);
-        source_.path[length_] = '\0';
-        source_.own = source_.own && isOfProc(source_.fd.get());
+        const ssize_t length = ::readlinkat(AT_FDCWD, self.data(), path.data(), path.size() - 1);
+        if (length == -1 || ::lstat(path.data(), &st) != 0 || st.st_dev != source_.st.st_dev ||
+            st.st_ino != source_.st.st_ino) {
+            return false;
+        }
+        length_ = length == 1 ? 0 : static_cast<std::size_t>(length);  // "/" has no name
+        path[length_] = '\0';
+        source_.path = path;
         return true;
     }
 
@@ -174,14 +215,7 @@ class Way {
         return ::fstatfs(fd, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
     }
 
-    [[nodiscard]] bool liesInOurs() const {
-        if (ours_ == nullptr) {
-            return false;
-        }
-        const std::size_t length = std::strlen(ours_);
-        return std::strncmp(source_.path.data(), ours_, length) == 0 &&
-               (source_.path[length] == '/' || source_.path[length] == '\0');
-    }
+    [[nodiscard]] bool liesInOurs() const { return liesIn(ours_, source_.path.data()); }
 
     // Whether a link that a user may have made is followed to the place where the way now stands.
     [[nodiscard]] bool mayFollow(const struct stat& link) const {
@@ -192,6 +226,7 @@ class Way {
 
     Source& source_;
     const char* ours_;
+    int steps_ = STEPS_LIMIT;
     int links_;               // how many more are followed
     bool own_ = true;         // as source_.own, but for what being in the output adds
     std::size_t length_ = 0;  // of the path
@@ -232,6 +267,15 @@ int openWithoutLinks(const char* path, int flags) {
 }
 
 }  // namespace
+
+bool liesIn(const char* directory, const char* path) {
+    if (directory == nullptr) {
+        return false;
+    }
+    const std::size_t length = std::strlen(directory);
+    return std::strncmp(path, directory, length) == 0 &&
+           (path[length] == '/' || path[length] == '\0');
+}
 
 bool sourceFollow(const char* path, Source& source, const char* ours) {
     return go(path, source, ours, LINKS_LIMIT);

@@ -23,6 +23,10 @@ inline bool isRootsOwn(const struct stat& directory) {
     return directory.st_uid == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+/// True when the path is the directory or lies below it; false when the directory is null. Both
+/// are compared as texts.
+bool liesIn(const char* directory, const char* path);
+
 /// A directory whose entries are collected.
 struct SourceDirectory {
     const char* path;  // absolute, and no component is a link
@@ -41,7 +45,7 @@ struct Source {
 /// Goes along an absolute path, name by name, and follows the links on it. In a directory that is
 /// not root's own, or behind one, a link is followed only when it belongs to root or to the owner
 /// of what it leads to, and when it does not lead into a file system of the kernel's own.
-/// @param ours an output directory of our own (without links on its path), which nobody else can
+/// @param ours an output directory of our own (without links on its path), which no other user can
 ///             enter: what lies in it counts as root's own; or null
 /// @return false with errno set: LINK_REFUSED, or as open(2) sets it
 bool sourceFollow(const char* path, Source& source, const char* ours = nullptr);

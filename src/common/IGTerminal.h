@@ -5,8 +5,8 @@
 #include <cstdio>
 
 /// Whether to write to the terminal now. A reader that is slow holds a run up, as it does every
-/// program; but a run that has been interrupted is to end, also when nobody reads any more
-/// (IGPatience.h).
+/// program; but a run that has been interrupted is to end, also when its output is not read any
+/// more (IGPatience.h).
 /// @param stream the standard output or the standard error, with nothing in its buffer
 /// @return false when the run is interrupted, its patience is over and a write would wait
 [[nodiscard]] bool terminalTakes(std::FILE* stream);

@@ -146,6 +146,8 @@ struct root_tbl {
     const char* output_path;   // its path; null before
     dev_t output_device;       // which directory that is
     ino_t output_inode;
+    bool output_held;              // its path can be exchanged by others than root
+    int output_fd;                 // then: its O_PATH descriptor, until the process ends
     bool output_kept;              // the directory is the last whole copy of what was collected
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
     std::int64_t max_output_size;  // as configured; 0 or less is no limit

@@ -20,8 +20,8 @@
 
 namespace {
 
-// Collected data is secret, and nobody else may place anything in it: the directories below it may
-// then carry the modes of their sources.
+// Collected data is secret, and no other user may place anything in it: the directories below it
+// may then carry the modes of their sources.
 constexpr mode_t PRIVATE_DIRECTORY = 0700;
 
 // 1 when the directory has an entry of that name, 0 when it has none; -1 after a failure.

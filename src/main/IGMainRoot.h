@@ -4,7 +4,7 @@
 
 /// Where the real user is not root but the effective one is, becomes root in full: user, group, no
 /// further groups, and an environment of its own. Nothing that the user has set reaches the tools,
-/// which run as root and, unlike this program, do not know that somebody else has started them. To
+/// which run as root and, unlike this program, do not know that another user has started them. To
 /// be called before anything reads the environment. Reports nothing: see IgMainRootFailure.
 void IgMainBecomeRoot();
 

@@ -104,7 +104,7 @@ bool growArgument(std::uint32_t needed) {
     return true;
 }
 
-// All arguments in one string, as they are shown; one with a blank in it stands in single quotes.
+// All arguments in one string, as they are shown; one with a blank in it is in single quotes.
 bool joinArguments(const Arguments& arguments) {
     std::size_t present = 0;  // counted, for there may be very many of them
     for (int i = 1; i < arguments.argc; ++i) {

@@ -33,7 +33,7 @@ std::size_t SecretLine::hideWord(std::size_t from) {
         return hideQuoted(from);
     }
     const std::size_t end = until(from, BLANK);
-    // A quote at the end of the word is one of the command line, which stands in quotes.
+    // A quote at the end of the word is one of the command line, which is in quotes.
     const std::size_t last = end > from + 1 && in(end - 1, QUOTE) ? end - 1 : end;
     hide(from, last, secret_rest::WORD);
     return end;
@@ -122,7 +122,7 @@ void hideNextWord(SecretLine* line) {
     }
 }
 
-// value: x, where the name stands in the line before.
+// value: x, where the name is in the line before.
 bool hideValueLine(SecretLine* line) {
     if (!line->state().after_name) {
         return false;

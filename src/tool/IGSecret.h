@@ -63,7 +63,7 @@ struct secret_part {
 /// What becomes of a line or part, beside the bytes that are hidden in it.
 struct secret_fate {
     bool left_out = false;        ///< it is not printed at all, nor is its line feed
-    bool mask_first = false;      ///< a mask stands in front of it
+    bool mask_first = false;      ///< a mask comes before it
     std::size_t from = 0;         ///< it is printed from this place on
     std::size_t blank_lines = 0;  ///< so many empty lines are printed before it
 };

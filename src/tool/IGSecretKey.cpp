@@ -12,7 +12,7 @@ namespace {
 // So many characters of Base64 in one piece are no word of a sentence.
 constexpr std::size_t SURE = 32;
 
-// Where the line that begins a key stands in a line, and ends; from is NOWHERE when there is none.
+// Where the line that begins a key is in a line, and ends; from is NOWHERE when there is none.
 struct Marker {
     std::size_t from = NOWHERE;
     std::size_t to = 0;
@@ -119,7 +119,7 @@ Stretch withoutMarks(const SecretLine& line) {
     return stretch;
 }
 
-// Whether so much Base64 stands in one piece anywhere in the line that this is no sentence.
+// Whether so much Base64 is in one piece anywhere in the line that this is no sentence.
 bool hasSurePiece(const SecretLine& line) {
     for (std::size_t place = 0; place < line.size(); ++place) {
         const std::size_t end = line.skip(place, BASE64);

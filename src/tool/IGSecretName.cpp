@@ -285,7 +285,7 @@ std::size_t NameScan::atOther(std::size_t place) {
     return place + 1;
 }
 
-// The text of an element, up to the next tag. One that stands in the next lines is left to them.
+// The text of an element, up to the next tag. One that is in the next lines is left to them.
 std::size_t NameScan::element(std::size_t text) {
     if (line_.hasEnd(text)) {
         return text;
@@ -419,7 +419,7 @@ std::size_t NameScan::valueBehind(std::size_t quote) {
     return region_.value != NOWHERE ? quotedValue(region_.value, false) : 0;
 }
 
-// ---- What stands in front of a quoted value -----------------------------------------------------
+// ---- What comes before a quoted value -----------------------------------------------------
 
 // IDENTIFIED BY 'x', IDENTIFIED BY PASSWORD 'x'
 std::size_t NameScan::identified(std::size_t to) {
@@ -553,7 +553,7 @@ std::size_t NameScan::behindSeparator(std::size_t to) const {
     return line_.skip(place, BLANK);
 }
 
-// Whether the value stands in the next lines: an open list, a block of indented lines.
+// Whether the value is in the next lines: an open list, a block of indented lines.
 bool NameScan::opensLines(std::size_t from) {
     if (!line_.ends()) {
         return false;
@@ -749,7 +749,7 @@ std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
 
 std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_start) {
     // A PIN is a number. Other things of that name, such as the choice of a package version, are
-    // not, and what stands in their value is looked at by itself.
+    // not, and what is in their value is looked at by itself.
     const std::size_t digits = line_.skip(from, DIGIT);
     if (name.is_pin && name.word.from == NOWHERE && !line_.hasEnd(digits) &&
         !line_.in(digits, VALUE_END) && VALUE_SIGNS.find(line_.at(digits)) == NOWHERE) {

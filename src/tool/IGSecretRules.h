@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-/// What stands in the place of a secret.
+/// What replaces a secret.
 inline constexpr std::string_view SECRET_MASK = "********";
 
 /// Names of secret values. Each may stand inside of a longer name: db_password, x-api-key-2. "~" is
@@ -308,7 +308,7 @@ inline constexpr std::string_view USER_OPTIONS[] = {"-user", "-proxy-user", "-co
 inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth", "--proxy-auth", "--basic-auth",
                                                     "--http-auth", "--userpass"};
 
-/// Commands in which a word stands in front of a secret.
+/// Commands in which a word comes before a secret.
 struct secret_keyword {
     std::string_view command;
     std::string_view word;
@@ -363,7 +363,7 @@ struct secret_shape {
     std::string_view beginning;
     char then;             ///< what must end the first part; NUL when there is one part
     bool dots;             ///< dots belong to it
-    bool apart;            ///< no letter or digit stands in front of it
+    bool apart;            ///< no letter or digit comes before it
     std::size_t shortest;  ///< in bytes, with its beginning
 };
 inline constexpr secret_shape SECRET_SHAPES[] = {

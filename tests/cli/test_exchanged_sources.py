@@ -121,6 +121,68 @@ def test_a_wildcard_below_a_link_of_a_user_is_a_failed_copy(machine: Machine):
     assert not [name for name in run.archive.names if "key" in name]
 
 
+def test_a_link_with_a_very_long_way_leads_nowhere(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/a", 0o755, USER)
+    user_link(machine, f"{HOME}/short", "a/../" * 40 + "file")
+    user_link(machine, f"{HOME}/long0", "a/../" * 780 + "long1")  # 39 of these took half a second
+    for number in range(1, 6):
+        user_link(machine, f"{HOME}/long{number}", "a/../" * 780 + f"long{number + 1}")
+    user_link(machine, f"{HOME}/long6", "file")
+    run = collect(machine, pattern_text.data(f"{HOME}/short"), pattern_text.data(f"{HOME}/long0"))
+    assert run.archive.read("opt/home/short") == b"his"
+    assert f"ZEPA129-W:A system information({HOME}/long0) is not found.\n" in run.log
+
+
+@pytest.mark.parametrize("item", ["/file", "/f*", "", "/*"])
+def test_the_files_of_a_process_with_mounts_of_its_own_are_those_it_sees(machine: Machine, item):
+    machine.file("/opt/ns/file", b"outer")
+    machine.file("/opt/pid", b"")
+    start = script(machine, "/opt/start", """unshare -m sh -c '
+mount -t tmpfs -o mode=755 none /opt/ns; echo inner >/opt/ns/file; echo $$ >/opt/pid; exec sleep 60
+' >/dev/null 2>&1 &
+until [ -s /opt/pid ]; do :; done""")
+    machine.exec([start])
+    pid = machine.read("/opt/pid").strip()
+    run = collect(machine, pattern_text.data(f"/proc/{pid}/root/opt/ns{item}"))
+    machine.exec(["/bin/kill", pid])
+    assert run.archive.read(f"proc/{pid}/root/opt/ns/file") == b"inner\n"
+
+
+# ---- Leases --------------------------------------------------------------------------------------
+
+LEASE = """#!/usr/bin/python3
+import fcntl, glob, os, signal, sys
+os.setgid(1000)
+os.setuid(1000)
+path = sys.argv[1]
+file = os.open(path, os.O_RDWR)
+signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGIO])
+fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+open("/opt/held", "w").write("yes")
+signal.sigtimedwait([signal.SIGIO], 60)
+exec(open("/opt/then").read())
+fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_UNLCK)
+"""
+
+
+def hold_lease(machine: Machine, path: str, then: str = "pass") -> None:
+    """A user's process that holds a lease on his file; what it does when it is asked for it."""
+    machine.file("/opt/then", then)
+    machine.file("/opt/lease", LEASE, 0o755)
+    machine.file("/opt/held", b"", owner=USER)
+    machine.exec([script(machine, "/opt/start", f"""/opt/lease {path} 2>/opt/lease.log &
+while kill -0 $! && ! [ -s /opt/held ]; do :; done""")])
+    assert machine.read("/opt/held") == "yes", machine.read("/opt/lease.log")
+
+
+def test_a_file_under_a_lease_is_collected_when_its_holder_lets_go(machine: Machine):
+    make_home(machine)
+    hold_lease(machine, f"{HOME}/file")
+    run = collect(machine, pattern_text.data(f"{HOME}/file"))
+    assert run.archive.read("opt/home/file") == b"his" and "ZEPA130-W" not in run.log
+
+
 # ---- Links and other things that a tool leaves in the output ------------------------------------
 
 
@@ -139,9 +201,9 @@ def test_a_directory_that_a_tool_linked_is_brought_in_as_a_directory(machine: Ma
     run = run_in_output(machine, "ln -s /opt/tree link", pattern_text.data("%d%/link"))
     assert run.status == 0
     output = re.escape(DATA_DIRECTORY) + r"/testhost_\d+"
-    assert re.search(rf"ZEPA153-W.*filename = {output}/link/large, size = 2000 bytes", run.raw["log"])
+    assert re.search(rf"ZEPA153-W.* = {output}/link/large, size = 2000 bytes", run.raw["log"])
     unpacked = unpack(machine, run)
-    assert unpacked.read("link/a/file") == b"content"  # one that is too large takes no other with it
+    assert unpacked.read("link/a/file") == b"content"  # one too large takes no other with it
     source = read_directory(machine.path("/opt/tree"))
     assert unpacked["link/a/file"] == source["a/file"] and unpacked["link/a"] == source["a"]
     assert "link/large" not in unpacked
@@ -171,6 +233,31 @@ def test_what_a_tool_linked_below_a_users_directory_cannot_be_exchanged(machine:
     run = run_in_output(machine, f"ln -s {HOME}/file link", pattern_text.data("%d%/link"),
                         pattern_text.tool(swap))
     assert run.archive.read("link") == b"his"
+
+
+@pytest.mark.parametrize("way", ["listed twice", "ours has gone", "over the limit"])
+def test_no_other_link_hides_one_that_a_tool_made_to_a_users_file(machine: Machine, way: str):
+    make_home(machine)
+    machine.file("/opt/data/a", b"a" * 3000)
+    further = "; rm /opt/data/a" if way == "ours has gone" else ""
+    swap = script(machine, "/opt/swap", f"rm {HOME}/file; ln -s /opt/secret/key {HOME}/file\n"
+                  f"chown -h 1000:1000 {HOME}/file{further}")
+    if way == "over the limit":
+        machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=2\nQUENDIL_CLEANUP=ON\n")
+    items = [pattern_text.data("%d%/listed")] * (2 if way == "listed twice" else 1)
+    run = run_in_output(machine, f"ln -s /opt/data/a listed; ln -s {HOME}/file unlisted", *items,
+                        pattern_text.tool(swap))
+    assert SECRET not in run.archive.files().values()
+
+
+@pytest.mark.parametrize("listed", [True, False])
+def test_a_users_link_that_a_tool_copied_is_judged_as_where_it_was(machine: Machine, listed: bool):
+    make_home(machine)
+    user_link(machine, f"{HOME}/link", "/opt/secret/key")
+    items = [pattern_text.data("%d%")] if listed else []
+    run = run_in_output(machine, f"cp -a {HOME} copied", *items)
+    assert run.archive.read("copied/file") == b"his"
+    assert SECRET not in run.archive.files().values()
 
 
 @pytest.mark.parametrize("listed", [True, False])
@@ -232,11 +319,12 @@ def test_bytes_read_of_a_kernels_file_count_against_the_limit(machine: Machine):
     assert run.stderr == "ZEPA131-W:The size of the output data exceeded a limit size.\n"
 
 
-def test_of_a_kernels_file_that_does_not_end_the_first_part_is_collected_and_reported(machine: Machine):
+def test_of_a_kernels_file_without_an_end_the_first_part_is_collected(machine: Machine):
     pages = "/proc/self/pagemap"  # one entry for every page that a process could have
     run = collect(machine, pattern_text.data(pages))
     assert run.status == 0 and run.stderr == ""
-    assert failed(pages) + f"ZEPA209-I:It copied collecting data = {pages}. size = 0 bytes.\n" in run.log
+    copied = f"ZEPA209-I:It copied collecting data = {pages}. size = 0 bytes.\n"
+    assert failed(pages) + copied in run.log
     assert f"ZEPA210-I:Total data size: {64 << 20} bytes.\n" in run.log
     assert len(run.archive.read(pages[1:])) == 64 << 20
     assert f"FILE:{pages[1:]}\n" in run.index
@@ -275,6 +363,46 @@ def test_what_takes_the_outputs_name_while_it_is_packed_is_not_removed(machine: 
     assert machine.read(f"{DATA_DIRECTORY}/{directory}/file") == "whole"
 
 
+EXCHANGE = f"""
+output, = glob.glob("{HOME}/base/*")
+os.rename(output, output + ".away")
+"""
+
+
+def test_nothing_is_written_behind_an_output_that_is_exchanged_within_an_item(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    machine.file(f"{HOME}/tree/etc/x", b"x", owner=USER)
+    machine.file(f"{HOME}/tree/leased", b"his", owner=USER)
+    machine.directory(f"{HOME}/tree/etc", 0o777, USER)
+    machine.directory(f"{HOME}/tree", 0o755, USER)
+    machine.file("/opt/victim/etc/passwd", b"whole")
+    machine.directory("/opt/victim/etc", 0o755)
+    hold_lease(machine, f"{HOME}/tree/leased", EXCHANGE + f"""
+os.makedirs(output + "{HOME}")
+os.symlink("/opt/victim", output + "{HOME}/tree")
+""")
+    run = collect(machine, pattern_text.data(f"{HOME}/tree"), arguments=("-d", f"{HOME}/base"))
+    assert run.status == 255
+    status = machine.status("/opt/victim/etc")
+    assert (status.st_uid, status.st_mode & 0o777) == (0, 0o755)
+    assert machine.list("/opt/victim") == ["etc"] and machine.list("/opt/victim/etc") == ["passwd"]
+
+
+def test_nothing_is_removed_behind_an_output_that_is_exchanged_while_it_is_swept(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    machine.file("/opt/victim/dev/x", b"x")
+    make = script(machine, "/opt/make", "cd /opt/victim/dev; mknod null c 1 3; mkfifo fifo")
+    machine.exec([make])
+    hold_lease(machine, f"{HOME}/file", EXCHANGE + "os.symlink('/opt/victim', output)\n")
+    tool = script(machine, "/opt/write",
+                  f"cd {HOME}/base/*/ && ln -s {HOME}/file link && mkdir dev")
+    run = collect(machine, pattern_text.tool(tool), arguments=("-d", f"{HOME}/base"))
+    assert run.status == 255
+    assert machine.list("/opt/victim/dev") == ["fifo", "null", "x"]
+
+
 # ---- The archive ---------------------------------------------------------------------------------
 
 
@@ -295,7 +423,8 @@ def test_what_takes_the_archives_name_in_a_users_directory_is_not_written_to(mac
     make_home(machine)
     machine.file("/opt/data", b"x")
     machine.file("/opt/victim", b"whole")
-    swap = script(machine, "/opt/swap", f"mv {HOME}/result.tar {HOME}/moved; {put} {HOME}/result.tar")
+    swap = script(machine, "/opt/swap",
+                  f"mv {HOME}/result.tar {HOME}/moved; {put} {HOME}/result.tar")
     machine.replace("/bin/tar", behave.run(swap), behave.run("/opt/real/tar"))
     run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", f"{HOME}/result"))
     assert run.status == 20
@@ -303,6 +432,33 @@ def test_what_takes_the_archives_name_in_a_users_directory_is_not_written_to(mac
     assert run.directory["opt/data"].target == "/opt/data"
     assert machine.read("/opt/victim") == "whole"
     assert machine.exists(f"{HOME}/result.tar") == (put != "true")
+
+
+def test_a_claim_that_fails_in_a_users_directory_lets_tar_write_nowhere(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/sub", 0o755, USER)
+    machine.file("/opt/data", b"x")
+    machine.file("/opt/victim", b"whole")
+    away = script(machine, "/opt/away",
+                  f"mv {HOME}/sub {HOME}/other; ln -s /opt/victim {HOME}/other/result.tar")
+    back = script(machine, "/opt/back", f"mv {HOME}/other {HOME}/sub")
+    machine.replace("/bin/tar", behave.run(back), behave.run("/opt/real/tar"))
+    run = collect(machine, pattern_text.data("/opt/data"), pattern_text.tool(away),
+                  arguments=("-o", f"{HOME}/sub/result"))
+    assert run.status == 20 and machine.read("/opt/victim") == "whole"
+    assert "system call name = open, error code = 2" in run.log
+
+
+def test_a_compressed_file_that_is_not_ours_is_not_removed(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/sub", 0o755, USER)
+    machine.file("/opt/data", b"x")
+    machine.file("/opt/victim/result.tar", b"whole")
+    machine.file("/opt/victim/result.tar.gz", b"whole too")
+    swap = script(machine, "/opt/swap", f"mv {HOME}/sub {HOME}/other; ln -s /opt/victim {HOME}/sub")
+    machine.replace("/bin/gzip", behave.run(swap), behave.become("/opt/real/gzip"))
+    collect(machine, pattern_text.data("/opt/data"), arguments=("-o", f"{HOME}/sub/result"))
+    assert machine.list("/opt/victim") == ["result.tar", "result.tar.gz"]
 
 
 def test_a_default_acl_opens_no_archive(machine: Machine):
