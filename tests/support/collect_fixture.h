@@ -15,7 +15,7 @@ class CollectTest : public ChildTest {
         ChildTest::SetUp();
         root_ = IgIniGetCmnRoot(pool());
         ASSERT_NE(root_, nullptr);
-        base_ = path("base");
+        base_ = own_.path("base");
         std::filesystem::create_directory(base_);
         root_->output_dir = base_.data();
         root_->output_name = name_.data();
@@ -45,6 +45,7 @@ class CollectTest : public ChildTest {
     std::string data_dir_;  // where the pattern's data goes
 
   private:
+    TempDir own_{"/opt"};  // root's own, as the installed data directory is
     std::string name_ = "host_250101000000";
 };
 

@@ -522,7 +522,7 @@ TEST_F(IGCollectData, DescribesTheDataInTheIndex) {
 // directory is the data directory all the same.
 TEST_F(IGCollectData, PutsNoPrefixInFrontHoweverTheBaseDirectoryIsSpelt) {
     make("file", 1);
-    std::string base = path("./base/../base");
+    std::string base = base_ + "/./../base";
     data_dir_ = base + "/" + root_->output_name;
     root_->output_dir = base.data();
     root_->d = data_dir_.data();
