@@ -378,11 +378,11 @@ def test_a_default_archive_that_exists_is_refused(machine: Machine, suffix: str)
     assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
 
 
-def two_patterns(machine: Machine, *after: str) -> Run:
+def two_patterns(machine: Machine, further: str = "") -> Run:
     """A run whose first pattern takes the output directory away; the second wants /opt/data."""
     machine.file("/opt/data", "12345")
-    machine.file("/opt/tool", '#!/bin/sh\ncd "$1" && rm -r "$1"\n', 0o755)
-    machine.pattern("10_first", pattern_text.pattern(pattern_text.tool("/opt/tool %d%"), *after))
+    machine.file("/opt/tool", f'#!/bin/sh\ncd "$1" && rm -r "$1"\n{further}\n', 0o755)
+    machine.pattern("10_first", pattern_text.pattern(pattern_text.tool("/opt/tool %d%")))
     machine.pattern("20_second", pattern_text.pattern(pattern_text.data("/opt/data")))
     return machine.run(*GROUP)
 
@@ -397,14 +397,14 @@ def test_an_output_directory_that_is_gone_is_made_again_for_the_next_pattern(mac
     assert run.index == expect.index_record("opt/data")  # the head is written once
 
 
-def test_a_pattern_without_a_directory_is_left_out(machine: Machine):
-    run = two_patterns(machine, pattern_text.tool(f"{behave.PROGRAM} write %d% x"))
+def test_what_has_taken_the_outputs_name_ends_the_run_and_stays(machine: Machine):
+    run = two_patterns(machine, 'echo x >"$1"')
     made = expect.system_error("mkdir", 17, expect.OUTPUT_DIRECTORY, "IGCmnFile", warning=True)
-    log = started_log().tool(f"/opt/tool {expect.OUTPUT_DIRECTORY}")
-    log.tool(f"{behave.PROGRAM} write {expect.OUTPUT_DIRECTORY} x").raw(made)
     lost = f"ZEPA104-E:The specified directory({expect.OUTPUT_DIRECTORY}) does not exist.\n"
-    assert run.log == log.raw(lost).cleaned().finished(255).text
-    assert run.status == 255 and machine.read(run_output(machine)) == "x"
+    log = started_log().tool(f"/opt/tool {expect.OUTPUT_DIRECTORY}").raw(made + lost)
+    assert run.log == log.cleaned().finished(255).text
+    name, = machine.list(DATA_DIRECTORY)
+    assert run.status == 255 and machine.read(f"{DATA_DIRECTORY}/{name}") == "x\n"
 
 
 # ---- The terminal -------------------------------------------------------------------------------
