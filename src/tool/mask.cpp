@@ -2,8 +2,8 @@
 //
 // usage: mask <FILE
 //
-// What it has masked it writes before it waits for more. It ends with 0; with 153, as the shell
-// tells of SIGXFSZ, when the output met a file-size limit, whether or not that signal was ignored;
+// What it has masked it writes before it waits for more. It ends with 0; with 153, as the
+// shell reports SIGXFSZ, when the output reached a file-size limit, ignored or not;
 // with 1 when its input could not be read or its output not be written for another reason.
 #include <poll.h>
 #include <signal.h>

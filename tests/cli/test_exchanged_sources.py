@@ -468,10 +468,10 @@ def test_a_default_acl_opens_no_archive(machine: Machine):
     acl = (2).to_bytes(4, "little") + b"".join(
         tag.to_bytes(2, "little") + bits.to_bytes(2, "little") + who.to_bytes(4, "little")
         for tag, bits, who in entries)
-    os.setxattr(machine.path(machine.directory("/opt/shared")), "system.posix_acl_default", acl)
+    os.setxattr(machine.path(machine.directory("/opt/common")), "system.posix_acl_default", acl)
     machine.replace("/bin/gzip", behave.exit(1))
-    run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/shared/result"))
-    assert run.result == "/opt/shared/result.tar"
+    run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/common/result"))
+    assert run.result == "/opt/common/result.tar"
     assert machine.status(run.result).st_mode & 0o077 == 0
 
 

@@ -279,16 +279,16 @@ def test_only_directories_inside_of_the_output_are_open_to_all(machine: Machine,
 
 
 def test_no_default_acl_opens_what_a_tool_writes(machine: Machine):
-    machine.directory("/opt/shared")
+    machine.directory("/opt/common")
     entries = [(0x01, 7, -1), (0x02, 7, 1000), (0x04, 7, -1), (0x10, 7, -1), (0x20, 7, -1)]
     acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
-    for path in ("/opt/shared", LOG_DIRECTORY):
+    for path in ("/opt/common", LOG_DIRECTORY):
         os.setxattr(machine.path(path), "system.posix_acl_default", acl)
-    run = collect(machine, pattern_text.tool(machine.tool(out("x")), redirect="/opt/shared/out"),
+    run = collect(machine, pattern_text.tool(machine.tool(out("x")), redirect="/opt/common/out"),
                   pattern_text.tool(machine.tool(err("x"))))
     assert run.status == 0
     # With an ACL, the group's bits are the most that any of its entries gives.
-    assert machine.mode("/opt/shared/out") == machine.mode(STDERR_LOG) == "0600"
+    assert machine.mode("/opt/common/out") == machine.mode(STDERR_LOG) == "0600"
 
 
 def test_the_error_file_is_made_anew_for_every_tool(machine: Machine):
