@@ -195,7 +195,7 @@ TarState stateOfTar(const char* path) {
 // --- making ---
 
 void removePartial(const char* path) {
-    if (IgCmnFileExists(path) != 0 && std::remove(path) != 0) {
+    if (IgCmnFileIsTaken(path) != 0 && std::remove(path) != 0) {
         IgCmnSysErrPath("remove", errno, path);
     }
 }

@@ -118,7 +118,8 @@ extern int fcntl64(int descriptor, int command, ...);
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
     X(sigaction) X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall)             \
     X(truncate64)                                                                                 \
-    X(ungetwc) X(unlink) X(vdprintf) X(waitid) X(waitpid) X(wcrtomb) X(wcstombs) X(write)
+    X(ungetwc) X(unlink) X(unlinkat) X(vdprintf) X(waitid) X(waitpid) X(wcrtomb) X(wcstombs)      \
+    X(write)
 // clang-format on
 
 #define DECLARE(name) static __typeof__(name)* real_##name;
@@ -194,6 +195,8 @@ FAILS_ON_PATH(mkdir, (const char* path, mode_t mode), (path, mode))
 FAILS_ON_PATH(remove, (const char* path), (path))
 FAILS_ON_PATH(rename, (const char* path, const char* to), (path, to))
 FAILS_ON_PATH(unlink, (const char* path), (path))
+FAILS_WITH(-1, "remove", path, int, unlinkat, (int dir, const char* path, int flags),
+           (dir, path, flags))
 FAILS_ON_PATH(execv, (const char* path, char* const argv[]), (path, argv))
 FAILS_WITH(-1, "symlink", path, int, symlink, (const char* target, const char* path),
            (target, path))

@@ -30,7 +30,8 @@ KIND_OF = {
     "pthread_mutex_lock": "pthread_mutex", "pthread_mutex_unlock": "pthread_mutex",
     "readdir64": "readdir", "realloc": "malloc", "stat64": "stat", "statfs64": "statfs",
     "syscall": "pidfd_open", "truncate64": "truncate", "fdopendir": "opendir",
-    "fstatat64": "fstatat", "fstatfs64": "statfs", "openat64": "openat", "__openat64_2": "openat",
+    "fstatat64": "fstatat", "unlinkat": "remove", "fstatfs64": "statfs", "openat64": "openat",
+    "__openat64_2": "openat",
     "__read_chk": "read",
 }
 

@@ -70,7 +70,7 @@ KINDS = (
     Kind("fprintf", errno.ENOSPC, told=("vfprintf", "fprintf")),
     Kind("fstat", errno.EIO, told=("fstat", "open", "opendir", "fopen"),
          words=(NOT_COPIED, "ZEPA112-E")),
-    Kind("fstatat", errno.EIO, told=("fstatat",)),
+    Kind("fstatat", errno.EIO, told=("fstatat",), words=("ZEPA129-W",)),
     Kind("futimens", errno.EPERM, told=("utime",), words=(NOT_COPIED,)),
     Kind("fwrite", errno.ENOSPC, told=("fputs",)),
     Kind("getc", errno.EIO, told=("fgets",)),
