@@ -178,6 +178,28 @@ class Capture {
     int saved_;
 };
 
+/// Puts the variables of the run into their start state.
+inline void resetRunState() {
+    IgCmnMemoryFree(&run_state.memoryp, nullptr, 0);
+    run_state.cmd_name = nullptr;
+    run_state.argument = nullptr;
+    run_state.argument_size = 0;
+    run_state.root = nullptr;
+    run_state.ret_code = RETCODE_FAILED;
+    run_state.interrupted = 0;
+    run_state.interruption_handled = 0;
+    run_state.signal_no = 0;
+    run_state.patience = PATIENCE;
+    run_state.hangup_ignored = 0;
+    run_state.interruption_reported = 0;
+    run_state.cleanup_wanted = 0;
+    run_state.size_exceeded = 0;
+    run_state.total_size = 0;
+    run_state.links_made = 0;
+    run_state.super_user = 104;
+    run_hooks = RunHooks{};
+}
+
 /// A run in its start state, its run log open. What the run log gains is taken with takeLog().
 class RunTest : public ::testing::Test {
   protected:
@@ -210,23 +232,7 @@ class RunTest : public ::testing::Test {
         msg_state = MsgState{};
         IgCmnMsgFree();
         taken_ = 0;
-        IgCmnMemoryFree(&run_state.memoryp, nullptr, 0);
-        run_state.cmd_name = nullptr;
-        run_state.argument = nullptr;
-        run_state.argument_size = 0;
-        run_state.root = nullptr;
-        run_state.ret_code = RETCODE_FAILED;
-        run_state.interrupted = 0;
-        run_state.interruption_handled = 0;
-        run_state.signal_no = 0;
-        run_state.patience = PATIENCE;
-        run_state.hangup_ignored = 0;
-        run_state.interruption_reported = 0;
-        run_state.cleanup_wanted = 0;
-        run_state.size_exceeded = 0;
-        run_state.total_size = 0;
-        run_state.super_user = 104;
-        run_hooks = RunHooks{};
+        resetRunState();
     }
 
     Pool pool_;

@@ -2,13 +2,18 @@
 #include <gmock/gmock.h>
 
 #include "common/IGCmnMemory.h"
+#include "common/IGRunState.h"
 #include "standing_in.h"
 
 namespace {
 
-// What stands in for a call of the system ends with its test.
+// What stands in for a call of the system ends with its test, and so does an interruption of the run.
 class NothingLeft : public ::testing::EmptyTestEventListener {
-    void OnTestEnd(const ::testing::TestInfo& /*test*/) override { EXPECT_TRUE(nothingStandsIn()); }
+    void OnTestEnd(const ::testing::TestInfo& /*test*/) override {
+        EXPECT_TRUE(nothingStandsIn());
+        EXPECT_EQ(run_state.interrupted, 0);
+        EXPECT_EQ(run_state.patience, PATIENCE);
+    }
 };
 
 }  // namespace

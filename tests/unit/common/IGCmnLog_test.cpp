@@ -63,13 +63,12 @@ class LogTest : public ::testing::Test {
         std::setlocale(LC_ALL, "C.utf8");
         ::umask(022);
         closeLog();
-        run_hooks = RunHooks{};
+        resetRunState();
         run_hooks.is_super_user = [] { return 0; };
-        IgMainSetRetCode(RETCODE_FAILED);
     }
     void TearDown() override {
         closeLog();
-        run_hooks = RunHooks{};
+        resetRunState();
         std::setlocale(LC_ALL, "C");
     }
     static void closeLog() {
