@@ -51,6 +51,7 @@ struct proc_ctl {
     int status = 0;  // as waitpid gives it
     bool timed_out = false;
     bool killed = false;  // SIGKILL was sent: there is nothing more to try
+    bool unsent = false;  // a signal of ours could not be sent: that stays a failure to stop it
 };
 
 bool isNullDevice(const char* path) {
@@ -278,6 +279,7 @@ class TimedWait {
 
     void send(int signo) {
         const int error = signalChild(-ctl_.pid, signo);
+        ctl_.unsent = error != 0;
         isOver("kill", error);
     }
 
@@ -322,8 +324,9 @@ void waitWithoutLimit(proc_ctl& ctl) {
 }
 
 // A wait that failed leaves the child running: nothing of it stays. The archiver's programs have no
-// group of their own; one that went on would change the result behind our back.
-void endChild(proc_ctl& ctl) {
+// group of their own; one that went on would change the result behind our back. True when the child
+// has ended.
+bool endChild(proc_ctl& ctl) {
     signalChild(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
     pid_t reaped = reap(ctl);
     for (int round = 0; round < KILL_ROUNDS && reaped == 0; ++round) {
@@ -333,17 +336,19 @@ void endChild(proc_ctl& ctl) {
     if (reaped <= 0 && isArchiving()) {
         ctl.status = SIGKILL;  // an end that nobody saw: what was made may be cut
     }
+    return reaped > 0;
 }
 
 void waitForChild(proc_ctl& ctl) {
+    const int failed_before = crnt_child.stop_failure;
     if (ctl.request->timeout < 1) {
         waitWithoutLimit(ctl);
     } else {
         TimedWait(ctl).run();
     }
     const bool left = crnt_child.pid != 0 && crnt_child.reaped == 0;
-    if (left && !ctl.killed) {
-        endChild(ctl);
+    if (left && !ctl.killed && endChild(ctl) && !ctl.unsent) {
+        crnt_child.stop_failure = failed_before;  // the wait failed, and nothing of it is left
     }
     const InterruptionBlock block;
     if (crnt_child.reaped != 0) {

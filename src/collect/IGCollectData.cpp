@@ -11,6 +11,7 @@
 
 #include "collect/IGCopy.h"
 #include "collect/IGIndex.h"
+#include "collect/IGOutput.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
@@ -530,22 +531,6 @@ bool findOurs(Item& item) {
     return item.ours != nullptr;
 }
 
-// Where the output's path can be exchanged, what is brought in goes to the directory itself.
-bool findPlace(Item& item) {
-    const root_tbl& root = item.root;
-    if (!root.output_held) {
-        return true;
-    }
-    const std::size_t length = std::strlen(root.output_path);
-    if (std::strncmp(item.data_dir, root.output_path, length) == 0) {
-        constexpr std::size_t SIZE = 48;
-        std::array<char, SIZE> output{};
-        std::snprintf(output.data(), output.size(), "/proc/%d/fd/%d", ::getpid(), root.output_fd);
-        item.place = IgCmnStrCat(item.memoryp, output.data(), item.data_dir + length);
-    }
-    return item.place != nullptr;
-}
-
 // Whether the item names output of the pattern's own tools: a comparison of texts, on the directory
 // that is looked into.
 bool isOwnOutput(const Item& item) {
@@ -580,8 +565,11 @@ Step eachEntry(Item& item, const IgCmnListHeader* entries,
     return Step::NEXT;
 }
 
-bool makeDataDirectory(const char* data_dir) {
-    return IgCmnFileExists(data_dir) != 0 || IgCmnFileMkdir(data_dir) == 0;
+// What is brought in goes to the data directory, which may have to be made.
+bool findPlace(Item& item) {
+    item.place = pathInOutput(item.memoryp, item.root, item.data_dir);
+    return item.place != nullptr &&
+           (IgCmnFileExists(item.place) != 0 || IgCmnFileMkdir(item.place) == 0);
 }
 
 // 0 with the record in `records` when there is one, else the item's result.
@@ -603,7 +591,7 @@ int collectItem(Item& item, IgCmnListHeader** records) {
         }
         return 0;
     }
-    if (!own_output && (!makeDataDirectory(item.data_dir) || !findPlace(item))) {
+    if (!own_output && !findPlace(item)) {
         return 0;
     }
     describe(item);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "collect/IGCmnProcess.h"
+#include "collect/IGOutput.h"
 #include "common/IGAssert.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnLog.h"
@@ -29,8 +30,9 @@ struct Tool {
 };
 
 // Others may neither enter nor write in the output, so directories of a tool's own have every
-// permission there. Elsewhere no other user may put files into them.
-bool chooseDirectoryMode(const root_tbl& root, Tool& tool) {
+// permission there, and its file is made by the output's descriptor where its path may be
+// exchanged. Elsewhere no other user may put files into them.
+bool chooseDirectoryMode(memory_pool* memoryp, const root_tbl& root, Tool& tool) {
     constexpr mode_t INSIDE = 0777;
     constexpr mode_t OUTSIDE = 0755;
     LocalPool local;
@@ -40,15 +42,16 @@ bool chooseDirectoryMode(const root_tbl& root, Tool& tool) {
     if (output == nullptr || IgCmnIsAbsPath(tool.redirect_path) == 0) {
         return output != nullptr;
     }
-    if (IgCmnFileNormPath(local.get(), tool.redirect_path, &file) != 0 ||
+    if (IgCmnFileNormPath(memoryp, tool.redirect_path, &file) != 0 ||
         IgCmnFileNormPath(local.get(), output, &output) != 0) {
         return false;
     }
     const std::size_t length = std::strlen(output);
     if (std::strncmp(file, output, length) == 0 && file[length] == '/') {
         tool.directory_mode = INSIDE;
+        tool.redirect_path = pathInOutput(memoryp, root, file);
     }
-    return true;
+    return tool.redirect_path != nullptr;
 }
 
 bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block, Tool& tool) {
@@ -61,7 +64,7 @@ bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block,
     tool.redirect_path = nullptr;
     if (block.redirect_path != nullptr) {
         tool.redirect_path = IgCmnReplaceStrs(block.redirect_path, 1, &root, memoryp, nullptr);
-        return tool.redirect_path != nullptr && chooseDirectoryMode(root, tool);
+        return tool.redirect_path != nullptr && chooseDirectoryMode(memoryp, root, tool);
     }
     return true;
 }

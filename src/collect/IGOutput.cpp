@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 #include "collect/IGCopy.h"
 #include "common/IGCmnList.h"
@@ -225,6 +226,21 @@ bool checkOutput(const root_tbl& root) {
         IgCmnMsg<ZEPA104_E>(root.output_path);
     }
     return false;
+}
+
+const char* pathInOutput(memory_pool* memoryp, const root_tbl& root, const char* path) {
+    if (!root.output_held) {
+        return path;
+    }
+    const std::size_t length = std::strlen(root.output_path);
+    if (std::strncmp(path, root.output_path, length) != 0 ||
+        (path[length] != '/' && path[length] != '\0')) {
+        return path;
+    }
+    constexpr std::size_t SIZE = 48;
+    std::array<char, SIZE> output{};
+    std::snprintf(output.data(), output.size(), "/proc/%d/fd/%d", ::getpid(), root.output_fd);
+    return IgCmnStrCat(memoryp, output.data(), path + length);
 }
 
 bool settleOutput(const root_tbl& root) {

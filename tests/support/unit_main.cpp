@@ -7,7 +7,8 @@
 
 namespace {
 
-// What stands in for a call of the system ends with its test, and so does an interruption of the run.
+// What stands in for a call of the system ends with its test, and so does an interruption of the
+// run.
 class NothingLeft : public ::testing::EmptyTestEventListener {
     void OnTestEnd(const ::testing::TestInfo& /*test*/) override {
         EXPECT_TRUE(nothingStandsIn());

@@ -1,8 +1,10 @@
 #include "collect/IGExeTool.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "../../support/collect_fixture.h"
+#include "common/IGGuards.h"
 
 namespace {
 
@@ -144,6 +146,19 @@ TEST_F(IGExeTool, GoesOnWhenTheOutputFileCannotBeMade) {
               started(line, 10) +
                   trio("open", 21, "Is a directory", data_dir_ + "/out", "IGCmnProcess", true) +
                   ended(255, 0));
+}
+
+TEST_F(IGExeTool, WritesIntoTheOutputThatWasMadeWhateverHasItsName) {
+    const std::string away = base_ + "/away";
+    const FdGuard held(::open(output_.c_str(), O_PATH | O_CLOEXEC));
+    root_->output_held = true;
+    root_->output_fd = held.get();
+    std::filesystem::rename(output_, away);
+    std::filesystem::create_directory(output_);
+    redirect("%d%/own/out");
+    EXPECT_EQ(run(behave("out x")), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(output_));
+    EXPECT_EQ(readText(away + "/own/out"), "x");
 }
 
 TEST_F(IGExeTool, StartsNothingInAnInterruptedRun) {
