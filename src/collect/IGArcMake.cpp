@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -85,6 +86,58 @@ class WorkingDirectory {
     bool entered_ = false;
 };
 
+// Where tar runs, which is given no more than the output's name: the base directory. Where a user
+// can exchange what stands there under that name, it is a directory of our own among the program's
+// data, with a link to the output itself.
+class PackingPlace {
+  public:
+    PackingPlace() = default;
+    ~PackingPlace() {
+        const ErrnoKeeper keeper;
+        if (link_ != nullptr && ::unlink(link_) != 0) {
+            IgCmnSysErrPath("unlink", errno, link_);
+        }
+        if (made_ && ::unlinkat(AT_FDCWD, path_.data(), AT_REMOVEDIR) != 0) {
+            IgCmnSysErrPath("rmdir", errno, path_.data());
+        }
+    }
+    PackingPlace(const PackingPlace&) = delete;
+    PackingPlace& operator=(const PackingPlace&) = delete;
+
+    // Null after reporting.
+    const char* find(memory_pool* memoryp, const root_tbl& root) {
+        return root.output_held ? make(memoryp, root) : root.output_dir;
+    }
+
+  private:
+    const char* make(memory_pool* memoryp, const root_tbl& root) {
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumOutputDir, ".packing_XXXXXX", path_.data(),
+                                path_.size()) == 0) {
+            return nullptr;
+        }
+        made_ = ::mkdtemp(path_.data()) != nullptr;
+        if (!made_) {
+            IgCmnSysErrPath("mkdtemp", errno, path_.data());
+            return nullptr;
+        }
+        const char* output = pathInOutput(memoryp, root, root.output_path);
+        const char* link = IgCmnStrCatDir(memoryp, path_.data(), root.output_name);
+        if (output == nullptr || link == nullptr) {
+            return nullptr;
+        }
+        if (::symlink(output, link) != 0) {
+            IgCmnSysErrPath("symlink", errno, link);
+            return nullptr;
+        }
+        link_ = link;
+        return path_.data();
+    }
+
+    std::array<char, PATH_MAX + 1> path_{};
+    const char* link_ = nullptr;
+    bool made_ = false;
+};
+
 // --- copying the logs ---
 
 // cp would read from it until somebody writes to it.
@@ -114,7 +167,8 @@ int copyLog(memory_pool* memoryp, const char* collected, const char* name, bool 
 }
 
 int copyLogs(memory_pool* memoryp, const root_tbl& root) {
-    const char* collected = outputDirectory(memoryp, root);
+    const char* output = outputDirectory(memoryp, root);
+    const char* collected = output == nullptr ? nullptr : pathInOutput(memoryp, root, output);
     if (collected == nullptr) {
         return -1;
     }
@@ -350,7 +404,7 @@ void replaceDirectoryByArchive(const Archive& archive) {
         IgCmnMsg<ZEPA215_I>(collected);
     } else if (checkOutput(archive.root)) {
         IgCmnMsgInfo<ZEPA212_I>(collected);
-        IgCmnFileRemoveAll(collected);  // reports; the archive is the result either way
+        removeOutput(archive.root);  // reports; the archive is the result either way
     }
     IgCmnProgressStep();
 }
@@ -466,6 +520,7 @@ int IgArcMakeOutput(memory_pool* memoryp, root_tbl* root) {
 int IgArcMake(memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root);
+    PackingPlace place;
     WorkingDirectory working_directory;
     Archive archive{.memoryp = memoryp, .root = *root};
     if (!working_directory.remember() || !choosePaths(archive)) {
@@ -474,7 +529,8 @@ int IgArcMake(memory_pool* memoryp, root_tbl* root) {
     if (!claimName(archive)) {
         return 0;
     }
-    if (!working_directory.enter(root->output_dir)) {
+    const char* directory = place.find(memoryp, *root);
+    if (directory == nullptr || !working_directory.enter(directory)) {
         dropTar(archive);
         return -1;
     }

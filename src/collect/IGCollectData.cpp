@@ -30,9 +30,6 @@
 
 namespace {
 
-// The limit is configured in units of 512 bytes.
-constexpr int LIMIT_SHIFT = 9;
-
 // A directory that was made in the output, with the attributes it is to get in the end.
 struct MadeDirectory {
     const char* path;
@@ -46,9 +43,10 @@ struct Item {
     const data_block& block;
     const char* data_dir = nullptr;   // normalised, without trailing slash
     const char* path_name = nullptr;  // expanded and normalised
-    const char* index = nullptr;      // the index file, normalised
-    const char* ours = nullptr;       // the output directory without links, for what tools wrote
-    const char* place = nullptr;      // the data directory's path for what is brought in
+    const char* place = nullptr;      // the data directory as pathInOutput gives it
+    const char* index = nullptr;      // the index file, likewise
+    bool own_output = false;          // what the pattern's own tools wrote is listed
+    const char* ours = nullptr;       // then: the output directory without links
     IndexRecord record{};
     IgCmnListHeader* made = nullptr;     // MadeDirectory
     const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
@@ -63,23 +61,6 @@ enum class Step {
     FAILED,       // -1
     SIZE_LIMIT,   // COLLECT_SIZE_LIMIT
 };
-
-bool fitsLimit(const root_tbl& root, std::int64_t size) {
-    std::int64_t total = 0;
-    if (__builtin_add_overflow(run_state.total_size, size, &total)) {
-        total = INT64_MAX;
-    }
-    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
-        return false;
-    }
-    run_state.total_size = total;
-    return true;
-}
-
-void reportOverLimit(const char* shown, std::int64_t size) {
-    IgCmnMsg<ZEPA153_W>(shown, size);
-    IgMainSetSizeOver(1);
-}
 
 void reportCopied(const char* shown, std::int64_t size) {
     IgCmnMsgInfo<ZEPA209_I>(shown, size);
@@ -98,49 +79,17 @@ const char* relativeName(const Item& item, const char* path) {
 
 // --- data elsewhere ---
 
-// What became of a file that was to be brought in.
-enum class Brought {
-    WHOLE,
-    CUT,         // up to the bound of a kernel file; what was read is there
-    OVER_LIMIT,  // it had more to read than the limit leaves; nothing is there
-    FAILED,      // nothing is there
-};
-
-// Files of the kernel's own file systems have a size that says nothing about their content, and tar
-// would store them empty or padded with zeros. What was read beyond that size counts too.
-Brought bringKernelFile(const Item& item, const Source& source, const char* destination,
-                        std::int64_t& bytes) {
-    const Copied copied = copySource(source, destination, KERNEL_FILE_LIMIT, bytes);
-    if (copied == Copied::FAILED) {
-        return Brought::FAILED;
-    }
-    if (bytes > source.st.st_size && !fitsLimit(item.root, bytes - source.st.st_size)) {
-        if (::unlink(destination) != 0) {
-            IgCmnSysErrPath("unlink", errno, destination);
-        }
-        return Brought::OVER_LIMIT;
-    }
-    return copied == Copied::CUT ? Brought::CUT : Brought::WHOLE;
-}
-
 // Brings one regular file in. While the run makes an archive a link serves, because tar follows it,
 // but only where no user can put something else in the file's place until then.
 Brought bringFile(const Item& item, const Source& source, const char* destination,
                   std::int64_t& bytes) {
     const char* path = source.path.data();
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
-    if (kernel_file != 0) {
-        return kernel_file == 1 ? bringKernelFile(item, source, destination, bytes)
-                                : Brought::FAILED;
-    }
-    if (!source.own) {
-        const Copied copied = copySource(source, destination, source.st.st_size, bytes);
-        return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
+    if (kernel_file != 0 || !source.own) {
+        return bringContent(item.root, source, kernel_file, destination, bytes);
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
-    const bool copied = IgCmnFileCopy(path, destination, 0, link) == 1;
-    run_state.links_made += link != 0 && copied ? 1 : 0;
-    return copied ? Brought::WHOLE : Brought::FAILED;
+    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Brought::WHOLE : Brought::FAILED;
 }
 
 Step reportFailed(const char* shown) {
@@ -277,7 +226,7 @@ Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* 
     if (!prepareParents(item, destination)) {
         return Step::NEXT;
     }
-    if (item.first_source == nullptr && item.ours == nullptr) {
+    if (item.first_source == nullptr && !item.own_output) {
         item.first_source = entry.path;
         item.first_destination = destination;
     }
@@ -316,7 +265,7 @@ char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
     if (prefix == nullptr) {
         return nullptr;
     }
-    char* slash = prefix + std::strlen(item.data_dir);
+    char* slash = prefix + std::strlen(item.place);
     while (slash != nullptr && *slash == '/') {
         slash = std::strchr(slash + 1, '/');
         if (slash != nullptr) {
@@ -356,66 +305,71 @@ Step countFile(Item& item, const char* path, const char* shown, std::int64_t siz
 
 // Brings in what a tool's link leads to. A link stays only where it may stand for the file until
 // tar follows it.
-Step countLink(Item& item, const FileEntry& entry, const char* shown) {
+Step countLink(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     Source source;
     const bool good = lookAt(item, entry, source);
     if (good && source.own && isData(source) &&
         kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
-        return countFile(item, entry.path, shown, source.st.st_size);
+        return countFile(item, path, shown, source.st.st_size);
     }
-    if (!takeOut(entry.path)) {
+    if (!takeOut(path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, entry.path) : reportFailed(shown);
+    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
 }
 
 // An entry that lies in the output and behind no link there.
-Step countWritten(Item& item, const FileEntry& entry, const char* shown) {
+Step countWritten(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     struct stat st = {};
-    if (::lstat(entry.path, &st) != 0) {
+    if (::lstat(path, &st) != 0) {
         if (errno == ENOENT) {
             // It lay behind a link that has become a directory.
-            return bringTo(item, entry, shown, entry.path);
+            return bringTo(item, entry, shown, path);
         }
-        IgCmnSysErrPath("lstat", errno, entry.path);
+        IgCmnSysErrPath("lstat", errno, path);
         return reportFailed(shown);
     }
     if (S_ISLNK(st.st_mode)) {
-        return countLink(item, entry, shown);
+        return countLink(item, entry, shown, path);
     }
     if (S_ISREG(st.st_mode)) {
-        return countFile(item, entry.path, shown, st.st_size);
+        return countFile(item, path, shown, st.st_size);
     }
     if (S_ISDIR(st.st_mode)) {
         reportCopied(shown, 0);
-        return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
+        return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
     }
-    takeOut(entry.path);  // a socket, a FIFO, a device
+    takeOut(path);  // a socket, a FIFO, a device
     return reportFailed(shown);
 }
 
 // An entry whose path only begins like that of the output.
 Step countOther(Item& item, const FileEntry& entry, const char* shown) {
-    const std::int64_t size = entry.is_directory ? 0 : IgCmnFileGetSize(entry.path);
-    if (!entry.is_directory && !fitsLimit(item.root, size)) {
+    Source source;
+    if (!lookAt(item, entry, source)) {
+        return reportFailed(shown);
+    }
+    const std::int64_t size = S_ISDIR(source.st.st_mode) ? 0 : source.st.st_size;
+    if (!fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
         return Step::NEXT;
     }
     reportCopied(shown, size);
-    return addFile(item, relativeName(item, entry.path)) ? Step::NEXT : Step::FAILED;
+    return addFile(item, entry.path + std::strlen(item.data_dir)) ? Step::NEXT : Step::FAILED;
 }
 
 // An entry to which a link on the way leads out of the output: a directory takes the link's place.
-Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* link) {
+Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* path,
+                 const char* link) {
     Source source;
     const bool good = lookAt(item, entry, source);
     if (!takeOut(link) || IgCmnFileMkdir(link) != 0) {
         return reportFailed(shown);
     }
-    if (!prepareParents(item, entry.path)) {
+    if (!prepareParents(item, path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, entry.path) : reportFailed(shown);
+    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
 }
 
 Step countEntry(Item& item, const FileEntry& entry) {
@@ -424,17 +378,18 @@ Step countEntry(Item& item, const FileEntry& entry) {
     }
     LocalPool local;
     const char* shown = IgCmnStrPrintable(local.get(), entry.path);
-    if (shown == nullptr) {
+    const char* path = pathInOutput(item.memoryp, item.root, entry.path);
+    if (shown == nullptr || path == nullptr) {
         return Step::FAILED;
     }
     const char behind = entry.path[std::strlen(item.data_dir)];
     if (behind != '/' && behind != '\0') {
         return countOther(item, entry, shown);
     }
-    const char* link = firstLink(item, entry.path, local.get());
-    return link != nullptr && std::strcmp(link, entry.path) != 0
-               ? countBehind(item, entry, shown, link)
-               : countWritten(item, entry, shown);
+    const char* link = firstLink(item, path, local.get());
+    return link != nullptr && std::strcmp(link, path) != 0
+               ? countBehind(item, entry, shown, path, link)
+               : countWritten(item, entry, shown, path);
 }
 
 // Gives a directory of the output the mode, owner and times of its source. Never through a link.
@@ -512,12 +467,17 @@ bool prepare(Item& item) {
         return false;
     }
     item.index = normal_index;
-    item.place = item.data_dir;
-    return true;
+    item.place = pathInOutput(item.memoryp, item.root, item.data_dir);
+    return item.place != nullptr;
 }
 
-// Finds the output directory without links: what lies in it no other user can exchange.
+// Finds the output directory without links: what lies in it no other user can exchange. Where he
+// can exchange the output itself, what stands under its path is looked at like anything else of
+// his.
 bool findOurs(Item& item) {
+    if (item.root.output_held) {
+        return true;
+    }
     const char* output = outputDirectory(item.memoryp, item.root);
     Source source;
     if (output == nullptr) {
@@ -565,11 +525,8 @@ Step eachEntry(Item& item, const IgCmnListHeader* entries,
     return Step::NEXT;
 }
 
-// What is brought in goes to the data directory, which may have to be made.
-bool findPlace(Item& item) {
-    item.place = pathInOutput(item.memoryp, item.root, item.data_dir);
-    return item.place != nullptr &&
-           (IgCmnFileExists(item.place) != 0 || IgCmnFileMkdir(item.place) == 0);
+bool makeDataDirectory(const char* place) {
+    return IgCmnFileExists(place) != 0 || IgCmnFileMkdir(place) == 0;
 }
 
 // 0 with the record in `records` when there is one, else the item's result.
@@ -577,9 +534,9 @@ int collectItem(Item& item, IgCmnListHeader** records) {
     if (!prepare(item)) {
         return 0;
     }
-    const bool own_output = isOwnOutput(item);
+    item.own_output = isOwnOutput(item);
     IgCmnListHeader* entries = nullptr;
-    if (own_output && !findOurs(item)) {
+    if (item.own_output && !findOurs(item)) {
         return 0;
     }
     if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp, item.ours) == -1) {
@@ -591,11 +548,11 @@ int collectItem(Item& item, IgCmnListHeader** records) {
         }
         return 0;
     }
-    if (!own_output && !findPlace(item)) {
+    if (!item.own_output && !makeDataDirectory(item.place)) {
         return 0;
     }
     describe(item);
-    switch (eachEntry(item, entries, own_output ? countEntry : bringEntry)) {
+    switch (eachEntry(item, entries, item.own_output ? countEntry : bringEntry)) {
         case Step::NEXT:
             break;
         case Step::INTERRUPTED:
@@ -623,11 +580,13 @@ int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_bl
         IgCmnMsg<ZEPA104_E>(static_cast<const char*>(root_tblp->output_dir));
         return -1;
     }
-    if (IgCmnFileIsDir(root_tblp->d) == 0 && IgCmnFileMkdir(root_tblp->d) != 0) {
-        return -1;
-    }
     // A tree may hold very many long paths: they go with their item.
     LocalPool local;
+    const char* directory = pathInOutput(local.get(), *root_tblp, root_tblp->d);
+    if (directory == nullptr ||
+        (IgCmnFileIsDir(directory) == 0 && IgCmnFileMkdir(directory) != 0)) {
+        return -1;
+    }
     Item item{.memoryp = local.get(), .root = *root_tblp, .block = *data_block};
     IgCmnListHeader* records = nullptr;
     const int result = collectItem(item, &records);

@@ -11,8 +11,12 @@
 #include "common/IGCmnMessage.h"
 #include "common/IGGuards.h"
 #include "common/IGRunState.h"
+#include "ini/IGIniTable.h"
 
 namespace {
+
+// The limit is configured in units of 512 bytes.
+constexpr int LIMIT_SHIFT = 9;
 
 bool writeAll(int fd, const char* bytes, std::size_t length) {
     while (length > 0) {
@@ -106,4 +110,43 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
         IgCmnSysErrPath("unlink", errno, destination);
     }
     return Copied::FAILED;
+}
+
+bool fitsLimit(const root_tbl& root, std::int64_t size) {
+    std::int64_t total = 0;
+    if (__builtin_add_overflow(run_state.total_size, size, &total)) {
+        total = INT64_MAX;
+    }
+    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
+        return false;
+    }
+    run_state.total_size = total;
+    return true;
+}
+
+void reportOverLimit(const char* shown, std::int64_t size) {
+    IgCmnMsg<ZEPA153_W>(shown, size);
+    IgMainSetSizeOver(1);
+}
+
+Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
+                     const char* destination, std::int64_t& bytes) {
+    const std::int64_t size = source.st.st_size;
+    if (kernel_file == 0) {
+        const Copied copied = copySource(source, destination, size, bytes);
+        return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
+    }
+    const Copied copied = kernel_file == 1
+                              ? copySource(source, destination, KERNEL_FILE_LIMIT, bytes)
+                              : Copied::FAILED;
+    if (copied == Copied::FAILED) {
+        return Brought::FAILED;
+    }
+    if (bytes > size && !fitsLimit(root, bytes - size)) {
+        if (::unlink(destination) != 0) {
+            IgCmnSysErrPath("unlink", errno, destination);
+        }
+        return Brought::OVER_LIMIT;
+    }
+    return copied == Copied::CUT ? Brought::CUT : Brought::WHOLE;
 }

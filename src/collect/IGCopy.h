@@ -1,10 +1,13 @@
-// Copying the content of a source that no link can stand for.
+// Content that is brought into the output where no link can stand for it, and the limit on what is
+// collected in all.
 #ifndef QUENDIL_COLLECT_IGCOPY_H
 #define QUENDIL_COLLECT_IGCOPY_H
 
 #include <cstdint>
 
 #include "common/IGSource.h"
+
+struct root_tbl;
 
 /// Largest content taken of one file of the kernel's own file systems, in bytes: some, like the
 /// kernel's own memory, never end.
@@ -27,5 +30,29 @@ enum class Copied {
 /// @param bytes how many were
 Copied copySource(const Source& source, const char* destination, std::int64_t most,
                   std::int64_t& bytes);
+
+/// Counts so many bytes as collected. False, with nothing counted, when the configured limit has no
+/// room for them.
+bool fitsLimit(const root_tbl& root, std::int64_t size);
+
+/// Reports a file that is left out for the limit (ZEPA153-W), and at the end of the run that there
+/// was one.
+void reportOverLimit(const char* shown, std::int64_t size);
+
+/// What became of a file that was to be brought in.
+enum class Brought {
+    WHOLE,
+    CUT,         // up to the bound of a kernel file; what was read is there
+    OVER_LIMIT,  // it had more to read than the limit leaves; nothing is there
+    FAILED,      // nothing is there
+};
+
+/// Brings the content of a file in, its size being counted already. Files of the kernel's own file
+/// systems have a size that says nothing about their content, and tar would store them empty or
+/// padded with zeros: what is read beyond it counts too.
+/// @param kernel_file as kernelFileSystemOf says of the source
+/// @param bytes how many were read
+Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
+                     const char* destination, std::int64_t& bytes);
 
 #endif

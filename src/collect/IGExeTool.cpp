@@ -131,6 +131,7 @@ int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block)
     request.wait_termination = tool_block->wait_termination;
     std::int32_t exit_cd = 0;
     std::int32_t status = 0;
+    run_state.tools_ran = 1;
     const int result =
         IgCmnExecCmdlineStr(tool.command_line, tool.command_line, &request, &exit_cd, &status);
     if (result == EXEC_FAILED) {

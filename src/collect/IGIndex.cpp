@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "collect/IGOutput.h"
 #include "common/IGCmnFile.h"
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
@@ -88,7 +89,9 @@ int IndexFile::finish() {
 
 const char* indexPath(memory_pool* memoryp, const root_tbl& root) {
     const char* directory = outputDirectory(memoryp, root);
-    return directory == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, INDEX_NAME);
+    const char* path =
+        directory == nullptr ? nullptr : IgCmnStrCatDir(memoryp, directory, INDEX_NAME);
+    return path == nullptr ? nullptr : pathInOutput(memoryp, root, path);
 }
 
 int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir,

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "collect/IGCopy.h"
+#include "common/IGCmnFile.h"
 #include "common/IGCmnList.h"
 #include "common/IGCmnMessage.h"
 #include "common/IGCmnPath.h"
@@ -25,86 +26,93 @@ namespace {
 // The sweep over the output.
 struct Sweep {
     memory_pool* memoryp;
-    const char* output;
+    const root_tbl& root;
+    const char* place;                       // the output as pathInOutput gives it
+    const char* ours;                        // as for sourceFollow
     IgCmnListHeader* directories = nullptr;  // paths; grows while it is walked
-    std::int64_t links = 0;                  // that are there
-    bool judging = false;                    // whether links are judged one by one
 };
 
-void reportPath(const char* path) {
-    LocalPool local;
-    if (const char* shown = IgCmnStrPrintable(local.get(), path); shown != nullptr) {
-        IgCmnMsg<ZEPA130_W>();
-        IgCmnMsg<ZEPA151_E>("path", shown);
-    }
+// An entry of the output. Only root can exchange what lies there, but not always its place.
+struct Entry {
+    const char* path;
+    const char* shown;
+};
+
+void reportPath(const Entry& entry) {
+    IgCmnMsg<ZEPA130_W>();
+    IgCmnMsg<ZEPA151_E>("path", entry.shown);
 }
 
-// An entry of the output by the directory that was opened: by its path another one may be found
-// meanwhile, where the output lies in a user's directory.
-struct Entry {
-    int directory;
-    const char* name;
-    const char* path;
-};
-
 bool removeEntry(const Entry& entry) {
-    if (::unlinkat(entry.directory, entry.name, 0) == 0) {
+    if (std::remove(entry.path) == 0) {
         return true;
     }
-    IgCmnSysErrPath("remove", errno, entry.path);
+    IgCmnSysErrPath("remove", errno, entry.shown);
     return false;
 }
 
 void takeOut(const Entry& entry) {
     removeEntry(entry);
-    reportPath(entry.path);
+    reportPath(entry);
 }
 
 // Names the file that a link of the output leads to, or led to.
-void reportGone(const char* link) {
+void reportGone(const Entry& link) {
     std::array<char, std::size_t{PATH_MAX}> source{};
     LocalPool local;
-    const bool known = ::readlinkat(AT_FDCWD, link, source.data(), source.size() - 1) > 0;
-    const char* shown = IgCmnStrPrintable(local.get(), known ? source.data() : link);
+    const bool known = ::readlinkat(AT_FDCWD, link.path, source.data(), source.size() - 1) > 0;
+    const char* shown = known ? IgCmnStrPrintable(local.get(), source.data()) : link.shown;
     if (shown != nullptr) {
         IgCmnMsg<ZEPA129_W>(shown);
     }
 }
 
 // Puts content in the place of a link whose file could be exchanged, or has no size of its own.
-void judge(const Sweep& sweep, const Entry& entry) {
-    const char* link = entry.path;
-    Source source;
-    if (!sourceFollow(link, source, sweep.output)) {
-        takeOut(entry);
+void replaceLink(const Sweep& sweep, const Entry& link, const Source& source, int kernel_file) {
+    if (!removeEntry(link)) {
         return;
     }
-    const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link);
-    if (kernel_file == 0 && source.own) {
-        return;
+    std::int64_t bytes = source.st.st_size;
+    Brought brought = Brought::OVER_LIMIT;
+    if (fitsLimit(sweep.root, bytes)) {
+        brought = bringContent(sweep.root, source, kernel_file, link.path, bytes);
     }
-    std::int64_t bytes = 0;
-    if (!removeEntry(entry)) {
-        return;
-    }
-    const Copied copied =
-        copySource(source, link, kernel_file == 0 ? source.st.st_size : KERNEL_FILE_LIMIT, bytes);
-    if (copied == Copied::FAILED || (copied == Copied::CUT && kernel_file != 0)) {
+    if (brought == Brought::OVER_LIMIT) {
+        reportOverLimit(link.shown, bytes);
+    } else if (brought != Brought::WHOLE) {
         reportPath(link);
     }
 }
 
-void sweepLink(Sweep& sweep, const Entry& link) {
-    struct stat st = {};
-    sweep.links += sweep.judging ? 0 : 1;
-    if (::fstatat(link.directory, link.name, &st, 0) != 0) {
-        if (!sweep.judging) {
-            reportGone(link.path);
+// Judges a link as if it were brought in now.
+void judgeLink(const Sweep& sweep, const Entry& link) {
+    Source source;
+    if (!sourceFollow(link.path, source, sweep.ours)) {
+        if (errno == LINK_REFUSED) {
+            takeOut(link);
+            return;
         }
+        reportGone(link);
+        if (!source.own) {
+            removeEntry(link);  // what comes there until tar does is a user's choice
+        }
+        return;
+    }
+    const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link.path);
+    if (!S_ISREG(source.st.st_mode)) {
+        takeOut(link);
+    } else if (kernel_file != 0 || !source.own) {
+        replaceLink(sweep, link, source, kernel_file);
+    }
+}
+
+// A link of ours: its file was root's own.
+void lookAtLink(const Entry& link) {
+    struct stat st = {};
+    if (::stat(link.path, &st) != 0) {
+        reportGone(link);
     } else if (!S_ISREG(st.st_mode)) {
         takeOut(link);
-    } else if (sweep.judging) {
-        judge(sweep, link);
     }
 }
 
@@ -119,39 +127,52 @@ unsigned char typeOf(const char* path, const struct dirent& entry) {
     return static_cast<unsigned char>(IFTODT(st.st_mode));
 }
 
-bool sweepEntry(Sweep& sweep, const char* directory, int fd, const struct dirent& entry) {
+// The path under which an entry of the output is reported.
+const char* shownPath(const Sweep& sweep, const char* path, memory_pool* memoryp) {
+    const char* named =
+        IgCmnStrCat(memoryp, sweep.root.output_path, path + std::strlen(sweep.place));
+    return named == nullptr ? nullptr : IgCmnStrPrintable(memoryp, named);
+}
+
+bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry) {
     LocalPool local;
     const char* path = IgCmnStrCatDir(local.get(), directory, entry.d_name);
     if (path == nullptr) {
         return false;
     }
-    switch (typeOf(path, entry)) {
-        case DT_REG:
-            return true;
-        case DT_DIR:
-            return makeList(path, &sweep.directories, sweep.memoryp) == 0;
-        case DT_LNK:
-            sweepLink(sweep, {fd, entry.d_name, path});
-            return true;
-        default:
-            takeOut({fd, entry.d_name, path});
-            return true;
+    const unsigned char type = typeOf(path, entry);
+    if (type == DT_REG) {
+        return true;
     }
+    if (type == DT_DIR) {
+        return makeList(path, &sweep.directories, sweep.memoryp) == 0;
+    }
+    const Entry swept = {path, shownPath(sweep, path, local.get())};
+    if (swept.shown == nullptr) {
+        return false;
+    }
+    if (type != DT_LNK) {
+        takeOut(swept);
+    } else if (run_state.tools_ran != 0) {
+        judgeLink(sweep, swept);
+    } else {
+        lookAtLink(swept);
+    }
+    return true;
 }
 
 bool sweepAll(Sweep& sweep) {
-    if (makeList(sweep.output, &sweep.directories, sweep.memoryp) != 0) {
+    if (makeList(sweep.place, &sweep.directories, sweep.memoryp) != 0) {
         return false;
     }
     for (const char& directory : walkStrings(sweep.directories)) {
-        const DirGuard dir(sourceOpenDirectory({&directory, false}));
+        const DirGuard dir(sourceOpenDirectory({&directory, true}));
         if (!dir) {
             IgCmnSysErrPath("opendir", errno, &directory);
             continue;
         }
         const auto take = [&](const struct dirent& entry) {
-            return IgMainIsInterrupted() != 0 ||
-                   sweepEntry(sweep, &directory, ::dirfd(dir.get()), entry);
+            return IgMainIsInterrupted() != 0 || sweepEntry(sweep, &directory, entry);
         };
         if (readNames(dir.get(), &directory, nullptr, take) == -1) {
             return false;
@@ -184,11 +205,41 @@ Place placeOf(const root_tbl& root) {
     return ours ? Place::OURS : Place::LOST;
 }
 
+// What our directory is when it has just been made.
+bool isPrivate(const struct stat& st) {
+    return st.st_uid == 0 && (st.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+// The directory belongs to somebody else, or others may enter it. Some file systems know no owners
+// or give files to one of their own, and there it stays so. Elsewhere it is another user's that has
+// taken the place of ours: it becomes root's, and will do if nothing lies in it.
+bool makePrivate(const Source& source, const char* path) {
+    const DirGuard dir(sourceOpenDirectory({path, true}));
+    struct stat st = {};
+    if (!dir || ::fstat(::dirfd(dir.get()), &st) != 0 || st.st_ino != source.st.st_ino ||
+        st.st_dev != source.st.st_dev) {
+        return false;
+    }
+    if (::fchown(::dirfd(dir.get()), 0, 0) != 0 || ::fchmod(::dirfd(dir.get()), S_IRWXU) != 0) {
+        return true;
+    }
+    bool empty = true;
+    const auto take = [&](const struct dirent& /*entry*/) {
+        empty = false;
+        return true;
+    };
+    return readNames(dir.get(), path, nullptr, take) == 0 && empty;
+}
+
 }  // namespace
 
-bool noteOutput(root_tbl& root, const char* path) {
+bool noteOutput(memory_pool* memoryp, root_tbl& root, const char* path) {
     struct stat st = {};
     Source source;
+    char* normal = nullptr;
+    if (IgCmnFileNormPath(memoryp, path, &normal) != 0) {
+        return false;
+    }
     if (::lstat(path, &st) != 0) {
         IgCmnSysErrPath("lstat", errno, path);
         return false;
@@ -197,16 +248,16 @@ bool noteOutput(root_tbl& root, const char* path) {
         IgCmnSysErrPath("open", errno, path);
         return false;
     }
-    // Another user's may have taken its place just now.
     const bool same = source.st.st_dev == st.st_dev && source.st.st_ino == st.st_ino;
-    if (!same || !isRootsOwn(st) || (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        IgCmnSysErrPath("lstat", ESTALE, path);
+    if (!same || (!isPrivate(source.st) && !makePrivate(source, path))) {
+        IgCmnSysErrPath("lstat", ESTALE, path);  // another one has taken its place just now
         return false;
     }
     if (root.output_held) {
         ::close(root.output_fd);  // of one that has gone
     }
     root.output_path = path;
+    root.output_normal = normal;
     root.output_device = st.st_dev;
     root.output_inode = st.st_ino;
     root.output_held = !source.own;
@@ -232,34 +283,54 @@ const char* pathInOutput(memory_pool* memoryp, const root_tbl& root, const char*
     if (!root.output_held) {
         return path;
     }
-    const std::size_t length = std::strlen(root.output_path);
-    if (std::strncmp(path, root.output_path, length) != 0 ||
-        (path[length] != '/' && path[length] != '\0')) {
-        return path;
+    for (const char* output : {root.output_path, root.output_normal}) {
+        if (liesIn(output, path)) {
+            constexpr std::size_t SIZE = 48;
+            std::array<char, SIZE> place{};
+            std::snprintf(place.data(), place.size(), "/proc/%d/fd/%d", ::getpid(), root.output_fd);
+            return IgCmnStrCat(memoryp, place.data(), path + std::strlen(output));
+        }
     }
-    constexpr std::size_t SIZE = 48;
-    std::array<char, SIZE> output{};
-    std::snprintf(output.data(), output.size(), "/proc/%d/fd/%d", ::getpid(), root.output_fd);
-    return IgCmnStrCat(memoryp, output.data(), path + length);
+    return path;
 }
 
 bool settleOutput(const root_tbl& root) {
+    LocalPool local;
+    const char* place = pathInOutput(local.get(), root, root.output_path);
     Source source;
-    if (!sourceFollow(root.output_path, source)) {
+    if (place == nullptr) {
+        return false;
+    }
+    if (!sourceFollow(place, source)) {
         IgCmnSysErrPath("open", errno, root.output_path);
         return true;  // what is there is packed as it is
     }
-    const char* output = source.path.data();
+    Sweep sweep{.memoryp = local.get(),
+                .root = root,
+                .place = place,
+                .ours = root.output_held ? nullptr : source.path.data()};
+    return sweepAll(sweep);
+}
+
+void removeOutput(const root_tbl& root) {
+    if (!root.output_held) {
+        IgCmnFileRemoveAll(root.output_path);
+        return;
+    }
     LocalPool local;
-    Sweep sweep{.memoryp = local.get(), .output = output};
-    if (!sweepAll(sweep)) {
-        return false;
+    IgCmnListHeader* names = nullptr;
+    const char* place = pathInOutput(local.get(), root, root.output_path);
+    if (place == nullptr) {
+        return;
     }
-    if (sweep.links <= run_state.links_made) {
-        return true;
+    IgCmnDirReadNames(place, nullptr, &names, local.get());
+    for (const char& name : walkStrings(names)) {
+        if (const char* path = IgCmnStrCatDir(local.get(), place, &name); path != nullptr) {
+            IgCmnFileRemoveAll(path);
+        }
     }
-    // Some link is not ours.
-    LocalPool again;
-    Sweep judging{.memoryp = again.get(), .output = output, .judging = true};
-    return sweepAll(judging);
+    // Whatever has its name now: nothing but an empty directory goes.
+    if (::unlinkat(AT_FDCWD, root.output_path, AT_REMOVEDIR) != 0) {
+        IgCmnSysErrPath("rmdir", errno, root.output_path);
+    }
 }

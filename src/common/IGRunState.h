@@ -68,7 +68,7 @@ struct RunState {
     int cleanup_wanted = 0;                     // 1 when the cleanup phase is to run
     int size_exceeded = 0;                      // 1 once a file was left out for the size limit
     std::int64_t total_size = 0;                // bytes collected so far
-    std::int64_t links_made = 0;                // links to files that stand in the output
+    int tools_ran = 0;                          // 1 once a tool may have written into the output
     int lock_fd = -1;                           // descriptor of the single-run lock
     int super_user = SUPER_USER_NOT_TESTED;     // then 0 (super user) or -1
     int hangup_ignored = 0;                     // 1 when SIGHUP was ignored at the start: nohup(1)

@@ -138,13 +138,14 @@ struct root_tbl {
     IgCmnListHeader* pp_group;
     IgCmnListHeader* pp_name;
     // where the output goes
-    char* output_dir;          // base directory
-    char* output_name;         // name of the directory in it, and of the archive by default
-    char* output_file;         // the archive's name without ".tar": absolute with -o
-    std::int32_t output_mark;  // -1: reserved
-    bool output_made;          // this run has made its output directory
-    const char* output_path;   // its path; null before
-    dev_t output_device;       // which directory that is
+    char* output_dir;           // base directory
+    char* output_name;          // name of the directory in it, and of the archive by default
+    char* output_file;          // the archive's name without ".tar": absolute with -o
+    std::int32_t output_mark;   // -1: reserved
+    bool output_made;           // this run has made its output directory
+    const char* output_path;    // its path; null before
+    const char* output_normal;  // the same, normalised
+    dev_t output_device;        // which directory that is
     ino_t output_inode;
     bool output_held;              // its path can be exchanged by others than root
     int output_fd;                 // then: its O_PATH descriptor, until the process ends

@@ -126,7 +126,8 @@ int collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool&
     if (!checkOutput(root)) {
         return FAILED;
     }
-    if (!makeDirectory(directory)) {
+    const char* place = pathInOutput(memoryp, root, directory);
+    if (place == nullptr || !makeDirectory(place)) {
         return DONE;
     }
     ptn.output_dir = directory;

@@ -1,5 +1,8 @@
 #include "main/IGMainOutput.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -99,7 +102,7 @@ void removeOwnOutput(bool message) {
     if (message) {
         IgCmnMsgInfo<ZEPA212_I>(root->output_path);
     }
-    IgCmnFileRemoveAll(root->output_path);
+    removeOutput(*root);
 }
 
 // How much of the result's line has been issued. A failed write to the run log ends the run between
@@ -141,9 +144,9 @@ bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root) {
     if (path == nullptr || makeDirectoryWithMode(path, PRIVATE_DIRECTORY) != 0) {
         return false;
     }
-    root.output_made = noteOutput(root, path);
+    root.output_made = noteOutput(memoryp, root, path);
     if (!root.output_made) {
-        std::remove(path);  // it is empty, and nothing would know it again
+        ::unlinkat(AT_FDCWD, path, AT_REMOVEDIR);  // it is empty, and nothing would know it again
     }
     return root.output_made;
 }

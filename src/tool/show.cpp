@@ -3,8 +3,7 @@
 // usage: show [-v] [-l MIB] PATH...
 //   -v       files of one value each: one line for a file, its name and what it holds
 //   -l MIB   print at most the last so many MiB of a file, 5 without this, and of all files
-//   together
-//            four times as much
+//            together four times as much
 // PATH may be a wildcard. Of a directory all files are printed, but not what lies behind links. A
 // link that a user has made is followed to that user's own files only. Files of keys are named and
 // not opened, and so is what is not a regular file. Control characters are shown.

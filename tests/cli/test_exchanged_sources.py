@@ -183,6 +183,21 @@ def test_a_file_under_a_lease_is_collected_when_its_holder_lets_go(machine: Mach
     assert run.archive.read("opt/home/file") == b"his" and "ZEPA130-W" not in run.log
 
 
+def test_a_file_under_a_lease_that_is_kept_is_given_up(machine: Machine):
+    make_home(machine)
+    machine.file("/opt/data", b"x")
+    # It would otherwise be the kernel that ends it, after most of a minute.
+    hold_lease(machine, f"{HOME}/file", """
+import time
+while not os.path.exists("/opt/over"):
+    time.sleep(0.01)
+""")
+    run = collect(machine, pattern_text.data(f"{HOME}/file"), pattern_text.data("/opt/data"))
+    machine.file("/opt/over")
+    assert failed(f"{HOME}/file") in run.log
+    assert run.status == 0 and run.archive.read("opt/data") == b"x"
+
+
 # ---- Links and other things that a tool leaves in the output ------------------------------------
 
 
@@ -248,6 +263,59 @@ def test_no_other_link_hides_one_that_a_tool_made_to_a_users_file(machine: Machi
     run = run_in_output(machine, f"ln -s /opt/data/a listed; ln -s {HOME}/file unlisted", *items,
                         pattern_text.tool(swap))
     assert SECRET not in run.archive.files().values()
+
+
+def test_links_of_ours_that_a_tool_removed_hide_none_to_a_users_file(machine: Machine):
+    make_home(machine)
+    machine.file("/opt/data/a", b"a" * 3000)
+    swap = script(machine, "/opt/swap", f"rm {HOME}/file; ln -s /opt/secret/key {HOME}/file\n"
+                  f"chown -h 1000:1000 {HOME}/file; rm -r {DATA_DIRECTORY}/*/opt")
+    run = run_in_output(machine, f"ln -s {HOME}/file unlisted", pattern_text.data("/opt/data/a"),
+                        pattern_text.tool(swap))
+    assert run.status == 0 and SECRET not in run.archive.files().values()
+
+
+def test_a_link_of_ours_that_went_for_the_limit_hides_none_to_a_users_file(machine: Machine):
+    make_home(machine)
+    machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=10\nQUENDIL_CLEANUP=ON\n")
+    machine.file("/opt/data/a", b"a" * 3000)
+    swap = script(machine, "/opt/swap", f"rm {HOME}/file; ln -s /opt/secret/key {HOME}/file\n"
+                  f"chown -h 1000:1000 {HOME}/file")
+    run = run_in_output(machine, f"ln -s {HOME}/file unlisted", pattern_text.data("/opt/data/a"),
+                        pattern_text.data("%d%/opt"), pattern_text.tool(swap))
+    assert "ZEPA153-W" in run.log and "opt/data/a" not in run.archive
+    assert run.status == 0 and SECRET not in run.archive.files().values()
+
+
+def test_a_link_to_nowhere_stays_only_where_no_user_can_put_something_there(machine: Machine):
+    make_home(machine)
+    os.unlink(machine.path(f"{HOME}/file"))
+    machine.directory("/opt/data")
+    # The user puts his link there while the logs are copied.
+    script(machine, "/opt/swap", f"[ -h {HOME}/file ] || ln -s /opt/secret/key {HOME}/file")
+    machine.replace("/bin/cp", behave.run("/opt/swap"), behave.become("/opt/real/cp"))
+    run = run_in_output(machine, f"ln -s {HOME}/file listed; ln -s {HOME}/file unlisted\n"
+                        "ln -s /opt/data/none none", pattern_text.data("%d%/listed"))
+    assert machine.exists(f"{HOME}/file")
+    assert run.status == 0 and SECRET not in run.archive.files().values()
+    assert f"ZEPA129-W:A system information({HOME}/file) is not found.\n" in run.log
+    assert "tar: testhost_<STAMP>/none: " in run.log and "/unlisted" not in run.log
+
+
+def test_what_a_tool_linked_counts_against_the_limit(machine: Machine):
+    make_home(machine)
+    machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=2\nQUENDIL_CLEANUP=ON\n")
+    machine.exec([script(machine, "/opt/grow", f"truncate -s 50M {HOME}/file")])
+    size = len(machine.exec(["/bin/cat", "/proc/kallsyms"]).stdout)
+    run = run_in_output(machine, f"ln -s {HOME}/file users; ln -s /proc/kallsyms kernels\n"
+                        "ln -s /proc/version small")
+    assert run.status == 0
+    for name, bytes_ in (("users", 50 << 20), ("kernels", size)):
+        assert (f"ZEPA153-W:The size of the output data exceeded a limit size. filename ="
+                f" {expect.OUTPUT_DIRECTORY}/{name}, size = {bytes_} bytes.\n") in run.log
+        assert name not in run.archive
+    assert run.archive.read("small").startswith(b"Linux version")
+    assert run.stderr == "ZEPA131-W:The size of the output data exceeded a limit size.\n"
 
 
 @pytest.mark.parametrize("listed", [True, False])
@@ -400,7 +468,93 @@ def test_nothing_is_removed_behind_an_output_that_is_exchanged_while_it_is_swept
                   f"cd {HOME}/base/*/ && ln -s {HOME}/file link && mkdir dev")
     run = collect(machine, pattern_text.tool(tool), arguments=("-d", f"{HOME}/base"))
     assert run.status == 255
+    assert machine.list("/opt/victim") == ["dev"]
     assert machine.list("/opt/victim/dev") == ["fifo", "null", "x"]
+
+
+def run_below_home(machine: Machine, meanwhile: str, in_output: str, *items: str):
+    """A run whose output lies in a user's directory, and is exchanged while it waits for his file.
+
+    /opt/victim is a directory of root's that he would like to have something made in.
+    """
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    machine.file("/opt/victim/etc/passwd", b"whole")
+    machine.directory("/opt/victim/etc", 0o755)
+    hold_lease(machine, f"{HOME}/file", EXCHANGE + meanwhile)
+    tool = script(machine, "/opt/write", f"cd {HOME}/base/*/ && {in_output}")
+    run = collect(machine, pattern_text.tool(tool), *items, arguments=("-d", f"{HOME}/base"))
+    status = machine.status("/opt/victim/etc")
+    assert run.status == 255
+    assert (status.st_uid, status.st_mode & 0o777) == (0, 0o755)
+    assert machine.list("/opt/victim") == ["etc"] and machine.list("/opt/victim/etc") == ["passwd"]
+    return run
+
+
+def test_what_a_tool_linked_is_brought_into_the_output_that_was_made(machine: Machine):
+    machine.file(f"{HOME}/tree/etc/x", b"x", owner=USER)
+    machine.directory(f"{HOME}/tree/etc", 0o777, USER)
+    machine.directory(f"{HOME}/tree", 0o755, USER)
+    run_below_home(machine, 'os.mkdir(output)\nos.symlink("/opt/victim", output + "/link")\n',
+                   f"ln -s {HOME}/file a; ln -s {HOME}/tree link", pattern_text.data("%d%/*"))
+    away, = (name for name in machine.list(f"{HOME}/base") if name.endswith(".away"))
+    assert machine.read(f"{HOME}/base/{away}/link/etc/x") == "x"
+
+
+def test_the_content_of_a_link_goes_to_the_output_that_was_made(machine: Machine):
+    run_below_home(machine, 'os.mkdir(output)\nos.symlink("/opt/victim", output + "/sub")\n',
+                   f"mkdir sub; ln -s {HOME}/file sub/link")
+
+
+def test_index_and_logs_go_to_the_output_that_was_made(machine: Machine):
+    run_below_home(machine, 'os.symlink("/opt/victim", output)\n', f"ln -s {HOME}/file link")
+
+
+def test_the_index_goes_to_the_output_that_was_made(machine: Machine):
+    run_below_home(machine, 'os.symlink("/opt/victim", output)\n', ":",
+                   pattern_text.data(f"{HOME}/file"))
+
+
+def test_tar_packs_the_output_that_was_made(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    # What the owner of the base directory may do at any moment is done where tar starts.
+    script(machine, "/opt/swap", f"""(cd {HOME}/base; mv "$3" away; mkdir "$3"
+ln -s /opt/secret/key "$3/x"); /opt/real/tar "$@"; s=$?
+cd {HOME}/base; rm -r "$3"; mv away "$3"; exit $s""")
+    machine.replace("/bin/tar", behave.become("/opt/swap"))
+    run = collect(machine, pattern_text.data(f"{HOME}/file"), arguments=("-d", f"{HOME}/base"))
+    assert run.status == 0 and run.archive.read("opt/home/file") == b"his"
+    assert SECRET not in run.archive.files().values()
+    assert machine.outputs() == []  # nor what the packing needed
+    assert [name for name in machine.list(f"{HOME}/base") if not name.endswith(".gz")] == []
+
+
+def test_an_output_whose_packing_cannot_be_prepared_stays(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    tool = script(machine, "/opt/remove", f"rmdir {DATA_DIRECTORY}")
+    run = collect(machine, pattern_text.data(f"{HOME}/file"), pattern_text.tool(tool),
+                  arguments=("-d", f"{HOME}/base"))
+    assert run.status == 20
+    assert "system call name = mkdtemp, error code = 2" in run.log
+    output, = machine.list(f"{HOME}/base")
+    assert machine.read(f"{HOME}/base/{output}{HOME}/file") == "his"
+
+
+def test_what_takes_the_outputs_place_is_not_removed_in_its_stead(machine: Machine):
+    make_home(machine)
+    machine.directory(f"{HOME}/base", 0o755, USER)
+    script(machine, "/opt/swap", f"""cd {HOME}; [ -e away ] || {{
+for name in base/*; do mkdir -p /opt/victim/${{name#*/}}/keep; done
+mv base away; ln -s /opt/victim base; }}""")
+    machine.replace("/bin/rm", behave.run("/opt/swap"), behave.become("/opt/real/rm"))
+    run = collect(machine, pattern_text.data(f"{HOME}/file"), "",
+                  arguments=("-d", f"{HOME}/base", "-o", "/opt/result"))
+    assert run.status == 0 and machine.exists("/opt/result.tar.gz")
+    output, = machine.list("/opt/victim")
+    assert machine.list(f"/opt/victim/{output}") == ["keep"]
+    assert machine.list(f"{HOME}/away/{output}") == []
 
 
 # ---- The archive ---------------------------------------------------------------------------------

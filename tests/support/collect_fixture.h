@@ -22,7 +22,7 @@ class CollectTest : public ChildTest {
         output_ = base_ + "/" + name_;
         std::filesystem::create_directory(output_);
         std::filesystem::permissions(output_, std::filesystem::perms::owner_all);
-        ASSERT_TRUE(noteOutput(*root_, output_.c_str()));
+        ASSERT_TRUE(noteOutput(pool(), *root_, output_.c_str()));
         data_dir_ = output_;
         root_->d = data_dir_.data();
     }

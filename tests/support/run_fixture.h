@@ -195,7 +195,7 @@ inline void resetRunState() {
     run_state.cleanup_wanted = 0;
     run_state.size_exceeded = 0;
     run_state.total_size = 0;
-    run_state.links_made = 0;
+    run_state.tools_ran = 0;
     run_state.super_user = 104;
     run_hooks = RunHooks{};
 }

@@ -27,6 +27,7 @@ Order order;
 std::time_t standing_time;
 bool clock_stands;
 const std::string* host_name;
+void (*at_end_of_directory)();
 std::atomic<std::size_t> live_chunks;  // may wrap around: blocks from elsewhere are freed too
 
 bool failsNow(Call call) {
@@ -36,6 +37,15 @@ bool failsNow(Call call) {
     order.happened = true;
     errno = order.error;
     return true;
+}
+
+struct dirent* orItsEnd(struct dirent* entry) {
+    if (entry == nullptr && at_end_of_directory != nullptr) {
+        const int kept_errno = errno;
+        std::exchange(at_end_of_directory, nullptr)();
+        errno = kept_errno;
+    }
+    return entry;
 }
 
 }  // namespace
@@ -69,12 +79,20 @@ HostNamed::~HostNamed() {
     delete std::exchange(host_name, nullptr);
 }
 
+AtEndOfDirectory::AtEndOfDirectory(void (*happens)()) {
+    at_end_of_directory = happens;
+}
+
+AtEndOfDirectory::~AtEndOfDirectory() {
+    at_end_of_directory = nullptr;
+}
+
 std::size_t liveChunks() {
     return live_chunks;
 }
 
 bool nothingStandsIn() {
-    return !order.given && !clock_stands && host_name == nullptr;
+    return !order.given && !clock_stands && host_name == nullptr && at_end_of_directory == nullptr;
 }
 
 // IgCmnMemoryAlloc(memory_pool*, std::size_t), by the name that the linker knows it by.
@@ -120,14 +138,14 @@ std::wint_t __wrap_ungetwc(std::wint_t c, std::FILE* stream) {
 struct dirent* __real_readdir(DIR* directory);
 struct dirent* __wrap_readdir(DIR* directory);
 struct dirent* __wrap_readdir(DIR* directory) {
-    return failsNow(Call::READDIR) ? nullptr : __real_readdir(directory);
+    return failsNow(Call::READDIR) ? nullptr : orItsEnd(__real_readdir(directory));
 }
 
 // With 64-bit file offsets the headers may give the function this name.
 struct dirent* __real_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory) {
-    return failsNow(Call::READDIR) ? nullptr : __real_readdir64(directory);
+    return failsNow(Call::READDIR) ? nullptr : orItsEnd(__real_readdir64(directory));
 }
 
 int __real_remove(const char* path);

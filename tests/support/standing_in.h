@@ -51,6 +51,15 @@ class HostNamed {
     HostNamed& operator=(const HostNamed&) = delete;
 };
 
+/// While it lives, something happens when the next directory has been read to its end.
+class AtEndOfDirectory {
+  public:
+    explicit AtEndOfDirectory(void (*happens)());
+    ~AtEndOfDirectory();
+    AtEndOfDirectory(const AtEndOfDirectory&) = delete;
+    AtEndOfDirectory& operator=(const AtEndOfDirectory&) = delete;
+};
+
 /// Blocks that the product has from calloc and has not freed yet. Only differences tell something.
 std::size_t liveChunks();
 

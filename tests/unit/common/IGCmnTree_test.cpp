@@ -289,6 +289,22 @@ TEST_F(TreeList, GivesUpWhereverMemoryRunsOut) {
     }
 }
 
+TEST_F(TreeList, EntersNoOtherDirectoryThatHasTakenTheNameOfAUsers) {
+    static std::string tree;
+    tree = path("tree");
+    fs::create_directories(tree + "/a");
+    fs::create_directories(tree + "/b");
+    writeText(tree + "/b/secret", "x");
+    const AtEndOfDirectory exchange([] {
+        fs::rename(tree + "/a", tree + "/c");
+        fs::rename(tree + "/b", tree + "/a");
+    });
+    Capture err(stderr);
+    EXPECT_EQ(list(tree + "/[a]*"), 0);
+    EXPECT_THAT(listed(), ElementsAre(tree + "/a (dir)"));
+    EXPECT_EQ(takeLog(), trio("opendir", ESTALE, "Stale file handle", tree + "/a", "IGCmnTree"));
+}
+
 TEST_F(TreeList, EndsWhenTheRunIsInterrupted) {
     fs::create_directories(path("tree/a"));
     run_state.signal_no = 2;
