@@ -92,9 +92,14 @@ void judgeLink(const Sweep& sweep, const Entry& link) {
             takeOut(link);
             return;
         }
-        reportGone(link);
+        if (leadsNowhere(errno)) {
+            reportGone(link);
+        } else {
+            IgCmnSysErrPath("open", errno, link.shown);
+        }
+        // Where users can write, what is there when tar comes is their choice.
         if (!source.own) {
-            removeEntry(link);  // what comes there until tar does is a user's choice
+            removeEntry(link);
         }
         return;
     }

@@ -123,7 +123,7 @@ class TreeLister {
         if (errno == LINK_REFUSED) {
             return startWith(search_name, source) ? 0 : -1;
         }
-        if (!isNotThere(errno)) {
+        if (!leadsNowhere(errno)) {
             IgCmnSysErrPath("open", errno, search_name);
             return 0;
         }
@@ -398,14 +398,9 @@ class TreeLister {
                     nullptr);
     }
 
-    // Whether a path leads nowhere; anything else is a failure.
-    static bool isNotThere(int error) {
-        return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
-    }
-
     // Reports an entry that is skipped. False when memory ran out.
     bool reportUnseen(const char* call, int error, const char* path) {
-        if (!isNotThere(error)) {
+        if (!leadsNowhere(error)) {
             IgCmnSysErrPath(call, error, path);
             return true;
         }

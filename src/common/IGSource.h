@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 
 #include "common/IGGuards.h"
@@ -26,6 +27,11 @@ inline bool isRootsOwn(const struct stat& directory) {
 /// True when the path is the directory or lies below it; false when the directory is null. Both
 /// are compared as texts.
 bool liesIn(const char* directory, const char* path);
+
+/// Whether a call failed because its path leads nowhere; any other error is a failure.
+inline bool leadsNowhere(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
 
 /// A directory whose entries are collected.
 struct SourceDirectory {
