@@ -91,4 +91,53 @@ TEST_F(NoteOutput, HoldsADirectoryThatAnotherUserCanMove) {
     ::close(root_->output_fd);
 }
 
+class SettleOutput : public CollectTest {
+  protected:
+    // A link in the output; whether it is there after the output was settled.
+    bool staysAsLink(const std::string& target) {
+        const std::string link = output_ + "/link";
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(target, link);
+        EXPECT_TRUE(settleOutput(*root_));
+        return std::filesystem::is_symlink(link);
+    }
+    static std::string gone(const std::string& path) {
+        return "ZEPA129-W:A system information(" + path + ") is not found.\n";
+    }
+};
+
+TEST_F(SettleOutput, ReportsALinkWhoseFileHasGone) {
+    for (const int tools_ran : {0, 1}) {
+        run_state.tools_ran = tools_ran;
+        EXPECT_TRUE(staysAsLink("/opt/none"));
+        EXPECT_EQ(takeLog(), gone("/opt/none"));
+    }
+}
+
+TEST_F(SettleOutput, KeepsNoLinkToNowhereThatAUserCanFill) {
+    run_state.tools_ran = 1;
+    EXPECT_FALSE(staysAsLink(path("none")));
+    EXPECT_EQ(takeLog(), gone(path("none")));
+    EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
+}
+
+TEST_F(SettleOutput, PutsTheContentInThePlaceOfALinkToAUsersFile) {
+    writeText(path("file"), "content");
+    run_state.tools_ran = 1;
+    EXPECT_FALSE(staysAsLink(path("file")));
+    EXPECT_EQ(readText(output_ + "/link"), "content");
+    EXPECT_EQ(run_state.total_size, 7);
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(SettleOutput, TakesOutWhatIsNoData) {
+    Capture errors(stderr);
+    for (const int tools_ran : {0, 1}) {
+        run_state.tools_ran = tools_ran;
+        EXPECT_FALSE(staysAsLink("/opt"));
+        EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
+        EXPECT_THAT(takeLog(), ::testing::StartsWith("ZEPA130-W"));
+    }
+}
+
 }  // namespace
