@@ -144,7 +144,7 @@ def _processes_of(namespace: str) -> list[str]:
         try:
             if os.readlink(f"/proc/{pid}/ns/pid") == namespace:
                 found.append(pid)
-        except (FileNotFoundError, PermissionError):
+        except (FileNotFoundError, PermissionError, ProcessLookupError):
             pass
     return found
 
