@@ -437,6 +437,8 @@ SOURCES = _rules(
      "how.resolve = RESOLVE_NO_SYMLINKS;", "how.resolve = 0;", "unit:IGSource_test"),
     ("a lease is given time", "src/common/IGCmnFile.cpp",
      "errno != EWOULDBLOCK", "errno != EINTR", "unit:IGSource_test"),
+    ("a run has ten seconds for leases", "src/common/IGCmnFile.cpp",
+     "left_of_run = 10 * TRIES", "left_of_run = 100 * TRIES", "unit:IGCmnFileLease_test"),
     ("a user's file is copied at once", "src/collect/IGCollectData.cpp",
      "kernel_file != 0 || !source.own) {\n        return", "kernel_file != 0) {\n        return",
      "cli:test_exchanged_sources.py"),
