@@ -18,17 +18,35 @@ void toolWrite(ToolOutput& out, std::string_view text) {
     }
 }
 
-int toolFlush(ToolOutput& out) {
-    for (std::size_t done = 0; done < out.used && !out.failed;) {
-        const ssize_t written = ::write(out.fd, out.bytes.data() + done, out.used - done);
+namespace {
+
+int flush(ToolOutput& out, std::size_t length) {
+    for (std::size_t done = 0; done < length && !out.failed;) {
+        const ssize_t written = ::write(out.fd, out.bytes.data() + done, length - done);
         if (written >= 0) {
             done += static_cast<std::size_t>(written);
         } else {
             out.failed = errno != EINTR;
         }
     }
-    out.used = 0;
+    out.used -= length;
+    std::memmove(out.bytes.data(), out.bytes.data() + length, out.used);
     return out.failed ? -1 : 0;
+}
+
+}  // namespace
+
+int toolFlush(ToolOutput& out) {
+    if (!out.whole_lines) {
+        return flush(out, out.used);
+    }
+    const std::size_t end = std::string_view(out.bytes.data(), out.used).rfind('\n');
+    const bool full = out.used == out.bytes.size();
+    return flush(out, end != std::string_view::npos ? end + 1 : full ? out.used : 0);
+}
+
+int toolFinish(ToolOutput& out) {
+    return flush(out, out.used);
 }
 
 namespace {

@@ -1,15 +1,18 @@
 // Copies its input with control characters shown.
 //
-// usage: escape [-0 | -s | -u] <FILE
-//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0)
+// usage: escape [-0 | -s | -u | -w] <FILE
+//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); whole lines as with -w
 //   -s  what is shorter than 16 bytes is the rest of a process's name in the line before (pidstat)
 //   -u  a line feed in a name among the users of a socket belongs to that name (ss)
+//   -w  writes whole lines only, for an output that others write to as well
 //
 // The exit status is 0; 1 when the output cannot be written, 2 for wrong usage, and 153, a
 // shell's status for SIGXFSZ, when the output reached a file-size limit.
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <string_view>
@@ -23,42 +26,49 @@ constexpr int WRONG_USAGE = 2;
 constexpr int LIMIT = 128 + SIGXFSZ;
 
 int usage() {
-    std::fputs("usage: escape [-0 | -s | -u] <FILE\n", stderr);
+    std::fputs("usage: escape [-0 | -s | -u | -w] <FILE\n", stderr);
     return WRONG_USAGE;
 }
 
-// What the only argument says. 0, or -1.
-int readOption(std::string_view option, LineEnd* ends) {
-    constexpr struct {
-        std::string_view name;
-        LineEnd ends;
-    } OPTIONS[] = {
-        {"-0", LineEnd::NUL}, {"-s", LineEnd::LONG_LINES}, {"-u", LineEnd::SOCKET_USERS}};
-    for (const auto& known : OPTIONS) {
-        if (known.name == option) {
-            *ends = known.ends;
-            return 0;
-        }
+struct Option {
+    std::string_view name;
+    LineEnd ends;
+    bool whole_lines;
+};
+
+constexpr std::array<Option, 5> OPTIONS{{{"", LineEnd::FEED, false},
+                                         {"-0", LineEnd::NUL, true},
+                                         {"-s", LineEnd::LONG_LINES, false},
+                                         {"-u", LineEnd::SOCKET_USERS, false},
+                                         {"-w", LineEnd::FEED, true}}};
+
+// What the arguments say, or null.
+const Option* readOption(int argc, char** argv) {
+    if (argc != 2) {
+        return argc == 1 ? OPTIONS.data() : nullptr;
     }
-    return -1;
+    const auto* known = std::find_if(OPTIONS.begin() + 1, OPTIONS.end(),
+                                     [&](const Option& option) { return option.name == argv[1]; });
+    return known != OPTIONS.end() ? known : nullptr;
 }
 
 int failed() {
     return errno == EFBIG ? LIMIT : FAILED;
 }
 
-// Whatever was read is written at once: the program that is read may be slow.
-int copy(LineEnd ends) {
+// Whatever was read is written at once, or line by line: the program that is read may be slow.
+int copy(const Option& option) {
     static ToolOutput out{.fd = STDOUT_FILENO};
     static std::array<char, 65536> piece;
-    Escape escape{.ends = ends, .out = &out};
+    out.whole_lines = option.whole_lines;
+    Escape escape{.ends = option.ends, .out = &out};
     for (;;) {
         const ssize_t length = ::read(STDIN_FILENO, piece.data(), piece.size());
         if (length > 0) {
             escapeText(escape, {piece.data(), static_cast<std::size_t>(length)});
         } else if (length == 0 || errno != EINTR) {
             escapeEnd(escape);
-            return toolFlush(out) == 0 ? 0 : failed();
+            return toolFinish(out) == 0 ? 0 : failed();
         }
         if (toolFlush(out) != 0) {
             return failed();
@@ -69,10 +79,10 @@ int copy(LineEnd ends) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    LineEnd ends = LineEnd::FEED;
-    if (argc > 2 || (argc == 2 && readOption(argv[1], &ends) != 0)) {
+    const Option* option = readOption(argc, argv);
+    if (option == nullptr) {
         return usage();
     }
     ::signal(SIGXFSZ, SIG_IGN);  // a limit makes a write fail
-    return copy(ends);
+    return copy(*option);
 }

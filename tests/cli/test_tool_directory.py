@@ -156,6 +156,20 @@ def test_what_a_program_says_of_a_failure_is_a_line_of_its_own(system: Machine):
         line.endswith("No such file or directory") for line in lines)
 
 
+def test_neither_messages_nor_lines_are_printed_in_parts(machine: Machine):
+    lay_over(machine, "/usr/local/bin", "parts", """#!/bin/sh
+printf 'a message, ' >&2
+printf 'one\\0tw'
+until grep -q one /tmp/printed; do :; done
+echo whole >&2
+until grep -q whole /tmp/printed; do :; done
+printf 'o\\0'
+exit 3
+""")
+    assert machine.exec(f"{RUN} -0 parts >/tmp/printed", check=False).status == 3
+    assert machine.read("/tmp/printed") == "one\na message, whole\ntwo\n"
+
+
 def test_a_line_feed_in_the_name_of_a_process_begins_no_line(machine: Machine):
     name = "a\\nFORGED\\033[7m"
     lay_over(machine, "/usr/local/bin", "pidstat", "#!/bin/sh\nprintf '%b' "
@@ -175,7 +189,7 @@ def test_the_filter_of_control_characters_tells_its_usage(machine: Machine):
     for arguments in (["-x"], ["-0", "-s"], [""]):
         done = machine.exec([ESCAPE, *arguments], check=False)
         assert (done.status, done.stdout, done.stderr) == (
-            2, "", "usage: escape [-0 | -s | -u] <FILE\n")
+            2, "", "usage: escape [-0 | -s | -u | -w] <FILE\n")
     assert machine.exec(f"echo a | {ESCAPE} >/dev/full", check=False).status == 1
 
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <array>
 #include <string>
 #include <string_view>
 
@@ -150,6 +151,37 @@ TEST(IGEscape, ALongTextPassesWhole) {
     read_back.pop_back();
     EXPECT_EQ(read_back, text);
     close(fd);
+}
+
+TEST(IGEscape, ALineIsHeldBackUntilItIsWhole) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    ASSERT_GE(fcntl(ends[1], F_SETPIPE_SZ, 200000), 200000);
+    std::array<char, 100000> piece;
+    const auto arrived = [&] {
+        const ssize_t length = read(ends[0], piece.data(), piece.size());
+        return length > 0 ? std::string(piece.data(), static_cast<std::size_t>(length)) : "";
+    };
+    ToolOutput out{.fd = ends[1], .whole_lines = true};
+    toolWrite(out, "a");
+    EXPECT_EQ(toolFlush(out), 0);
+    EXPECT_EQ(arrived(), "");
+    toolWrite(out, "b\nc\nd");
+    EXPECT_EQ(toolFlush(out), 0);
+    EXPECT_EQ(arrived(), "ab\nc\n");
+    const std::string large(out.bytes.size() - 4, 'x');
+    toolWrite(out, large + "\ny");
+    EXPECT_EQ(toolFlush(out), 0);
+    EXPECT_EQ(arrived(), "d" + large + "\n");
+    // One that is larger than the room for it.
+    toolWrite(out, std::string(out.bytes.size() - 1, 'z') + "\n");
+    EXPECT_EQ(toolFlush(out), 0);
+    EXPECT_EQ(arrived(), "y" + std::string(out.bytes.size() - 1, 'z') + "\n");
+    toolWrite(out, "the rest");
+    EXPECT_EQ(toolFinish(out), 0);
+    EXPECT_EQ(arrived(), "the rest");
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(IGEscape, AFailedWriteIsAnsweredAndEndsTheWriting) {
