@@ -125,6 +125,16 @@ def test_a_program_that_overruns_keeps_what_it_has_printed_masked(system: Machin
     assert run.stdout.endswith(expect.output_file())
 
 
+def test_a_program_of_lines_that_end_with_nul_keeps_what_it_has_printed(system: Machine):
+    stuck = f'{RUN} -0 sh -c "echo a; echo message >&2; exec sleep 1000"'
+    run = collect(system, pattern_text.tool(stuck, "%d%/stuck.txt", timeout=3, wait=30),
+                  pattern_text.data("%d%/stuck.txt"))
+    assert "ZEPA126-W" in (run.log or "")
+    text = run.archive.read("stuck.txt")
+    assert text.endswith(b"sh: stopped here by the time limit\n")
+    assert b"message\n" in text and b"a\\012" in text
+
+
 # ---- Names that users choose ---------------------------------------------------------------------
 
 

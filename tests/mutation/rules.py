@@ -61,7 +61,7 @@ RUN_CONTROL = _rules(
      "std::max(countEntries(directory, name), 1U)", "std::max(countEntries(directory, name), 1U) + 1",
      "cli:test_run_control.py:gets_a_number unit:IGMainOutput_test"),
     ("the output directory is private", "src/main/IGMainOutput.cpp",
-     "PRIVATE_DIRECTORY = 0700", "PRIVATE_DIRECTORY = 0755", "cli:test_interruption.py:as_it_was"),
+     "PRIVATE_DIRECTORY = 0700", "PRIVATE_DIRECTORY = 0755", "unit:IGMainOutput_test"),
     ("a group of 256 bytes is taken", "src/ini/IGIniOption.cpp",
      '"-g", 256', '"-g", 255', "cli:test_command_line.py:256"),
     ("a group of 257 bytes is refused", "src/ini/IGIniOption.cpp",

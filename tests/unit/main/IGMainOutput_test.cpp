@@ -1,10 +1,15 @@
 #include "main/IGMainOutput.h"
 
+#include <sys/inotify.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/IGGuards.h"
 
 namespace {
 
@@ -90,6 +95,23 @@ TEST_F(IGMainOutput, CountsFromOneWhereTheEntriesCannotBeRead) {
     const std::string report = trio("readdir", EIO, "Input/output error", base_, "IGCmnPath");
     EXPECT_EQ(takeLog(), report);
     EXPECT_EQ(err.take(), report.substr(0, report.rfind("ZEPA1")));
+}
+
+TEST_F(IGMainOutput, MakesTheDirectoryPrivateFromItsFirstMoment) {
+    std::string name = "fresh";
+    root_->output_name = name.data();
+    const FdGuard watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_NE(::inotify_add_watch(watch.get(), base_.c_str(), IN_CREATE | IN_ATTRIB), -1);
+    ASSERT_TRUE(makeOutputDirectory(pool(), *root_));
+    struct stat st = {};
+    ASSERT_EQ(::stat((base_ + "/fresh").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777U, 0700U);
+    alignas(struct inotify_event) std::array<char, 4096> events{};
+    const auto length = ::read(watch.get(), events.data(), events.size());
+    ASSERT_GT(length, 0);
+    const auto* made = reinterpret_cast<const struct inotify_event*>(events.data());
+    EXPECT_EQ(made->mask, IN_CREATE | IN_ISDIR);
+    EXPECT_EQ(static_cast<std::size_t>(length), sizeof *made + made->len) << "it was changed then";
 }
 
 TEST_F(IGMainOutput, NamesTheResultByTheReturnCode) {
