@@ -6,20 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
-void toolWrite(ToolOutput& out, std::string_view text) {
-    while (!text.empty() && !out.failed) {
-        const std::size_t part = std::min(text.size(), out.bytes.size() - out.used);
-        std::memcpy(out.bytes.data() + out.used, text.data(), part);
-        out.used += part;
-        text.remove_prefix(part);
-        if (out.used == out.bytes.size()) {
-            toolFlush(out);
-        }
-    }
-}
-
 namespace {
 
+// Writes so many bytes from the front of what is held back.
 int flush(ToolOutput& out, std::size_t length) {
     for (std::size_t done = 0; done < length && !out.failed;) {
         const ssize_t written = ::write(out.fd, out.bytes.data() + done, length - done);
@@ -36,17 +25,28 @@ int flush(ToolOutput& out, std::size_t length) {
 
 }  // namespace
 
-int toolFlush(ToolOutput& out) {
-    if (!out.whole_lines) {
-        return flush(out, out.used);
+void toolWrite(ToolOutput& out, std::string_view text) {
+    while (!text.empty() && !out.failed) {
+        const std::size_t part = std::min(text.size(), out.bytes.size() - out.used);
+        std::memcpy(out.bytes.data() + out.used, text.data(), part);
+        out.used += part;
+        text.remove_prefix(part);
+        if (out.used == out.bytes.size()) {
+            toolFlushLines(out);
+        }
     }
-    const std::size_t end = std::string_view(out.bytes.data(), out.used).rfind('\n');
-    const bool full = out.used == out.bytes.size();
-    return flush(out, end != std::string_view::npos ? end + 1 : full ? out.used : 0);
 }
 
-int toolFinish(ToolOutput& out) {
+int toolFlush(ToolOutput& out) {
     return flush(out, out.used);
+}
+
+int toolFlushLines(ToolOutput& out) {
+    const std::size_t feed = std::string_view(out.bytes.data(), out.used).rfind('\n');
+    if (feed != std::string_view::npos) {
+        return flush(out, feed + 1);
+    }
+    return flush(out, out.used == out.bytes.size() ? out.used : 0);
 }
 
 namespace {

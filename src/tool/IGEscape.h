@@ -11,18 +11,18 @@
 /// dropped: the reader has gone.
 struct ToolOutput {
     int fd;
-    bool whole_lines = false;  // others write to it too: no line is written in parts
     bool failed = false;
     std::size_t used = 0;
     std::array<char, 65536> bytes{};
 };
 
+/// Holds text back until there is no more room for it.
 void toolWrite(ToolOutput& out, std::string_view text);
-/// Writes what is held back, of `whole_lines` the lines that are complete, or one that fills the
-/// room. 0, or -1 when this or an earlier write failed (errno is kept).
+/// Writes what is held back. 0, or -1 when this or an earlier write failed (errno is kept).
 int toolFlush(ToolOutput& out);
-/// Writes all that is held back. 0, or -1 as above.
-int toolFinish(ToolOutput& out);
+/// Writes the lines that are complete and keeps the rest, unless that fills the room. 0 or -1 as
+/// above.
+int toolFlushLines(ToolOutput& out);
 
 /// Which line feeds end a line; all others belong to names and are shown as "\012".
 enum class LineEnd {

@@ -1,10 +1,10 @@
 // Copies its input with control characters shown.
 //
 // usage: escape [-0 | -s | -u | -w] <FILE
-//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); whole lines as with -w
-//   -s  what is shorter than 16 bytes is the rest of a process's name in the line before (pidstat)
-//   -u  a line feed in a name among the users of a socket belongs to that name (ss)
-//   -w  writes whole lines only, for an output that others write to as well
+//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); whole lines, as with
+//   -w -s  what is shorter than 16 bytes is the rest of a process's name in the line before
+//   (pidstat) -u  a line feed in a name among the users of a socket belongs to that name (ss) -w
+//   writes whole lines only, for an output that others write to as well
 //
 // The exit status is 0; 1 when the output cannot be written, 2 for wrong usage, and 153, a
 // shell's status for SIGXFSZ, when the output reached a file-size limit.
@@ -36,8 +36,8 @@ struct Option {
     bool whole_lines;
 };
 
-constexpr std::array<Option, 5> OPTIONS{{{"", LineEnd::FEED, false},
-                                         {"-0", LineEnd::NUL, true},
+constexpr Option NONE{"", LineEnd::FEED, false};
+constexpr std::array<Option, 4> OPTIONS{{{"-0", LineEnd::NUL, true},
                                          {"-s", LineEnd::LONG_LINES, false},
                                          {"-u", LineEnd::SOCKET_USERS, false},
                                          {"-w", LineEnd::FEED, true}}};
@@ -45,9 +45,9 @@ constexpr std::array<Option, 5> OPTIONS{{{"", LineEnd::FEED, false},
 // What the arguments say, or null.
 const Option* readOption(int argc, char** argv) {
     if (argc != 2) {
-        return argc == 1 ? OPTIONS.data() : nullptr;
+        return argc < 2 ? &NONE : nullptr;
     }
-    const auto* known = std::find_if(OPTIONS.begin() + 1, OPTIONS.end(),
+    const auto* known = std::find_if(OPTIONS.begin(), OPTIONS.end(),
                                      [&](const Option& option) { return option.name == argv[1]; });
     return known != OPTIONS.end() ? known : nullptr;
 }
@@ -56,11 +56,10 @@ int failed() {
     return errno == EFBIG ? LIMIT : FAILED;
 }
 
-// Whatever was read is written at once, or line by line: the program that is read may be slow.
+// What was read is written at once, or the lines of it: the program that is read may be slow.
 int copy(const Option& option) {
     static ToolOutput out{.fd = STDOUT_FILENO};
     static std::array<char, 65536> piece;
-    out.whole_lines = option.whole_lines;
     Escape escape{.ends = option.ends, .out = &out};
     for (;;) {
         const ssize_t length = ::read(STDIN_FILENO, piece.data(), piece.size());
@@ -68,9 +67,9 @@ int copy(const Option& option) {
             escapeText(escape, {piece.data(), static_cast<std::size_t>(length)});
         } else if (length == 0 || errno != EINTR) {
             escapeEnd(escape);
-            return toolFinish(out) == 0 ? 0 : failed();
+            return toolFlush(out) == 0 ? 0 : failed();
         }
-        if (toolFlush(out) != 0) {
+        if ((option.whole_lines ? toolFlushLines(out) : toolFlush(out)) != 0) {
             return failed();
         }
     }

@@ -180,6 +180,13 @@ exit 3
     assert machine.read("/tmp/printed") == "one\na message, whole\ntwo\n"
 
 
+def test_the_messages_beside_lines_that_end_with_nul_are_masked_and_limited(system: Machine):
+    done = system.exec(f"{RUN} -0 -m sh -c 'echo password=abc >&2; exit 3'", check=False)
+    assert (done.status, done.stdout) == (3, f"password={HIDDEN}\n")
+    system.exec(f"{RUN} -0 -l 1 sh -c 'seq 1 500000 >&2' >/tmp/out", check=False)
+    assert system.read("/tmp/out").endswith("\nsh: the output was cut here, after 1 MiB\n")
+
+
 def test_a_line_feed_in_the_name_of_a_process_begins_no_line(machine: Machine):
     name = "a\\nFORGED\\033[7m"
     lay_over(machine, "/usr/local/bin", "pidstat", "#!/bin/sh\nprintf '%b' "

@@ -3,7 +3,6 @@
 #define QUENDIL_TESTS_SUPPORT_CHILD_FIXTURE_H
 
 #include <ctime>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -22,21 +21,14 @@ inline std::map<std::string, std::string> readReport(const std::string& path) {
     return report;
 }
 
-/// Whether a process runs: false for a zombie that nobody has fetched, and for one that is gone.
-/// One that goes between the opening of its file and the reading is gone too: the read fails with
-/// ESRCH, and getline() takes that for the end of the file.
-inline bool runs(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const std::size_t name_end = line.rfind(')');
-    return name_end != std::string::npos && line.substr(name_end + 2, 1) != "Z";
-}
-
-/// Waits until a process that is not ours has ended; false when it still runs after half a minute.
+/// Waits until a process that is not ours has ended, be it as a zombie that nobody has fetched;
+/// false when it still runs after half a minute.
 inline bool awaitEnd(pid_t pid) {
+    const std::string stat = "/proc/" + std::to_string(pid) + "/stat";
     for (int round = 0; round < 3000; ++round) {
-        if (!runs(pid)) {
+        const std::string text = readText(stat);
+        const std::size_t name_end = text.rfind(')');
+        if (name_end == std::string::npos || text.substr(name_end + 2, 1) == "Z") {
             return true;
         }
         const struct timespec pause = {0, 10000000};

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,9 +32,13 @@ inline constexpr const char* BIN_DIR = "/opt/norvale/quendil/bin";
 inline constexpr const char* PATTERN_DIR = "/etc/opt/norvale/quendil/pattern";
 inline constexpr const char* CONFIG_FILE = "/etc/opt/norvale/quendil/config/quendil_conf";
 
+/// What a file holds; nothing when it cannot be opened or read, as the files of a process that ends
+/// meanwhile (ESRCH).
 inline std::string readText(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();  // an iterator would throw
+    return text.str();
 }
 
 inline void writeText(const std::filesystem::path& path, const std::string& text) {

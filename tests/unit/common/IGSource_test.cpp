@@ -4,13 +4,13 @@
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <string>
 
+#include "../../support/lease_holder.h"
 #include "../../support/run_fixture.h"
 #include "common/IGCmnFile.h"
 
@@ -250,31 +250,10 @@ TEST_F(IGSource, ReadsNothingButRegularFiles) {
 
 TEST_F(IGSource, WaitsForALeaseThatIsGivenUp) {
     writeText(own("file"), "x");
-    int ready[2] = {-1, -1};
-    ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
-    const pid_t holder = ::fork();
-    if (holder == 0) {
-        const int fd = ::open(own("file").c_str(), O_RDWR | O_CLOEXEC);
-        sigset_t asked;
-        ::sigemptyset(&asked);
-        ::sigaddset(&asked, SIGIO);
-        ::sigprocmask(SIG_BLOCK, &asked, nullptr);
-        const char held = ::fcntl(fd, F_SETLEASE, F_WRLCK) == 0 ? 'y' : 'n';
-        static_cast<void>(!::write(ready[1], &held, 1));
-        int signo = 0;
-        ::sigwait(&asked, &signo);
-        ::fcntl(fd, F_SETLEASE, F_UNLCK);
-        ::_exit(0);
-    }
-    char held = 0;
-    ASSERT_EQ(::read(ready[0], &held, 1), 1);
-    ::close(ready[0]);
-    ::close(ready[1]);
-    EXPECT_EQ(held, 'y');
+    const LeaseHolder holder({own("file")}, WhenAsked::GIVES_UP);
+    ASSERT_TRUE(holder.holds());
     const FdGuard fd(IgCmnFileOpenForReading(own("file").c_str()));
     EXPECT_TRUE(fd);
-    int status = 0;
-    EXPECT_EQ(::waitpid(holder, &status, 0), holder);
 }
 
 }  // namespace

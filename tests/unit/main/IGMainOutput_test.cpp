@@ -111,7 +111,8 @@ TEST_F(IGMainOutput, MakesTheDirectoryPrivateFromItsFirstMoment) {
     ASSERT_GT(length, 0);
     const auto* made = reinterpret_cast<const struct inotify_event*>(events.data());
     EXPECT_EQ(made->mask, IN_CREATE | IN_ISDIR);
-    EXPECT_EQ(static_cast<std::size_t>(length), sizeof *made + made->len) << "it was changed then";
+    EXPECT_EQ(static_cast<std::size_t>(length), sizeof *made + made->len)
+        << "its mode was changed after that";
 }
 
 TEST_F(IGMainOutput, NamesTheResultByTheReturnCode) {
