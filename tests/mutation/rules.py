@@ -503,7 +503,7 @@ TOOLS = _rules(
      "escape.in_name = character != ')';", "escape.in_name = character != '\\n';",
      "unit:IGEscape_test cli:test_tool_directory.py:name_of_a_process"),
     ("run passes all output through the filter", "tools/run",
-     "limited escape $ends", "exec cat", "cli:test_tool_directory.py:control_characters"),
+     'limited escape "$@"', "exec cat", "cli:test_tool_directory.py:control_characters"),
     ("ls shows line feeds of names", "tools/run",
      "QUOTING_STYLE=escape", "QUOTING_STYLE=literal", "cli:test_tool_directory.py:file_name"),
     ("show reads nothing behind a user's link", "src/tool/IGShow.cpp",
