@@ -1,10 +1,10 @@
 // Copies its input with control characters shown.
 //
 // usage: escape [-0 | -s | -u | -w] <FILE
-//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); lines are kept whole
+//   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); implies -w
 //   -s  what is shorter than 16 bytes is the rest of a process's name in the line before (pidstat)
 //   -u  a line feed in a name among the users of a socket belongs to that name (ss)
-//   -w  lines are kept whole, for an output that others write to as well
+//   -w  writes whole lines only, for an output that others write to as well
 //
 // The exit status is 0; 1 when the output cannot be written, 2 for wrong usage, and 153, a
 // shell's status for SIGXFSZ, when the output reached a file-size limit.
@@ -56,7 +56,7 @@ int failed() {
     return errno == EFBIG ? LIMIT : FAILED;
 }
 
-// What was read is written at once, or the lines of it: the program that is read may be slow.
+// What was read, or its whole lines, is written at once: the program that is read may be slow.
 int copy(const Option& option) {
     static ToolOutput out{.fd = STDOUT_FILENO};
     static std::array<char, 65536> piece;
