@@ -25,6 +25,7 @@ pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
 
 from support.cell import CellServer  # noqa: E402
 from support.machine import Installation, Machine  # noqa: E402
+from support.tool_directory import SYSTEMS, become  # noqa: E402
 
 FAILED = pytest.StashKey[bool]()
 
@@ -61,6 +62,13 @@ def machine(cell_server: CellServer, installation: Installation,
             made.check()
     finally:
         made.destroy()
+
+
+@pytest.fixture(params=SYSTEMS)
+def system(machine: Machine, request: pytest.FixtureRequest) -> Machine:
+    """A machine with the shell and the awk of a distribution."""
+    become(machine, request.param)
+    return machine
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -2,43 +2,19 @@
 
 from __future__ import annotations
 
-import os
-import shutil
-from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 from support import expect, hostile_names, pattern_text
 from support.collecting import collect
 from support.machine import Completed, Machine
+from support.tool_directory import TOOLS, lay_over
 
-TOOLS = "/opt/norvale/quendil/tool"
-RUN, SHOW, EACH, MASK, PCI, ESCAPE = (
-    f"{TOOLS}/{name}" for name in ("run", "show", "each", "mask", "pci", "escape"))
+RUN, SHOW, MASK, ESCAPE = (f"{TOOLS}/{name}" for name in ("run", "show", "mask", "escape"))
 ROOT = Path(__file__).resolve().parents[2]
 
 PLACES = ("/usr/sbin", "/usr/bin", "/sbin", "/bin", "/usr/local/sbin", "/usr/local/bin")
-SYSTEMS = {"debian": ("dash", "mawk"), "fedora": ("bash", "gawk"), "alpine": ("busybox", "busybox")}
 HIDDEN = "********"
-
-
-@pytest.fixture(params=SYSTEMS)
-def system(machine: Machine, request: pytest.FixtureRequest) -> Iterator[Machine]:
-    """A machine with the shell and the awk of a distribution."""
-    for name, program in zip(("/bin/sh", "/usr/bin/awk"), SYSTEMS[request.param]):
-        stand_in = shutil.which(program)
-        if stand_in is None:
-            pytest.skip(f"{program} is not installed")
-        machine.install(Path(stand_in), f"/opt/real/{program}")
-        machine.mount("--bind", f"/opt/real/{program}", os.path.realpath(name))
-    yield machine
-
-
-def lay_over(machine: Machine, directory: str, name: str, content: str, mode: int = 0o755) -> None:
-    """Adds a file to a directory of the host, as this machine sees it."""
-    layer = f"/opt/layer{directory}.{name}"
-    machine.file(f"{layer}/{name}", content, mode)
-    machine.mount("-t", "overlay", "-o", f"lowerdir={layer}:{directory}", "layer", directory)
 
 
 # ---- Finding and running a program --------------------------------------------------------------
@@ -57,7 +33,10 @@ def test_what_is_absent_or_not_in_use_is_said_in_one_line(system: Machine):
         0, "no-such-program: not installed on this machine\n", "")
     idle = system.exec([RUN, "-e", "/proc/no-such-*", "cat", "/etc/hostname"])
     assert (idle.status, idle.stdout, idle.stderr) == (
-        0, "cat: not in use on this machine: there is no /proc/no-such-*\n", "")
+        0, "cat: not asked: there is no /proc/no-such-*\n", "")
+    idle = system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc/none", "cat", "/etc/hostname"])
+    assert idle.stdout == "cat: not asked: there is no /proc/no-such-* or /proc/none\n"
+    assert system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc", "echo"]).stdout == "\n"
     used = system.exec([RUN, "-e", "/proc/self/lim*", "printf", "%s-", "a b", "*", ""])
     assert (used.stdout, used.stderr) == ("a b-*--", "")
 
@@ -70,12 +49,30 @@ def test_a_directory_or_a_file_without_execute_permission_is_no_program(machine:
         assert machine.exec([RUN, name]).stdout == f"{name}: not installed on this machine\n"
 
 
+def test_an_administrator_can_forbid_a_program(system: Machine):
+    assert system.exec([RUN, "-u", "/opt/no-*", "echo", "a"]).stdout == "a\n"
+    system.file("/opt/no-echo")
+    assert system.exec([RUN, "-u", "/opt/no-*", "echo", "a"]).stdout == (
+        "echo: forbidden on this machine: there is /opt/no-*\n")
+
+
+def test_only_paths_that_exist_are_passed_where_asked(system: Machine):
+    system.file("/tmp/a b")
+    system.link("/tmp/dangling", "/nowhere")
+    printed = ["printf", "%s|", "-n", "/tmp/none", "/tmp/a b", "x", "/tmp/dangling", "/other"]
+    assert system.exec([RUN, "-p", *printed]).stdout == "-n|/tmp/a b|x|/tmp/dangling|"
+    assert system.exec([RUN, "-p", "ls", "-ln", "/tmp/none", "/other"]).stdout == (
+        "ls: nothing to show on this machine: there is no /tmp/none /other\n")
+    done = system.exec([RUN, "ls", "-ln", "/tmp/none"], check=False)
+    assert done.status == 2
+
+
 @pytest.mark.parametrize("arguments", [(), ("-x", "ls"), ("-l", "x", "ls"), ("-l", "", "ls"),
-                                       ("/bin/ls",), ("../ls",), ("-e",), ("",)])
+                                       ("-u",), ("/bin/ls",), ("../ls",), ("-e",), ("",)])
 def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
-    assert done.stderr.endswith("usage: run [-0] [-m] [-l MIB] [-e PATH] NAME [ARG]...\n")
+    assert done.stderr.endswith("usage: run [-0] [-m] [-p] [-t] [-l MIB] [-e PATH] [-u PATH] NAME [ARG]...\n")
 
 
 @pytest.mark.parametrize("zone, kept", [
@@ -696,45 +693,6 @@ def test_wrong_usage_of_show_ends_with_2(machine: Machine, arguments: tuple[str,
     done = machine.exec([SHOW, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
     assert done.stderr.endswith("usage: show [-v] [-l MIB] PATH...\n")
-
-
-# ---- Disks, interfaces and PCI devices -----------------------------------------------------------
-
-
-def test_a_program_runs_for_every_disk_and_interface(system: Machine):
-    for name in ("block/sda", "block/nvme0n1", "block/loop0", "block/dm-0", "block/sr0",
-                 "net/eth0", "net/lo", "net/bonding_masters"):
-        system.directory(f"/tmp/{name}")
-    system.mount("--bind", "/tmp/block", "/sys/block")
-    system.mount("--bind", "/tmp/net", "/sys/class/net")
-    assert system.exec([EACH, "disk", "echo", "{}", "-n 1", "/dev/{}"]).stdout == (
-        "==> nvme0n1\nnvme0n1 -n 1 /dev/nvme0n1\n==> sda\nsda -n 1 /dev/sda\n")
-    system.file("/tmp/net/eth0/device/power/runtime_status", "active\n")
-    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == "==> eth0\neth0\n"
-    system.file("/tmp/net/eth0/device/power/runtime_status", "suspended\n")
-    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == (
-        "==> eth0 sleeps and was not asked\n")
-    assert system.exec([EACH, "fan", "echo"], check=False).status == 2
-    for name in ("sda", "nvme0n1"):
-        system.remove(f"/tmp/block/{name}")
-    assert system.exec([EACH, "disk", "echo", "{}"]).stdout == "echo: no disk on this machine\n"
-
-
-def test_pci_devices_are_listed_with_their_names(system: Machine):
-    device = "/tmp/devices/0000:00:1f.0"
-    for name, value in (("class", "0x020000"), ("vendor", "0x8086"), ("device", "0x15f3")):
-        system.file(f"{device}/{name}", value + "\n")
-    system.directory("/tmp/drivers/igc")
-    system.link(f"{device}/driver", "/tmp/drivers/igc")
-    system.file("/tmp/misc/pci.ids",
-                "# table\n8086  Maker\n\t15f3  Adapter\n\t\t1 2  Sub\nC 02  Net\n")
-    system.mount("--bind", "/tmp/devices", "/sys/bus/pci/devices")
-    system.mount("--bind", "/tmp/misc", "/usr/share/misc")
-    assert system.exec([PCI]).stdout == (
-        "address class vendor:device driver name\n"
-        "0000:00:1f.0 020000 8086:15f3 igc Maker Adapter\n")
-    system.remove(device)
-    assert system.exec([PCI]).stdout == "pci: no PCI device on this machine\n"
 
 
 # ---- As texts -----------------------------------------------------------------------------------

@@ -72,34 +72,41 @@ SECRET_NAME = re.compile(
 # What the filter takes the secrets out of: these files may be shown, but not collected as they are.
 FILTERED = (
     "/etc/netplan", "/etc/network/interfaces", "/etc/network/interfaces.d", "/etc/systemd/network",
-    "/etc/NetworkManager/system-connections", "/etc/sysconfig/network-scripts/ifcfg-*",
+    "/etc/NetworkManager/system-connections", "/run/NetworkManager/system-connections",
+    "/etc/sysconfig/network-scripts/ifcfg-*",
     "/etc/sysconfig/network-scripts/route*", "/etc/sssd/sssd.conf", "/etc/sssd/conf.d",
     "/proc/self/mountinfo", "/proc/self/mountstats",  # some sources are addresses with a password
+    "/etc/sudoers", "/etc/sudoers.d", "/var/log/auth.log", "/var/log/auth.log.1", "/var/log/secure",
+    # All tables of users, but not the jobs of at, which hold whole environments.
+    "/var/spool/cron/[!a]*", "/var/spool/cron/a[!t]*", "/var/spool/cron/at[!js]*",
 )
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "each", "pci"}
-WRAPPER_OPTION = re.compile(r"-0|-m|-[le]")  # those of "run"; the last ones take a value
+OWN_COMMANDS = {"names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -t"
+WRAPPER_FLAGS = {"-0", "-m", "-p", "-t"}
+WRAPPER_OPTIONS = {"-l", "-e", "-u"}  # these take a value
+# What "each" finds first is in use.
+EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
 MOST_MIB = 20  # what "run" and four files of "show" bring without an option
 
 # Programs that change something, wake devices, enter network mounts or run what nobody has checked.
 FORBIDDEN_PROGRAMS = {
     "ash", "awk", "bash", "blkid", "dash", "depmod", "env", "fdisk", "hdparm", "hwclock", "insmod", "kill",
-    "lastb", "lslocks", "lsof", "lspci", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
+    "lslocks", "lsof", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
     "rm", "sensors", "sfdisk", "sh", "strace", "sync", "tee", "touch", "umount", "xargs",
 }
 # Programs that load modules or start services when the part that they ask is not in use.
 NEED_A_REASON = {
-    "arptables-save", "btrfs", "crictl", "dmsetup", "docker", "ebtables", "ip6tables-save", "ipmitool",
-    "ipset", "iptables-nft-save", "iptables-save", "ipvsadm", "iscsiadm", "loginctl", "lvs", "multipathd",
-    "networkctl", "nft", "nmcli", "podman", "pvs", "resolvectl", "rpm", "systemctl", "timedatectl", "vgs",
-    "virsh", "wg", "xl", "zfs", "zpool",
+    "btrfs", "crictl", "dmsetup", "docker", "faillock", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
+    "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "podman",
+    "resolvectl", "rpcinfo", "rpm", "systemctl", "timedatectl", "virsh", "wg", "xl", "zfs", "zpool",
 }
-# Programs whose output may hold what somebody else has written: it passes the filter.
-MUST_BE_MASKED = {
-    "apt-cache", "ausearch", "cat", "dmesg", "findmnt", "grep", "head", "journalctl",
-    "kdump-config", "strings", "sysctl", "tail", "udevadm",
+# Programs of which the tool directory has a safe form.
+HAVE_A_SAFE_FORM = {
+    "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "ip6tables-save",
+    "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "vgs",
 }
 # Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
 NUL_ENDED = {"du", "find"}
@@ -107,15 +114,17 @@ NUL_ENDED = {"du", "find"}
 MUST_BE_TOLD = {
     "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
     "apt-mark": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= ", r"showhold$"),
-    "chronyc": (r"^-n (tracking|source)",), "ntpq": (r"^-n ",),
+    "chronyc": (r"^-n (tracking|source|activity)",), "ntpq": (r"^-n ",),
+    "dumpe2fs": (r"^-h ",), "lldpcli": (r"^show ",), "mdadm": (r"^-D ",), "nft": (r"^list ",),
     "df": (r"^-l",), "du": (r"^-0 -x ",),
     "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0$"),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
-    "ls": (r"^-ln",), "lvs": (r"--readonly", r"--nolocking"), "pvs": (r"--readonly", r"--nolocking"),
-    "ps": (r"^-e", r"^(?!.*\b(args|cmd|command)\b)"), "rpm": (r"^-qa ",),
+    "ls": (r"^-ln",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
+    "nvme": (r"^(smart-log|error-log|list-subsys)\b",),
+    "nsenter": (r"^--net=\{\} (ip (addr|route show table all|rule)|nft list ruleset)$",),
+    "ps": (r"^-(ww -)?e",), "rpm": (r"^-qa ",),
     "smartctl": (r"^-n standby ",), "sysctl": (r"^(?!.*-[aw])",),
-    "systemctl": (r"--no-pager .*(list-|show|status|get-default)",), "vgs": (r"--readonly", r"--nolocking"),
-    "virsh": (r"^-r ",),
+    "systemctl": (r"--no-pager .*(list-|show|status|get-default)",), "virsh": (r"^-r ",),
 }
 
 LINE_EMPTY = re.compile(r"\s*(#.*)?")
@@ -341,7 +350,7 @@ def find_faults(words: list[str]) -> list[str]:
     if tool == "show":
         return faults + find_show_faults(arguments)
     if tool == "each":
-        return faults + find_program_faults(arguments[1:], guarded=False)
+        return faults + find_each_faults(arguments)
     return faults + (find_run_faults(arguments) if tool == "run" else [])
 
 
@@ -354,31 +363,62 @@ def find_show_faults(arguments: list[str]) -> list[str]:
     return faults + [f"{limit} MiB are too much"] * (4 * limit > MOST_MIB) + ["no path"] * (not paths)
 
 
-def find_run_faults(arguments: list[str]) -> list[str]:
-    """What is wrong with the arguments of "run"."""
+def take_options(arguments: list[str]) -> tuple[dict[str, str], list[str]]:
+    """The options of "run" or "each" with their values, and what stands behind them."""
     options = {}
-    while arguments and WRAPPER_OPTION.fullmatch(arguments[0]):
-        count = 1 if arguments[0] in ("-0", "-m") else 2
+    while arguments and arguments[0] in WRAPPER_FLAGS | WRAPPER_OPTIONS:
+        count = 1 if arguments[0] in WRAPPER_FLAGS else 2
         options[arguments[0]] = arguments[count - 1]
         arguments = arguments[count:]
-    faults = find_program_faults(arguments, guarded="-e" in options)
-    if arguments[:1] and arguments[0] in MUST_BE_MASKED and "-m" not in options:
-        faults.append(f"the output of {arguments[0]} is not masked")
-    if arguments[:1] and arguments[0] in NUL_ENDED and "-0" not in options:
-        faults.append(f"the lines of {arguments[0]} are not told from names with line feeds")
+    return options, arguments
+
+
+def find_run_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "run"."""
+    options, arguments = take_options(arguments)
+    name = arguments[0] if arguments else ""
+    faults = find_program_faults(arguments, guarded="-e" in options, own="-t" in options)
+    if "-m" not in options:
+        faults.append(f"the output of {name} is not masked")
+    if name in NUL_ENDED and "-0" not in options:
+        faults.append(f"the lines of {name} are not told from names with line feeds")
+    if name == "ls" and "-p" not in options and any(word.startswith("/") for word in arguments):
+        faults.append("ls is not told to pass what is not there over")
+    if name == "ps" and re.search(r"\b(args|cmd|command)\b", arguments[-1]) and "-u" not in options:
+        faults.append("the arguments of processes cannot be turned off")
     if int(options.get("-l", MOST_MIB)) > MOST_MIB:
         faults.append(f"{options['-l']} MiB are too much")
     return faults
 
 
-def find_program_faults(words: list[str], guarded: bool) -> list[str]:
-    """What is wrong with a program and its arguments; `guarded` when it runs on a condition only."""
+def find_each_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "each"."""
+    options, arguments = take_options(arguments)
+    kind, program = (arguments[:2] + ["", ""])[:2]
+    # What runs in another namespace is what the last words say.
+    inner = "nft" if program == "nsenter" and "nft" in arguments else program
+    faults = find_program_faults(
+        arguments[1:], guarded="-e" in options or program in EACH_FINDS.get(kind, set()))
+    if inner != program and "-e" not in options:
+        faults.append(f"{inner} is run on no condition")
+    if "-m" not in options:
+        faults.append(f"the output of {program} is not masked")
+    return faults
+
+
+def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -> list[str]:
+    """What is wrong with a program and its arguments; `guarded` when it runs on a condition only, `own`
+    when it is a command of the tool directory."""
     if not words or not re.fullmatch(r"[a-z0-9][\w.-]*", words[0]):
         return [f"the program {' '.join(words[:1])} is not given by its name"]
     name, arguments = words[0], words[1:]
     faults = []
+    if own and name not in OWN_COMMANDS:
+        faults.append(f"{name} is no command of the tool directory")
     if name in FORBIDDEN_PROGRAMS:
         faults.append(f"{name} may change, wake or wait for something")
+    if name in HAVE_A_SAFE_FORM:
+        faults.append(f"{name} is not run by the command of the tool directory")
     if name in NEED_A_REASON and not guarded:
         faults.append(f"{name} is run on no condition")
     faults += [f"{name} is not told {rule}" for rule in MUST_BE_TOLD.get(name, ())

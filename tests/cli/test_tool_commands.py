@@ -1,0 +1,368 @@
+"""The commands of the tool directory that ask one part of the system, with stand-ins for that part."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+import pytest
+from support import hostile_names
+from support.machine import Machine
+from support.tool_directory import TOOLS, lay_over
+
+RUN, EACH, PCI = (f"{TOOLS}/{name}" for name in ("run", "each", "pci"))
+HIDDEN = "********"
+
+
+def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
+    """What a command of the tool directory prints when a pattern calls it."""
+    done = machine.exec([f"{tools}/run", "-m", "-t", *words])
+    assert done.stderr == ""
+    return done.stdout
+
+
+def with_other_path(machine: Machine, name: str, path: str, other: str) -> str:
+    """A tool directory in which a command looks at another path: nothing can be put over /proc/self."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name};"
+                 f" sed 's|{path}|{other}|' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+    return "/opt/tool"
+
+
+# ---- Once for everything of one kind ------------------------------------------------------------
+
+
+def make_devices(machine: Machine, *names: str) -> None:
+    """Gives a machine these disks and interfaces, and no others."""
+    for name in names:
+        machine.directory(f"/tmp/{name}")
+    for place in ("block", "net"):
+        machine.directory(f"/tmp/{place}")
+    machine.mount("--bind", "/tmp/block", "/sys/block")
+    machine.mount("--bind", "/tmp/net", "/sys/class/net")
+
+
+def test_a_program_runs_for_every_disk(system: Machine):
+    make_devices(system, "block/sda", "block/nvme0n1", "block/loop0", "block/dm-0", "block/sr0",
+                 "block/md0")
+    assert system.exec([EACH, "disk", "echo", "{}", "-n 1", "/dev/{}", "a={}b"]).stdout == (
+        "==> nvme0n1\nnvme0n1 -n 1 /dev/nvme0n1 a=nvme0n1b\n==> sda\nsda -n 1 /dev/sda a=sdab\n")
+    assert system.exec([EACH, "nvme", "echo"]).stdout == "==> nvme0n1\n\n"
+    assert system.exec([EACH, "raid", "echo", "/dev/{}"]).stdout == "==> md0\n/dev/md0\n"
+    for name in ("sda", "nvme0n1"):
+        system.remove(f"/tmp/block/{name}")
+    assert system.exec([EACH, "disk", "echo", "{}"]).stdout == "echo: no disk on this machine\n"
+
+
+def test_what_sleeps_or_is_suspended_is_not_asked(system: Machine):
+    make_devices(system, "block/sda", "block/sdb", "block/md0", "net/eth0")
+    system.file("/tmp/net/eth0/device/power/runtime_status", "active\n")
+    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == "==> eth0\neth0\n"
+    system.file("/tmp/net/eth0/device/power/runtime_status", "suspended\n")
+    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == (
+        "==> eth0 sleeps and was not asked\n")
+    system.file("/tmp/block/sda/device/power/runtime_status", "suspended\n")
+    system.file("/tmp/block/md0/dm/suspended", "1\n")
+    assert system.exec([EACH, "disk", "echo", "{}"]).stdout == (
+        "==> sda sleeps and was not asked\n==> sdb\nsdb\n")
+    assert system.exec([EACH, "raid", "echo", "{}"]).stdout == "==> md0 sleeps and was not asked\n"
+
+
+def make_interface(machine: Machine, name: str, link: int | None = None, **files: str) -> None:
+    """An interface of number 5 on top of `link`, its own number when it lies on none."""
+    files = {"ifindex": "5\n", "iflink": f"{link or 5}\n", "type": "1\n", "uevent": f"X={name}\n", **files}
+    for file, text in files.items():
+        machine.file(f"/tmp/net/{name}/{file.replace('__', '/')}", text)
+
+
+def test_physical_interfaces_come_first_and_virtual_ends_are_left_out(system: Machine):
+    make_devices(system, "net/lo", "net/bonding_masters")
+    make_interface(system, "bond0")
+    make_interface(system, "eth1", device__x="")
+    make_interface(system, "eth0", device__x="")
+    make_interface(system, "eth0.5", 2, lower_eth0__x="")
+    make_interface(system, "vxlan1", 2, uevent="DEVTYPE=vxlan\n")
+    make_interface(system, "gre1", 2, type="778\n")
+    make_interface(system, "tap0", tun_flags="0x1\n")
+    for number in range(3):
+        make_interface(system, f"veth{number}", 7)
+    done = system.exec([EACH, "interface", "echo", "{}"]).stdout
+    assert re.findall("^==> (.*)", done, re.MULTILINE) == [
+        "eth0", "eth1", "bond0", "eth0.5", "gre1", "vxlan1",
+        "4 virtual ends of containers and virtual machines were left out"]
+    assert re.findall("^==> (.*)", system.exec([EACH, "port", "echo"]).stdout, re.MULTILINE) == [
+        "eth0", "eth1"]
+
+
+def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine):
+    make_devices(system)
+    for name in ("eth0", "eth1", "eth2"):
+        make_interface(system, name, device__x="")
+    lay_over(system, "/usr/local/bin", "probe", "#!/bin/sh\necho asked $1\n"
+             "[ $1 = eth0 ] || { : >/tmp/there; exec sleep 1000; }\n")
+    system.exec(f"setsid {EACH} interface probe {{}} >/tmp/out 2>&1 & echo $! >/tmp/pid")
+    system.wait_for("/tmp/there")
+    system.exec("kill -TERM -$(cat /tmp/pid)")
+    system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+    assert system.read("/tmp/out") == (
+        "==> eth0\nasked eth0\n==> eth1\nasked eth1\nprobe: stopped here by the time limit\n"
+        "==> stopped here by the time limit; not asked: eth2\n")
+
+
+def test_a_program_runs_for_every_mounted_file_system_of_a_kind(system: Machine):
+    system.file("/tmp/mountinfo", (
+        "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+        "2 1 8:1 /a /bound rw shared:1 - ext4 /dev/sda1 rw\n"
+        "3 1 253:7 / /data\\040of\\040us rw,noatime shared:2 master:1 - xfs /dev/mapper/v rw\n"
+        "4 1 0:30 / /bt rw - btrfs /dev/sdb rw\n"
+        "5 1 0:31 / /net rw - nfs4 server:/ext4 rw\n"
+        "6 1 8:2 / /old rw - ext2 /dev/sda2 rw\n"))
+    for number, name in (("8:1", "sda1"), ("8:2", "sda2")):
+        system.directory(f"/tmp/devices/{name}")
+        system.link(f"/tmp/numbers/{number}", f"../devices/{name}")
+    system.mount("--bind", "/tmp/numbers", "/sys/dev/block")
+    each = with_other_path(system, "each", "/proc/self/mountinfo", "/tmp/mountinfo") + "/each"
+    assert system.exec([each, "ext", "echo", "/dev/{}"]).stdout == (
+        "==> sda1\n/dev/sda1\n==> sda2\n/dev/sda2\n")
+    assert system.exec([each, "xfs", "printf", "<%s>\\n", "{}"]).stdout == (
+        "==> /data\\040of\\040us\n</data of us>\n")
+    assert system.exec([each, "btrfs", "echo", "{}"]).stdout == "==> /bt\n/bt\n"
+
+
+def test_a_program_runs_in_every_other_network_namespace(machine: Machine):
+    # The second one has a name and a process, and is asked once.
+    machine.directory("/tmp/netns")
+    machine.file("/tmp/netns/blue")
+    machine.file("/tmp/netns/file")
+    machine.mount("--bind", "/tmp/netns", "/run")
+    machine.directory("/tmp/netns/netns")
+    machine.exec("touch /run/netns/blue; "
+                 "unshare --net=/run/netns/blue ip link add only_blue type dummy 2>/dev/null || true")
+    machine.exec("setsid unshare --net sh -c 'echo $$ >/tmp/pid; : >/tmp/there; exec sleep 1000' "
+                 "</dev/null >/dev/null 2>&1 &")
+    machine.exec("setsid nsenter --net=/run/netns/blue sh -c ': >/tmp/too; exec sleep 1000' "
+                 "</dev/null >/dev/null 2>&1 &")
+    machine.wait_for("/tmp/there")
+    machine.wait_for("/tmp/too")
+    pid = machine.read("/tmp/pid").strip()
+    done = machine.exec([EACH, "namespace", "nsenter", "--net={}", "readlink", "/proc/self/ns/net"])
+    machine.exec("pkill -x sleep; umount /run/netns/blue", check=False)
+    shown = re.findall(r"==> (\S+)\n(net:\[\d+\])\n", done.stdout)
+    assert [name for name, _ in shown if name in ("/run/netns/blue", f"/proc/{pid}/ns/net")] == [
+        "/run/netns/blue", f"/proc/{pid}/ns/net"]
+    assert len({number for _, number in shown}) == len(shown)
+    own = machine.exec(["readlink", "/proc/self/ns/net"]).stdout.strip()
+    assert own not in {number for _, number in shown}
+
+
+@pytest.mark.parametrize("arguments", [
+    (), ("disk",), ("fan", "echo"), ("disk", ""), ("-x", "disk", "echo")])
+def test_wrong_usage_of_each_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
+    done = machine.exec([EACH, *arguments], check=False)
+    assert (done.status, done.stdout) == (2, "")
+    assert done.stderr.endswith("raid|ext|xfs|btrfs|namespace NAME [ARG]...\n")
+
+
+def test_the_options_of_each_are_those_of_run(system: Machine):
+    make_devices(system, "block/sda")
+    assert system.exec([EACH, "-m", "disk", "echo", "password={}"]).stdout == (
+        f"==> sda\npassword={HIDDEN}\n")
+    assert system.exec([EACH, "-e", "/proc/no-such", "disk", "echo"]).stdout == (
+        "==> sda\necho: not asked: there is no /proc/no-such\n")
+
+
+# ---- Names and descriptors of processes ---------------------------------------------------------
+
+
+def test_whole_names_of_processes_stand_behind_their_lines(system: Machine):
+    hostile_names.start(system)
+    processes = ask(system, "names", "-eo", "pid,euid")
+    threads = ask(system, "names", "-eLo", "pid,tid,stat")
+    hostile_names.stop(system)
+    assert re.fullmatch(r" *PID +EUID +NAME", processes.splitlines()[0])
+    assert re.fullmatch(r" *PID +TID STAT +NAME", threads.splitlines()[0])
+    for text in (processes, threads):
+        assert [line for line in text.splitlines() if line.endswith(" a\\012FORGED\\033[7m\\233")]
+        assert hostile_names.faults(text.encode()) == []
+
+
+def test_no_command_line_is_read_for_the_names(machine: Machine):
+    # A process that is stuck would hold ps up there.
+    lay_over(machine, "/usr/sbin", "ps", "#!/bin/sh\nprintf '  PID WCHAN\\n    1 x\\n99999999 y\\n'\n")
+    name = machine.read("/proc/1/comm").strip()
+    assert ask(machine, "names", "-eo", "pid,wchan").endswith(f"    1 x {name}\n99999999 y -\n")
+
+
+def test_a_small_ps_that_knows_no_columns_is_passed(machine: Machine):
+    lay_over(machine, "/usr/local/sbin", "other", "")
+    machine.file("/tmp/bin/ps", "#!/bin/sh\necho 'ps: bad -o argument'\n", 0o755)
+    text = machine.exec(f"PATH=/tmp/bin:/usr/bin:/bin {TOOLS}/names -eo pid").stdout
+    assert text == "ps: bad -o argument\n"
+
+
+def test_the_descriptors_of_processes_are_counted(system: Machine):
+    system.exec("setsid sh -c 'ulimit -n 77; exec 3</dev/null 4</dev/null 5</dev/null 6</dev/null; "
+                "echo $$ >/tmp/pid; : >/tmp/there; exec sleep 1000' </dev/null >/dev/null 2>&1 &")
+    system.wait_for("/tmp/there")
+    pid = system.read("/tmp/pid").strip()
+    text = ask(system, "descriptors")
+    system.exec("pkill -x sleep", check=False)
+    assert text.startswith("descriptors limit pid name\n")
+    rows = [line.split(" ") for line in text.splitlines()[1:]]
+    # The shell may keep one of its own.
+    assert [row for row in rows if row[2] == pid][0][0] in ("7", "8")
+    assert [row for row in rows if row[2] == pid][0][1] == "77"
+    assert [int(row[0]) for row in rows] == sorted((int(row[0]) for row in rows), reverse=True)
+
+
+# ---- Volumes ------------------------------------------------------------------------------------
+
+
+def make_volumes(machine: Machine) -> None:
+    """A disk that udev knows, one below an active volume, one that sleeps, and one of something else."""
+    for number, name in (("8:0", "sda"), ("8:16", "sdb"), ("8:32", "sdc"), ("8:48", "sdd")):
+        machine.file(f"/tmp/devices/{name}/dev", number + "\n")
+        machine.link(f"/tmp/numbers/{number}", f"/tmp/devices/{name}")
+        machine.file(f"/tmp/run/udev/data/b{number}", "E:ID_FS_TYPE=%s\n" % (
+            {"sda": "LVM2_member", "sdc": "LVM2_member"}.get(name, "ext4")))
+    machine.file("/tmp/devices/sdc/device/power/runtime_status", "suspended\n")
+    machine.file("/tmp/block/dm-0/dm/uuid", "LVM-abc\n")
+    machine.link("/tmp/block/dm-0/slaves/sdb", "/tmp/devices/sdb")
+    machine.file("/tmp/block/dm-1/dm/uuid", "CRYPT-abc\n")
+    machine.link("/tmp/block/dm-1/slaves/sdd", "/tmp/devices/sdd")
+    machine.mount("--bind", "/tmp/numbers", "/sys/dev/block")
+    machine.mount("--bind", "/tmp/block", "/sys/block")
+    machine.mount("--bind", "/tmp/run", "/run")
+
+
+def test_lvm_is_asked_about_its_own_devices_only(system: Machine):
+    make_volumes(system)
+    lay_over(system, "/usr/sbin", "lvs", "#!/bin/sh\nprintf '%s\\n' \"$@\"\n")
+    text = ask(system, "lvm", "lvs", "-a", "-o", "+devices")
+    first, *arguments = text.splitlines()
+    assert first == "/dev/sdc sleeps or is suspended, and was not asked"
+    assert (arguments[0], arguments[1], arguments[-3:]) == (
+        "--nolocking", "--config", ["-a", "-o", "+devices"])
+    config = arguments[2]
+    accepted = 'filter=["a|^/dev/sda$|","a|^/dev/sdb$|","r|.*|"]'
+    assert config.startswith(f'devices{{{accepted} global_{accepted} hints="none"}}')
+    assert "global{metadata_read_only=1} backup{backup=0 archive=0}" in config
+
+
+def test_where_nothing_belongs_to_lvm_it_is_not_asked(system: Machine):
+    for directory in ("/tmp/block", "/tmp/run"):
+        system.directory(directory)
+    system.mount("--bind", "/tmp/block", "/sys/block")
+    system.mount("--bind", "/tmp/run", "/run")
+    lay_over(system, "/usr/sbin", "pvs", "#!/bin/sh\necho asked\n")
+    assert ask(system, "lvm", "pvs") == (
+        "pvs: no device of this machine is known to hold volumes of LVM\n")
+    assert system.exec([f"{TOOLS}/lvm", "lvremove", "x"], check=False).status == 2
+
+
+# ---- Firewall -----------------------------------------------------------------------------------
+
+FAMILIES = ("iptables", "ip6tables", "ebtables", "arptables")
+
+
+def in_use(machine: Machine, *paths: str) -> str:
+    """Makes these the only files below /proc/net and /sys/module.
+    @return the tool directory that sees them"""
+    for path in ("/proc/net/x", "/sys/module/x", *paths):
+        machine.file(f"/tmp/layer{path}")
+    machine.mount("--bind", "/tmp/layer/sys/module", "/sys/module")
+    return with_other_path(machine, "firewall", "/proc/net", "/tmp/layer/proc/net")
+
+
+def test_no_program_of_a_firewall_that_is_not_in_use_is_asked(system: Machine):
+    tools = in_use(system)
+    for family in FAMILIES:
+        for variant in ("nft", "legacy"):
+            system.file(f"/tmp/bin/{family}-{variant}-save", "#!/bin/sh\necho asked\n", 0o755)
+    system.mount("--bind", "/tmp/bin", "/usr/local/sbin")
+    for family in FAMILIES:
+        for variant in ("nft", "legacy"):
+            assert ask(system, "firewall", variant, family, tools=tools).startswith(
+                f"{family}-{variant}-save: not asked: there is no /")
+
+
+def test_each_variant_of_a_firewall_is_asked_by_its_own_program(system: Machine):
+    tools = in_use(system, "/sys/module/nf_tables", "/sys/module/ebtable_filter",
+                   "/sys/module/arptable_filter", "/proc/net/ip6_tables_names")
+    system.file("/tmp/real/xtables-nft-multi", "#!/bin/sh\necho nft ${0##*/} $*\n", 0o755)
+    system.file("/tmp/real/ebtables", "#!/bin/sh\necho legacy ${0##*/} $*\n", 0o755)
+    for name in ("iptables-save", "ip6tables-nft-save", "arptables-nft-save"):
+        system.link(f"/tmp/bin/{name}", "/tmp/real/xtables-nft-multi")
+    for name in ("ebtables-save", "arptables-legacy-save", "iptables-legacy-save"):
+        system.link(f"/tmp/bin/{name}", "/tmp/real/ebtables")
+    system.mount("--bind", "/tmp/bin", "/usr/local/sbin")
+    system.mount("--bind", "/tmp/real", "/usr/local/bin")
+    assert {(variant, family): ask(system, "firewall", variant, family, tools=tools)
+            for variant in ("nft", "legacy") for family in FAMILIES} == {
+        ("nft", "iptables"): "nft iptables-save -c\n",
+        ("nft", "ip6tables"): "nft ip6tables-nft-save -c\n",
+        ("nft", "ebtables"): "ebtables-nft-save: not installed on this machine\n",
+        ("nft", "arptables"): "nft arptables-nft-save -c\n",
+        ("legacy", "iptables"):
+            "iptables-legacy-save: not asked: there is no /tmp/layer/proc/net/ip_tables_names\n",
+        ("legacy", "ip6tables"): "ip6tables-legacy-save: not installed on this machine\n",
+        ("legacy", "ebtables"): "legacy ebtables-save\n",
+        ("legacy", "arptables"): "legacy arptables-legacy-save\n",
+    }
+
+
+@pytest.mark.parametrize("words", [(), ("nft",), ("old", "iptables"), ("nft", "nftables")])
+def test_wrong_usage_of_firewall_ends_with_2(machine: Machine, words: tuple[str, ...]):
+    done = machine.exec([f"{TOOLS}/firewall", *words], check=False)
+    assert (done.status, done.stderr) == (
+        2, "usage: firewall legacy|nft iptables|ip6tables|ebtables|arptables\n")
+
+
+# ---- Logins -------------------------------------------------------------------------------------
+
+
+def test_names_of_failed_logins_that_are_no_users_are_masked(system: Machine):
+    rows = [("root", "ssh:notty"), ("Secret of mine", "tty1"), ("x" * 32, "ssh:notty"), ("", "tty1")]
+    lay_over(system, "/usr/sbin", "lastb", "#!/bin/sh\ncat <<'X'\n" + "".join(
+        f"{name:32s} {line:12s} 192.0.2.9  Sun Nov 22 10:00:00 2026\n" for name, line in rows)
+        + "\nbtmp begins Sun Nov 22 09:00:00 2026\nX\n")
+    system.file("/tmp/log/btmp", "x")
+    system.mount("--bind", "/tmp/log", "/var/log")
+    text = ask(system, "failed_logins")
+    assert text.splitlines() == [
+        f"{name:32s} {line:12s} 192.0.2.9  Sun Nov 22 10:00:00 2026"
+        for name, line in [("root", "ssh:notty"), (HIDDEN, "tty1"), (HIDDEN, "ssh:notty"),
+                           ("", "tty1")]] + ["", "btmp begins Sun Nov 22 09:00:00 2026"]
+    system.file("/tmp/log/btmp", "")
+    assert ask(system, "failed_logins") == "lastb: there is no record of failed logins\n"
+
+
+# ---- PCI devices --------------------------------------------------------------------------------
+
+
+def test_pci_devices_are_listed_with_their_names(system: Machine):
+    device = "/tmp/devices/0000:00:1f.0"
+    for name, value in (("class", "0x020000"), ("vendor", "0x8086"), ("device", "0x15f3")):
+        system.file(f"{device}/{name}", value + "\n")
+    system.directory("/tmp/drivers/igc")
+    system.link(f"{device}/driver", "/tmp/drivers/igc")
+    system.file("/tmp/misc/pci.ids",
+                "# table\n8086  Maker\n\t15f3  Adapter\n\t\t1 2  Sub\nC 02  Net\n")
+    system.mount("--bind", "/tmp/devices", "/sys/bus/pci/devices")
+    system.mount("--bind", "/tmp/misc", "/usr/share/misc")
+    assert system.exec([PCI]).stdout == (
+        "address class vendor:device driver name\n"
+        "0000:00:1f.0 020000 8086:15f3 igc Maker Adapter\n")
+    system.remove(device)
+    assert system.exec([PCI]).stdout == "pci: no PCI device on this machine\n"
+    assert system.exec([PCI, "-x"], check=False).status == 2
+
+
+def test_of_pci_devices_that_sleep_none_is_read(system: Machine):
+    for name, state in (("0000:00:01.0", "active"), ("0000:00:02.0", "unsupported")):
+        system.file(f"/tmp/devices/{name}/power/runtime_status", state + "\n")
+    system.mount("--bind", "/tmp/devices", "/sys/bus/pci/devices")
+    lay_over(system, "/usr/sbin", "lspci", "#!/bin/sh\necho lspci \"$@\"\n")
+    assert ask(system, "pci", "-v") == "lspci -nnvv\n"
+    system.file("/tmp/devices/0000:00:02.0/power/runtime_status", "suspended\n")
+    assert ask(system, "pci", "-v") == (
+        "lspci -nnvv -s 0000:00:01.0\n0000:00:02.0 sleeps and was not asked\n\n")

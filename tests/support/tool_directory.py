@@ -1,0 +1,31 @@
+"""The commands of the tool directory, on machines with the shell and awk of several distributions."""
+
+from __future__ import annotations
+
+import os
+import shutil
+from pathlib import Path
+
+import pytest
+
+from .machine import Machine
+
+TOOLS = "/opt/norvale/quendil/tool"
+SYSTEMS = {"debian": ("dash", "mawk"), "fedora": ("bash", "gawk"), "alpine": ("busybox", "busybox")}
+
+
+def become(machine: Machine, name: str) -> None:
+    """Gives a machine the shell and the awk of a distribution."""
+    for place, program in zip(("/bin/sh", "/usr/bin/awk"), SYSTEMS[name]):
+        stand_in = shutil.which(program)
+        if stand_in is None:
+            pytest.skip(f"{program} is not installed")
+        machine.install(Path(stand_in), f"/opt/real/{program}")
+        machine.mount("--bind", f"/opt/real/{program}", os.path.realpath(place))
+
+
+def lay_over(machine: Machine, directory: str, name: str, content: str, mode: int = 0o755) -> None:
+    """Adds a file to a directory of the host, as this machine sees it."""
+    layer = f"/opt/layer{directory}.{name}"
+    machine.file(f"{layer}/{name}", content, mode)
+    machine.mount("-t", "overlay", "-o", f"lowerdir={layer}:{directory}", "layer", directory)
