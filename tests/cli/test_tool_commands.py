@@ -50,7 +50,10 @@ def test_a_program_runs_for_every_disk(system: Machine):
     assert system.exec([EACH, "raid", "echo", "/dev/{}"]).stdout == "==> md0\n/dev/md0\n"
     for name in ("sda", "nvme0n1"):
         system.remove(f"/tmp/block/{name}")
-    assert system.exec([EACH, "disk", "echo", "{}"]).stdout == "echo: no disk on this machine\n"
+    system.remove("/tmp/block/md0")
+    for kind, told in (("disk", "disk"), ("nvme", "NVMe disk"), ("raid", "array of disks"),
+                       ("port", "network interface"), ("interface", "network interface")):
+        assert system.exec([EACH, kind, "echo", "{}"]).stdout == f"echo: no {told} on this machine\n"
 
 
 def test_what_sleeps_or_is_suspended_is_not_asked(system: Machine):
@@ -154,12 +157,25 @@ def test_a_program_runs_in_every_other_network_namespace(machine: Machine):
     assert own not in {number for _, number in shown}
 
 
+def test_a_program_runs_for_the_records_of_the_days_before(system: Machine):
+    today = system.exec(["date", "+%d"]).stdout.strip()
+    days = [f"{day:02d}" for day in range(1, 32) if f"{day:02d}" != today][:9]
+    system.file(f"/tmp/log/sysstat/sa{today}")
+    for age, day in enumerate(days):
+        system.exec(f"touch -d '{age + 1} days ago' /tmp/log/sysstat/sa{day} /tmp/log/sysstat/sar{day}")
+    system.mount("--bind", "/tmp/log", "/var/log")
+    assert system.exec([EACH, "day", "echo", "-f", "{}"]).stdout == "".join(
+        f"==> /var/log/sysstat/sa{day}\n-f /var/log/sysstat/sa{day}\n" for day in days[:6])
+    system.exec("rm /tmp/log/sysstat/*")
+    assert system.exec([EACH, "day", "sar"]).stdout == "sar: no record of earlier days on this machine\n"
+
+
 @pytest.mark.parametrize("arguments", [
     (), ("disk",), ("fan", "echo"), ("disk", ""), ("-x", "disk", "echo")])
 def test_wrong_usage_of_each_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([EACH, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
-    assert done.stderr.endswith("raid|ext|xfs|btrfs|namespace NAME [ARG]...\n")
+    assert done.stderr.endswith("raid|ext|xfs|btrfs|namespace|day NAME [ARG]...\n")
 
 
 def test_the_options_of_each_are_those_of_run(system: Machine):
