@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import struct
+from collections.abc import Mapping
+
 from .machine import Machine
 
 #: Stands in every planted secret, and nowhere else.
@@ -72,7 +75,7 @@ ETC = {
     "ssh/sshd_config.d/ssh_host_rsa_key": KEY,
     "ssl/private/server.key": KEY,
     "sssd/sssd.conf": f"[domain/x]\nldap_default_authtok = {MARK}\n",
-    "sudoers.d/me": f"# {MARK}\n",
+    "sudoers.d/me": f"# the password is {MARK}\nme ALL=(ALL) NOPASSWD: ALL\n",
     "sysctl.d/own.conf": f"# password: {MARK}\n",
     "systemd/network/wg0.netdev": f"[WireGuard]\nPrivateKey={MARK}=\n[WireGuardPeer]\n"
                                   f"PresharedKey={MARK}=\n[MACsec]\nKey={MARK}\n",
@@ -88,22 +91,24 @@ ETC = {
 }
 
 #: Below "/var".
-VAR = {
+VAR: dict[str, bytes | str] = {
     "log/auth.log": f"Nov 21 12:00:00 h sshd[1]: Invalid user {MARK}\n",
     "log/secure": f"Nov 21 12:00:00 h sshd[1]: Invalid user {MARK}\n",
-    "log/btmp": f"{MARK}\n",
+    "log/btmp": struct.pack("<hxxi32s4s32s256siiii16x20x", 6, 1, b"tty1", b"1", MARK.encode(), b"",
+                            0, 1, 1700000000, 0),
     "log/audit/audit.log": f"type=USER_CMD cmd={MARK}\n",
     "log/syslog": f"Nov 21 12:00:00 h app[1]: connecting password={MARK} user=me\n"
                   f"Nov 21 12:00:00 h app[1]: GET /?access_key={MARK}&x=1\n"
                   f"Nov 21 12:00:00 h app[1]: header Authorization: Basic {MARK}\n",
     "log/cloud-init-output.log": f"Set the following 'random' passwords\nubuntu:{MARK}\n",
     "log/messages": f"Nov 21 12:00:00 h app[1]: {{\"password\": \"{MARK}\"}}\n{KEY}",
-    "spool/cron/crontabs/root": f"1 2 * * * dump {MARK}\n",
+    "spool/cron/crontabs/root": f"1 2 * * * dump --password {MARK}\n",
+    "spool/cron/atjobs/a00001": f"#!/bin/sh\nanything={MARK}\n",
     "lib/NetworkManager/secret_key": f"{MARK}\n",
 }
 
 
-def overlay(machine: Machine, directory: str, files: dict[str, str]) -> None:
+def overlay(machine: Machine, directory: str, files: Mapping[str, bytes | str]) -> None:
     """Lays files over a directory of the machine; the host's own stay below them."""
     layer = f"/opt/planted{directory}"
     for name, content in files.items():
@@ -116,10 +121,10 @@ def overlay(machine: Machine, directory: str, files: dict[str, str]) -> None:
     machine.exec(["/usr/bin/umount", "/opt/kept"])
 
 
-def plant(machine: Machine, var: dict[str, str]) -> None:
+def plant(machine: Machine, var: Mapping[str, bytes | str]) -> None:
     """Puts secrets wherever a careless set would find them, and other files below "/var"."""
     overlay(machine, "/etc", ETC)
-    overlay(machine, "/var", VAR | var)
+    overlay(machine, "/var", {**VAR, **var})
     machine.file("/opt/planted/cmdline", f"root=/dev/sda1 rd.iscsi.password={MARK} "
                  f"netroot=iscsi:me:{MARK}:in:{MARK}@192.0.2.1::::iqn.x quiet\n")
     machine.mount("--bind", "/opt/planted/cmdline", "/proc/cmdline")
