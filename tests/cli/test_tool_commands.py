@@ -16,7 +16,7 @@ HIDDEN = "********"
 
 def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
     """What a command of the tool directory prints when a pattern calls it."""
-    done = machine.exec([f"{tools}/run", "-m", "-t", *words])
+    done = machine.exec([f"{tools}/run", "-m", "-c", *words])
     assert done.stderr == ""
     return done.stdout
 

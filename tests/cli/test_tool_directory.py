@@ -50,9 +50,9 @@ def test_a_directory_or_a_file_without_execute_permission_is_no_program(machine:
 
 
 def test_an_administrator_can_forbid_a_program(system: Machine):
-    assert system.exec([RUN, "-u", "/opt/no-*", "echo", "a"]).stdout == "a\n"
+    assert system.exec([RUN, "-n", "/opt/no-*", "echo", "a"]).stdout == "a\n"
     system.file("/opt/no-echo")
-    assert system.exec([RUN, "-u", "/opt/no-*", "echo", "a"]).stdout == (
+    assert system.exec([RUN, "-n", "/opt/no-*", "echo", "a"]).stdout == (
         "echo: forbidden on this machine: there is /opt/no-*\n")
 
 
@@ -68,11 +68,11 @@ def test_only_paths_that_exist_are_passed_where_asked(system: Machine):
 
 
 @pytest.mark.parametrize("arguments", [(), ("-x", "ls"), ("-l", "x", "ls"), ("-l", "", "ls"),
-                                       ("-u",), ("/bin/ls",), ("../ls",), ("-e",), ("",)])
+                                       ("-n",), ("/bin/ls",), ("../ls",), ("-e",), ("",)])
 def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
-    assert done.stderr.endswith("usage: run [-0] [-m] [-p] [-t] [-l MIB] [-e PATH] [-u PATH] NAME [ARG]...\n")
+    assert done.stderr.endswith("usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] NAME [ARG]...\n")
 
 
 @pytest.mark.parametrize("zone, kept", [

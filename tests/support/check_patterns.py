@@ -83,9 +83,9 @@ FILTERED = (
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "each", "pci"}
-OWN_COMMANDS = {"names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -t"
-WRAPPER_FLAGS = {"-0", "-m", "-p", "-t"}
-WRAPPER_OPTIONS = {"-l", "-e", "-u"}  # these take a value
+OWN_COMMANDS = {"names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -c"
+WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
+WRAPPER_OPTIONS = {"-l", "-e", "-n"}  # these take a value
 # What "each" finds first is in use.
 EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
@@ -377,14 +377,14 @@ def find_run_faults(arguments: list[str]) -> list[str]:
     """What is wrong with the arguments of "run"."""
     options, arguments = take_options(arguments)
     name = arguments[0] if arguments else ""
-    faults = find_program_faults(arguments, guarded="-e" in options, own="-t" in options)
+    faults = find_program_faults(arguments, guarded="-e" in options, own="-c" in options)
     if "-m" not in options:
         faults.append(f"the output of {name} is not masked")
     if name in NUL_ENDED and "-0" not in options:
         faults.append(f"the lines of {name} are not told from names with line feeds")
     if name == "ls" and "-p" not in options and any(word.startswith("/") for word in arguments):
         faults.append("ls is not told to pass what is not there over")
-    if name == "ps" and re.search(r"\b(args|cmd|command)\b", arguments[-1]) and "-u" not in options:
+    if name == "ps" and re.search(r"\b(args|cmd|command)\b", arguments[-1]) and "-n" not in options:
         faults.append("the arguments of processes cannot be turned off")
     if int(options.get("-l", MOST_MIB)) > MOST_MIB:
         faults.append(f"{options['-l']} MiB are too much")
