@@ -109,11 +109,11 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("run -m df -lk", "show /etc/shadow", "may bring secrets along"),
     ("run -m df -lk", "show /etc", "may bring secrets along"),
     ("run -m df -lk", "show -l 13 /var/log/messages", "13 MiB are too much"),
-    ("run -m df -lk", "each -m disk smartctl -a /dev/{}", "smartctl is not told ^-n standby"),
-    ("run -m df -lk", "each disk smartctl -n standby", "the output of smartctl is not masked"),
-    ("run -m df -lk", "each -m disk btrfs device stats", "btrfs is run on no condition"),
-    ("run -m df -lk", "each -m namespace nsenter --net={} sh", "nsenter is not told"),
-    ("run -m df -lk", "each -m namespace nsenter --net={} nft list ruleset", "nft is run on no condition"),
+    ("run -m df -lk", "run -m -c each disk smartctl -a /dev/{}", "smartctl is not told ^-n standby"),
+    ("run -m df -lk", "run -c each disk smartctl -n standby", "the output of each is not masked"),
+    ("run -m df -lk", "run -m -c each disk btrfs device stats", "btrfs is run on no condition"),
+    ("run -m df -lk", "run -m -c each namespace nsenter --net={} sh", "nsenter is not told"),
+    ("run -m df -lk", "run -m -c each namespace nsenter --net={} nft list ruleset", "nft is run on no condition"),
     ("run -m df -lk", "show /var/spool/cron", "may bring secrets along"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/etc/sha*"', "may bring secrets along"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/proc/self/mountinfo"', "may bring secrets along"),
@@ -281,6 +281,17 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     check_table(machine, run, tmp_path)
     sizes = [len(content) for content in tree.files().values()]
     assert (max(sizes) <= LONGEST_ITEM, sum(sizes) <= LARGEST_OUTPUT) == (True, True)
+
+
+def test_a_site_can_forbid_the_arguments_of_processes(machine: Machine):
+    asking, = [command for command in commands() if command.endswith("args")]
+    machine.exec("setsid sh -c 'sleep 1000; : --password not-shown --verbose' </dev/null >/dev/null 2>&1 &")
+    machine.wait_for(lambda: "--verbose" in machine.exec(asking).stdout)
+    assert "--password ******** --verbose" in machine.exec(asking).stdout
+    machine.file("/etc/opt/norvale/quendil/config/no_process_arguments")
+    assert machine.exec(asking).stdout == (
+        "ps: forbidden on this machine: there is /etc/opt/norvale/quendil/config/no_process_arguments\n")
+    machine.exec("pkill -x sleep", check=False)
 
 
 @pytest.mark.parametrize("option", ["-g", "-t"])

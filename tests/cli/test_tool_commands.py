@@ -107,7 +107,7 @@ def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine):
     system.exec("kill -TERM -$(cat /tmp/pid)")
     system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
     assert system.read("/tmp/out") == (
-        "==> eth0\nasked eth0\n==> eth1\nasked eth1\nprobe: stopped here by the time limit\n"
+        "==> eth0\nasked eth0\n==> eth1\nasked eth1\n"
         "==> stopped here by the time limit; not asked: eth2\n")
 
 
@@ -171,19 +171,23 @@ def test_a_program_runs_for_the_records_of_the_days_before(system: Machine):
 
 
 @pytest.mark.parametrize("arguments", [
-    (), ("disk",), ("fan", "echo"), ("disk", ""), ("-x", "disk", "echo")])
+    (), ("disk",), ("fan", "echo"), ("disk", ""), ("-m", "disk", "echo")])
 def test_wrong_usage_of_each_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([EACH, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
     assert done.stderr.endswith("raid|ext|xfs|btrfs|namespace|day NAME [ARG]...\n")
 
 
-def test_the_options_of_each_are_those_of_run(system: Machine):
+def test_what_each_prints_is_filtered_and_limited(system: Machine):
     make_devices(system, "block/sda")
-    assert system.exec([EACH, "-m", "disk", "echo", "password={}"]).stdout == (
-        f"==> sda\npassword={HIDDEN}\n")
-    assert system.exec([EACH, "-e", "/proc/no-such", "disk", "echo"]).stdout == (
-        "==> sda\necho: not asked: there is no /proc/no-such\n")
+    assert ask(system, "each", "disk", "echo", "password={}") == f"==> sda\npassword={HIDDEN}\n"
+    control = ["disk", "printf", "a\\033[7m %s\\n", "{}"]
+    for command in ([EACH, *control], [RUN, "-c", "each", *control]):
+        assert system.exec(command).stdout == "==> sda\na\\033[7m sda\n"
+    assert system.exec([RUN, "-c", "-e", "/proc/no-such", "each", "disk", "echo"]).stdout == (
+        "each: not asked: there is no /proc/no-such\n")
+    assert system.exec([EACH, "disk", "no-such-program"]).stdout == (
+        "no-such-program: not installed on this machine\n")
 
 
 # ---- Names and descriptors of processes ---------------------------------------------------------

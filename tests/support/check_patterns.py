@@ -82,8 +82,8 @@ FILTERED = (
 )
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
-TOOLS = {"run", "show", "each", "pci"}
-OWN_COMMANDS = {"names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -c"
+TOOLS = {"run", "show"}
+OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n"}  # these take a value
 # What "each" finds first is in use.
@@ -349,8 +349,6 @@ def find_faults(words: list[str]) -> list[str]:
               if re.fullmatch(r"[0-9&]*[<>|;&].*", word)]
     if tool == "show":
         return faults + find_show_faults(arguments)
-    if tool == "each":
-        return faults + find_each_faults(arguments)
     return faults + (find_run_faults(arguments) if tool == "run" else [])
 
 
@@ -364,7 +362,7 @@ def find_show_faults(arguments: list[str]) -> list[str]:
 
 
 def take_options(arguments: list[str]) -> tuple[dict[str, str], list[str]]:
-    """The options of "run" or "each" with their values, and what stands behind them."""
+    """The options of "run" with their values, and what stands behind them."""
     options = {}
     while arguments and arguments[0] in WRAPPER_FLAGS | WRAPPER_OPTIONS:
         count = 1 if arguments[0] in WRAPPER_FLAGS else 2
@@ -391,18 +389,13 @@ def find_run_faults(arguments: list[str]) -> list[str]:
     return faults
 
 
-def find_each_faults(arguments: list[str]) -> list[str]:
+def find_each_faults(arguments: list[str], *, guarded: bool) -> list[str]:
     """What is wrong with the arguments of "each"."""
-    options, arguments = take_options(arguments)
     kind, program = (arguments[:2] + ["", ""])[:2]
-    # What runs in another namespace is what the last words say.
-    inner = "nft" if program == "nsenter" and "nft" in arguments else program
     faults = find_program_faults(
-        arguments[1:], guarded="-e" in options or program in EACH_FINDS.get(kind, set()))
-    if inner != program and "-e" not in options:
-        faults.append(f"{inner} is run on no condition")
-    if "-m" not in options:
-        faults.append(f"the output of {program} is not masked")
+        arguments[1:], guarded=guarded or program in EACH_FINDS.get(kind, set()))
+    if program == "nsenter" and "nft" in arguments and not guarded:
+        faults.append("nft is run on no condition")
     return faults
 
 
@@ -415,6 +408,8 @@ def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -
     faults = []
     if own and name not in OWN_COMMANDS:
         faults.append(f"{name} is no command of the tool directory")
+    if own and name == "each":
+        return find_each_faults(arguments, guarded=guarded)
     if name in FORBIDDEN_PROGRAMS:
         faults.append(f"{name} may change, wake or wait for something")
     if name in HAVE_A_SAFE_FORM:
