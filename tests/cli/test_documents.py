@@ -153,3 +153,19 @@ def test_the_groups_and_targets_can_be_listed_as_the_readme_tells(machine: Machi
     listed = machine.exec(command.replace("sudo ", "")).stdout
     assert {"PP_GROUP = linux", "PP_GROUP = network", "TARGET = network"} <= {
         " ".join(line.split()) for line in listed.splitlines()}
+
+
+def examples_of_commands() -> list[str]:
+    """The command lines that the manual pages of the tool directory show."""
+    pages = sorted((ROOT / "man").glob("quendil_*.8"))
+    return [line.replace("\\-", "-") for page in pages
+            for line in re.findall(r"^\.Dl # (.*)$", page.read_text(), re.M)]
+
+
+def test_the_examples_of_the_commands_run_as_they_stand(machine: Machine):
+    commands = examples_of_commands()
+    assert len(commands) > 15
+    for command in commands:
+        done = machine.exec(command, check=False)
+        assert (done.status, done.stderr) == (0, ""), command
+        assert done.stdout and "usage:" not in done.stdout, (command, done.stdout)
