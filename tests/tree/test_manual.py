@@ -42,8 +42,9 @@ def entries(page):
 def test_there_is_a_page_for_the_commands_each_format_and_the_messages():
     names = [page.name for page in PAGES]
     assert names == [
-        "quendil.8", "quendil_conf.5", "quendil_each.8", "quendil_mask.8", "quendil_messages.7",
-        "quendil_pattern.5", "quendil_run.8", "quendil_show.8", "quendil_tools.8"]
+        "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
+        "quendil_messages.7", "quendil_pattern.5", "quendil_run.8", "quendil_show.8",
+        "quendil_tools.8"]
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
