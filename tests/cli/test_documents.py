@@ -92,6 +92,10 @@ def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Mach
     assert b"password=****" in archive.read("settings.txt")
     assert archive.read("busy.txt").splitlines()[0].split() == [b"PID", b"%CPU", b"COMMAND"]
     assert archive.read("df.txt").startswith(b"Filesystem ")
+    assert archive.read("running.txt") == b"myproductctl: not installed on this machine\n"
+    assert archive.read("directories.txt").startswith(b"ls: nothing to show on this machine: ")
+    assert archive.read("processes.txt").splitlines()[0].split() == [
+        b"PID", b"EUID", b"STAT", b"WCHAN", b"NAME"]
     assert "DESC:Settings of the database, without the password\n" in run.index
 
 

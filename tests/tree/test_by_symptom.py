@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import fnmatch
+import functools
 import re
 from pathlib import Path
 
@@ -20,6 +21,7 @@ def items_of(target: str, path: str) -> str:
     return f"{target}/{path.removeprefix('%d%/').lstrip('/')}"
 
 
+@functools.cache
 def collected() -> set[str]:
     """The path in the archive of every shipped item, which may be a wildcard."""
     files = [PatternFile(path.name, path.read_bytes()) for path in (ROOT / "patterns").iterdir()]
