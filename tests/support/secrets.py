@@ -23,6 +23,7 @@ ETC = {
     "apt/sources.list.d/own.sources": f"URIs: https://{MARK}@example.org/debian\n",
     "auto.master": f"/net /etc/auto.net -fstype=cifs,password={MARK}\n",
     "chrony.keys": f"1 SHA1 {MARK}\n",
+    "chrony/sources.d/own.sources": "server ntp.example.org\n",
     "chrony/chrony.keys": f"1 SHA1 {MARK}\n",
     "containerd/config.toml": f'[registry.auth]\n  password = "{MARK}"\n  auth_key = "{MARK}"\n'
                              f'  auth = "bWU6{MARK}="\n',
