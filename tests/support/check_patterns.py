@@ -118,7 +118,7 @@ MUST_BE_TOLD = {
     "docker": (r"^(?!ps )|--format table ",), "podman": (r"^(?!ps )|--format table ",),
     "dumpe2fs": (r"^-h ",), "lldpcli": (r"^show ",), "mdadm": (r"^-D ",), "nft": (r"^list ",),
     "df": (r"^-l",), "du": (r"^-0 -x ",),
-    "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0$",
+    "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0( \))?$",
              r"^(?!.*-name exe )|-readable"),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
     "ls": (r"^-ln",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
