@@ -72,7 +72,7 @@ def test_only_paths_that_exist_are_passed_where_asked(system: Machine):
 def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
-    assert done.stderr.endswith("usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] NAME [ARG]...\n")
+    assert done.stderr.endswith("usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] [-t SECONDS] [-u USER] NAME [ARG]...\n")
 
 
 @pytest.mark.parametrize("zone, kept", [
