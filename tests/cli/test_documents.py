@@ -92,6 +92,10 @@ def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Mach
     assert b"password=****" in archive.read("settings.txt")
     assert archive.read("busy.txt").splitlines()[0].split() == [b"PID", b"%CPU", b"COMMAND"]
     assert archive.read("df.txt").startswith(b"Filesystem ")
+    assert archive.read("running.txt") == b"myproductctl: not installed on this machine\n"
+    assert archive.read("directories.txt").startswith(b"ls: nothing to show on this machine: ")
+    assert archive.read("processes.txt").splitlines()[0].split() == [
+        b"PID", b"EUID", b"STAT", b"WCHAN", b"NAME"]
     assert "DESC:Settings of the database, without the password\n" in run.index
 
 
@@ -153,3 +157,19 @@ def test_the_groups_and_targets_can_be_listed_as_the_readme_tells(machine: Machi
     listed = machine.exec(command.replace("sudo ", "")).stdout
     assert {"PP_GROUP = linux", "PP_GROUP = network", "TARGET = network"} <= {
         " ".join(line.split()) for line in listed.splitlines()}
+
+
+def examples_of_commands() -> list[str]:
+    """The command lines that the manual pages of the tool directory show."""
+    pages = sorted((ROOT / "man").glob("quendil_*.8"))
+    return [line.replace("\\-", "-") for page in pages
+            for line in re.findall(r"^\.Dl # (.*)$", page.read_text(), re.M)]
+
+
+def test_the_examples_of_the_commands_run_as_they_stand(machine: Machine):
+    commands = examples_of_commands()
+    assert len(commands) > 15
+    for command in commands:
+        done = machine.exec(command, check=False)
+        assert (done.status, done.stderr) == (0, ""), command
+        assert done.stdout and "usage:" not in done.stdout, (command, done.stdout)

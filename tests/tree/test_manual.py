@@ -31,7 +31,7 @@ def source(name):
 
 def entries(page):
     """The entries of a page's lists: what stands outdented, with the lines below it."""
-    page = re.sub(r"^( {5}(\S{1,6})) {2,}(?<=^.{13})(?=\S)", "\\1\n" + " " * 13, page, flags=re.M)
+    page = re.sub(r"^( {5}\S(?:.{0,4}\S)?) {2,}(?<=^.{13})(?=\S)", "\\1\n" + " " * 13, page, flags=re.M)
     found = re.finditer(r"^ {5}(\S.*)\n((?:(?: {6,}\S.*)?\n)*)", page, re.M)
     return {entry[1]: re.sub(r"\s+", " ", entry[2]).strip() for entry in found}
 
@@ -39,9 +39,12 @@ def entries(page):
 # ---- Form ---------------------------------------------------------------------------------------
 
 
-def test_there_is_a_page_for_the_command_each_format_and_the_messages():
+def test_there_is_a_page_for_the_commands_each_format_and_the_messages():
     names = [page.name for page in PAGES]
-    assert names == ["quendil.8", "quendil_conf.5", "quendil_messages.7", "quendil_pattern.5"]
+    assert names == [
+        "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
+        "quendil_messages.7", "quendil_pattern.5", "quendil_run.8", "quendil_show.8",
+        "quendil_tools.8"]
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
@@ -63,6 +66,8 @@ def test_a_page_has_the_sections_that_a_reader_looks_for(page):
         wanted |= {"SYNOPSIS", "FILES", "EXIT STATUS", "EXAMPLES", "DIAGNOSTICS"}
     elif page.suffix == ".5":
         wanted |= {"FILES", "EXAMPLES", "DIAGNOSTICS"}
+    elif page.suffix == ".8":
+        wanted |= {"SYNOPSIS", "FILES", "EXIT STATUS", "EXAMPLES"}
     assert wanted <= set(sections)
 
 
@@ -288,3 +293,111 @@ def test_the_defaults_of_a_tool_are_those_of_the_program():
     for field in ("timeout", "timeout_signal", "wait_termination"):
         default = limit(table, re.search(rf"tool\.{field} = (\w+);", table)[1])
         assert re.search(rf"\b{default}\b[^.]* when it is not given", page[field.upper()])
+
+
+# ---- Commands of the tool directory -------------------------------------------------------------
+
+TOOLS = ROOT / "tools"
+DIRECTORY = "/opt/norvale/quendil/tool/"
+USAGE = re.compile(r"^(?:#|//) usage: (.*\n(?:(?:#|//) {8}\w.*\n)*)", re.M)
+OPTION = re.compile(r"(?<!\w)-\w\b(?: [A-Z]+)?")
+
+
+def usages():
+    """The usage lines of every command that is installed in the tool directory."""
+    found = {}
+    for path in (*TOOLS.iterdir(), *(SOURCE / "tool").glob("*.cpp")):
+        if usage := USAGE.search(path.read_text()):
+            lines = [line.strip("#/ ") for line in usage[1].splitlines()]
+            found[path.stem] = [line.split("  ")[0] for line in lines]
+    return found
+
+
+def tool_pages():
+    return [page.name for page in PAGES if page.suffix == ".8" and page.name != "quendil.8"]
+
+
+def synopses(page):
+    """The commands of a page's synopsis, each with its lines."""
+    found = {}
+    for line in rendered(page).split("SYNOPSIS")[1].split("DESCRIPTION")[0].splitlines():
+        if line.strip():
+            assert line.strip().startswith(DIRECTORY)
+            line = line.strip().removeprefix(DIRECTORY)
+            found.setdefault(line.split()[0], []).append(line)
+    return found
+
+
+def explanation(command):
+    """What the manual says of a command: a page, or the part of one that has the command's name."""
+    text = next(rendered(page) for page in tool_pages() if command in synopses(page))
+    part = re.search(rf"^ {{3}}{command}\n((?: {{4,}}.*\n|\n)*)", text, re.M)
+    return part[1] if part else text
+
+
+def section(page, name):
+    return re.search(rf"^{name}\n((?: .*\n|\n)*)", rendered(page), re.M)[1]
+
+
+def test_every_command_of_the_tool_directory_tells_its_usage():
+    installed = (ROOT / "cmake/Install.cmake").read_text()
+    programs = re.search(r"install\(TARGETS ([a-z ]+) RUNTIME DESTINATION \S+/tool", installed)[1]
+    assert set(usages()) == {path.name for path in TOOLS.iterdir()} | set(programs.split())
+    assert {"run", "show", "pci"} <= set(usages())
+
+
+def test_every_command_has_its_usage_line_as_synopsis_in_one_page():
+    found = [entry for page in tool_pages() for entry in synopses(page).items()]
+    assert sorted(found) == sorted(usages().items())
+
+
+@pytest.mark.parametrize("command, usage", sorted(usages().items()))
+def test_every_option_of_a_command_is_explained(command, usage):
+    heads = {head for head in entries(explanation(command)) if head.startswith("-")}
+    assert heads == {option for line in usage for option in OPTION.findall(line)}
+
+
+def test_every_kind_of_each_is_explained():
+    kinds = re.search(r"echo 'usage: each (\S+) NAME", (TOOLS / "each").read_text())[1].split("|")
+    heads = {head for head in entries(explanation("each")) if re.fullmatch("[a-z]+", head)}
+    assert len(kinds) > 8
+    assert heads == set(kinds)
+
+
+def test_every_variable_that_a_program_gets_is_explained():
+    code = re.search(r"^start\(\) \{\n(.*?)^\}", (TOOLS / "run").read_text(), re.M | re.S)[1]
+    heads = entries(section("quendil_run.8", "ENVIRONMENT"))
+    told = {name for head in heads for name in re.findall(r"\b[A-Z_]+(?=,|$)", head)}
+    assert told == set(re.findall(r"\b([A-Z_]+)=", code))
+
+
+def test_the_bounds_of_the_commands_are_told():
+    run, each = (entries(explanation(name)) for name in ("run", "each"))
+    code = {path.name: path.read_text() for path in TOOLS.iterdir()}
+    assert f"; {re.search('^mib=(.*)', code['run'], re.M)[1]} without this option" in run["-l MIB"]
+    most = re.search("^MOST_NAMESPACES=(.*)", code["each"], re.M)[1]
+    assert f"At most {most} are asked" in each["namespace"]
+    assert "head -n 6\n" in code["each"] and "the six days before today" in each["day"]
+    show = source("tool/show.cpp")
+    text = entries(explanation("show"))["-l MIB"]
+    assert f"; {limit(show, 'int mib')} without this option" in text
+    assert limit(show, "LIMIT_FACTOR") == 4 and "cut at four times as much" in text
+    failed = re.search(r"lastb .* -n (\d+) ", code["failed_logins"])[1]
+    assert f"the last {failed} failed logins" in explanation("failed_logins")
+
+
+@pytest.mark.parametrize("page", tool_pages())
+def test_every_way_of_a_command_to_end_is_explained(page):
+    statuses = set(re.findall(r"^ {5}(\d+) ", section(page, "EXIT STATUS"), re.M))
+    wanted = {"0", "2"}
+    if page == "quendil_show.8":
+        wanted |= {"1"}
+    elif page == "quendil_mask.8":
+        wanted |= {"1", "153"}
+    assert statuses == wanted
+
+
+def test_the_pages_of_the_commands_are_named_where_one_looks_for_them():
+    for page in ["quendil.8", "quendil_pattern.5", *tool_pages()]:
+        named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
+        assert named >= {name.removesuffix(".8") for name in tool_pages() if name != page}
