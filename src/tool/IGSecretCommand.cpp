@@ -19,12 +19,9 @@ enum command_flag : std::uint32_t {
     FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, by pairs of rows
 };
 
-// How the words begin that say something of those behind them.
-constexpr PairFilter makeCommandFilter() {
+// How the words begin that say something of those behind them, and how the names of programs do.
+constexpr PairFilter makeWordFilter() {
     PairFilter filter;
-    for (const secret_program& program : SECRET_PROGRAMS) {
-        filter.add(program.name[0], program.name[1]);
-    }
     for (const secret_keyword& row : SECRET_KEYWORDS) {
         filter.add(row.command[0], row.command[1]);
     }
@@ -34,19 +31,32 @@ constexpr PairFilter makeCommandFilter() {
     for (const std::string_view program : ORACLE_PROGRAMS) {
         filter.add(program[0], program[1]);
     }
-    for (const std::string_view program : OPEN_PROGRAMS) {
-        filter.add(program[0], program[1]);
-    }
-    for (const std::string_view word : {"user", "User", "USER", "LOGIN", "acct"}) {
-        filter.add(word[0], word[1]);
-    }
-    for (const std::string_view word : {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure",
-                                        "assword", "password", "Password"}) {
+    for (const std::string_view word :
+         {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure", "assword", "password", "Password",
+          "user", "User", "USER", "LOGIN", "acct"}) {
         filter.add(word[0], word[1]);
     }
     return filter;
 }
-constexpr PairFilter COMMAND_BEGINNINGS = makeCommandFilter();
+constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+
+constexpr PairFilter makeProgramFilter() {
+    PairFilter filter;
+    for (const secret_program& program : SECRET_PROGRAMS) {
+        filter.add(program.name[0], program.name[1]);
+    }
+    return filter;
+}
+constexpr PairFilter PROGRAM_BEGINNINGS = makeProgramFilter();
+
+constexpr PairFilter makeOpenFilter() {
+    PairFilter filter;
+    for (const std::string_view program : OPEN_PROGRAMS) {
+        filter.add(program[0], program[1]);
+    }
+    return filter;
+}
+constexpr PairFilter OPEN_BEGINNINGS = makeOpenFilter();
 
 // Goes through the words of a command line once. What it must know of the words before is in the
 // state of the line, so that it outlasts a part of a very long one.
@@ -57,7 +67,9 @@ class CommandScan {
 
   private:
     std::size_t atName(std::size_t from, std::size_t to);
+    std::size_t atWord(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
+    [[nodiscard]] bool isOpen(std::size_t from, std::size_t to) const;
     void setFlags(std::size_t from, std::size_t to);
     void setKeywordFlags(std::size_t from, std::size_t to);
     void setProgram(std::size_t from, std::size_t to);
@@ -118,6 +130,11 @@ void CommandScan::run() {
 
 void CommandScan::setFlags(std::size_t from, std::size_t to) {
     const std::string_view word = line_.text().substr(from, to - from);
+    if (word == "user" || word == "username" || word == "User" || word == "USER" ||
+        word == "LOGIN" || word == "acct") {
+        set(HAS_LOGIN);
+        return;
+    }
     if (word.find("xfrm") != NOWHERE || word.find("macsec") != NOWHERE) {
         set(HAS_KEYS);
     }
@@ -132,9 +149,6 @@ void CommandScan::setFlags(std::size_t from, std::size_t to) {
     }
     if (word == "configure" && line_.endsWith(0, from, "aws ")) {
         set(HAS_AWS);
-    }
-    if (word.substr(1, 3) == "ser" || word == "USER" || word == "LOGIN" || word == "acct") {
-        set(HAS_LOGIN);
     }
     for (const std::string_view program : ORACLE_PROGRAMS) {
         if (word.substr(0, program.size()) == program) {
@@ -173,11 +187,12 @@ void CommandScan::setProgram(std::size_t from, std::size_t to) {
             return;
         }
     }
-    if (state_.commands == NO_PROGRAM && line_.in(to, BLANK) &&
-        std::any_of(std::begin(OPEN_PROGRAMS), std::end(OPEN_PROGRAMS),
-                    [&](std::string_view one) { return is(from, to, one); })) {
-        state_.commands = OPEN_PROGRAM;
-    }
+}
+
+bool CommandScan::isOpen(std::size_t from, std::size_t to) const {
+    return line_.in(to, BLANK) &&
+           std::any_of(std::begin(OPEN_PROGRAMS), std::end(OPEN_PROGRAMS),
+                       [&](std::string_view one) { return is(from, to, one); });
 }
 
 std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
@@ -192,15 +207,23 @@ std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
             return next;
         }
     }
-    if (!COMMAND_BEGINNINGS.has(line_.at(from), line_.at(from + 1))) {
-        return to;
+    const char first = line_.at(from);
+    const char second = line_.at(from + 1);
+    if (PROGRAM_BEGINNINGS.has(first, second)) {
+        setProgram(from, to);
     }
+    if (state_.commands == NO_PROGRAM && OPEN_BEGINNINGS.has(first, second) && isOpen(from, to)) {
+        state_.commands = OPEN_PROGRAM;
+    }
+    return WORD_BEGINNINGS.has(first, second) ? atWord(from, to) : to;
+}
+
+std::size_t CommandScan::atWord(std::size_t from, std::size_t to) {
     if (const std::size_t next = argument(from, to); next != 0) {
         return next;
     }
     setFlags(from, to);
     setKeywordFlags(from, to);
-    setProgram(from, to);
     if (hasFlag(HAS_KEYS) && line_.saysExactly(from, "0x") && to > from + 2) {
         line_.hide(from, line_.skip(from, LETTER | DIGIT), secret_rest::WORD);
     }

@@ -153,8 +153,9 @@ class SecretLine {
     [[nodiscard]] bool isArchitecture(std::size_t from) const;
     /// Whether the version of a package stands there.
     [[nodiscard]] bool isVersion(std::size_t from) const;
-    /// Whether the rest of the line is one of words that somebody reads.
-    [[nodiscard]] bool isSentence(std::size_t from) const;
+    /// Whether the rest of the line is a sentence of so many words at least. One of two words ends
+    /// with a stop.
+    [[nodiscard]] bool isSentence(std::size_t from, std::size_t fewest) const;
     /// Whether a word mixes letters and digits as a secret does and as no name, path, host, number
     /// or version does.
     [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;

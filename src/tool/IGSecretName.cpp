@@ -52,7 +52,10 @@ Word wordAt(const SecretLine& line, std::size_t from) {
 // The last secret word of a stretch.
 Word lastWord(const SecretLine& line, std::size_t from, std::size_t to) {
     Word last;
-    for (std::size_t place = from; place < to; ++place) {
+    constexpr std::size_t SHORTEST = 3;
+    static_assert(std::all_of(std::begin(SECRET_WORDS), std::end(SECRET_WORDS),
+                              [](std::string_view word) { return word.size() >= SHORTEST; }));
+    for (std::size_t place = from; place + SHORTEST <= to; ++place) {
         if (const Word found = wordAt(line, place); found.from != NOWHERE && found.to <= to) {
             last = found;
         }
@@ -82,8 +85,32 @@ std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t 
     return to;
 }
 
+// The letters that short words begin with, and those that endings of names end with.
+constexpr std::array<bool, 256> lettersOf(bool last) {
+    std::array<bool, 256> letters{};
+    const auto add = [&](char c) {
+        letters[static_cast<unsigned char>(c)] = true;
+        letters[static_cast<unsigned char>(c - 'a' + 'A')] = true;
+    };
+    if (last) {
+        for (const secret_short& one : SECRET_ENDINGS) {
+            add(one.word.back());
+        }
+    } else {
+        for (const secret_short& one : SECRET_SHORTS) {
+            add(one.word.front());
+        }
+    }
+    return letters;
+}
+constexpr std::array<bool, 256> FIRST_LETTERS = lettersOf(false);
+constexpr std::array<bool, 256> LAST_LETTERS = lettersOf(true);
+
 // Which short word a part of a name is.
 const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (!FIRST_LETTERS[static_cast<unsigned char>(line.at(from))]) {
+        return nullptr;
+    }
     const std::size_t end = withoutDigits(line, from, to);
     for (const secret_short& one : SECRET_SHORTS) {
         const std::size_t last = one.numbered ? end : to;
@@ -113,6 +140,9 @@ void readShortWords(const SecretLine& line, Name* name) {
 
 bool hasEnding(const SecretLine& line, std::size_t from, std::size_t to) {
     const std::size_t end = withoutDigits(line, from, to);
+    if (end == from || !LAST_LETTERS[static_cast<unsigned char>(line.at(end - 1))]) {
+        return false;
+    }
     return std::any_of(std::begin(SECRET_ENDINGS), std::end(SECRET_ENDINGS), [&](const auto& one) {
         const std::size_t last = one.numbered ? end : to;
         return last > from + one.word.size() && line.endsWith(from, last, one.word) &&
@@ -569,7 +599,9 @@ bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
         return true;
     }
     const bool comment = name.from > 0 && line_.until(0, BLANK | NAME) < name.from;
-    return line_.says(rest, "static ") || (comment && line_.isSentence(rest));
+    constexpr std::size_t LONG = 7;  // no passphrase has so many words
+    return line_.isOneOf(rest, line_.until(rest, BLANK), PACKAGE_STATES) ||
+           line_.isSentence(rest, comment ? 2 : LONG);
 }
 
 // "rocommunity x" at the beginning of a line: whatever follows the name. In a sentence, what
@@ -589,7 +621,7 @@ std::size_t NameScan::directive(const Name& name) {
         return line_.hideWord(rest);
     }
     for (const std::string_view control : PAM_CONTROLS) {
-        if (name.from == 0 && line_.endsWith(0, name.to, "password") && name.to <= 9 &&
+        if (line_.endsWith(name.from, name.to, "password") && name.to - name.from <= 9 &&
             line_.says(rest, control)) {
             return name.to;
         }
@@ -656,10 +688,20 @@ bool NameScan::isOtherName(const Name& name, std::size_t from) const {
     if (name.from > 0 && line_.at(name.from - 1) == ':' && line_.says(name.to, "::")) {
         return true;
     }
-    if (name.from != start_ || !line_.says(name.from, "passwd")) {
+    const std::size_t number = line_.skip(from, DIGIT);
+    if (number > from && line_.says(number, " bit")) {
+        return true;
+    }
+    if (name.from != start_ || line_.at(name.to) != ':') {
         return false;
     }
-    return isNameServices(from) || line_.says(from, "password ") || line_.isSentence(from);
+    if (name.from > 0 && line_.at(0) == '#' && line_.isSentence(from, 3)) {
+        return true;
+    }
+    if (!line_.says(name.from, "passwd")) {
+        return false;
+    }
+    return isNameServices(from) || line_.says(from, "password ") || line_.isSentence(from, 3);
 }
 
 bool NameScan::isNameServices(std::size_t from) const {
@@ -785,7 +827,8 @@ bool NameScan::ofUser(const Name& name) const {
 std::size_t NameScan::spoken(const Name& name, std::size_t from) {
     const bool whole = (name.word.from == name.from && name.word.to == name.to) ||
                        (name.is_short && name.short_from == name.from);
-    if (!whole) {
+    const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
+    if (!whole || sign == '/' || sign == '@') {
         return 0;
     }
     const std::size_t end = line_.until(from, VALUE_END);
@@ -863,7 +906,7 @@ std::size_t NameScan::sentence(const Name& name) {
 // The value that begins there, of a name that is the first thing of its line to the end of that.
 std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
     secret_state& state = line_.state();
-    if (line_.hasEnd(from)) {
+    if (line_.hasEnd(from) || line_.says(from, "# ")) {
         return from;
     }
     if (line_.ends() && line_.at(from) == '\\' && from + 1 == line_.size()) {

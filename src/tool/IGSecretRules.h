@@ -103,6 +103,11 @@ inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     ".socket",
     ".timer",
     ".target",
+    ".slice",
+    ".scope",
+    ".device",
+    ".automount",
+    "passwdd",
     ".mount",
     "secretname",
     "secret_name",
@@ -113,6 +118,7 @@ inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "keyring",
     "encryption",
     "uuid",
+    "passwordeval",
 };
 
 /// Beginnings of such names: the keys of a keyboard.
@@ -120,7 +126,7 @@ inline constexpr std::string_view HARMLESS_BEGINNINGS[] = {"keyboard_key_",
                                                            "config_module_sig_key"};
 
 /// Parts of such names: sizes and counters of the system.
-inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext"};
+inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext", ".so."};
 
 /// What stands before " key", "_key" or "-key" that is no secret. The keys that disks have for
 /// senses and reservations are the heart of many a report.
@@ -130,9 +136,9 @@ inline constexpr std::string_view HARMLESS_KEYS[] = {
 
 /// Values that tell nothing. So does a single digit.
 inline constexpr std::string_view PLAIN_VALUES[] = {
-    "yes",       "no",       "true",   "false",   "on",       "off",     "none",    "null",
-    "required",  "optional", "y",      "n",       "m",        "auth",    "account", "session",
-    "chauthtok", "setcred",  "(null)", "warning", "critical", "nominal",
+    "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
+    "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
+    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",
 };
 
 /// Directories of the root: a value that begins with one is a path.
@@ -141,11 +147,18 @@ inline constexpr std::string_view TOP_DIRECTORIES[] = {
     "/proc", "/root", "/run", "/sbin", "/srv",  "/sys", "/tmp",   "/usr",   "/var",
 };
 
+/// How names of files end that hold keys and certificates.
+inline constexpr std::string_view KEY_FILES[] = {".key", ".pem", ".crt", ".p12", ".jks", ".cer"};
+
 /// What stands behind the name of a package and a colon.
 inline constexpr std::string_view PACKAGE_ARCHITECTURES[] = {
     "all",    "amd64",    "any",    "arm64",   "armel",   "armhf", "i386",
     "mipsel", "mips64el", "native", "ppc64el", "riscv64", "s390x", "x86_64",
 };
+
+/// What else stands behind the name of a package or a unit, in columns.
+inline constexpr std::string_view PACKAGE_STATES[] = {"install", "deinstall", "hold",  "purge",
+                                                      "static",  "-",         "(libc6"};
 
 /// Where names are looked up: nsswitch.conf.
 inline constexpr std::string_view NAME_SERVICES[] = {

@@ -77,12 +77,12 @@ class ColonFields {
     explicit ColonFields(SecretLine& line) : line_(line) {}
     void mark() {
         const std::size_t first = line_.untilByte(0, ':');
-        for (std::size_t place = 0; place <= first; ++place) {
-            if (line_.hasEnd(place) || line_.in(place, BLANK) || line_.at(place) == '/') {
-                return;
-            }
+        std::size_t name = 0;
+        while (line_.in(name, NAME) || line_.at(name) == '*') {
+            ++name;
         }
-        if (first > 0 && !markAccount(first) && !markDatabase(first)) {
+        if (first > 0 && name == first && !line_.hasEnd(first) && !isHardware(first) &&
+            !markAccount(first) && !markDatabase(first)) {
             markOldHash(first);
         }
     }
@@ -92,6 +92,11 @@ class ColonFields {
     [[nodiscard]] std::size_t behindNumber(std::size_t from) const {
         const std::size_t end = line_.skip(from, DIGIT);
         return end > from && line_.at(end) == ':' ? end : NOWHERE;
+    }
+    // The address of an interface: 00:16:3e:aa:bb:cc
+    [[nodiscard]] bool isHardware(std::size_t first) const {
+        const std::size_t second = line_.skip(first + 1, LETTER | DIGIT);
+        return first == 2 && second == 5 && line_.at(second) == ':';
     }
     // passwd: me:x:1000:1000:
     // @return whether it is such a line, a hash in it or not
@@ -103,9 +108,8 @@ class ColonFields {
             std::count(line_.text().begin(), line_.text().end(), ':') + 1 < FIELDS) {
             return false;
         }
-        const bool octet = first == 2 && line_.skip(0, LETTER | DIGIT) == first && second == 5;
-        if (octet || line_.until(first, BLANK) < second || line_.skip(first + 1, DIGIT) == second) {
-            return true;  // the address of an interface, the numbers of a disk
+        if (line_.until(first, BLANK) < second || line_.skip(first + 1, DIGIT) == second) {
+            return true;  // numbers of something else
         }
         std::size_t place = first + 1;
         while (line_.at(place) == 'x' || line_.at(place) == '*' || line_.at(place) == '!') {
@@ -150,8 +154,7 @@ class ColonFields {
             large = large || (line_.at(place) >= 'A' && line_.at(place) <= 'Z');
             ++place;
         }
-        const bool user = line_.skip(0, NAME) == first;
-        if (user && large && line_.hasEnd(place) && place - first == 14) {
+        if (large && line_.hasEnd(place) && place - first == 14) {
             line_.hide(first + 1, place, secret_rest::LINE);
         }
     }
@@ -192,7 +195,11 @@ void markTimeKey(SecretLine& line) {
     }
     const bool typed = line.saysExactly(key, "HEX:") || line.saysExactly(key, "ASCII:");
     const std::size_t from = typed ? line.untilByte(key, ':') + 1 : key;
-    line.hide(from, line.until(from, BLANK), secret_rest::LINE);
+    const std::size_t last = line.until(from, BLANK);
+    const std::size_t behind = line.skip(last, BLANK);
+    if (line.hasEnd(behind) || line.at(behind) == '#') {
+        line.hide(from, last, secret_rest::LINE);
+    }
 }
 
 // "user" "x": all of a line

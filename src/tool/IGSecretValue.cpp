@@ -25,6 +25,14 @@ bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
     return (end > from + 1 && end == to) || (line.in(from + 1, DIGIT) && to == from + 2);
 }
 
+// client.key, ${dir}/ca.pem
+bool isKeyFile(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::string_view value = line.text().substr(from, to - from);
+    return value.find_first_of(" \t") == std::string_view::npos &&
+           std::any_of(std::begin(KEY_FILES), std::end(KEY_FILES),
+                       [&](std::string_view ending) { return line.endsWith(from, to, ending); });
+}
+
 // The address of a page that explains something: whatever is secret in one has digits.
 bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     if (!line.says(from, "http://") && !line.says(from, "https://") && !line.says(from, "//")) {
@@ -80,7 +88,8 @@ bool SecretLine::isPlain(std::size_t from, std::size_t to) const {
     return (to == from + 1 && in(from, DIGIT)) || isOneOf(from, to, PLAIN_VALUES) ||
            isExpansion(*this, from, to) ||
            (isPath(from) && text_.substr(from, to - from).find_first_of(" \t") == NOWHERE) ||
-           isPage(*this, from, to) || (says(from, "pam_") && skip(from, LETTER | NAME) == to);
+           isPage(*this, from, to) || isKeyFile(*this, from, to) ||
+           (says(from, "pam_") && skip(from, LETTER | NAME) == to);
 }
 
 bool SecretLine::isArchitecture(std::size_t from) const {
@@ -102,7 +111,7 @@ bool SecretLine::isVersion(std::size_t from) const {
     return hasEnd(end) || in(end, BLANK);
 }
 
-bool SecretLine::isSentence(std::size_t from) const {
+bool SecretLine::isSentence(std::size_t from, std::size_t fewest) const {
     std::size_t words = 0;
     bool joined = false;
     char last = '\0';
@@ -128,7 +137,8 @@ bool SecretLine::isSentence(std::size_t from) const {
         ++words;
         from = skip(end, BLANK);
     }
-    return (words > 2 && joined) || (words > 1 && (last == '.' || last == ':'));
+    const bool ends = fewest == 2 && (last == '.' || last == ':');
+    return words >= fewest && ((joined && words > 2) || ends);
 }
 
 bool SecretLine::looksSecret(std::size_t from, std::size_t to) const {

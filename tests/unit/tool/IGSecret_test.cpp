@@ -280,6 +280,8 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "key: {}",
     "  key = {}",
     "x my_api_key: {} y",
+    "host.example.net:5432:db:me:{}",
+    "*:*:*:me:{}",
 };
 
 constexpr const char* LINES_WITHOUT[] = {
@@ -451,6 +453,30 @@ constexpr const char* LINES_WITHOUT[] = {
     "iwlwifi 0000:00:14.3: key 0 removed",
     "nvme nvme0: 8/0/0 default/read/poll queues",
     "/usr/lib/systemd/systemd-logind --pass-through",
+    "passwd\t\t\t\t\t\tinstall",
+    "base-passwd\t\t\t\t\tdeinstall",
+    "yppasswdd\t100009\typpasswd",
+    "\tlibabsl_token.so.20220623 (libc6,x86-64) => /lib/x86_64-linux-gnu/libabsl_token.so.20220623",
+    "secrets and other resources are limited to specific phases of the runtime.",
+    "\t\teval x key y && IF_WIRELESS_KEY= || FAIL=true",
+    "secret = # disable PBM",
+    "\tKey:        512 bits",
+    "\tCipher key: 512 bits",
+    "ipv6.token:                             --",
+    "org.freedesktop.secrets                  - -               -                (activatable) -",
+    "RSS hash key:",
+    "Last password change\t\t\t\t\t: Nov 22, 2026",
+    "Administrator Password Status: Enabled",
+    "NAME psk-flags: 0",
+    "802-11-wireless-security.psk-flags:     0 (none)",
+    "Conffiles: /etc/pam.d/passwd eaf2ad85b5ccd06cceb19a3e75f40c63",
+    "0000200   M   B   A   B   W   E 377",
+    "dhcp-host=11:22:33:44:55:66,fred,192.168.0.60,45m",
+    "00:16:33:44:55:66",
+    "#password   required\tpam_unix.so nullok use_authtok md5 shadow",
+    "# psk_passwd: Password for the private key file",
+    "65535:128:1:48:M*,N,N,S:",
+    "curl --key client.key --cert client.pem https://localhost:8080",
 };
 
 std::string withValue(std::string line, const std::string& value) {
