@@ -122,7 +122,8 @@ bool hideRandomPassword(SecretLine* line) {
 void hideNextWord(SecretLine* line) {
     if (line->state().next_word) {
         line->state().next_word = false;
-        line->hideWord(line->skip(0, BLANK));
+        const std::size_t from = line->skip(0, BLANK);
+        line->hideWord(line->says(from, "- ") ? line->skip(from + 1, BLANK) : from);
     }
 }
 

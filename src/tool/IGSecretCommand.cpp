@@ -308,12 +308,12 @@ std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
         (is_short && line_.at(from + 1) == 'k' && isAuditRule())) {
         return 0;
     }
-    line_.hide(begin, end, secret_rest::WORD);
+    line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
     return end;
 }
 
 std::size_t CommandScan::withoutStops(std::size_t from, std::size_t to) const {
-    while (to > from && std::string_view(",;)]}").find(line_.at(to - 1)) != NOWHERE) {
+    while (to > from && std::string_view(",;)]}\\").find(line_.at(to - 1)) != NOWHERE) {
         --to;
     }
     return to;

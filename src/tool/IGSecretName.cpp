@@ -535,13 +535,22 @@ std::size_t NameScan::login(std::size_t to) {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// ['--password', 'x'], [\"--password\", \"x\"]
+// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps
 std::size_t NameScan::listed(const Name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
+    if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
+        line_.says(line_.skip(0, BLANK), "- -") && name.from == line_.skip(0, BLANK) + 2) {
+        line_.state().next_word = true;  // "- --password", and "- x" in the next line
+        return line_.size();
+    }
     if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) || line_.at(quote + 1) != ',') {
         return 0;
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
+    if (line_.hasEnd(next) && line_.ends()) {
+        line_.state().next_word = true;
+        return next;
+    }
     const bool escaped = line_.at(next) == '\\' && line_.in(next + 1, QUOTE);
     if (line_.at(next) != line_.at(name.to) || (!escaped && !line_.in(next, QUOTE))) {
         return 0;

@@ -521,6 +521,15 @@ TEST(IGSecret, SecretsOfSeveralLinesAndNamesWithBlanksAreHidden) {
         {lines({"x md5sum-0123456789abcdef0123456789abc y"}),
          lines({"x md5sum-0123456789abcdef0123456789abc y"})},
         {lines({"x HEX:00112233445566778899AABBCCDDEEFF y"}), lines({"x HEX:" + MASK + " y"})},
+        {lines({R"(  "--db-password",)", R"(  "abc",)", R"(  "-v")"}),
+         lines({R"(  "--db-password",)", R"(  ")" + MASK + R"(",)", R"(  "-v")"})},
+        {lines({"  - --db-password", "  - abc", "  - -v"}),
+         lines({"  - --db-password", "  - " + MASK, "  - -v"})},
+        {lines({R"(x='[\"-k\", \"a1B2c3d4\"]')"}), lines({R"(x='[\"-k\", \")" + MASK + R"(\"]')"})},
+        {lines({"PASSWORD=abc; export PASSWORD"}),
+         lines({"PASSWORD=" + MASK + "; export PASSWORD"})},
+        {lines({"password=abc def ghi"}), lines({"password=" + MASK})},
+        {lines({"password=abc def --x"}), lines({"password=" + MASK + " --x"})},
         {lines({"<x password>a"}), lines({"<x password>a"})},
     };
     for (const auto& [given, got] : texts) {
