@@ -231,7 +231,8 @@ struct Region {
 class NameScan {
   public:
     explicit NameScan(SecretLine& line) : line_(line) {
-        const std::size_t marks = skipBytes(0, " \t#;");
+        first_ = line_.skip(0, BLANK);
+        const std::size_t marks = skipBytes(first_, " \t#;");
         start_ = skipBytes(behindKeyword(marks), " \t");
         const std::size_t signs = skipBytes(skipBytes(skipBytes(0, " \t"), "#;$"), " \t");
         directive_ = line.says(signs, "- ") ? signs : skipBytes(behindKeyword(signs), " \t");
@@ -254,12 +255,17 @@ class NameScan {
     std::size_t identified(std::size_t to);
     std::size_t define(std::size_t to);
     std::size_t login(std::size_t to);
+    [[nodiscard]] std::size_t behindSlash(std::size_t place) const;
     std::size_t listed(const Name& name);
-    std::size_t spoken(const Name& name, std::size_t from);
+    [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
+    std::size_t spoken(const Name& name, std::size_t rest);
     [[nodiscard]] bool ofUser(const Name& name) const;
     std::size_t netrc(const Name& name);
     [[nodiscard]] bool isNetrc(std::size_t from);
     [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
+    [[nodiscard]] bool isComment() const {
+        return line_.at(first_) == '#' || line_.at(first_) == ';';
+    }
     [[nodiscard]] bool tellsNothing(const Name& name, std::size_t rest) const;
     std::size_t directive(const Name& name);
     std::size_t assigned(const Name& name);
@@ -283,6 +289,7 @@ class NameScan {
     std::size_t authorization(std::size_t from);
 
     SecretLine& line_;
+    std::size_t first_ = 0;      // where the line begins to say something
     std::size_t start_ = 0;      // where a name would be the first thing of the line
     std::size_t directive_ = 0;  // where one would be a directive
     Region region_;
@@ -520,17 +527,25 @@ std::size_t NameScan::define(std::size_t to) {
     return line_.in(place, QUOTE) ? quotedValue(place, false) : 0;
 }
 
-// login: me / x
+// login: me / x; and login me / x, where x looks like a secret
 std::size_t NameScan::login(std::size_t to) {
-    const std::size_t user = line_.skip(to + 1, BLANK);
-    const std::size_t sign = line_.skip(line_.skip(user, NAME), BLANK);
-    const std::size_t from = line_.skip(sign + 1, BLANK);
-    if (line_.at(to) != ':' || !line_.in(user, LETTER) || line_.at(sign) != '/' ||
-        from == sign + 1 || line_.hasEnd(from) ||
-        line_.skip(from, DIGIT) == line_.until(from, BLANK)) {
+    const bool divided = line_.at(to) == ':';
+    const std::size_t user = line_.skip(divided ? to + 1 : to, BLANK);
+    const std::size_t from = behindSlash(line_.skip(user, NAME));
+    if (!line_.in(user, LETTER) || from == 0) {
         return 0;
     }
-    return line_.hideWord(from);
+    const std::size_t end = line_.until(from, BLANK);
+    const bool number = line_.skip(from, DIGIT) == end;
+    const bool secret = divided ? !number : line_.looksSecret(from, wordEnd(from, end));
+    return secret ? line_.hideWord(from) : 0;
+}
+
+// Where the word behind " / " begins; 0 when these do not stand there.
+std::size_t NameScan::behindSlash(std::size_t place) const {
+    const std::size_t sign = line_.skip(place, BLANK);
+    const std::size_t from = line_.skip(sign + 1, BLANK);
+    return line_.at(sign) != '/' || from == sign + 1 || line_.hasEnd(from) ? 0 : from;
 }
 
 // ---- Lists --------------------------------------------------------------------------------------
@@ -603,11 +618,14 @@ bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
     if (port > rest && (line_.says(port, "/tcp") || line_.says(port, "/udp"))) {
         return true;
     }
+    if (line_.at(name.from) == '-' && rest > name.to + 2) {
+        return true;  // an option and what it does
+    }
     const bool more = name.to - name.from > name.word.to - name.word.from;
     if (line_.isVersion(rest) && (more || line_.endsWith(name.from, name.to, "passwd"))) {
         return true;
     }
-    const bool comment = name.from > 0 && line_.until(0, BLANK | NAME) < name.from;
+    const bool comment = isComment();
     constexpr std::size_t LONG = 7;  // no passphrase has so many words
     return line_.isOneOf(rest, line_.until(rest, BLANK), PACKAGE_STATES) ||
            line_.isSentence(rest, comment ? 2 : LONG);
@@ -704,7 +722,7 @@ bool NameScan::isOtherName(const Name& name, std::size_t from) const {
     if (name.from != start_ || line_.at(name.to) != ':') {
         return false;
     }
-    if (name.from > 0 && line_.at(0) == '#' && line_.isSentence(from, 3)) {
+    if (isComment() && line_.isSentence(from, 3)) {
         return true;
     }
     if (!line_.says(name.from, "passwd")) {
@@ -831,22 +849,34 @@ bool NameScan::ofUser(const Name& name) const {
     return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
 }
 
+// Where a value would be behind a name without any sign: with token x, password to x, key 1: x.
+std::size_t NameScan::behindFiller(std::size_t from) const {
+    for (const std::string_view filler : {"to ", "set to ", "changed to "}) {
+        if (line_.says(from, filler)) {
+            return line_.skip(from + filler.size(), BLANK);
+        }
+    }
+    const std::size_t number = line_.skip(from, DIGIT);
+    return number > from && line_.says(number, ": ") ? line_.skip(number + 2, BLANK) : from;
+}
+
 // with token x, user me password x: a word behind a name that is the whole of a word, where it
 // looks like a secret. Of keys there are too many.
-std::size_t NameScan::spoken(const Name& name, std::size_t from) {
+std::size_t NameScan::spoken(const Name& name, std::size_t rest) {
     const bool whole = (name.word.from == name.from && name.word.to == name.to) ||
                        (name.is_short && name.short_from == name.from);
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
     if (!whole || sign == '/' || sign == '@') {
         return 0;
     }
+    const std::size_t from = behindFiller(rest);
     const std::size_t end = line_.until(from, VALUE_END);
     const std::size_t told = wordEnd(from, end);
     const bool key = name.word.from == NOWHERE && line_.says(name.from, "key");
     const std::size_t before = wordBefore(name.from);
-    const bool with = !key || (before != NOWHERE && line_.says(before, "with "));
-    const bool user = line_.at(name.from) != '-' && line_.skip(0, BLANK) == wordBefore(before) &&
-                      ofUser(name) && !isOrdinary(name, from);
+    const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
+    const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
+                      !isOrdinary(name, from);
     if (!user && (!with || !line_.looksSecret(from, told))) {
         return 0;
     }
@@ -864,6 +894,10 @@ std::size_t NameScan::saidOf(const Name& name) const {
     place = line_.skip(place + size, BLANK);
     for (const std::string_view filler : {"now ", "still ", "set to ", "changed to "}) {
         place = line_.says(place, filler) ? line_.skip(place + filler.size(), BLANK) : place;
+    }
+    if (line_.says(place, "generated for ")) {  // "... for root@localhost: x"
+        const std::size_t end = line_.until(line_.skip(place + 13, BLANK), BLANK);
+        place = line_.at(end - 1) == ':' ? line_.skip(end, BLANK) : place;
     }
     return place;
 }
@@ -1025,6 +1059,11 @@ std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_star
     }
     if (!line_.isPlain(from, told) && !line_.isPlain(from, end)) {
         line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
+    }
+    // credentials: me / x
+    const std::size_t second = behindSlash(end);
+    if (second != 0 && line_.looksSecret(second, wordEnd(second, line_.until(second, BLANK)))) {
+        return line_.hideWord(second);
     }
     return end;
 }

@@ -46,7 +46,7 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
 // versions, times, lists.
 bool isSecretByte(char c) {
     return isIn(c, LETTER | DIGIT) ||
-           std::string_view("+-_!#%^~?").find(c) != std::string_view::npos;
+           std::string_view("+-_!#%^~?@$*").find(c) != std::string_view::npos;
 }
 
 // How a stretch mixes its letters and digits.
