@@ -73,7 +73,7 @@ def test_a_directory_or_a_file_without_execute_permission_is_no_program(machine:
 
 @pytest.mark.parametrize("arguments", [(), ("-x", "ls"), ("-l", "x", "ls"), ("-l", "", "ls"),
                                        ("/bin/ls",), ("../ls",), ("-e",), ("",), ("-t", "x", "ls"),
-                                       ("-u",)])
+                                       ("-u",), ("-u", "", "ls")])
 def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
@@ -1040,6 +1040,7 @@ def test_a_file_that_jcmd_leaves_when_it_is_stopped_is_removed(machine: Machine)
 def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_be_secret(system: Machine):
     add_users(system)
     given = ["-Xmx64m", "-Ddb.login=abc", "-Djava.io.tmpdir=/t", "-javaagent:/a.jar=key", "-cp", "/a:/b",
+             "--add-opens", "java.base/x=ALL-UNNAMED",
              "-XX:OnError=x --password abc", "Main", "abc"]
     system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/jdk/bin/java")
     system.file("/tmp/jdk/release", 'JAVA_VERSION="21"\n')
@@ -1054,6 +1055,7 @@ def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_
     assert text == (
         f'==> {pid} of user 0\n==> /tmp/jdk/release\nJAVA_VERSION="21"\n\nprogram /tmp/jdk/bin/java\n'
         "-Xmx64m\n-Ddb.login=...\n-Djava.io.tmpdir=/t\n-javaagent:/a.jar=...\n-cp with 2 entries\n"
+        "--add-opens\n  java.base/x=ALL-UNNAMED\n"
         f"-XX:OnError=x --password {HIDDEN}\nstarts Main\n")
 
 
