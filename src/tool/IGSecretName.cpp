@@ -611,7 +611,8 @@ std::size_t NameScan::netrc(const Name& name) {
 // in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
 // a sentence in a comment.
 bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
-    if (line_.isPlain(rest, line_.size()) || line_.isArchitecture(rest)) {
+    if (line_.isPlain(rest, withoutEnd(line_, rest, line_.size(), "; \t\r")) ||
+        line_.isArchitecture(rest)) {
         return true;
     }
     const std::size_t port = line_.skip(rest, DIGIT);
