@@ -91,7 +91,7 @@ bool hideBlock(SecretLine* line, secret_fate* fate) {
     secret_state& state = line->state();
     const std::size_t indent = line->skip(0, BLANK);
     const bool entry = line->at(indent) == '-' && line->at(indent + 1) == ' ';
-    if (line->says(indent, "installed: ")) {  // the name was that of a package
+    if (line->saysExactly(indent, "Installed: ")) {  // the name was that of a package
         state.in_block = false;
         return false;
     }

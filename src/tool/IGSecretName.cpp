@@ -353,8 +353,8 @@ std::size_t NameScan::element(std::size_t text) {
     }
     secret_element_ = false;
     const std::size_t end = line_.untilByte(text, '<');
-    const bool is_element =
-        line_.hasEnd(end) || line_.at(end + 1) == '/' || line_.at(end + 1) == '!';
+    // A quote behind "<key>" is one of a command line with a place for a key.
+    const bool is_element = !line_.in(text, QUOTE) || line_.hasEnd(end) || line_.at(end + 1) == '/';
     if (is_element && !line_.isPlain(text, end)) {
         line_.hide(text, end, secret_rest::ELEMENT);
     }
@@ -611,7 +611,8 @@ std::size_t NameScan::netrc(const Name& name) {
 // in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
 // a sentence in a comment.
 bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
-    if (line_.isPlain(rest, line_.size()) || line_.isArchitecture(rest)) {
+    if (line_.isPlain(rest, withoutEnd(line_, rest, line_.size(), "; \t\r")) ||
+        line_.isArchitecture(rest)) {
         return true;
     }
     const std::size_t port = line_.skip(rest, DIGIT);
@@ -691,7 +692,7 @@ bool NameScan::isOtherKey(const Name& name) {
         return false;
     }
     if (line_.endsWith(0, name.from, "-f ") ||
-        (line_.saysExactly(name.from, "KEY=") && line_.endsWith(0, name.from, ": "))) {
+        (name.from == 3 && (line_.saysExactly(0, "B: KEY=") || line_.saysExactly(0, "E: KEY=")))) {
         return true;
     }
     if (tag_ != Tag::NONE && line_.in(name.to + 1, QUOTE)) {
@@ -702,7 +703,7 @@ bool NameScan::isOtherKey(const Name& name) {
     if (audit_ == Known::NOT) {
         audit_ = line_.find("audit(") != NOWHERE ? Known::YES : Known::NO;
     }
-    return audit_ == Known::YES;
+    return audit_ == Known::YES && name.from > 0 && line_.in(name.from - 1, BLANK);
 }
 
 // A name that is none of a secret although it is followed by a sign: passwd:amd64 and passwd:

@@ -131,7 +131,7 @@ inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext", ".so
 /// What stands before " key", "_key" or "-key" that is no secret. The keys that disks have for
 /// senses and reservations are the heart of many a report.
 inline constexpr std::string_view HARMLESS_KEYS[] = {
-    "sense", "reservation", "registration", "public", "kernel", "foreign", "primary", "sort",
+    "sense", "reservation", "public", "kernel", "foreign", "primary", "sort",
 };
 
 /// Values that tell nothing. So does a single digit.

@@ -163,17 +163,23 @@ class ColonFields {
 
 // chap-secrets: client * secret [address]
 void markPppSecret(SecretLine& line) {
+    secret_state& state = line.state();
+    if (line.at(0) == '#' && line.find("client") != NOWHERE && line.find("server") != NOWHERE &&
+        line.find("secret") != NOWHERE) {
+        state.dial_secrets = true;
+    }
     const std::size_t client = line.skip(0, BLANK);
     constexpr std::string_view NONE = "0123456789*/,@-#;";
     const std::size_t server = line.skip(line.until(client, BLANK), BLANK);
-    if (line.hasEnd(client) || NONE.find(line.at(client)) != NOWHERE || line.at(server) != '*' ||
-        !line.in(server + 1, BLANK)) {
+    const bool any = line.at(server) == '*' && line.in(server + 1, BLANK);
+    if (line.hasEnd(client) || NONE.find(line.at(client)) != NOWHERE ||
+        (!any && !state.dial_secrets)) {
         return;
     }
-    const std::size_t secret = line.skip(server + 1, BLANK);
+    const std::size_t secret = line.skip(line.until(server, BLANK), BLANK);
     const std::size_t address = line.skip(line.until(secret, BLANK), BLANK);
     const std::size_t end = line.until(secret, BLANK);
-    const bool sure = line.in(secret, QUOTE) || !line.hasEnd(address) ||
+    const bool sure = state.dial_secrets || line.in(secret, QUOTE) || !line.hasEnd(address) ||
                       !line.hasEnd(line.until(secret, DIGIT)) || line.in(client, QUOTE);
     const std::size_t behind = line.until(client, BLANK);
     const bool title = line.at(behind - 1) == ':' || line.untilByte(client, '=') < behind ||

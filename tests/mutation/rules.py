@@ -624,7 +624,7 @@ SECRETS = _rules(
     ("the key of an audit record is the name of a rule", "src/tool/IGSecretName.cpp",
      'line_.find("audit(") != NOWHERE', 'line_.find("audit(") == 1', "unit:IGSecret_test"),
     ("the version of a package opens no block", "src/tool/IGSecret.cpp",
-     'line->says(indent, "installed: ")', 'line->says(indent, "removed: ")', "unit:IGSecret_test"),
+     'saysExactly(indent, "Installed: ")', 'saysExactly(indent, "Removed: ")', "unit:IGSecret_test"),
     ("a name that was typed at a login ends at the last place", "src/tool/IGSecretLogin.cpp",
      "line.text().rfind(text)", "line.text().find(text)", "unit:IGSecret_test"),
     ("an option of a list takes the next element", "src/tool/IGSecretName.cpp",
