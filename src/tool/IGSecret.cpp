@@ -91,6 +91,10 @@ bool hideBlock(SecretLine* line, secret_fate* fate) {
     secret_state& state = line->state();
     const std::size_t indent = line->skip(0, BLANK);
     const bool entry = line->at(indent) == '-' && line->at(indent + 1) == ' ';
+    if (line->saysExactly(indent, "Installed: ")) {  // the name was that of a package
+        state.in_block = false;
+        return false;
+    }
     if (line->hasEnd(indent) || indent > state.block_indent ||
         (indent == state.block_indent && entry)) {
         fate->mask_first = line->size() == 0;
@@ -118,7 +122,8 @@ bool hideRandomPassword(SecretLine* line) {
 void hideNextWord(SecretLine* line) {
     if (line->state().next_word) {
         line->state().next_word = false;
-        line->hideWord(line->skip(0, BLANK));
+        const std::size_t from = line->skip(0, BLANK);
+        line->hideWord(line->says(from, "- ") ? line->skip(from + 1, BLANK) : from);
     }
 }
 
@@ -153,6 +158,26 @@ bool opensKeys(const SecretLine& line) {
     line.state().in_block = true;
     line.state().block_indent = place;
     return true;
+}
+
+// "data:" behind "kind: Secret": a block of secrets of a container platform.
+bool opensObject(const SecretLine& line) {
+    secret_state& state = line.state();
+    const std::size_t from = line.skip(0, BLANK);
+    if (line.saysExactly(0, "---")) {
+        state.secret_object = false;
+    } else if (line.saysExactly(from, "kind:")) {
+        state.secret_object = line.saysExactly(line.skip(from + 5, BLANK), "Secret");
+    } else if (state.secret_object) {
+        const std::size_t end = line.skip(from, LETTER);
+        const bool data = line.saysExactly(from, "data:") || line.saysExactly(from, "stringData:");
+        if (data && line.hasEnd(line.skip(end + 1, BLANK))) {
+            state.in_block = true;
+            state.block_indent = from;
+            return true;
+        }
+    }
+    return false;
 }
 
 // "Private-Lines: 14": the lines of a key follow.
@@ -235,7 +260,7 @@ secret_fate markStart(SecretLine* line) {
     }
     state.random_passwords = line->find("random' passwords") != NOWHERE;
     hideNextWord(line);
-    if (!hideValueLine(line) && !opensKeys(*line)) {
+    if (!hideValueLine(line) && !opensKeys(*line) && !opensObject(*line)) {
         markLine(line);
     }
     return fate;

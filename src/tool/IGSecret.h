@@ -44,12 +44,14 @@ struct secret_state {
     bool next_word = false;         ///< a backslash ended the line between a name and its value
     bool after_name = false;        ///< "name: DB_PASSWORD" ended the line: "value: x" may follow
     bool random_passwords = false;  ///< lines of a user and a password follow
+    bool dial_secrets = false;      ///< "# client server secret" has come: lines of these follow
+    bool secret_object = false;     ///< "kind: Secret" has come: its "data:" is a block of them
 
     // Of the line whose next part comes.
     secret_rest rest = secret_rest::NOTHING;
     bool dropped = false;        ///< the line is left out
     std::uint16_t commands = 0;  ///< programs that were named, as the unit of commands numbers them
-    std::uint16_t flags = 0;     ///< and other words that it met
+    std::uint32_t flags = 0;     ///< and other words that it met
 };
 
 /// A line without its line feed; or, of a line that is too long to be held at once, a part.

@@ -7,7 +7,7 @@
 namespace {
 
 // Words that a line has held, for what stands further behind.
-enum command_flag : std::uint16_t {
+enum command_flag : std::uint32_t {
     HAS_KEYS = 1,        ///< ip xfrm, macsec: every hexadecimal number is a key
     HAS_ORACLE = 2,      ///< user/password@database
     HAS_PROMPT = 4,      ///< "assword:": what is sent next is one
@@ -15,15 +15,13 @@ enum command_flag : std::uint16_t {
     HAS_AWS = 16,        ///< aws configure
     HAS_CRYPTO = 32,     ///< the line begins with crypto
     HAS_CHPASSWD = 64,   ///< chpasswd: user:password
-    FIRST_KEYWORD = 128  ///< from here on: the commands of SECRET_KEYWORDS, by pairs of rows
+    HAS_LOGIN = 128,     ///< a user
+    FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, by pairs of rows
 };
 
-// How the words begin that say something of those behind them.
-constexpr PairFilter makeCommandFilter() {
+// How the words begin that say something of those behind them, and how the names of programs do.
+constexpr PairFilter makeWordFilter() {
     PairFilter filter;
-    for (const secret_program& program : SECRET_PROGRAMS) {
-        filter.add(program.name[0], program.name[1]);
-    }
     for (const secret_keyword& row : SECRET_KEYWORDS) {
         filter.add(row.command[0], row.command[1]);
     }
@@ -33,13 +31,32 @@ constexpr PairFilter makeCommandFilter() {
     for (const std::string_view program : ORACLE_PROGRAMS) {
         filter.add(program[0], program[1]);
     }
-    for (const std::string_view word : {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure",
-                                        "assword", "password", "Password"}) {
+    for (const std::string_view word :
+         {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure", "assword", "password", "Password",
+          "user", "User", "USER", "LOGIN", "acct"}) {
         filter.add(word[0], word[1]);
     }
     return filter;
 }
-constexpr PairFilter COMMAND_BEGINNINGS = makeCommandFilter();
+constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+
+constexpr PairFilter makeProgramFilter() {
+    PairFilter filter;
+    for (const secret_program& program : SECRET_PROGRAMS) {
+        filter.add(program.name[0], program.name[1]);
+    }
+    return filter;
+}
+constexpr PairFilter PROGRAM_BEGINNINGS = makeProgramFilter();
+
+constexpr PairFilter makeOpenFilter() {
+    PairFilter filter;
+    for (const std::string_view program : OPEN_PROGRAMS) {
+        filter.add(program[0], program[1]);
+    }
+    return filter;
+}
+constexpr PairFilter OPEN_BEGINNINGS = makeOpenFilter();
 
 // Goes through the words of a command line once. What it must know of the words before is in the
 // state of the line, so that it outlasts a part of a very long one.
@@ -50,7 +67,9 @@ class CommandScan {
 
   private:
     std::size_t atName(std::size_t from, std::size_t to);
+    std::size_t atWord(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
+    [[nodiscard]] bool isOpen(std::size_t from, std::size_t to) const;
     void setFlags(std::size_t from, std::size_t to);
     void setKeywordFlags(std::size_t from, std::size_t to);
     void setProgram(std::size_t from, std::size_t to);
@@ -60,12 +79,17 @@ class CommandScan {
         return to - from == word.size() && line_.saysExactly(from, word);
     }
     [[nodiscard]] bool hasFlag(unsigned flag) const { return (state_.flags & flag) != 0; }
-    void set(unsigned flag) { state_.flags = static_cast<std::uint16_t>(state_.flags | flag); }
+    void set(unsigned flag) { state_.flags |= flag; }
 
     std::size_t option(std::size_t from, std::size_t to);
+    std::size_t doubtful(std::size_t from, std::size_t to);
+    [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const;
+    bool isAuditRule();
+    [[nodiscard]] std::size_t valueOf(std::size_t from) const;
     std::size_t optionValue(std::size_t from, bool with_user);
     std::size_t userAndPassword(std::size_t from);
     std::size_t keyword(std::size_t from, std::size_t to);
+    [[nodiscard]] bool isSaid(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
     std::size_t oracle(std::size_t sign);
@@ -76,9 +100,15 @@ class CommandScan {
     secret_state& state_;
     std::size_t word_from_ = 0;  // where the last stretch without / @ and quotes began
     std::size_t user_from_ = 0;  // and the one without % , and quotes
+    enum class Known {
+        NOT,
+        NO,
+        YES
+    } audit_ = Known::NOT;  // whether it is a rule of the audit system
 };
 
 constexpr std::uint16_t NO_PROGRAM = 0;
+constexpr std::uint16_t OPEN_PROGRAM = 0xFFFF;
 
 void CommandScan::run() {
     if (line_.starts()) {
@@ -100,6 +130,11 @@ void CommandScan::run() {
 
 void CommandScan::setFlags(std::size_t from, std::size_t to) {
     const std::string_view word = line_.text().substr(from, to - from);
+    if (word == "user" || word == "username" || word == "User" || word == "USER" ||
+        word == "LOGIN" || word == "acct") {
+        set(HAS_LOGIN);
+        return;
+    }
     if (word.find("xfrm") != NOWHERE || word.find("macsec") != NOWHERE) {
         set(HAS_KEYS);
     }
@@ -154,9 +189,16 @@ void CommandScan::setProgram(std::size_t from, std::size_t to) {
     }
 }
 
+bool CommandScan::isOpen(std::size_t from, std::size_t to) const {
+    return line_.in(to, BLANK) &&
+           std::any_of(std::begin(OPEN_PROGRAMS), std::end(OPEN_PROGRAMS),
+                       [&](std::string_view one) { return is(from, to, one); });
+}
+
 std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
     const bool behind_blank = from > 0 && line_.in(from - 1, BLANK);
-    if (behind_blank && line_.at(from) == '-') {
+    const bool in_list = from > 0 && line_.in(from - 1, QUOTE);
+    if ((behind_blank || in_list) && line_.at(from) == '-') {
         const std::size_t next = option(from, to);
         return next != 0 ? next : to;
     }
@@ -165,15 +207,23 @@ std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
             return next;
         }
     }
-    if (!COMMAND_BEGINNINGS.has(line_.at(from), line_.at(from + 1))) {
-        return to;
+    const char first = line_.at(from);
+    const char second = line_.at(from + 1);
+    if (PROGRAM_BEGINNINGS.has(first, second)) {
+        setProgram(from, to);
     }
+    if (state_.commands == NO_PROGRAM && OPEN_BEGINNINGS.has(first, second) && isOpen(from, to)) {
+        state_.commands = OPEN_PROGRAM;
+    }
+    return WORD_BEGINNINGS.has(first, second) ? atWord(from, to) : to;
+}
+
+std::size_t CommandScan::atWord(std::size_t from, std::size_t to) {
     if (const std::size_t next = argument(from, to); next != 0) {
         return next;
     }
     setFlags(from, to);
     setKeywordFlags(from, to);
-    setProgram(from, to);
     if (hasFlag(HAS_KEYS) && line_.saysExactly(from, "0x") && to > from + 2) {
         line_.hide(from, line_.skip(from, LETTER | DIGIT), secret_rest::WORD);
     }
@@ -215,12 +265,15 @@ std::size_t CommandScan::atOther(std::size_t place) {
 
 // An option of the program that was named last, and the password that it takes.
 std::size_t CommandScan::option(std::size_t from, std::size_t to) {
+    if (const std::size_t next = doubtful(from, to); next != 0) {
+        return next;
+    }
     for (const std::string_view name : AUTH_OPTIONS) {
         if (is(from, to, name) && (line_.in(to, BLANK) || line_.at(to) == '=')) {
             return optionValue(to, true);
         }
     }
-    if (state_.commands == NO_PROGRAM) {
+    if (state_.commands == NO_PROGRAM || state_.commands == OPEN_PROGRAM) {
         return 0;
     }
     const secret_program& program = SECRET_PROGRAMS[state_.commands - 1];
@@ -240,10 +293,57 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
     return 0;
 }
 
-std::size_t CommandScan::optionValue(std::size_t from, bool with_user) {
+// -k x of a program that is not known, and --license x, where x looks like a secret. In the rules
+// of the audit system it names a rule.
+std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
+    const bool is_short = to - from == 2;
+    if (!line_.isOneOf(from, to, DOUBTFUL_OPTIONS) || (is_short && state_.commands != NO_PROGRAM)) {
+        return 0;
+    }
+    const std::size_t value = valueOf(to);
+    const std::size_t begin = line_.skipOne(value, QUOTE);
+    const std::size_t end = line_.until(begin, BLANK | QUOTE);
+    if (value == to || !line_.looksSecret(begin, withoutStops(begin, end)) ||
+        line_.isOneOf(begin, line_.skip(begin, LETTER), DEVICE_NAMES) ||
+        (is_short && line_.at(from + 1) == 'k' && isAuditRule())) {
+        return 0;
+    }
+    line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
+    return end;
+}
+
+std::size_t CommandScan::withoutStops(std::size_t from, std::size_t to) const {
+    while (to > from && std::string_view(",;)]}\\").find(line_.at(to - 1)) != NOWHERE) {
+        --to;
+    }
+    return to;
+}
+
+bool CommandScan::isAuditRule() {
+    if (audit_ == Known::NOT) {
+        const bool rule = line_.find("-a always,") != NOWHERE ||
+                          line_.find("-a exit,") != NOWHERE || line_.find("-w /") != NOWHERE;
+        audit_ = rule ? Known::YES : Known::NO;
+    }
+    return audit_ == Known::YES;
+}
+
+// Where the value of an option begins: -k x, -k=x, and "-k", "x" in a list.
+std::size_t CommandScan::valueOf(std::size_t from) const {
+    const std::size_t quote = from + (line_.at(from) == '\\' ? 1 : 0);
+    if (line_.in(quote, QUOTE) && line_.at(quote + 1) == ',') {
+        const std::size_t next = line_.skip(quote + 2, BLANK);
+        const std::size_t begin = line_.skipByte(next, '\\');
+        return line_.in(begin, QUOTE) ? begin : from;
+    }
     while (line_.in(from, BLANK) || line_.at(from) == '=') {
         ++from;
     }
+    return from;
+}
+
+std::size_t CommandScan::optionValue(std::size_t from, bool with_user) {
+    from = valueOf(from);
     if (line_.hasEnd(from)) {
         return from;
     }
@@ -285,7 +385,7 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     for (const secret_keyword& row : SECRET_KEYWORDS) {
         flag <<= row.command == before ? 0 : 1;
         before = row.command;
-        if (hasFlag(flag) && is(from, to, row.word)) {
+        if (hasFlag(flag) && is(from, to, row.word) && !isSaid(next)) {
             const char kind = line_.at(next);  // of an encryption, as Cisco's commands have it
             const bool numbered = (kind == '0' || kind == '5' || kind == '7') &&
                                   line_.in(next + 1, BLANK) &&
@@ -314,6 +414,11 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     return 0;
 }
 
+// Whether a word is one of a sentence: "username and password for the initiator".
+bool CommandScan::isSaid(std::size_t from) const {
+    return line_.at(from) == '(' || line_.isOneOf(from, line_.skip(from, LETTER), ORDINARY_WORDS);
+}
+
 // htpasswd -b FILE USER x, rabbitmqctl add_user USER x
 std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
     for (const secret_argument& row : SECRET_ARGUMENTS) {
@@ -333,7 +438,7 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
         for (int word = 0; word < row.between; ++word) {
             place = line_.skip(line_.until(place, BLANK), BLANK);
         }
-        return line_.hasEnd(place) ? 0 : line_.hideWord(place);
+        return line_.hasEnd(place) || line_.at(place) == '-' ? 0 : line_.hideWord(place);
     }
     return 0;
 }
@@ -499,4 +604,7 @@ void markCommands(SecretLine& line) {
         markLogSettings(line);
     }
     markStatistics(line);
+    if ((line.state().flags & HAS_LOGIN) != 0) {
+        markLogins(line);
+    }
 }

@@ -145,6 +145,21 @@ class SecretLine {
         });
     }
 
+    /// Whether an absolute path begins there.
+    [[nodiscard]] bool isPath(std::size_t from) const;
+    /// Whether a value tells nothing: yes, 1, a path, a variable of a script.
+    [[nodiscard]] bool isPlain(std::size_t from, std::size_t to) const;
+    /// Whether the name of a processor architecture stands there.
+    [[nodiscard]] bool isArchitecture(std::size_t from) const;
+    /// Whether the version of a package stands there.
+    [[nodiscard]] bool isVersion(std::size_t from) const;
+    /// Whether the rest of the line is a sentence of so many words at least. One of two words ends
+    /// with a stop.
+    [[nodiscard]] bool isSentence(std::size_t from, std::size_t fewest) const;
+    /// Whether a word mixes letters and digits as a secret does and as no name, path, host, number
+    /// or version does.
+    [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;
+
     /// Hides a stretch. Of a line that goes on in another part, `rest` says what hides there too.
     void hide(std::size_t from, std::size_t to, secret_rest rest) {
         if (from >= to || from >= size()) {
@@ -209,6 +224,8 @@ class PairFilter {
 void markNames(SecretLine& line);
 /// Passwords in command lines, and in settings that look like them.
 void markCommands(SecretLine& line);
+/// Names that somebody typed at a login and that no user has: many a password is typed there.
+void markLogins(SecretLine& line);
 /// Passwords of addresses: user:x@host.
 void markAddresses(SecretLine& line);
 /// Lines of known files, in which the place of a field makes it a secret.

@@ -52,7 +52,10 @@ Word wordAt(const SecretLine& line, std::size_t from) {
 // The last secret word of a stretch.
 Word lastWord(const SecretLine& line, std::size_t from, std::size_t to) {
     Word last;
-    for (std::size_t place = from; place < to; ++place) {
+    constexpr std::size_t SHORTEST = 3;
+    static_assert(std::all_of(std::begin(SECRET_WORDS), std::end(SECRET_WORDS),
+                              [](std::string_view word) { return word.size() >= SHORTEST; }));
+    for (std::size_t place = from; place + SHORTEST <= to; ++place) {
         if (const Word found = wordAt(line, place); found.from != NOWHERE && found.to <= to) {
             last = found;
         }
@@ -82,8 +85,32 @@ std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t 
     return to;
 }
 
+// The letters that short words begin with, and those that endings of names end with.
+constexpr std::array<bool, 256> lettersOf(bool last) {
+    std::array<bool, 256> letters{};
+    const auto add = [&](char c) {
+        letters[static_cast<unsigned char>(c)] = true;
+        letters[static_cast<unsigned char>(c - 'a' + 'A')] = true;
+    };
+    if (last) {
+        for (const secret_short& one : SECRET_ENDINGS) {
+            add(one.word.back());
+        }
+    } else {
+        for (const secret_short& one : SECRET_SHORTS) {
+            add(one.word.front());
+        }
+    }
+    return letters;
+}
+constexpr std::array<bool, 256> FIRST_LETTERS = lettersOf(false);
+constexpr std::array<bool, 256> LAST_LETTERS = lettersOf(true);
+
 // Which short word a part of a name is.
 const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (!FIRST_LETTERS[static_cast<unsigned char>(line.at(from))]) {
+        return nullptr;
+    }
     const std::size_t end = withoutDigits(line, from, to);
     for (const secret_short& one : SECRET_SHORTS) {
         const std::size_t last = one.numbered ? end : to;
@@ -113,6 +140,9 @@ void readShortWords(const SecretLine& line, Name* name) {
 
 bool hasEnding(const SecretLine& line, std::size_t from, std::size_t to) {
     const std::size_t end = withoutDigits(line, from, to);
+    if (end == from || !LAST_LETTERS[static_cast<unsigned char>(line.at(end - 1))]) {
+        return false;
+    }
     return std::any_of(std::begin(SECRET_ENDINGS), std::end(SECRET_ENDINGS), [&](const auto& one) {
         const std::size_t last = one.numbered ? end : to;
         return last > from + one.word.size() && line.endsWith(from, last, one.word) &&
@@ -137,14 +167,17 @@ Name readName(const SecretLine& line, std::size_t from, std::size_t to) {
     return name;
 }
 
-bool isHarmless(const SecretLine& line, const Name& name) {
-    return std::any_of(
-        std::begin(HARMLESS_ENDINGS), std::end(HARMLESS_ENDINGS),
-        [&](std::string_view ending) { return line.endsWith(name.from, name.to, ending); });
+bool hasPart(const SecretLine& line, const Name& name, std::string_view part) {
+    for (std::size_t place = name.from; place + part.size() <= name.to; ++place) {
+        if (line.says(place, part)) {
+            return true;
+        }
+    }
+    return false;
 }
 
-// The keys that disks have for senses and reservations are the heart of many a report.
-bool isDiskKey(const SecretLine& line, const Name& name) {
+// A key that is none: the sense key of a disk, the public key of a peer.
+bool isHarmlessKey(const SecretLine& line, const Name& name) {
     if (!line.endsWith(name.from, name.to, "key")) {
         return false;
     }
@@ -153,15 +186,24 @@ bool isDiskKey(const SecretLine& line, const Name& name) {
         (line.at(before - 1) == ' ' || line.at(before - 1) == '_' || line.at(before - 1) == '-')) {
         --before;
     }
-    return line.endsWith(0, before, "sense") || line.endsWith(0, before, "reservation");
+    return std::any_of(std::begin(HARMLESS_KEYS), std::end(HARMLESS_KEYS),
+                       [&](std::string_view word) { return line.endsWith(0, before, word); });
 }
 
-bool isPlain(const SecretLine& line, std::size_t from, std::size_t to) {
-    return (to == from + 1 && line.in(from, DIGIT)) || line.isOneOf(from, to, PLAIN_VALUES);
+bool isHarmless(const SecretLine& line, const Name& name) {
+    const auto ends = [&](std::string_view ending) {
+        return line.endsWith(name.from, name.to, ending);
+    };
+    const auto begins = [&](std::string_view beginning) { return line.says(name.from, beginning); };
+    const auto holds = [&](std::string_view part) { return hasPart(line, name, part); };
+    return std::any_of(std::begin(HARMLESS_ENDINGS), std::end(HARMLESS_ENDINGS), ends) ||
+           std::any_of(std::begin(HARMLESS_BEGINNINGS), std::end(HARMLESS_BEGINNINGS), begins) ||
+           std::any_of(std::begin(HARMLESS_PARTS), std::end(HARMLESS_PARTS), holds) ||
+           isHarmlessKey(line, name);
 }
 
 // What may stand behind a value without a blank between.
-constexpr std::string_view VALUE_SIGNS = ",;)]}";
+constexpr std::string_view VALUE_SIGNS = ",;:)]}";
 
 // A number of characters of a set that stand at the end of a stretch do not belong to it.
 std::size_t withoutEnd(const SecretLine& line, std::size_t from, std::size_t to,
@@ -189,7 +231,8 @@ struct Region {
 class NameScan {
   public:
     explicit NameScan(SecretLine& line) : line_(line) {
-        const std::size_t marks = skipBytes(0, " \t#;");
+        first_ = line_.skip(0, BLANK);
+        const std::size_t marks = skipBytes(first_, " \t#;");
         start_ = skipBytes(behindKeyword(marks), " \t");
         const std::size_t signs = skipBytes(skipBytes(skipBytes(0, " \t"), "#;$"), " \t");
         directive_ = line.says(signs, "- ") ? signs : skipBytes(behindKeyword(signs), " \t");
@@ -211,10 +254,24 @@ class NameScan {
 
     std::size_t identified(std::size_t to);
     std::size_t define(std::size_t to);
+    std::size_t login(std::size_t to);
+    [[nodiscard]] std::size_t behindSlash(std::size_t place) const;
+    std::size_t listed(const Name& name);
+    [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
+    std::size_t spoken(const Name& name, std::size_t rest);
+    [[nodiscard]] bool ofUser(const Name& name) const;
     std::size_t netrc(const Name& name);
-    [[nodiscard]] bool isNetrc();
+    [[nodiscard]] bool isNetrc(std::size_t from);
+    [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
+    [[nodiscard]] bool isComment() const {
+        return line_.at(first_) == '#' || line_.at(first_) == ';';
+    }
+    [[nodiscard]] bool tellsNothing(const Name& name, std::size_t rest) const;
     std::size_t directive(const Name& name);
     std::size_t assigned(const Name& name);
+    bool isOtherKey(const Name& name);
+    [[nodiscard]] bool isOtherName(const Name& name, std::size_t from) const;
+    [[nodiscard]] bool isNameServices(std::size_t from) const;
     [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
     std::size_t option(const Name& name);
     [[nodiscard]] bool takesNextWord(const Name& name) const;
@@ -226,10 +283,13 @@ class NameScan {
     std::size_t value(std::size_t from, const Name& name, bool at_start);
     bool opensLines(std::size_t from);
     std::size_t quotedValue(std::size_t from, bool at_start);
+    [[nodiscard]] std::size_t lineValueEnd(std::size_t from) const;
+    [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const Name& name) const;
     std::size_t bareValue(std::size_t from, const Name& name, bool at_start);
     std::size_t authorization(std::size_t from);
 
     SecretLine& line_;
+    std::size_t first_ = 0;      // where the line begins to say something
     std::size_t start_ = 0;      // where a name would be the first thing of the line
     std::size_t directive_ = 0;  // where one would be a directive
     Region region_;
@@ -237,6 +297,7 @@ class NameScan {
     bool secret_element_ = false;        // the tag that is open names a secret
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
     enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
+    Known audit_ = Known::NOT;  // whether it is a record of the audit system
 };
 
 std::size_t NameScan::skipBytes(std::size_t from, std::string_view bytes) const {
@@ -292,7 +353,9 @@ std::size_t NameScan::element(std::size_t text) {
     }
     secret_element_ = false;
     const std::size_t end = line_.untilByte(text, '<');
-    if (!isPlain(line_, text, end)) {
+    // A quote behind "<key>" is one of a command line with a place for a key.
+    const bool is_element = !line_.in(text, QUOTE) || line_.hasEnd(end) || line_.at(end + 1) == '/';
+    if (is_element && !line_.isPlain(text, end)) {
         line_.hide(text, end, secret_rest::ELEMENT);
     }
     return end;
@@ -313,11 +376,12 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
     if (!secret) {
         const std::size_t next = to - from == 10 && line_.says(from, "identified") ? identified(to)
                                  : to - from == 6 && line_.says(from, "define")    ? define(to)
+                                 : to - from == 5 && line_.says(from, "login")     ? login(to)
                                                                                    : 0;
         return next != 0 ? next : to;
     }
     if (to - from == 8 && line_.says(from, "password") && line_.in(to, BLANK) && from > 0 &&
-        line_.in(from - 1, BLANK) && (after_password || isNetrc())) {
+        line_.in(from - 1, BLANK) && (after_password || isNetrc(from))) {
         return netrc(name);
     }
     const std::size_t next = atSecret(name);
@@ -331,7 +395,11 @@ std::size_t NameScan::atSecret(const Name& name) {
     if (const std::size_t next = assigned(name); next != 0) {
         return next;
     }
-    return isHarmless(line_, name) || isDiskKey(line_, name) ? 0 : option(name);
+    if (isHarmless(line_, name)) {
+        return 0;
+    }
+    const std::size_t next = listed(name);
+    return next != 0 ? next : option(name);
 }
 
 // ---- Pairs of a name and a value ----------------------------------------------------------------
@@ -421,13 +489,19 @@ std::size_t NameScan::valueBehind(std::size_t quote) {
 
 // ---- What comes before a quoted value -----------------------------------------------------
 
-// IDENTIFIED BY 'x', IDENTIFIED BY PASSWORD 'x'
+// IDENTIFIED BY 'x', IDENTIFIED BY PASSWORD 'x', IDENTIFIED WITH a AS 'x'
 std::size_t NameScan::identified(std::size_t to) {
-    const std::size_t by = line_.skip(to, BLANK);
-    if (by == to || !line_.says(by, "by") || !line_.in(by + 2, BLANK)) {
+    std::size_t by = line_.skip(to, BLANK);
+    if (line_.says(by, "with ") || line_.says(by, "via ")) {
+        by = line_.skip(line_.until(by, BLANK), BLANK);
+        by = line_.skip(line_.until(by, BLANK), BLANK);
+    }
+    const std::size_t end = line_.skip(by, LETTER);
+    const bool known = line_.says(by, "by ") || line_.says(by, "as ") || line_.says(by, "using ");
+    if (by == to || !known) {
         return 0;
     }
-    std::size_t place = line_.skip(by + 2, BLANK);
+    std::size_t place = line_.skip(end, BLANK);
     if (line_.says(place, "password") && line_.in(place + 8, BLANK)) {
         place = line_.skip(place + 8, BLANK);
     }
@@ -453,26 +527,109 @@ std::size_t NameScan::define(std::size_t to) {
     return line_.in(place, QUOTE) ? quotedValue(place, false) : 0;
 }
 
+// login: me / x; and login me / x, where x looks like a secret
+std::size_t NameScan::login(std::size_t to) {
+    const bool divided = line_.at(to) == ':';
+    const std::size_t user = line_.skip(divided ? to + 1 : to, BLANK);
+    const std::size_t from = behindSlash(line_.skip(user, NAME));
+    if (!line_.in(user, LETTER) || from == 0) {
+        return 0;
+    }
+    const std::size_t end = line_.until(from, BLANK);
+    const bool number = line_.skip(from, DIGIT) == end;
+    const bool secret = divided ? !number : line_.looksSecret(from, wordEnd(from, end));
+    return secret ? line_.hideWord(from) : 0;
+}
+
+// Where the word behind " / " begins; 0 when these do not stand there.
+std::size_t NameScan::behindSlash(std::size_t place) const {
+    const std::size_t sign = line_.skip(place, BLANK);
+    const std::size_t from = line_.skip(sign + 1, BLANK);
+    return line_.at(sign) != '/' || from == sign + 1 || line_.hasEnd(from) ? 0 : from;
+}
+
+// ---- Lists --------------------------------------------------------------------------------------
+
+// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps
+std::size_t NameScan::listed(const Name& name) {
+    const std::size_t quote = line_.skipByte(name.to, '\\');
+    if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
+        line_.says(line_.skip(0, BLANK), "- -") && name.from == line_.skip(0, BLANK) + 2) {
+        line_.state().next_word = true;  // "- --password", and "- x" in the next line
+        return line_.size();
+    }
+    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) || line_.at(quote + 1) != ',') {
+        return 0;
+    }
+    const std::size_t next = line_.skip(quote + 2, BLANK);
+    if (line_.hasEnd(next) && line_.ends()) {
+        line_.state().next_word = true;
+        return next;
+    }
+    const bool escaped = line_.at(next) == '\\' && line_.in(next + 1, QUOTE);
+    if (line_.at(next) != line_.at(name.to) || (!escaped && !line_.in(next, QUOTE))) {
+        return 0;
+    }
+    return quotedValue(next, false);
+}
+
 // ---- Directives ---------------------------------------------------------------------------------
 
-bool NameScan::isNetrc() {
+// Whether the line begins as one of ".netrc" does, or "login me" stands in front of the name.
+bool NameScan::isNetrc(std::size_t from) {
     if (netrc_ == Known::NOT) {
         netrc_ =
             line_.starts() && line_.says(line_.skip(0, BLANK), "machine") ? Known::YES : Known::NO;
-        for (std::size_t at = line_.find("login"); at != NOWHERE;
-             at = line_.find("login", at + 5)) {
-            if (at > 0 && line_.in(at - 1, BLANK) && line_.in(at + 5, BLANK)) {
-                netrc_ = Known::YES;
-            }
-        }
     }
-    return netrc_ == Known::YES;
+    const std::size_t login = wordBefore(wordBefore(from));
+    return netrc_ == Known::YES ||
+           (login != NOWHERE && line_.says(login, "login") && line_.in(login + 5, BLANK));
+}
+
+// Where the word in front of a place begins; NOWHERE when none does.
+std::size_t NameScan::wordBefore(std::size_t place) const {
+    if (place == NOWHERE) {
+        return NOWHERE;
+    }
+    while (place > 0 && line_.in(place - 1, BLANK)) {
+        --place;
+    }
+    const std::size_t end = place;
+    while (place > 0 && !line_.in(place - 1, BLANK)) {
+        --place;
+    }
+    return place < end ? place : NOWHERE;
 }
 
 // machine h login me password x, and passwd/root-password password x: a password may hold blanks.
 std::size_t NameScan::netrc(const Name& name) {
     line_.hideToEnd(line_.skip(name.to, BLANK));
     return line_.size();
+}
+
+// Whether what follows a name at the beginning of a line is none of its values: "kpasswd 464/tcp"
+// in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
+// a sentence in a comment.
+bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
+    if (line_.isPlain(rest, withoutEnd(line_, rest, line_.size(), "; \t\r")) ||
+        line_.isArchitecture(rest)) {
+        return true;
+    }
+    const std::size_t port = line_.skip(rest, DIGIT);
+    if (port > rest && (line_.says(port, "/tcp") || line_.says(port, "/udp"))) {
+        return true;
+    }
+    if (line_.at(name.from) == '-' && rest > name.to + 2) {
+        return true;  // an option and what it does
+    }
+    const bool more = name.to - name.from > name.word.to - name.word.from;
+    if (line_.isVersion(rest) && (more || line_.endsWith(name.from, name.to, "passwd"))) {
+        return true;
+    }
+    const bool comment = isComment();
+    constexpr std::size_t LONG = 7;  // no passphrase has so many words
+    return line_.isOneOf(rest, line_.until(rest, BLANK), PACKAGE_STATES) ||
+           line_.isSentence(rest, comment ? 2 : LONG);
 }
 
 // "rocommunity x" at the beginning of a line: whatever follows the name. In a sentence, what
@@ -485,11 +642,14 @@ std::size_t NameScan::directive(const Name& name) {
     }
     const bool valued = line_.text().substr(name.from, name.to - name.from).find("auth_pass") !=
                         std::string_view::npos;
-    if ((name.word.from == NOWHERE && !valued) || isPlain(line_, rest, line_.size())) {
+    if ((name.word.from == NOWHERE && !valued) || tellsNothing(name, rest)) {
         return 0;
     }
+    if (line_.isOneOf(name.from, name.to, SECRET_COMMUNITIES)) {
+        return line_.hideWord(rest);
+    }
     for (const std::string_view control : PAM_CONTROLS) {
-        if (name.from == 0 && line_.endsWith(0, name.to, "password") && name.to <= 9 &&
+        if (line_.endsWith(name.from, name.to, "password") && name.to - name.from <= 9 &&
             line_.says(rest, control)) {
             return name.to;
         }
@@ -514,7 +674,7 @@ std::size_t NameScan::assigned(const Name& name) {
     if (from == NOWHERE) {
         return 0;
     }
-    if (isHarmless(line_, name) || isDiskKey(line_, name)) {
+    if (isHarmless(line_, name) || isOtherKey(name) || isOtherName(name, from)) {
         return from;
     }
     const bool at_start =
@@ -523,6 +683,64 @@ std::size_t NameScan::assigned(const Name& name) {
         return line_.size();
     }
     return value(from, name, at_start);
+}
+
+// A key that names something else: a rule of the audit system (-F key=x, key="x" in its records),
+// the keys of a keyboard (B: KEY=x), a property of an element (<annotate key="a.b">).
+bool NameScan::isOtherKey(const Name& name) {
+    if (name.to - name.from != 3 || !line_.says(name.from, "key")) {
+        return false;
+    }
+    if (line_.endsWith(0, name.from, "-f ") ||
+        (name.from == 3 && (line_.saysExactly(0, "B: KEY=") || line_.saysExactly(0, "E: KEY=")))) {
+        return true;
+    }
+    if (tag_ != Tag::NONE && line_.in(name.to + 1, QUOTE)) {
+        const std::size_t end = line_.until(name.to + 2, QUOTE);
+        const std::size_t word = line_.skip(name.to + 2, NAME);
+        return end == word && !line_.looksSecret(name.to + 2, end);
+    }
+    if (audit_ == Known::NOT) {
+        audit_ = line_.find("audit(") != NOWHERE ? Known::YES : Known::NO;
+    }
+    return audit_ == Known::YES && name.from > 0 && line_.in(name.from - 1, BLANK);
+}
+
+// A name that is none of a secret although it is followed by a sign: passwd:amd64 and passwd:
+// /usr/bin/passwd in lists of packages, APT::Key::x, "passwd: files" where names are looked up,
+// "passwd: password updated" of the program.
+bool NameScan::isOtherName(const Name& name, std::size_t from) const {
+    if (line_.at(from - 1) == ':' && line_.at(name.to) == ':' && line_.isArchitecture(from)) {
+        return true;
+    }
+    if (name.from > 0 && line_.at(name.from - 1) == ':' && line_.says(name.to, "::")) {
+        return true;
+    }
+    const std::size_t number = line_.skip(from, DIGIT);
+    if (number > from && line_.says(number, " bit")) {
+        return true;
+    }
+    if (name.from != start_ || line_.at(name.to) != ':') {
+        return false;
+    }
+    if (isComment() && line_.isSentence(from, 3)) {
+        return true;
+    }
+    if (!line_.says(name.from, "passwd")) {
+        return false;
+    }
+    return isNameServices(from) || line_.says(from, "password ") || line_.isSentence(from, 3);
+}
+
+bool NameScan::isNameServices(std::size_t from) const {
+    while (!line_.hasEnd(from)) {
+        const std::size_t end = line_.until(from, BLANK);
+        if (!line_.isOneOf(from, end, NAME_SERVICES)) {
+            return false;
+        }
+        from = line_.skip(end, BLANK);
+    }
+    return true;
 }
 
 std::size_t NameScan::behindSeparator(std::size_t to) const {
@@ -582,18 +800,15 @@ bool NameScan::opensLines(std::size_t from) {
 
 // Whether the next word is the value without any sign between them: --password x, auth_pass x.
 bool NameScan::takesNextWord(const Name& name) const {
-    std::size_t dash = name.from;
-    while (dash < name.to && line_.at(dash) != '-') {
-        ++dash;
-    }
-    if (name.word.from != NOWHERE && dash < name.word.from) {
+    const bool dash = line_.at(name.from) == '-';
+    if (name.word.from != NOWHERE && dash) {
         return true;
     }
     if (name.short_from != NOWHERE && name.short_from >= name.from + 2 &&
         line_.at(name.short_from - 1) == '-' && line_.at(name.short_from - 2) == '-') {
         return true;
     }
-    if (dash < name.to && line_.endsWith(dash + 1, name.to, "pass")) {
+    if (dash && line_.endsWith(name.from + 1, name.to, "pass")) {
         return true;
     }
     for (const std::string_view word : SECRET_VALUED) {
@@ -613,7 +828,7 @@ std::size_t NameScan::option(const Name& name) {
             return quotedValue(quote, false);
         }
     }
-    if (rest == name.to || line_.hasEnd(rest) ||
+    if (rest == name.to || line_.hasEnd(rest) || rest > name.to + 2 ||
         (line_.at(rest) == '(' && line_.at(name.from) != '-') ||
         (password_to_ != NOWHERE && line_.says(rest, "password") && line_.in(rest + 8, BLANK))) {
         return 0;
@@ -623,7 +838,51 @@ std::size_t NameScan::option(const Name& name) {
     if (takesNextWord(name) || wireless || (whole_word && line_.in(rest, QUOTE))) {
         return value(rest, name, false);
     }
-    return sentence(name);
+    if (const std::size_t next = sentence(name); next != 0) {
+        return next;
+    }
+    return spoken(name, rest);
+}
+
+// Whether "user me" stands in front of the name.
+bool NameScan::ofUser(const Name& name) const {
+    const std::size_t word = wordBefore(wordBefore(name.from));
+    return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
+}
+
+// Where a value would be behind a name without any sign: with token x, password to x, key 1: x.
+std::size_t NameScan::behindFiller(std::size_t from) const {
+    for (const std::string_view filler : {"to ", "set to ", "changed to "}) {
+        if (line_.says(from, filler)) {
+            return line_.skip(from + filler.size(), BLANK);
+        }
+    }
+    const std::size_t number = line_.skip(from, DIGIT);
+    return number > from && line_.says(number, ": ") ? line_.skip(number + 2, BLANK) : from;
+}
+
+// with token x, user me password x: a word behind a name that is the whole of a word, where it
+// looks like a secret. Of keys there are too many.
+std::size_t NameScan::spoken(const Name& name, std::size_t rest) {
+    const bool whole = (name.word.from == name.from && name.word.to == name.to) ||
+                       (name.is_short && name.short_from == name.from);
+    const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
+    if (!whole || sign == '/' || sign == '@') {
+        return 0;
+    }
+    const std::size_t from = behindFiller(rest);
+    const std::size_t end = line_.until(from, VALUE_END);
+    const std::size_t told = wordEnd(from, end);
+    const bool key = name.word.from == NOWHERE && line_.says(name.from, "key");
+    const std::size_t before = wordBefore(name.from);
+    const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
+    const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
+                      !isOrdinary(name, from);
+    if (!user && (!with || !line_.looksSecret(from, told))) {
+        return 0;
+    }
+    line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
+    return end;
 }
 
 // Where the value begins in "the token is x"; 0 when this is no such sentence.
@@ -636,6 +895,10 @@ std::size_t NameScan::saidOf(const Name& name) const {
     place = line_.skip(place + size, BLANK);
     for (const std::string_view filler : {"now ", "still ", "set to ", "changed to "}) {
         place = line_.says(place, filler) ? line_.skip(place + filler.size(), BLANK) : place;
+    }
+    if (line_.says(place, "generated for ")) {  // "... for root@localhost: x"
+        const std::size_t end = line_.until(line_.skip(place + 13, BLANK), BLANK);
+        place = line_.at(end - 1) == ':' ? line_.skip(end, BLANK) : place;
     }
     return place;
 }
@@ -650,7 +913,7 @@ std::size_t NameScan::wordEnd(std::size_t from, std::size_t to) const {
 // key is no secret.
 bool NameScan::isOrdinary(const Name& name, std::size_t from) const {
     const std::size_t end = wordEnd(from, line_.until(from, VALUE_END));
-    if (line_.isOneOf(from, end, ORDINARY_WORDS) || isPlain(line_, from, end)) {
+    if (line_.isOneOf(from, end, ORDINARY_WORDS) || line_.isPlain(from, end)) {
         return true;
     }
     bool digits = false;
@@ -687,7 +950,7 @@ std::size_t NameScan::sentence(const Name& name) {
 // The value that begins there, of a name that is the first thing of its line to the end of that.
 std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
     secret_state& state = line_.state();
-    if (line_.hasEnd(from)) {
+    if (line_.hasEnd(from) || line_.says(from, "# ")) {
         return from;
     }
     if (line_.ends() && line_.at(from) == '\\' && from + 1 == line_.size()) {
@@ -731,7 +994,7 @@ std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
     const std::size_t begin = from + quote.size();
     const std::size_t end = line_.closing(begin, quote);
     if (!line_.hasEnd(end)) {
-        if (!isPlain(line_, begin, end)) {
+        if (!line_.isPlain(begin, end)) {
             line_.hide(begin, end, secret_rest::LINE);
         }
         return end + quote.size();
@@ -747,6 +1010,41 @@ std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
     return end;
 }
 
+// The end of a value that goes on to the end of its line, unless something follows that shows that
+// this is a command line: name=value, a path, an option.
+std::size_t NameScan::lineValueEnd(std::size_t from) const {
+    const bool joined = line_.at(from - 1) == '=' && line_.in(from - 2, NAME);
+    std::size_t place = line_.until(from, BLANK);
+    while (joined && !line_.hasEnd(place)) {
+        const std::size_t word = line_.skip(place, BLANK);
+        const std::size_t name = line_.skip(word, NAME);
+        const bool option = line_.at(word) == '-' && (name > word + 1);
+        const bool assigns = line_.in(word, LETTER) && line_.at(name) == '=' &&
+                             !line_.in(name + 1, BLANK) && !line_.hasEnd(name + 1);
+        if (option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
+            return withoutEnd(line_, from, place, " \t;");
+        }
+        place = line_.until(word, BLANK);
+    }
+    return withoutEnd(line_, from, line_.size(), " \t\r");
+}
+
+// The end of a value that is a word: in a list of such values, as mount options and connections to
+// databases have them, at the sign between them.
+std::size_t NameScan::wordValueEnd(std::size_t from, const Name& name) const {
+    std::size_t before = name.from;
+    while (before > 0 && line_.at(before - 1) == ' ') {
+        --before;
+    }
+    const char sign = before > 0 && line_.at(from - 1) == '=' ? line_.at(before - 1) : ' ';
+    const bool listed = sign == ',' || sign == ';';
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, VALUE_END) && (!listed || line_.at(end) != sign)) {
+        ++end;
+    }
+    return end;
+}
+
 std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_start) {
     // A PIN is a number. Other things of that name, such as the choice of a package version, are
     // not, and what is in their value is looked at by itself.
@@ -755,14 +1053,18 @@ std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_star
         !line_.in(digits, VALUE_END) && VALUE_SIGNS.find(line_.at(digits)) == NOWHERE) {
         return from;
     }
-    const std::size_t end =
-        at_start ? withoutEnd(line_, from, line_.size(), " \t\r") : line_.until(from, VALUE_END);
+    const std::size_t end = at_start ? lineValueEnd(from) : wordValueEnd(from, name);
     const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);
     if (name.is_pin && name.word.from == NOWHERE && digits < told) {
         return from;  // numbers and words, as in a table
     }
-    if (!isPlain(line_, from, told)) {
+    if (!line_.isPlain(from, told) && !line_.isPlain(from, end)) {
         line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
+    }
+    // credentials: me / x
+    const std::size_t second = behindSlash(end);
+    if (second != 0 && line_.looksSecret(second, wordEnd(second, line_.until(second, BLANK)))) {
+        return line_.hideWord(second);
     }
     return end;
 }

@@ -16,7 +16,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "shared~key", "account~key",  "auth~key",   "encryption~key", "signing~key", "master~key",
     "wep~key",    "wireless~key", "rss_key",    "fastopen_key",   "credential",  "community",
     "bindpw",     "rootpw",       "masterauth", "requirepass",    "authtok",     "authorization",
-    "mka~cak",    "phpsessid",    "jsessid",    "sessionid",
+    "mka~cak",    "license~key",  "phpsessid",  "jsessid",        "sessionid",
 };
 
 /// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
@@ -26,7 +26,7 @@ struct secret_short {
     bool numbered;
 };
 inline constexpr secret_short SECRET_SHORTS[] = {
-    {"pass", true}, {"key", true}, {"pwd", false}, {"pw", false}, {"pin", false},
+    {"pass", true}, {"key", true}, {"pwd", false}, {"pw", false}, {"pin", false}, {"creds", false},
 };
 
 /// Endings of names that need a letter or digit in front: dbpass, dbpw.
@@ -37,24 +37,155 @@ inline constexpr std::string_view SECRET_SIGNATURES[] = {"sig", "signature", "x-
                                                          "x-amz-signature"};
 
 /// Names that are followed by their value without any sign between them.
-inline constexpr std::string_view SECRET_VALUED[] = {"auth_pass",      "auth-pass",
-                                                     "auth_user_pass", "auth-user-pass",
-                                                     "auth_user-pass", "auth-user_pass"};
+inline constexpr std::string_view SECRET_VALUED[] = {
+    "auth_pass",      "auth-pass",      "auth_user_pass",   "auth-user-pass",
+    "auth_user-pass", "auth-user_pass", "insecure-password"};
+
+/// Names that are followed by their value and by something else, which is none.
+inline constexpr std::string_view SECRET_COMMUNITIES[] = {"rocommunity", "rwcommunity",
+                                                          "rocommunity6", "rwcommunity6"};
 
 /// Endings of names that are no secret although they are named like one: where it lies, how long it
 /// may be, ...
 inline constexpr std::string_view HARMLESS_ENDINGS[] = {
-    "file",      "path",       "dir",        "directory", "timeout", "ttl",      "expiry",
-    "expires",   "length",     "len",        "days",      "min",     "max",      "policy",
-    "type",      "enabled",    "allowed",    "required",  "flags",   "mgmt",     "management",
-    "alg",       "algorithm",  "age",        "count",     "limit",   "interval", "priority",
-    "bypass",    "compass",    "sock",       "secretmem", "oldpwd",  "vipw",     "authentication",
-    "publickey", "public-key", "public_key",
+    "file",
+    "path",
+    "dir",
+    "directory",
+    "timeout",
+    "ttl",
+    "expiry",
+    "expires",
+    "length",
+    "len",
+    "days",
+    "min",
+    "max",
+    "policy",
+    "type",
+    "enabled",
+    "allowed",
+    "required",
+    "flags",
+    "mgmt",
+    "management",
+    "alg",
+    "algorithm",
+    "age",
+    "count",
+    "limit",
+    "interval",
+    "priority",
+    "bypass",
+    "compass",
+    "sock",
+    "secretmem",
+    "oldpwd",
+    "vipw",
+    "authentication",
+    "publickey",
+    "public-key",
+    "public_key",
+    "reqd",
+    "tries",
+    "retries",
+    "prompt",
+    "lifetime",
+    "command",
+    "dialog",
+    "nopasswd",
+    "sig_key",
+    "loadcredential",
+    "loadcredentialencrypted",
+    "importcredential",
+    "conditioncredential",
+    ".service",
+    ".socket",
+    ".timer",
+    ".target",
+    ".slice",
+    ".scope",
+    ".device",
+    ".automount",
+    "passwdd",
+    ".mount",
+    "secretname",
+    "secret_name",
+    "secretref",
+    "fingerprint",
+    "size",
+    "bits",
+    "keyring",
+    "encryption",
+    "uuid",
+    "passwordeval",
+};
+
+/// Beginnings of such names: the keys of a keyboard.
+inline constexpr std::string_view HARMLESS_BEGINNINGS[] = {"keyboard_key_",
+                                                           "config_module_sig_key"};
+
+/// Parts of such names: sizes and counters of the system.
+inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext", ".so."};
+
+/// What stands before " key", "_key" or "-key" that is no secret. The keys that disks have for
+/// senses and reservations are the heart of many a report.
+inline constexpr std::string_view HARMLESS_KEYS[] = {
+    "sense", "reservation", "public", "kernel", "foreign", "primary", "sort",
 };
 
 /// Values that tell nothing. So does a single digit.
 inline constexpr std::string_view PLAIN_VALUES[] = {
-    "yes", "no", "true", "false", "on", "off", "none", "null", "required", "optional",
+    "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
+    "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
+    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",
+};
+
+/// Directories of the root: a value that begins with one is a path.
+inline constexpr std::string_view TOP_DIRECTORIES[] = {
+    "/bin",  "/boot", "/dev", "/etc",  "/home", "/lib", "/lib64", "/media", "/mnt", "/opt",
+    "/proc", "/root", "/run", "/sbin", "/srv",  "/sys", "/tmp",   "/usr",   "/var",
+};
+
+/// How names of files end that hold keys and certificates.
+inline constexpr std::string_view KEY_FILES[] = {".key", ".pem", ".crt", ".p12", ".jks", ".cer"};
+
+/// What stands behind the name of a package and a colon.
+inline constexpr std::string_view PACKAGE_ARCHITECTURES[] = {
+    "all",    "amd64",    "any",    "arm64",   "armel",   "armhf", "i386",
+    "mipsel", "mips64el", "native", "ppc64el", "riscv64", "s390x", "x86_64",
+};
+
+/// What else stands behind the name of a package or a unit, in columns.
+inline constexpr std::string_view PACKAGE_STATES[] = {"install", "deinstall", "hold",  "purge",
+                                                      "static",  "-",         "(libc6"};
+
+/// Where names are looked up: nsswitch.conf.
+inline constexpr std::string_view NAME_SERVICES[] = {
+    "files",
+    "systemd",
+    "compat",
+    "sss",
+    "ldap",
+    "nis",
+    "nisplus",
+    "winbind",
+    "db",
+    "cache",
+    "extrausers",
+    "altfiles",
+    "mymachines",
+    "[notfound=return]",
+    "[success=merge]",
+    "[unavail=return]",
+    "[!unavail=return]",
+};
+
+/// Words that make a sentence of the words around them.
+inline constexpr std::string_view SENTENCE_WORDS[] = {
+    "a",    "an",  "and",  "are", "be",   "by",   "can",  "does", "for",  "from", "has",
+    "if",   "in",  "is",   "it",  "may",  "must", "not",  "of",   "on",   "or",   "should",
+    "that", "the", "this", "to",  "used", "was",  "when", "will", "with", "you",  "your",
 };
 
 /// What follows "the token is", "the password was" in a sentence, and is no value.
@@ -298,7 +429,8 @@ inline constexpr secret_program SECRET_PROGRAMS[] = {
     {"wget", "", "uUb", false, false, true},       {"lftp", "", "uUb", false, false, true},
     {"smb", "", "uUb", true, false, true},         {"rpcclient", "", "uUb", false, false, true},
     {"net", "use", "uUb", false, false, true},     {"net", "ads", "uUb", false, false, true},
-    {"net", "rpc", "uUb", false, false, true},
+    {"net", "rpc", "uUb", false, false, true},     {"rdesktop", "", "p", false, false, false},
+    {"mosquitto_", "", "P", false, false, false},  {"tsql", "", "P", false, false, false},
 };
 
 /// Long options of the programs that take a user and a password.
@@ -307,6 +439,23 @@ inline constexpr std::string_view USER_OPTIONS[] = {"-user", "-proxy-user", "-co
 /// Options of any program that take a user and a password.
 inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth", "--proxy-auth", "--basic-auth",
                                                     "--http-auth", "--userpass"};
+
+/// Options of any program that take a secret, where what they take looks like one.
+inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",        "-k",        "--auth",
+                                                        "--license", "--licence", "--serial"};
+
+/// What names of network interfaces and disks begin with.
+inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",
+                                                    "wlp", "ibp", "nvme"};
+
+/// Programs to whose options "-p" and "-k" belongs no secret.
+inline constexpr std::string_view OPEN_PROGRAMS[] = {
+    "auditctl",   "ausearch",  "cp",   "df",    "install", "ip6tables", "iptables",
+    "journalctl", "kubectl",   "ls",   "lsblk", "lsof",    "make",      "mkdir",
+    "nc",         "nft",       "nmap", "patch", "perf",    "ps",        "rmdir",
+    "rsync",      "scp",       "sftp", "sort",  "ss",      "ssh",       "strace",
+    "sysctl",     "systemctl", "tar",  "touch", "udevadm",
+};
 
 /// Commands in which a word comes before a secret.
 struct secret_keyword {
@@ -331,6 +480,9 @@ inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"rabbitmqctl", "add_user", 1},
     {"rabbitmqctl", "change_password", 1},
     {"rabbitmqctl", "authenticate_user", 1},
+    {"vault", "login", 0},
+    {"mc", "alias", 4},
+    {"mc", "config", 5},
 };
 
 /// What, behind a pipe, reads a password that echo or printf writes.
@@ -347,6 +499,28 @@ inline constexpr std::string_view SNMP_DIRECTIVES[] = {
     "com2sec", "com2sec6", "com2secunix", "createUser",
     "usmUser", "trapsink", "trap2sink",   "informsink",
 };
+
+/// Kinds of keys with which servers of time know each other.
+inline constexpr std::string_view TIME_KEYS[] = {"m",      "md5",    "sha",    "sha1",   "sha256",
+                                                 "sha384", "sha512", "aes128", "aes256", "tiger"};
+
+/// Texts of programs about a name that was typed at a login, which stands between the two. What
+/// may follow the name of a user that does not exist in a message of sshd is found by itself.
+struct secret_login {
+    std::string_view before;
+    std::string_view behind;
+    bool blanks;  ///< the name may hold blanks
+};
+inline constexpr secret_login SECRET_LOGINS[] = {
+    {"User ", " not known to the underlying", true},
+    {"user ", " does not exist", false},
+    {"bad username [", "]", true},
+    {"no such user '", "'", true},
+    {"USER ", ": no such user", true},
+};
+
+/// Accounts that are no such names.
+inline constexpr std::string_view KNOWN_ACCOUNTS[] = {"root", "(unknown)", "?"};
 
 /// Hashes of passwords: "$6$...".
 inline constexpr std::string_view CRYPT_SCHEMES[] = {

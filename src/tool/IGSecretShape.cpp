@@ -77,12 +77,12 @@ class ColonFields {
     explicit ColonFields(SecretLine& line) : line_(line) {}
     void mark() {
         const std::size_t first = line_.untilByte(0, ':');
-        for (std::size_t place = 0; place <= first; ++place) {
-            if (line_.hasEnd(place) || line_.in(place, BLANK) || line_.at(place) == '/') {
-                return;
-            }
+        std::size_t name = 0;
+        while (line_.in(name, NAME) || line_.at(name) == '*') {
+            ++name;
         }
-        if (first > 0 && !markAccount(first) && !markDatabase(first)) {
+        if (first > 0 && name == first && !line_.hasEnd(first) && !isHardware(first) &&
+            !markAccount(first) && !markDatabase(first)) {
             markOldHash(first);
         }
     }
@@ -93,12 +93,23 @@ class ColonFields {
         const std::size_t end = line_.skip(from, DIGIT);
         return end > from && line_.at(end) == ':' ? end : NOWHERE;
     }
+    // The address of an interface: 00:16:3e:aa:bb:cc
+    [[nodiscard]] bool isHardware(std::size_t first) const {
+        const std::size_t second = line_.skip(first + 1, LETTER | DIGIT);
+        return first == 2 && second == 5 && line_.at(second) == ':';
+    }
     // passwd: me:x:1000:1000:
+    // @return whether it is such a line, a hash in it or not
     bool markAccount(std::size_t first) {
         const std::size_t second = line_.untilByte(first + 1, ':');
         const std::size_t third = line_.hasEnd(second) ? NOWHERE : behindNumber(second + 1);
-        if (third == NOWHERE || behindNumber(third + 1) == NOWHERE) {
+        constexpr std::ptrdiff_t FIELDS = 7;  // at least
+        if (third == NOWHERE || behindNumber(third + 1) == NOWHERE ||
+            std::count(line_.text().begin(), line_.text().end(), ':') + 1 < FIELDS) {
             return false;
+        }
+        if (line_.until(first, BLANK) < second || line_.skip(first + 1, DIGIT) == second) {
+            return true;  // numbers of something else
         }
         std::size_t place = first + 1;
         while (line_.at(place) == 'x' || line_.at(place) == '*' || line_.at(place) == '!') {
@@ -106,9 +117,8 @@ class ColonFields {
         }
         if (place < second) {
             line_.hide(first + 1, second, secret_rest::LINE);
-            return true;
         }
-        return false;
+        return true;
     }
     // .pgpass: host:5432:db:user:x
     bool markDatabase(std::size_t first) {
@@ -130,17 +140,21 @@ class ColonFields {
         while (last > place && (line_.at(last) != ':' || line_.at(last - 1) == '\\')) {
             --last;
         }
-        line_.hide(last + 1, line_.size(), secret_rest::LINE);
+        if (line_.at(last + 1) != '*') {
+            line_.hide(last + 1, line_.size(), secret_rest::LINE);
+        }
         return true;
     }
     // A password of the oldest kind: me:abCDefGHij./1
     void markOldHash(std::size_t first) {
         std::size_t place = first + 1;
+        bool large = false;
         while (line_.in(place, LETTER | DIGIT) || line_.at(place) == '.' ||
                line_.at(place) == '/') {
+            large = large || (line_.at(place) >= 'A' && line_.at(place) <= 'Z');
             ++place;
         }
-        if (line_.hasEnd(place) && place - first == 14) {
+        if (large && line_.hasEnd(place) && place - first == 14) {
             line_.hide(first + 1, place, secret_rest::LINE);
         }
     }
@@ -149,17 +163,62 @@ class ColonFields {
 
 // chap-secrets: client * secret [address]
 void markPppSecret(SecretLine& line) {
+    secret_state& state = line.state();
+    if (line.at(0) == '#' && line.find("client") != NOWHERE && line.find("server") != NOWHERE &&
+        line.find("secret") != NOWHERE) {
+        state.dial_secrets = true;
+    }
     const std::size_t client = line.skip(0, BLANK);
-    constexpr std::string_view NONE = "0123456789*/,@-";
+    constexpr std::string_view NONE = "0123456789*/,@-#;";
     const std::size_t server = line.skip(line.until(client, BLANK), BLANK);
-    if (line.hasEnd(client) || NONE.find(line.at(client)) != NOWHERE || line.at(server) != '*' ||
-        !line.in(server + 1, BLANK)) {
+    const bool any = line.at(server) == '*' && line.in(server + 1, BLANK);
+    if (line.hasEnd(client) || NONE.find(line.at(client)) != NOWHERE ||
+        (!any && !state.dial_secrets)) {
         return;
     }
-    const std::size_t secret = line.skip(server + 1, BLANK);
+    const std::size_t secret = line.skip(line.until(server, BLANK), BLANK);
     const std::size_t address = line.skip(line.until(secret, BLANK), BLANK);
-    if (!line.hasEnd(secret) && line.hasEnd(line.skip(line.until(address, BLANK), BLANK))) {
+    const std::size_t end = line.until(secret, BLANK);
+    const bool sure = state.dial_secrets || line.in(secret, QUOTE) || !line.hasEnd(address) ||
+                      !line.hasEnd(line.until(secret, DIGIT)) || line.in(client, QUOTE);
+    const std::size_t behind = line.until(client, BLANK);
+    const bool title = line.at(behind - 1) == ':' || line.untilByte(client, '=') < behind ||
+                       line.says(client, "select ");
+    if (sure && !title && end > secret &&
+        line.hasEnd(line.skip(line.until(address, BLANK), BLANK))) {
         line.hideToEnd(secret);
+    }
+}
+
+// chrony.keys, ntp.keys: 1 SHA1 HEX:12AB, 2 MD5 x
+void markTimeKey(SecretLine& line) {
+    const std::size_t number = line.skip(0, DIGIT);
+    const std::size_t type = line.skip(number, BLANK);
+    const std::size_t end = line.skip(type, LETTER | DIGIT);
+    const std::size_t key = line.skip(end, BLANK);
+    if (number == 0 || type == number || key == end || !line.isOneOf(type, end, TIME_KEYS)) {
+        return;
+    }
+    const bool typed = line.saysExactly(key, "HEX:") || line.saysExactly(key, "ASCII:");
+    const std::size_t from = typed ? line.untilByte(key, ':') + 1 : key;
+    const std::size_t last = line.until(from, BLANK);
+    const std::size_t behind = line.skip(last, BLANK);
+    if (line.hasEnd(behind) || line.at(behind) == '#') {
+        line.hide(from, last, secret_rest::LINE);
+    }
+}
+
+// "user" "x": all of a line
+void markUserList(SecretLine& line) {
+    if (line.at(0) != '"' || line.at(line.size() - 1) != '"') {
+        return;
+    }
+    const std::size_t first = line.untilByte(1, '"');
+    const std::size_t second = line.skip(first + 1, BLANK);
+    if (second > first + 1 && line.at(second) == '"' &&
+        line.untilByte(second + 1, '"') + 1 == line.size() &&
+        line.looksSecret(second + 1, line.size() - 1)) {
+        line.hide(second + 1, line.size() - 1, secret_rest::LINE);
     }
 }
 
@@ -197,6 +256,9 @@ constexpr PairFilter makeShapeFilter() {
     filter.add('B', 'e');
     filter.add('B', 'a');
     filter.add('o', 'o');  // Cookie
+    filter.add('S', 'C');  // SCRAM-SHA-256$
+    filter.add('H', 'E');  // HEX:12AB
+    filter.add('m', 'd');  // md5 and a number
     filter.add('a', 'u');
     filter.add('e', 'n');
     for (const std::string_view scheme : CRYPT_SCHEMES) {
@@ -240,6 +302,12 @@ class ShapeScan {
                 return scheme(place);
             case 'o':
                 return cookie(place);
+            case 'S':
+                return line_.at(place + 1) == 'C' ? scram(place) : shape(place);
+            case 'H':
+                return hexadecimal(place, "HEX:");
+            case 'm':
+                return hexadecimal(place, "md5");
             case 'a':
             case 'e':
                 return line_.at(place + 1) == 'y' ? shape(place) : base64(place);
@@ -256,6 +324,8 @@ class ShapeScan {
     std::size_t hook(std::size_t place);
     std::size_t scheme(std::size_t place);
     std::size_t cookie(std::size_t place);
+    std::size_t scram(std::size_t place);
+    std::size_t hexadecimal(std::size_t place, std::string_view beginning);
     std::size_t base64(std::size_t place);
     std::size_t shape(std::size_t place);
     std::size_t service(std::size_t place);
@@ -348,10 +418,13 @@ std::size_t ShapeScan::scheme(std::size_t place) {
         ++from;
     }
     std::size_t end = from;
+    bool is_word = true;  // of a sentence: letters, of which the first alone may be a capital
     while (line_.in(end, NAME | BASE64) || line_.at(end) == '~') {
+        const char c = line_.at(end);
+        is_word = is_word && line_.in(end, LETTER) && (end == from || c >= 'a');
         ++end;
     }
-    if (end - place > 15) {
+    if (end - place > 15 && (word == 6 || !is_word)) {
         line_.hide(from, end, secret_rest::WORD);
     }
     return end;
@@ -371,6 +444,31 @@ std::size_t ShapeScan::cookie(std::size_t place) {
     }
     line_.hideToEnd(place + 7);
     return line_.size();
+}
+
+// SCRAM-SHA-256$4096:x
+std::size_t ShapeScan::scram(std::size_t place) {
+    const std::size_t sign = line_.skip(place, KEY);
+    if (!line_.saysExactly(place, "SCRAM-SHA-") || line_.at(sign) != '$') {
+        return sign;
+    }
+    const std::size_t end = line_.until(sign, BLANK | QUOTE);
+    line_.hide(sign + 1, end, secret_rest::WORD);
+    return end;
+}
+
+// HEX:12AB..., md512ab...: sixteen bytes or more.
+std::size_t ShapeScan::hexadecimal(std::size_t place, std::string_view beginning) {
+    constexpr std::size_t SHORTEST = 32;
+    const std::size_t from = place + beginning.size();
+    std::size_t end = from;
+    while (line_.in(end, HEXADECIMAL) || (line_.at(end) >= 'a' && line_.at(end) <= 'f')) {
+        ++end;
+    }
+    if (!line_.saysExactly(place, beginning) || !standsApart(place) || line_.in(end, KEY)) {
+        return 0;
+    }
+    return hideLong(from, end, SHORTEST);
 }
 
 // "auth": "bWU6...", encrypt = "...": user and password of a registry, a key
@@ -408,7 +506,8 @@ bool ShapeScan::standsApart(std::size_t place) const {
 
 std::size_t ShapeScan::shape(std::size_t place) {
     for (const secret_shape& one : SECRET_SHAPES) {
-        if (line_.saysExactly(place, one.beginning) && (!one.apart || standsApart(place))) {
+        if (line_.saysExactly(place, one.beginning) && (!one.apart || standsApart(place)) &&
+            !line_.saysExactly(place, "sk-ssh-") && !line_.saysExactly(place, "sk-ecdsa-")) {
             if (const std::size_t next = key(place, one); next != 0) {
                 return next;
             }
@@ -485,6 +584,8 @@ void markFields(SecretLine& line) {
     ColonFields(line).mark();
     markPppSecret(line);
     markSnmp(line);
+    markTimeKey(line);
+    markUserList(line);
     const std::size_t size = line.size();
     if (size == 44 && line.at(43) == '=' && line.skip(0, BASE64) == size && line.at(42) != '=') {
         line.hideToEnd(0);

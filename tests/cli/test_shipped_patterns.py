@@ -24,9 +24,22 @@ AREAS = {
     "network", "package", "performance", "process", "schedule", "security", "service", "storage",
     "system", "time", "user",
 }
+PRODUCTS = {
+    "apache", "java", "java_threads", "kubernetes", "mariadb", "nginx", "pacemaker", "postgresql",
+}
 LONGEST_ITEM = 50 << 20
 LARGEST_OUTPUT = 100 << 20
 LOGS = {"quendil_index", "quendil.log", "quendil_hist.log", "quendil_hist_old.log"}
+
+
+def files(of_product: bool) -> list[PatternFile]:
+    """The shipped files of the system, or those of products, in their order."""
+    every = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
+    return [file for file in every if file.of_product == of_product]
+
+
+SYSTEM_FILES, PRODUCT_FILES = files(of_product=False), files(of_product=True)
+PRODUCT_GROUPS = [word for file in PRODUCT_FILES for word in ("-g", file.root.text("PP_GROUP"))]
 
 
 def check(directory: Path) -> subprocess.CompletedProcess[str]:
@@ -46,19 +59,20 @@ def test_the_shipped_files_keep_every_rule():
 def test_the_shipped_set_has_every_area_and_enough_items():
     counts = re.fullmatch(r"(\d+) files, (\d+) tools, (\d+) data items\n", check(PATTERNS).stdout)
     assert counts is not None
-    files, tools, items = map(int, counts.groups())
-    assert (files, tools > 150, items >= 250) == (len(AREAS), True, True)
-    assert {path.name.partition("_")[2] for path in PATTERNS.iterdir()} == AREAS
+    number, tools, items = map(int, counts.groups())
+    assert (number, tools > 150, items >= 250) == (len(AREAS | PRODUCTS), True, True)
+    assert {file.name.partition("_")[2] for file in SYSTEM_FILES} == AREAS
+    assert {file.name.partition("_")[2] for file in PRODUCT_FILES} == PRODUCTS
 
 
 def test_every_shipped_file_has_a_target_of_its_name_and_a_group_of_its_own():
-    for path in PATTERNS.iterdir():
-        file = PatternFile(path.name, path.read_bytes())
-        name = path.name.partition("_")[2]
-        assert {block.text("TARGET") for block in file.blocks} == {name}, path.name
+    for file in SYSTEM_FILES + PRODUCT_FILES:
+        name = file.name.partition("_")[2]
+        assert {block.text("TARGET") for block in file.blocks} == {name}, file.name
         groups = file.root.texts("PP_GROUP")
-        assert {"linux", name} <= set(groups), path.name
-        assert len(groups) == len(set(groups)), path.name
+        assert name in groups, file.name
+        assert ("linux" in groups) != file.of_product, file.name
+        assert len(groups) == len(set(groups)), file.name
 
 
 RUN = "/opt/norvale/quendil/tool/run"
@@ -68,11 +82,18 @@ def item_rows(text: str) -> list[list[str]]:
             for line in text.splitlines() if re.match(r"\| (?!item )", line)]
 
 
-def test_the_documentation_lists_every_item():
-    described = [row[1] for row in item_rows((ROOT / "docs/linux-items.md").read_text())]
-    files = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
-    assert described == [item.text("DESCRIPTION") for file in files
-                         for item in file.items("DATA_BLOCK")]
+@pytest.mark.parametrize("page, described", [
+    ("linux-items.md", SYSTEM_FILES), ("product-items.md", PRODUCT_FILES)])
+def test_the_documentation_lists_every_item(page: str, described: list[PatternFile]):
+    rows = [row[1] for row in item_rows((ROOT / "docs" / page).read_text())]
+    assert rows == [item.text("DESCRIPTION") for file in described for item in file.items("DATA_BLOCK")]
+
+
+def test_every_product_group_is_named_by_the_documents():
+    readme, page = ((ROOT / name).read_text() for name in ("README.md", "man/quendil.8"))
+    for name in PRODUCTS:
+        assert re.search(rf"`{name}`", readme), name
+        assert re.search(rf"^\.It (\w+ , )*{name}\b", page, re.MULTILINE), name
 
 
 GOOD = pattern_text.pattern(pattern_text.block(
@@ -104,6 +125,8 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("df -lk", "ps -ef -o pid,args", "the arguments of processes cannot be turned off"),
     ("df -lk", "-c names -eo pid,comm", "names is not told"),
     ("df -lk", "-l 51 df -l", "51 MiB are too much"),
+    ("df -lk", "-e /run/docker.pid docker ps -a", "docker is not told"),
+    ("df -lk", "-0 find /proc -name exe -print0", "find is not told"),
     ("df -lk", "iw dev", "iw is run on no condition"),
     ("df -lk", "cat /etc/shadow", "may hold secrets"),
     ("run -m df -lk", "show /etc/shadow", "may bring secrets along"),
@@ -138,29 +161,84 @@ def test_the_checker_finds_what_breaks_a_rule(tmp_path: Path, present: str, wron
     assert done.returncode == 1 and told in done.stdout
 
 
+SQL, JVM = "/opt/norvale/quendil/tool/sql", "/opt/norvale/quendil/tool/jvm"
+ASKED = [f"{SQL} postgresql -x \"SELECT now()\"", f"{JVM} jstat -gc {{}}"]
+PRODUCT = GOOD.replace('"linux"', '"disk"')
+
+
+@pytest.mark.parametrize("command", [
+    *ASKED, f"{SQL} mariadb \"SHOW GLOBAL STATUS\"", f"{JVM} options", f"{JVM} -a jcmd {{}} Thread.print -l"])
+def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, command: str):
+    escaped = command.replace('"', '\\"')
+    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} df -lk", escaped))
+    done = check(tmp_path)
+    assert (done.returncode, done.stdout) == (0, "1 files, 1 tools, 1 data items\n")
+
+
+@pytest.mark.parametrize("command, told", [
+    (f"{SQL} postgresql -x \"DELETE FROM pg_class\"", "this is no query that only reads"),
+    (f"{SQL} postgresql \"SELECT 1; DROP TABLE x\"", "this is no query that only reads"),
+    (f"{SQL} postgresql \"SELECT * FROM public.orders\"", "public.orders is not the database's own"),
+    (f"{SQL} postgresql \"SELECT * FROM pg_stat_statements s JOIN mine USING (x)\"", "mine is not"),
+    (f"{SQL} postgresql \"SELECT pg_reload_conf()\"", "pg_reload_conf may change or wait"),
+    (f"{SQL} postgresql \"SELECT pg_total_relation_size(1)\"", "may change or wait"),
+    (f"{SQL} postgresql \"SELECT rolpassword FROM pg_authid\"", "rolpassword is a secret"),
+    (f"{SQL} mariadb \"FLUSH TABLES\"", "FLUSH may change or wait"),
+    (f"{SQL} mariadb \"SELECT * FROM mysql.user\"", "the columns are not named"),
+    (f"{SQL} oracle \"SELECT 1\"", "oracle is no database that is known"),
+    (f"{JVM} jcmd {{}} GC.run", "not to be asked jcmd {} GC.run"),
+    (f"{JVM} jcmd {{}} VM.system_properties", "not to be asked"),
+    (f"{JVM} -a jcmd {{}} GC.heap_dump /tmp/x", "not to be asked"),
+    (f"{RUN} psql -l", "psql may change, wake or wait for something"),
+    (f"{RUN} -u postgres -t 5 psql -l", "psql may change, wake or wait for something"),
+    (f"{RUN} nginx -T", "nginx is not told ^-[vV]$"),
+    (f"{RUN} apache2ctl -S", "apache2ctl may change"),
+    (f"{RUN} cibadmin -Q", "cibadmin is run on no condition"),
+    (f"{RUN} -e /run/x crm_mon -1", "the output of crm_mon is not masked"),
+    (f"{RUN} -m -e /run/x curl -s -S -m 5 http://example.org/", "curl is not told"),
+    ("/opt/norvale/quendil/tool/show /etc/mysql", "may bring secrets along"),
+    ("/opt/norvale/quendil/tool/show /etc/kubernetes/*.conf", "may bring secrets along"),
+])
+def test_the_checker_finds_what_no_product_is_to_be_asked(tmp_path: Path, command: str, told: str):
+    escaped = command.replace('"', '\\"')
+    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} df -lk", escaped))
+    done = check(tmp_path)
+    assert done.returncode == 1 and told in done.stdout
+
+
+@pytest.mark.parametrize("name, group, told", [
+    ("80_disk", "linux", "the group linux collects no product"),
+    ("80_disk", "other", "the first group is not disk"),
+    ("79_disk", "disk", "the group linux is missing"),
+])
+def test_the_checker_keeps_products_out_of_the_system(tmp_path: Path, name: str, group: str, told: str):
+    (tmp_path / name).write_text(GOOD.replace('"linux"', f'"{group}"'))
+    done = check(tmp_path)
+    assert done.returncode == 1 and told in done.stdout
+
+
 # ---- For real -----------------------------------------------------------------------------------
 
 
-def commands() -> list[str]:
-    """The command lines of all shipped tools as a run shows them, in their order."""
-    files = [PatternFile(path.name, path.read_bytes()) for path in sorted(PATTERNS.iterdir())]
+def commands(collected: list[PatternFile]) -> list[str]:
+    """The command lines of these files' tools as a run shows them, in their order."""
     return [tool.text("COMMAND_LINE").replace("%%", "%")
-            for file in files for tool in file.items("TOOL_BLOCK")]
+            for file in collected for tool in file.items("TOOL_BLOCK")]
 
 
-def data_items() -> int:
-    """The number of all shipped data items."""
-    return sum(path.read_text().count("DATA_BLOCK {") for path in PATTERNS.iterdir())
+def data_items(collected: list[PatternFile]) -> int:
+    """The number of these files' data items."""
+    return sum(len(file.items("DATA_BLOCK")) for file in collected)
 
 
-def check_logs(run: Run) -> None:
+def check_logs(run: Run, arguments: str, collected: list[PatternFile]) -> None:
     """Both logs hold nothing but what they should, and every tool had its turn and its time."""
     items = grammar.read_run_log(run.raw["log"] or "")
-    assert [text for kind, text in items if kind == "tool"] == commands()
+    assert [text for kind, text in items if kind == "tool"] == commands(collected)
     assert "ZEPA126-W" not in (run.raw["log"] or "")
     assert "Return code = 255" not in (run.raw["log"] or "")
     assert grammar.read_history(run.raw["history"] or "") == 1
-    assert run.history == expect.history("-g linux", 0, f"{expect.OUTPUT_DIRECTORY}.tar.gz")
+    assert run.history == expect.history(arguments, 0, f"{expect.OUTPUT_DIRECTORY}.tar.gz")
 
 
 def check_archive(tree: Tree) -> None:
@@ -186,7 +264,7 @@ def check_index(run: Run, tree: Tree) -> None:
 def check_no_secret(tree: Tree) -> None:
     """Nothing came along that only the super user may know."""
     name_of_secret = re.compile(
-        r"(^|/)(g?shadow-?|sudoers|crypttab|environ|\w*_key|[^/]*\.key|\d+/cmdline)$")
+        r"(^|/)(g?shadow-?|sudoers|crypttab|environ|\w*_key|authkey|[^/]*\.key|\d+/cmdline)$")
     assert [name for name in tree.names if name_of_secret.search(name)] == []
     assert [name for name in tree.names if secrets.MARK in name] == []
     mark = secrets.MARK.encode()
@@ -206,6 +284,7 @@ def check_filtered(tree: Tree) -> None:
             ("user/failed_logins.txt", b"******** "),
             ("user/login_log.txt", b"sshd[1]: Invalid user ****"),
             ("log/syslog.txt", b"user=me"),
+            ("time/chrony_conf.txt", b"server ntp.example.org"),
             ("package/apt_sources.txt", b"deb https://me:*"),
             ("user/accounts.txt", b":root:/root:"),
             ("kernel/cmdline.txt", b"root=/dev/sda1"),
@@ -239,18 +318,18 @@ def check_names(tree: Tree) -> None:
         assert shown in printed[name], name
 
 
-def check_table(machine: Machine, run: Run, directory: Path) -> None:
+def make_table(machine: Machine, run: Run, directory: Path, kind: str, collected: list[PatternFile]
+               ) -> list[list[str]]:
     """The table of the documentation can be made from the run: a row an item, a time a tool."""
     (directory / "quendil.log").write_text(run.raw["log"] or "")
     done = subprocess.run(
-        [sys.executable, "-B", str(ROOT / "scripts/item-table"), str(directory / "quendil.log"),
+        [sys.executable, "-B", str(ROOT / "scripts/item-table"), kind, str(directory / "quendil.log"),
          str(machine.path(run.result))], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stderr) == (0, "")
     rows = item_rows(done.stdout)
-    assert len(rows) == data_items()
-    assert sum(re.fullmatch(r"\d+ s", row[2]) is not None for row in rows) == len(commands())
-    assert ["/etc/hostname", "Host name set at boot", "",
-            f"{len(run.archive.read('system/etc/hostname'))} B"] in rows
+    assert len(rows) == data_items(collected)
+    assert sum(re.fullmatch(r"\d+ s", row[2]) is not None for row in rows) == len(commands(collected))
+    return rows
 
 
 def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tmp_path: Path):
@@ -267,18 +346,21 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     machine.file("/tmp/over")
     hostile_names.stop(machine)
     assert (run.status, run.stderr) == (0, "")
-    assert run.stdout == complete_output(len(commands()) + data_items())
+    assert run.stdout == complete_output(len(commands(SYSTEM_FILES)) + data_items(SYSTEM_FILES))
     assert machine.exists(run.result)
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
     run.check_times()
     tree = run.archive
-    check_logs(run)
+    check_logs(run, "-g linux", SYSTEM_FILES)
+    assert {name.partition("/")[0] for name in tree.files()} - LOGS <= AREAS
     check_archive(tree)
     check_index(run, tree)
     check_no_secret(tree)
     check_filtered(tree)
     check_names(tree)
-    check_table(machine, run, tmp_path)
+    rows = make_table(machine, run, tmp_path, "linux", SYSTEM_FILES)
+    assert ["/etc/hostname", "Host name set at boot", "",
+            f"{len(tree.read('system/etc/hostname'))} B"] in rows
     sizes = [len(content) for content in tree.files().values()]
     assert (max(sizes) <= LONGEST_ITEM, sum(sizes) <= LARGEST_OUTPUT) == (True, True)
 
@@ -292,6 +374,65 @@ def test_a_site_can_forbid_the_arguments_of_processes(machine: Machine):
     assert machine.exec(asking).stdout == (
         "ps: forbidden on this machine: there is /etc/opt/norvale/quendil/config/no_process_arguments\n")
     machine.exec("pkill -x sleep", check=False)
+
+
+#: What the product files show beside the secrets.
+SHOWN = [
+    ("nginx/conf_main.txt", b"worker_processes 4;\nset $db_password \"*"),
+    ("nginx/conf_sites.txt", b"proxy_set_header X-Api-Key *"),
+    ("nginx/log_access.txt", b"GET /x?token=*"),
+    ("apache/conf_main.txt", b"AuthLDAPBindPassword ********\nListen 80"),
+    ("apache/conf_sites.txt", b"ProxyPass / http://me:*"),
+    ("postgresql/conf_debian.txt", b"ldapserver=h ldapbindpasswd=*"),
+    ("postgresql/conf_auto.txt", b"port = '5432'\nprimary_conninfo = 'host=h user=me password=*"),
+    ("postgresql/log_debian.txt", b"CREATE ROLE me PASSWORD '*"),
+    ("mariadb/conf_parts.txt", b"user = me\npassword = *"),
+    ("mariadb/log_slow.txt", b"CREATE USER me IDENTIFIED BY '*"),
+    ("kubernetes/files.txt", b"/etc/kubernetes/admin.conf"),
+    ("kubernetes/kubelet_conf.txt", b"kind: KubeletConfiguration\nbootstrapToken: *"),
+    ("pacemaker/conf_corosync.txt", b"cluster_name: demo\n  key: *"),
+    ("pacemaker/conf_files.txt", b"authkey"),
+    ("pacemaker/log_pacemaker.txt", b'name="passwd" value="*'),
+]
+#: What they say of a product that does not run.
+NOT_IN_USE = [
+    ("nginx/processes.txt", b"nginx: not in use on this machine: no such process\n"),
+    ("apache/processes.txt", b"apache2 httpd: not in use on this machine: no such process\n"),
+    ("postgresql/activity.txt", b"postgresql: not in use on this machine: no server listens on a socket\n"),
+    ("mariadb/status.txt", b"mariadb: not in use on this machine: no server listens on a socket\n"),
+    ("java/gc_use.txt", b"jstat: not in use on this machine: no Java virtual machine runs\n"),
+    ("java_threads/threads_first.txt", b"jcmd: not in use on this machine: no Java virtual machine runs\n"),
+]
+
+
+def keep_from_databases(machine: Machine) -> None:
+    """Has "sql" look for servers where there is none, for the host may run some."""
+    tool = "/opt/norvale/quendil/tool/sql"
+    machine.file(f"{tool}.real", machine.read(tool), 0o755)
+    machine.file(tool, '#!/bin/sh\nexec unshare -n "$0.real" "$@"\n', 0o755)
+
+
+def test_the_products_are_collected_on_request_and_bring_no_secret(machine: Machine, tmp_path: Path):
+    secrets.plant(machine, hostile_names.VAR)
+    keep_from_databases(machine)
+    machine.file("/var/opt/norvale/quendil/log/quendil_hist.log", "x" * 10_000)
+    run = machine.run(*PRODUCT_GROUPS, seconds=240)
+    assert (run.status, run.stderr) == (0, "")
+    assert run.stdout == complete_output(len(commands(PRODUCT_FILES)) + data_items(PRODUCT_FILES))
+    tree = run.archive
+    check_logs(run, " ".join(PRODUCT_GROUPS), PRODUCT_FILES)
+    check_archive(tree)
+    check_index(run, tree)
+    check_no_secret(tree)
+    assert {name.partition("/")[0] for name in tree.files()} - LOGS == PRODUCTS
+    assert {name: shown for name, shown in SHOWN if shown not in tree.read(name)} == {}
+    assert {name: tree.read(name) for name, _ in NOT_IN_USE} == dict(NOT_IN_USE)
+    make_table(machine, run, tmp_path, "products", PRODUCT_FILES)
+
+
+def test_web_servers_have_a_group_in_common(machine: Machine):
+    run = machine.run("-g", "web", seconds=60)
+    assert {name.partition("/")[0] for name in run.archive.files()} - LOGS == {"apache", "nginx"}
 
 
 @pytest.mark.parametrize("option", ["-g", "-t"])

@@ -8,7 +8,7 @@ import pytest
 from support import expect, hostile_names, pattern_text
 from support.collecting import collect
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, lay_over
+from support.tool_directory import TOOLS, add_users, lay_over
 
 RUN, SHOW, MASK, ESCAPE = (f"{TOOLS}/{name}" for name in ("run", "show", "mask", "escape"))
 ROOT = Path(__file__).resolve().parents[2]
@@ -68,11 +68,13 @@ def test_only_paths_that_exist_are_passed_where_asked(system: Machine):
 
 
 @pytest.mark.parametrize("arguments", [(), ("-x", "ls"), ("-l", "x", "ls"), ("-l", "", "ls"),
-                                       ("-n",), ("/bin/ls",), ("../ls",), ("-e",), ("",)])
+                                       ("/bin/ls",), ("../ls",), ("-e",), ("",), ("-t", "x", "ls"),
+                                       ("-n",), ("-u",), ("-u", "", "ls")])
 def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
-    assert done.stderr.endswith("usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] NAME [ARG]...\n")
+    assert done.stderr.endswith(
+        "usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] [-t SECONDS] [-u USER] NAME [ARG]...\n")
 
 
 @pytest.mark.parametrize("zone, kept", [
@@ -130,6 +132,68 @@ def test_a_program_of_lines_that_end_with_nul_keeps_what_it_has_printed(system: 
     text = run.archive.read("stuck.txt")
     assert text.endswith(b"sh: stopped here by the time limit\n")
     assert b"message\n" in text and b"a\\012" in text
+
+
+# ---- As another user, and for some seconds -------------------------------------------------------
+
+
+def words(machine: Machine, command: str) -> list[str]:
+    return machine.exec(command).stdout.split()
+
+
+@pytest.mark.parametrize("user", ["owner", "4711:4712"])
+def test_a_program_runs_as_another_user_who_has_nothing_else(system: Machine, user: str):
+    add_users(system)
+    ids = words(system, f"setpriv --groups 4720 {RUN} -u {user} sh -c 'id -u; id -g; id -G'")
+    assert ids == ["4711", "4712", "4712"]
+    states = words(system, f"{RUN} -u {user} grep -E 'NoNewPrivs|CapEff|CapPrm' /proc/self/status")
+    assert states == ["CapPrm:", "0" * 16, "CapEff:", "0" * 16, "NoNewPrivs:", "1"]
+    assert words(system, f"SECRET=x {RUN} -u {user} env | grep SECRET || echo none") == ["none"]
+    assert words(system, f"cd /root && {RUN} -u {user} pwd") == ["/"]
+
+
+def test_a_program_of_another_user_has_no_terminal_to_type_on(machine: Machine):
+    add_users(machine)
+    machine.file("/tmp/on_terminal.py", """
+import os, pty, sys
+pid, terminal = pty.fork()
+if pid == 0:
+    os.execv(sys.argv[1], sys.argv[1:])
+try:
+    while text := os.read(terminal, 4096):
+        os.write(1, text)
+except OSError:
+    pass
+os.waitpid(pid, 0)
+""")
+    opens = "(: </dev/tty) 2>/dev/null && echo a terminal || echo none"
+    for user, found in (("", "a terminal"), ("-u owner ", "none")):
+        shown = machine.exec(f"python3 /tmp/on_terminal.py {RUN} {user}sh -c '{opens}'").stdout
+        assert shown.strip() == found
+
+
+@pytest.mark.parametrize("user", ["nobody-of-this-name", "1", "1:2:3", "1:", ":1"])
+def test_a_user_who_is_not_in_the_file_of_users_is_not_looked_for(machine: Machine, user: str):
+    done = machine.exec([RUN, "-u", user, "id"])
+    assert (done.status, done.stdout) == (0, f"id: not asked: there is no user {user}\n")
+
+
+def test_a_program_that_hangs_is_stopped_after_its_seconds(system: Machine):
+    add_users(system)
+    for user in ("", "-u owner "):
+        done = system.exec(f"{RUN} {user}-t 1 sh -c 'echo a; exec sleep 1000'", check=False)
+        assert (done.status, done.stdout) == (124, "a\nsh: stopped here after 1 seconds\n")
+        done = system.exec(f"{RUN} {user}-t 100 sh -c 'echo a; exit 3'", check=False)
+        assert (done.status, done.stdout) == (3, "a\n")
+
+
+def test_a_time_limit_stops_a_program_of_another_user_too(system: Machine):
+    add_users(system)
+    stuck = f'{RUN} -m -u owner sh -c "echo password=abc; exec sleep 1000"'
+    run = collect(system, pattern_text.tool(stuck, "%d%/stuck.txt", timeout=3, wait=30),
+                  pattern_text.data("%d%/stuck.txt"))
+    assert run.archive.read("stuck.txt") == (
+        f"password={HIDDEN}\nsh: stopped here by the time limit\n".encode())
 
 
 # ---- Names that users choose ---------------------------------------------------------------------
@@ -239,7 +303,7 @@ MASKED = [
     ('<a token="abc" password="d">e</a>', f'<a token="{HIDDEN}" password="{HIDDEN}">e</a>'),
     ('{"name": "DB_PASSWORD", "value": "abc"}', f'{{"name": "DB_PASSWORD", "value": "{HIDDEN}"}}'),
     ("- name: DB_PASSWORD\n  value: abc", f"- name: DB_PASSWORD\n  value: {HIDDEN}"),
-    ("Server=x;Password=abc;Database=y", f"Server=x;Password={HIDDEN}"),
+    ("Server=x;Password=abc;Database=y", f"Server=x;Password={HIDDEN};Database=y"),
     ("'password' => 'abc',", f"'password' => '{HIDDEN}',"),
     ("CREATE USER me IDENTIFIED BY 'abc'", f"CREATE USER me IDENTIFIED BY '{HIDDEN}'"),
     ("app --token=abc --user=me", f"app --token={HIDDEN} --user=me"),
@@ -247,7 +311,7 @@ MASKED = [
     ("curl -u me:abc http://x", f"curl -u me:{HIDDEN} http://x"),
     ("Nov 1 h a[1]: password=abc user=me", f"Nov 1 h a[1]: password={HIDDEN} user=me"),
     ("GET /?access_key=abc&x=1", f"GET /?access_key={HIDDEN}&x=1"),
-    ("rocommunity abc default", f"rocommunity {HIDDEN}"),
+    ("rocommunity abc default", f"rocommunity {HIDDEN} default"),
     ("com2sec local default abc", f"com2sec local {HIDDEN}"),
     ("bindpw abc", f"bindpw {HIDDEN}"),
     ("ldap_default_authtok = abc", f"ldap_default_authtok = {HIDDEN}"),
@@ -283,7 +347,7 @@ MASKED = [
     ("a:\n  secret:\n    b: c\n    d: e\n  f: g", f"a:\n  secret:\n{HIDDEN}\n{HIDDEN}\n  f: g"),
     ("password: |\n  abc\nuser: me", f"password: |\n{HIDDEN}\nuser: me"),
     ('password="abc\ndef"\nuser=me', f'password="{HIDDEN}\n{HIDDEN}"\nuser=me'),
-    ("DB_AUTH=abc userpass=def", f"DB_AUTH={HIDDEN}"),
+    ("DB_AUTH=abc userpass=def", f"DB_AUTH={HIDDEN} userpass={HIDDEN}"),
     ("a b dbpass=abc x KEY1=s:abc", f"a b dbpass={HIDDEN} x KEY1={HIDDEN}"),
     ("mka-cak=abc", f"mka-cak={HIDDEN}"),
     ('"auth": "bWU6YWJjZGVm", "x": 1', f'"auth": "{HIDDEN}", "x": 1'),

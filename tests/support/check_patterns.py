@@ -31,6 +31,7 @@ FILE_NAME = re.compile(r"[0-9]{2}_[a-z][a-z0-9_]*")
 
 FORMAT_VERSION = "1.0"
 GROUP = "linux"
+FIRST_PRODUCT = 80  # files from this number on are of products, which are collected on request only
 SPECIAL_STRINGS = {"", "YY", "MM", "DD", "hh", "mm", "ss", "d", "HOST"}  # "" is "%%", a plain "%"
 FILE_TYPES = {"text", "binary", "archive", "directory"}
 
@@ -63,11 +64,15 @@ SECRETS = (
     "/proc/1/cmdline", "/proc/1/environ", "/proc/self/environ", "/proc/keys", "/proc/kcore",
     "/proc/sys/net/core/netdev_rss_key", "/proc/sys/net/ipv4/tcp_fastopen_key",
     "/proc/sys/net/ipv6/conf/all/stable_secret", "/home/user/.ssh", "/root/.ssh",
+    "/etc/mysql/debian.cnf", "/etc/kubernetes/admin.conf", "/etc/kubernetes/kubelet.conf",
+    "/etc/kubernetes/manifests/etcd.yaml", "/etc/cni/net.d/calico-kubeconfig",
+    "/var/lib/kubelet/pki/kubelet-client-current.pem", "/etc/rancher", "/etc/corosync/authkey",
+    "/etc/pacemaker/authkey", "/etc/booth",
 )
 # Names that betray a secret wherever they stand.
 SECRET_NAME = re.compile(
     r"/(g?shadow-?|id_(rsa|dsa|ecdsa|ed25519)|[^/]*\.(key|keys|keytab|netdev|p12|pfx|jks)|[^/]*_key"
-    r"|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
+    r"|\.pgpass|\.my\.cnf|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
 
 # What the filter takes the secrets out of: these files may be shown, but not collected as they are.
 FILTERED = (
@@ -82,10 +87,11 @@ FILTERED = (
 )
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
-TOOLS = {"run", "show"}
-OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci"}  # of "run -c"
+TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
+OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
+                "certificates", "process"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
-WRAPPER_OPTIONS = {"-l", "-e", "-n"}  # these take a value
+WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
 EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
@@ -96,12 +102,18 @@ FORBIDDEN_PROGRAMS = {
     "ash", "awk", "bash", "blkid", "dash", "depmod", "env", "fdisk", "hdparm", "hwclock", "insmod", "kill",
     "lslocks", "lsof", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
     "rm", "sensors", "sfdisk", "sh", "strace", "sync", "tee", "touch", "umount", "xargs",
+    # These run shell code or write where they only look, or take the keys of an administrator.
+    "apache2ctl", "apachectl", "corosync-blackbox", "crm", "crm_simulate", "kubectl", "pcs", "pg_ctlcluster",
+    # Only "sql", "jvm" and "certificates" know how to run these.
+    "jcmd", "jinfo", "jmap", "jstack", "jstat", "mariadb", "mariadb-admin", "mysql", "mysqladmin", "openssl",
+    "psql",
 }
 # Programs that load modules or start services when the part that they ask is not in use.
 NEED_A_REASON = {
-    "btrfs", "crictl", "dmsetup", "docker", "faillock", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
+    "btrfs", "cibadmin", "corosync-cfgtool", "corosync-cmapctl", "corosync-qdevice-tool",
+    "corosync-quorumtool", "crictl", "crm_mon", "crm_resource", "crm_verify", "curl", "dmsetup", "docker", "faillock", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
     "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "podman",
-    "resolvectl", "rpcinfo", "rpm", "systemctl", "timedatectl", "virsh", "wg", "xl", "zfs", "zpool",
+    "resolvectl", "rpcinfo", "rpm", "stonith_admin", "systemctl", "timedatectl", "virsh", "wg", "xl", "zfs", "zpool",
 }
 # Programs of which the tool directory has a safe form.
 HAVE_A_SAFE_FORM = {
@@ -114,10 +126,20 @@ NUL_ENDED = {"du", "find"}
 MUST_BE_TOLD = {
     "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
     "apt-mark": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= ", r"showhold$"),
+    "apache2": (r"^-[vl]$",), "httpd": (r"^-[vl]$",), "nginx": (r"^-[vV]$",),
+    "cibadmin": (r"^-Q$",), "corosync": (r"^-v$",), "corosync-cfgtool": (r"^-[sn]$",),
+    "corosync-cmapctl": (r"^(-m stats)?$",), "corosync-qdevice-tool": (r"^-s$",),
+    "corosync-quorumtool": (r"^-[sl]$",), "crictl": (r"^--runtime-endpoint unix:///run/",),
+    "crm_mon": (r"^-1( |$)",), "crm_resource": (r"^-l$",), "crm_verify": (r"^-L( |$)",),
+    "curl": (r"^-s -S -m [0-9]+ http://127\.0\.0\.1[:/]",), "java": (r"^-XX:-UsePerfData .*-version$",),
+    "kubeadm": (r"^version$",), "kubelet": (r"^--version$",), "pacemakerd": (r"^--features$",),
+    "stonith_admin": (r"^-[LH]( |$)",),
     "chronyc": (r"^-n (tracking|source|activity)",), "ntpq": (r"^-n ",),
+    "docker": (r"^(?!ps )|--format table ",), "podman": (r"^(?!ps )|--format table ",),
     "dumpe2fs": (r"^-h ",), "lldpcli": (r"^show ",), "mdadm": (r"^-D ",), "nft": (r"^list ",),
     "df": (r"^-l",), "du": (r"^-0 -x ",),
-    "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0$"),
+    "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0( \))?$",
+             r"^(?!.*-name exe )|-readable"),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
     "ls": (r"^-ln",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
     "nvme": (r"^(smart-log|error-log|list-subsys)\b",),
@@ -196,6 +218,11 @@ class PatternFile:
             self._check_block(block)
 
     @property
+    def of_product(self) -> bool:
+        """Whether it is of a product, as its number says, and not of the system."""
+        return self.name[:2].isdecimal() and int(self.name[:2]) >= FIRST_PRODUCT
+
+    @property
     def blocks(self) -> list[Node]:
         return [node for node in self.root.children if node.kind == "BLOCK"]
 
@@ -271,8 +298,12 @@ class PatternFile:
         if self.root.text("FORMAT_VERSION") not in ("", FORMAT_VERSION):
             self.report(self.root.line_of("FORMAT_VERSION"), f"FORMAT_VERSION is not {FORMAT_VERSION}")
         groups = self.root.texts("PP_GROUP")
-        if groups and GROUP not in groups:
+        if groups and not self.of_product and GROUP not in groups:
             self.report(self.root.line_of("PP_GROUP"), f"the group {GROUP} is missing")
+        if self.of_product and GROUP in groups:
+            self.report(self.root.line_of("PP_GROUP"), f"the group {GROUP} collects no product")
+        if self.of_product and groups[:1] != [self.name[3:]]:
+            self.report(self.root.line_of("PP_GROUP"), f"the first group is not {self.name[3:]}")
         if not self.blocks:
             self.report(1, "no BLOCK")
         # The first target of a run names the directory of the whole pattern.
@@ -347,9 +378,8 @@ def find_faults(words: list[str]) -> list[str]:
         return [f"the command {' '.join(words[:1])} is none of the tool directory"]
     faults = [f"the word {word} needs a shell, but none reads it" for word in arguments
               if re.fullmatch(r"[0-9&]*[<>|;&].*", word)]
-    if tool == "show":
-        return faults + find_show_faults(arguments)
-    return faults + (find_run_faults(arguments) if tool == "run" else [])
+    find = {"run": find_run_faults, "show": find_show_faults, "sql": find_sql_faults, "jvm": find_jvm_faults}
+    return faults + (find[tool](arguments) if tool in find else [])
 
 
 def find_show_faults(arguments: list[str]) -> list[str]:
@@ -359,6 +389,49 @@ def find_show_faults(arguments: list[str]) -> list[str]:
     faults = [f"{path} may bring secrets along" for path in paths if brings_secret(path)
               and not any(path == one for one in FILTERED)]
     return faults + [f"{limit} MiB are too much"] * (4 * limit > MOST_MIB) + ["no path"] * (not paths)
+
+
+# What a database may be asked: queries that change nothing, of its own tables and views only. A view or
+# function of a user would run with the rights of who asks.
+QUERY = re.compile(r"(SELECT|SHOW) [^;]*")
+NO_QUERY = re.compile(
+    r"\b(COPY|INTO|FLUSH|ANALYZE|LOCK TABLE|FOR UPDATE|KILL|CALL|SLEEP|lo_\w+|dblink|set_config|setval|nextval"
+    r"|load_file|get_lock|benchmark|pg_(sleep|terminate|cancel|reload|rotate|switch|create|drop|promote|advisory"
+    r"|read|stat_reset|stat_file|log_|import|export|notify|relation_size|total_relation_size|table_size"
+    r"|indexes_size)\w*)\b", re.IGNORECASE)
+SOURCE = re.compile(r"\b(?:FROM|JOIN) (?:/\*M! )?([\w.]+)")
+OWN_SOURCE = {
+    "postgresql": re.compile(r"pg_\w+"),
+    "mariadb": re.compile(r"(information_schema|performance_schema)\.\w+|mysql\.(user|innodb_table_stats)"),
+}
+SECRET_COLUMN = re.compile(r"\b(password|rolpassword|authentication_string|subconninfo|pg_authid|pg_shadow)\b")
+
+
+def find_sql_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "sql"."""
+    kind, query = (arguments[0], arguments[-1]) if len(arguments) > 1 else ("", "")
+    if kind not in OWN_SOURCE:
+        return [f"{kind} is no database that is known"]
+    faults = [f"{word[0]} may change or wait for something" for word in NO_QUERY.finditer(query)]
+    faults += [f"{name} is not the database's own" for name in SOURCE.findall(query)
+               if not OWN_SOURCE[kind].fullmatch(name)]
+    faults += [f"{name} is a secret" for name in SECRET_COLUMN.findall(query)]
+    if "*" in query and re.search(r"\b(pg_subscription|pg_user_mapping\w*|mysql\.user)\b", query):
+        faults.append("the columns are not named, and one is a secret")
+    return faults + ["this is no query that only reads"] * (QUERY.fullmatch(query) is None)
+
+
+#: What a Java virtual machine may be asked: nothing that collects garbage, writes a file or shows properties.
+JVM_COMMANDS = re.compile(
+    r"options|jstat -(class|compiler|gc|gccapacity|gccause|gcutil) \{\}( \d+ \d)?"
+    r"|(-a )?jcmd \{\} (VM\.(flags( -all)?|native_memory summary|uptime|version)|GC\.heap_info"
+    r"|Compiler\.codecache|Thread\.print -l)")
+
+
+def find_jvm_faults(arguments: list[str]) -> list[str]:
+    """What is wrong with the arguments of "jvm"."""
+    command = " ".join(arguments)
+    return [] if JVM_COMMANDS.fullmatch(command) else [f"a Java virtual machine is not to be asked {command}"]
 
 
 def take_options(arguments: list[str]) -> tuple[dict[str, str], list[str]]:
@@ -418,9 +491,9 @@ def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -
         faults.append(f"{name} is run on no condition")
     faults += [f"{name} is not told {rule}" for rule in MUST_BE_TOLD.get(name, ())
                if not re.search(rule, " ".join(arguments))]
-    # Names and sizes of secret files are no secret.
+    # Names and sizes of secret files are no secret, nor is the certificate beside a key.
     faults += [f"the command names {word}, which may hold secrets" for word in arguments
-               if name not in ("ls", "find") and is_secret(word)]
+               if name not in ("ls", "find", "certificates") and is_secret(word)]
     return faults
 
 

@@ -29,3 +29,10 @@ def lay_over(machine: Machine, directory: str, name: str, content: str, mode: in
     layer = f"/opt/layer{directory}.{name}"
     machine.file(f"{layer}/{name}", content, mode)
     machine.mount("-t", "overlay", "-o", f"lowerdir={layer}:{directory}", "layer", directory)
+
+
+def add_users(machine: Machine) -> None:
+    """Two users of this machine, known to nobody else."""
+    machine.file("/tmp/passwd", "root:x:0:0::/:/bin/sh\nowner:x:4711:4712::/:/bin/sh\n"
+                 "postgres:x:4713:4714::/:/bin/sh\nmysql:x:4715:4716::/:/bin/sh\n")
+    machine.mount("--bind", "/tmp/passwd", "/etc/passwd")

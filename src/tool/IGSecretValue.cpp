@@ -1,0 +1,157 @@
+// What a value says of itself: that it is none, or that it looks like a secret.
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+bool endsDirectory(char c) {
+    return c == '/' || c == ';' || c == ',' || c == ')' || c == '\n' || isIn(c, BLANK | QUOTE);
+}
+
+// $1, $NAME, ${NAME}, $(program): what a script puts there is known when it runs.
+bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (line.at(from) != '$') {
+        return false;
+    }
+    if (line.at(from + 1) == '(' || line.at(from + 1) == '{') {
+        return true;
+    }
+    std::size_t end = from + 1;
+    while ((line.at(end) >= 'A' && line.at(end) <= 'Z') || line.at(end) == '_') {
+        ++end;
+    }
+    return (end > from + 1 && end == to) || (line.in(from + 1, DIGIT) && to == from + 2);
+}
+
+// client.key, ${dir}/ca.pem
+bool isKeyFile(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::string_view value = line.text().substr(from, to - from);
+    return value.find_first_of(" \t") == std::string_view::npos &&
+           std::any_of(std::begin(KEY_FILES), std::end(KEY_FILES),
+                       [&](std::string_view ending) { return line.endsWith(from, to, ending); });
+}
+
+// The address of a page that explains something: whatever is secret in one has digits.
+bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (!line.says(from, "http://") && !line.says(from, "https://") && !line.says(from, "//")) {
+        return false;
+    }
+    const std::string_view value = line.text().substr(from, to - from);
+    return value.find_first_of("0123456789@? \t\"'") == std::string_view::npos;
+}
+
+// Whether a byte may stand in a value that looks like a secret. What others hold are paths, hosts,
+// versions, times, lists.
+bool isSecretByte(char c) {
+    return isIn(c, LETTER | DIGIT) ||
+           std::string_view("+-_!#%^~?@$*").find(c) != std::string_view::npos;
+}
+
+// How a stretch mixes its letters and digits.
+struct Mixture {
+    bool lower = false;
+    bool upper = false;
+    bool digit = false;
+    int changes = 0;  // from letters to digits and back
+};
+
+Mixture mixtureOf(const SecretLine& line, std::size_t from, std::size_t to) {
+    Mixture found;
+    bool was_digit = line.in(from, DIGIT);
+    for (std::size_t place = from; place < to; ++place) {
+        if (!line.in(place, LETTER | DIGIT)) {
+            continue;
+        }
+        const bool is_digit = line.in(place, DIGIT);
+        found.digit = found.digit || is_digit;
+        found.upper = found.upper || (line.at(place) >= 'A' && line.at(place) <= 'Z');
+        found.lower = found.lower || (line.at(place) >= 'a' && line.at(place) <= 'z');
+        found.changes += is_digit != was_digit ? 1 : 0;
+        was_digit = is_digit;
+    }
+    return found;
+}
+
+}  // namespace
+
+bool SecretLine::isPath(std::size_t from) const {
+    return at(from) == '/' && std::any_of(std::begin(TOP_DIRECTORIES), std::end(TOP_DIRECTORIES),
+                                          [&](std::string_view directory) {
+                                              return saysExactly(from, directory) &&
+                                                     endsDirectory(at(from + directory.size()));
+                                          });
+}
+
+bool SecretLine::isPlain(std::size_t from, std::size_t to) const {
+    return (to == from + 1 && in(from, DIGIT)) || isOneOf(from, to, PLAIN_VALUES) ||
+           isExpansion(*this, from, to) ||
+           (isPath(from) && text_.substr(from, to - from).find_first_of(" \t") == NOWHERE) ||
+           isPage(*this, from, to) || isKeyFile(*this, from, to) ||
+           (says(from, "pam_") && skip(from, LETTER | NAME) == to);
+}
+
+bool SecretLine::isArchitecture(std::size_t from) const {
+    std::size_t end = skip(from, LETTER | DIGIT);
+    end = at(end) == '_' ? skip(end + 1, DIGIT) : end;
+    return isOneOf(from, end, PACKAGE_ARCHITECTURES) && !in(end, NAME | BASE64);
+}
+
+bool SecretLine::isVersion(std::size_t from) const {
+    const std::size_t first = skip(from, DIGIT);
+    std::size_t end = at(first) == ':' ? skip(first + 1, DIGIT) : first;
+    if (first == from || at(end) != '.' || !in(end + 1, DIGIT)) {
+        return false;
+    }
+    while (in(end, DIGIT) || (at(end) >= 'a' && at(end) <= 'z') ||
+           std::string_view(".:+~-").find(at(end)) != std::string_view::npos) {
+        ++end;
+    }
+    return hasEnd(end) || in(end, BLANK);
+}
+
+bool SecretLine::isSentence(std::size_t from, std::size_t fewest) const {
+    std::size_t words = 0;
+    bool joined = false;
+    char last = '\0';
+    while (from < size()) {
+        const std::size_t end = until(from, BLANK);
+        std::size_t place = from;
+        while (place < end && std::string_view("('\"`").find(at(place)) != std::string_view::npos) {
+            ++place;
+        }
+        const std::size_t letters = place;
+        while (in(place, LETTER) || at(place) == '-' || at(place) == '_' || at(place) == '\'') {
+            ++place;
+        }
+        joined = joined || isOneOf(letters, place, SENTENCE_WORDS);
+        while (place < end &&
+               std::string_view(".,;:!?)\"'`").find(at(place)) != std::string_view::npos) {
+            ++place;
+        }
+        if (place < end) {
+            return false;
+        }
+        last = at(end - 1);
+        ++words;
+        from = skip(end, BLANK);
+    }
+    const bool ends = fewest == 2 && (last == '.' || last == ':');
+    return words >= fewest && ((joined && words > 2) || ends);
+}
+
+bool SecretLine::looksSecret(std::size_t from, std::size_t to) const {
+    constexpr std::size_t SHORTEST = 6;
+    if (to < from + SHORTEST || !in(from, LETTER | DIGIT) || saysExactly(from, "0x")) {
+        return false;
+    }
+    for (std::size_t place = from; place < to; ++place) {
+        if (!isSecretByte(at(place))) {
+            return false;
+        }
+    }
+    const Mixture found = mixtureOf(*this, from, to);
+    const bool letters = found.lower || found.upper;
+    return found.digit && letters && (found.changes > 1 || (found.upper && found.lower));
+}

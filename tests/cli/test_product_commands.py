@@ -1,0 +1,290 @@
+"""The commands of the tool directory that ask products, with stand-ins for these."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import pytest
+from support.machine import Completed, Machine
+from support.tool_directory import TOOLS, add_users, lay_over
+
+CERTIFICATES, JVM, PROCESS, SQL = (
+    f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
+HIDDEN = "********"
+
+
+# ---- Databases -----------------------------------------------------------------------------------
+
+#: Listens on sockets of users while a command runs, where nobody else listens.
+LISTENER = """
+import os, socket, subprocess, sys
+kept = []
+for place in sys.argv[1].split():
+    path, uid = place.split("=")
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    kept.append(socket.socket(socket.AF_UNIX))
+    kept[-1].bind(path.replace("|", "\\n"))
+    kept[-1].listen()
+    os.chown(path.replace("|", "\\n"), int(uid), 0)
+sys.exit(subprocess.run(sys.argv[2:]).returncode)
+"""
+CLIENT = """#!/bin/sh
+[ "$1" != --version ] || exit 0
+case $* in
+    *'FROM pg_database'*)
+        printf '%s\\n' database:postgres database:shop 'not asked because of its name: a b' ;;
+    *) echo "user $(id -u)"; printf '<%s>\\n' "$@" | tr -s ' \\n' ' '; echo ;;
+esac
+[ ! -e /tmp/fail ] || exit 2
+"""
+
+
+def ask(machine: Machine, sockets: str, *arguments: str) -> Completed:
+    """Runs "sql" where these sockets, with the numbers of their owners, are all there are."""
+    add_users(machine)
+    machine.file("/tmp/listener.py", LISTENER)
+    listener = ["unshare", "-n", "python3", "/tmp/listener.py", sockets]
+    return machine.exec([*listener, SQL, *arguments], check=False)
+
+
+def test_every_postgresql_server_is_asked_as_its_user_with_limits(system: Machine):
+    lay_over(system, "/usr/sbin", "psql", CLIENT)
+    sockets = "/tmp/pg/.s.PGSQL.5432=4713 /tmp/pg/.s.PGSQL.5433=4713"
+    done = ask(system, sockets, "postgresql", "-x", "SELECT 1")
+    assert (done.status, done.stderr) == (0, "")
+    first, second = done.stdout.split("==> ")[1:]
+    assert first.startswith("/tmp/pg/.s.PGSQL.5432\nuser 4713\n<-X> <-w> ")
+    assert second.startswith("/tmp/pg/.s.PGSQL.5433\nuser 4713\n")
+    for wanted in ("<-x>", "<-c> <SELECT 1>", "host='/tmp/pg' port=5432 dbname='postgres'",
+                   "requirepeer=postgres", "statement_timeout=10s", "lock_timeout=2s",
+                   "default_transaction_read_only=on",
+                   "search_path=pg_catalog", "passfile=/nonexistent/pgpass"):
+        assert wanted in first, wanted
+
+
+def test_every_database_of_a_server_is_asked(system: Machine):
+    lay_over(system, "/usr/sbin", "psql", CLIENT)
+    done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-a", "SELECT 1")
+    lines = [line for line in done.stdout.splitlines() if not line.startswith("<")]
+    assert lines == ["==> /tmp/pg/.s.PGSQL.5432", "not asked because of its name: a b",
+                     "--- postgres", "user 4713", "--- shop", "user 4713"]
+    assert "dbname='shop'" in done.stdout
+
+
+def test_every_mariadb_server_is_asked_as_root_without_a_password(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", CLIENT)
+    done = ask(system, "/tmp/my/mysqld.sock=4715 /tmp/my/mysqlx.sock=4715", "mariadb", "SHOW STATUS")
+    assert (done.status, done.stderr) == (0, "")
+    assert done.stdout.startswith("==> /tmp/my/mysqld.sock\nuser 0\n<--no-defaults> <--protocol=socket>")
+    assert "mysqlx" not in done.stdout
+    for wanted in ("--socket=/tmp/my/mysqld.sock", "--skip-password", "--local-infile=0",
+                   "lock_wait_timeout = 2", "max_statement_time = 10", "tx_read_only = 1", "; SHOW STATUS>"):
+        assert wanted in done.stdout, wanted
+
+
+def test_a_socket_of_any_other_user_is_named_and_not_asked(machine: Machine):
+    lay_over(machine, "/usr/sbin", "psql", CLIENT)
+    lay_over(machine, "/usr/sbin", "mariadb", CLIENT)
+    odd = "/tmp/o/.s.PGSQL.1x=4713 /tmp/o/a|FORGED.s.PGSQL.5432=4711 /tmp/o/a'b/.s.PGSQL.2=4713"
+    done = ask(machine, f"/tmp/pg/.s.PGSQL.5432=4711 {odd}", "postgresql", "SELECT 1")
+    assert (done.status, done.stdout) == (
+        0, "==> /tmp/pg/.s.PGSQL.5432\nnot asked: it belongs to user 4711\n")
+    done = ask(machine, "/tmp/my/mysql.sock=4711", "mariadb", "SELECT 1")
+    assert (done.status, done.stdout) == (
+        0, "==> /tmp/my/mysql.sock\nnot asked: it belongs to user 4711\n")
+
+
+def test_values_of_users_in_the_state_of_innodb_are_left_out(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", """#!/bin/sh
+cat <<'.'
+MariaDB thread id 13, OS thread handle 1, query id 2 localhost root Updating
+UPDATE t SET a='b', c="d" WHERE e=5 AND f='cut
+RECORD LOCKS space id 5
+ 0: len 4; hex 80000005; asc     ;;
+---TRANSACTION 24
+it's a text
+.
+""")
+    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.splitlines()[2:] == [
+        "UPDATE t SET a=?, c=? WHERE e=5 AND f=?", "RECORD LOCKS space id 5",
+        " 0: len 4; hex (left out)", "---TRANSACTION 24", "it's a text"]
+
+
+@pytest.mark.parametrize("kind", ["postgresql", "mariadb"])
+def test_no_server_is_said_in_one_line_and_a_failure_is_the_exit_status(system: Machine, kind: str):
+    done = ask(system, "/tmp/other.sock=0", kind, "SELECT 1")
+    assert (done.status, done.stdout, done.stderr) == (
+        0, f"{kind}: not in use on this machine: no server listens on a socket\n", "")
+    lay_over(system, "/usr/sbin", "psql", CLIENT)
+    lay_over(system, "/usr/sbin", "mariadb", CLIENT)
+    system.file("/tmp/fail")
+    done = ask(system, "/tmp/.s.PGSQL.1=4713 /tmp/mysqld.sock=4715", kind, "SELECT 1")
+    assert done.status == 2
+
+
+@pytest.mark.parametrize("arguments", [
+    (), ("postgresql",), ("mariadb", "-a", "SELECT 1"), ("oracle", "SELECT 1"), ("mariadb", "-y", "SELECT 1"),
+    ("mariadb", "SELECT", "1")])
+def test_wrong_usage_of_sql_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
+    done = machine.exec([SQL, *arguments], check=False)
+    assert (done.status, done.stdout) == (2, "")
+    assert "usage: sql postgresql [-a] [-x] QUERY\n" in done.stderr
+
+
+# ---- Processes and Java virtual machines ---------------------------------------------------------
+
+#: A process that is called java, handles SIGQUIT or not, and has the files of a virtual machine or not.
+VIRTUAL_MACHINE = """
+import os, signal, socket, sys, time
+os.setgid(4712)
+os.setuid(4711)
+where = "/tmp/hsperfdata_owner"
+if "counters" in sys.argv:
+    os.makedirs(where, exist_ok=True)
+    open(f"{where}/{os.getpid()}", "w").close()
+if "handler" in sys.argv:
+    signal.signal(signal.SIGQUIT, lambda *_: None)
+if "socket" in sys.argv:
+    kept = socket.socket(socket.AF_UNIX)
+    kept.bind(f"/tmp/.java_pid{os.getpid()}")
+with open("/tmp/pid.new", "w") as file:
+    file.write(str(os.getpid()))
+os.rename("/tmp/pid.new", "/tmp/pid")
+if "stopped" in sys.argv:
+    os.kill(os.getpid(), signal.SIGSTOP)
+while True:
+    time.sleep(1)
+"""
+JDK = '#!/bin/sh\necho "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n'
+
+
+class VirtualMachine:
+    """A process that is taken for a Java virtual machine, while a test looks at it."""
+
+    def __init__(self, machine: Machine, *kinds: str) -> None:
+        self.machine = machine
+        machine.exec(["chmod", "1777", "/tmp"])
+        for name in ("jcmd", "jstat"):
+            lay_over(machine, "/usr/sbin", name, JDK)
+        python = Path(os.path.realpath("/usr/bin/python3"))
+        machine.install(python, "/tmp/jdk/bin/java")
+        machine.file("/tmp/jdk/release", 'JAVA_VERSION="21"\n')
+        machine.file("/tmp/main.py", VIRTUAL_MACHINE)
+        machine.exec("setsid /tmp/jdk/bin/java -E /tmp/main.py --password=abc " + " ".join(kinds)
+                     + " >/tmp/java.out 2>&1 &")
+        machine.wait_for("/tmp/pid")
+        self.pid = machine.read("/tmp/pid")
+
+    def __enter__(self) -> VirtualMachine:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.machine.exec(["kill", "-KILL", self.pid])
+
+    def ask(self, *arguments: str) -> str:
+        return self.machine.exec([JVM, *arguments]).stdout.replace(self.pid, "PID")
+
+
+def test_a_process_is_told_of_with_its_limits_and_without_its_arguments(system: Machine):
+    with VirtualMachine(system) as one:
+        text = system.exec([PROCESS, "nothing", "java"]).stdout
+        assert system.exec([PROCESS, "-p", "java", "nothing"]).stdout == f"{one.pid}\n"
+    assert text.splitlines()[0].split()[:3] == ["PID", "PPID", "UID"]
+    assert f"\n{one.pid}: " in text and " open files, 0 kB swapped, oom_score_adj " in text
+    assert "program /tmp/jdk/bin/java\n" in text
+    assert f"\nLimits and control group of {one.pid}:\nLimit " in text and "\nMax open files " in text
+    assert "abc" not in text and "main.py" not in text
+
+
+def test_a_process_that_is_not_there_and_wrong_usage_are_told(system: Machine):
+    assert system.exec([PROCESS, "no-such", "other"]).stdout == (
+        "no-such other: not in use on this machine: no such process\n")
+    for arguments in ((), ("-x", "java"), ("a b",), ("../java",), ("",)):
+        done = system.exec([PROCESS, *arguments], check=False)
+        assert (done.status, done.stdout) == (2, "")
+        assert done.stderr.endswith("usage: process [-p] NAME...\n")
+
+
+@pytest.mark.parametrize("kinds, command, answer", [
+    (("counters",), "jstat -gc {} 1 2", None),
+    ((), "jstat -gc {}", "it publishes no counters"),
+    (("handler", "socket"), "jcmd {} VM.flags", None),
+    (("handler",), "jcmd {} VM.flags", "it was never asked before, and would open a socket"),
+    (("handler",), "-a jcmd {} VM.flags", None),
+    (("socket",), "jcmd {} VM.flags", "it does not handle SIGQUIT"),
+    (("socket",), "-a jcmd {} VM.flags", "it does not handle SIGQUIT"),
+    (("handler", "socket", "stopped"), "-a jcmd {} VM.flags", "it is stopped or about to end"),
+])
+def test_a_java_virtual_machine_is_asked_as_its_user_where_that_does_no_harm(
+        system: Machine, kinds: tuple[str, ...], command: str, answer: str | None):
+    with VirtualMachine(system, *kinds) as one:
+        if "stopped" in kinds:
+            status = f"/proc/{one.pid}/status"
+            system.wait_for(lambda: "\nState:\tT" in system.exec(["cat", status]).stdout)
+        text = one.ask(*command.split())
+    assert text.startswith("==> PID of user 4711\n")
+    rest = text.partition("\n")[2]
+    if answer:
+        assert rest == f"not asked: {answer}\n"
+    else:
+        name, *arguments = command.removeprefix("-a ").replace("{}", "PID").split()
+        assert rest.startswith(f"{name} of 4711:4712\n<-J-XX:-UsePerfData>")
+        assert rest.endswith("".join(f"<{argument}>" for argument in arguments) + "\n")
+
+
+def test_a_file_that_jcmd_leaves_when_it_is_stopped_is_removed(machine: Machine):
+    with VirtualMachine(machine, "handler") as one:
+        left = f"/tmp/.attach_pid{one.pid}"
+        machine.file(left, owner=(4711, 4712))
+        one.ask("-a", "jcmd", "{}", "VM.flags")
+        assert not machine.exists(left)
+
+
+def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_be_secret(system: Machine):
+    add_users(system)
+    given = ["-Xmx64m", "-Ddb.login=abc", "-Djava.io.tmpdir=/t", "-javaagent:/a.jar=key", "-cp", "/a:/b",
+             "--add-opens", "java.base/x=ALL-UNNAMED",
+             "-XX:OnError=x --password abc", "Main", "abc"]
+    system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/jdk/bin/java")
+    system.file("/tmp/jdk/release", 'JAVA_VERSION="21"\n')
+    system.file("/tmp/cmdline", "\0".join(["java", *given]) + "\0")
+    system.exec("setsid /tmp/jdk/bin/java 1000 >/tmp/java.out 2>&1 &")
+    system.wait_for(lambda: words(system, f"{PROCESS} -p java"))
+    pid = words(system, f"{PROCESS} -p java")[0]
+    system.mount("--bind", "/tmp/cmdline", f"/proc/{pid}/cmdline")
+    text = system.exec([JVM, "options"]).stdout
+    system.exec(["umount", f"/proc/{pid}/cmdline"])
+    system.exec(["kill", pid])
+    assert text == (
+        f'==> {pid} of user 0\n==> /tmp/jdk/release\nJAVA_VERSION="21"\n\nprogram /tmp/jdk/bin/java\n'
+        "-Xmx64m\n-Ddb.login=...\n-Djava.io.tmpdir=/t\n-javaagent:/a.jar=...\n-cp with 2 entries\n"
+        "--add-opens\n  java.base/x=ALL-UNNAMED\n"
+        f"-XX:OnError=x --password {HIDDEN}\nstarts Main\n")
+
+
+def test_no_java_virtual_machine_and_wrong_usage_are_told(system: Machine):
+    for name in ("jstat -gc {}", "jcmd {} VM.flags", "options"):
+        assert system.exec(f"{JVM} {name}").stdout == (
+            f"{name.split()[0]}: not in use on this machine: no Java virtual machine runs\n")
+    for arguments in ("", "jmap {}", "options x", "-a options", "-a jstat -gc {}", "jcmd {}", "jstat"):
+        done = system.exec(f"{JVM} {arguments}", check=False)
+        assert (done.status, done.stdout) == (2, "") and "usage: jvm options\n" in done.stderr
+
+
+# ---- Certificates --------------------------------------------------------------------------------
+
+
+def test_certificates_are_read_as_their_owner(system: Machine):
+    lay_over(system, "/usr/sbin", "openssl", '#!/bin/sh\necho "$(id -u):$(id -g) $*"\n')
+    system.file("/tmp/a/one.crt", owner=(4711, 4712))
+    system.file("/tmp/a/two.crt")
+    system.link("/tmp/a/three.crt", "/tmp/a/one.crt")
+    done = system.exec([CERTIFICATES, "/tmp/a/*.crt", "/tmp/none/*.pem"])
+    shown = "-noout -subject -issuer -serial -dates"
+    assert (done.status, done.stdout) == (
+        0, f"==> /tmp/a/one.crt\n4711:4712 x509 -in /tmp/a/one.crt {shown}\n"
+        f"==> /tmp/a/three.crt\n4711:4712 x509 -in /tmp/a/one.crt {shown}\n"
+        f"==> /tmp/a/two.crt\n0:0 x509 -in /tmp/a/two.crt {shown}\n")
+    assert system.exec([CERTIFICATES, "/tmp/none/*.pem"]).stdout == "certificates: there are none\n"
+    assert system.exec([CERTIFICATES], check=False).status == 2
