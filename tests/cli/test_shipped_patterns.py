@@ -170,7 +170,7 @@ PRODUCT = GOOD.replace('"linux"', '"disk"')
     *ASKED, f"{SQL} mariadb \"SHOW GLOBAL STATUS\"", f"{JVM} options", f"{JVM} -a jcmd {{}} Thread.print -l"])
 def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, command: str):
     escaped = command.replace('"', '\\"')
-    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} df -lk", escaped))
+    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} -m df -lk", escaped))
     done = check(tmp_path)
     assert (done.returncode, done.stdout) == (0, "1 files, 1 tools, 1 data items\n")
 
@@ -201,7 +201,7 @@ def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, c
 ])
 def test_the_checker_finds_what_no_product_is_to_be_asked(tmp_path: Path, command: str, told: str):
     escaped = command.replace('"', '\\"')
-    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} df -lk", escaped))
+    (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} -m df -lk", escaped))
     done = check(tmp_path)
     assert done.returncode == 1 and told in done.stdout
 
@@ -340,7 +340,7 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
     machine.file("/var/opt/norvale/quendil/log/quendil_hist.log", "x" * 10_000)
     machine.exec(f"SECRET={secrets.MARK} exec " + behave.command(
         behave.daemon(), behave.ready("/tmp/there"), behave.wait_for("/tmp/over"),
-        behave.exit(0), behave.out(secrets.MARK)))
+        behave.exit(0), behave.out(f"--password={secrets.MARK}")))
     machine.wait_for("/tmp/there")
     run = machine.run("-g", "linux", seconds=120)
     machine.file("/tmp/over")
@@ -366,7 +366,7 @@ def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tm
 
 
 def test_a_site_can_forbid_the_arguments_of_processes(machine: Machine):
-    asking, = [command for command in commands() if command.endswith("args")]
+    asking, = [command for command in commands(SYSTEM_FILES) if command.endswith("args")]
     machine.exec("setsid sh -c 'sleep 1000; : --password not-shown --verbose' </dev/null >/dev/null 2>&1 &")
     machine.wait_for(lambda: "--verbose" in machine.exec(asking).stdout)
     assert "--password ******** --verbose" in machine.exec(asking).stdout
