@@ -356,6 +356,17 @@ def test_names_of_failed_logins_that_are_no_users_are_masked(system: Machine):
     assert ask(system, "failed_logins") == "lastb: there is no record of failed logins\n"
 
 
+def test_refusals_are_shown_as_they_were_recorded(system: Machine):
+    assert ask(system, "refusals") == "refusals: the audit service keeps no records here\n"
+    denied = 'type=AVC msg=audit(1.%d:2): apparmor="DENIED" operation="open" name="/x"\n'
+    system.file("/tmp/log/audit/audit.log.1", denied % 1 + "type=USER_AUTH op=denied\n")
+    system.file("/tmp/log/audit/audit.log", "type=AVC msg=audit(2.0:3): avc:  denied  { read }\n"
+                + 'type=AVC msg=audit(3.0:4): apparmor="STATUS"\n' + denied % 3)
+    system.mount("--bind", "/tmp/log", "/var/log")
+    assert ask(system, "refusals") == (
+        denied % 1 + "type=AVC msg=audit(2.0:3): avc:  denied  { read }\n" + denied % 3)
+
+
 # ---- PCI devices --------------------------------------------------------------------------------
 
 

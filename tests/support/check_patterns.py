@@ -89,7 +89,7 @@ FILTERED = (
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
 OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
-                "certificates", "process"}  # of "run -c"
+                "certificates", "process", "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
