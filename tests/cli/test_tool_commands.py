@@ -3,8 +3,8 @@
 from __future__ import annotations
 
 import re
+import shutil
 import struct
-from pathlib import Path
 
 import pytest
 from support import hostile_names
@@ -408,6 +408,7 @@ def test_names_of_locked_logins_that_are_no_users_are_masked(system: Machine):
     assert (done.status, done.stderr) == (2, "usage: failed_logins [-l]\n")
 
 
+@pytest.mark.skipif(shutil.which("lastb") is None, reason="this distribution has no lastb")
 def test_real_records_of_failed_logins_are_read(machine: Machine):
     record = struct.Struct("<hxxi32s4s32s256siiii16x20x")
     machine.file("/tmp/log/btmp", b"".join(
