@@ -45,6 +45,7 @@ struct secret_state {
     bool after_name = false;        ///< "name: DB_PASSWORD" ended the line: "value: x" may follow
     bool random_passwords = false;  ///< lines of a user and a password follow
     bool dial_secrets = false;      ///< "# client server secret" has come: lines of these follow
+    bool prompted = false;          ///< an expect script waits for "assword:": "send" may follow
     bool secret_object = false;     ///< "kind: Secret" has come: its "data:" is a block of them
 
     // Of the line whose next part comes.

@@ -89,6 +89,8 @@ class CommandScan {
     std::size_t optionValue(std::size_t from, bool with_user);
     std::size_t userAndPassword(std::size_t from);
     std::size_t keyword(std::size_t from, std::size_t to);
+    [[nodiscard]] std::size_t behindKind(std::size_t from) const;
+    std::size_t literal(std::size_t from);
     [[nodiscard]] bool isSaid(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
@@ -115,6 +117,10 @@ void CommandScan::run() {
         const std::size_t from = line_.skip(0, BLANK);
         if (line_.saysExactly(from, "crypto") && line_.in(from + 6, BLANK)) {
             set(HAS_CRYPTO);
+        }
+        if (state_.prompted) {
+            set(HAS_PROMPT);
+            state_.prompted = false;
         }
     }
     for (std::size_t place = 0; place < line_.size();) {
@@ -196,7 +202,7 @@ bool CommandScan::isOpen(std::size_t from, std::size_t to) const {
 }
 
 std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
-    const bool behind_blank = from > 0 && line_.in(from - 1, BLANK);
+    const bool behind_blank = from == 0 || line_.in(from - 1, BLANK);
     const bool in_list = from > 0 && line_.in(from - 1, QUOTE);
     if ((behind_blank || in_list) && line_.at(from) == '-') {
         const std::size_t next = option(from, to);
@@ -240,6 +246,15 @@ std::size_t CommandScan::atOther(std::size_t place) {
             return percent(place);
         case '/':
             word_from_ = place + 1;
+            if (line_.saysExactly(place, "/rp ") &&
+                line_.looksSecret(place + 4, line_.until(place + 4, BLANK))) {
+                return line_.hideWord(place + 4);
+            }
+            if (line_.says(place, "/user:") && line_.endsWith(0, place, " ")) {
+                const std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
+                return line_.looksSecret(word, line_.until(word, BLANK)) ? line_.hideWord(word)
+                                                                         : place + 6;
+            }
             if (line_.saysExactly(place, "/p:") && place > 0 && line_.at(place - 1) == ' ') {
                 const std::size_t end = line_.until(place + 3, BLANK);
                 line_.hide(place + 3, end, secret_rest::WORD);
@@ -268,6 +283,9 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
     if (const std::size_t next = doubtful(from, to); next != 0) {
         return next;
     }
+    if (is(from, to, "--from-literal")) {
+        return literal(to);
+    }
     for (const std::string_view name : AUTH_OPTIONS) {
         if (is(from, to, name) && (line_.in(to, BLANK) || line_.at(to) == '=')) {
             return optionValue(to, true);
@@ -278,8 +296,13 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
     }
     const secret_program& program = SECRET_PROGRAMS[state_.commands - 1];
     std::size_t letter = from + 1;
-    if (program.letters == "w" && line_.at(letter) == 'x') {
-        ++letter;  // ldapsearch -xw
+    if ((program.letters == "w" && line_.at(letter) == 'x') ||
+        (program.name == "rar" && line_.at(letter) == 'h')) {
+        ++letter;  // ldapsearch -xw, rar -hp
+    }
+    while (program.name == "curl" && line_.at(letter) != '\0' &&
+           std::string_view("sSkLvifgIjN").find(line_.at(letter)) != NOWHERE) {
+        ++letter;  // curl -sku
     }
     if (program.letters.find(line_.at(letter)) != NOWHERE &&
         (!program.apart || line_.in(letter + 1, BLANK))) {
@@ -310,6 +333,13 @@ std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
     }
     line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
     return end;
+}
+
+// --from-literal=name=x
+std::size_t CommandScan::literal(std::size_t from) {
+    const std::size_t value = valueOf(from);
+    const std::size_t sign = line_.skip(line_.skipOne(value, QUOTE), NAME);
+    return value > from && line_.at(sign) == '=' ? line_.hideWord(sign + 1) : 0;
 }
 
 std::size_t CommandScan::withoutStops(std::size_t from, std::size_t to) const {
@@ -386,11 +416,10 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
         flag <<= row.command == before ? 0 : 1;
         before = row.command;
         if (hasFlag(flag) && is(from, to, row.word) && !isSaid(next)) {
-            const char kind = line_.at(next);  // of an encryption, as Cisco's commands have it
-            const bool numbered = (kind == '0' || kind == '5' || kind == '7') &&
-                                  line_.in(next + 1, BLANK) &&
-                                  !line_.hasEnd(line_.skip(next + 1, BLANK));
-            return line_.hideWord(numbered ? line_.skip(next + 1, BLANK) : next);
+            const std::size_t value = behindKind(next);
+            const std::size_t begin = line_.skipOne(value, QUOTE);
+            const std::size_t end = line_.until(begin, BLANK | QUOTE);
+            return row.doubtful && !line_.looksSecret(begin, end) ? 0 : line_.hideWord(value);
         }
     }
     if (hasFlag(HAS_CRYPTO) && is(from, to, "pw")) {
@@ -402,7 +431,7 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     }
     if (hasFlag(HAS_PROMPT) && is(from, to, "send")) {
         const std::size_t quote = line_.saysExactly(next, "-- ") ? next + 3 : next;
-        return line_.at(quote) == '"' ? line_.hideQuoted(quote) : 0;
+        return line_.at(quote) == '"' && line_.at(quote + 1) != '$' ? line_.hideQuoted(quote) : 0;
     }
     if (hasFlag(HAS_AWS) && is(from, to, "set")) {
         const std::size_t end = line_.until(next, BLANK);
@@ -412,6 +441,21 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
         return secret ? line_.hideWord(line_.skip(end, BLANK)) : 0;
     }
     return 0;
+}
+
+// Behind the kind of an encryption, as the commands of routers have it: 7 x, md5 x, aes 128 x.
+std::size_t CommandScan::behindKind(std::size_t from) const {
+    constexpr std::string_view KINDS[] = {"md5", "sha", "aes", "des", "3des", "clear", "ENC"};
+    for (int words = 0; words < 2; ++words) {
+        const std::size_t end = line_.until(from, BLANK);
+        const std::size_t next = line_.skip(end, BLANK);
+        const bool number = line_.skip(from, DIGIT) == end && end <= from + (words == 0 ? 1 : 3);
+        if (line_.hasEnd(next) || (!number && !line_.isOneOf(from, end, KINDS))) {
+            break;
+        }
+        from = next;
+    }
+    return from;
 }
 
 // Whether a word is one of a sentence: "username and password for the initiator".
@@ -431,12 +475,16 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
         const bool has_letter =
             option && line_.at(place) == '-' &&
             line_.text().substr(place, end - place).find(row.next[1]) != NOWHERE;
-        if (!has_letter && !is(place, end, row.next)) {
+        const bool beginning = row.next.back() == ':' && line_.says(place, row.next);
+        if (!has_letter && !beginning && !is(place, end, row.next)) {
             continue;
         }
         place = line_.skip(end, BLANK);
         for (int word = 0; word < row.between; ++word) {
             place = line_.skip(line_.until(place, BLANK), BLANK);
+        }
+        if (row.doubtful && !line_.looksSecret(place, line_.until(place, BLANK))) {
+            continue;
         }
         return line_.hasEnd(place) || line_.at(place) == '-' ? 0 : line_.hideWord(place);
     }
@@ -445,6 +493,20 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
 
 // <<<x: three signs, no more, as the marks of conflicts have.
 std::size_t CommandScan::hereString(std::size_t place) {
+    if (line_.saysExactly(place, "<(echo ") || line_.saysExactly(place, "<(printf ")) {
+        std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
+        word = line_.at(word) == '-' ? line_.skip(line_.until(word, BLANK), BLANK) : word;
+        const std::size_t begin = line_.skipOne(word, QUOTE);
+        std::size_t end = begin;
+        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
+            ++end;
+        }
+        if (!line_.looksSecret(begin, end)) {
+            return place + 2;
+        }
+        line_.hide(word, end, secret_rest::WORD);
+        return end;
+    }
     std::size_t end = place;
     while (line_.at(end) == '<') {
         ++end;
@@ -593,7 +655,7 @@ void markStatistics(SecretLine& line) {
 }  // namespace
 
 void markCommands(SecretLine& line) {
-    if (line.hasEnd(line.until(0, BLANK))) {
+    if (line.hasEnd(line.until(0, BLANK)) && line.hasEnd(line.untilByte(0, '@'))) {
         return;
     }
     CommandScan(line).run();
@@ -604,6 +666,10 @@ void markCommands(SecretLine& line) {
         markLogSettings(line);
     }
     markStatistics(line);
+    if ((line.state().flags & HAS_PROMPT) != 0 && line.ends()) {
+        const std::size_t first = line.skip(0, BLANK);
+        line.state().prompted = line.saysExactly(first, "expect") && line.find("send") == NOWHERE;
+    }
     if ((line.state().flags & HAS_LOGIN) != 0) {
         markLogins(line);
     }

@@ -18,7 +18,7 @@ enum byte_set : std::uint16_t {
     BLANK = 1,           ///< blank, tab
     DIGIT = 2,           ///< 0 to 9
     LETTER = 4,          ///< A to Z, a to z
-    NAME = 8,            ///< what names are made of: letters, digits, "_", ".", "-"
+    NAME = 8,            ///< what names are made of: letters of any language, digits, "_", ".", "-"
     QUOTE = 16,          ///< " and '
     BASE64 = 32,         ///< letters, digits, "+", "/", "="
     VALUE_END = 64,      ///< what ends a value in the middle of a line
@@ -42,6 +42,9 @@ constexpr std::array<std::uint16_t, 256> makeByteSets() {
         LETTER | NAME | BASE64 | KEY | HASH);
     add("ABCDEF", HEXADECIMAL);
     add("_.-", NAME);
+    for (std::size_t byte = 0x80; byte < sets.size(); ++byte) {
+        sets[byte] = NAME;  // letters of other languages
+    }
     add("_-", KEY);
     add(" \t", BLANK | VALUE_END | ADDRESS_END);
     add("\"'", QUOTE | VALUE_END | ADDRESS_END);

@@ -11,12 +11,90 @@ inline constexpr std::string_view SECRET_MASK = "********";
 /// Names of secret values. Each may stand inside of a longer name: db_password, x-api-key-2. "~" is
 /// one of "-", "_" and ".", or nothing.
 inline constexpr std::string_view SECRET_WORDS[] = {
-    "password",   "passwort",     "passwd",     "passphrase",     "passcode",    "secret",
-    "token",      "psk",          "api~key",    "access~key",     "private~key", "preshared~key",
-    "shared~key", "account~key",  "auth~key",   "encryption~key", "signing~key", "master~key",
-    "wep~key",    "wireless~key", "rss_key",    "fastopen_key",   "credential",  "community",
-    "bindpw",     "rootpw",       "masterauth", "requirepass",    "authtok",     "authorization",
-    "mka~cak",    "license~key",  "phpsessid",  "jsessid",        "sessionid",
+    "password",
+    "passwd",
+    "passphrase",
+    "passcode",
+    "secret",
+    "token",
+    "psk",
+    "api~key",
+    "access~key",
+    "private~key",
+    "preshared~key",
+    "shared~key",
+    "account~key",
+    "auth~key",
+    "encryption~key",
+    "signing~key",
+    "master~key",
+    "wep~key",
+    "wireless~key",
+    "rss_key",
+    "fastopen_key",
+    "credential",
+    "community",
+    "bindpw",
+    "rootpw",
+    "masterauth",
+    "requirepass",
+    "authtok",
+    "authorization",
+    "mka~cak",
+    "license~key",
+    "phpsessid",
+    "jsessid",
+    "sessionid",
+    "aes~key",
+    "hmac~key",
+    "enc~key",
+    "cipher~key",
+    "key-string",
+    "oauth2~bearer",
+    "securestring",
+    "sonar.login",
+    "auth~salt",
+    "nonce~salt",
+    "recovery~code",
+    "backup~code",
+    "totp~seed",
+    "passkey",
+    // As people mistype it.
+    "passwrd",
+    "pasword",
+    "passwort",
+    "paswd",
+    "psswd",
+    "pssword",
+    "passowrd",
+    "passwprd",
+    // And in other languages.
+    "kennwort",
+    "wachtwoord",
+    "motdepasse",
+    "contrasena",
+    "contraseña",
+    "salasana",
+    "adgangskode",
+    "lösenord",
+    "jelszó",
+    "hasło",
+    "şifre",
+    "пароль",
+    "Пароль",
+    "密码",
+    "密碼",
+    "パスワード",
+};
+
+/// Names of two words: recovery code: x.
+struct secret_pair {
+    std::string_view first;
+    std::string_view second;
+};
+inline constexpr secret_pair SECRET_PAIRS[] = {
+    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"},
+    {"backup ", "codes"},  {"pass ", "phrase"},    {"pass ", "word"},
 };
 
 /// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
@@ -26,15 +104,43 @@ struct secret_short {
     bool numbered;
 };
 inline constexpr secret_short SECRET_SHORTS[] = {
-    {"pass", true}, {"key", true}, {"pwd", false}, {"pw", false}, {"pin", false}, {"creds", false},
+    {"pass", true},    {"key", true},     {"pwd", false},   {"pw", false},    {"pin", false},
+    {"creds", false},  {"pswd", false},   {"passw", false}, {"pwrd", false},  {"jwt", false},
+    {"bearer", false}, {"puk", false},    {"passe", false}, {"mdp", false},   {"clave", false},
+    {"senha", false},  {"parola", false}, {"haslo", false}, {"heslo", false}, {"kennw", false},
+};
+
+/// What stands between a secret and its name in a sentence. Behind one of another language the
+/// value must look like a secret.
+inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
+                                                    "war", "est", "es"};
+
+/// Words behind which a user and a password follow, with a sign between them.
+inline constexpr std::string_view LOGIN_WORDS[] = {
+    "login", "zugang", "zugangsdaten", "logindaten", "anmeldung", "wifi", "wlan"};
+
+/// Programs that are given a password in the environment: PGPASSWORD=x psql.
+inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
+    "aws",     "borg",         "curl",      "duplicity",  "mysql",      "mysqldump",
+    "mariadb", "mariadb-dump", "pg_dump",   "pg_dumpall", "pg_restore", "pg_basebackup",
+    "psql",    "rclone",       "redis-cli", "restic",     "sshpass",    "vault",
 };
 
 /// Endings of names that need a letter or digit in front: dbpass, dbpw.
 inline constexpr secret_short SECRET_ENDINGS[] = {{"pass", true}, {"pwd", false}, {"pw", false}};
 
 /// Parameters of an address that sign it.
-inline constexpr std::string_view SECRET_SIGNATURES[] = {"sig", "signature", "x-amz-sig",
-                                                         "x-amz-signature"};
+inline constexpr std::string_view SECRET_SIGNATURES[] = {
+    "sig", "signature", "x-amz-sig", "x-amz-signature", "code", "auth"};
+
+/// Directives that are followed by a name and its value: SetEnv DB_PASSWORD x.
+inline constexpr std::string_view NAMING_DIRECTIVES[] = {
+    "proxy_set_header ", "fastcgi_param ",     "uwsgi_param ",
+    "scgi_param ",       "grpc_set_header ",   "add_header ",
+    "setenv ",           "requestheader set ", "requestheader add ",
+    "header set ",       "header add ",        "env ",
+    "option ",           "more_set_headers ",
+};
 
 /// Names that are followed by their value without any sign between them.
 inline constexpr std::string_view SECRET_VALUED[] = {
@@ -119,6 +225,11 @@ inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "encryption",
     "uuid",
     "passwordeval",
+    "keyname",
+    "key-name",
+    "key_name",
+    "pskidentity",
+    "cert-hash",
 };
 
 /// Beginnings of such names: the keys of a keyboard.
@@ -425,20 +536,24 @@ inline constexpr secret_program SECRET_PROGRAMS[] = {
     {"ipmitool", "", "P", false, false, false},    {"ipmi-", "", "P", false, false, false},
     {"sqlcmd", "", "P", false, false, false},      {"bcp", "", "P", false, false, false},
     {"zip", "", "P", false, false, false},         {"unzip", "", "P", false, false, false},
-    {"openssl", "", "k", false, true, false},      {"curl", "", "uUb", false, false, true},
+    {"openssl", "", "kK", false, true, false},     {"curl", "", "uUb", false, false, true},
     {"wget", "", "uUb", false, false, true},       {"lftp", "", "uUb", false, false, true},
     {"smb", "", "uUb", true, false, true},         {"rpcclient", "", "uUb", false, false, true},
     {"net", "use", "uUb", false, false, true},     {"net", "ads", "uUb", false, false, true},
     {"net", "rpc", "uUb", false, false, true},     {"rdesktop", "", "p", false, false, false},
-    {"mosquitto_", "", "P", false, false, false},  {"tsql", "", "P", false, false, false},
+    {"http", "-a", "a", false, true, true},        {"check_http", "", "a", false, true, true},
+    {"check_snmp", "", "CAX", false, true, false}, {"check_mysql", "", "p", false, false, false},
+    {"check_pgsql", "", "p", false, false, false}, {"mosquitto_", "", "P", false, false, false},
+    {"tsql", "", "P", false, false, false},
 };
 
 /// Long options of the programs that take a user and a password.
 inline constexpr std::string_view USER_OPTIONS[] = {"-user", "-proxy-user", "-cookie"};
 
 /// Options of any program that take a user and a password.
-inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth", "--proxy-auth", "--basic-auth",
-                                                    "--http-auth", "--userpass"};
+inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth",      "--proxy-auth", "--basic-auth",
+                                                    "--http-auth", "--userpass",   "-auth",
+                                                    "--src-creds", "--dest-creds"};
 
 /// Options of any program that take a secret, where what they take looks like one.
 inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",        "-k",        "--auth",
@@ -461,12 +576,41 @@ inline constexpr std::string_view OPEN_PROGRAMS[] = {
 struct secret_keyword {
     std::string_view command;
     std::string_view word;
+    bool doubtful = false;  ///< the secret must look like one
 };
 inline constexpr secret_keyword SECRET_KEYWORDS[] = {
-    {"nmcli", "password"},    {"nmcli", "secret"},          {"mysqladmin", "password"},
-    {"mysqladmin", "secret"}, {"neighbor", "password"},     {"neighbor", "secret"},
-    {"username", "password"}, {"username", "secret"},       {"enable", "password"},
-    {"enable", "secret"},     {"snmp-server", "community"},
+    {"nmcli", "password"},
+    {"nmcli", "secret"},
+    {"mysqladmin", "password"},
+    {"mysqladmin", "secret"},
+    {"neighbor", "password"},
+    {"neighbor", "secret"},
+    {"username", "password"},
+    {"username", "secret"},
+    {"enable", "password"},
+    {"enable", "secret"},
+    {"snmp-server", "community"},
+    {"snmp-server", "auth"},
+    {"snmp-server", "priv"},
+    {"nmcli", "wifi-sec.psk"},
+    {"nmcli", "802-11-wireless-security.psk"},
+    {"nmcli", "802-1x.password"},
+    {"tacacs-server", "key"},
+    {"radius-server", "key"},
+    {"server", "key", true},
+    {"ospf", "authentication-key"},
+    {"message-digest-key", "md5"},
+    {"authentication-key", "md5"},
+    {"isis", "password", true},
+    {"rip", "string", true},
+    {"isakmp", "key", true},
+    {"ppp", "password", true},
+    {"standby", "authentication", true},
+    {"vpn", "pre-shared-secret"},
+    {"ike", "ascii-text"},
+    {"ipmitool", "password"},
+    {"option", "key", true},
+    {"wireless-security", "key", true},
 };
 
 /// Commands whose password is the last of some words.
@@ -474,6 +618,7 @@ struct secret_argument {
     std::string_view command;
     std::string_view next;  ///< the word behind it, as far as it must have these letters
     int between;            ///< words between that one and the password
+    bool doubtful = false;  ///< the password must look like one
 };
 inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"htpasswd", "-b", 2},
@@ -483,11 +628,23 @@ inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"vault", "login", 0},
     {"mc", "alias", 4},
     {"mc", "config", 5},
+    {"net", "use", 1, true},
+    {"net", "use", 2, true},
+    {"net", "user", 1, true},
+    {"virsh", "set-user-password", 2},
+    {"virsh", "secret-set-value", 2},
+    {"vault", "operator", 1, true},
+    {"openssl", "passwd", 1, true},
+    {"rclone", "obscure", 0},
+    {"runas", "/user:", 0, true},
+    {"isql", "-v", 2, true},
+    {"crypto", "isakmp", 1, true},
 };
 
 /// What, behind a pipe, reads a password that echo or printf writes.
 inline constexpr std::string_view PASSWORD_READERS[] = {
-    "passwd", "--stdin", "-S", "password", "cryptsetup", "kinit", "gpg", "openssl", "debconf-set",
+    "passwd", "--stdin", "-S",          "password", "cryptsetup", "kinit",
+    "gpg",    "openssl", "debconf-set", "su - ",    "realm join", "adcli join",
 };
 
 /// Programs that are given user/password@database.
@@ -503,6 +660,10 @@ inline constexpr std::string_view SNMP_DIRECTIVES[] = {
 /// Kinds of keys with which servers of time know each other.
 inline constexpr std::string_view TIME_KEYS[] = {"m",      "md5",    "sha",    "sha1",   "sha256",
                                                  "sha384", "sha512", "aes128", "aes256", "tiger"};
+
+/// Kinds of secrets of tunnels.
+inline constexpr std::string_view TUNNEL_KEYS[] = {"psk",   "eap",   "xauth", "ntlm", "rsa",
+                                                   "ecdsa", "pkcs8", "p12",   "pin"};
 
 /// Texts of programs about a name that was typed at a login, which stands between the two. What
 /// may follow the name of a user that does not exist in a message of sshd is found by itself.
@@ -529,8 +690,15 @@ inline constexpr std::string_view CRYPT_SCHEMES[] = {
 };
 
 /// Hashes of passwords: "{SSHA}...", as far as their scheme begins so.
-inline constexpr std::string_view DIRECTORY_SCHEMES[] = {"SSHA",  "SHA",    "SMD5",  "MD5",
-                                                         "CRYPT", "PBKDF2", "crypt", "sha"};
+inline constexpr std::string_view DIRECTORY_SCHEMES[] = {
+    "SSHA",      "SHA",  "SMD5",      "MD5",      "CRYPT",      "PBKDF2",
+    "crypt",     "sha",  "BLF-CRYPT", "CRAM-MD5", "DIGEST-MD5", "LDAP-MD5",
+    "PLAIN-MD5", "NTLM", "LANMAN",    "ARGON",    "SCRAM",
+};
+
+/// Such schemes behind which the password itself stands.
+inline constexpr std::string_view CLEAR_SCHEMES[] = {"{PLAIN}", "{plain}", "{CLEARTEXT}",
+                                                     "{cleartext}", "{CLEAR}"};
 
 /// Keys of well known services, by how they begin.
 struct secret_shape {
@@ -557,6 +725,28 @@ inline constexpr secret_shape SECRET_SHAPES[] = {
     {"hvb.", '\0', false, true, 20},
     {"eyJ", '.', true, false, 20},
     {"grub.pbkdf2", '\0', true, false, 12},
+    {"dop_v1_", '\0', false, true, 20},
+    {"doo_v1_", '\0', false, true, 20},
+    {"dor_v1_", '\0', false, true, 20},
+    {"pypi-", '\0', false, true, 40},
+    {"dckr_pat_", '\0', false, true, 20},
+    {"dckr_oat_", '\0', false, true, 20},
+    {"whsec_", '\0', false, true, 20},
+    {"shpat_", '\0', false, true, 20},
+    {"shpss_", '\0', false, true, 20},
+    {"shpca_", '\0', false, true, 20},
+    {"glsa_", '\0', false, true, 20},
+    {"glrt-", '\0', false, true, 20},
+    {"glptt-", '\0', false, true, 20},
+    {"gldt-", '\0', false, true, 20},
+    {"lin_api_", '\0', false, true, 20},
+    {"ATATT3x", '\0', false, true, 20},
+    {"ATCTT3x", '\0', false, true, 20},
+    {"xapp-", '\0', false, true, 20},
+    {"tskey-", '\0', false, true, 20},
+    {"sntrys_", '\0', false, true, 20},
+    {"PMAK-", '\0', false, true, 20},
+    {"hf_", '\0', false, true, 30},
 };
 
 /// Places of an address behind which its secret begins.

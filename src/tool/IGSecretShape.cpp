@@ -39,8 +39,10 @@ std::size_t markUser(SecretLine& line, std::size_t from, bool is_web) {
 
 // Where behind the name of a proxy, or "iscsi:", its user begins; 0 when no such name stands there.
 std::size_t proxyAt(const SecretLine& line, std::size_t place) {
-    if (line.saysExactly(place, "iscsi:")) {
-        return place + 6;
+    for (const std::string_view scheme : {"iscsi:", "pserver:"}) {
+        if (line.saysExactly(place, scheme)) {
+            return place + scheme.size();
+        }
     }
     if (!line.says(place, "proxy")) {
         return 0;
@@ -208,6 +210,124 @@ void markTimeKey(SecretLine& line) {
     }
 }
 
+// bob : EAP "x", : RSA file "x": secrets of a tunnel
+void markTunnelSecret(SecretLine& line) {
+    const std::size_t sign = line.at(0) == ':' ? 0 : line.find(" : ");
+    if (sign == NOWHERE) {
+        return;
+    }
+    const std::size_t type = line.skip(line.untilByte(sign, ':') + 1, BLANK);
+    const std::size_t end = line.skip(type, LETTER | DIGIT);
+    if (!line.isOneOf(type, end, TUNNEL_KEYS) || !line.in(end, BLANK)) {
+        return;
+    }
+    std::size_t value = line.skip(end, BLANK);
+    const bool typed = line.says(type, "ntlm") || line.says(type, "eap") || line.says(type, "psk");
+    if (!line.in(value, QUOTE) && !typed) {
+        value = line.skip(line.until(value, BLANK), BLANK);  // behind the name of a file
+    }
+    if (line.in(value, QUOTE) || (typed && line.looksSecret(value, line.until(value, BLANK)))) {
+        line.hideWord(value);
+    }
+}
+
+// Whether a stretch is an address of numbers, or a name with a dot in it.
+bool isHost(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::string_view host = line.text().substr(from, to - from);
+    return line.skip(from, NAME) == to && host.find('.') != NOWHERE &&
+           line.in(from, LETTER | DIGIT);
+}
+
+// 10.0.0.1:1812 x 3: the servers that know who may log in
+void markLoginServer(SecretLine& line) {
+    const std::size_t from = line.skip(0, BLANK);
+    const std::size_t host = line.skip(from, NAME);
+    const bool port = line.at(host) == ':' && line.in(host + 1, DIGIT);
+    const std::size_t behind = port ? line.skip(host + 1, DIGIT) : host;
+    const std::size_t secret = line.skip(behind, BLANK);
+    const std::size_t end = line.until(secret, BLANK);
+    const std::size_t number = line.skip(end, BLANK);
+    const std::size_t last = line.skip(number, DIGIT);
+    if (secret == behind || number == end || last == number || last > number + 2 ||
+        !line.hasEnd(line.skip(last, BLANK)) || !isHost(line, from, host)) {
+        return;
+    }
+    if (line.looksSecret(secret, end)) {
+        line.hide(secret, end, secret_rest::LINE);
+    }
+}
+
+// [host]:587 me:x, host me@host:x, and host:me:x: users of a mail server
+void markMailUser(SecretLine& line) {
+    const std::size_t end = line.until(0, BLANK);
+    const std::size_t user = line.skip(end, BLANK);
+    if (line.hasEnd(user)) {
+        const std::size_t first = line.skip(0, NAME);
+        const std::size_t second = line.skip(first + 1, NAME);
+        if (line.at(first) == ':' && line.at(second) == ':' && line.in(first + 1, LETTER) &&
+            !line.says(first + 1, "uuid:") && isHost(line, 0, first) &&
+            line.looksSecret(second + 1, end)) {
+            line.hide(second + 1, end, secret_rest::LINE);
+        }
+        return;
+    }
+    const std::size_t name = line.skip(user, NAME);
+    const bool whole = line.at(name) == '@';
+    const std::size_t colon = whole ? line.skip(name + 1, NAME) : name;
+    std::size_t port = line.untilByte(0, ']') + 1;
+    port = line.at(port) == ':' ? line.skip(port + 1, DIGIT) : port;
+    const bool bracket = line.at(0) == '[' && port == end && line.at(end - 1) != ':';
+    if (name == user || line.at(colon) != ':' || line.hasEnd(colon + 1) ||
+        !line.hasEnd(line.until(user, BLANK)) || (!bracket && (!whole || !isHost(line, 0, end))) ||
+        !line.hasEnd(line.untilByte(colon + 1, '/')) || line.hasEnd(line.until(user, LETTER))) {
+        return;
+    }
+    if (!line.hasEnd(line.skip(colon + 1, DIGIT))) {
+        line.hideToEnd(colon + 1);
+    }
+}
+
+// user bob on >x ~*, ACL SETUSER bob on >x
+void markRights(SecretLine& line) {
+    const std::size_t from = line.skip(0, BLANK);
+    const std::size_t setter = line.find("SETUSER ");
+    if (!line.saysExactly(from, "user ") && setter == NOWHERE) {
+        return;
+    }
+    bool rights = setter != NOWHERE;
+    for (std::size_t word = from; !line.hasEnd(word);) {
+        const std::size_t end = line.until(word, BLANK);
+        constexpr std::string_view SIGNS = "<>#!";
+        rights = rights || line.text().substr(word, end - word) == "on" ||
+                 line.text().substr(word, end - word) == "off";
+        if (rights && SIGNS.find(line.at(word)) != NOWHERE && end > word + 4) {
+            line.hide(word + 1, end, secret_rest::WORD);
+        }
+        word = line.skip(end, BLANK);
+    }
+}
+
+// key 7 x
+void markNumberedKey(SecretLine& line) {
+    const std::size_t from = line.skip(0, BLANK);
+    const std::size_t kind = line.skip(from + 3, BLANK);
+    const std::size_t secret = line.skip(kind + 1, BLANK);
+    const std::size_t end = line.until(secret, BLANK);
+    if (line.saysExactly(from, "key ") && line.in(kind, DIGIT) && secret > kind + 1 &&
+        line.hasEnd(end) && line.looksSecret(secret, end)) {
+        line.hideToEnd(secret);
+    }
+}
+
+// user=me:x
+void markRelayUser(SecretLine& line) {
+    const std::size_t colon = line.skip(5, NAME);
+    if (line.saysExactly(0, "user=") && line.at(colon) == ':' && colon > 5 &&
+        line.looksSecret(colon + 1, line.size())) {
+        line.hideToEnd(colon + 1);
+    }
+}
+
 // "user" "x": all of a line
 void markUserList(SecretLine& line) {
     if (line.at(0) != '"' || line.at(line.size() - 1) != '"') {
@@ -267,6 +387,11 @@ constexpr PairFilter makeShapeFilter() {
     for (const std::string_view scheme : DIRECTORY_SCHEMES) {
         filter.add('{', scheme[0]);
     }
+    for (const std::string_view scheme : CLEAR_SCHEMES) {
+        filter.add(scheme[0], scheme[1]);
+    }
+    filter.add(':', 'A');  // 123456789:AAx
+    filter.add('b', '3');  // the beginning of a key, without its first line
     for (const char digit : std::string_view("0123456789ABCDEF")) {
         filter.add('*', digit);
     }
@@ -304,6 +429,10 @@ class ShapeScan {
                 return cookie(place);
             case 'S':
                 return line_.at(place + 1) == 'C' ? scram(place) : shape(place);
+            case ':':
+                return botKey(place);
+            case 'b':
+                return keyText(place);
             case 'H':
                 return hexadecimal(place, "HEX:");
             case 'm':
@@ -321,6 +450,8 @@ class ShapeScan {
     std::size_t directory(std::size_t place);
     std::size_t stars(std::size_t place);
     std::size_t bot(std::size_t place);
+    std::size_t botKey(std::size_t place);
+    std::size_t keyText(std::size_t place);
     std::size_t hook(std::size_t place);
     std::size_t scheme(std::size_t place);
     std::size_t cookie(std::size_t place);
@@ -331,6 +462,7 @@ class ShapeScan {
     std::size_t service(std::size_t place);
     std::size_t key(std::size_t place, const secret_shape& shape);
     std::size_t stretchEnd(std::size_t place);
+    [[nodiscard]] bool isMixed(std::size_t from, std::size_t to) const;
     [[nodiscard]] bool standsApart(std::size_t place) const;
     // Hides a stretch that has at least so many bytes; it has been looked at in any case.
     std::size_t hideLong(std::size_t from, std::size_t to, std::size_t shortest) {
@@ -358,6 +490,18 @@ std::size_t ShapeScan::crypt(std::size_t place) {
 }
 
 std::size_t ShapeScan::directory(std::size_t place) {
+    for (const std::string_view scheme : CLEAR_SCHEMES) {
+        const std::size_t from = place + scheme.size();
+        std::size_t end = from;
+        while (line_.saysExactly(place, scheme) && !line_.hasEnd(end) &&
+               !line_.in(end, BLANK | QUOTE) && line_.at(end) != ':') {
+            ++end;
+        }
+        if (end > from) {
+            line_.hide(from, end, secret_rest::WORD);
+            return end;
+        }
+    }
     for (const std::string_view name : DIRECTORY_SCHEMES) {
         if (!line_.saysExactly(place + 1, name)) {
             continue;
@@ -390,6 +534,39 @@ std::size_t ShapeScan::bot(std::size_t place) {
     }
     const std::size_t end = line_.skip(colon + 1, KEY);
     line_.hide(number, end, secret_rest::WORD);
+    return end;
+}
+
+// 123456789:AAx
+std::size_t ShapeScan::botKey(std::size_t place) {
+    constexpr std::size_t SIZE = 35;
+    const std::size_t end = stretchEnd(place + 1);
+    std::size_t digits = place;
+    while (digits > 0 && place - digits < 11 && line_.in(digits - 1, DIGIT)) {
+        --digits;
+    }
+    if (end - place - 1 != SIZE || place - digits < 8 || place - digits > 10) {
+        return 0;
+    }
+    line_.hide(place + 1, end, secret_rest::WORD);
+    return end;
+}
+
+// The first line of a key of OpenSSH. Its other lines follow.
+std::size_t ShapeScan::keyText(std::size_t place) {
+    secret_state& state = line_.state();
+    if (!line_.saysExactly(place, "b3BlbnNzaC1rZXktdjE") || !standsApart(place)) {
+        return 0;
+    }
+    const std::size_t end = line_.skip(place, BASE64);
+    line_.hide(place, end, secret_rest::WORD);
+    if (line_.hasEnd(line_.skip(end, BLANK)) && line_.ends() && !state.in_key) {
+        state.in_key = state.key_seen = true;
+        state.key_headers = false;
+        state.key_alone = place == line_.skip(0, BLANK);
+        state.key_column = place;
+        state.key_blank_lines = 0;
+    }
     return end;
 }
 
@@ -493,8 +670,24 @@ std::size_t ShapeScan::base64(std::size_t place) {
     while (from > next + 1 && line_.in(from - 1, BASE64)) {
         --from;
     }
+    if (size == 4 && place > 0 && line_.at(place - 1) == '"' && from == next + 1 &&
+        isMixed(from, end)) {
+        line_.hide(from, end, secret_rest::WORD);
+        return end;
+    }
     // Only this stretch is done: in front of it anything may stand.
     return end - from > 7 ? hideLong(from, end, 8) : 0;
+}
+
+// Whether a word holds a digit, a sign, or a capital behind its first letter.
+bool ShapeScan::isMixed(std::size_t from, std::size_t to) const {
+    for (std::size_t place = from; place < to; ++place) {
+        const char c = line_.at(place);
+        if (!line_.in(place, LETTER) || (place > from && c <= 'Z')) {
+            return to - from > 3;
+        }
+    }
+    return false;
 }
 
 bool ShapeScan::standsApart(std::size_t place) const {
@@ -586,6 +779,12 @@ void markFields(SecretLine& line) {
     markSnmp(line);
     markTimeKey(line);
     markUserList(line);
+    markTunnelSecret(line);
+    markLoginServer(line);
+    markMailUser(line);
+    markRights(line);
+    markRelayUser(line);
+    markNumberedKey(line);
     const std::size_t size = line.size();
     if (size == 44 && line.at(43) == '=' && line.skip(0, BASE64) == size && line.at(42) != '=') {
         line.hideToEnd(0);
