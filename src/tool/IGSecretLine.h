@@ -223,6 +223,34 @@ class PairFilter {
     std::array<std::uint64_t, 1024> bits_{};
 };
 
+/// The same for the first three letters of words.
+class BeginningFilter {
+  public:
+    constexpr void add(std::string_view word) {
+        first_.add(word[0], word[1]);
+        for (int byte = 0; byte < 256; ++byte) {
+            if (word.size() == 2 || word[2] == static_cast<char>(byte)) {
+                second_.add(word[1], static_cast<char>(byte));
+            }
+        }
+    }
+    constexpr void addInAnySize(std::string_view word) {
+        first_.addInAnySize(word[0], word[1]);
+        second_.addInAnySize(word[1], word[2]);
+    }
+    [[nodiscard]] constexpr bool has(char first, char second, char third) const {
+        return first_.has(first, second) && second_.has(second, third);
+    }
+    /// Whether one of the words may begin at a place.
+    [[nodiscard]] bool has(const SecretLine& line, std::size_t place) const {
+        return has(line.at(place), line.at(place + 1), line.at(place + 2));
+    }
+
+  private:
+    PairFilter first_;
+    PairFilter second_;
+};
+
 /// What is named like a secret: password = x, "token": "x", <secret>x</secret>, --password x.
 void markNames(SecretLine& line);
 /// Passwords in command lines, and in settings that look like them.

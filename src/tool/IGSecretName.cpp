@@ -6,14 +6,25 @@
 
 namespace {
 
-constexpr PairFilter makeWordFilter() {
-    PairFilter filter;
-    for (const std::string_view word : SECRET_WORDS) {
-        filter.addInAnySize(word[0], word[1]);
+template <std::size_t N>
+constexpr BeginningFilter filterOf(const std::string_view (&words)[N]) {
+    BeginningFilter filter;
+    for (const std::string_view word : words) {
+        filter.addInAnySize(word);
     }
     return filter;
 }
-constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+constexpr BeginningFilter WORD_BEGINNINGS = filterOf(SECRET_WORDS);
+constexpr BeginningFilter LOGIN_BEGINNINGS = filterOf(LOGIN_WORDS);
+
+constexpr PairFilter makeShortFilter() {
+    PairFilter filter;
+    for (const secret_short& one : SECRET_SHORTS) {
+        filter.addInAnySize(one.word[0], one.word[1]);
+    }
+    return filter;
+}
+constexpr PairFilter SHORT_BEGINNINGS = makeShortFilter();
 
 // Where a word of the table that begins there ends; 0 when it does not stand there.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
@@ -39,8 +50,12 @@ struct Word {
 
 // The secret word that begins there.
 Word wordAt(const SecretLine& line, std::size_t from) {
-    if (WORD_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
+    if (WORD_BEGINNINGS.has(line, from)) {
+        const char first = lowered(line.at(from));
         for (const std::string_view word : SECRET_WORDS) {
+            if (word[0] != first) {
+                continue;
+            }
             if (const std::size_t to = matchWord(line, from, word); to != 0) {
                 return {from, to};
             }
@@ -86,30 +101,21 @@ std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t 
     return to;
 }
 
-// The letters that short words begin with, and those that endings of names end with.
-constexpr std::array<bool, 256> lettersOf(bool last) {
+// The letters that endings of names end with.
+constexpr std::array<bool, 256> lastLetters() {
     std::array<bool, 256> letters{};
-    const auto add = [&](char c) {
+    for (const secret_short& one : SECRET_ENDINGS) {
+        const char c = one.word.back();
         letters[static_cast<unsigned char>(c)] = true;
         letters[static_cast<unsigned char>(c - 'a' + 'A')] = true;
-    };
-    if (last) {
-        for (const secret_short& one : SECRET_ENDINGS) {
-            add(one.word.back());
-        }
-    } else {
-        for (const secret_short& one : SECRET_SHORTS) {
-            add(one.word.front());
-        }
     }
     return letters;
 }
-constexpr std::array<bool, 256> FIRST_LETTERS = lettersOf(false);
-constexpr std::array<bool, 256> LAST_LETTERS = lettersOf(true);
+constexpr std::array<bool, 256> LAST_LETTERS = lastLetters();
 
 // Which short word a part of a name is.
 const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (!FIRST_LETTERS[static_cast<unsigned char>(line.at(from))]) {
+    if (!SHORT_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
         return nullptr;
     }
     const std::size_t end = withoutDigits(line, from, to);
@@ -162,6 +168,9 @@ bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
 
 // recovery code
 bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 4) {
+        return false;
+    }
     return std::any_of(std::begin(SECRET_PAIRS), std::end(SECRET_PAIRS), [&](const auto& pair) {
         return to - from == pair.second.size() && line.says(from, pair.second) &&
                line.endsWith(0, from, pair.first);
@@ -170,8 +179,13 @@ bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
 
 // dbPwdProd: a short word inside of a name whose words begin with capitals.
 bool hasCapitalPart(const SecretLine& line, std::size_t from, std::size_t to) {
+    constexpr std::size_t SHORTEST = 5;
+    if (to < from + SHORTEST) {
+        return false;
+    }
+    const std::string_view text = line.text();
     for (std::size_t place = from + 1; place + 2 < to; ++place) {
-        if (line.at(place) != 'P' || !line.in(place - 1, LETTER) || line.at(place - 1) < 'a') {
+        if (text[place] != 'P' || !line.in(place - 1, LETTER) || line.at(place - 1) < 'a') {
             continue;
         }
         for (const std::string_view word : {"Pwd", "Pw", "Passwd"}) {
@@ -432,10 +446,11 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
         return next;
     }
     if (!secret) {
-        const std::size_t next = to - from == 10 && line_.says(from, "identified") ? identified(to)
-                                 : to - from == 6 && line_.says(from, "define")    ? define(to)
-                                 : line_.isOneOf(from, to, LOGIN_WORDS)            ? login(to)
-                                                                                   : 0;
+        const std::size_t next =
+            to - from == 10 && line_.says(from, "identified") ? identified(to)
+            : to - from == 6 && line_.says(from, "define")    ? define(to)
+            : LOGIN_BEGINNINGS.has(line_, from) && line_.isOneOf(from, to, LOGIN_WORDS) ? login(to)
+                                                                                        : 0;
         return next != 0 ? next : to;
     }
     if (to - from == 8 && line_.says(from, "password") && line_.in(to, BLANK) && from > 0 &&
