@@ -252,7 +252,7 @@ def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_
     system.file("/tmp/cmdline", "\0".join(["java", *given]) + "\0")
     system.exec("setsid /tmp/jdk/bin/java 1000 >/tmp/java.out 2>&1 &")
     system.wait_for(lambda: system.exec(f"{PROCESS} -p java").stdout.split())
-    pid = words(system, f"{PROCESS} -p java")[0]
+    pid = system.exec(f"{PROCESS} -p java").stdout.split()[0]
     system.mount("--bind", "/tmp/cmdline", f"/proc/{pid}/cmdline")
     text = system.exec([JVM, "options"]).stdout
     system.exec(["umount", f"/proc/{pid}/cmdline"])

@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import re
-from pathlib import Path
+import shutil
+import struct
 
 import pytest
 from support import hostile_names
@@ -170,6 +171,34 @@ def test_a_program_runs_for_the_records_of_the_days_before(system: Machine):
     assert system.exec([EACH, "day", "sar"]).stdout == "sar: no record of earlier days on this machine\n"
 
 
+def test_the_name_of_a_process_hides_no_namespace(system: Machine):
+    hostile_names.start(system)
+    system.exec("setsid unshare --net sh -c 'echo $$ >/tmp/pid; : >/tmp/there; exec sleep 1000' "
+                "</dev/null >/dev/null 2>&1 &")
+    system.wait_for("/tmp/there")
+    pid = system.read("/tmp/pid").strip()
+    number = system.exec(["stat", "-L", "-c", "%i", f"/proc/{pid}/ns/net"]).stdout.strip()
+    text, all_kinds = ask(system, "namespaces", "net"), ask(system, "namespaces")
+    system.exec("pkill -x sleep", check=False)
+    hostile_names.stop(system)
+    assert text.startswith("kind number processes pid\n")
+    assert f"net {number} 1 {pid}\n" in text
+    assert f"net {number} 1 {pid}\n" in all_kinds
+    assert {line.split()[0] for line in all_kinds.splitlines()[1:]} >= {"ipc", "mnt", "net", "pid", "uts"}
+    done = system.exec([f"{TOOLS}/namespaces", "net", "pid"], check=False)
+    assert (done.status, done.stderr) == (2, "usage: namespaces [KIND]\n")
+
+
+def test_hundreds_of_virtual_ends_hold_no_port_up(system: Machine):
+    make_devices(system)
+    system.exec("for i in $(seq 400); do d=/tmp/net/veth$i; mkdir $d; echo 5 >$d/ifindex; echo 7 >$d/iflink;"
+                " echo 1 >$d/type; echo X=1 >$d/uevent; done")
+    make_interface(system, "eth0", device__x="")
+    done = system.exec(["timeout", "20", EACH, "interface", "echo", "{}"])
+    assert done.stdout == (
+        "==> eth0\neth0\n==> 400 virtual ends of containers and virtual machines were left out\n")
+
+
 @pytest.mark.parametrize("arguments", [
     (), ("disk",), ("fan", "echo"), ("disk", ""), ("-m", "disk", "echo")])
 def test_wrong_usage_of_each_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
@@ -264,8 +293,12 @@ def test_lvm_is_asked_about_its_own_devices_only(system: Machine):
         "--nolocking", "--config", ["-a", "-o", "+devices"])
     config = arguments[2]
     accepted = 'filter=["a|^/dev/sda$|","a|^/dev/sdb$|","r|.*|"]'
-    assert config.startswith(f'devices{{{accepted} global_{accepted} hints="none"}}')
+    assert config.startswith(f'devices{{{accepted} global_{accepted} hints="none"')
     assert "global{metadata_read_only=1} backup{backup=0 archive=0}" in config
+    assert "use_devicesfile" not in config
+    system.file("/tmp/lvm/system.devices")
+    tools = with_other_path(system, "lvm", "/etc/lvm/devices", "/tmp/lvm")
+    assert " use_devicesfile=0} " in ask(system, "lvm", "lvs", tools=tools)
 
 
 def test_where_nothing_belongs_to_lvm_it_is_not_asked(system: Machine):
@@ -340,20 +373,62 @@ def test_wrong_usage_of_firewall_ends_with_2(machine: Machine, words: tuple[str,
 # ---- Logins -------------------------------------------------------------------------------------
 
 
+LOGINS = {
+    "root     ssh:notty    192.0.2.9       ": "root     ssh:notty    192.0.2.9       ",
+    "rooty    ssh:notty    192.0.2.9       ": f"{HIDDEN}  ssh:notty  192.0.2.9",
+    "A secret of mine tty1                 ": f"{HIDDEN}  tty1",
+    "tty1 pw tty1 tty1                     ": f"{HIDDEN}  tty1",
+    "root pw tty1         2001:db8::1      ": f"{HIDDEN}  tty1  2001:db8::1",
+    "root hunter2                          ": HIDDEN,
+    "         tty1                         ": "tty1",
+}
+
+
 def test_names_of_failed_logins_that_are_no_users_are_masked(system: Machine):
-    rows = [("root", "ssh:notty"), ("Secret of mine", "tty1"), ("x" * 32, "ssh:notty"), ("", "tty1")]
+    date = "Sun Nov 22 10:00:00 2026 - Sun Nov 22 10:00:00 2026  (00:00)"
     lay_over(system, "/usr/sbin", "lastb", "#!/bin/sh\ncat <<'X'\n" + "".join(
-        f"{name:32s} {line:12s} 192.0.2.9  Sun Nov 22 10:00:00 2026\n" for name, line in rows)
-        + "\nbtmp begins Sun Nov 22 09:00:00 2026\nX\n")
+        f"{login} {date}\n" for login in LOGINS) + "\nbtmp begins Sun Nov 22 09:00:00 2026\nX\n")
     system.file("/tmp/log/btmp", "x")
     system.mount("--bind", "/tmp/log", "/var/log")
     text = ask(system, "failed_logins")
-    assert text.splitlines() == [
-        f"{name:32s} {line:12s} 192.0.2.9  Sun Nov 22 10:00:00 2026"
-        for name, line in [("root", "ssh:notty"), (HIDDEN, "tty1"), (HIDDEN, "ssh:notty"),
-                           ("", "tty1")]] + ["", "btmp begins Sun Nov 22 09:00:00 2026"]
+    assert text.splitlines() == [f"{shown} {date}" for shown in LOGINS.values()] + [
+        "", "btmp begins Sun Nov 22 09:00:00 2026"]
     system.file("/tmp/log/btmp", "")
     assert ask(system, "failed_logins") == "lastb: there is no record of failed logins\n"
+
+
+def test_names_of_locked_logins_that_are_no_users_are_masked(system: Machine):
+    lay_over(system, "/usr/sbin", "faillock", "#!/bin/sh\ncat <<'X'\n"
+             "root:\nWhen                Type  Source       Valid\n"
+             "2026-11-22 10:00:00 RHOST 192.0.2.9        V\nhunter2:\nWhen Type Source Valid\nX\n")
+    assert ask(system, "failed_logins", "-l") == (
+        "root:\nWhen                Type  Source       Valid\n"
+        f"2026-11-22 10:00:00 RHOST 192.0.2.9        V\n{HIDDEN}:\nWhen Type Source Valid\n")
+    done = system.exec([f"{TOOLS}/failed_logins", "-x"], check=False)
+    assert (done.status, done.stderr) == (2, "usage: failed_logins [-l]\n")
+
+
+@pytest.mark.skipif(shutil.which("lastb") is None, reason="this distribution has no lastb")
+def test_real_records_of_failed_logins_are_read(machine: Machine):
+    record = struct.Struct("<hxxi32s4s32s256siiii16x20x")
+    machine.file("/tmp/log/btmp", b"".join(
+        record.pack(6, 1, b"tty1", b"1", name, b"", 0, 1, 1700000000, 0)
+        for name in (b"root", b"hunter2", b"two words", b"x" * 32)))
+    machine.mount("--bind", "/tmp/log", "/var/log")
+    lines = ask(machine, "failed_logins").splitlines()[:4]
+    assert [line.split()[:2] for line in lines] == [
+        [HIDDEN, "tty1"], [HIDDEN, "tty1"], [HIDDEN, "tty1"], ["root", "tty1"]]
+
+
+def test_refusals_are_shown_as_they_were_recorded(system: Machine):
+    assert ask(system, "refusals") == "refusals: the audit service keeps no records here\n"
+    denied = 'type=AVC msg=audit(1.%d:2): apparmor="DENIED" operation="open" name="/x"\n'
+    system.file("/tmp/log/audit/audit.log.1", denied % 1 + "type=USER_AUTH op=denied\n")
+    system.file("/tmp/log/audit/audit.log", "type=AVC msg=audit(2.0:3): avc:  denied  { read }\n"
+                + 'type=AVC msg=audit(3.0:4): apparmor="STATUS"\n' + denied % 3)
+    system.mount("--bind", "/tmp/log", "/var/log")
+    assert ask(system, "refusals") == (
+        denied % 1 + "type=AVC msg=audit(2.0:3): avc:  denied  { read }\n" + denied % 3)
 
 
 # ---- PCI devices --------------------------------------------------------------------------------

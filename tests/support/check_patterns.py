@@ -84,12 +84,14 @@ FILTERED = (
     "/etc/sudoers", "/etc/sudoers.d", "/var/log/auth.log", "/var/log/auth.log.1", "/var/log/secure",
     # All tables of users, but not the jobs of at, which hold whole environments.
     "/var/spool/cron/[!a]*", "/var/spool/cron/a[!t]*", "/var/spool/cron/at[!js]*",
+    "/var/spool/cron/at[js][!op]*", "/var/spool/cron/a", "/var/spool/cron/at",
+    "/proc/sys/net/*/*", "/proc/sys/net/ipv?/conf/all/*", "/var/log/secure-2???????",
 )
 
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
 OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
-                "certificates", "process"}  # of "run -c"
+                "certificates", "namespaces", "process", "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
