@@ -238,8 +238,8 @@ class BeginningFilter {
         first_.addInAnySize(word[0], word[1]);
         second_.addInAnySize(word[1], word[2]);
     }
-    [[nodiscard]] constexpr bool has(char first, char second, char third) const {
-        return first_.has(first, second) && second_.has(second, third);
+    [[nodiscard]] constexpr bool has(char front, char middle, char back) const {
+        return first_.has(front, middle) && second_.has(middle, back);
     }
     /// Whether one of the words may begin at a place.
     [[nodiscard]] bool has(const SecretLine& line, std::size_t place) const {

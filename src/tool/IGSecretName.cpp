@@ -1311,14 +1311,12 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
     while (joined && !line_.hasEnd(place)) {
         const std::size_t word = line_.skip(place, BLANK);
         const std::size_t name = line_.skip(word, NAME);
-        if (line_.isOneOf(word, name, ASSIGNED_PROGRAMS) &&
-            (line_.in(name, BLANK) || line_.hasEnd(name))) {
-            return withoutEnd(line_, from, place, " \t;");
-        }
+        const bool program = line_.isOneOf(word, name, ASSIGNED_PROGRAMS) &&
+                             (line_.in(name, BLANK) || line_.hasEnd(name));
         const bool option = line_.at(word) == '-' && (name > word + 1);
         const bool assigns = line_.in(word, LETTER) && line_.at(name) == '=' &&
                              !line_.in(name + 1, BLANK) && !line_.hasEnd(name + 1);
-        if (option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
+        if (program || option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
             return withoutEnd(line_, from, place, " \t;");
         }
         place = line_.until(word, BLANK);
