@@ -20,25 +20,30 @@ enum command_flag : std::uint32_t {
 };
 
 // How the words begin that say something of those behind them, and how the names of programs do.
-constexpr PairFilter makeWordFilter() {
-    PairFilter filter;
-    for (const secret_keyword& row : SECRET_KEYWORDS) {
-        filter.add(row.command[0], row.command[1]);
-    }
-    for (const secret_argument& row : SECRET_ARGUMENTS) {
-        filter.add(row.command[0], row.command[1]);
-    }
+constexpr BeginningFilter makeWordFilter() {
+    BeginningFilter filter;
     for (const std::string_view program : ORACLE_PROGRAMS) {
-        filter.add(program[0], program[1]);
+        filter.add(program);
     }
     for (const std::string_view word :
          {"0x", "xfrm", "macsec", "iw", "chpasswd", "configure", "assword", "password", "Password",
           "user", "User", "USER", "LOGIN", "acct"}) {
-        filter.add(word[0], word[1]);
+        filter.add(word);
     }
     return filter;
 }
-constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+constexpr BeginningFilter WORD_BEGINNINGS = makeWordFilter();
+
+template <typename Row, std::size_t N>
+constexpr BeginningFilter commandsOf(const Row (&rows)[N]) {
+    BeginningFilter filter;
+    for (const Row& row : rows) {
+        filter.add(row.command);
+    }
+    return filter;
+}
+constexpr BeginningFilter KEYWORD_BEGINNINGS = commandsOf(SECRET_KEYWORDS);
+constexpr BeginningFilter ARGUMENT_BEGINNINGS = commandsOf(SECRET_ARGUMENTS);
 
 constexpr PairFilter makeProgramFilter() {
     PairFilter filter;
@@ -221,15 +226,22 @@ std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
     if (state_.commands == NO_PROGRAM && OPEN_BEGINNINGS.has(first, second) && isOpen(from, to)) {
         state_.commands = OPEN_PROGRAM;
     }
-    return WORD_BEGINNINGS.has(first, second) ? atWord(from, to) : to;
+    return atWord(from, to);
 }
 
 std::size_t CommandScan::atWord(std::size_t from, std::size_t to) {
-    if (const std::size_t next = argument(from, to); next != 0) {
-        return next;
+    if (ARGUMENT_BEGINNINGS.has(line_, from)) {
+        if (const std::size_t next = argument(from, to); next != 0) {
+            return next;
+        }
+    }
+    if (KEYWORD_BEGINNINGS.has(line_, from)) {
+        setKeywordFlags(from, to);
+    }
+    if (!WORD_BEGINNINGS.has(line_, from)) {
+        return to;
     }
     setFlags(from, to);
-    setKeywordFlags(from, to);
     if (hasFlag(HAS_KEYS) && line_.saysExactly(from, "0x") && to > from + 2) {
         line_.hide(from, line_.skip(from, LETTER | DIGIT), secret_rest::WORD);
     }
@@ -496,7 +508,14 @@ std::size_t CommandScan::hereString(std::size_t place) {
     if (line_.saysExactly(place, "<(echo ") || line_.saysExactly(place, "<(printf ")) {
         std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
         word = line_.at(word) == '-' ? line_.skip(line_.until(word, BLANK), BLANK) : word;
-        const std::size_t end = line_.untilByte(word, ')');
+        const std::size_t begin = line_.skipOne(word, QUOTE);
+        std::size_t end = begin;
+        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
+            ++end;
+        }
+        if (!line_.looksSecret(begin, end)) {
+            return place + 2;
+        }
         line_.hide(word, end, secret_rest::WORD);
         return end;
     }

@@ -18,7 +18,7 @@ enum byte_set : std::uint16_t {
     BLANK = 1,           ///< blank, tab
     DIGIT = 2,           ///< 0 to 9
     LETTER = 4,          ///< A to Z, a to z
-    NAME = 8,            ///< what names are made of: letters, digits, "_", ".", "-"
+    NAME = 8,            ///< what names are made of: letters of any language, digits, "_", ".", "-"
     QUOTE = 16,          ///< " and '
     BASE64 = 32,         ///< letters, digits, "+", "/", "="
     VALUE_END = 64,      ///< what ends a value in the middle of a line
@@ -42,6 +42,9 @@ constexpr std::array<std::uint16_t, 256> makeByteSets() {
         LETTER | NAME | BASE64 | KEY | HASH);
     add("ABCDEF", HEXADECIMAL);
     add("_.-", NAME);
+    for (std::size_t byte = 0x80; byte < sets.size(); ++byte) {
+        sets[byte] = NAME;  // letters of other languages
+    }
     add("_-", KEY);
     add(" \t", BLANK | VALUE_END | ADDRESS_END);
     add("\"'", QUOTE | VALUE_END | ADDRESS_END);
@@ -218,6 +221,34 @@ class PairFilter {
         return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
     }
     std::array<std::uint64_t, 1024> bits_{};
+};
+
+/// The same for the first three letters of words.
+class BeginningFilter {
+  public:
+    constexpr void add(std::string_view word) {
+        first_.add(word[0], word[1]);
+        for (int byte = 0; byte < 256; ++byte) {
+            if (word.size() == 2 || word[2] == static_cast<char>(byte)) {
+                second_.add(word[1], static_cast<char>(byte));
+            }
+        }
+    }
+    constexpr void addInAnySize(std::string_view word) {
+        first_.addInAnySize(word[0], word[1]);
+        second_.addInAnySize(word[1], word[2]);
+    }
+    [[nodiscard]] constexpr bool has(char front, char middle, char back) const {
+        return first_.has(front, middle) && second_.has(middle, back);
+    }
+    /// Whether one of the words may begin at a place.
+    [[nodiscard]] bool has(const SecretLine& line, std::size_t place) const {
+        return has(line.at(place), line.at(place + 1), line.at(place + 2));
+    }
+
+  private:
+    PairFilter first_;
+    PairFilter second_;
 };
 
 /// What is named like a secret: password = x, "token": "x", <secret>x</secret>, --password x.

@@ -6,14 +6,25 @@
 
 namespace {
 
-constexpr PairFilter makeWordFilter() {
-    PairFilter filter;
-    for (const std::string_view word : SECRET_WORDS) {
-        filter.addInAnySize(word[0], word[1]);
+template <std::size_t N>
+constexpr BeginningFilter filterOf(const std::string_view (&words)[N]) {
+    BeginningFilter filter;
+    for (const std::string_view word : words) {
+        filter.addInAnySize(word);
     }
     return filter;
 }
-constexpr PairFilter WORD_BEGINNINGS = makeWordFilter();
+constexpr BeginningFilter WORD_BEGINNINGS = filterOf(SECRET_WORDS);
+constexpr BeginningFilter LOGIN_BEGINNINGS = filterOf(LOGIN_WORDS);
+
+constexpr PairFilter makeShortFilter() {
+    PairFilter filter;
+    for (const secret_short& one : SECRET_SHORTS) {
+        filter.addInAnySize(one.word[0], one.word[1]);
+    }
+    return filter;
+}
+constexpr PairFilter SHORT_BEGINNINGS = makeShortFilter();
 
 // Where a word of the table that begins there ends; 0 when it does not stand there.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
@@ -39,8 +50,12 @@ struct Word {
 
 // The secret word that begins there.
 Word wordAt(const SecretLine& line, std::size_t from) {
-    if (WORD_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
+    if (WORD_BEGINNINGS.has(line, from)) {
+        const char first = lowered(line.at(from));
         for (const std::string_view word : SECRET_WORDS) {
+            if (word[0] != first) {
+                continue;
+            }
             if (const std::size_t to = matchWord(line, from, word); to != 0) {
                 return {from, to};
             }
@@ -73,8 +88,9 @@ struct Name {
     std::size_t short_from = NOWHERE;  // where a short word begins that ends it
     bool ends_in_pass = false;         // it ends with "pass" and digits, and is more than that
     bool signs = false;                // a signature in an address
+    bool is_second = false;            // the second word of a name
     [[nodiscard]] bool isSecret() const {
-        return word.from != NOWHERE || is_short || ends_in_pass || signs;
+        return word.from != NOWHERE || is_short || ends_in_pass || signs || is_second;
     }
 };
 
@@ -85,30 +101,21 @@ std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t 
     return to;
 }
 
-// The letters that short words begin with, and those that endings of names end with.
-constexpr std::array<bool, 256> lettersOf(bool last) {
+// The letters that endings of names end with.
+constexpr std::array<bool, 256> lastLetters() {
     std::array<bool, 256> letters{};
-    const auto add = [&](char c) {
+    for (const secret_short& one : SECRET_ENDINGS) {
+        const char c = one.word.back();
         letters[static_cast<unsigned char>(c)] = true;
         letters[static_cast<unsigned char>(c - 'a' + 'A')] = true;
-    };
-    if (last) {
-        for (const secret_short& one : SECRET_ENDINGS) {
-            add(one.word.back());
-        }
-    } else {
-        for (const secret_short& one : SECRET_SHORTS) {
-            add(one.word.front());
-        }
     }
     return letters;
 }
-constexpr std::array<bool, 256> FIRST_LETTERS = lettersOf(false);
-constexpr std::array<bool, 256> LAST_LETTERS = lettersOf(true);
+constexpr std::array<bool, 256> LAST_LETTERS = lastLetters();
 
 // Which short word a part of a name is.
 const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (!FIRST_LETTERS[static_cast<unsigned char>(line.at(from))]) {
+    if (!SHORT_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
         return nullptr;
     }
     const std::size_t end = withoutDigits(line, from, to);
@@ -159,10 +166,43 @@ bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
            line.isOneOf(from, to, SECRET_SIGNATURES);
 }
 
+// recovery code
+bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
+    if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 4) {
+        return false;
+    }
+    return std::any_of(std::begin(SECRET_PAIRS), std::end(SECRET_PAIRS), [&](const auto& pair) {
+        return to - from == pair.second.size() && line.says(from, pair.second) &&
+               line.endsWith(0, from, pair.first);
+    });
+}
+
+// dbPwdProd: a short word inside of a name whose words begin with capitals.
+bool hasCapitalPart(const SecretLine& line, std::size_t from, std::size_t to) {
+    constexpr std::size_t SHORTEST = 5;
+    if (to < from + SHORTEST) {
+        return false;
+    }
+    const std::string_view text = line.text();
+    for (std::size_t place = from + 1; place + 2 < to; ++place) {
+        if (text[place] != 'P' || !line.in(place - 1, LETTER) || line.at(place - 1) < 'a') {
+            continue;
+        }
+        for (const std::string_view word : {"Pwd", "Pw", "Passwd"}) {
+            const char next = line.at(place + word.size());
+            if (line.saysExactly(place, word) && next >= 'A' && next <= 'Z') {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 Name readName(const SecretLine& line, std::size_t from, std::size_t to) {
     Name name{from, to, lastWord(line, from, to)};
+    name.is_second = isSecond(line, from, to);
     readShortWords(line, &name);
-    name.ends_in_pass = hasEnding(line, from, to);
+    name.ends_in_pass = hasEnding(line, from, to) || hasCapitalPart(line, from, to);
     name.signs = signsAddress(line, from, to);
     return name;
 }
@@ -235,13 +275,17 @@ class NameScan {
         const std::size_t marks = skipBytes(first_, " \t#;");
         start_ = skipBytes(behindKeyword(marks), " \t");
         const std::size_t signs = skipBytes(skipBytes(skipBytes(0, " \t"), "#;$"), " \t");
-        directive_ = line.says(signs, "- ") ? signs : skipBytes(behindKeyword(signs), " \t");
+        naming_ = behindNaming(signs);
+        directive_ = naming_ != 0             ? naming_
+                     : line.says(signs, "- ") ? signs
+                                              : skipBytes(behindKeyword(signs), " \t");
     }
     void run();
 
   private:
     [[nodiscard]] std::size_t skipBytes(std::size_t from, std::string_view bytes) const;
     [[nodiscard]] std::size_t behindKeyword(std::size_t from) const;
+    [[nodiscard]] std::size_t behindNaming(std::size_t from) const;
     std::size_t atName(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
     std::size_t atSecret(const Name& name);
@@ -249,16 +293,19 @@ class NameScan {
     Region& regionAt(std::size_t place);
     std::size_t attribute(const Name& name);
     [[nodiscard]] std::size_t elementBehind(std::size_t quote) const;
+    [[nodiscard]] std::size_t behindAttributes(std::size_t quote) const;
     std::size_t valueBehind(std::size_t quote);
     std::size_t element(std::size_t text);
 
     std::size_t identified(std::size_t to);
     std::size_t define(std::size_t to);
     std::size_t login(std::size_t to);
+    std::size_t joined(std::size_t sign);
     [[nodiscard]] std::size_t behindSlash(std::size_t place) const;
     std::size_t listed(const Name& name);
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
     std::size_t spoken(const Name& name, std::size_t rest);
+    std::size_t beforeSign(std::size_t from, std::size_t sign);
     [[nodiscard]] bool ofUser(const Name& name) const;
     std::size_t netrc(const Name& name);
     [[nodiscard]] bool isNetrc(std::size_t from);
@@ -268,12 +315,17 @@ class NameScan {
     }
     [[nodiscard]] bool tellsNothing(const Name& name, std::size_t rest) const;
     std::size_t directive(const Name& name);
+    std::size_t namedValue(std::size_t from);
+    std::size_t table(const Name& name);
+    std::size_t escaped(const Name& name);
+    std::size_t property(const Name& name);
     std::size_t assigned(const Name& name);
     bool isOtherKey(const Name& name);
     [[nodiscard]] bool isOtherName(const Name& name, std::size_t from) const;
     [[nodiscard]] bool isNameServices(std::size_t from) const;
     [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
     std::size_t option(const Name& name);
+    [[nodiscard]] bool quotedAtEnd(const Name& name, std::size_t quote);
     [[nodiscard]] bool takesNextWord(const Name& name) const;
     [[nodiscard]] std::size_t saidOf(const Name& name) const;
     [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const;
@@ -287,17 +339,23 @@ class NameScan {
     [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const Name& name) const;
     std::size_t bareValue(std::size_t from, const Name& name, bool at_start);
     std::size_t authorization(std::size_t from);
+    [[nodiscard]] std::size_t behindPrefix(std::size_t from) const;
+    [[nodiscard]] std::size_t behindCredential(const Name& name, std::size_t from) const;
+    std::size_t list(std::size_t from);
 
     SecretLine& line_;
     std::size_t first_ = 0;      // where the line begins to say something
     std::size_t start_ = 0;      // where a name would be the first thing of the line
     std::size_t directive_ = 0;  // where one would be a directive
+    std::size_t naming_ = 0;     // the same, behind a word that is followed by a name; or 0
     Region region_;
     enum class Tag { NONE, NAME, INSIDE } tag_ = Tag::NONE;
+    std::size_t tag_value_ = NOWHERE;    // the quote of the attribute "value" that it has had
     bool secret_element_ = false;        // the tag that is open names a secret
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
     enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
     Known audit_ = Known::NOT;  // whether it is a record of the audit system
+    Known user_ = Known::NOT;   // whether "user " stands in front of what may be a password
 };
 
 std::size_t NameScan::skipBytes(std::size_t from, std::string_view bytes) const {
@@ -314,6 +372,19 @@ std::size_t NameScan::behindKeyword(std::size_t from) const {
         }
     }
     return from;
+}
+
+// Where the name begins in "SetEnv NAME x" and "set $name x"; 0 when this is no such line.
+std::size_t NameScan::behindNaming(std::size_t from) const {
+    if (!line_.in(from, LETTER)) {
+        return 0;
+    }
+    for (const std::string_view word : NAMING_DIRECTIVES) {
+        if (line_.says(from, word)) {
+            return skipBytes(from + word.size(), " \t\"'");
+        }
+    }
+    return line_.says(from, "set $") ? from + 5 : 0;
 }
 
 void NameScan::run() {
@@ -335,6 +406,7 @@ std::size_t NameScan::atOther(std::size_t place) {
     const char c = line_.at(place);
     if (c == '<') {
         tag_ = Tag::NAME;
+        tag_value_ = NOWHERE;
         secret_element_ = false;
     } else if (c == '>' && tag_ != Tag::NONE) {
         tag_ = Tag::NONE;
@@ -374,10 +446,11 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
         return next;
     }
     if (!secret) {
-        const std::size_t next = to - from == 10 && line_.says(from, "identified") ? identified(to)
-                                 : to - from == 6 && line_.says(from, "define")    ? define(to)
-                                 : to - from == 5 && line_.says(from, "login")     ? login(to)
-                                                                                   : 0;
+        const std::size_t next =
+            to - from == 10 && line_.says(from, "identified") ? identified(to)
+            : to - from == 6 && line_.says(from, "define")    ? define(to)
+            : LOGIN_BEGINNINGS.has(line_, from) && line_.isOneOf(from, to, LOGIN_WORDS) ? login(to)
+                                                                                        : 0;
         return next != 0 ? next : to;
     }
     if (to - from == 8 && line_.says(from, "password") && line_.in(to, BLANK) && from > 0 &&
@@ -389,6 +462,9 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
 }
 
 std::size_t NameScan::atSecret(const Name& name) {
+    if (const std::size_t next = escaped(name); next != 0) {
+        return next;
+    }
     if (const std::size_t next = directive(name); next != 0) {
         return next;
     }
@@ -398,8 +474,62 @@ std::size_t NameScan::atSecret(const Name& name) {
     if (isHarmless(line_, name)) {
         return 0;
     }
-    const std::size_t next = listed(name);
-    return next != 0 ? next : option(name);
+    for (const auto step : {&NameScan::listed, &NameScan::table, &NameScan::property}) {
+        if (const std::size_t next = (this->*step)(name); next != 0) {
+            return next;
+        }
+    }
+    return option(name);
+}
+
+// | db_password | x |: the first two cells of a row.
+std::size_t NameScan::table(const Name& name) {
+    const std::size_t sign = line_.skip(name.to, BLANK);
+    if (line_.at(sign) != '|' || sign == name.to || !line_.starts()) {
+        return 0;
+    }
+    const bool framed = line_.at(first_) == '|' && name.from == line_.skip(first_ + 1, BLANK);
+    const std::size_t from = line_.skip(sign + 1, BLANK);
+    const std::size_t bar = line_.untilByte(from, '|');
+    const std::size_t end = withoutEnd(line_, from, bar, " \t\r");
+    const bool word = line_.until(from, BLANK) >= end;
+    if ((!framed && name.from != first_) || from == sign + 1 || line_.hasEnd(bar) == framed ||
+        !word || line_.isPlain(from, end) || (!framed && !line_.looksSecret(from, end))) {
+        return 0;
+    }
+    line_.hide(from, end, secret_rest::WORD);
+    return bar;
+}
+
+// <key>password</key><string>x</string>
+std::size_t NameScan::property(const Name& name) {
+    constexpr std::string_view END = "</key>";
+    if (!line_.says(name.to, END)) {
+        return 0;
+    }
+    const std::size_t from = line_.skip(name.to + END.size(), BLANK);
+    return line_.says(from, "<string>") ? element(from + 8) : 0;
+}
+
+// foo@password\x3dx.service: in names of units blanks and signs are escaped.
+std::size_t NameScan::escaped(const Name& name) {
+    if (!line_.says(name.to, "\\x3d") && !line_.says(name.to, "\\x20")) {
+        return 0;
+    }
+    const std::size_t from = name.to + 4;
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && !line_.says(end, "\\x20")) {
+        ++end;
+    }
+    std::size_t last = end;
+    for (const std::string_view unit : {".service", ".scope", ".mount", ".device"}) {
+        last = line_.endsWith(from, end, unit) ? end - unit.size() : last;
+    }
+    if (isHarmless(line_, name) || line_.isPlain(from, last)) {
+        return end;
+    }
+    line_.hide(from, last, secret_rest::WORD);
+    return end;
 }
 
 // ---- Pairs of a name and a value ----------------------------------------------------------------
@@ -420,6 +550,10 @@ Region& NameScan::regionAt(std::size_t place) {
 // name="password" value="x", "key": "password", "value": "x", <entry key="password">x</entry>, and
 // name: password, with the value in the next line.
 std::size_t NameScan::attribute(const Name& name) {
+    if (tag_ != Tag::NONE && name.to - name.from == 5 && line_.says(name.from, "value") &&
+        line_.at(name.to) == '=' && line_.in(name.to + 1, QUOTE)) {
+        tag_value_ = name.to + 1;
+    }
     const bool id = line_.endsWith(name.from, name.to, "id");
     const std::size_t size = id ? 2 : line_.endsWith(name.from, name.to, "key") ? 3 : 4;
     if ((size == 4 && !line_.endsWith(name.from, name.to, "name")) ||
@@ -436,6 +570,11 @@ std::size_t NameScan::attribute(const Name& name) {
     if (region.word.from == NOWHERE || region.word.from < place) {
         return 0;
     }
+    if (tag_ != Tag::NONE && tag_value_ != NOWHERE) {
+        const std::size_t value = tag_value_;  // <a value="x" name="password"/>
+        tag_value_ = NOWHERE;
+        quotedValue(value, false);
+    }
     if (tag_ != Tag::NONE && line_.at(name.to) == '=' && line_.in(name.to + 1, QUOTE) &&
         !region.element_sought) {
         region.element_sought = true;
@@ -451,23 +590,47 @@ std::size_t NameScan::attribute(const Name& name) {
 // The text of an element whose tag has only plain words behind this quote; NOWHERE when it has
 // none.
 std::size_t NameScan::elementBehind(std::size_t quote) const {
+    int attributes = 0;
     for (std::size_t place = quote + 1; place < line_.size(); ++place) {
         const char c = line_.at(place);
         if (c == '>') {
             place = line_.skip(place + 1, BLANK);
+            const bool closed = line_.at(place - 2) == '/';
+            if (!closed && line_.says(place, "<value>")) {
+                place += 7;
+            }
             return line_.at(place) == '<' || line_.hasEnd(place) ? NOWHERE : place;
         }
-        if (c == '<' || c == '=') {
+        if (c == '=' && line_.in(place + 1, QUOTE) && ++attributes < 4 &&
+            !line_.endsWith(quote, place, "value")) {
+            place = line_.untilByte(place + 2, line_.at(place + 1));
+        } else if (c == '<' || c == '=') {
             break;
         }
     }
     return NOWHERE;
 }
 
+// Behind a quote, the place behind the attributes of a tag in front of "value": a few at most.
+std::size_t NameScan::behindAttributes(std::size_t quote) const {
+    constexpr int MOST = 4;
+    std::size_t place = line_.skip(quote + 1, BLANK);
+    for (int count = 0; count < MOST && tag_ != Tag::NONE && !line_.says(place, "value=");
+         ++count) {
+        const std::size_t sign = line_.skip(place, NAME);
+        if (sign == place || line_.at(sign) != '=' || !line_.in(sign + 1, QUOTE)) {
+            break;
+        }
+        const std::size_t end = line_.untilByte(sign + 2, line_.at(sign + 1));
+        place = line_.skip(end + 1, BLANK);
+    }
+    return line_.says(place, "value=") ? place : quote + 1;
+}
+
 std::size_t NameScan::valueBehind(std::size_t quote) {
     if (!region_.value_sought) {
         region_.value_sought = true;
-        std::size_t place = quote + 1;
+        std::size_t place = behindAttributes(quote);
         place = line_.skipByte(place, ',');
         place = line_.skip(place, BLANK);
         if (line_.hasEnd(place)) {
@@ -505,7 +668,12 @@ std::size_t NameScan::identified(std::size_t to) {
     if (line_.says(place, "password") && line_.in(place + 8, BLANK)) {
         place = line_.skip(place + 8, BLANK);
     }
-    return line_.in(place, QUOTE) ? quotedValue(place, false) : 0;
+    if (line_.in(place, QUOTE)) {
+        return quotedValue(place, false);
+    }
+    const std::size_t word = line_.skip(place, LETTER | DIGIT | NAME);
+    const bool secret = line_.says(by, "by ") && line_.looksSecret(place, word);
+    return secret ? line_.hideWord(place) : 0;
 }
 
 // define('DB_PASSWORD', 'x')
@@ -530,15 +698,36 @@ std::size_t NameScan::define(std::size_t to) {
 // login: me / x; and login me / x, where x looks like a secret
 std::size_t NameScan::login(std::size_t to) {
     const bool divided = line_.at(to) == ':';
-    const std::size_t user = line_.skip(divided ? to + 1 : to, BLANK);
-    const std::size_t from = behindSlash(line_.skip(user, NAME));
-    if (!line_.in(user, LETTER) || from == 0) {
+    std::size_t user = line_.skip(divided ? to + 1 : to, BLANK);
+    user = line_.says(user, "with ") ? line_.skip(user + 5, BLANK) : user;
+    const std::size_t behind = line_.skip(user, NAME);
+    const std::size_t from = behindSlash(behind);
+    if (!line_.in(user, LETTER)) {
         return 0;
+    }
+    if (from == 0) {
+        return joined(behind);
     }
     const std::size_t end = line_.until(from, BLANK);
     const bool number = line_.skip(from, DIGIT) == end;
     const bool secret = divided ? !number : line_.looksSecret(from, wordEnd(from, end));
     return secret ? line_.hideWord(from) : 0;
+}
+
+// login with me/x, credentials me:x, where x looks like a secret.
+std::size_t NameScan::joined(std::size_t sign) {
+    constexpr std::size_t LONGEST = 128;
+    std::size_t end = sign;
+    while (end < sign + LONGEST && !line_.hasEnd(end) && !line_.in(end, VALUE_END)) {
+        ++end;
+    }
+    const std::size_t told = wordEnd(sign + 1, end);
+    if ((line_.at(sign) != '/' && line_.at(sign) != ':') || end <= sign ||
+        !line_.looksSecret(sign + 1, told)) {
+        return 0;
+    }
+    line_.hide(sign + 1, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
+    return end;
 }
 
 // Where the word behind " / " begins; 0 when these do not stand there.
@@ -642,8 +831,11 @@ std::size_t NameScan::directive(const Name& name) {
     }
     const bool valued = line_.text().substr(name.from, name.to - name.from).find("auth_pass") !=
                         std::string_view::npos;
-    if ((name.word.from == NOWHERE && !valued) || tellsNothing(name, rest)) {
+    if ((name.word.from == NOWHERE && !valued && naming_ == 0) || tellsNothing(name, rest)) {
         return 0;
+    }
+    if (naming_ != 0) {
+        return namedValue(rest);
     }
     if (line_.isOneOf(name.from, name.to, SECRET_COMMUNITIES)) {
         return line_.hideWord(rest);
@@ -664,6 +856,17 @@ std::size_t NameScan::directive(const Name& name) {
     }
     line_.hide(rest, end, secret_rest::LINE);
     return line_.size();
+}
+
+// The value of a directive that has a name in front of it: in quotes, or a word.
+std::size_t NameScan::namedValue(std::size_t from) {
+    if (line_.in(from, QUOTE)) {
+        return quotedValue(from, false);
+    }
+    const std::size_t end = line_.until(from, BLANK);
+    line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : withoutEnd(line_, from, end, ";"),
+               secret_rest::WORD);
+    return end;
 }
 
 // ---- Assignments --------------------------------------------------------------------------------
@@ -720,6 +923,10 @@ bool NameScan::isOtherName(const Name& name, std::size_t from) const {
     if (number > from && line_.says(number, " bit")) {
         return true;
     }
+    if (name.signs && name.to - name.from == 4 &&
+        !line_.looksSecret(from, line_.until(from, VALUE_END))) {
+        return true;  // code=404, auth=basic
+    }
     if (name.from != start_ || line_.at(name.to) != ':') {
         return false;
     }
@@ -747,7 +954,9 @@ std::size_t NameScan::behindSeparator(std::size_t to) const {
     std::size_t place = to;
     if (line_.in(to, BLANK)) {
         const std::size_t word = line_.skip(to, BLANK);
-        const std::size_t size = line_.says(word, "for") ? 3 : line_.says(word, "of") ? 2 : 0;
+        const std::size_t size = line_.says(word, "for") || line_.says(word, "von") ? 3
+                                 : line_.says(word, "of") || line_.says(word, "de") ? 2
+                                                                                    : 0;
         std::size_t whose = line_.skip(word + size, BLANK);
         if (size != 0 && whose > word + size) {
             const std::size_t begun = whose;
@@ -755,9 +964,12 @@ std::size_t NameScan::behindSeparator(std::size_t to) const {
                 ++whose;
             }
             place = whose > begun ? whose : to;
+        } else if (line_.at(word) == '(') {  // token (str) = x
+            const std::size_t end = line_.skip(word + 1, LETTER | DIGIT);
+            place = line_.saysExactly(end, ") = ") ? end + 1 : to;
         }
     } else {
-        place = line_.skipByte(place, '\\');
+        place = skipBytes(place, "\\");
         place = line_.skipOne(place, QUOTE);
         place = line_.skipByte(place, ']');
     }
@@ -825,8 +1037,17 @@ std::size_t NameScan::option(const Name& name) {
     if (line_.at(rest) == '(' && whole_word) {
         const std::size_t quote = line_.skip(rest + 1, BLANK);
         if (line_.in(quote, QUOTE)) {
-            return quotedValue(quote, false);
+            const std::size_t end = quotedValue(quote, false);
+            const std::size_t second = line_.skip(end + 1, BLANK);
+            return line_.at(end) == ',' && line_.in(second, QUOTE) ? quotedValue(second, false)
+                                                                   : end;
         }
+    }
+    if (line_.says(rest, "-string ") && whole_word) {  // ConvertTo-SecureString -String "x"
+        return value(line_.skip(rest + 8, BLANK), name, false);
+    }
+    if (name.is_short && quotedAtEnd(name, rest)) {
+        return quotedValue(rest, false);
     }
     if (rest == name.to || line_.hasEnd(rest) || rest > name.to + 2 ||
         (line_.at(rest) == '(' && line_.at(name.from) != '-') ||
@@ -842,6 +1063,21 @@ std::size_t NameScan::option(const Name& name) {
         return next;
     }
     return spoken(name, rest);
+}
+
+// pass "x" at the end of a line, as the first thing of it or of a user.
+bool NameScan::quotedAtEnd(const Name& name, std::size_t quote) {
+    if (!line_.in(quote, QUOTE) || quote == name.to || !line_.says(name.from, "pass") ||
+        name.to - name.from != 4) {
+        return false;
+    }
+    if (user_ == Known::NOT) {
+        const std::size_t poll = line_.find("user ");
+        user_ = poll < name.from ? Known::YES : Known::NO;
+    }
+    const std::size_t end = line_.closing(quote + 1, line_.text().substr(quote, 1));
+    return (name.from == first_ || user_ == Known::YES) &&
+           line_.hasEnd(skipBytes(end + 1, " \t\r;"));
 }
 
 // Whether "user me" stands in front of the name.
@@ -864,8 +1100,10 @@ std::size_t NameScan::behindFiller(std::size_t from) const {
 // with token x, user me password x: a word behind a name that is the whole of a word, where it
 // looks like a secret. Of keys there are too many.
 std::size_t NameScan::spoken(const Name& name, std::size_t rest) {
-    const bool whole = (name.word.from == name.from && name.word.to == name.to) ||
-                       (name.is_short && name.short_from == name.from);
+    const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
+    const bool whole =
+        (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
+        line_.saysExactly(name.from, "_auth") || (name.is_short && name.short_from == name.from);
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
     if (!whole || sign == '/' || sign == '@') {
         return 0;
@@ -879,20 +1117,35 @@ std::size_t NameScan::spoken(const Name& name, std::size_t rest) {
     const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
                       !isOrdinary(name, from);
     if (!user && (!with || !line_.looksSecret(from, told))) {
-        return 0;
+        const std::size_t middle = line_.skip(from, NAME);
+        const std::size_t next = key ? 0 : joined(middle);  // credentials me:x
+        return next != 0 || key || middle == from ? next : beforeSign(from, middle);
     }
     line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
     return end;
 }
 
+// pw x: in a field of a line that goes on behind ":" or ",".
+std::size_t NameScan::beforeSign(std::size_t from, std::size_t sign) {
+    if ((line_.at(sign) != ':' && line_.at(sign) != ',') || !line_.looksSecret(from, sign)) {
+        return 0;
+    }
+    line_.hide(from, sign, secret_rest::WORD);
+    return sign;
+}
+
 // Where the value begins in "the token is x"; 0 when this is no such sentence.
 std::size_t NameScan::saidOf(const Name& name) const {
     std::size_t place = line_.skip(name.to, BLANK);
-    const std::size_t size = line_.says(place, "is") ? 2 : line_.says(place, "was") ? 3 : 0;
-    if (size == 0 || place == name.to || !line_.in(place + size, BLANK)) {
+    const std::size_t verb = line_.skip(place, LETTER);
+    if (place == name.to || !line_.in(verb, BLANK) || !line_.isOneOf(place, verb, SAYING_VERBS)) {
         return 0;
     }
-    place = line_.skip(place + size, BLANK);
+    const bool foreign = !line_.says(place, "is ") && !line_.says(place, "was ");
+    place = line_.skip(verb, BLANK);
+    if (foreign && !line_.looksSecret(place, wordEnd(place, line_.until(place, VALUE_END)))) {
+        return 0;
+    }
     for (const std::string_view filler : {"now ", "still ", "set to ", "changed to "}) {
         place = line_.says(place, filler) ? line_.skip(place + filler.size(), BLANK) : place;
     }
@@ -964,18 +1217,57 @@ std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
             return line_.size();
         }
     }
-    const bool escaped = line_.at(from) == '\\' && line_.in(from + 1, QUOTE);
-    if (escaped || line_.in(from, QUOTE)) {
+    if (const std::size_t prefixed = behindPrefix(from); prefixed != from) {
+        return quotedValue(prefixed, at_start);
+    }
+    constexpr std::size_t DEEP = 7;  // a text in a text in a text
+    const std::size_t quote = skipBytes(from, "\\");
+    if (quote <= from + DEEP && line_.in(quote, QUOTE)) {
         return quotedValue(from, at_start);
+    }
+    if ((line_.at(from) == '[' || line_.at(from) == '{') && !line_.saysExactly(from, "[^")) {
+        return list(from);
     }
     if (name.word.from != NOWHERE && line_.says(name.word.from, "authorization")) {
         return authorization(from);
     }
-    if (line_.at(from) == '[' || line_.at(from) == '{') {
-        line_.hideToEnd(from);
-        return line_.size();
+    return bareValue(behindCredential(name, from), name, at_start);
+}
+
+// What some languages put in front of a quote: N'x', b'x', string(1) "x".
+std::size_t NameScan::behindPrefix(std::size_t from) const {
+    constexpr std::string_view PREFIXES = "NnBbUuRr";
+    if (PREFIXES.find(line_.at(from)) != NOWHERE && line_.in(from + 1, QUOTE)) {
+        return from + 1;
     }
-    return bareValue(from, name, at_start);
+    if (line_.saysExactly(from, "string(")) {
+        const std::size_t end = line_.skip(from + 7, DIGIT);
+        return line_.saysExactly(end, ") \"") ? end + 2 : from;
+    }
+    return from;
+}
+
+// SetCredential=name:x
+std::size_t NameScan::behindCredential(const Name& name, std::size_t from) const {
+    const std::size_t colon = line_.skip(from, NAME);
+    const bool named = line_.endsWith(name.from, name.to, "setcredential") ||
+                       line_.endsWith(name.from, name.to, "setcredentialencrypted") ||
+                       line_.endsWith(name.from, name.to, "set_credential");
+    return named && colon > from && line_.at(colon) == ':' ? line_.skip(colon + 1, BLANK) : from;
+}
+
+// ["x", "y"], and whatever else begins with such a sign to the end of the line.
+std::size_t NameScan::list(std::size_t from) {
+    std::size_t place = line_.skip(from + 1, BLANK);
+    while (line_.at(from) == '[' && line_.in(place, QUOTE)) {
+        place = line_.skip(quotedValue(place, false), BLANK);
+        if (line_.at(place) == ']') {
+            return place;
+        }
+        place = line_.at(place) == ',' ? line_.skip(place + 1, BLANK) : place;
+    }
+    line_.hideToEnd(from);
+    return line_.size();
 }
 
 std::size_t NameScan::authorization(std::size_t from) {
@@ -990,7 +1282,8 @@ std::size_t NameScan::authorization(std::size_t from) {
 
 std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
     const bool escaped = line_.at(from) == '\\';
-    const std::string_view quote = line_.text().substr(from, escaped ? 2 : 1);
+    const std::size_t first = skipBytes(from, "\\");
+    const std::string_view quote = line_.text().substr(from, first + 1 - from);
     const std::size_t begin = from + quote.size();
     const std::size_t end = line_.closing(begin, quote);
     if (!line_.hasEnd(end)) {
@@ -999,7 +1292,7 @@ std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
         }
         return end + quote.size();
     }
-    if (at_start && line_.ends()) {
+    if (at_start && line_.ends() && quote.size() <= 2) {
         line_.state().open_until = escaped           ? (quote[1] == '"' ? "\\\"" : "\\'")
                                    : quote[0] == '"' ? "\""
                                                      : "'";
@@ -1018,10 +1311,12 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
     while (joined && !line_.hasEnd(place)) {
         const std::size_t word = line_.skip(place, BLANK);
         const std::size_t name = line_.skip(word, NAME);
+        const bool program = line_.isOneOf(word, name, ASSIGNED_PROGRAMS) &&
+                             (line_.in(name, BLANK) || line_.hasEnd(name));
         const bool option = line_.at(word) == '-' && (name > word + 1);
         const bool assigns = line_.in(word, LETTER) && line_.at(name) == '=' &&
                              !line_.in(name + 1, BLANK) && !line_.hasEnd(name + 1);
-        if (option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
+        if (program || option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
             return withoutEnd(line_, from, place, " \t;");
         }
         place = line_.until(word, BLANK);
@@ -1052,6 +1347,15 @@ std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_star
     if (name.is_pin && name.word.from == NOWHERE && !line_.hasEnd(digits) &&
         !line_.in(digits, VALUE_END) && VALUE_SIGNS.find(line_.at(digits)) == NOWHERE) {
         return from;
+    }
+    if (!at_start && line_.isPath(from)) {  // credentials=/etc/x,password2=y
+        std::size_t comma = from;
+        while (line_.in(comma, NAME) || line_.at(comma) == '/') {
+            ++comma;
+        }
+        if (line_.at(comma) == ',') {
+            return comma;
+        }
     }
     const std::size_t end = at_start ? lineValueEnd(from) : wordValueEnd(from, name);
     const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);

@@ -11,12 +11,90 @@ inline constexpr std::string_view SECRET_MASK = "********";
 /// Names of secret values. Each may stand inside of a longer name: db_password, x-api-key-2. "~" is
 /// one of "-", "_" and ".", or nothing.
 inline constexpr std::string_view SECRET_WORDS[] = {
-    "password",   "passwort",     "passwd",     "passphrase",     "passcode",    "secret",
-    "token",      "psk",          "api~key",    "access~key",     "private~key", "preshared~key",
-    "shared~key", "account~key",  "auth~key",   "encryption~key", "signing~key", "master~key",
-    "wep~key",    "wireless~key", "rss_key",    "fastopen_key",   "credential",  "community",
-    "bindpw",     "rootpw",       "masterauth", "requirepass",    "authtok",     "authorization",
-    "mka~cak",    "license~key",  "phpsessid",  "jsessid",        "sessionid",
+    "password",
+    "passwd",
+    "passphrase",
+    "passcode",
+    "secret",
+    "token",
+    "psk",
+    "api~key",
+    "access~key",
+    "private~key",
+    "preshared~key",
+    "shared~key",
+    "account~key",
+    "auth~key",
+    "encryption~key",
+    "signing~key",
+    "master~key",
+    "wep~key",
+    "wireless~key",
+    "rss_key",
+    "fastopen_key",
+    "credential",
+    "community",
+    "bindpw",
+    "rootpw",
+    "masterauth",
+    "requirepass",
+    "authtok",
+    "authorization",
+    "mka~cak",
+    "license~key",
+    "phpsessid",
+    "jsessid",
+    "sessionid",
+    "aes~key",
+    "hmac~key",
+    "enc~key",
+    "cipher~key",
+    "key-string",
+    "oauth2~bearer",
+    "securestring",
+    "sonar.login",
+    "auth~salt",
+    "nonce~salt",
+    "recovery~code",
+    "backup~code",
+    "totp~seed",
+    "passkey",
+    // As people mistype it.
+    "passwrd",
+    "pasword",
+    "passwort",
+    "paswd",
+    "psswd",
+    "pssword",
+    "passowrd",
+    "passwprd",
+    // And in other languages.
+    "kennwort",
+    "wachtwoord",
+    "motdepasse",
+    "contrasena",
+    "contraseña",
+    "salasana",
+    "adgangskode",
+    "lösenord",
+    "jelszó",
+    "hasło",
+    "şifre",
+    "пароль",
+    "Пароль",
+    "密码",
+    "密碼",
+    "パスワード",
+};
+
+/// Names of two words: recovery code: x.
+struct secret_pair {
+    std::string_view first;
+    std::string_view second;
+};
+inline constexpr secret_pair SECRET_PAIRS[] = {
+    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"},
+    {"backup ", "codes"},  {"pass ", "phrase"},    {"pass ", "word"},
 };
 
 /// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
@@ -26,15 +104,43 @@ struct secret_short {
     bool numbered;
 };
 inline constexpr secret_short SECRET_SHORTS[] = {
-    {"pass", true}, {"key", true}, {"pwd", false}, {"pw", false}, {"pin", false}, {"creds", false},
+    {"pass", true},    {"key", true},     {"pwd", false},   {"pw", false},    {"pin", false},
+    {"creds", false},  {"pswd", false},   {"passw", false}, {"pwrd", false},  {"jwt", false},
+    {"bearer", false}, {"puk", false},    {"passe", false}, {"mdp", false},   {"clave", false},
+    {"senha", false},  {"parola", false}, {"haslo", false}, {"heslo", false}, {"kennw", false},
+};
+
+/// What stands between a secret and its name in a sentence. Behind one of another language the
+/// value must look like a secret.
+inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
+                                                    "war", "est", "es"};
+
+/// Words behind which a user and a password follow, with a sign between them.
+inline constexpr std::string_view LOGIN_WORDS[] = {
+    "login", "zugang", "zugangsdaten", "logindaten", "anmeldung", "wifi", "wlan"};
+
+/// Programs that are given a password in the environment: PGPASSWORD=x psql.
+inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
+    "aws",     "borg",         "curl",      "duplicity",  "mysql",      "mysqldump",
+    "mariadb", "mariadb-dump", "pg_dump",   "pg_dumpall", "pg_restore", "pg_basebackup",
+    "psql",    "rclone",       "redis-cli", "restic",     "sshpass",    "vault",
 };
 
 /// Endings of names that need a letter or digit in front: dbpass, dbpw.
 inline constexpr secret_short SECRET_ENDINGS[] = {{"pass", true}, {"pwd", false}, {"pw", false}};
 
 /// Parameters of an address that sign it.
-inline constexpr std::string_view SECRET_SIGNATURES[] = {"sig", "signature", "x-amz-sig",
-                                                         "x-amz-signature"};
+inline constexpr std::string_view SECRET_SIGNATURES[] = {
+    "sig", "signature", "x-amz-sig", "x-amz-signature", "code", "auth"};
+
+/// Directives that are followed by a name and its value: SetEnv DB_PASSWORD x.
+inline constexpr std::string_view NAMING_DIRECTIVES[] = {
+    "proxy_set_header ", "fastcgi_param ",     "uwsgi_param ",
+    "scgi_param ",       "grpc_set_header ",   "add_header ",
+    "setenv ",           "requestheader set ", "requestheader add ",
+    "header set ",       "header add ",        "env ",
+    "option ",           "more_set_headers ",
+};
 
 /// Names that are followed by their value without any sign between them.
 inline constexpr std::string_view SECRET_VALUED[] = {
@@ -119,6 +225,11 @@ inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "encryption",
     "uuid",
     "passwordeval",
+    "keyname",
+    "key-name",
+    "key_name",
+    "pskidentity",
+    "cert-hash",
 };
 
 /// Beginnings of such names: the keys of a keyboard.
@@ -492,7 +603,7 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"authentication-key", "md5"},
     {"isis", "password", true},
     {"rip", "string", true},
-    {"isakmp", "key"},
+    {"isakmp", "key", true},
     {"ppp", "password", true},
     {"standby", "authentication", true},
     {"vpn", "pre-shared-secret"},

@@ -39,8 +39,10 @@ std::size_t markUser(SecretLine& line, std::size_t from, bool is_web) {
 
 // Where behind the name of a proxy, or "iscsi:", its user begins; 0 when no such name stands there.
 std::size_t proxyAt(const SecretLine& line, std::size_t place) {
-    if (line.saysExactly(place, "iscsi:")) {
-        return place + 6;
+    for (const std::string_view scheme : {"iscsi:", "pserver:"}) {
+        if (line.saysExactly(place, scheme)) {
+            return place + scheme.size();
+        }
     }
     if (!line.says(place, "proxy")) {
         return 0;
@@ -210,8 +212,8 @@ void markTimeKey(SecretLine& line) {
 
 // bob : EAP "x", : RSA file "x": secrets of a tunnel
 void markTunnelSecret(SecretLine& line) {
-    const std::size_t sign = line.at(0) == ':' ? 0 : line.find(" : ");
-    if (sign == NOWHERE) {
+    const std::size_t sign = line.untilByte(0, ':');
+    if (line.at(sign + 1) != ' ' || (sign > 0 && line.at(sign - 1) != ' ')) {
         return;
     }
     const std::size_t type = line.skip(line.untilByte(sign, ':') + 1, BLANK);
@@ -263,7 +265,8 @@ void markMailUser(SecretLine& line) {
         const std::size_t first = line.skip(0, NAME);
         const std::size_t second = line.skip(first + 1, NAME);
         if (line.at(first) == ':' && line.at(second) == ':' && line.in(first + 1, LETTER) &&
-            isHost(line, 0, first) && line.looksSecret(second + 1, end)) {
+            !line.says(first + 1, "uuid:") && isHost(line, 0, first) &&
+            line.looksSecret(second + 1, end)) {
             line.hide(second + 1, end, secret_rest::LINE);
         }
         return;
@@ -271,7 +274,9 @@ void markMailUser(SecretLine& line) {
     const std::size_t name = line.skip(user, NAME);
     const bool whole = line.at(name) == '@';
     const std::size_t colon = whole ? line.skip(name + 1, NAME) : name;
-    const bool bracket = line.at(0) == '[' && line.untilByte(0, ']') < end;
+    std::size_t port = line.untilByte(0, ']') + 1;
+    port = line.at(port) == ':' ? line.skip(port + 1, DIGIT) : port;
+    const bool bracket = line.at(0) == '[' && port == end && line.at(end - 1) != ':';
     if (name == user || line.at(colon) != ':' || line.hasEnd(colon + 1) ||
         !line.hasEnd(line.until(user, BLANK)) || (!bracket && (!whole || !isHost(line, 0, end))) ||
         !line.hasEnd(line.untilByte(colon + 1, '/')) || line.hasEnd(line.until(user, LETTER))) {
@@ -285,11 +290,12 @@ void markMailUser(SecretLine& line) {
 // user bob on >x ~*, ACL SETUSER bob on >x
 void markRights(SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
-    const std::size_t setter = line.find("SETUSER ");
-    if (!line.saysExactly(from, "user ") && setter == NOWHERE) {
+    const std::size_t first = line.says(from, "acl ") ? line.skip(from + 4, BLANK) : from;
+    const bool setter = line.says(first, "setuser ");
+    if (!line.saysExactly(from, "user ") && !setter) {
         return;
     }
-    bool rights = setter != NOWHERE;
+    bool rights = setter;
     for (std::size_t word = from; !line.hasEnd(word);) {
         const std::size_t end = line.until(word, BLANK);
         constexpr std::string_view SIGNS = "<>#!";
@@ -302,6 +308,21 @@ void markRights(SecretLine& line) {
     }
 }
 
+// key 7 x
+void markNumberedKey(SecretLine& line) {
+    const std::size_t from = line.skip(0, BLANK);
+    if (line.at(from) != 'k') {
+        return;
+    }
+    const std::size_t kind = line.skip(from + 3, BLANK);
+    const std::size_t secret = line.skip(kind + 1, BLANK);
+    const std::size_t end = line.until(secret, BLANK);
+    if (line.saysExactly(from, "key ") && line.in(kind, DIGIT) && secret > kind + 1 &&
+        line.hasEnd(end) && line.looksSecret(secret, end)) {
+        line.hideToEnd(secret);
+    }
+}
+
 // user=me:x
 void markRelayUser(SecretLine& line) {
     const std::size_t colon = line.skip(5, NAME);
@@ -309,6 +330,20 @@ void markRelayUser(SecretLine& line) {
         line.looksSecret(colon + 1, line.size())) {
         line.hideToEnd(colon + 1);
     }
+}
+
+void markShortLine(SecretLine& line) {
+    markTunnelSecret(line);
+    const char last = line.at(line.size() - 1);
+    if (isIn(last, DIGIT | BLANK)) {
+        markLoginServer(line);
+    }
+    if (isIn(line.at(0), LETTER | DIGIT) || line.at(0) == '[') {
+        markMailUser(line);
+        markRelayUser(line);
+    }
+    markRights(line);
+    markNumberedKey(line);
 }
 
 // "user" "x": all of a line
@@ -381,6 +416,15 @@ constexpr PairFilter makeShapeFilter() {
     return filter;
 }
 constexpr PairFilter SHAPE_BEGINNINGS = makeShapeFilter();
+
+constexpr BeginningFilter makeKeyFilter() {
+    BeginningFilter filter;
+    for (const secret_shape& shape : SECRET_SHAPES) {
+        filter.add(shape.beginning);
+    }
+    return filter;
+}
+constexpr BeginningFilter KEY_BEGINNINGS = makeKeyFilter();
 
 // Each of these returns the place behind what it has looked at, or 0 when there is nothing of its
 // kind.
@@ -681,6 +725,9 @@ bool ShapeScan::standsApart(std::size_t place) const {
 }
 
 std::size_t ShapeScan::shape(std::size_t place) {
+    if (!KEY_BEGINNINGS.has(line_, place)) {
+        return service(place);
+    }
     for (const secret_shape& one : SECRET_SHAPES) {
         if (line_.saysExactly(place, one.beginning) && (!one.apart || standsApart(place)) &&
             !line_.saysExactly(place, "sk-ssh-") && !line_.saysExactly(place, "sk-ecdsa-")) {
@@ -762,11 +809,10 @@ void markFields(SecretLine& line) {
     markSnmp(line);
     markTimeKey(line);
     markUserList(line);
-    markTunnelSecret(line);
-    markLoginServer(line);
-    markMailUser(line);
-    markRights(line);
-    markRelayUser(line);
+    constexpr std::size_t LONGEST = 400;  // of a line of these files
+    if (line.size() < LONGEST) {
+        markShortLine(line);
+    }
     const std::size_t size = line.size();
     if (size == 44 && line.at(43) == '=' && line.skip(0, BASE64) == size && line.at(42) != '=') {
         line.hideToEnd(0);

@@ -22,7 +22,14 @@ bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
     while ((line.at(end) >= 'A' && line.at(end) <= 'Z') || line.at(end) == '_') {
         ++end;
     }
-    return (end > from + 1 && end == to) || (line.in(from + 1, DIGIT) && to == from + 2);
+    if ((end > from + 1 && end == to) || (line.in(from + 1, DIGIT) && to == from + 2)) {
+        return true;
+    }
+    std::size_t small = from + 1;  // key=$val: few small letters
+    while ((line.at(small) >= 'a' && line.at(small) <= 'z') || line.at(small) == '_') {
+        ++small;
+    }
+    return small > from + 1 && small == to;
 }
 
 // client.key, ${dir}/ca.pem
@@ -74,6 +81,14 @@ Mixture mixtureOf(const SecretLine& line, std::size_t from, std::size_t to) {
     return found;
 }
 
+// \S+, [^ ]*, (?:a|b), <HOST>: what a filter of logs looks for.
+bool isExpression(const SecretLine& line, std::size_t from) {
+    constexpr std::string_view BEGINNINGS[] = {".*", ".+",  "\\S",    "\\w", "\\d",   "[^",
+                                               "(?", "(.*", "<HOST>", "<F-", "<ADDR>"};
+    return std::any_of(std::begin(BEGINNINGS), std::end(BEGINNINGS),
+                       [&](std::string_view one) { return line.saysExactly(from, one); });
+}
+
 }  // namespace
 
 bool SecretLine::isPath(std::size_t from) const {
@@ -86,7 +101,7 @@ bool SecretLine::isPath(std::size_t from) const {
 
 bool SecretLine::isPlain(std::size_t from, std::size_t to) const {
     return (to == from + 1 && in(from, DIGIT)) || isOneOf(from, to, PLAIN_VALUES) ||
-           isExpansion(*this, from, to) ||
+           isExpansion(*this, from, to) || isExpression(*this, from) ||
            (isPath(from) && text_.substr(from, to - from).find_first_of(" \t") == NOWHERE) ||
            isPage(*this, from, to) || isKeyFile(*this, from, to) ||
            (says(from, "pam_") && skip(from, LETTER | NAME) == to);
