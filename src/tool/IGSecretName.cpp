@@ -739,7 +739,8 @@ std::size_t NameScan::behindSlash(std::size_t place) const {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps
+// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps, and
+// "--password" "x" without a comma, as systemd writes arguments.
 std::size_t NameScan::listed(const Name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
     if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
@@ -747,11 +748,14 @@ std::size_t NameScan::listed(const Name& name) {
         line_.state().next_word = true;  // "- --password", and "- x" in the next line
         return line_.size();
     }
-    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) || line_.at(quote + 1) != ',') {
+    const bool comma = line_.at(quote + 1) == ',';
+    const bool in_quotes = name.from > 0 && line_.in(name.from - 1, QUOTE);
+    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) ||
+        (!comma && !(in_quotes && line_.in(quote + 1, BLANK)))) {
         return 0;
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
-    if (line_.hasEnd(next) && line_.ends()) {
+    if (comma && line_.hasEnd(next) && line_.ends()) {
         line_.state().next_word = true;
         return next;
     }
@@ -812,6 +816,10 @@ bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
         return true;  // an option and what it does
     }
     const bool more = name.to - name.from > name.word.to - name.word.from;
+    const std::size_t second = line_.skip(line_.until(rest, BLANK), BLANK);
+    if (line_.says(second, "not ")) {
+        return true;  // Token SecPageTables not in hash table
+    }
     if (line_.isVersion(rest) && (more || line_.endsWith(name.from, name.to, "passwd"))) {
         return true;
     }
@@ -1276,7 +1284,9 @@ std::size_t NameScan::authorization(std::size_t from) {
         to_end = to_end || line_.saysExactly(from, scheme);
     }
     const std::size_t end = to_end ? line_.size() : line_.until(from, QUOTE);
-    line_.hide(from, end, secret_rest::LINE);
+    if (!line_.isPlain(from, end)) {
+        line_.hide(from, end, secret_rest::LINE);
+    }
     return end;
 }
 

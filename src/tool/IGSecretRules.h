@@ -156,6 +156,11 @@ inline constexpr std::string_view SECRET_COMMUNITIES[] = {"rocommunity", "rwcomm
 inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "file",
     "path",
+    "chpasswd.list",
+    "set-passwords",
+    "fingerprint",
+    "fingerprints",
+    "warning",
     "dir",
     "directory",
     "timeout",

@@ -49,6 +49,29 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     return value.find_first_of("0123456789@? \t\"'") == std::string_view::npos;
 }
 
+// xxxxx, (hidden), <path>, (252:10): what stands in the place of a value, or is no more than a number.
+bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
+    const char first = line.at(from);
+    if (to >= from + 3 && (first == 'x' || first == 'X' || first == '*')) {
+        return line.text().substr(from, to - from).find_first_not_of(first) ==
+               std::string_view::npos;
+    }
+    const char last = first == '(' ? ')' : first == '<' ? '>' : '\0';
+    std::size_t place = from + 1;
+    while (line.in(place, LETTER | DIGIT) || line.at(place) == ':' || line.at(place) == '-') {
+        ++place;
+    }
+    return last != '\0' && line.at(place) == last && place + 1 == to && place > from + 1;
+}
+
+// "0 172032 crypt", as of a device of this name: two numbers and a word.
+bool isDeviceRow(const SecretLine& line, std::size_t from) {
+    const std::size_t second = line.skip(line.skip(from, DIGIT), BLANK);
+    const std::size_t word = line.skip(line.skip(second, DIGIT), BLANK);
+    return line.in(from, DIGIT) && line.in(second, DIGIT) && line.in(second - 1, BLANK) &&
+           line.in(word, LETTER) && line.in(word - 1, BLANK);
+}
+
 // Whether a byte may stand in a value that looks like a secret. What others hold are paths, hosts,
 // versions, times, lists.
 bool isSecretByte(char c) {
@@ -102,6 +125,7 @@ bool SecretLine::isPath(std::size_t from) const {
 bool SecretLine::isPlain(std::size_t from, std::size_t to) const {
     return (to == from + 1 && in(from, DIGIT)) || isOneOf(from, to, PLAIN_VALUES) ||
            isExpansion(*this, from, to) || isExpression(*this, from) ||
+           isPlaceholder(*this, from, to) || isDeviceRow(*this, from) ||
            (isPath(from) && text_.substr(from, to - from).find_first_of(" \t") == NOWHERE) ||
            isPage(*this, from, to) || isKeyFile(*this, from, to) ||
            (says(from, "pam_") && skip(from, LETTER | NAME) == to);
@@ -110,7 +134,8 @@ bool SecretLine::isPlain(std::size_t from, std::size_t to) const {
 bool SecretLine::isArchitecture(std::size_t from) const {
     std::size_t end = skip(from, LETTER | DIGIT);
     end = at(end) == '_' ? skip(end + 1, DIGIT) : end;
-    return isOneOf(from, end, PACKAGE_ARCHITECTURES) && !in(end, NAME | BASE64);
+    const bool stop = at(end) == '.' && !in(end + 1, NAME | BASE64);
+    return isOneOf(from, end, PACKAGE_ARCHITECTURES) && (stop || !in(end, NAME | BASE64));
 }
 
 bool SecretLine::isVersion(std::size_t from) const {
