@@ -739,7 +739,8 @@ std::size_t NameScan::behindSlash(std::size_t place) const {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps
+// ['--password', 'x'], [\"--password\", \"x\"], "--password" "x", with the value in the next line
+// perhaps
 std::size_t NameScan::listed(const Name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
     if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
@@ -747,7 +748,9 @@ std::size_t NameScan::listed(const Name& name) {
         line_.state().next_word = true;  // "- --password", and "- x" in the next line
         return line_.size();
     }
-    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) || line_.at(quote + 1) != ',') {
+    const bool apart = line_.in(quote + 1, BLANK) && line_.in(quote + 2, QUOTE);
+    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) ||
+        (line_.at(quote + 1) != ',' && !apart)) {
         return 0;
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);

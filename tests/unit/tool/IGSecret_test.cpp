@@ -141,6 +141,7 @@ TEST(IGSecret, EveryKeyOfAServiceIsHiddenWhenItIsLongEnough) {
 constexpr const char* LINES_WITH_SECRETS[] = {
     "argv ['/usr/local/bin/shop', '--db-password', '{}', '--license', '{}', '-k', '{}']",
     R"(["--db-password", "{}", "--port", "80"])",
+    R"(ExecStart="/bin/x" "--password" "{}" "--api-token={}")",
     R"({"argv": ["/bin/x", "--token", "{}", "-v"], "n": 1})",
     R"("Cmd": "[\"--db-password\", \"{}\", \"-v\"]")",
     R"(Popen(["sshpass", "-p", "{}", "ssh", "h"]))",
