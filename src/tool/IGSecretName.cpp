@@ -739,8 +739,8 @@ std::size_t NameScan::behindSlash(std::size_t place) const {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// ['--password', 'x'], [\"--password\", \"x\"], with the value in the next line perhaps, and
-// "--password" "x" without a comma, as systemd writes arguments.
+// ['--password', 'x'], [\"--password\", \"x\"], "--password" "x", with the value in the next line
+// perhaps
 std::size_t NameScan::listed(const Name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
     if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
@@ -748,14 +748,13 @@ std::size_t NameScan::listed(const Name& name) {
         line_.state().next_word = true;  // "- --password", and "- x" in the next line
         return line_.size();
     }
-    const bool comma = line_.at(quote + 1) == ',';
-    const bool in_quotes = name.from > 0 && line_.in(name.from - 1, QUOTE);
+    const bool apart = line_.in(quote + 1, BLANK) && line_.in(quote + 2, QUOTE);
     if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) ||
-        (!comma && !(in_quotes && line_.in(quote + 1, BLANK)))) {
+        (line_.at(quote + 1) != ',' && !apart)) {
         return 0;
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
-    if (comma && line_.hasEnd(next) && line_.ends()) {
+    if (line_.hasEnd(next) && line_.ends()) {
         line_.state().next_word = true;
         return next;
     }

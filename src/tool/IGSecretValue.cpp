@@ -49,7 +49,8 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     return value.find_first_of("0123456789@? \t\"'") == std::string_view::npos;
 }
 
-// xxxxx, (hidden), <path>, (252:10): what stands in the place of a value, or is no more than a number.
+// xxxxx, (hidden), <path>, (252:10): what stands in the place of a value, or is no more than a
+// number.
 bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
     const char first = line.at(from);
     if (to >= from + 3 && (first == 'x' || first == 'X' || first == '*')) {

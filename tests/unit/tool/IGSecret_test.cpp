@@ -141,6 +141,7 @@ TEST(IGSecret, EveryKeyOfAServiceIsHiddenWhenItIsLongEnough) {
 constexpr const char* LINES_WITH_SECRETS[] = {
     "argv ['/usr/local/bin/shop', '--db-password', '{}', '--license', '{}', '-k', '{}']",
     R"(["--db-password", "{}", "--port", "80"])",
+    R"(ExecStart="/bin/x" "--password" "{}" "--api-token={}")",
     R"({"argv": ["/bin/x", "--token", "{}", "-v"], "n": 1})",
     R"("Cmd": "[\"--db-password\", \"{}\", \"-v\"]")",
     R"(Popen(["sshpass", "-p", "{}", "ssh", "h"]))",
@@ -488,6 +489,19 @@ constexpr const char* LINES_WITH_SECRETS[] = {
 
 constexpr const char* LINES_WITHOUT[] = {
     "TriggeredBy: * broken.timer",
+    "chpasswd.list: DEPRECATED: List of pairs. Each user will have the corresponding password set.",
+    "modules-config/config-set-passwords: running config-set-passwords with frequency once",
+    "finish: modules-final/config-ssh-authkey-fingerprints: SUCCESS: ran successfully",
+    "(0x1000): pwd_expiration_warning is -1",
+    "Token SecPageTables not in hash table.",
+    "secretdata: 0 172032 crypt aes-xts-plain64 :64:logon:cryptsetup:82-d0 0 252:1 32768",
+    "secretdata        252  10 L--w    1    1      0 CRYPT-LUKS2-82-secretdata",
+    "secretdata (252:10)",
+    "  private key: (hidden)",
+    "#SSH_KEY=\"<path>\"",
+    "password=xxxxxxxx",
+    "  authorization: null",
+    "Selecting previously unselected package libsecret-1-0:amd64.\\015",
     "TriggeredBy: ● broken.timer",
     "● broken.service - A broken one",
     "M: 6:0:0:0",
