@@ -276,16 +276,29 @@ def test_no_java_virtual_machine_and_wrong_usage_are_told(system: Machine):
 # ---- Certificates --------------------------------------------------------------------------------
 
 
-def test_certificates_are_read_as_their_owner(system: Machine):
-    lay_over(system, "/usr/sbin", "openssl", '#!/bin/sh\necho "$(id -u):$(id -g) $*"\n')
-    system.file("/tmp/a/one.crt", owner=(4711, 4712))
-    system.file("/tmp/a/two.crt")
-    system.link("/tmp/a/three.crt", "/tmp/a/one.crt")
-    done = system.exec([CERTIFICATES, "/tmp/a/*.crt", "/tmp/none/*.pem"])
-    shown = "-noout -subject -issuer -serial -dates"
-    assert (done.status, done.stdout) == (
-        0, f"==> /tmp/a/one.crt\n4711:4712 x509 -in /tmp/a/one.crt {shown}\n"
-        f"==> /tmp/a/three.crt\n4711:4712 x509 -in /tmp/a/one.crt {shown}\n"
-        f"==> /tmp/a/two.crt\n0:0 x509 -in /tmp/a/two.crt {shown}\n")
+def test_certificates_are_read_as_whoever_could_lead_to_another_file(system: Machine):
+    lay_over(system, "/usr/sbin", "openssl", '#!/bin/sh\necho "$(id -u):$(id -g) $3"\n')
+    system.file("/tmp/a/file.crt", owner=(4711, 4712))
+    system.file("/tmp/a/roots.crt")
+    system.link("/tmp/a/link.crt", "/tmp/a/file.crt")
+    system.link("/tmp/a/users_link.crt", "/tmp/a/roots.crt", owner=(4711, 4712))
+    system.link("/tmp/a/via.crt", "users_link.crt")
+    system.directory("/tmp/b", owner=(4711, 4712))
+    system.file("/tmp/b/roots.crt")
+    system.link("/tmp/a/way.crt", "/tmp/b/roots.crt")
+    done = system.exec([CERTIFICATES, "/tmp/a/*.crt", "/tmp/b/*.crt", "/tmp/none/*.pem"])
+    user, root = "4711:4712", "0:0"
+    assert done.stdout == "".join(f"==> {path}\n{who} {path}\n" for path, who in [
+        ("/tmp/a/file.crt", user), ("/tmp/a/link.crt", user), ("/tmp/a/roots.crt", root),
+        ("/tmp/a/users_link.crt", user), ("/tmp/a/via.crt", user), ("/tmp/a/way.crt", user),
+        ("/tmp/b/roots.crt", user)])
     assert system.exec([CERTIFICATES, "/tmp/none/*.pem"]).stdout == "certificates: there are none\n"
     assert system.exec([CERTIFICATES], check=False).status == 2
+
+
+def test_certificates_beyond_the_limit_are_counted(machine: Machine):
+    lay_over(machine, "/usr/sbin", "openssl", "#!/bin/sh\n")
+    machine.exec(f"sed 's/^most=100/most=2/' {CERTIFICATES} >/opt/certificates; chmod +x /opt/certificates;"
+                 f" ln -s {TOOLS}/run {TOOLS}/escape {TOOLS}/mask /opt/; touch /tmp/1.crt /tmp/2.crt /tmp/3.crt")
+    assert machine.exec(["/opt/certificates", "/tmp/*.crt"]).stdout == (
+        "==> /tmp/1.crt\n==> /tmp/2.crt\n==> 1 more were left out\n")

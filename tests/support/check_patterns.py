@@ -133,11 +133,12 @@ MUST_BE_TOLD = {
     "corosync-cmapctl": (r"^(-m stats)?$",), "corosync-qdevice-tool": (r"^-s$",),
     "corosync-quorumtool": (r"^-[sl]$",), "crictl": (r"^--runtime-endpoint unix:///run/",),
     "crm_mon": (r"^-1( |$)",), "crm_resource": (r"^-l$",), "crm_verify": (r"^-L( |$)",),
-    "curl": (r"^-s -S -m [0-9]+ http://127\.0\.0\.1[:/]",), "java": (r"^-XX:-UsePerfData .*-version$",),
+    "curl": (r"^-q -s -S -m [0-9]+ http://127\.0\.0\.1[:/]",), "java": (r"^-XX:-UsePerfData .*-version$",),
     "kubeadm": (r"^version$",), "kubelet": (r"^--version$",), "pacemakerd": (r"^--features$",),
     "stonith_admin": (r"^-[LH]( |$)",),
     "chronyc": (r"^-n (tracking|source|activity)",), "ntpq": (r"^-n ",),
     "docker": (r"^(?!ps )|--format table ",), "podman": (r"^(?!ps )|--format table ",),
+    "dmsetup": (r"^(?!status)|^status --noflush$",),  # or it commits the metadata of thin pools
     "dumpe2fs": (r"^-h ",), "lldpcli": (r"^show ",), "mdadm": (r"^-D ",), "nft": (r"^list ",),
     "df": (r"^-l",), "du": (r"^-0 -x ",),
     "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0( \))?$",
