@@ -263,6 +263,55 @@ def test_the_descriptors_of_processes_are_counted(system: Machine):
     assert [int(row[0]) for row in rows] == sorted((int(row[0]) for row in rows), reverse=True)
 
 
+def test_removed_files_that_are_open_are_listed_by_size(system: Machine):
+    # A file with a line feed in its name, twice open, a larger one, and one in memory that takes no disk.
+    system.directory("/tmp/held")
+    system.file("/tmp/hold", """import os, time
+held = []
+for name, size in (("/tmp/held/a\\nb", 5000), ("/tmp/held/big", 90000)):
+    held.append(open(name, "wb", buffering=0))
+    held[-1].write(b"x" * size)
+    os.unlink(name)
+held += [os.dup(held[0].fileno()), os.memfd_create("held")]
+open("/tmp/there", "w").close()
+time.sleep(1000)
+""")
+    system.exec("setsid python3 /tmp/hold </dev/null >/dev/null 2>&1 &")
+    system.wait_for("/tmp/there")
+    heading, *rows = ask(system, "deleted_files").splitlines()
+    system.exec("pkill -f /tmp/hold", check=False)
+    assert heading == "KiB bytes device:inode descriptor name"
+    columns = [row.split(" ", 4) for row in rows if "held" in row]
+    assert [(column[1], column[4]) for column in columns] == [
+        ("90000", "/tmp/held/big (deleted)"), ("5000", "/tmp/held/a?b (deleted)"),
+        ("5000", "/tmp/held/a?b (deleted)")]
+    assert columns[1][2] == columns[2][2] != columns[0][2]
+    assert int(columns[0][0]) >= 88
+
+
+def test_accounts_are_shown_with_their_dates_and_without_hashes(system: Machine):
+    system.file("/tmp/shadow", "a:$6$hash:0:0:99999:7:::\nb:!$6$hash:19782:1:90:7:30:20000:\nc::20513:0:::::\n"
+                "d:*:x:y:z::::\n+::::::::\n")
+    system.mount("--bind", "/tmp/shadow", "/etc/shadow")
+    assert ask(system, "expiry").splitlines()[1:] == [
+        "a set must-change - - 7 - -",
+        "b locked 2024-02-29 2024-03-01 2024-05-29 7 30 2024-10-04",
+        "c none 2026-03-01 2026-03-01 - - - -",
+        "d locked - - - - - -"]
+
+
+def test_of_the_journal_all_but_logins_and_cron_are_asked(system: Machine):
+    lay_over(system, "/usr/bin", "journalctl", "#!/bin/sh\necho \"$@\"\n")
+    words = ask(system, "journal", "-b", "-n", "7").split()
+    assert words[:4] == ["--no-pager", "-b", "-n", "7"]
+    assert [word for word in words if word.startswith("_TRANSPORT=")] == [
+        "_TRANSPORT=kernel", "_TRANSPORT=journal", "_TRANSPORT=stdout", "_TRANSPORT=driver"]
+    asked = {int(word.partition("=")[2]) for word in words[words.index("+") + 1:]}
+    assert asked == set(range(24)) - {4, 9, 10}
+    done = system.exec([f"{TOOLS}/journal"], check=False)
+    assert (done.status, done.stderr) == (2, "usage: journal JOURNALCTL-ARG...\n")
+
+
 # ---- Volumes ------------------------------------------------------------------------------------
 
 

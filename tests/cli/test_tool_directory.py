@@ -14,6 +14,7 @@ RUN, SHOW, MASK, ESCAPE = (f"{TOOLS}/{name}" for name in ("run", "show", "mask",
 ROOT = Path(__file__).resolve().parents[2]
 
 PLACES = ("/usr/sbin", "/usr/bin", "/sbin", "/bin", "/usr/local/sbin", "/usr/local/bin")
+VENDOR_PLACES = ("/opt/MegaRAID/storcli", "/opt/MegaRAID/perccli")
 HIDDEN = "********"
 
 
@@ -23,8 +24,11 @@ HIDDEN = "********"
 def test_a_program_is_found_in_every_place(machine: Machine):
     for number, place in enumerate(PLACES):
         lay_over(machine, place, f"probe{number}", f"#!/bin/sh\necho found {number}\n")
-    found = [machine.exec([RUN, f"probe{number}"]).stdout for number in range(len(PLACES))]
-    assert found == [f"found {number}\n" for number in range(len(PLACES))]
+    count = len(PLACES) + len(VENDOR_PLACES)
+    for number, place in enumerate(VENDOR_PLACES, len(PLACES)):
+        machine.file(f"{place}/probe{number}", f"#!/bin/sh\necho found {number}\n", 0o755)
+    found = [machine.exec([RUN, f"probe{number}"]).stdout for number in range(count)]
+    assert found == [f"found {number}\n" for number in range(count)]
 
 
 def test_what_is_absent_or_not_in_use_is_said_in_one_line(system: Machine):

@@ -91,7 +91,8 @@ FILTERED = (
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
 OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
-                "certificates", "namespaces", "process", "refusals"}  # of "run -c"
+                "certificates", "deleted_files", "expiry", "journal", "namespaces", "process",
+                "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
@@ -113,13 +114,15 @@ FORBIDDEN_PROGRAMS = {
 # Programs that load modules or start services when the part that they ask is not in use.
 NEED_A_REASON = {
     "btrfs", "cibadmin", "corosync-cfgtool", "corosync-cmapctl", "corosync-qdevice-tool",
-    "corosync-quorumtool", "crictl", "crm_mon", "crm_resource", "crm_verify", "curl", "dmsetup", "docker", "faillock", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
-    "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "podman",
-    "resolvectl", "rpcinfo", "rpm", "stonith_admin", "systemctl", "timedatectl", "virsh", "wg", "xl", "zfs", "zpool",
+    "corosync-quorumtool", "crictl", "crm_mon", "crm_resource", "crm_verify", "curl", "dmsetup", "docker", "drbdsetup",
+    "fail2ban-client", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
+    "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "ovs-vsctl", "perccli64", "podman",
+    "resolvectl", "rpcinfo", "rpm", "ssacli", "stonith_admin", "storcli64", "systemctl", "timedatectl", "virsh",
+    "wg", "xl", "zfs", "zpool",
 }
 # Programs of which the tool directory has a safe form.
 HAVE_A_SAFE_FORM = {
-    "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "ip6tables-save",
+    "arptables-save", "arptables-nft-save", "faillock", "ebtables-save", "ebtables-nft-save", "ip6tables-save",
     "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "vgs",
 }
 # Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
@@ -143,8 +146,11 @@ MUST_BE_TOLD = {
     "df": (r"^-l",), "du": (r"^-0 -x ",),
     "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0( \))?$",
              r"^(?!.*-name exe )|-readable"),
+    "drbdsetup": (r"^status ",), "fail2ban-client": (r"^banned$",), "ovs-vsctl": (r"^-t 10 --no-wait show$",),
+    "storcli64": (r"show all nolog$",), "perccli64": (r"show all nolog$",), "ssacli": (r" show ",),
+    "journal": (r"-n [0-9]+ |-n [0-9]+$",),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
-    "ls": (r"^-ln",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
+    "ls": (r"^-ln",), "timedatectl": (r"^--no-pager timesync-status$",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
     "nvme": (r"^(smart-log|error-log|list-subsys)\b",),
     "nsenter": (r"^--net=\{\} (ip (addr|route show table all|rule)|nft list ruleset)$",),
     "ps": (r"^-(ww -)?e",), "rpm": (r"^-qa ",),
