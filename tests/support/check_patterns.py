@@ -142,6 +142,7 @@ MUST_BE_TOLD = {
     "chronyc": (r"^-n (tracking|source|activity)",), "ntpq": (r"^-n ",),
     "docker": (r"^(?!ps )|--format table ",), "podman": (r"^(?!ps )|--format table ",),
     "dmsetup": (r"^(?!status)|^status --noflush$",),  # or it commits the metadata of thin pools
+    "ethtool": (r"^(?!-x)",),  # prints the key of the receive hash
     "dumpe2fs": (r"^-h ",), "lldpcli": (r"^show ",), "mdadm": (r"^-D ",), "nft": (r"^list ",),
     "df": (r"^-l",), "du": (r"^-0 -x ",),
     "find": (r"^(/proc|/sys|.* -xdev )", r"-print0$|-printf .*\\0( \))?$",
