@@ -291,13 +291,14 @@ time.sleep(1000)
 
 def test_accounts_are_shown_with_their_dates_and_without_hashes(system: Machine):
     system.file("/tmp/shadow", "a:$6$hash:0:0:99999:7:::\nb:!$6$hash:19782:1:90:7:30:20000:\nc::20513:0:::::\n"
-                "d:*:x:y:z::::\n+::::::::\n")
+                "d:*:x:y:z::::\ne:x:20513:0:99999::::\n+::::::::\n")
     system.mount("--bind", "/tmp/shadow", "/etc/shadow")
     assert ask(system, "expiry").splitlines()[1:] == [
         "a set must-change - - 7 - -",
         "b locked 2024-02-29 2024-03-01 2024-05-29 7 30 2024-10-04",
         "c none 2026-03-01 2026-03-01 - - - -",
-        "d locked - - - - - -"]
+        "d locked - - - - - -",
+        "e set 2026-03-01 2026-03-01 - - - -"]
 
 
 def test_of_the_journal_all_but_logins_and_cron_are_asked(system: Machine):
