@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 import shutil
 import struct
@@ -355,6 +356,85 @@ def test_the_descriptors_of_processes_are_counted(system: Machine):
     assert [row for row in rows if row[2] == pid][0][0] in ("7", "8")
     assert [row for row in rows if row[2] == pid][0][1] == "77"
     assert [int(row[0]) for row in rows] == sorted((int(row[0]) for row in rows), reverse=True)
+
+
+# ---- Processes by their use ---------------------------------------------------------------------
+
+
+def make_process(machine: Machine, place: str, pid: int, name: str, user: int, *,
+                 ticks: tuple[int, int] = (0, 0), pages: int = 0, start: int = 5, state: str = "S") -> None:
+    """A process below a directory of them: processor time of the program and of the kernel for it."""
+    machine.file(f"{place}/{pid}/stat", (
+        f"{pid} ({name}) {state} 1 1 1 0 -1 0 1 2 3 4 {ticks[0]} {ticks[1]} 5 6 20 -5 3 0 {start} 9999 {pages}"
+        " 1 2 3\n"))
+    machine.file(f"{place}/{pid}/status", f"Name:\tx\nUid:\t1\t{user}\t2\t3\nGid:\t4\n")
+
+
+def make_counts(machine: Machine, place: str, uptime: str, cpu: str, started: int) -> None:
+    """What the kernel counts beside its processes."""
+    machine.file(f"{place}/uptime", f"{uptime} 7.00\n")
+    machine.file(f"{place}/stat", f"cpu  {cpu} 9 9\ncpu0 1\ncpu1 1\nintr 1 2 3\nprocesses {started}\n")
+    machine.file(f"{place}/loadavg", "1.50 0.70 0.30 2/90 4711\n")
+    machine.file(f"{place}/meminfo", "MemTotal:   8000 kB\nMemFree:  50 kB\nHugetlb: 1 kB\nSwapTotal: 0 kB\n")
+
+
+def test_processes_that_use_most_come_first(system: Machine):
+    second, kib = os.sysconf("SC_CLK_TCK"), os.sysconf("SC_PAGESIZE") // 1024
+    make_counts(system, "/tmp/proc", "93780.50", "100 0 100 1000 50 0 0 0", 70)
+    make_process(system, "/tmp/proc", 7, "worker", 33, ticks=(second, 0))
+    make_process(system, "/tmp/proc", 9, "over", 33)
+    make_process(system, "/tmp/proc", 11, "before", 0, ticks=(90 * second, 0))
+    make_process(system, "/tmp/proc", 20, "idle", 0, ticks=(4000 * second, 0))
+    # Half of the time of one processor, one that began meanwhile, and one with the number of another.
+    make_counts(system, "/tmp/next", "93784.50", "120 10 130 1030 45 0 5 5", 73)
+    name = "a) R 1\nFORGED (\x1b[7m"
+    make_process(system, "/tmp/next", 7, "worker", 33, ticks=(2 * second, second), pages=10)
+    make_process(system, "/tmp/next", 8, name, 4711, ticks=(0, second), pages=500, state="D")
+    make_process(system, "/tmp/next", 11, "after", 0, ticks=(0, 0), start=6, pages=20)
+    make_process(system, "/tmp/next", 20, "idle", 0, ticks=(4000 * second, 0))
+    system.directory("/tmp/next/12")  # one that has just ended
+    lay_over(system, "/usr/sbin", "sleep", "#!/bin/sh\necho $* >/tmp/slept\n"
+             "rm -r /tmp/proc\ncp -r /tmp/next /tmp/proc\n")
+    tools = with_changes(system, "load", ("/proc", "/tmp/proc"))
+    head = "    PID      UID S   PR  NI   THR   %CPU        RSS       TIME NAME\n"
+    worker = f"      7       33 S   20  -5     3   50.0 {10 * kib:10}    0:00:03 worker\n"
+    forged = f"      8     4711 D   20  -5     3   25.0 {500 * kib:10}    0:00:01 a) R 1?FORGED (?[7m\n"
+    after = f"     11        0 S   20  -5     3    0.0 {20 * kib:10}    0:00:00 after\n"
+    idle = "     20        0 S   20  -5     3    0.0          0    1:06:40 idle\n"
+    assert ask(system, "load", "-d", "4", tools=tools) == (
+        "load: 1.50 0.70 0.30 2/90 4711\nup: 1 days 02:03:04\nduring: 4.00 seconds, on 2 processors\n"
+        "cpu: user 20.0% nice 10.0% system 30.0% idle 30.0% iowait 0.0% irq 0.0% softirq 5.0% steal 5.0%\n"
+        "memory in kB: MemTotal 8000 MemFree 50 SwapTotal 0\n"
+        "processes: 4, 1 D, 3 S; 3 were started meanwhile\n\n"
+        "Most processor time during these seconds; 100 % is one processor, RSS is in kB:\n"
+        f"{head}{worker}{forged}{idle}{after}\nMost memory:\n{head}{forged}{after}{worker}{idle}")
+    assert system.read("/tmp/slept") == "4\n"
+
+
+def test_of_many_processes_those_with_the_most_are_shown(system: Machine):
+    make_counts(system, "/tmp/proc", "50.00", "1 1 1 1 1 1 1 1", 70)
+    for pid in range(1, 101):
+        make_process(system, "/tmp/proc", pid, f"p{pid}", 0, ticks=(pid * 37 % 101, 0), pages=pid * 7 % 101)
+    tools = with_changes(system, "load", ("/proc", "/tmp/proc"))
+    used, held = ask(system, "load", "-d", "0", tools=tools).split("Most processor")[1].split("Most memory")
+    by_use = sorted(range(1, 101), key=lambda pid: -(pid * 37 % 101))
+    by_memory = sorted(range(1, 101), key=lambda pid: -(pid * 7 % 101))
+    assert re.findall(r" p(\d+)$", used, re.MULTILINE) == [str(pid) for pid in by_use[:30]]
+    assert re.findall(r" p(\d+)$", held, re.MULTILINE) == [str(pid) for pid in by_memory[:20]]
+
+
+def test_names_of_real_processes_forge_nothing_there(system: Machine):
+    hostile_names.start(system)
+    text = ask(system, "load", "-d", "0")
+    hostile_names.stop(system)
+    assert [line for line in text.splitlines() if line.endswith(" a?FORGED?[7m\\233")]
+    assert hostile_names.faults(text.encode()) == []
+
+
+@pytest.mark.parametrize("words", [("5",), ("-d",), ("-d", ""), ("-d", "1x"), ("-d", "1", "2"), ("-x", "1")])
+def test_wrong_usage_of_load_ends_with_2(machine: Machine, words: tuple[str, ...]):
+    done = machine.exec([f"{TOOLS}/load", *words], check=False)
+    assert (done.status, done.stdout, done.stderr) == (2, "", "usage: load [-d SECONDS]\n")
 
 
 # ---- Volumes ------------------------------------------------------------------------------------

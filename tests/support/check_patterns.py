@@ -91,7 +91,7 @@ FILTERED = (
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
 OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
-                "certificates", "namespaces", "process", "refusals"}  # of "run -c"
+                "certificates", "load", "namespaces", "process", "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
@@ -117,10 +117,10 @@ NEED_A_REASON = {
     "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "podman",
     "resolvectl", "rpcinfo", "rpm", "stonith_admin", "systemctl", "timedatectl", "virsh", "wg", "xl", "zfs", "zpool",
 }
-# Programs of which the tool directory has a safe form.
+# Programs of which the tool directory has a safe form: top asks a name service for every user.
 HAVE_A_SAFE_FORM = {
     "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "ip6tables-save",
-    "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "vgs",
+    "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "top", "vgs",
 }
 # Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
 NUL_ENDED = {"du", "find"}
