@@ -170,12 +170,13 @@ def test_physical_interfaces_come_first_and_virtual_ends_are_left_out(system: Ma
         "eth0", "eth1"]
 
 
-def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine):
+@pytest.mark.parametrize("trap", ["", "trap '' TERM; "])
+def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine, trap: str):
     make_devices(system)
     for name in ("eth0", "eth1", "eth2"):
         make_interface(system, name, device__x="")
     lay_over(system, "/usr/local/bin", "probe", "#!/bin/sh\necho asked $1\n"
-             "[ $1 = eth0 ] || { : >/tmp/there; exec sleep 1000; }\n")
+             f"[ $1 = eth0 ] || {{ {trap}: >/tmp/there; exec sleep 1000; }}\n")
     system.exec(f"setsid {EACH} interface probe {{}} >/tmp/out 2>&1 & echo $! >/tmp/pid")
     system.wait_for("/tmp/there")
     system.exec("kill -TERM -$(cat /tmp/pid)")
