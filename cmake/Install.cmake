@@ -32,9 +32,14 @@ install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
   PERMISSIONS ${world_readable_file})
 
 # The commands that the shipped patterns run their tools through, and examples to begin a pattern with.
+# What ends with ".sh" is no command: some of them read it in.
 file(GLOB tools CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*)
+file(GLOB parts CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*.sh)
+list(REMOVE_ITEM tools ${parts})
 install(PROGRAMS ${tools} DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
   PERMISSIONS ${world_readable_directory})
+install(FILES ${parts} DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
+  PERMISSIONS ${world_readable_file})
 install(TARGETS escape mask show RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/tool
   PERMISSIONS ${world_readable_directory})
 file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)

@@ -120,6 +120,7 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ("df -lk", "-0 find /proc -print", "find is not told -print0"),
     ("df -lk", "sh -c ls", "sh may change, wake or wait for something"),
     ("df -lk", "lspci", "lspci is not run by the command of the tool directory"),
+    ("df -lk", "top -b -n 2", "top is not run by the command of the tool directory"),
     ("df -lk", "-c mask", "mask is no command of the tool directory"),
     ("df -lk", "ls -ln /etc", "ls is not told to pass what is not there over"),
     ("df -lk", "nft list ruleset", "nft is run on no condition"),

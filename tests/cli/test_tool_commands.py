@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 import shutil
 import struct
@@ -22,33 +23,61 @@ def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
     return done.stdout
 
 
-def with_other_path(machine: Machine, name: str, path: str, other: str) -> str:
-    """A tool directory in which a command looks at another path: nothing can be put over /proc/self."""
-    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name};"
-                 f" sed 's|{path}|{other}|' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
+    """A tool directory in which these texts of a command, each in one line, are others."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}")
+    code = machine.read(f"{TOOLS}/{name}")
+    for text, other in changes:
+        assert text in code
+        code = code.replace(text, other)
+    machine.file(f"/opt/tool/{name}", code, 0o755)
     return "/opt/tool"
 
 
+def with_other_path(machine: Machine, name: str, path: str, other: str) -> str:
+    """A tool directory in which a command looks at another path: nothing can be put over /proc/self."""
+    return with_changes(machine, name, (path, other))
+
+
 # ---- Once for everything of one kind ------------------------------------------------------------
+
+
+def make_blocks(machine: Machine, *names: str, **slaves: str) -> None:
+    """Block devices, and those that some are made of; "sda/sda1" is a partition."""
+    for name in (*names, *slaves):
+        machine.directory(f"/tmp/block/{name}")
+        machine.link(f"/tmp/class/{name.split('/')[-1]}", f"/tmp/block/{name}")
+        if "/" in name:
+            machine.file(f"/tmp/block/{name}/partition", "1\n")
+    for name, below in slaves.items():
+        for slave in below.split():
+            machine.link(f"/tmp/block/{name}/slaves/{slave}", f"/tmp/class/{slave}")
+    for place in ("block", "class", "net"):
+        machine.directory(f"/tmp/{place}")
+    machine.mount("--bind", "/tmp/class", "/sys/class/block")
+    machine.mount("--bind", "/tmp/block", "/sys/block")
 
 
 def make_devices(machine: Machine, *names: str) -> None:
     """Gives a machine these disks and interfaces, and no others."""
     for name in names:
         machine.directory(f"/tmp/{name}")
-    for place in ("block", "net"):
-        machine.directory(f"/tmp/{place}")
-    machine.mount("--bind", "/tmp/block", "/sys/block")
+    make_blocks(machine, *(name[6:] for name in names if name.startswith("block/")))
     machine.mount("--bind", "/tmp/net", "/sys/class/net")
+
+
+def put_to_sleep(machine: Machine, name: str, state: str = "suspended") -> None:
+    """Has the kernel tell this state of a disk."""
+    machine.file(f"/tmp/block/{name}/device/power/runtime_status", state + "\n")
 
 
 def test_a_program_runs_for_every_disk(system: Machine):
     make_devices(system, "block/sda", "block/nvme0n1", "block/loop0", "block/dm-0", "block/sr0",
                  "block/md0")
     assert system.exec([EACH, "disk", "echo", "{}", "-n 1", "/dev/{}", "a={}b"]).stdout == (
-        "==> nvme0n1\nnvme0n1 -n 1 /dev/nvme0n1 a=nvme0n1b\n==> sda\nsda -n 1 /dev/sda a=sdab\n")
-    assert system.exec([EACH, "nvme", "echo"]).stdout == "==> nvme0n1\n\n"
-    assert system.exec([EACH, "raid", "echo", "/dev/{}"]).stdout == "==> md0\n/dev/md0\n"
+        "==> nvme0n1\n  nvme0n1 -n 1 /dev/nvme0n1 a=nvme0n1b\n==> sda\n  sda -n 1 /dev/sda a=sdab\n")
+    assert system.exec([EACH, "nvme", "echo"]).stdout == "==> nvme0n1\n  \n"
+    assert system.exec([EACH, "raid", "echo", "/dev/{}"]).stdout == "==> md0\n  /dev/md0\n"
     for name in ("sda", "nvme0n1"):
         system.remove(f"/tmp/block/{name}")
     system.remove("/tmp/block/md0")
@@ -57,18 +86,62 @@ def test_a_program_runs_for_every_disk(system: Machine):
         assert system.exec([EACH, kind, "echo", "{}"]).stdout == f"echo: no {told} on this machine\n"
 
 
+def test_no_output_looks_like_a_heading(system: Machine):
+    make_devices(system, "block/sda", "block/sdb")
+    assert system.exec([EACH, "disk", "printf", "==> other\\n\\n==> {}"]).stdout == (
+        "==> sda\n  ==> other\n  \n  ==> sda\n==> sdb\n  ==> other\n  \n  ==> sdb\n")
+
+
 def test_what_sleeps_or_is_suspended_is_not_asked(system: Machine):
-    make_devices(system, "block/sda", "block/sdb", "block/md0", "net/eth0")
+    make_devices(system, "block/sda", "block/sdb", "block/sdc", "block/md0", "net/eth0")
     system.file("/tmp/net/eth0/device/power/runtime_status", "active\n")
-    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == "==> eth0\neth0\n"
+    assert system.exec([EACH, "interface", "echo", "{}"]).stdout == "==> eth0\n  eth0\n"
     system.file("/tmp/net/eth0/device/power/runtime_status", "suspended\n")
     assert system.exec([EACH, "interface", "echo", "{}"]).stdout == (
-        "==> eth0 sleeps and was not asked\n")
-    system.file("/tmp/block/sda/device/power/runtime_status", "suspended\n")
+        "==> eth0 was not asked: eth0 sleeps\n")
+    put_to_sleep(system, "sda")
+    put_to_sleep(system, "sdb", "resuming")
+    put_to_sleep(system, "sdc", "suspending")
     system.file("/tmp/block/md0/dm/suspended", "1\n")
     assert system.exec([EACH, "disk", "echo", "{}"]).stdout == (
-        "==> sda sleeps and was not asked\n==> sdb\nsdb\n")
-    assert system.exec([EACH, "raid", "echo", "{}"]).stdout == "==> md0 sleeps and was not asked\n"
+        "==> sda was not asked: sda sleeps\n==> sdb\n  sdb\n==> sdc was not asked: sdc sleeps\n")
+    assert system.exec([EACH, "raid", "echo", "{}"]).stdout == "==> md0 was not asked: md0 is suspended\n"
+
+
+def test_an_array_on_a_disk_that_sleeps_is_not_asked(system: Machine):
+    make_blocks(system, "sda", "sda/sda1", "sdb", "sdb/sdb1", "sdc", md0="sda1 sdb1", md1="sdc",
+                md2="dm-1 sdc", **{"dm-1": "md0", "dm-2": "md0 dm-1"})
+    put_to_sleep(system, "sdb")
+    assert system.exec([EACH, "raid", "echo", "{}"]).stdout == (
+        "==> md0 was not asked: sdb sleeps\n==> md1\n  md1\n==> md2 was not asked: sdb sleeps\n")
+    put_to_sleep(system, "sdb", "active")
+    system.file("/tmp/block/dm-1/dm/suspended", "1\n")
+    assert system.exec([EACH, "raid", "echo", "{}"]).stdout == (
+        "==> md0\n  md0\n==> md1\n  md1\n==> md2 was not asked: dm-1 is suspended\n")
+
+
+def test_a_file_system_on_a_disk_that_sleeps_is_not_asked(system: Machine):
+    make_blocks(system, "sda", "sda/sda1", "sdb", "sdc", **{"dm-0": "sda1", "dm-1": "sdb"})
+    system.file("/tmp/mountinfo", (
+        "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+        "2 0 253:0 / /a\\040b rw - xfs /dev/mapper/a rw\n"
+        "3 0 253:1 / /c rw - xfs /dev/mapper/c rw\n"
+        "4 0 0:30 / /bt rw - btrfs /dev/sdb rw\n"
+        "5 0 0:31 / /bt2 rw - btrfs /dev/sdc rw\n"))
+    for number, name in (("8:1", "sda1"), ("253:0", "dm-0"), ("253:1", "dm-1")):
+        system.link(f"/tmp/numbers/{number}", f"../class/{name}")
+    for members in (("sdb", "sda1"), ("sdc",)):
+        for name in members:
+            system.link(f"/tmp/fs/btrfs/{members[0]}/devices/{name}", f"/tmp/class/{name}")
+    system.mount("--bind", "/tmp/numbers", "/sys/dev/block")
+    system.mount("--bind", "/tmp/fs", "/sys/fs")
+    each = with_other_path(system, "each", "/proc/self/mountinfo", "/tmp/mountinfo") + "/each"
+    put_to_sleep(system, "sda")
+    assert system.exec([each, "ext", "echo", "{}"]).stdout == "==> sda1 was not asked: sda sleeps\n"
+    assert system.exec([each, "xfs", "echo", "{}"]).stdout == (
+        "==> /a\\040b was not asked: sda sleeps\n==> /c\n  /c\n")
+    assert system.exec([each, "btrfs", "echo", "{}"]).stdout == (
+        "==> /bt was not asked: sda sleeps\n==> /bt2\n  /bt2\n")
 
 
 def make_interface(machine: Machine, name: str, link: int | None = None, **files: str) -> None:
@@ -97,19 +170,42 @@ def test_physical_interfaces_come_first_and_virtual_ends_are_left_out(system: Ma
         "eth0", "eth1"]
 
 
-def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine):
+@pytest.mark.parametrize("trap", ["", "trap '' TERM; "])
+def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine, trap: str):
     make_devices(system)
     for name in ("eth0", "eth1", "eth2"):
         make_interface(system, name, device__x="")
     lay_over(system, "/usr/local/bin", "probe", "#!/bin/sh\necho asked $1\n"
-             "[ $1 = eth0 ] || { : >/tmp/there; exec sleep 1000; }\n")
+             f"[ $1 = eth0 ] || {{ {trap}: >/tmp/there; exec sleep 1000; }}\n")
     system.exec(f"setsid {EACH} interface probe {{}} >/tmp/out 2>&1 & echo $! >/tmp/pid")
     system.wait_for("/tmp/there")
     system.exec("kill -TERM -$(cat /tmp/pid)")
     system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
     assert system.read("/tmp/out") == (
-        "==> eth0\nasked eth0\n==> eth1\nasked eth1\n"
+        "==> eth0\n  asked eth0\n==> eth1\n  asked eth1\n"
         "==> stopped here by the time limit; not asked: eth2\n")
+
+
+@pytest.mark.parametrize("last, told", [
+    ("exec sleep 1000;", "was stopped after 1 seconds"),
+    ("trap '' TERM; printf in_part; exec sleep 1000;", "was stopped after 1 seconds"),
+    ("trap '' TERM; printf in_part; exec sleep 1001;", "does not end and was left behind"),
+    ("printf in_part; setsid sleep 1001 &", "does not end and was left behind"),
+])
+def test_what_is_stuck_hides_nothing_of_what_comes_after_it(system: Machine, last: str, told: str):
+    # One that cannot be killed, as in the kernel, is one that nobody kills.
+    make_devices(system, "block/sda", "block/sdb", "block/sdc")
+    changes = [("LIMIT=10", "LIMIT=1")]
+    if "1001" in last:
+        changes.append(('kill -s KILL "$pid"', ":"))
+    each = with_changes(system, "each", *changes) + "/each"
+    lay_over(system, "/usr/local/bin", "probe",
+             f"#!/bin/sh\necho asked $1\n[ $1 != sdb ] || {{ {last} }}\n")
+    done = system.exec([each, "disk", "probe", "{}"])
+    system.exec("pkill -KILL -x sleep", check=False)
+    part = "  in_part\n" if "in_part" in last else ""
+    assert done.stdout == (
+        f"==> sda\n  asked sda\n==> sdb\n  asked sdb\n{part}==> sdb {told}\n==> sdc\n  asked sdc\n")
 
 
 def test_a_program_runs_for_every_mounted_file_system_of_a_kind(system: Machine):
@@ -126,10 +222,10 @@ def test_a_program_runs_for_every_mounted_file_system_of_a_kind(system: Machine)
     system.mount("--bind", "/tmp/numbers", "/sys/dev/block")
     each = with_other_path(system, "each", "/proc/self/mountinfo", "/tmp/mountinfo") + "/each"
     assert system.exec([each, "ext", "echo", "/dev/{}"]).stdout == (
-        "==> sda1\n/dev/sda1\n==> sda2\n/dev/sda2\n")
+        "==> sda1\n  /dev/sda1\n==> sda2\n  /dev/sda2\n")
     assert system.exec([each, "xfs", "printf", "<%s>\\n", "{}"]).stdout == (
-        "==> /data\\040of\\040us\n</data of us>\n")
-    assert system.exec([each, "btrfs", "echo", "{}"]).stdout == "==> /bt\n/bt\n"
+        "==> /data\\040of\\040us\n  </data of us>\n")
+    assert system.exec([each, "btrfs", "echo", "{}"]).stdout == "==> /bt\n  /bt\n"
 
 
 def test_a_program_runs_in_every_other_network_namespace(machine: Machine):
@@ -150,7 +246,7 @@ def test_a_program_runs_in_every_other_network_namespace(machine: Machine):
     pid = machine.read("/tmp/pid").strip()
     done = machine.exec([EACH, "namespace", "nsenter", "--net={}", "readlink", "/proc/self/ns/net"])
     machine.exec("pkill -x sleep; umount /run/netns/blue", check=False)
-    shown = re.findall(r"==> (\S+)\n(net:\[\d+\])\n", done.stdout)
+    shown = re.findall(r"==> (\S+)\n  (net:\[\d+\])\n", done.stdout)
     assert [name for name, _ in shown if name in ("/run/netns/blue", f"/proc/{pid}/ns/net")] == [
         "/run/netns/blue", f"/proc/{pid}/ns/net"]
     assert len({number for _, number in shown}) == len(shown)
@@ -166,7 +262,7 @@ def test_a_program_runs_for_the_records_of_the_days_before(system: Machine):
         system.exec(f"touch -d '{age + 1} days ago' /tmp/log/sysstat/sa{day} /tmp/log/sysstat/sar{day}")
     system.mount("--bind", "/tmp/log", "/var/log")
     assert system.exec([EACH, "day", "echo", "-f", "{}"]).stdout == "".join(
-        f"==> /var/log/sysstat/sa{day}\n-f /var/log/sysstat/sa{day}\n" for day in days[:6])
+        f"==> /var/log/sysstat/sa{day}\n  -f /var/log/sysstat/sa{day}\n" for day in days[:6])
     system.exec("rm /tmp/log/sysstat/*")
     assert system.exec([EACH, "day", "sar"]).stdout == "sar: no record of earlier days on this machine\n"
 
@@ -196,7 +292,7 @@ def test_hundreds_of_virtual_ends_hold_no_port_up(system: Machine):
     make_interface(system, "eth0", device__x="")
     done = system.exec(["timeout", "20", EACH, "interface", "echo", "{}"])
     assert done.stdout == (
-        "==> eth0\neth0\n==> 400 virtual ends of containers and virtual machines were left out\n")
+        "==> eth0\n  eth0\n==> 400 virtual ends of containers and virtual machines were left out\n")
 
 
 @pytest.mark.parametrize("arguments", [
@@ -209,10 +305,10 @@ def test_wrong_usage_of_each_ends_with_2(machine: Machine, arguments: tuple[str,
 
 def test_what_each_prints_is_filtered_and_limited(system: Machine):
     make_devices(system, "block/sda")
-    assert ask(system, "each", "disk", "echo", "password={}") == f"==> sda\npassword={HIDDEN}\n"
+    assert ask(system, "each", "disk", "echo", "password={}") == f"==> sda\n  password={HIDDEN}\n"
     control = ["disk", "printf", "a\\033[7m %s\\n", "{}"]
     for command in ([EACH, *control], [RUN, "-c", "each", *control]):
-        assert system.exec(command).stdout == "==> sda\na\\033[7m sda\n"
+        assert system.exec(command).stdout == "==> sda\n  a\\033[7m sda\n"
     assert system.exec([RUN, "-c", "-e", "/proc/no-such", "each", "disk", "echo"]).stdout == (
         "each: not asked: there is no /proc/no-such\n")
     assert system.exec([EACH, "disk", "no-such-program"]).stdout == (
@@ -313,23 +409,103 @@ def test_of_the_journal_all_but_logins_and_cron_are_asked(system: Machine):
     assert (done.status, done.stderr) == (2, "usage: journal JOURNALCTL-ARG...\n")
 
 
+# ---- Processes by their use ---------------------------------------------------------------------
+
+
+def make_process(machine: Machine, place: str, pid: int, name: str, user: int, *,
+                 ticks: tuple[int, int] = (0, 0), pages: int = 0, start: int = 5, state: str = "S") -> None:
+    """A process below a directory of them: processor time of the program and of the kernel for it."""
+    machine.file(f"{place}/{pid}/stat", (
+        f"{pid} ({name}) {state} 1 1 1 0 -1 0 1 2 3 4 {ticks[0]} {ticks[1]} 5 6 20 -5 3 0 {start} 9999 {pages}"
+        " 1 2 3\n"))
+    machine.file(f"{place}/{pid}/status", f"Name:\tx\nUid:\t1\t{user}\t2\t3\nGid:\t4\n")
+
+
+def make_counts(machine: Machine, place: str, uptime: str, cpu: str, started: int) -> None:
+    """What the kernel counts beside its processes."""
+    machine.file(f"{place}/uptime", f"{uptime} 7.00\n")
+    machine.file(f"{place}/stat", f"cpu  {cpu} 9 9\ncpu0 1\ncpu1 1\nintr 1 2 3\nprocesses {started}\n")
+    machine.file(f"{place}/loadavg", "1.50 0.70 0.30 2/90 4711\n")
+    machine.file(f"{place}/meminfo", "MemTotal:   8000 kB\nMemFree:  50 kB\nHugetlb: 1 kB\nSwapTotal: 0 kB\n")
+
+
+def test_processes_that_use_most_come_first(system: Machine):
+    second, kib = os.sysconf("SC_CLK_TCK"), os.sysconf("SC_PAGESIZE") // 1024
+    make_counts(system, "/tmp/proc", "93780.50", "100 0 100 1000 50 0 0 0", 70)
+    make_process(system, "/tmp/proc", 7, "worker", 33, ticks=(second, 0))
+    make_process(system, "/tmp/proc", 9, "over", 33)
+    make_process(system, "/tmp/proc", 11, "before", 0, ticks=(90 * second, 0))
+    make_process(system, "/tmp/proc", 20, "idle", 0, ticks=(4000 * second, 0))
+    # Half of the time of one processor, one that began meanwhile, and one with the number of another.
+    make_counts(system, "/tmp/next", "93784.50", "120 10 130 1030 45 0 5 5", 73)
+    name = "a) R 1\nFORGED (\x1b[7m"
+    make_process(system, "/tmp/next", 7, "worker", 33, ticks=(2 * second, second), pages=10)
+    make_process(system, "/tmp/next", 8, name, 4711, ticks=(0, second), pages=500, state="D")
+    make_process(system, "/tmp/next", 11, "after", 0, ticks=(0, 0), start=6, pages=20)
+    make_process(system, "/tmp/next", 20, "idle", 0, ticks=(4000 * second, 0))
+    system.directory("/tmp/next/12")  # one that has just ended
+    lay_over(system, "/usr/sbin", "sleep", "#!/bin/sh\necho $* >/tmp/slept\n"
+             "rm -r /tmp/proc\ncp -r /tmp/next /tmp/proc\n")
+    tools = with_changes(system, "load", ("/proc", "/tmp/proc"))
+    head = "    PID      UID S   PR  NI   THR   %CPU        RSS       TIME NAME\n"
+    worker = f"      7       33 S   20  -5     3   50.0 {10 * kib:10}    0:00:03 worker\n"
+    forged = f"      8     4711 D   20  -5     3   25.0 {500 * kib:10}    0:00:01 a) R 1?FORGED (?[7m\n"
+    after = f"     11        0 S   20  -5     3    0.0 {20 * kib:10}    0:00:00 after\n"
+    idle = "     20        0 S   20  -5     3    0.0          0    1:06:40 idle\n"
+    assert ask(system, "load", "-d", "4", tools=tools) == (
+        "load: 1.50 0.70 0.30 2/90 4711\nup: 1 days 02:03:04\nduring: 4.00 seconds, on 2 processors\n"
+        "cpu: user 20.0% nice 10.0% system 30.0% idle 30.0% iowait 0.0% irq 0.0% softirq 5.0% steal 5.0%\n"
+        "memory in kB: MemTotal 8000 MemFree 50 SwapTotal 0\n"
+        "processes: 4, 1 D, 3 S; 3 were started meanwhile\n\n"
+        "Most processor time during these seconds; 100 % is one processor, RSS is in kB:\n"
+        f"{head}{worker}{forged}{idle}{after}\nMost memory:\n{head}{forged}{after}{worker}{idle}")
+    assert system.read("/tmp/slept") == "4\n"
+
+
+def test_of_many_processes_those_with_the_most_are_shown(system: Machine):
+    make_counts(system, "/tmp/proc", "50.00", "1 1 1 1 1 1 1 1", 70)
+    for pid in range(1, 101):
+        make_process(system, "/tmp/proc", pid, f"p{pid}", 0, ticks=(pid * 37 % 101, 0), pages=pid * 7 % 101)
+    tools = with_changes(system, "load", ("/proc", "/tmp/proc"))
+    used, held = ask(system, "load", "-d", "0", tools=tools).split("Most processor")[1].split("Most memory")
+    by_use = sorted(range(1, 101), key=lambda pid: -(pid * 37 % 101))
+    by_memory = sorted(range(1, 101), key=lambda pid: -(pid * 7 % 101))
+    assert re.findall(r" p(\d+)$", used, re.MULTILINE) == [str(pid) for pid in by_use[:30]]
+    assert re.findall(r" p(\d+)$", held, re.MULTILINE) == [str(pid) for pid in by_memory[:20]]
+
+
+def test_names_of_real_processes_forge_nothing_there(system: Machine):
+    hostile_names.start(system)
+    text = ask(system, "load", "-d", "0")
+    hostile_names.stop(system)
+    assert [line for line in text.splitlines() if line.endswith(" a?FORGED?[7m\\233")]
+    assert hostile_names.faults(text.encode()) == []
+
+
+@pytest.mark.parametrize("words", [("5",), ("-d",), ("-d", ""), ("-d", "1x"), ("-d", "1", "2"), ("-x", "1")])
+def test_wrong_usage_of_load_ends_with_2(machine: Machine, words: tuple[str, ...]):
+    done = machine.exec([f"{TOOLS}/load", *words], check=False)
+    assert (done.status, done.stdout, done.stderr) == (2, "", "usage: load [-d SECONDS]\n")
+
+
 # ---- Volumes ------------------------------------------------------------------------------------
 
 
 def make_volumes(machine: Machine) -> None:
-    """A disk that udev knows, one below an active volume, one that sleeps, and one of something else."""
-    for number, name in (("8:0", "sda"), ("8:16", "sdb"), ("8:32", "sdc"), ("8:48", "sdd")):
-        machine.file(f"/tmp/devices/{name}/dev", number + "\n")
-        machine.link(f"/tmp/numbers/{number}", f"/tmp/devices/{name}")
+    """A disk that udev knows, one below an active volume, a partition of one that sleeps, an array on
+    this, and a disk of something else."""
+    make_blocks(machine, "sda", "sdb", "sdc", "sdc/sdc1", "sdd", md0="sdc1",
+                **{"dm-0": "sdb", "dm-1": "sdd"})
+    for number, name in (("8:0", "sda"), ("8:16", "sdb"), ("8:33", "sdc1"), ("8:48", "sdd"), ("9:0", "md0")):
+        place = "sdc/sdc1" if name == "sdc1" else name
+        machine.file(f"/tmp/block/{place}/dev", number + "\n")
+        machine.link(f"/tmp/numbers/{number}", f"/tmp/class/{name}")
         machine.file(f"/tmp/run/udev/data/b{number}", "E:ID_FS_TYPE=%s\n" % (
-            {"sda": "LVM2_member", "sdc": "LVM2_member"}.get(name, "ext4")))
-    machine.file("/tmp/devices/sdc/device/power/runtime_status", "suspended\n")
+            "ext4" if name in ("sdb", "sdd") else "LVM2_member"))
+    put_to_sleep(machine, "sdc")
     machine.file("/tmp/block/dm-0/dm/uuid", "LVM-abc\n")
-    machine.link("/tmp/block/dm-0/slaves/sdb", "/tmp/devices/sdb")
     machine.file("/tmp/block/dm-1/dm/uuid", "CRYPT-abc\n")
-    machine.link("/tmp/block/dm-1/slaves/sdd", "/tmp/devices/sdd")
     machine.mount("--bind", "/tmp/numbers", "/sys/dev/block")
-    machine.mount("--bind", "/tmp/block", "/sys/block")
     machine.mount("--bind", "/tmp/run", "/run")
 
 
@@ -337,8 +513,9 @@ def test_lvm_is_asked_about_its_own_devices_only(system: Machine):
     make_volumes(system)
     lay_over(system, "/usr/sbin", "lvs", "#!/bin/sh\nprintf '%s\\n' \"$@\"\n")
     text = ask(system, "lvm", "lvs", "-a", "-o", "+devices")
-    first, *arguments = text.splitlines()
-    assert first == "/dev/sdc sleeps or is suspended, and was not asked"
+    first, second, *arguments = text.splitlines()
+    assert (first, second) == (
+        "/dev/sdc1 was not asked: sdc sleeps", "/dev/md0 was not asked: sdc sleeps")
     assert (arguments[0], arguments[1], arguments[-3:]) == (
         "--nolocking", "--config", ["-a", "-o", "+devices"])
     config = arguments[2]
@@ -510,4 +687,4 @@ def test_of_pci_devices_that_sleep_none_is_read(system: Machine):
     assert ask(system, "pci", "-v") == "lspci -nnvv\n"
     system.file("/tmp/devices/0000:00:02.0/power/runtime_status", "suspended\n")
     assert ask(system, "pci", "-v") == (
-        "lspci -nnvv -s 0000:00:01.0\n0000:00:02.0 sleeps and was not asked\n\n")
+        "lspci -nnvv -s 0000:00:01.0\n0000:00:02.0 was not asked: it sleeps\n\n")

@@ -91,7 +91,7 @@ FILTERED = (
 TOOL_DIRECTORY = "/opt/norvale/quendil/tool/"
 TOOLS = {"run", "show", "jvm", "sql"}  # the last two filter what they print by themselves
 OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptors", "pci",
-                "certificates", "deleted_files", "expiry", "journal", "namespaces", "process",
+                "certificates", "deleted_files", "expiry", "journal", "load", "namespaces", "process",
                 "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
@@ -120,10 +120,10 @@ NEED_A_REASON = {
     "resolvectl", "rpcinfo", "rpm", "ssacli", "stonith_admin", "storcli64", "systemctl", "timedatectl", "virsh",
     "wg", "xl", "zfs", "zpool",
 }
-# Programs of which the tool directory has a safe form.
+# Programs of which the tool directory has a safe form: top asks a name service for every user.
 HAVE_A_SAFE_FORM = {
-    "arptables-save", "arptables-nft-save", "faillock", "ebtables-save", "ebtables-nft-save", "ip6tables-save",
-    "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "vgs",
+    "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "faillock", "ip6tables-save",
+    "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "top", "vgs",
 }
 # Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
 NUL_ENDED = {"du", "find"}
@@ -134,7 +134,7 @@ MUST_BE_TOLD = {
     "apache2": (r"^-[vl]$",), "httpd": (r"^-[vl]$",), "nginx": (r"^-[vV]$",),
     "cibadmin": (r"^-Q$",), "corosync": (r"^-v$",), "corosync-cfgtool": (r"^-[sn]$",),
     "corosync-cmapctl": (r"^(-m stats)?$",), "corosync-qdevice-tool": (r"^-s$",),
-    "corosync-quorumtool": (r"^-[sl]$",), "crictl": (r"^--runtime-endpoint unix:///run/",),
+    "corosync-quorumtool": (r"^-i -[sl]$",), "crictl": (r"^--runtime-endpoint unix:///run/",),
     "crm_mon": (r"^-1( |$)",), "crm_resource": (r"^-l$",), "crm_verify": (r"^-L( |$)",),
     "curl": (r"^-q -s -S -m [0-9]+ http://127\.0\.0\.1[:/]",), "java": (r"^-XX:-UsePerfData .*-version$",),
     "kubeadm": (r"^version$",), "kubelet": (r"^--version$",), "pacemakerd": (r"^--features$",),
@@ -151,6 +151,7 @@ MUST_BE_TOLD = {
     "storcli64": (r"show all nolog$",), "perccli64": (r"show all nolog$",), "ssacli": (r" show ",),
     "journal": (r"-n [0-9]+ |-n [0-9]+$",),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
+    "ipcs": (r"^-[lu]$",),  # the others ask the name service
     "ls": (r"^-ln",), "timedatectl": (r"^--no-pager timesync-status$",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
     "nvme": (r"^(smart-log|error-log|list-subsys)\b",),
     "nsenter": (r"^--net=\{\} (ip (addr|route show table all|rule)|nft list ruleset)$",),

@@ -1,0 +1,52 @@
+# shellcheck shell=sh
+# Which devices are to be left alone. No command: those of this directory that ask devices read it in.
+# To ask a device that the kernel has put to sleep would wake it, and to read one that is suspended would
+# not end before it is resumed.
+# shellcheck disable=SC2034 # what a function sets is for those that call it
+
+# sleeps DIRECTORY: whether the device that this directory of sysfs stands for is asleep, or almost
+sleeps() {
+    state=
+    [ ! -r "$1/power/runtime_status" ] || read -r state 2>/dev/null <"$1/power/runtime_status"
+    case $state in
+        suspended | suspending) return 0 ;;
+    esac
+    return 1
+}
+
+# is_suspended DIRECTORY: whether a mapped device waits to be resumed
+is_suspended() {
+    state=
+    [ ! -r "$1/dm/suspended" ] || read -r state 2>/dev/null <"$1/dm/suspended"
+    [ "$state" = 1 ]
+}
+
+# find_obstacle NAME: sets obstacle to why a block device must not be read, such as "sda sleeps", or to
+# nothing. It looks at the device, at the disk that a partition is of, and at all that these are made of.
+find_obstacle() {
+    obstacle=
+    looked_at=' '
+    while [ $# -gt 0 ]; do
+        device=$1
+        shift
+        case $looked_at in
+            *" $device "*) continue ;;
+        esac
+        looked_at="$looked_at$device "
+        directory=/sys/class/block/$device
+        if sleeps "$directory/device"; then
+            obstacle="$device sleeps"
+            return
+        elif is_suspended "$directory"; then
+            obstacle="$device is suspended"
+            return
+        fi
+        if [ -e "$directory/partition" ]; then
+            disk=$(cd -P "$directory/.." && pwd)
+            set -- "$@" "${disk##*/}"
+        fi
+        for part in "$directory"/slaves/*; do
+            [ ! -e "$part" ] || set -- "$@" "${part##*/}"
+        done
+    done
+}
