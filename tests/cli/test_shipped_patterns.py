@@ -302,9 +302,9 @@ HOSTILE = {
     "process/deleted_open_files.txt": rb"/tmp/planted/oa\012FORGED\033[7m\233 (deleted)",
     "network/sockets.txt": rb'users:(("a\012FORGED\033[7m\233",pid=',
     "network/sockets_unix.txt": rb'users:(("a\012FORGED\033[7m\233",pid=',
-    "log/log_files.txt": rb" f\nFORGED\033",
+    "log/log_files.txt": rb" /var/log/f\012FORGED\033",
     "log/log_sizes.txt": rb"/var/log/postgresql/d\012FORGED\033",
-    "crash/crash_files.txt": rb" f\nFORGED\033",
+    "crash/crash_files.txt": rb" /var/crash/f\012FORGED\033",
     "crash/crash_messages.txt": b"==> /var/crash/d\\012FORGED\\033/dmesg.1\nof a crash\n",
 }
 

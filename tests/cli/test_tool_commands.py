@@ -379,8 +379,8 @@ time.sleep(1000)
     assert heading == "KiB bytes device:inode descriptor name"
     columns = [row.split(" ", 4) for row in rows if "held" in row]
     assert [(column[1], column[4]) for column in columns] == [
-        ("90000", "/tmp/held/big (deleted)"), ("5000", "/tmp/held/a?b (deleted)"),
-        ("5000", "/tmp/held/a?b (deleted)")]
+        ("90000", "/tmp/held/big (deleted)"), ("5000", "/tmp/held/a\\012b (deleted)"),
+        ("5000", "/tmp/held/a\\012b (deleted)")]
     assert columns[1][2] == columns[2][2] != columns[0][2]
     assert int(columns[0][0]) >= 88
 
