@@ -157,7 +157,9 @@ if "stopped" in sys.argv:
 while True:
     time.sleep(1)
 """
-JDK = '#!/bin/sh\necho "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n'
+#: It never ends where /tmp/slow is.
+JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/asked; exec sleep 1000; }\n'
+       'echo "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n')
 
 
 class VirtualMachine:
@@ -196,6 +198,64 @@ def test_a_process_is_told_of_with_its_limits_and_without_its_arguments(system: 
     assert "program /tmp/jdk/bin/java\n" in text
     assert f"\nLimits and control group of {one.pid}:\nLimit " in text and "\nMax open files " in text
     assert "abc" not in text and "main.py" not in text
+
+
+def test_the_path_of_a_program_forges_no_line(system: Machine):
+    with VirtualMachine(system) as one:
+        system.exec("mv /tmp/jdk/bin \"$(printf '/tmp/jdk/a\\nFORGED\\\\nFORGED\\\\cb')\"")
+        shown = "program /tmp/jdk/a?FORGED\\nFORGED\\cb/java"
+        text = system.exec([PROCESS, "java"]).stdout
+        options = one.ask("options")
+    assert f"{shown}\n\nLimits and control group of {one.pid}:\n" in text
+    assert f"{shown}\n-E\nstarts /tmp/main.py\n" in options
+    assert "\nFORGED" not in text + options
+
+
+def with_most(machine: Machine, name: str, most: str) -> str:
+    """A tool directory in which a command has another limit."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
+                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+    return "/opt/tool"
+
+
+def test_a_user_hides_no_process_of_the_system_behind_his_own(system: Machine):
+    tools = with_most(system, "process", "most=2")
+    system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/java")
+    for user in (4711, 4711, 0):
+        system.exec(f"setsid setpriv --reuid {user} --clear-groups /tmp/java 1000 >/dev/null 2>&1 &"
+                    " echo $! >>/tmp/pids")
+    pids = system.read("/tmp/pids").split()
+    system.wait_for(lambda: all(
+        system.exec(["readlink", f"/proc/{pid}/exe"]).stdout == "/tmp/java\n" for pid in pids))
+    first, second, last = pids
+    short = system.exec([f"{tools}/process", "-p", "java"]).stdout
+    text = system.exec([f"{tools}/process", "java"]).stdout
+    asked = system.exec([f"{tools}/jvm", "jstat", "-gc", "{}"]).stdout
+    system.exec(["kill", *pids])
+    assert short == f"{last}\n{first}\n==> 1 more were left out\n"
+    assert text.endswith("\n==> 1 more were left out\n") and f"\n{last}: " in text
+    assert f"{second}: " not in text
+    assert asked == (f"==> {last} of user 0\nnot asked: it publishes no counters\n"
+                     f"==> {first} of user 4711\nnot asked: it publishes no counters\n"
+                     "==> 1 more were left out\n")
+
+
+def test_the_time_limit_says_which_virtual_machines_were_not_asked(system: Machine):
+    with VirtualMachine(system, "counters") as one:
+        system.exec("setsid setpriv --reuid 4711 --clear-groups /tmp/jdk/bin/java -E -c"
+                    " 'import time; open(\"/tmp/second\", \"w\"); time.sleep(1000)' >/dev/null 2>&1 &"
+                    " echo $! >/tmp/second.pid")
+        system.wait_for("/tmp/second")
+        other = system.read("/tmp/second.pid").strip()
+        system.file("/tmp/slow")
+        system.exec(f"setsid {JVM} jstat -gc {{}} >/tmp/out 2>&1 & echo $! >/tmp/jvm.pid")
+        system.wait_for("/tmp/asked")
+        system.exec("kill -TERM -$(cat /tmp/jvm.pid)")
+        system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+        system.exec(["kill", other])
+        assert system.read("/tmp/out") == (
+            f"==> {one.pid} of user 4711\njstat: stopped here by the time limit\n"
+            f"==> stopped here by the time limit; not asked: {other}\n")
 
 
 def test_a_process_that_is_not_there_and_wrong_usage_are_told(system: Machine):
