@@ -14,6 +14,13 @@ CERTIFICATES, JVM, PROCESS, SQL = (
 HIDDEN = "********"
 
 
+def with_most(machine: Machine, name: str, most: str) -> str:
+    """A tool directory in which a command has another limit."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
+                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+    return "/opt/tool"
+
+
 # ---- Databases -----------------------------------------------------------------------------------
 
 #: Listens on sockets of users while a command runs, where nobody else listens.
@@ -110,6 +117,126 @@ it's a text
     assert done.stdout.splitlines()[2:] == [
         "UPDATE t SET a=?, c=? WHERE e=5 AND f=?", "RECORD LOCKS space id 5",
         " 0: len 4; hex (left out)", "---TRANSACTION 24", "it's a text"]
+
+
+#: Statements as InnoDB shows them, and what is left of each.
+STATEMENTS = [
+    ("UPDATE `t'x` SET a='b\nc', d=\"e\\\\\", f='it''s' WHERE g=5", "UPDATE `t'x` SET a=?\n, d=?, f=? WHERE g=5"),
+    ("SELECT 'a' -- don't\nAND 'b' # it's\n\nAND 'c'", "SELECT ? --?\nAND ? #?\n\nAND ?"),
+    ("SELECT 'it\\'s', 'b'", "SELECT ?(left out)"),
+    ("SELECT 'C:\\', 'b'", "SELECT ?(left out)"),
+    ("SELECT 'cut\n--------\nb", "SELECT ?"),
+    ("SELECT `cut\nb", "SELECT (left out)"),
+    ("SELECT /* don't */ 'a' /*!40001 SQL_NO_CACHE */ FROM t", "SELECT /*?*/ ? /*?*/ FROM t"),
+    ("SELECT /*!40001 'a' */ 'b'", "SELECT /*?*/(left out)"),
+    ("SELECT 5--1, 'a'", "SELECT 5(left out)"),
+    ("SELECT 'a" + "x" * 5000 + "', b", "(left out)"),
+]
+QUERIES = [
+    ("SELECT \"It's\", 'a\nb\\\\', 'c' -- don't\n\nAND 'd'", "SELECT \"It's\", ?\n, ? --?\n\nAND ?"),
+    ("SELECT $1, $$a'$$, $q$b\n$$c'$q$, 'd'", "SELECT $1, ?, ?\n, ?"),
+    ("SELECT E'a\\'b', 'c'", "SELECT E?(left out)"),
+    ("SELECT a$$b$$, 'c'", "SELECT a?(left out)"),
+    ("SELECT /* a /* b */ 'c' */ 'd'", "SELECT /*?*/(left out)"),
+    ("SELECT '{}'::jsonb #> 'a'", "SELECT ?::jsonb #> ?"),
+    ("SELECT 'cut", "SELECT ?"),
+]
+
+
+def test_values_in_statements_of_innodb_are_left_out_over_lines(system: Machine):
+    begin = "MariaDB thread id 13, OS thread handle 1, query id 2 localhost root Updating\n"
+    row = f"{'*' * 27} 1. row {'*' * 27}\nStatus: \n"
+    end = "TRANSACTIONS\n------------\n---TRANSACTION 5, not started\nit's a text\n"
+    system.file("/tmp/answer", row + "".join(f"{begin}{given}\n" for given, _ in STATEMENTS) + end)
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == (
+        row + "".join(f"{begin}{shown}\n" for _, shown in STATEMENTS) + end)
+    system.file("/tmp/answer", "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle 1\\nSELECT 'a\\\\'b'\\n\n")
+    done = ask(system, "/tmp/other/mysqld.sock=4715", "mariadb", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == (
+        "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle (left out)\n")
+
+
+def test_values_in_columns_of_statements_are_left_out(system: Machine):
+    system.file("/tmp/answer", "".join(
+        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {given}\n"
+        for number, (given, _) in enumerate(STATEMENTS)))
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW FULL PROCESSLIST")
+    assert done.stdout.partition("\n")[2] == "".join(
+        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {shown}\n"
+        for number, (_, shown) in enumerate(STATEMENTS))
+    answer = "-[ RECORD 1 ]-+-----\nstate | it's\nquery | {}\npid   | 5\n"
+    system.file("/tmp/answer", "".join(
+        answer.format(given.replace("\n", " +\n      | ")) for given, _ in QUERIES))
+    lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-x", "SELECT * FROM pg_stat_activity")
+    assert done.stdout.partition("\n")[2].replace(" +\n", "\n") == "".join(
+        answer.format(shown.replace("\n", "\n      | ")) for _, shown in QUERIES)
+
+
+def test_a_user_hides_no_server_behind_sockets_of_his_own(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    places = [f"/tmp/a{number}/mysqld.sock" for number in range(18)]
+    sockets = " ".join(f"{place}=4711" for place in places) + " /tmp/z/mysqld.sock=4715"
+    done = ask(system, sockets, "mariadb", "SELECT 1")
+    told = "".join(f"==> {place}\nnot asked: it belongs to user 4711\n" for place in sorted(places)[:16])
+    assert done.stdout == f"==> /tmp/z/mysqld.sock\nasked\n{told}==> 2 more were left out\n"
+    done = ask(system, " ".join(f"{place}=4715" for place in places).replace("/a", "/b"), "mariadb", "SELECT 1")
+    assert done.stdout.count("asked\n") == 16 and done.stdout.endswith("asked\n==> 2 more were left out\n")
+
+
+@pytest.mark.parametrize("owner, mode, refused", [
+    (0, 0o755, False), (4715, 0o755, False), (0, 0o1777, False), (4711, 0o755, True), (0, 0o777, True),
+    (4715, 0o775, True)])
+def test_no_socket_is_asked_that_others_can_exchange(system: Machine, owner: int, mode: int, refused: bool):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    system.directory("/tmp/my", mode, (owner, 0))
+    done = ask(system, "/tmp/my/run/mysqld.sock=4715", "mariadb", "SELECT 1")
+    assert done.stdout == "==> /tmp/my/run/mysqld.sock\n" + (
+        "not asked: others can change /tmp/my\n" if refused else "asked\n")
+
+
+def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\necho \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    # The path of the second one leads to the first one, that of the third one nowhere.
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715 /tmp/u/mysqld.sock=0"
+                        " /tmp/v/mysqld.sock=0", "sh", "-c",
+                        f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
+    assert done.stdout.startswith("==> /tmp/my/mysqld.sock\n")
+    assert done.stdout.endswith("\n==> /tmp/v/mysqld.sock\nnot asked: there is no such file here\n")
+    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1
+
+
+def test_databases_beyond_the_limit_are_counted(system: Machine):
+    tools = with_most(system, "sql", "most_databases=1")
+    lay_over(system, "/usr/sbin", "psql", CLIENT.replace("'not asked because of its name: a b'",
+                                                         "'not asked: a b' 'not asked: c d'"))
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/pg/.s.PGSQL.1=4713",
+                        f"{tools}/sql", "postgresql", "-a", "SELECT 1"])
+    assert [line for line in done.stdout.splitlines() if not line.startswith("<")] == [
+        "==> /tmp/pg/.s.PGSQL.1", "not asked: a b", "==> 1 more were left out",
+        "--- postgres", "user 4713", "==> 1 more were left out"]
+
+
+def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
+    lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\n: >/tmp/there\nexec sleep 1000\n")
+    add_users(system)
+    system.exec(["chmod", "1777", "/tmp"])
+    system.file("/tmp/listener.py", LISTENER)
+    system.exec("setsid unshare -n python3 /tmp/listener.py '/tmp/pg/.s.PGSQL.1=4713 /tmp/pg/.s.PGSQL.2=4713'"
+                f" setsid sh -c 'echo $$ >/tmp/pid; exec {SQL} postgresql \"SELECT 1\"' >/tmp/out 2>&1 &")
+    system.wait_for("/tmp/there")
+    system.exec("kill -TERM -$(cat /tmp/pid)")
+    system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+    assert system.read("/tmp/out") == (
+        "==> /tmp/pg/.s.PGSQL.1\npsql: stopped here by the time limit\n"
+        "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
 
 
 @pytest.mark.parametrize("kind", ["postgresql", "mariadb"])
@@ -209,13 +336,6 @@ def test_the_path_of_a_program_forges_no_line(system: Machine):
     assert f"{shown}\n\nLimits and control group of {one.pid}:\n" in text
     assert f"{shown}\n-E\nstarts /tmp/main.py\n" in options
     assert "\nFORGED" not in text + options
-
-
-def with_most(machine: Machine, name: str, most: str) -> str:
-    """A tool directory in which a command has another limit."""
-    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
-                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
-    return "/opt/tool"
 
 
 def test_a_user_hides_no_process_of_the_system_behind_his_own(system: Machine):
