@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import os
+import re
+import shlex
 from pathlib import Path
 
 import pytest
@@ -12,6 +14,7 @@ from support.tool_directory import TOOLS, add_users, lay_over
 CERTIFICATES, JVM, PROCESS, SQL = (
     f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
 HIDDEN = "********"
+ROOT = Path(__file__).resolve().parents[2]
 
 
 def with_most(machine: Machine, name: str, most: str) -> str:
@@ -237,6 +240,50 @@ def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
     assert system.read("/tmp/out") == (
         "==> /tmp/pg/.s.PGSQL.1\npsql: stopped here by the time limit\n"
         "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
+
+
+#: Where distributions keep the programs of a server.
+SERVERS = sorted(Path("/usr/lib/postgresql").glob("*/bin")) + [
+    Path("/usr/bin")] * Path("/usr/bin/initdb").exists()
+AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
+
+
+def shipped_query(item: str) -> list[str]:
+    """The arguments of "sql" in the tool of PostgreSQL's pattern that writes this file."""
+    text = (ROOT / "patterns/82_postgresql").read_text()
+    line = re.search(rf'COMMAND_LINE += "(\S+/sql postgresql .*)"\n.*\n.*REDIRECT_PATH = "%d%/{item}"', text)
+    assert line is not None
+    return shlex.split(line[1].replace('\\"', '"').replace("%%", "%"))
+
+
+@pytest.mark.skipif(not SERVERS, reason="there is no server of PostgreSQL")
+def test_a_real_server_tells_of_checkpoints_and_statements(machine: Machine):
+    add_users(machine)
+    machine.directory("/tmp/pg", 0o755, (4713, 4714))
+    machine.exec(f"{AS_POSTGRES} {SERVERS[-1]}/initdb -U postgres -D /tmp/pg/data >/tmp/initdb.out 2>&1")
+    # Its memory is that of an IPC namespace, and goes with it.
+    machine.exec(f"setsid unshare --ipc {AS_POSTGRES} {SERVERS[-1]}/postgres -D /tmp/pg/data -k /tmp/pg"
+                 " -c listen_addresses= -c dynamic_shared_memory_type=mmap >/tmp/server.out 2>&1 &")
+    client = f"{AS_POSTGRES} psql -X -h /tmp/pg -U postgres"
+    machine.wait_for(lambda: machine.exec(f"{client} -c 'SELECT 1'", check=False).status == 0)
+    # A later version has this view; a user's one of that name is not asked.
+    machine.exec(f"{client} -c 'CREATE VIEW public.pg_stat_checkpointer AS SELECT 7 forged'")
+    machine.exec(f"{client} -c 'SET allow_system_table_mods = on' -c 'CREATE VIEW pg_catalog.pg_stat_checkpointer"
+                 " AS SELECT 5::bigint num_timed'", check=False)
+    machine.file("/tmp/query.sql", "SELECT 'it''s', 'a\nb' FROM pg_sleep(1000) -- don't\n, pg_sleep(0) x;\n")
+    machine.exec(f"setsid {client} -f /tmp/query.sql >/tmp/client.out 2>&1 &")
+    machine.wait_for(lambda: "pg_sleep(1000)" in machine.exec(
+        f"{client} -A -t -c \"SELECT query FROM pg_stat_activity WHERE query LIKE '%don%'\"").stdout)
+    checkpoints, activity = (machine.exec(shipped_query(name)).stdout for name in ("checkpoints.txt", "activity.txt"))
+    machine.exec("kill -INT $(head -n 1 /tmp/pg/data/postmaster.pid)")
+    machine.wait_for(lambda: not machine.exists("/tmp/pg/data/postmaster.pid"))
+    rows = [[part.strip() for part in line.split("|")] for line in checkpoints.splitlines()]
+    assert ["relname", "counter", "value"] in rows
+    assert "pg_stat_bgwriter" in {row[0] for row in rows}
+    assert [row[1] for row in rows if row[0] == "pg_stat_checkpointer"][0] == "num_timed"
+    assert "forged" not in checkpoints
+    assert re.search(r"^query +\| SELECT \?, \?\n +\|  FROM pg_sleep\(1000\) --\?\n +\| , pg_sleep\(0\) x;$",
+                     activity, re.MULTILINE)
 
 
 @pytest.mark.parametrize("kind", ["postgresql", "mariadb"])
