@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import os
+import re
+import shlex
 from pathlib import Path
 
 import pytest
@@ -12,6 +14,14 @@ from support.tool_directory import TOOLS, add_users, lay_over
 CERTIFICATES, JVM, PROCESS, SQL = (
     f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
 HIDDEN = "********"
+ROOT = Path(__file__).resolve().parents[2]
+
+
+def with_most(machine: Machine, name: str, most: str) -> str:
+    """A tool directory in which a command has another limit."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
+                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+    return "/opt/tool"
 
 
 # ---- Databases -----------------------------------------------------------------------------------
@@ -112,6 +122,170 @@ it's a text
         " 0: len 4; hex (left out)", "---TRANSACTION 24", "it's a text"]
 
 
+#: Statements as InnoDB shows them, and what is left of each.
+STATEMENTS = [
+    ("UPDATE `t'x` SET a='b\nc', d=\"e\\\\\", f='it''s' WHERE g=5", "UPDATE `t'x` SET a=?\n, d=?, f=? WHERE g=5"),
+    ("SELECT 'a' -- don't\nAND 'b' # it's\n\nAND 'c'", "SELECT ? --?\nAND ? #?\n\nAND ?"),
+    ("SELECT 'it\\'s', 'b'", "SELECT ?(left out)"),
+    ("SELECT 'C:\\', 'b'", "SELECT ?(left out)"),
+    ("SELECT 'cut\n--------\nb", "SELECT ?"),
+    ("SELECT `cut\nb", "SELECT (left out)"),
+    ("SELECT /* don't */ 'a' /*!40001 SQL_NO_CACHE */ FROM t", "SELECT /*?*/ ? /*?*/ FROM t"),
+    ("SELECT /*!40001 'a' */ 'b'", "SELECT /*?*/(left out)"),
+    ("SELECT 5--1, 'a'", "SELECT 5(left out)"),
+    ("SELECT 'a" + "x" * 5000 + "', b", "(left out)"),
+]
+QUERIES = [
+    ("SELECT \"It's\", 'a\nb\\\\', 'c' -- don't\n\nAND 'd'", "SELECT \"It's\", ?\n, ? --?\n\nAND ?"),
+    ("SELECT $1, $$a'$$, $q$b\n$$c'$q$, 'd'", "SELECT $1, ?, ?\n, ?"),
+    ("SELECT E'a\\'b', 'c'", "SELECT E?(left out)"),
+    ("SELECT a$$b$$, 'c'", "SELECT a?(left out)"),
+    ("SELECT /* a /* b */ 'c' */ 'd'", "SELECT /*?*/(left out)"),
+    ("SELECT '{}'::jsonb #> 'a'", "SELECT ?::jsonb #> ?"),
+    ("SELECT 'cut", "SELECT ?"),
+]
+
+
+def test_values_in_statements_of_innodb_are_left_out_over_lines(system: Machine):
+    begin = "MariaDB thread id 13, OS thread handle 1, query id 2 localhost root Updating\n"
+    row = f"{'*' * 27} 1. row {'*' * 27}\nStatus: \n"
+    end = "TRANSACTIONS\n------------\n---TRANSACTION 5, not started\nit's a text\n"
+    system.file("/tmp/answer", row + "".join(f"{begin}{given}\n" for given, _ in STATEMENTS) + end)
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == (
+        row + "".join(f"{begin}{shown}\n" for _, shown in STATEMENTS) + end)
+    system.file("/tmp/answer", "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle 1\\nSELECT 'a\\\\'b'\\n\n")
+    done = ask(system, "/tmp/other/mysqld.sock=4715", "mariadb", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == (
+        "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle (left out)\n")
+
+
+def test_values_in_columns_of_statements_are_left_out(system: Machine):
+    system.file("/tmp/answer", "".join(
+        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {given}\n"
+        for number, (given, _) in enumerate(STATEMENTS)))
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW FULL PROCESSLIST")
+    assert done.stdout.partition("\n")[2] == "".join(
+        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {shown}\n"
+        for number, (_, shown) in enumerate(STATEMENTS))
+    answer = "-[ RECORD 1 ]-+-----\nstate | it's\nquery | {}\npid   | 5\n"
+    system.file("/tmp/answer", "".join(
+        answer.format(given.replace("\n", " +\n      | ")) for given, _ in QUERIES))
+    lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\ncat /tmp/answer\n")
+    done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-x", "SELECT * FROM pg_stat_activity")
+    assert done.stdout.partition("\n")[2].replace(" +\n", "\n") == "".join(
+        answer.format(shown.replace("\n", "\n      | ")) for _, shown in QUERIES)
+
+
+def test_a_user_hides_no_server_behind_sockets_of_his_own(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    places = [f"/tmp/a{number}/mysqld.sock" for number in range(18)]
+    sockets = " ".join(f"{place}=4711" for place in places) + " /tmp/z/mysqld.sock=4715"
+    done = ask(system, sockets, "mariadb", "SELECT 1")
+    told = "".join(f"==> {place}\nnot asked: it belongs to user 4711\n" for place in sorted(places)[:16])
+    assert done.stdout == f"==> /tmp/z/mysqld.sock\nasked\n{told}==> 2 more were left out\n"
+    done = ask(system, " ".join(f"{place}=4715" for place in places).replace("/a", "/b"), "mariadb", "SELECT 1")
+    assert done.stdout.count("asked\n") == 16 and done.stdout.endswith("asked\n==> 2 more were left out\n")
+
+
+@pytest.mark.parametrize("owner, mode, refused", [
+    (0, 0o755, False), (4715, 0o755, False), (0, 0o1777, False), (4711, 0o755, True), (0, 0o777, True),
+    (4715, 0o775, True)])
+def test_no_socket_is_asked_that_others_can_exchange(system: Machine, owner: int, mode: int, refused: bool):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    system.directory("/tmp/my", mode, (owner, 0))
+    done = ask(system, "/tmp/my/run/mysqld.sock=4715", "mariadb", "SELECT 1")
+    assert done.stdout == "==> /tmp/my/run/mysqld.sock\n" + (
+        "not asked: others can change /tmp/my\n" if refused else "asked\n")
+
+
+def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\necho \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    # The path of the second one leads to the first one, that of the third one nowhere.
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715 /tmp/u/mysqld.sock=0"
+                        " /tmp/v/mysqld.sock=0", "sh", "-c",
+                        f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
+    assert done.stdout.startswith("==> /tmp/my/mysqld.sock\n")
+    assert done.stdout.endswith("\n==> /tmp/v/mysqld.sock\nnot asked: there is no such file here\n")
+    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1
+
+
+def test_databases_beyond_the_limit_are_counted(system: Machine):
+    tools = with_most(system, "sql", "most_databases=1")
+    lay_over(system, "/usr/sbin", "psql", CLIENT.replace("'not asked because of its name: a b'",
+                                                         "'not asked: a b' 'not asked: c d'"))
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/pg/.s.PGSQL.1=4713",
+                        f"{tools}/sql", "postgresql", "-a", "SELECT 1"])
+    assert [line for line in done.stdout.splitlines() if not line.startswith("<")] == [
+        "==> /tmp/pg/.s.PGSQL.1", "not asked: a b", "==> 1 more were left out",
+        "--- postgres", "user 4713", "==> 1 more were left out"]
+
+
+def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
+    lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\n: >/tmp/there\nexec sleep 1000\n")
+    add_users(system)
+    system.exec(["chmod", "1777", "/tmp"])
+    system.file("/tmp/listener.py", LISTENER)
+    system.exec("setsid unshare -n python3 /tmp/listener.py '/tmp/pg/.s.PGSQL.1=4713 /tmp/pg/.s.PGSQL.2=4713'"
+                f" setsid sh -c 'echo $$ >/tmp/pid; exec {SQL} postgresql \"SELECT 1\"' >/tmp/out 2>&1 &")
+    system.wait_for("/tmp/there")
+    system.exec("kill -TERM -$(cat /tmp/pid)")
+    system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+    assert system.read("/tmp/out") == (
+        "==> /tmp/pg/.s.PGSQL.1\npsql: stopped here by the time limit\n"
+        "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
+
+
+#: Where distributions keep the programs of a server.
+SERVERS = sorted(Path("/usr/lib/postgresql").glob("*/bin")) + [
+    Path("/usr/bin")] * Path("/usr/bin/initdb").exists()
+AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
+
+
+def shipped_query(item: str) -> list[str]:
+    """The arguments of "sql" in the tool of PostgreSQL's pattern that writes this file."""
+    text = (ROOT / "patterns/82_postgresql").read_text()
+    line = re.search(rf'COMMAND_LINE += "(\S+/sql postgresql .*)"\n.*\n.*REDIRECT_PATH = "%d%/{item}"', text)
+    assert line is not None
+    return shlex.split(line[1].replace('\\"', '"').replace("%%", "%"))
+
+
+@pytest.mark.skipif(not SERVERS, reason="there is no server of PostgreSQL")
+def test_a_real_server_tells_of_checkpoints_and_statements(machine: Machine):
+    add_users(machine)
+    machine.directory("/tmp/pg", 0o755, (4713, 4714))
+    machine.exec(f"{AS_POSTGRES} {SERVERS[-1]}/initdb -U postgres -D /tmp/pg/data >/tmp/initdb.out 2>&1")
+    # Its memory is that of an IPC namespace, and goes with it.
+    machine.exec(f"setsid unshare --ipc {AS_POSTGRES} {SERVERS[-1]}/postgres -D /tmp/pg/data -k /tmp/pg"
+                 " -c listen_addresses= -c dynamic_shared_memory_type=mmap >/tmp/server.out 2>&1 &")
+    client = f"{AS_POSTGRES} psql -X -h /tmp/pg -U postgres"
+    machine.wait_for(lambda: machine.exec(f"{client} -c 'SELECT 1'", check=False).status == 0)
+    # A later version has this view; a user's one of that name is not asked.
+    machine.exec(f"{client} -c 'CREATE VIEW public.pg_stat_checkpointer AS SELECT 7 forged'")
+    machine.exec(f"{client} -c 'SET allow_system_table_mods = on' -c 'CREATE VIEW pg_catalog.pg_stat_checkpointer"
+                 " AS SELECT 5::bigint num_timed'", check=False)
+    machine.file("/tmp/query.sql", "SELECT 'it''s', 'a\nb' FROM pg_sleep(1000) -- don't\n, pg_sleep(0) x;\n")
+    machine.exec(f"setsid {client} -f /tmp/query.sql >/tmp/client.out 2>&1 &")
+    machine.wait_for(lambda: "pg_sleep(1000)" in machine.exec(
+        f"{client} -A -t -c \"SELECT query FROM pg_stat_activity WHERE query LIKE '%don%'\"").stdout)
+    checkpoints, activity = (machine.exec(shipped_query(name)).stdout for name in ("checkpoints.txt", "activity.txt"))
+    machine.exec("kill -INT $(head -n 1 /tmp/pg/data/postmaster.pid)")
+    machine.wait_for(lambda: not machine.exists("/tmp/pg/data/postmaster.pid"))
+    rows = [[part.strip() for part in line.split("|")] for line in checkpoints.splitlines()]
+    assert ["relname", "counter", "value"] in rows
+    assert "pg_stat_bgwriter" in {row[0] for row in rows}
+    assert [row[1] for row in rows if row[0] == "pg_stat_checkpointer"][0] == "num_timed"
+    assert "forged" not in checkpoints
+    assert re.search(r"^query +\| SELECT \?, \?\n +\|  FROM pg_sleep\(1000\) --\?\n +\| , pg_sleep\(0\) x;$",
+                     activity, re.MULTILINE)
+
+
 @pytest.mark.parametrize("kind", ["postgresql", "mariadb"])
 def test_no_server_is_said_in_one_line_and_a_failure_is_the_exit_status(system: Machine, kind: str):
     done = ask(system, "/tmp/other.sock=0", kind, "SELECT 1")
@@ -157,7 +331,9 @@ if "stopped" in sys.argv:
 while True:
     time.sleep(1)
 """
-JDK = '#!/bin/sh\necho "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n'
+#: It never ends where /tmp/slow is.
+JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/asked; exec sleep 1000; }\n'
+       'echo "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n')
 
 
 class VirtualMachine:
@@ -196,6 +372,57 @@ def test_a_process_is_told_of_with_its_limits_and_without_its_arguments(system: 
     assert "program /tmp/jdk/bin/java\n" in text
     assert f"\nLimits and control group of {one.pid}:\nLimit " in text and "\nMax open files " in text
     assert "abc" not in text and "main.py" not in text
+
+
+def test_the_path_of_a_program_forges_no_line(system: Machine):
+    with VirtualMachine(system) as one:
+        system.exec("mv /tmp/jdk/bin \"$(printf '/tmp/jdk/a\\nFORGED\\\\nFORGED\\\\cb')\"")
+        shown = "program /tmp/jdk/a?FORGED\\nFORGED\\cb/java"
+        text = system.exec([PROCESS, "java"]).stdout
+        options = one.ask("options")
+    assert f"{shown}\n\nLimits and control group of {one.pid}:\n" in text
+    assert f"{shown}\n-E\nstarts /tmp/main.py\n" in options
+    assert "\nFORGED" not in text + options
+
+
+def test_a_user_hides_no_process_of_the_system_behind_his_own(system: Machine):
+    tools = with_most(system, "process", "most=2")
+    system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/java")
+    for user in (4711, 4711, 0):
+        system.exec(f"setsid setpriv --reuid {user} --clear-groups /tmp/java 1000 >/dev/null 2>&1 &"
+                    " echo $! >>/tmp/pids")
+    pids = system.read("/tmp/pids").split()
+    system.wait_for(lambda: all(
+        system.exec(["readlink", f"/proc/{pid}/exe"]).stdout == "/tmp/java\n" for pid in pids))
+    first, second, last = pids
+    short = system.exec([f"{tools}/process", "-p", "java"]).stdout
+    text = system.exec([f"{tools}/process", "java"]).stdout
+    asked = system.exec([f"{tools}/jvm", "jstat", "-gc", "{}"]).stdout
+    system.exec(["kill", *pids])
+    assert short == f"{last}\n{first}\n==> 1 more were left out\n"
+    assert text.endswith("\n==> 1 more were left out\n") and f"\n{last}: " in text
+    assert f"{second}: " not in text
+    assert asked == (f"==> {last} of user 0\nnot asked: it publishes no counters\n"
+                     f"==> {first} of user 4711\nnot asked: it publishes no counters\n"
+                     "==> 1 more were left out\n")
+
+
+def test_the_time_limit_says_which_virtual_machines_were_not_asked(system: Machine):
+    with VirtualMachine(system, "counters") as one:
+        system.exec("setsid setpriv --reuid 4711 --clear-groups /tmp/jdk/bin/java -E -c"
+                    " 'import time; open(\"/tmp/second\", \"w\"); time.sleep(1000)' >/dev/null 2>&1 &"
+                    " echo $! >/tmp/second.pid")
+        system.wait_for("/tmp/second")
+        other = system.read("/tmp/second.pid").strip()
+        system.file("/tmp/slow")
+        system.exec(f"setsid {JVM} jstat -gc {{}} >/tmp/out 2>&1 & echo $! >/tmp/jvm.pid")
+        system.wait_for("/tmp/asked")
+        system.exec("kill -TERM -$(cat /tmp/jvm.pid)")
+        system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+        system.exec(["kill", other])
+        assert system.read("/tmp/out") == (
+            f"==> {one.pid} of user 4711\njstat: stopped here by the time limit\n"
+            f"==> stopped here by the time limit; not asked: {other}\n")
 
 
 def test_a_process_that_is_not_there_and_wrong_usage_are_told(system: Machine):

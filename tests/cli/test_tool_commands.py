@@ -322,11 +322,12 @@ def test_whole_names_of_processes_stand_behind_their_lines(system: Machine):
     hostile_names.start(system)
     processes = ask(system, "names", "-eo", "pid,euid")
     threads = ask(system, "names", "-eLo", "pid,tid,stat")
+    descriptors = system.exec([f"{TOOLS}/descriptors"]).stdout.replace("\udc9b", "\\233")
     hostile_names.stop(system)
     assert re.fullmatch(r" *PID +EUID +NAME", processes.splitlines()[0])
     assert re.fullmatch(r" *PID +TID STAT +NAME", threads.splitlines()[0])
-    for text in (processes, threads):
-        assert [line for line in text.splitlines() if line.endswith(" a\\012FORGED\\033[7m\\233")]
+    for text in (processes, threads, descriptors):
+        assert [line for line in text.splitlines() if line.endswith(" a?FORGED?[7m\\233")]
         assert hostile_names.faults(text.encode()) == []
 
 
@@ -590,6 +591,18 @@ def test_each_variant_of_a_firewall_is_asked_by_its_own_program(system: Machine)
     }
 
 
+def test_rules_of_a_firewall_that_came_before_the_time_limit_are_kept(system: Machine):
+    tools = in_use(system, "/sys/module/nf_tables")
+    system.file("/tmp/bin/iptables-nft-save", "#!/bin/sh\necho rule\n: >/tmp/there\nexec sleep 1000\n", 0o755)
+    system.mount("--bind", "/tmp/bin", "/usr/local/sbin")
+    system.exec(f"setsid {tools}/firewall nft iptables >/tmp/out 2>&1 & echo $! >/tmp/pid")
+    system.wait_for("/tmp/there")
+    system.exec("kill -TERM -$(cat /tmp/pid)")
+    stopped = "iptables-nft-save: stopped here by the time limit\n"
+    system.wait_for(lambda: stopped in system.read("/tmp/out"))
+    assert system.read("/tmp/out") == f"rule\n{stopped}"
+
+
 @pytest.mark.parametrize("words", [(), ("nft",), ("old", "iptables"), ("nft", "nftables")])
 def test_wrong_usage_of_firewall_ends_with_2(machine: Machine, words: tuple[str, ...]):
     done = machine.exec([f"{TOOLS}/firewall", *words], check=False)
@@ -624,15 +637,74 @@ def test_names_of_failed_logins_that_are_no_users_are_masked(system: Machine):
     assert ask(system, "failed_logins") == "lastb: there is no record of failed logins\n"
 
 
-def test_names_of_locked_logins_that_are_no_users_are_masked(system: Machine):
-    lay_over(system, "/usr/sbin", "faillock", "#!/bin/sh\ncat <<'X'\n"
-             "root:\nWhen                Type  Source       Valid\n"
-             "2026-11-22 10:00:00 RHOST 192.0.2.9        V\nhunter2:\nWhen Type Source Valid\nX\n")
+def tally(source: bytes, status: int, seconds: int) -> bytes:
+    """A failure as pam_faillock records it."""
+    return struct.pack("=52sHHQ", source, 0, status, seconds)
+
+
+def count_failures(machine: Machine, settings: str = "", **users: bytes) -> None:
+    """Gives a machine these files of pam_faillock, and its settings."""
+    machine.directory("/tmp/run")
+    for user, records in users.items():
+        machine.file(f"/tmp/run/faillock/{user}", records)
+    machine.mount("--bind", "/tmp/run", "/run")
+    machine.file("/tmp/security/faillock.conf", settings)
+    machine.mount("--bind", "/tmp/security", "/etc/security")
+
+
+def test_failures_that_may_lock_a_user_are_told(system: Machine):
+    count_failures(
+        system, "# deny = 9\n  deny=4 # after four\nsilent\neven_deny_root\nunlock_time = 600\n",
+        root=tally(b"192.0.2.9", 3, 1795341600) + tally(b"tty1", 4, 951868799)
+        + tally(b"sshd", 1, 4107542400) + tally(b"x\x1b\n" + b"y" * 49, 1, 1 << 60), daemon=b"",
+        hunter2=tally(b"", 0, 0) + b"cut")
+    system.link("/tmp/run/faillock/bin", "/tmp/run/faillock/root")
+    system.fifo("/tmp/run/faillock/sys")
+    assert ask(system, "failed_logins", "-l").splitlines() == [
+        "deny=4", "even_deny_root", "unlock_time = 600",
+        f"{HIDDEN}: 0 valid failures",
+        "When (UTC)          Type  Valid Source",
+        "1970-01-01 00:00:00 SVC   I     ",
+        "==> the file ends within a record",
+        "",
+        "root: 3 valid failures",
+        "When (UTC)          Type  Valid Source",
+        "2026-11-22 10:00:00 RHOST V     192.0.2.9",
+        "2000-02-29 23:59:59 TTY   I     tty1",
+        "2100-03-01 00:00:00 SVC   V     sshd",
+        "?                   SVC   V     x??" + "y" * 49,
+        ""]
+
+
+def test_a_user_who_holds_the_lock_on_his_failures_holds_up_nothing(system: Machine):
+    lay_over(system, "/usr/sbin", "faillock", "#!/bin/sh\necho the name service was asked\n")
+    count_failures(system, root=tally(b"tty1", 5, 0))
+    done = system.exec(["flock", "-x", "/run/faillock/root", "timeout", "20", f"{TOOLS}/failed_logins", "-l"])
+    assert done.stdout == ("root: 1 valid failures\nWhen (UTC)          Type  Valid Source\n"
+                           "1970-01-01 00:00:00 TTY   V     tty1\n\n")
+
+
+def test_failures_are_looked_for_where_the_settings_say_and_bounded(system: Machine):
+    count_failures(system, "dir = /tmp/tallies # ours\n")
     assert ask(system, "failed_logins", "-l") == (
-        "root:\nWhen                Type  Source       Valid\n"
-        f"2026-11-22 10:00:00 RHOST 192.0.2.9        V\n{HIDDEN}:\nWhen Type Source Valid\n")
-    done = system.exec([f"{TOOLS}/failed_logins", "-x"], check=False)
-    assert (done.status, done.stderr) == (2, "usage: failed_logins [-l]\n")
+        "failed_logins: not in use on this machine: there is no /tmp/tallies\n")
+    system.directory("/tmp/tallies")
+    assert ask(system, "failed_logins", "-l") == "no failed login is counted\n"
+    system.file("/tmp/tallies/root", tally(b"a", 1, 0) * 53)
+    system.exec("for i in $(seq 202); do cp /tmp/tallies/root /tmp/tallies/user$i; done")
+    text = ask(system, "failed_logins", "-l")
+    assert text.count(f"{HIDDEN}: 50 valid failures\n") == 199 and "root: 50 valid" in text
+    assert text.count("\n==> 3 more were left out\n") == 201
+    system.exec("rm -r /tmp/tallies")
+    system.file("/tmp/security/faillock.conf", "dir = tallies\n")
+    assert ask(system, "failed_logins", "-l") == (
+        "failed_logins: not in use on this machine: there is no /run/faillock\n")
+
+
+def test_wrong_usage_of_failed_logins_ends_with_2(system: Machine):
+    for arguments in (["-x"], ["-l", "-l"], [""]):
+        done = system.exec([f"{TOOLS}/failed_logins", *arguments], check=False)
+        assert (done.status, done.stderr) == (2, "usage: failed_logins [-l]\n")
 
 
 @pytest.mark.skipif(shutil.which("lastb") is None, reason="this distribution has no lastb")

@@ -94,10 +94,17 @@ def test_a_program_gets_a_fixed_environment_and_nothing_to_read(system: Machine,
         "PATH": ":".join(PLACES), "LC_ALL": "C", "HOME": "/nonexistent", "TERM": "dumb",
         "NO_COLOR": "1", "PAGER": "cat", "SYSTEMD_PAGER": "cat", "SYSTEMD_COLORS": "0",
         "LVM_SUPPRESS_FD_WARNINGS": "1", "PROC_ROOT": "/proc",
-        "QUOTING_STYLE": "escape", **kept,
+        "QUOTING_STYLE": "escape", "PYTHONDONTWRITEBYTECODE": "1", **kept,
     }
     assert system.exec(f"echo typed | {RUN} cat").stdout == ""
     assert system.exec(f"echo typed | {RUN} -m cat").stdout == ""
+
+
+def test_a_program_in_python_writes_nothing_beside_its_modules(system: Machine):
+    system.file("/tmp/place/part.py", "print('read')\n")
+    program = "import sys; sys.path.insert(0, '/tmp/place'); import part"
+    assert system.exec([RUN, "python3", "-c", program]).stdout == "read\n"
+    assert system.list("/tmp/place") == ["part.py"]
 
 
 def test_the_exit_status_and_both_outputs_of_a_program_pass(system: Machine):
