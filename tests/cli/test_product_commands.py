@@ -242,9 +242,8 @@ def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
         "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
 
 
-#: Where distributions keep the programs of a server.
-SERVERS = sorted(Path("/usr/lib/postgresql").glob("*/bin")) + [
-    Path("/usr/bin")] * Path("/usr/bin/initdb").exists()
+#: Where Debian keeps the programs of a server.
+SERVERS = sorted(Path("/usr/lib/postgresql").glob("*/bin"))
 AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
 
 
