@@ -255,7 +255,7 @@ class BeginningFilter {
 void markNames(SecretLine& line);
 /// Passwords in command lines, and in settings that look like them.
 void markCommands(SecretLine& line);
-/// Names that somebody typed at a login and that no user has: many a password is typed there.
+/// Names typed at a login that no user has: people often type their password there.
 void markLogins(SecretLine& line);
 /// Passwords of addresses: user:x@host.
 void markAddresses(SecretLine& line);
