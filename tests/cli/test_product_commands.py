@@ -155,6 +155,10 @@ def test_values_in_statements_of_innodb_are_left_out_over_lines(system: Machine)
     done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
     assert done.stdout.partition("\n")[2] == (
         row + "".join(f"{begin}{shown}\n" for _, shown in STATEMENTS) + end)
+    stopped = "mariadb: stopped here after 15 seconds\n"
+    system.file("/tmp/answer", f"{begin}SELECT 'cut\nb\n{stopped}")
+    done = ask(system, "/tmp/third/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == f"{begin}SELECT ?\n{stopped}"
     system.file("/tmp/answer", "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle 1\\nSELECT 'a\\\\'b'\\n\n")
     done = ask(system, "/tmp/other/mysqld.sock=4715", "mariadb", "SHOW ENGINE INNODB STATUS")
     assert done.stdout.partition("\n")[2] == (
@@ -211,7 +215,7 @@ def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
                         f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
     assert done.stdout.startswith("==> /tmp/my/mysqld.sock\n")
     assert done.stdout.endswith("\n==> /tmp/v/mysqld.sock\nnot asked: there is no such file here\n")
-    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1
+    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1 and "/tmp/u" not in done.stdout
 
 
 def test_databases_beyond_the_limit_are_counted(system: Machine):
