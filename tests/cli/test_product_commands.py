@@ -9,19 +9,12 @@ from pathlib import Path
 
 import pytest
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, add_users, lay_over
+from support.tool_directory import TOOLS, add_users, lay_over, with_other_text
 
 CERTIFICATES, JVM, PROCESS, SQL = (
     f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
 HIDDEN = "********"
 ROOT = Path(__file__).resolve().parents[2]
-
-
-def with_most(machine: Machine, name: str, most: str) -> str:
-    """A tool directory in which a command has another limit."""
-    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
-                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
-    return "/opt/tool"
 
 
 # ---- Databases -----------------------------------------------------------------------------------
@@ -218,8 +211,21 @@ def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
     assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1 and "/tmp/u" not in done.stdout
 
 
+def test_no_socket_is_looked_at_on_a_network_mount(system: Machine):
+    tools = with_other_text(system, "sql", "/proc/self/mountinfo", "/tmp/mountinfo")
+    system.file("/tmp/mountinfo", "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                "2 1 0:31 / /tmp/net rw shared:1 - nfs4 server:/a rw\n")
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/net/mysqld.sock=4715"
+                        " /tmp/network/mysqld.sock=4715", f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == ("==> /tmp/network/mysqld.sock\nasked\n"
+                           "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
+
+
 def test_databases_beyond_the_limit_are_counted(system: Machine):
-    tools = with_most(system, "sql", "most_databases=1")
+    tools = with_other_text(system, "sql", "^most_databases=50", "most_databases=1")
     lay_over(system, "/usr/sbin", "psql", CLIENT.replace("'not asked because of its name: a b'",
                                                          "'not asked: a b' 'not asked: c d'"))
     add_users(system)
@@ -390,7 +396,7 @@ def test_the_path_of_a_program_forges_no_line(system: Machine):
 
 
 def test_a_user_hides_no_process_of_the_system_behind_his_own(system: Machine):
-    tools = with_most(system, "process", "most=2")
+    tools = with_other_text(system, "process", "^most=200", "most=2")
     system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/java")
     for user in (4711, 4711, 0):
         system.exec(f"setsid setpriv --reuid {user} --clear-groups /tmp/java 1000 >/dev/null 2>&1 &"

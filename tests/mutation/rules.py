@@ -557,6 +557,8 @@ TOOLS = _rules(
      'NF && index(ids, " " $1 " ")', "NF", "cli:test_product_commands.py:any_other_user"),
     ("sql asks no socket that others can exchange", "tools/sql",
      'if [ -n "$changeable" ]', "if false", "cli:test_product_commands.py:others_can_exchange"),
+    ("sql looks at no socket on a network mount", "tools/sql",
+     'print place, $8', 'print "near", $8', "cli:test_product_commands.py:network_mount"),
     ("a link to a socket is no other socket", "tools/sql",
      "xargs realpath", "xargs printf '%s\\n'", "cli:test_product_commands.py:without_links"),
     ("sql asks no socket with an odd name", "tools/sql",

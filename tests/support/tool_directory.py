@@ -31,6 +31,14 @@ def lay_over(machine: Machine, directory: str, name: str, content: str, mode: in
     machine.mount("-t", "overlay", "-o", f"lowerdir={layer}:{directory}", "layer", directory)
 
 
+def with_other_text(machine: Machine, name: str, text: str, other: str) -> str:
+    """A tool directory with a command in which another text stands: a limit, or a path below /proc/self,
+    which nothing can be put over."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name};"
+                 f" sed 's|{text}|{other}|' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
+    return "/opt/tool"
+
+
 def add_users(machine: Machine) -> None:
     """Two users of this machine, known to nobody else."""
     machine.file("/tmp/passwd", "root:x:0:0::/:/bin/sh\nowner:x:4711:4712::/:/bin/sh\n"
