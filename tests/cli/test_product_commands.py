@@ -9,19 +9,12 @@ from pathlib import Path
 
 import pytest
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, add_users, lay_over
+from support.tool_directory import TOOLS, add_users, lay_over, with_changes
 
 CERTIFICATES, JVM, PROCESS, SQL = (
     f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
 HIDDEN = "********"
 ROOT = Path(__file__).resolve().parents[2]
-
-
-def with_most(machine: Machine, name: str, most: str) -> str:
-    """A tool directory in which a command has another limit."""
-    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}; sed 's/^{most.partition('=')[0]}"
-                 f"=.*/{most}/' {TOOLS}/{name} >/opt/tool/{name}; chmod +x /opt/tool/{name}")
-    return "/opt/tool"
 
 
 # ---- Databases -----------------------------------------------------------------------------------
@@ -43,7 +36,8 @@ CLIENT = """#!/bin/sh
 [ "$1" != --version ] || exit 0
 case $* in
     *'FROM pg_database'*)
-        printf '%s\\n' database:postgres database:shop 'not asked because of its name: a b' ;;
+        printf '%s\\n' database:postgres database:shop 'not asked because of its name: a b' \\
+            'not asked because of its name: a\\ndatabase:b\\cd' ;;
     *) echo "user $(id -u)"; printf '<%s>\\n' "$@" | tr -s ' \\n' ' '; echo ;;
 esac
 [ ! -e /tmp/fail ] || exit 2
@@ -78,7 +72,7 @@ def test_every_database_of_a_server_is_asked(system: Machine):
     done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-a", "SELECT 1")
     lines = [line for line in done.stdout.splitlines() if not line.startswith("<")]
     assert lines == ["==> /tmp/pg/.s.PGSQL.5432", "not asked because of its name: a b",
-                     "--- postgres", "user 4713", "--- shop", "user 4713"]
+                     "not asked because of its name: a\\ndatabase:b\\cd", "--- postgres", "user 4713", "--- shop", "user 4713"]
     assert "dbname='shop'" in done.stdout
 
 
@@ -155,6 +149,10 @@ def test_values_in_statements_of_innodb_are_left_out_over_lines(system: Machine)
     done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
     assert done.stdout.partition("\n")[2] == (
         row + "".join(f"{begin}{shown}\n" for _, shown in STATEMENTS) + end)
+    stopped = "mariadb: stopped here after 15 seconds\n"
+    system.file("/tmp/answer", f"{begin}SELECT 'cut\nb\n{stopped}")
+    done = ask(system, "/tmp/third/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
+    assert done.stdout.partition("\n")[2] == f"{begin}SELECT ?\n{stopped}"
     system.file("/tmp/answer", "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle 1\\nSELECT 'a\\\\'b'\\n\n")
     done = ask(system, "/tmp/other/mysqld.sock=4715", "mariadb", "SHOW ENGINE INNODB STATUS")
     assert done.stdout.partition("\n")[2] == (
@@ -211,19 +209,31 @@ def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
                         f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
     assert done.stdout.startswith("==> /tmp/my/mysqld.sock\n")
     assert done.stdout.endswith("\n==> /tmp/v/mysqld.sock\nnot asked: there is no such file here\n")
-    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1
+    assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1 and "/tmp/u" not in done.stdout
+
+
+def test_no_socket_is_looked_at_on_a_network_mount(system: Machine):
+    tools = with_changes(system, "sql", ("/proc/self/mountinfo", "/tmp/mountinfo"))
+    system.file("/tmp/mountinfo", "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                "2 1 0:31 / /tmp/net rw shared:1 - nfs4 server:/a rw\n")
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/net/mysqld.sock=4715"
+                        " /tmp/network/mysqld.sock=4715", f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == ("==> /tmp/network/mysqld.sock\nasked\n"
+                           "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
 
 
 def test_databases_beyond_the_limit_are_counted(system: Machine):
-    tools = with_most(system, "sql", "most_databases=1")
-    lay_over(system, "/usr/sbin", "psql", CLIENT.replace("'not asked because of its name: a b'",
-                                                         "'not asked: a b' 'not asked: c d'"))
+    tools = with_changes(system, "sql", ("most_databases=50", "most_databases=1"))
+    lay_over(system, "/usr/sbin", "psql", CLIENT)
     add_users(system)
     system.file("/tmp/listener.py", LISTENER)
     done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/pg/.s.PGSQL.1=4713",
                         f"{tools}/sql", "postgresql", "-a", "SELECT 1"])
     assert [line for line in done.stdout.splitlines() if not line.startswith("<")] == [
-        "==> /tmp/pg/.s.PGSQL.1", "not asked: a b", "==> 1 more were left out",
+        "==> /tmp/pg/.s.PGSQL.1", "not asked because of its name: a b", "==> 1 more were left out",
         "--- postgres", "user 4713", "==> 1 more were left out"]
 
 
@@ -385,7 +395,7 @@ def test_the_path_of_a_program_forges_no_line(system: Machine):
 
 
 def test_a_user_hides_no_process_of_the_system_behind_his_own(system: Machine):
-    tools = with_most(system, "process", "most=2")
+    tools = with_changes(system, "process", ("most=200", "most=2"))
     system.install(Path(os.path.realpath("/bin/sleep")), "/tmp/java")
     for user in (4711, 4711, 0):
         system.exec(f"setsid setpriv --reuid {user} --clear-groups /tmp/java 1000 >/dev/null 2>&1 &"

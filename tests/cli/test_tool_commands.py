@@ -10,7 +10,7 @@ import struct
 import pytest
 from support import hostile_names
 from support.machine import Machine
-from support.tool_directory import TOOLS, lay_over
+from support.tool_directory import TOOLS, lay_over, with_changes
 
 RUN, EACH, PCI = (f"{TOOLS}/{name}" for name in ("run", "each", "pci"))
 HIDDEN = "********"
@@ -21,22 +21,6 @@ def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
     done = machine.exec([f"{tools}/run", "-m", "-c", *words])
     assert done.stderr == ""
     return done.stdout
-
-
-def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
-    """A tool directory in which these texts of a command, each in one line, are others."""
-    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}")
-    code = machine.read(f"{TOOLS}/{name}")
-    for text, other in changes:
-        assert text in code
-        code = code.replace(text, other)
-    machine.file(f"/opt/tool/{name}", code, 0o755)
-    return "/opt/tool"
-
-
-def with_other_path(machine: Machine, name: str, path: str, other: str) -> str:
-    """A tool directory in which a command looks at another path: nothing can be put over /proc/self."""
-    return with_changes(machine, name, (path, other))
 
 
 # ---- Once for everything of one kind ------------------------------------------------------------
@@ -135,7 +119,7 @@ def test_a_file_system_on_a_disk_that_sleeps_is_not_asked(system: Machine):
             system.link(f"/tmp/fs/btrfs/{members[0]}/devices/{name}", f"/tmp/class/{name}")
     system.mount("--bind", "/tmp/numbers", "/sys/dev/block")
     system.mount("--bind", "/tmp/fs", "/sys/fs")
-    each = with_other_path(system, "each", "/proc/self/mountinfo", "/tmp/mountinfo") + "/each"
+    each = with_changes(system, "each", ("/proc/self/mountinfo", "/tmp/mountinfo")) + "/each"
     put_to_sleep(system, "sda")
     assert system.exec([each, "ext", "echo", "{}"]).stdout == "==> sda1 was not asked: sda sleeps\n"
     assert system.exec([each, "xfs", "echo", "{}"]).stdout == (
@@ -220,7 +204,7 @@ def test_a_program_runs_for_every_mounted_file_system_of_a_kind(system: Machine)
         system.directory(f"/tmp/devices/{name}")
         system.link(f"/tmp/numbers/{number}", f"../devices/{name}")
     system.mount("--bind", "/tmp/numbers", "/sys/dev/block")
-    each = with_other_path(system, "each", "/proc/self/mountinfo", "/tmp/mountinfo") + "/each"
+    each = with_changes(system, "each", ("/proc/self/mountinfo", "/tmp/mountinfo")) + "/each"
     assert system.exec([each, "ext", "echo", "/dev/{}"]).stdout == (
         "==> sda1\n  /dev/sda1\n==> sda2\n  /dev/sda2\n")
     assert system.exec([each, "xfs", "printf", "<%s>\\n", "{}"]).stdout == (
@@ -525,7 +509,7 @@ def test_lvm_is_asked_about_its_own_devices_only(system: Machine):
     assert "global{metadata_read_only=1} backup{backup=0 archive=0}" in config
     assert "use_devicesfile" not in config
     system.file("/tmp/lvm/system.devices")
-    tools = with_other_path(system, "lvm", "/etc/lvm/devices", "/tmp/lvm")
+    tools = with_changes(system, "lvm", ("/etc/lvm/devices", "/tmp/lvm"))
     assert " use_devicesfile=0} " in ask(system, "lvm", "lvs", tools=tools)
 
 
@@ -551,7 +535,7 @@ def in_use(machine: Machine, *paths: str) -> str:
     for path in ("/proc/net/x", "/sys/module/x", *paths):
         machine.file(f"/tmp/layer{path}")
     machine.mount("--bind", "/tmp/layer/sys/module", "/sys/module")
-    return with_other_path(machine, "firewall", "/proc/net", "/tmp/layer/proc/net")
+    return with_changes(machine, "firewall", ("/proc/net", "/tmp/layer/proc/net"))
 
 
 def test_no_program_of_a_firewall_that_is_not_in_use_is_asked(system: Machine):

@@ -31,6 +31,18 @@ def lay_over(machine: Machine, directory: str, name: str, content: str, mode: in
     machine.mount("-t", "overlay", "-o", f"lowerdir={layer}:{directory}", "layer", directory)
 
 
+def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
+    """A tool directory with a command in which other texts stand: a limit, or a path below /proc/self,
+    which nothing can be put over."""
+    machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}")
+    code = machine.read(f"{TOOLS}/{name}")
+    for text, other in changes:
+        assert text in code
+        code = code.replace(text, other)
+    machine.file(f"/opt/tool/{name}", code, 0o755)
+    return "/opt/tool"
+
+
 def add_users(machine: Machine) -> None:
     """Two users of this machine, known to nobody else."""
     machine.file("/tmp/passwd", "root:x:0:0::/:/bin/sh\nowner:x:4711:4712::/:/bin/sh\n"
