@@ -44,7 +44,7 @@ def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
 
 
 def add_users(machine: Machine) -> None:
-    """Two users of this machine, known to nobody else."""
+    """Two users of this machine, that no other machine has."""
     machine.file("/tmp/passwd", "root:x:0:0::/:/bin/sh\nowner:x:4711:4712::/:/bin/sh\n"
                  "postgres:x:4713:4714::/:/bin/sh\nmysql:x:4715:4716::/:/bin/sh\n")
     machine.mount("--bind", "/tmp/passwd", "/etc/passwd")
