@@ -209,6 +209,7 @@ void markLine(SecretLine* line) {
     markFields(*line);
     markCommands(*line);
     markShapes(*line);
+    markAudit(*line);
 }
 
 // What was hidden at the end of the part before goes on until its own end.

@@ -47,6 +47,7 @@ struct secret_state {
     bool dial_secrets = false;      ///< "# client server secret" has come: lines of these follow
     bool prompted = false;          ///< an expect script waits for "assword:": "send" may follow
     bool secret_object = false;     ///< "kind: Secret" has come: its "data:" is a block of them
+    bool decoded = false;           ///< the text is one that stood in another: none is sought in it
 
     // Of the line whose next part comes.
     secret_rest rest = secret_rest::NOTHING;

@@ -263,6 +263,8 @@ void markAddresses(SecretLine& line);
 void markFields(SecretLine& line);
 /// Values that betray themselves: hashes of passwords, the keys of well known services.
 void markShapes(SecretLine& line);
+/// Command lines and other texts in the records of the audit system.
+void markAudit(SecretLine& line);
 /// Private keys in this line.
 /// @return whether the last one may go on in the next lines
 bool markKeys(SecretLine& line);

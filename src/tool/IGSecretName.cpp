@@ -911,7 +911,8 @@ bool NameScan::isOtherKey(const Name& name) {
         return end == word && !line_.looksSecret(name.to + 2, end);
     }
     if (audit_ == Known::NOT) {
-        audit_ = line_.find("audit(") != NOWHERE ? Known::YES : Known::NO;
+        const bool record = line_.find("audit(") != NOWHERE || line_.find("audit[") != NOWHERE;
+        audit_ = record ? Known::YES : Known::NO;
     }
     return audit_ == Known::YES && name.from > 0 && line_.in(name.from - 1, BLANK);
 }

@@ -255,6 +255,7 @@ inline constexpr std::string_view PLAIN_VALUES[] = {
     "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
     "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
     "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",
+    "/",
 };
 
 /// Directories of the root: a value that begins with one is a path.
