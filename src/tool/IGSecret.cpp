@@ -209,6 +209,8 @@ void markLine(SecretLine* line) {
     markFields(*line);
     markCommands(*line);
     markShapes(*line);
+    markCalls(*line);
+    markDialogs(*line);
     markAudit(*line);
 }
 

@@ -263,6 +263,10 @@ void markAddresses(SecretLine& line);
 void markFields(SecretLine& line);
 /// Values that betray themselves: hashes of passwords, the keys of well known services.
 void markShapes(SecretLine& line);
+/// Calls of functions that take a password.
+void markCalls(SecretLine& line);
+/// What a client says to a server to log in.
+void markDialogs(SecretLine& line);
 /// Command lines and other texts in the records of the audit system.
 void markAudit(SecretLine& line);
 /// Private keys in this line.

@@ -689,6 +689,51 @@ inline constexpr secret_login SECRET_LOGINS[] = {
 /// Accounts that are no such names.
 inline constexpr std::string_view KNOWN_ACCOUNTS[] = {"root", "(unknown)", "?"};
 
+/// Functions that take a password: so many texts in quotes stand in a call up to it.
+struct secret_call {
+    std::string_view word;
+    int quoted;
+    bool inside = false;  ///< the word may stand anywhere in the name, which may not end with it
+};
+inline constexpr secret_call SECRET_CALLS[] = {
+    {"pdo->__construct", 3},
+    {"pdo", 3},
+    {"mysqli->__construct", 3},
+    {"mysqli", 3},
+    {"connection->__construct", 3},
+    {"soapclient->__construct", 3},
+    {"ldap_bind", 2},
+    {"ldap_exop_passwd", 2},
+    {"imap_open", 3},
+    {"imap_reopen", 3},
+    {"ssh2_auth_password", 2},
+    {"ssh2_auth_pubkey_file", 4},
+    {"password_verify", 1},
+    {"password_hash", 1},
+    {"hash_equals", 1},
+    {"hash_hmac", 3},
+    {"openssl_encrypt", 3},
+    {"openssl_decrypt", 3},
+    {"redis->auth", 1},
+    {"setpassword", 1},
+    {"checkpassword", 1},
+    {"verifypassword", 1},
+    {"login", 2, true},
+    {"authenticate", 2, true},
+    {"connect", 3, true},
+};
+
+/// Ways to log in to a mail server, behind which the answer of the client stands.
+inline constexpr std::string_view LOGIN_MECHANISMS[] = {
+    "plain", "login", "xoauth2", "oauthbearer", "ntlm", "external", "gssapi",
+};
+
+/// How servers ask for a user and for a password: "Username:", "Password:" in Base64.
+inline constexpr std::string_view LOGIN_CHALLENGES[] = {
+    "VXNlcm5hbWU6", "UGFzc3dvcmQ6",     "dXNlcm5hbWU6",
+    "cGFzc3dvcmQ6", "VXNlciBOYW1lAA==", "UGFzc3dvcmQA",
+};
+
 /// Hashes of passwords: "$6$...".
 inline constexpr std::string_view CRYPT_SCHEMES[] = {
     "1",  "2",   "2a",   "2b",   "2x",     "2y",     "5",      "6",       "7",       "y",

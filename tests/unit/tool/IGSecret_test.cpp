@@ -139,6 +139,23 @@ TEST(IGSecret, EveryKeyOfAServiceIsHiddenWhenItIsLongEnough) {
 
 // "{}" stands for a secret.
 constexpr const char* LINES_WITH_SECRETS[] = {
+    "#0 /var/www/Db.php(41): PDO->__construct('mysql:host=..', 'user', '{}', Array)",
+    "#1 /var/www/a.php(4): mysqli_connect('h', 'user', '{}', '{}')",
+    "#2 /var/www/a.php(4): mysqli_real_connect(Object(mysqli), 'h', 'u', '{}', '{}')",
+    R"(#3 /var/www/a.php(4): ftp_login(Object(FTP\Connection), 'bob', '{}'))",
+    "#4 /var/www/a.php(4): ldap_bind(Resource id #3, 'cn=x', '{}')",
+    "#5 /var/www/a.php(4): App\\User::authenticate('bob', '{}')",
+    "#6 /var/www/a.php(4): password_verify('{}', '{}')",
+    "$db = new PDO('mysql:host=h', 'u', '{}');",
+    R"(    conn = psycopg2.connect("h", "u", "{}"))",
+    R"(f(login("bob", "{}")))",
+    R"(connect(login("bob", "{}")))",
+    "C: AUTH PLAIN {}",
+    "AUTH LOGIN {}",
+    "a1 AUTHENTICATE PLAIN {}",
+    "USER bob PASS {}",
+    "a1 LOGIN bob {}",
+    R"(C: 12 LOGIN "bob" "{}")",
     R"(type=EXECVE msg=audit(1.1:2): argc=4 a0="mysql" a1="--password" a2="{}" a3="-h")",
     R"(type=EXECVE msg=audit(1.1:2): argc=4 a0="mysql" a1="-u" a2="root" a3="-p{}")",
     R"(audit: type=1309 audit(1.1:2): argc=4 a0="redis-cli" a1="-a" a2="{}" a3="info")",
@@ -492,6 +509,16 @@ constexpr const char* LINES_WITH_SECRETS[] = {
 };
 
 constexpr const char* LINES_WITHOUT[] = {
+    R"(connect(3, {sa_family=AF_UNIX, sun_path="/run/x"}, 110) = 0)",
+    R"(login("bob", $password))",
+    R"(mysqli_connect("h", "u", "", "true"))",
+    R"(disconnected("a", "b"))",
+    R"(connector "a" "b" "c")",
+    "250-AUTH PLAIN LOGIN CRAM-MD5",
+    "250 AUTH LOGIN PLAIN",
+    "PASS all tests",
+    "CREATE ROLE u1 LOGIN NOSUPERUSER INHERIT;",
+    "h login[12]: ROOT LOGIN ON tty1",
     R"(type=EXECVE msg=audit(1.1:2): argc=4 a0="ls" a1="passwd" a2="root" a3="secret")",
     R"(type=EXECVE msg=audit(1.1:2): argc=2 a0="passwd" a1="root")",
     "type=SYSCALL msg=audit(1.1:2): arch=c000003e exit=0 a0=55d1c2f0a1b055d1 a1=55d1c2f0a1b0 a2=7",
@@ -835,6 +862,10 @@ TEST(IGSecret, WhatWasTypedAtATerminalIsHiddenWhereItLooksLikeASecret) {
 // What others gave: the whole text, and what becomes of it.
 TEST(IGSecret, SecretsOfSeveralLinesAndNamesWithBlanksAreHidden) {
     const std::vector<std::pair<std::string, std::string>> texts = {
+        {lines({"S: 334 UGFzc3dvcmQ6", "C: WnE4a1czcGFzcw==", "S: 235 done"}),
+         lines({"S: 334 UGFzc3dvcmQ6", "C: " + MASK, "S: 235 done"})},
+        {lines({"USER bob", "331 go on", "PASS all day", "230 in", "PASS all tests"}),
+         lines({"USER bob", "331 go on", "PASS " + MASK, "230 in", "PASS all tests"})},
         {lines({"base-passwd:", "  Installed: 3.6.1", "  Candidate: 3.6.2"}),
          lines({"base-passwd:", "  Installed: 3.6.1", "  Candidate: 3.6.2"})},
         {lines({"kind: Secret", "data:", "  a: YWJj", "  b: ZGVm", "type: Opaque"}),
@@ -1069,6 +1100,12 @@ double secondsFor(const std::string& given) {
 TEST(IGSecretText, ItsTimeIsLinearInWhateverALineHolds) {
     const std::vector<std::string> units = {
         "a",
+        "login('",
+        "connect(array",
+        "a->",
+        "AUTH PLAIN a ",
+        "USER a PASS",
+        "1 LOGIN a ",
         "argc= a0=\"",
         "argc= a0=\"--password\" a1=",
         "x=70617373776F72643D61620A",

@@ -1,0 +1,108 @@
+// Calls of functions with passwords among their arguments, as traces of a program's stack and its
+// source show them: mysqli_connect('host', 'me', 'x').
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+// What the name of a function is made of, with that of its class: PDO->__construct, A\B::c.
+bool isCallee(char c) {
+    return isIn(c, NAME) || c == '>' || c == ':' || c == '\\' || c == '$';
+}
+
+class CallScan {
+  public:
+    explicit CallScan(SecretLine& line) : line_(line) {}
+    void run() {
+        std::size_t seen = 0;
+        for (std::size_t sign = line_.untilByte(0, '('); !line_.hasEnd(sign);) {
+            const secret_call* call = calledAt(calleeBefore(sign, seen), sign);
+            seen = call == nullptr ? sign + 1 : arguments(sign + 1, *call);
+            sign = line_.untilByte(seen, '(');
+        }
+    }
+
+  private:
+    // Where the name of a function begins that ends there.
+    [[nodiscard]] std::size_t calleeBefore(std::size_t sign, std::size_t seen) const {
+        while (sign > seen && isCallee(line_.at(sign - 1))) {
+            --sign;
+        }
+        return sign;
+    }
+    [[nodiscard]] const secret_call* calledAt(std::size_t from, std::size_t to) const {
+        const secret_call* const found =
+            std::find_if(std::begin(SECRET_CALLS), std::end(SECRET_CALLS),
+                         [&](const secret_call& one) { return isCalled(one, from, to); });
+        return found == std::end(SECRET_CALLS) ? nullptr : found;
+    }
+    [[nodiscard]] bool isCalled(const secret_call& call, std::size_t from, std::size_t to) const {
+        const std::size_t size = call.word.size();
+        if (!call.inside) {
+            const std::size_t begin = to - size;
+            return line_.endsWith(from, to, call.word) &&
+                   (begin == from || !line_.in(begin - 1, LETTER));
+        }
+        while (to >= from + size && line_.in(to - 1, NAME)) {
+            if (line_.says(to - size, call.word)) {
+                return true;
+            }
+            --to;
+        }
+        return false;
+    }
+    // Hides the texts in quotes from the one that the function takes a password in.
+    // @return where to go on
+    std::size_t arguments(std::size_t place, const secret_call& call) {
+        int quoted = 0;
+        std::size_t seen = place;
+        while (!line_.hasEnd(place) && line_.at(place) != ')') {
+            if (line_.in(place, QUOTE)) {
+                place = seen = text(place, ++quoted >= call.quoted);
+            } else if (line_.at(place) == '(') {
+                const std::size_t end = behindObject(place);
+                if (end == 0) {
+                    return calleeBefore(place, seen);  // another call
+                }
+                place = end;
+            } else {
+                ++place;
+            }
+        }
+        return place;
+    }
+    // The text that a quote opens.
+    // @return the place behind it
+    std::size_t text(std::size_t quote, bool secret) {
+        const std::size_t from = quote + 1;
+        const std::size_t end = line_.closing(from, line_.text().substr(quote, 1));
+        if (secret && !line_.isPlain(from, end)) {
+            line_.hide(from, end,
+                       line_.at(quote) == '"' ? secret_rest::DOUBLE_QUOTED
+                                              : secret_rest::SINGLE_QUOTED);
+        }
+        return line_.hasEnd(end) ? end : end + 1;
+    }
+    // Object(mysqli): an argument that is no text. 0 for anything else.
+    [[nodiscard]] std::size_t behindObject(std::size_t place) const {
+        const bool object = line_.endsWith(0, place, "object") || line_.endsWith(0, place, "array");
+        std::size_t end = place + 1;
+        while (isCallee(line_.at(end)) || line_.at(end) == ' ') {
+            ++end;
+        }
+        return object && line_.at(end) == ')' ? end + 1 : 0;
+    }
+
+    SecretLine& line_;
+};
+
+}  // namespace
+
+void markCalls(SecretLine& line) {
+    if (line.hasEnd(line.until(0, QUOTE))) {
+        return;
+    }
+    CallScan(line).run();
+}
