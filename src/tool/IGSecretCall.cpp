@@ -79,9 +79,9 @@ class CallScan {
         const std::size_t from = quote + 1;
         const std::size_t end = line_.closing(from, line_.text().substr(quote, 1));
         if (secret && !line_.isPlain(from, end)) {
-            line_.hide(from, end,
-                       line_.at(quote) == '"' ? secret_rest::DOUBLE_QUOTED
-                                              : secret_rest::SINGLE_QUOTED);
+            line_.hide(
+                from, end,
+                line_.at(quote) == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
         }
         return line_.hasEnd(end) ? end : end + 1;
     }

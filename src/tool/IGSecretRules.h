@@ -254,8 +254,7 @@ inline constexpr std::string_view HARMLESS_KEYS[] = {
 inline constexpr std::string_view PLAIN_VALUES[] = {
     "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
     "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
-    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",
-    "/",
+    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",   "/",
 };
 
 /// Directories of the root: a value that begins with one is a path.
