@@ -211,6 +211,7 @@ void markLine(SecretLine* line) {
     markShapes(*line);
     markCalls(*line);
     markDialogs(*line);
+    markRemarks(*line);
     markAudit(*line);
 }
 

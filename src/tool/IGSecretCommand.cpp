@@ -88,6 +88,7 @@ class CommandScan {
 
     std::size_t option(std::size_t from, std::size_t to);
     std::size_t doubtful(std::size_t from, std::size_t to);
+    std::size_t doubtfulPair(std::size_t from, std::size_t to);
     [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const;
     bool isAuditRule();
     [[nodiscard]] std::size_t valueOf(std::size_t from) const;
@@ -303,6 +304,9 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
             return optionValue(to, true);
         }
     }
+    if (const std::size_t next = doubtfulPair(from, to); next != 0) {
+        return next;
+    }
     if (state_.commands == NO_PROGRAM || state_.commands == OPEN_PROGRAM) {
         return 0;
     }
@@ -344,6 +348,23 @@ std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
         return 0;
     }
     line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
+    return end;
+}
+
+// -u me:x, --user me%x of any program, where x looks like a secret.
+std::size_t CommandScan::doubtfulPair(std::size_t from, std::size_t to) {
+    const auto says = [&](std::string_view name) { return is(from, to, name); };
+    if (std::none_of(std::begin(DOUBTFUL_PAIRS), std::end(DOUBTFUL_PAIRS), says)) {
+        return 0;
+    }
+    const std::size_t user = line_.skipOne(valueOf(to), QUOTE);
+    const std::size_t sign = line_.skip(user, NAME);
+    const std::size_t end = line_.until(sign, BLANK | QUOTE);
+    if ((line_.at(sign) != ':' && line_.at(sign) != '%') || sign == user ||
+        !line_.looksSecret(sign + 1, withoutStops(sign + 1, end))) {
+        return 0;
+    }
+    line_.hide(sign + 1, line_.hasEnd(end) ? end : withoutStops(sign + 1, end), secret_rest::WORD);
     return end;
 }
 
@@ -648,6 +669,24 @@ void markLogSettings(SecretLine& line) {
     }
 }
 
+// -object secret,id=a,data=x, and the same in JSON: the secrets of a virtual machine
+void markObjects(SecretLine& line) {
+    for (const std::string_view kind : {"secret,", R"("qom-type":"secret")"}) {
+        for (std::size_t at = line.find(kind); at != NOWHERE; at = line.find(kind, at)) {
+            const std::size_t end = line.until(at, BLANK);
+            const std::size_t data = line.text().substr(at, end - at).find("data");
+            std::size_t from = data == NOWHERE ? end : at + data + 4;
+            from = line.skipOne(line.skipOne(line.skipOne(from, QUOTE), SEPARATOR), QUOTE);
+            std::size_t last = from;
+            while (last < end && line.at(last) != ',' && !line.in(last, QUOTE)) {
+                ++last;
+            }
+            line.hide(from, last, secret_rest::WORD);
+            at = end;
+        }
+    }
+}
+
 // stats auth user:x
 void markStatistics(SecretLine& line) {
     for (std::size_t at = line.find("stats"); at != NOWHERE; at = line.find("stats", at + 5)) {
@@ -678,6 +717,9 @@ void markCommands(SecretLine& line) {
         markLogSettings(line);
     }
     markStatistics(line);
+    if (line.find("data") != NOWHERE) {
+        markObjects(line);
+    }
     if ((line.state().flags & HAS_PROMPT) != 0 && line.ends()) {
         const std::size_t first = line.skip(0, BLANK);
         line.state().prompted = line.saysExactly(first, "expect") && line.find("send") == NOWHERE;

@@ -163,6 +163,10 @@ class SecretLine {
     /// or version does.
     [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;
 
+    /// Whether a word is one of a sentence by its looks: letters, of which the first alone or all
+    /// are capitals, or a number.
+    [[nodiscard]] bool looksOrdinary(std::size_t from, std::size_t to) const;
+
     /// Hides a stretch. Of a line that goes on in another part, `rest` says what hides there too.
     void hide(std::size_t from, std::size_t to, secret_rest rest) {
         if (from >= to || from >= size()) {
@@ -267,6 +271,8 @@ void markShapes(SecretLine& line);
 void markCalls(SecretLine& line);
 /// What a client says to a server to log in.
 void markDialogs(SecretLine& line);
+/// Secrets in remarks and in the names of things.
+void markRemarks(SecretLine& line);
 /// Command lines and other texts in the records of the audit system.
 void markAudit(SecretLine& line);
 /// Private keys in this line.

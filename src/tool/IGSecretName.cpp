@@ -56,6 +56,7 @@ class NameScan {
     std::size_t atName(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
     std::size_t atSecret(const secret_name& name);
+    void hideParts(const secret_name& name);
 
     Region& regionAt(std::size_t place);
     std::size_t attribute(const secret_name& name);
@@ -72,6 +73,12 @@ class NameScan {
     std::size_t listed(const secret_name& name);
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
     std::size_t spoken(const secret_name& name, std::size_t rest);
+    [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
+    std::size_t hideSaid(std::size_t from);
+    std::size_t remark(const secret_name& name, std::size_t from);
+    [[nodiscard]] bool inParentheses(const secret_name& name) const {
+        return name.from > 0 && line_.at(name.from - 1) == '(';
+    }
     std::size_t beforeSign(std::size_t from, std::size_t sign);
     [[nodiscard]] bool ofUser(const secret_name& name) const;
     std::size_t netrc(const secret_name& name);
@@ -93,6 +100,7 @@ class NameScan {
     [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
     std::size_t option(const secret_name& name);
     [[nodiscard]] bool quotedAtEnd(const secret_name& name, std::size_t quote);
+    [[nodiscard]] bool quotedSecret(const secret_name& name, std::size_t quote) const;
     [[nodiscard]] bool takesNextWord(const secret_name& name) const;
     [[nodiscard]] std::size_t saidOf(const secret_name& name) const;
     [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const;
@@ -103,10 +111,12 @@ class NameScan {
     bool opensLines(std::size_t from);
     std::size_t quotedValue(std::size_t from, bool at_start);
     [[nodiscard]] std::size_t lineValueEnd(std::size_t from) const;
+    [[nodiscard]] bool isInside(std::size_t place) const;
     [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const secret_name& name) const;
     std::size_t bareValue(std::size_t from, const secret_name& name, bool at_start);
     std::size_t authorization(std::size_t from);
     [[nodiscard]] std::size_t behindPrefix(std::size_t from) const;
+    [[nodiscard]] std::size_t behindScheme(std::size_t from) const;
     [[nodiscard]] std::size_t behindCredential(const secret_name& name, std::size_t from) const;
     std::size_t list(std::size_t from);
 
@@ -224,8 +234,28 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
         line_.in(from - 1, BLANK) && (after_password || isNetrc(from))) {
         return netrc(name);
     }
+    hideParts(name);
     const std::size_t next = atSecret(name);
     return next != 0 ? next : to;
+}
+
+// backup-token-x.timer: what is named in the name of a unit or a file.
+void NameScan::hideParts(const secret_name& name) {
+    constexpr std::size_t SHORTEST = 8;
+    const auto ends = [&](std::string_view ending) {
+        return line_.endsWith(name.from, name.to, ending);
+    };
+    const std::size_t named = name.word.from != NOWHERE ? name.word.to : name.short_to;
+    if (named >= name.to || std::none_of(std::begin(NAME_ENDINGS), std::end(NAME_ENDINGS), ends)) {
+        return;
+    }
+    for (std::size_t from = named; from < name.to; ++from) {
+        const std::size_t to = line_.skip(from, LETTER | DIGIT);
+        if (to >= from + SHORTEST && line_.looksSecret(from, to)) {
+            line_.hide(from, to, secret_rest::WORD);
+        }
+        from = to;
+    }
 }
 
 std::size_t NameScan::atSecret(const secret_name& name) {
@@ -821,7 +851,7 @@ std::size_t NameScan::option(const secret_name& name) {
     if (line_.says(rest, "-string ") && whole_word) {  // ConvertTo-SecureString -String "x"
         return value(line_.skip(rest + 8, BLANK), name, false);
     }
-    if (name.is_short && quotedAtEnd(name, rest)) {
+    if (name.is_short && (quotedAtEnd(name, rest) || quotedSecret(name, rest))) {
         return quotedValue(rest, false);
     }
     if (rest == name.to || line_.hasEnd(rest) || rest > name.to + 2 ||
@@ -837,7 +867,16 @@ std::size_t NameScan::option(const secret_name& name) {
     if (const std::size_t next = sentence(name); next != 0) {
         return next;
     }
+    if (const std::size_t next = remark(name, rest); next != 0) {
+        return next;
+    }
     return spoken(name, rest);
+}
+
+// store pass 'x': where x looks like a secret.
+bool NameScan::quotedSecret(const secret_name& name, std::size_t quote) const {
+    return line_.in(quote, QUOTE) && quote > name.to && name.short_from == name.from &&
+           line_.looksSecret(quote + 1, line_.until(quote + 1, QUOTE));
 }
 
 // pass "x" at the end of a line, as the first thing of it or of a user.
@@ -875,28 +914,64 @@ std::size_t NameScan::behindFiller(std::size_t from) const {
 // with token x, user me password x: a word behind a name that is the whole of a word, where it
 // looks like a secret. Of keys there are too many.
 std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
-    const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
-    const bool whole =
-        (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
-        line_.saysExactly(name.from, "_auth") || (name.is_short && name.short_from == name.from);
+    const bool key =
+        name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.signs;
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
-    if (!whole || sign == '/' || sign == '@') {
+    if (!endsInName(name, key) || sign == '/' || sign == '@') {
         return 0;
     }
     const std::size_t from = behindFiller(rest);
     const std::size_t end = line_.until(from, VALUE_END);
-    const std::size_t told = wordEnd(from, end);
-    const bool key = name.word.from == NOWHERE && line_.says(name.from, "key");
     const std::size_t before = wordBefore(name.from);
     const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
     const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
                       !isOrdinary(name, from);
-    if (!user && (!with || !line_.looksSecret(from, told))) {
+    if (!user && (!with || !line_.looksSecret(from, wordEnd(from, end)))) {
         const std::size_t middle = line_.skip(from, NAME);
         const std::size_t next = key ? 0 : joined(middle);  // credentials me:x
         return next != 0 || key || middle == from ? next : beforeSign(from, middle);
     }
-    line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
+    return hideSaid(from);
+}
+
+// Whether a name is the whole of a word, or the last part of one: the password, db-pw, storepass.
+bool NameScan::endsInName(const secret_name& name, bool key) const {
+    const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
+    return (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
+           line_.saysExactly(name.from, "_auth") ||
+           (name.is_short && (key ? name.short_from == name.from : name.short_from != NOWHERE)) ||
+           name.ends_in_pass;
+}
+
+// Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
+// with is.
+std::size_t NameScan::hideSaid(std::size_t from) {
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<') {
+        ++end;
+    }
+    const bool cut = line_.hasEnd(end) && !line_.ends();
+    line_.hide(from, cut ? end : withoutEnd(line_, from, end, ".,;:)\r"), secret_rest::WORD);
+    return end;
+}
+
+// (pw x), as in a comment or beside the name of a user: one word that is none of a sentence.
+std::size_t NameScan::remark(const secret_name& name, std::size_t from) {
+    constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
+        ++end;
+    }
+    const bool other =
+        std::any_of(std::begin(OTHERS), std::end(OTHERS),
+                    [&](std::string_view word) { return line_.says(name.word.from, word); });
+    if (!inParentheses(name) || line_.at(end) != ')' || end == from || other ||
+        (name.word.from == NOWHERE && name.short_from != name.from) ||
+        line_.endsWith(name.from, name.to, "key") || line_.looksOrdinary(from, end) ||
+        line_.isPlain(from, end)) {
+        return 0;
+    }
+    line_.hide(from, end, secret_rest::WORD);
     return end;
 }
 
@@ -964,13 +1039,10 @@ std::size_t NameScan::sentence(const secret_name& name) {
     if (line_.in(from, QUOTE)) {
         return quotedValue(from, false);
     }
-    const std::size_t end = line_.until(from, VALUE_END);
     if (isOrdinary(name, from)) {
         return from;
     }
-    const bool cut = line_.hasEnd(end) && !line_.ends();
-    line_.hide(from, cut ? end : wordEnd(from, end), secret_rest::WORD);
-    return end;
+    return hideSaid(from);
 }
 
 // ---- Values -------------------------------------------------------------------------------------
@@ -1006,7 +1078,18 @@ std::size_t NameScan::value(std::size_t from, const secret_name& name, bool at_s
     if (name.word.from != NOWHERE && line_.says(name.word.from, "authorization")) {
         return authorization(from);
     }
-    return bareValue(behindCredential(name, from), name, at_start);
+    from = behindCredential(name, from);
+    return bareValue(at_start ? from : behindScheme(from), name, at_start);
+}
+
+// _auth=basic me:x
+std::size_t NameScan::behindScheme(std::size_t from) const {
+    const std::size_t end = line_.skip(from, LETTER);
+    const std::size_t next = line_.skip(end, BLANK);
+    const std::size_t colon = line_.skip(next, NAME);
+    const bool scheme = line_.isOneOf(from, end, LOGIN_SCHEMES) && next > end;
+    const bool pair = line_.at(colon) == ':' && !line_.in(colon + 1, BLANK);
+    return scheme && (pair || line_.looksSecret(next, line_.until(next, VALUE_END))) ? next : from;
 }
 
 // What some languages put in front of a quote: N'x', b'x', string(1) "x".
@@ -1101,6 +1184,14 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
     return withoutEnd(line_, from, line_.size(), " \t\r");
 }
 
+// Whether "&" is a byte of a value and parts none: it ends no command, and neither the name of
+// another value nor that of a character stands behind it.
+bool NameScan::isInside(std::size_t place) const {
+    const std::size_t end = line_.skip(place + 1, NAME);
+    return line_.at(place) == '&' && end > place + 1 && line_.at(end) != '=' &&
+           line_.at(end) != ';' && line_.at(end) != '[';
+}
+
 // The end of a value that is a word: in a list of such values, as mount options and connections to
 // databases have them, at the sign between them.
 std::size_t NameScan::wordValueEnd(std::size_t from, const secret_name& name) const {
@@ -1111,10 +1202,11 @@ std::size_t NameScan::wordValueEnd(std::size_t from, const secret_name& name) co
     const char sign = before > 0 && line_.at(from - 1) == '=' ? line_.at(before - 1) : ' ';
     const bool listed = sign == ',' || sign == ';';
     std::size_t end = from;
-    while (!line_.hasEnd(end) && !line_.in(end, VALUE_END) && (!listed || line_.at(end) != sign)) {
+    while (!line_.hasEnd(end) && (!line_.in(end, VALUE_END) || isInside(end)) &&
+           (!listed || line_.at(end) != sign)) {
         ++end;
     }
-    return end;
+    return inParentheses(name) && end > from + 1 && line_.at(end - 1) == ')' ? end - 1 : end;
 }
 
 std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool at_start) {
@@ -1139,7 +1231,8 @@ std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool 
     if (name.is_pin && name.word.from == NOWHERE && digits < told) {
         return from;  // numbers and words, as in a table
     }
-    if (!line_.isPlain(from, told) && !line_.isPlain(from, end)) {
+    const bool said = inParentheses(name) && line_.isOneOf(from, told, ORDINARY_WORDS);
+    if (!said && !line_.isPlain(from, told) && !line_.isPlain(from, end)) {
         line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
     }
     // credentials: me / x

@@ -119,6 +119,35 @@ inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet
 inline constexpr std::string_view LOGIN_WORDS[] = {
     "login", "zugang", "zugangsdaten", "logindaten", "anmeldung", "wifi", "wlan"};
 
+/// Words in front of a user and a password, or of a secret, which say how they are meant.
+inline constexpr std::string_view LOGIN_SCHEMES[] = {"basic", "bearer", "digest", "token", "plain"};
+
+/// Accounts of administrators that machines and programs come with.
+inline constexpr std::string_view SECRET_ACCOUNTS[] = {
+    "administrator",  "admin",          "root",     "sa",     "oracle",
+    "postgres",       "userid",         "sysadmin", "sysdba", "system",
+    "superuser",      "manager",        "mysql",    "ubnt",   "administrador",
+    "amministratore", "administrateur", "sys",      "tomcat",
+};
+
+/// Words that announce a user and a password.
+inline constexpr std::string_view ACCESS_WORDS[] = {
+    "login",         "logins",       "logindaten",  "zugang",      "zugangsdaten",
+    "zugriff",       "anmeldung",    "credential",  "credentials", "creds",
+    "credenziali",   "accesso",      "acces",       "accès",       "identifiants",
+    "identifiant",   "credenciales", "credenciais", "acceso",      "acesso",
+    "inloggegevens", "dostęp",       "logowanie",   "account",     "konto",
+    "user",          "pw",           "password",    "passwort",    "kennwort",
+    "ilo",           "idrac",        "ipmi",        "bmc",         "console",
+};
+
+/// How the names of units and files end in which a secret may stand behind its name.
+inline constexpr std::string_view NAME_ENDINGS[] = {
+    ".service", ".timer", ".socket", ".path", ".mount", ".target", ".scope", ".slice", ".sh",
+    ".conf",    ".cfg",   ".env",    ".txt",  ".log",   ".json",   ".yml",   ".yaml",  ".xml",
+    ".sql",     ".gz",    ".zip",    ".bak",  ".tar",   ".tgz",    ".list",  ".ini",
+};
+
 /// Programs that are given a password in the environment: PGPASSWORD=x psql.
 inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
     "aws",     "borg",         "curl",      "duplicity",  "mysql",      "mysqldump",
@@ -527,29 +556,65 @@ struct secret_program {
     bool with_user;            ///< what it takes is a user and a password: -u me:X
 };
 inline constexpr secret_program SECRET_PROGRAMS[] = {
-    {"mysql", "", "p", false, false, false},       {"mariadb", "", "p", false, false, false},
-    {"sshpass", "", "p", false, false, false},     {"mongo", "", "p", false, false, false},
-    {"ncftp", "", "p", false, false, false},       {"7z", "", "p", false, false, false},
-    {"rar", "", "p", false, false, false},         {"unrar", "", "p", false, false, false},
-    {"useradd", "", "p", false, false, false},     {"usermod", "", "p", false, false, false},
-    {"docker", "login", "p", false, false, false}, {"podman", "login", "p", false, false, false},
-    {"az", "login", "p", false, false, false},     {"acr", "login", "p", false, false, false},
-    {"oc", "login", "p", false, false, false},     {"ssh-keygen", "", "N", false, true, false},
-    {"trapsess", "", "cAX", false, false, false},  {"snmp", "", "cAX", true, false, false},
-    {"ldap", "", "w", false, false, false},        {"kadmin", "", "w", false, false, false},
-    {"redis-cli", "", "a", false, true, false},    {"valkey-cli", "", "a", false, true, false},
-    {"ipmitool", "", "P", false, false, false},    {"ipmi-", "", "P", false, false, false},
-    {"sqlcmd", "", "P", false, false, false},      {"bcp", "", "P", false, false, false},
-    {"zip", "", "P", false, false, false},         {"unzip", "", "P", false, false, false},
-    {"openssl", "", "kK", false, true, false},     {"curl", "", "uUb", false, false, true},
-    {"wget", "", "uUb", false, false, true},       {"lftp", "", "uUb", false, false, true},
-    {"smb", "", "uUb", true, false, true},         {"rpcclient", "", "uUb", false, false, true},
-    {"net", "use", "uUb", false, false, true},     {"net", "ads", "uUb", false, false, true},
-    {"net", "rpc", "uUb", false, false, true},     {"rdesktop", "", "p", false, false, false},
-    {"http", "-a", "a", false, true, true},        {"check_http", "", "a", false, true, true},
-    {"check_snmp", "", "CAX", false, true, false}, {"check_mysql", "", "p", false, false, false},
-    {"check_pgsql", "", "p", false, false, false}, {"mosquitto_", "", "P", false, false, false},
+    {"mysql", "", "p", false, false, false},
+    {"mariadb", "", "p", false, false, false},
+    {"sshpass", "", "p", false, false, false},
+    {"mongo", "", "p", false, false, false},
+    {"ncftp", "", "p", false, false, false},
+    {"7z", "", "p", false, false, false},
+    {"rar", "", "p", false, false, false},
+    {"unrar", "", "p", false, false, false},
+    {"useradd", "", "p", false, false, false},
+    {"usermod", "", "p", false, false, false},
+    {"docker", "login", "p", false, false, false},
+    {"podman", "login", "p", false, false, false},
+    {"az", "login", "p", false, false, false},
+    {"acr", "login", "p", false, false, false},
+    {"oc", "login", "p", false, false, false},
+    {"ssh-keygen", "", "N", false, true, false},
+    {"trapsess", "", "cAX", false, false, false},
+    {"snmp", "", "cAX", true, false, false},
+    {"ldap", "", "w", false, false, false},
+    {"kadmin", "", "w", false, false, false},
+    {"redis-cli", "", "a", false, true, false},
+    {"valkey-cli", "", "a", false, true, false},
+    {"ipmitool", "", "P", false, false, false},
+    {"ipmi-", "", "P", false, false, false},
+    {"sqlcmd", "", "P", false, false, false},
+    {"bcp", "", "P", false, false, false},
+    {"zip", "", "P", false, false, false},
+    {"unzip", "", "P", false, false, false},
+    {"openssl", "", "kK", false, true, false},
+    {"curl", "", "uUb", false, false, true},
+    {"wget", "", "uUb", false, false, true},
+    {"lftp", "", "uUb", false, false, true},
+    {"smb", "", "uUb", true, false, true},
+    {"rpcclient", "", "uUb", false, false, true},
+    {"net", "use", "uUb", false, false, true},
+    {"net", "ads", "uUb", false, false, true},
+    {"net", "rpc", "uUb", false, false, true},
+    {"rdesktop", "", "p", false, false, false},
+    {"http", "-a", "a", false, true, true},
+    {"check_http", "", "a", false, true, true},
+    {"check_snmp", "", "CAX", false, true, false},
+    {"check_mysql", "", "p", false, false, false},
+    {"check_pgsql", "", "p", false, false, false},
+    {"mosquitto_", "", "P", false, false, false},
     {"tsql", "", "P", false, false, false},
+    {"dsconf", "", "w", false, true, false},
+    {"dsctl", "", "w", false, true, false},
+    {"dsidm", "", "w", false, true, false},
+    {"ipa-server", "", "pa", false, true, false},
+    {"ipa-replica", "", "pw", false, true, false},
+    {"ipa-", "", "w", false, true, false},
+    {"fence_", "", "p", false, true, false},
+    {"racadm", "", "p", false, true, false},
+    {"esxcli", "", "p", false, true, false},
+    {"hdbsql", "", "p", false, true, false},
+    {"cqlsh", "", "p", false, true, false},
+    {"elasticsearch-users", "", "p", false, true, false},
+    {"winexe", "", "U", false, false, true},
+    {"wbinfo", "", "a", false, true, true},
 };
 
 /// Long options of the programs that take a user and a password.
@@ -559,6 +624,11 @@ inline constexpr std::string_view USER_OPTIONS[] = {"-user", "-proxy-user", "-co
 inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth",      "--proxy-auth", "--basic-auth",
                                                     "--http-auth", "--userpass",   "-auth",
                                                     "--src-creds", "--dest-creds"};
+
+/// Options of any program that may take a user and a password, where that looks like a secret.
+inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
+    "-u", "-U", "--user", "--username", "--creds", "--credentials", "--login",
+};
 
 /// Options of any program that take a secret, where what they take looks like one.
 inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",        "-k",        "--auth",

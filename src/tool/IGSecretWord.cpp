@@ -94,6 +94,7 @@ void readShortWords(const SecretLine& line, secret_name* name) {
                           line.says(from, "auth");
         if (found != nullptr || auth) {
             name->is_short = true;
+            name->short_to = to;
             name->is_pin = name->is_pin || (found != nullptr && found->word == "pin");
             name->short_from = to != name->to ? NOWHERE : auth ? before : from;
         }

@@ -29,6 +29,7 @@ struct secret_name {
     bool is_short = false;             ///< one of its parts is a short word
     bool is_pin = false;               ///< and that one is "pin"
     std::size_t short_from = NOWHERE;  ///< where a short word begins that ends it
+    std::size_t short_to = NOWHERE;    ///< where the last short word ends
     bool ends_in_pass = false;         ///< it ends with "pass" and digits, and is more than that
     bool signs = false;                ///< a signature in an address
     bool is_second = false;            ///< the second word of a name
