@@ -45,7 +45,7 @@ class CallScan {
             return line_.endsWith(from, to, call.word) &&
                    (begin == from || !line_.in(begin - 1, LETTER));
         }
-        while (to >= from + size && line_.in(to - 1, NAME)) {
+        while (to >= from + size && line_.in(to - 1, NAME) && line_.at(to - 1) != '.') {
             if (line_.says(to - size, call.word)) {
                 return true;
             }

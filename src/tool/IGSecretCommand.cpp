@@ -100,6 +100,7 @@ class CommandScan {
     [[nodiscard]] bool isSaid(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
+    std::size_t login(std::size_t sign);
     std::size_t oracle(std::size_t sign);
     std::size_t percent(std::size_t sign);
     [[nodiscard]] bool namesUser(std::size_t from, std::size_t to) const;
@@ -258,6 +259,9 @@ std::size_t CommandScan::atOther(std::size_t place) {
         case '%':
             return percent(place);
         case '/':
+            if (const std::size_t next = login(place); next != 0) {
+                return next;
+            }
             word_from_ = place + 1;
             if (line_.saysExactly(place, "/rp ") &&
                 line_.looksSecret(place + 4, line_.until(place + 4, BLANK))) {
@@ -554,6 +558,24 @@ std::size_t CommandScan::hereString(std::size_t place) {
         return userAndPassword(word);
     }
     return line_.hideWord(word);
+}
+
+// sqlplus me/x: no file, and no word of a sentence.
+std::size_t CommandScan::login(std::size_t sign) {
+    const bool user = hasFlag(HAS_ORACLE) && sign > word_from_ && word_from_ > 0 &&
+                      line_.in(word_from_ - 1, BLANK | QUOTE) && line_.in(word_from_, LETTER) &&
+                      line_.skip(word_from_, NAME) == sign;
+    std::size_t end = sign + 1;
+    while (user && !line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) &&
+           std::string_view("/@.:").find(line_.at(end)) == NOWHERE) {
+        ++end;
+    }
+    if (!user || line_.looksOrdinary(sign + 1, end) ||
+        (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE))) {
+        return 0;
+    }
+    line_.hide(sign + 1, end, secret_rest::WORD);
+    return end;
 }
 
 // sqlplus me/x@db

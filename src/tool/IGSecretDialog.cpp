@@ -37,6 +37,24 @@ void markMechanism(SecretLine& line) {
     }
 }
 
+// AUTH x, AUTH me x, "AUTH" "me" "x", of a data base in memory: what looks like a secret.
+void markPlainAuth(SecretLine& line) {
+    for (std::size_t at = line.find("AUTH"); at != NOWHERE; at = line.find("AUTH", at + 4)) {
+        if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
+            continue;
+        }
+        std::size_t from = at + 4;
+        for (int word = 0; word < 2; ++word) {
+            from = line.skip(from, BLANK | QUOTE);
+            const std::size_t end = line.until(from, BLANK | QUOTE);
+            if (line.looksSecret(from, end)) {
+                line.hide(from, end, secret_rest::WORD);
+            }
+            from = end;
+        }
+    }
+}
+
 // The answer to "334 UGFzc3dvcmQ6" is the last word of the next line.
 void markAnswer(SecretLine& line) {
     secret_state& state = line.state();
@@ -65,8 +83,10 @@ void markPass(SecretLine& line) {
         state.user_lines = ANSWERS;
     }
     const std::size_t pass = state.user_lines == 0 ? NOWHERE : line.find("PASS ");
-    if (pass != NOWHERE && (pass == 0 || !line.in(pass - 1, NAME))) {
-        line.hideToEnd(line.skip(pass + 5, BLANK));
+    const std::size_t from = pass == NOWHERE ? NOWHERE : line.skip(pass + 5, BLANK);
+    if (pass != NOWHERE && (pass == 0 || !line.in(pass - 1, NAME)) &&
+        !line.isPlain(from, line.size())) {
+        line.hideToEnd(from);
     }
     state.user_lines -= line.ends() && state.user_lines != 0 ? 1 : 0;
 }
@@ -90,6 +110,7 @@ void markTagged(SecretLine& line) {
 
 void markDialogs(SecretLine& line) {
     markMechanism(line);
+    markPlainAuth(line);
     markAnswer(line);
     markPass(line);
     markTagged(line);

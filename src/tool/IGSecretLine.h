@@ -108,6 +108,13 @@ class SecretLine {
         }
         return from;
     }
+    /// Whether a stretch holds a byte of the sets.
+    [[nodiscard]] bool has(std::size_t from, std::size_t to, unsigned sets) const {
+        while (from < to && !in(from, sets)) {
+            ++from;
+        }
+        return from < to;
+    }
     /// The first place from there on that holds the byte, or the end.
     [[nodiscard]] std::size_t untilByte(std::size_t from, char c) const {
         const void* found =

@@ -26,6 +26,7 @@ struct Region {
     std::size_t from = NOWHERE;
     std::size_t to = 0;
     secret_word word;             // the last secret word in it
+    bool part = false;            // it is a short one, in a name of nothing else
     bool divided = false;         // ":" or "=" stands behind that word
     std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
     bool value_sought = false;
@@ -71,11 +72,18 @@ class NameScan {
     std::size_t joined(std::size_t sign);
     [[nodiscard]] std::size_t behindSlash(std::size_t place) const;
     std::size_t listed(const secret_name& name);
+    [[nodiscard]] bool isSecretText(std::size_t quote) const;
+    std::size_t fallback(const secret_name& name);
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
     std::size_t spoken(const secret_name& name, std::size_t rest);
     [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
     std::size_t hideSaid(std::size_t from);
     std::size_t remark(const secret_name& name, std::size_t from);
+    std::size_t number(const secret_name& name, std::size_t from);
+    std::size_t distant(const secret_name& name, std::size_t from);
+    [[nodiscard]] bool isPassword(const secret_name& name) const;
+    [[nodiscard]] bool isOneOfTwo(const secret_name& name);
+    [[nodiscard]] std::size_t behindOpening(std::size_t from) const;
     [[nodiscard]] bool inParentheses(const secret_name& name) const {
         return name.from > 0 && line_.at(name.from - 1) == '(';
     }
@@ -132,6 +140,7 @@ class NameScan {
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
     enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
     Known audit_ = Known::NOT;  // whether it is a record of the audit system
+    Known put_ = Known::NOT;    // whether " put " stands in front of a name
     Known user_ = Known::NOT;   // whether "user " stands in front of what may be a password
 };
 
@@ -337,6 +346,12 @@ Region& NameScan::regionAt(std::size_t place) {
         region_.from = place;
         region_.to = line_.until(place, QUOTE);
         region_.word = lastSecretWord(line_, place, region_.to);
+        if (region_.word.from == NOWHERE && line_.skip(place, NAME) == region_.to) {
+            const secret_name name = readSecretName(line_, place, region_.to);
+            const bool part = (name.is_short || name.ends_in_pass) && region_.to > place + 4;
+            region_.word = part ? secret_word{place, region_.to} : region_.word;
+            region_.part = part;
+        }
         if (region_.word.from != NOWHERE) {
             region_.divided = line_.until(region_.word.to, SEPARATOR) < region_.to;
         }
@@ -364,7 +379,7 @@ std::size_t NameScan::attribute(const secret_name& name) {
     place = line_.skip(place + 1, BLANK);
     place = line_.skipOne(place, QUOTE);
     Region& region = regionAt(place);
-    if (region.word.from == NOWHERE || region.word.from < place) {
+    if (region.word.from == NOWHERE || region.word.from < place || (id && region.part)) {
         return 0;
     }
     if (tag_ != Tag::NONE && tag_value_ != NOWHERE) {
@@ -546,11 +561,14 @@ std::size_t NameScan::listed(const secret_name& name) {
         return line_.size();
     }
     const bool apart = line_.in(quote + 1, BLANK) && line_.in(quote + 2, QUOTE);
-    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) ||
-        (line_.at(quote + 1) != ',' && !apart)) {
-        return 0;
+    if (!line_.in(quote, QUOTE) || (line_.at(quote + 1) != ',' && !apart)) {
+        return fallback(name);
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
+    if (line_.at(name.from) != '-') {  // getenv("PASSWORD", "x")
+        const bool secret = name.from > 0 && line_.in(name.from - 1, QUOTE) && isSecretText(next);
+        return secret ? quotedValue(next, false) : 0;
+    }
     if (line_.hasEnd(next) && line_.ends()) {
         line_.state().next_word = true;
         return next;
@@ -560,6 +578,22 @@ std::size_t NameScan::listed(const secret_name& name) {
         return 0;
     }
     return quotedValue(next, false);
+}
+
+bool NameScan::isSecretText(std::size_t quote) const {
+    return line_.in(quote, QUOTE) && line_.looksSecret(quote + 1, line_.until(quote + 1, QUOTE));
+}
+
+// getenv('PASSWORD') ?: 'x', env.PASSWORD || 'x'
+std::size_t NameScan::fallback(const secret_name& name) {
+    constexpr std::string_view SIGNS[] = {"?:", "??", "||", "or"};
+    const std::size_t closed = skipBytes(line_.skipOne(name.to, QUOTE), ")]");
+    const std::size_t sign = line_.skip(closed, BLANK);
+    const std::size_t next = line_.skip(sign + 2, BLANK);
+    const bool chooses = std::any_of(std::begin(SIGNS), std::end(SIGNS), [&](std::string_view one) {
+        return line_.saysExactly(sign, one);
+    });
+    return chooses && isSecretText(next) ? quotedValue(next, false) : 0;
 }
 
 // ---- Directives ---------------------------------------------------------------------------------
@@ -870,13 +904,15 @@ std::size_t NameScan::option(const secret_name& name) {
     if (const std::size_t next = remark(name, rest); next != 0) {
         return next;
     }
+    if (const std::size_t next = number(name, rest); next != 0) {
+        return next;
+    }
     return spoken(name, rest);
 }
 
 // store pass 'x': where x looks like a secret.
 bool NameScan::quotedSecret(const secret_name& name, std::size_t quote) const {
-    return line_.in(quote, QUOTE) && quote > name.to && name.short_from == name.from &&
-           line_.looksSecret(quote + 1, line_.until(quote + 1, QUOTE));
+    return quote > name.to && name.short_from == name.from && isSecretText(quote);
 }
 
 // pass "x" at the end of a line, as the first thing of it or of a user.
@@ -902,7 +938,7 @@ bool NameScan::ofUser(const secret_name& name) const {
 
 // Where a value would be behind a name without any sign: with token x, password to x, key 1: x.
 std::size_t NameScan::behindFiller(std::size_t from) const {
-    for (const std::string_view filler : {"to ", "set to ", "changed to "}) {
+    for (const std::string_view filler : {"to ", "set to ", "changed to ", "-v ", "--value "}) {
         if (line_.says(from, filler)) {
             return line_.skip(from + filler.size(), BLANK);
         }
@@ -915,9 +951,9 @@ std::size_t NameScan::behindFiller(std::size_t from) const {
 // looks like a secret. Of keys there are too many.
 std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
     const bool key =
-        name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.signs;
+        name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.is_second;
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
-    if (!endsInName(name, key) || sign == '/' || sign == '@') {
+    if (!endsInName(name, key) || sign == '@' || (sign == '/' && !isOneOfTwo(name))) {
         return 0;
     }
     const std::size_t from = behindFiller(rest);
@@ -928,10 +964,89 @@ std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
                       !isOrdinary(name, from);
     if (!user && (!with || !line_.looksSecret(from, wordEnd(from, end)))) {
         const std::size_t middle = line_.skip(from, NAME);
-        const std::size_t next = key ? 0 : joined(middle);  // credentials me:x
-        return next != 0 || key || middle == from ? next : beforeSign(from, middle);
+        std::size_t next = key ? 0 : joined(middle);  // credentials me:x
+        next = next != 0 || key || middle == from ? next : beforeSign(from, middle);
+        return next != 0 || key ? next : distant(name, rest);
     }
     return hideSaid(from);
+}
+
+// login/password x, kv put shop/password x
+bool NameScan::isOneOfTwo(const secret_name& name) {
+    if (put_ == Known::NOT) {
+        put_ = line_.find(" put ") < name.from ? Known::YES : Known::NO;
+    }
+    std::size_t from = name.from - 1;
+    while (from > 0 && line_.in(from - 1, LETTER) && name.from - from < 20) {
+        --from;
+    }
+    return put_ == Known::YES || line_.isOneOf(from, name.from - 1, ACCESS_WORDS);
+}
+
+// What people put in front of a value: an arrow, a sign, a quote of their language.
+std::size_t NameScan::behindOpening(std::size_t from) const {
+    constexpr std::string_view SIGNS[] = {"->", "→", ":", "="};
+    constexpr std::string_view QUOTES[] = {"„", "“", "”", "«", "‘", "`", "["};
+    for (const std::string_view sign : SIGNS) {
+        if (line_.saysExactly(from, sign) && line_.in(from + sign.size(), BLANK)) {
+            from = line_.skip(from + sign.size(), BLANK);
+            break;
+        }
+    }
+    for (const std::string_view quote : QUOTES) {
+        if (line_.saysExactly(from, quote)) {
+            return line_.skip(from + quote.size(), BLANK);
+        }
+    }
+    return from;
+}
+
+// pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words stand
+// between the two, and what looks like a secret is not the object of one: password for x.
+std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
+    constexpr int MOST = 4;
+    constexpr std::size_t SHORTEST = 8;
+    const bool verb = line_.isOneOf(name.from, name.to, SECRET_VERBS) &&
+                      !line_.saysExactly(from, "->") && !line_.saysExactly(from, "→");
+    bool object = false;
+    if (verb || !isPassword(name) || line_.at(name.from) == '-') {
+        return 0;
+    }
+    for (int words = 0; words < MOST && !line_.hasEnd(from); ++words) {
+        from = behindOpening(from);
+        std::size_t end = from;
+        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '`' &&
+               line_.at(end) != ']') {
+            ++end;
+        }
+        std::size_t told = wordEnd(from, end);
+        while (told > from && static_cast<unsigned char>(line_.at(told - 1)) >= 0x80) {
+            --told;  // a closing quote
+        }
+        if (told >= from + SHORTEST && line_.looksSecret(from, told)) {
+            if (object) {
+                return 0;
+            }
+            const bool cut = line_.hasEnd(end) && !line_.ends();
+            line_.hide(from, cut ? end : told, secret_rest::WORD);
+            return end;
+        }
+        const bool divided = line_.at(end - 1) == ':' && end > from + 1;
+        const std::size_t word = divided ? end - 1 : end;
+        if (word == from || line_.skip(from, NAME) < word || line_.has(from, word, DIGIT)) {
+            return 0;
+        }
+        object = !divided && line_.isOneOf(from, word, OBJECT_WORDS);
+        from = line_.skip(end, BLANK);
+    }
+    return 0;
+}
+
+// Whether a name is that of a password, not of a token or a key.
+bool NameScan::isPassword(const secret_name& name) const {
+    constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
+    return std::none_of(std::begin(OTHERS), std::end(OTHERS),
+                        [&](std::string_view word) { return line_.says(name.word.from, word); });
 }
 
 // Whether a name is the whole of a word, or the last part of one: the password, db-pw, storepass.
@@ -940,7 +1055,9 @@ bool NameScan::endsInName(const secret_name& name, bool key) const {
     return (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
            line_.saysExactly(name.from, "_auth") ||
            (name.is_short && (key ? name.short_from == name.from : name.short_from != NOWHERE)) ||
-           name.ends_in_pass;
+           name.ends_in_pass || name.is_second ||
+           (name.word.to == name.to && name.word.from > name.from && isPassword(name) &&
+            !line_.in(name.word.from - 1, LETTER | DIGIT));
 }
 
 // Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
@@ -955,17 +1072,25 @@ std::size_t NameScan::hideSaid(std::size_t from) {
     return end;
 }
 
+// PIN 1234
+std::size_t NameScan::number(const secret_name& name, std::size_t from) {
+    const std::size_t end = line_.skip(from, DIGIT);
+    const bool pin = line_.saysExactly(name.from, "PIN") || line_.saysExactly(name.from, "PUK");
+    if (!pin || name.to != name.from + 3 || end < from + 4 || end > from + 10 ||
+        line_.in(end, NAME) || line_.in(line_.skip(end, BLANK), DIGIT)) {
+        return 0;
+    }
+    line_.hide(from, end, secret_rest::WORD);
+    return end;
+}
+
 // (pw x), as in a comment or beside the name of a user: one word that is none of a sentence.
 std::size_t NameScan::remark(const secret_name& name, std::size_t from) {
-    constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
     std::size_t end = from;
     while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
         ++end;
     }
-    const bool other =
-        std::any_of(std::begin(OTHERS), std::end(OTHERS),
-                    [&](std::string_view word) { return line_.says(name.word.from, word); });
-    if (!inParentheses(name) || line_.at(end) != ')' || end == from || other ||
+    if (!inParentheses(name) || line_.at(end) != ')' || end == from || !isPassword(name) ||
         (name.word.from == NOWHERE && name.short_from != name.from) ||
         line_.endsWith(name.from, name.to, "key") || line_.looksOrdinary(from, end) ||
         line_.isPlain(from, end)) {
@@ -1028,7 +1153,8 @@ bool NameScan::isOrdinary(const secret_name& name, std::size_t from) const {
     if (small && (line_.endsWith(from, end, "ed") || line_.endsWith(from, end, "ly"))) {
         return true;
     }
-    return name.word.from == NOWHERE && (!digits || line_.endsWith(name.from, name.to, "key"));
+    const bool key = line_.endsWith(name.from, name.to, "key") && !name.is_second;
+    return name.word.from == NOWHERE && (!digits || key);
 }
 
 std::size_t NameScan::sentence(const secret_name& name) {

@@ -83,7 +83,7 @@ void markStructuredData(SecretLine& line) {
         const std::size_t number = line.skip(sign + 1, DIGIT);
         const bool ends = line.in(number, BLANK) || line.at(number) == ']';
         if (line.at(sign) == '@' && number > sign + 3 && ends && sign - from >= SHORTEST &&
-            line.until(from, DIGIT) < sign && line.until(from, LETTER) < sign) {
+            line.has(from, sign, DIGIT) && line.has(from, sign, LETTER)) {
             line.hide(from, sign, secret_rest::WORD);
         }
         at = line.untilByte(sign, '[');

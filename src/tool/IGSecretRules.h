@@ -45,6 +45,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "phpsessid",
     "jsessid",
     "sessionid",
+    "connect.sid",
     "aes~key",
     "hmac~key",
     "enc~key",
@@ -77,6 +78,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "salasana",
     "adgangskode",
     "lösenord",
+    "lizenzschlüssel",
     "jelszó",
     "hasło",
     "şifre",
@@ -93,8 +95,9 @@ struct secret_pair {
     std::string_view second;
 };
 inline constexpr secret_pair SECRET_PAIRS[] = {
-    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"},
-    {"backup ", "codes"},  {"pass ", "phrase"},    {"pass ", "word"},
+    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"}, {"backup ", "codes"},
+    {"pass ", "phrase"},   {"pass ", "word"},      {"api ", "key"},     {"license ", "key"},
+    {"licence ", "key"},   {"wifi ", "key"},       {"wlan ", "key"},    {"product ", "key"},
 };
 
 /// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
@@ -114,6 +117,17 @@ inline constexpr secret_short SECRET_SHORTS[] = {
 /// value must look like a secret.
 inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
                                                     "war", "est", "es"};
+
+/// Names of passwords that are words of other sentences too.
+inline constexpr std::string_view SECRET_VERBS[] = {"pass", "pin", "pins", "key", "keys"};
+
+/// Words whose object is no password although it follows one's name: password for x.
+inline constexpr std::string_view OBJECT_WORDS[] = {
+    "for", "of",   "from",  "by",   "on",   "at",   "in",  "user", "host", "server",
+    "as",  "file", "hash",  "with", "für",  "von",  "vom", "an",   "de",   "del",
+    "du",  "da",   "do",    "di",   "pour", "para", "per", "dla",  "na",   "для",
+    "от",  "via",  "using", "and",  "or",   "und",  "et",  "y",    "e",
+};
 
 /// Words behind which a user and a password follow, with a sign between them.
 inline constexpr std::string_view LOGIN_WORDS[] = {
@@ -168,7 +182,7 @@ inline constexpr std::string_view NAMING_DIRECTIVES[] = {
     "scgi_param ",       "grpc_set_header ",   "add_header ",
     "setenv ",           "requestheader set ", "requestheader add ",
     "header set ",       "header add ",        "env ",
-    "option ",           "more_set_headers ",
+    "option ",           "more_set_headers ",  "setx ",
 };
 
 /// Names that are followed by their value without any sign between them.
@@ -615,6 +629,9 @@ inline constexpr secret_program SECRET_PROGRAMS[] = {
     {"elasticsearch-users", "", "p", false, true, false},
     {"winexe", "", "U", false, false, true},
     {"wbinfo", "", "a", false, true, true},
+    {"nsupdate", "", "y", false, true, true},
+    {"dig", "", "y", false, true, true},
+    {"doctl", "auth", "t", false, true, false},
 };
 
 /// Long options of the programs that take a user and a password.
@@ -631,8 +648,9 @@ inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
 };
 
 /// Options of any program that take a secret, where what they take looks like one.
-inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",        "-k",        "--auth",
-                                                        "--license", "--licence", "--serial"};
+inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {
+    "-p",  "-k",  "--auth",         "--license",         "--licence",        "--serial",
+    "-ap", "-xp", "--initialsetup", "--security-unlock", "--security-erase", "--security-disable"};
 
 /// What names of network interfaces and disks begin with.
 inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",
@@ -686,6 +704,7 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"ipmitool", "password"},
     {"option", "key", true},
     {"wireless-security", "key", true},
+    {"db2", "using", true},
 };
 
 /// Commands whose password is the last of some words.
@@ -713,6 +732,7 @@ inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"rclone", "obscure", 0},
     {"runas", "/user:", 0, true},
     {"isql", "-v", 2, true},
+    {"samba-tool", "user", 2, true},
     {"crypto", "isakmp", 1, true},
 };
 
@@ -784,6 +804,11 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"openssl_encrypt", 3},
     {"openssl_decrypt", 3},
     {"redis->auth", 1},
+    {"db.auth", 2},
+    {"pgp_sym_encrypt", 2},
+    {"pgp_sym_decrypt", 2},
+    {"aes_encrypt", 2},
+    {"aes_decrypt", 2},
     {"setpassword", 1},
     {"checkpassword", 1},
     {"verifypassword", 1},

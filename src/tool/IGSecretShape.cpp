@@ -46,6 +46,21 @@ std::size_t markUser(SecretLine& line, std::size_t from, bool is_web) {
     return end;
 }
 
+// me:x@tcp(host:3306)/db: the source of data of a program in Go.
+void markSource(SecretLine& line) {
+    for (const std::string_view kind : {"@tcp(", "@unix("}) {
+        const std::size_t at = line.find(kind);
+        std::size_t from = at == NOWHERE ? 0 : at;
+        while (from > 0 && !line.in(from - 1, BLANK | QUOTE) && line.at(from - 1) != '=') {
+            --from;
+        }
+        const std::size_t colon = line.skip(from, NAME);
+        if (at != NOWHERE && line.at(colon) == ':' && colon + 1 < at) {
+            line.hide(colon + 1, at, secret_rest::WORD);
+        }
+    }
+}
+
 // Where behind the name of a proxy, or "iscsi:", its user begins; 0 when no such name stands there.
 std::size_t proxyAt(const SecretLine& line, std::size_t place) {
     for (const std::string_view scheme : {"iscsi:", "pserver:"}) {
@@ -790,6 +805,7 @@ void markAddresses(SecretLine& line) {
     if (line.hasEnd(line.untilByte(0, '@'))) {
         return;
     }
+    markSource(line);
     std::size_t proxies_seen = 0;
     for (std::size_t place = 0; place < line.size();) {
         if (line.at(place) == ':' && line.saysExactly(place, "://")) {

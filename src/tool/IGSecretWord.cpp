@@ -126,7 +126,7 @@ bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
 
 // recovery code
 bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 4) {
+    if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 3) {
         return false;
     }
     return std::any_of(std::begin(SECRET_PAIRS), std::end(SECRET_PAIRS), [&](const auto& pair) {
