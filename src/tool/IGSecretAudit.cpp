@@ -115,14 +115,21 @@ bool isText(const SecretLine& line, std::size_t from, std::size_t to) {
     return (to - from) % 2 == 0 && printed * 8 >= (to - from) * 3;
 }
 
+// Hides a stretch of digits when their text holds a secret.
+void markText(SecretLine& line, std::size_t from, std::size_t to, bool typed) {
+    Decoded decoded(line);
+    decoded.putDigits(from, to);
+    decoded.mark(typed);
+}
+
 // proctitle=6D7973716C..., cmd=..., data=..., whatever the field is called.
-void markDigits(SecretLine& line, Decoded* decoded) {
+void markDigits(SecretLine& line) {
+    const bool terminal = line.find("TTY") != NOWHERE;
     for (std::size_t sign = line.untilByte(0, '='); !line.hasEnd(sign);) {
         const std::size_t from = sign + 1;
         const std::size_t end = digitsEnd(line, from);
         if (end - from >= SHORTEST && !line.in(end, NAME | BASE64) && isText(line, from, end)) {
-            decoded->putDigits(from, end);
-            decoded->mark(line.endsWith(0, sign, " data") && line.find("TTY") != NOWHERE);
+            markText(line, from, end, terminal && line.endsWith(0, sign, " data"));
         }
         sign = line.untilByte(end, '=');
     }
@@ -180,7 +187,8 @@ std::size_t putArgument(const SecretLine& line, std::size_t value, Decoded* deco
 }
 
 // The words of a command line, one a field: a0="mysql" a1="-p" a2="x".
-void markArguments(SecretLine& line, Decoded* decoded) {
+void markArguments(SecretLine& line) {
+    Decoded decoded(line);
     for (std::size_t place = line.untilByte(0, 'a'); !line.hasEnd(place);) {
         const Argument argument = argumentAt(line, place);
         if (argument.value == NOWHERE) {
@@ -188,11 +196,11 @@ void markArguments(SecretLine& line, Decoded* decoded) {
             continue;
         }
         if (!argument.goes_on) {
-            decoded->put(' ', 0, 0);
+            decoded.put(' ', 0, 0);
         }
-        place = line.untilByte(putArgument(line, argument.value, decoded), 'a');
+        place = line.untilByte(putArgument(line, argument.value, &decoded), 'a');
     }
-    decoded->mark();
+    decoded.mark();
 }
 
 }  // namespace
@@ -201,9 +209,8 @@ void markAudit(SecretLine& line) {
     if (line.state().decoded || line.hasEnd(line.untilByte(0, '='))) {
         return;
     }
-    Decoded decoded(line);
-    markDigits(line, &decoded);
+    markDigits(line);
     if (line.find("argc=") != NOWHERE || line.find("EXECVE") != NOWHERE) {
-        markArguments(line, &decoded);
+        markArguments(line);
     }
 }

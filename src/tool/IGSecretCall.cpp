@@ -1,9 +1,10 @@
 // Calls of functions with passwords among their arguments, as traces of a program's stack and its
-// source show them: mysqli_connect('host', 'me', 'x').
+// source show them: mysqli_connect('host', 'me', 'x'). And rows that are put into a data base.
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretRules.h"
+#include "tool/IGSecretWord.h"
 
 namespace {
 
@@ -98,6 +99,83 @@ class CallScan {
     SecretLine& line_;
 };
 
+// INSERT INTO users (name, password) VALUES ('me', 'x'), ('you', 'y'): the values of columns that
+// are named like secrets.
+class InsertScan {
+  public:
+    explicit InsertScan(SecretLine& line) : line_(line) {}
+    void run() {
+        for (std::size_t at = line_.untilByte(0, '('); !line_.hasEnd(at);) {
+            const std::size_t end = readColumns(at + 1);
+            const std::size_t values = line_.skip(line_.skipByte(end, ')'), BLANK);
+            const bool follows =
+                end > at + 1 && line_.at(end) == ')' && line_.says(values, "value");
+            std::size_t next = end;
+            if (follows && columns_ != 0) {
+                next = hideRows(line_.skip(line_.skip(values, LETTER), BLANK));
+            }
+            at = line_.untilByte(next, '(');
+        }
+    }
+
+  private:
+    static constexpr unsigned MOST = 64;  // columns
+    // The names of columns, of which those of secrets are set in columns_.
+    // @return the place behind the last one
+    std::size_t readColumns(std::size_t place) {
+        columns_ = 0;
+        for (unsigned column = 0; column < MOST; ++column) {
+            const std::size_t from = skipMarks(line_.skip(place, BLANK));
+            const std::size_t to = line_.skip(from, NAME);
+            if (to == from) {
+                return place;
+            }
+            const secret_name name = readSecretName(line_, from, to);
+            const bool secret = name.isSecret() && !isHarmlessName(line_, name);
+            columns_ |= std::uint64_t{secret ? 1U : 0U} << column;
+            place = line_.skip(skipMarks(to), BLANK);
+            if (line_.at(place) != ',') {
+                return place;
+            }
+            ++place;
+        }
+        return place;
+    }
+    [[nodiscard]] std::size_t skipMarks(std::size_t place) const {
+        return line_.skipByte(line_.skipOne(place, QUOTE), '`');
+    }
+    // @return the place behind the rows
+    std::size_t hideRows(std::size_t place) {
+        while (line_.at(place) == '(') {
+            place = line_.skip(hideRow(place + 1), BLANK);
+            place = line_.skip(line_.skipByte(place, ','), BLANK);
+        }
+        return place;
+    }
+    std::size_t hideRow(std::size_t place) {
+        int depth = 0;
+        for (unsigned column = 0; !line_.hasEnd(place);) {
+            const char c = line_.at(place);
+            if (isIn(c, QUOTE)) {
+                const bool secret = column < MOST && (columns_ >> column & 1) != 0;
+                const std::size_t end = line_.closing(place + 1, line_.text().substr(place, 1));
+                line_.hide(place + 1, secret ? end : 0,
+                           c == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
+                place = end;
+            } else if (c == ')' && depth-- == 0) {
+                return place + 1;
+            }
+            depth += c == '(' ? 1 : 0;
+            column += c == ',' && depth == 0 ? 1 : 0;
+            ++place;
+        }
+        return place;
+    }
+
+    SecretLine& line_;
+    std::uint64_t columns_ = 0;
+};
+
 }  // namespace
 
 void markCalls(SecretLine& line) {
@@ -105,4 +183,7 @@ void markCalls(SecretLine& line) {
         return;
     }
     CallScan(line).run();
+    if (line.find("VALUE") != NOWHERE || line.find("value") != NOWHERE) {
+        InsertScan(line).run();
+    }
 }

@@ -1353,6 +1353,9 @@ std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool 
         }
     }
     const std::size_t end = at_start ? lineValueEnd(from) : wordValueEnd(from, name);
+    if (!at_start && line_.in(end, QUOTE) && end > from + 1 && line_.at(end - 1) == '(') {
+        return quotedValue(end, false);  // password=MD5('x')
+    }
     const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);
     if (name.is_pin && name.word.from == NOWHERE && digits < told) {
         return from;  // numbers and words, as in a table

@@ -805,6 +805,7 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"openssl_decrypt", 3},
     {"redis->auth", 1},
     {"db.auth", 2},
+    {"crypt", 1},
     {"pgp_sym_encrypt", 2},
     {"pgp_sym_decrypt", 2},
     {"aes_encrypt", 2},

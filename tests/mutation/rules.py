@@ -693,6 +693,8 @@ SECRETS = _rules(
      "unit:IGSecret_test"),
     ("a file of a data base is no login", "src/tool/IGSecretCommand.cpp",
      'std::string_view("/@.:").find', 'std::string_view("/@:").find', "unit:IGSecret_test"),
+    ("a call in a row is one value of it", "src/tool/IGSecretCall.cpp",
+     "c == ',' && depth == 0 ? 1 : 0", "c == ',' ? 1 : 0", "unit:IGSecret_test"),
     ("the filter ends with 153 at a limit", "src/tool/mask.cpp",
      "number == EFBIG", "number == EPIPE", "cli:test_tool_directory.py:sigxfsz"),
 )

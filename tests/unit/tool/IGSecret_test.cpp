@@ -139,6 +139,12 @@ TEST(IGSecret, EveryKeyOfAServiceIsHiddenWhenItIsLongEnough) {
 
 // "{}" stands for a secret.
 constexpr const char* LINES_WITH_SECRETS[] = {
+    "INSERT INTO users (name, password) VALUES ('bob', '{}'), ('eve', '{}');",
+    "INSERT INTO `u` (`db_pass`, `n`) VALUES ('{}', f('a', 2))",
+    "insert into u (n, api_key, t) values (concat('a', 'b'), '{}', 'c')",
+    "UPDATE users SET passwd = MD5('{}') WHERE id=1",
+    "UPDATE mysql.user SET Password=PASSWORD('{}')",
+    "SELECT crypt('{}', salt)",
     "Das Passwort ist jetzt {}",
     "Le mot de passe est « {} »",
     "# mot de passe root : {}",
@@ -578,6 +584,8 @@ constexpr const char* LINES_WITH_SECRETS[] = {
 };
 
 constexpr const char* LINES_WITHOUT[] = {
+    "INSERT INTO users (name, password_age) VALUES ('bob', '3 days')",
+    "INSERT INTO users (name) VALUES ('bob'); f(password) 'a'",
     "Pass -b option to texi2dvi1.",
     "we pass the sqlite3_stmt * to it, pass `SSL_OP_NO_TLSv1`",
     "PIN support to gnutls3_x509_t, 12 pins",
@@ -1219,6 +1227,9 @@ TEST(IGSecretText, ItsTimeIsLinearInWhateverALineHolds) {
     const std::vector<std::string> units = {
         "a",
         "(pw a",
+        "(pw) values ('a'), ",
+        "(a, pw, ",
+        "'value (pw) value (",
         "pw a ",
         "pw -> ",
         "x/pw ",
@@ -1255,6 +1266,7 @@ TEST(IGSecretText, ItsTimeIsLinearInWhateverALineHolds) {
         "argc= a0=\"",
         "argc= a0=\"--password\" a1=",
         "x=70617373776F72643D61620A",
+        "x data=70617373776F72643D61620A ",
         "70617373776F7264",
         "password=x ",
         "password ",
