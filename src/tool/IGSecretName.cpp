@@ -565,7 +565,7 @@ std::size_t NameScan::listed(const secret_name& name) {
         return fallback(name);
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
-    if (line_.at(name.from) != '-') {  // getenv("PASSWORD", "x")
+    if (line_.at(name.from) != '-') {  // env("PASSWORD", "x")
         const bool secret = name.from > 0 && line_.in(name.from - 1, QUOTE) && isSecretText(next);
         return secret ? quotedValue(next, false) : 0;
     }
@@ -584,7 +584,7 @@ bool NameScan::isSecretText(std::size_t quote) const {
     return line_.in(quote, QUOTE) && line_.looksSecret(quote + 1, line_.until(quote + 1, QUOTE));
 }
 
-// getenv('PASSWORD') ?: 'x', env.PASSWORD || 'x'
+// env('PASSWORD') ?: 'x', env.PASSWORD || 'x'
 std::size_t NameScan::fallback(const secret_name& name) {
     constexpr std::string_view SIGNS[] = {"?:", "??", "||", "or"};
     const std::size_t closed = skipBytes(line_.skipOne(name.to, QUOTE), ")]");
