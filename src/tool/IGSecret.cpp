@@ -209,6 +209,10 @@ void markLine(SecretLine* line) {
     markFields(*line);
     markCommands(*line);
     markShapes(*line);
+    markCalls(*line);
+    markDialogs(*line);
+    markRemarks(*line);
+    markAudit(*line);
 }
 
 // What was hidden at the end of the part before goes on until its own end.

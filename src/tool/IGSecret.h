@@ -47,6 +47,9 @@ struct secret_state {
     bool dial_secrets = false;      ///< "# client server secret" has come: lines of these follow
     bool prompted = false;          ///< an expect script waits for "assword:": "send" may follow
     bool secret_object = false;     ///< "kind: Secret" has come: its "data:" is a block of them
+    bool challenged = false;        ///< a server has asked for a password: it is the next line
+    int user_lines = 0;             ///< a client has told its user: so many lines may have "PASS x"
+    bool decoded = false;           ///< the text is one that stood in another: none is sought in it
 
     // Of the line whose next part comes.
     secret_rest rest = secret_rest::NOTHING;

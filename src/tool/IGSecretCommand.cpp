@@ -88,6 +88,7 @@ class CommandScan {
 
     std::size_t option(std::size_t from, std::size_t to);
     std::size_t doubtful(std::size_t from, std::size_t to);
+    std::size_t doubtfulPair(std::size_t from, std::size_t to);
     [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const;
     bool isAuditRule();
     [[nodiscard]] std::size_t valueOf(std::size_t from) const;
@@ -99,6 +100,7 @@ class CommandScan {
     [[nodiscard]] bool isSaid(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
+    std::size_t login(std::size_t sign);
     std::size_t oracle(std::size_t sign);
     std::size_t percent(std::size_t sign);
     [[nodiscard]] bool namesUser(std::size_t from, std::size_t to) const;
@@ -257,6 +259,9 @@ std::size_t CommandScan::atOther(std::size_t place) {
         case '%':
             return percent(place);
         case '/':
+            if (const std::size_t next = login(place); next != 0) {
+                return next;
+            }
             word_from_ = place + 1;
             if (line_.saysExactly(place, "/rp ") &&
                 line_.looksSecret(place + 4, line_.until(place + 4, BLANK))) {
@@ -303,6 +308,9 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
             return optionValue(to, true);
         }
     }
+    if (const std::size_t next = doubtfulPair(from, to); next != 0) {
+        return next;
+    }
     if (state_.commands == NO_PROGRAM || state_.commands == OPEN_PROGRAM) {
         return 0;
     }
@@ -344,6 +352,23 @@ std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
         return 0;
     }
     line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
+    return end;
+}
+
+// -u me:x, --user me%x of any program, where x looks like a secret.
+std::size_t CommandScan::doubtfulPair(std::size_t from, std::size_t to) {
+    const auto says = [&](std::string_view name) { return is(from, to, name); };
+    if (std::none_of(std::begin(DOUBTFUL_PAIRS), std::end(DOUBTFUL_PAIRS), says)) {
+        return 0;
+    }
+    const std::size_t user = line_.skipOne(valueOf(to), QUOTE);
+    const std::size_t sign = line_.skip(user, NAME);
+    const std::size_t end = line_.until(sign, BLANK | QUOTE);
+    if ((line_.at(sign) != ':' && line_.at(sign) != '%') || sign == user ||
+        !line_.looksSecret(sign + 1, withoutStops(sign + 1, end))) {
+        return 0;
+    }
+    line_.hide(sign + 1, line_.hasEnd(end) ? end : withoutStops(sign + 1, end), secret_rest::WORD);
     return end;
 }
 
@@ -535,6 +560,24 @@ std::size_t CommandScan::hereString(std::size_t place) {
     return line_.hideWord(word);
 }
 
+// sqlplus me/x: no file, and no word of a sentence.
+std::size_t CommandScan::login(std::size_t sign) {
+    const bool user = hasFlag(HAS_ORACLE) && sign > word_from_ && word_from_ > 0 &&
+                      line_.in(word_from_ - 1, BLANK | QUOTE) && line_.in(word_from_, LETTER) &&
+                      line_.skip(word_from_, NAME) == sign;
+    std::size_t end = sign + 1;
+    while (user && !line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) &&
+           std::string_view("/@.:").find(line_.at(end)) == NOWHERE) {
+        ++end;
+    }
+    if (!user || line_.looksOrdinary(sign + 1, end) ||
+        (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE))) {
+        return 0;
+    }
+    line_.hide(sign + 1, end, secret_rest::WORD);
+    return end;
+}
+
 // sqlplus me/x@db
 std::size_t CommandScan::oracle(std::size_t sign) {
     if (hasFlag(HAS_ORACLE) && word_from_ > 0 && line_.at(word_from_ - 1) == '/') {
@@ -648,6 +691,24 @@ void markLogSettings(SecretLine& line) {
     }
 }
 
+// -object secret,id=a,data=x, and the same in JSON: the secrets of a virtual machine
+void markObjects(SecretLine& line) {
+    for (const std::string_view kind : {"secret,", R"("qom-type":"secret")"}) {
+        for (std::size_t at = line.find(kind); at != NOWHERE; at = line.find(kind, at)) {
+            const std::size_t end = line.until(at, BLANK);
+            const std::size_t data = line.text().substr(at, end - at).find("data");
+            std::size_t from = data == NOWHERE ? end : at + data + 4;
+            from = line.skipOne(line.skipOne(line.skipOne(from, QUOTE), SEPARATOR), QUOTE);
+            std::size_t last = from;
+            while (last < end && line.at(last) != ',' && !line.in(last, QUOTE)) {
+                ++last;
+            }
+            line.hide(from, last, secret_rest::WORD);
+            at = end;
+        }
+    }
+}
+
 // stats auth user:x
 void markStatistics(SecretLine& line) {
     for (std::size_t at = line.find("stats"); at != NOWHERE; at = line.find("stats", at + 5)) {
@@ -678,6 +739,9 @@ void markCommands(SecretLine& line) {
         markLogSettings(line);
     }
     markStatistics(line);
+    if (line.find("data") != NOWHERE) {
+        markObjects(line);
+    }
     if ((line.state().flags & HAS_PROMPT) != 0 && line.ends()) {
         const std::size_t first = line.skip(0, BLANK);
         line.state().prompted = line.saysExactly(first, "expect") && line.find("send") == NOWHERE;

@@ -108,6 +108,13 @@ class SecretLine {
         }
         return from;
     }
+    /// Whether a stretch holds a byte of the sets.
+    [[nodiscard]] bool has(std::size_t from, std::size_t to, unsigned sets) const {
+        while (from < to && !in(from, sets)) {
+            ++from;
+        }
+        return from < to;
+    }
     /// The first place from there on that holds the byte, or the end.
     [[nodiscard]] std::size_t untilByte(std::size_t from, char c) const {
         const void* found =
@@ -162,6 +169,10 @@ class SecretLine {
     /// Whether a word mixes letters and digits as a secret does and as no name, path, host, number
     /// or version does.
     [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;
+
+    /// Whether a word is one of a sentence by its looks: letters, of which the first alone or all
+    /// are capitals, or a number.
+    [[nodiscard]] bool looksOrdinary(std::size_t from, std::size_t to) const;
 
     /// Hides a stretch. Of a line that goes on in another part, `rest` says what hides there too.
     void hide(std::size_t from, std::size_t to, secret_rest rest) {
@@ -263,6 +274,14 @@ void markAddresses(SecretLine& line);
 void markFields(SecretLine& line);
 /// Values that betray themselves: hashes of passwords, the keys of well known services.
 void markShapes(SecretLine& line);
+/// Calls of functions that take a password.
+void markCalls(SecretLine& line);
+/// What a client says to a server to log in.
+void markDialogs(SecretLine& line);
+/// Secrets in remarks and in the names of things.
+void markRemarks(SecretLine& line);
+/// Command lines and other texts in the records of the audit system.
+void markAudit(SecretLine& line);
 /// Private keys in this line.
 /// @return whether the last one may go on in the next lines
 bool markKeys(SecretLine& line);

@@ -3,244 +3,11 @@
 
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretRules.h"
+#include "tool/IGSecretWord.h"
 
 namespace {
 
-template <std::size_t N>
-constexpr BeginningFilter filterOf(const std::string_view (&words)[N]) {
-    BeginningFilter filter;
-    for (const std::string_view word : words) {
-        filter.addInAnySize(word);
-    }
-    return filter;
-}
-constexpr BeginningFilter WORD_BEGINNINGS = filterOf(SECRET_WORDS);
 constexpr BeginningFilter LOGIN_BEGINNINGS = filterOf(LOGIN_WORDS);
-
-constexpr PairFilter makeShortFilter() {
-    PairFilter filter;
-    for (const secret_short& one : SECRET_SHORTS) {
-        filter.addInAnySize(one.word[0], one.word[1]);
-    }
-    return filter;
-}
-constexpr PairFilter SHORT_BEGINNINGS = makeShortFilter();
-
-// Where a word of the table that begins there ends; 0 when it does not stand there.
-std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
-    std::size_t place = from;
-    for (const char c : word) {
-        if (c == '~') {
-            const char here = line.at(place);
-            place += here == '-' || here == '_' || here == '.' ? 1 : 0;
-        } else if (lowered(line.at(place)) == c) {
-            ++place;
-        } else {
-            return 0;
-        }
-    }
-    return place;
-}
-
-// A stretch of a line that is a secret word; `from` is NOWHERE when there is none.
-struct Word {
-    std::size_t from = NOWHERE;
-    std::size_t to = 0;
-};
-
-// The secret word that begins there.
-Word wordAt(const SecretLine& line, std::size_t from) {
-    if (WORD_BEGINNINGS.has(line, from)) {
-        const char first = lowered(line.at(from));
-        for (const std::string_view word : SECRET_WORDS) {
-            if (word[0] != first) {
-                continue;
-            }
-            if (const std::size_t to = matchWord(line, from, word); to != 0) {
-                return {from, to};
-            }
-        }
-    }
-    return {};
-}
-
-// The last secret word of a stretch.
-Word lastWord(const SecretLine& line, std::size_t from, std::size_t to) {
-    Word last;
-    constexpr std::size_t SHORTEST = 3;
-    static_assert(std::all_of(std::begin(SECRET_WORDS), std::end(SECRET_WORDS),
-                              [](std::string_view word) { return word.size() >= SHORTEST; }));
-    for (std::size_t place = from; place + SHORTEST <= to; ++place) {
-        if (const Word found = wordAt(line, place); found.from != NOWHERE && found.to <= to) {
-            last = found;
-        }
-    }
-    return last;
-}
-
-// A word of a line as far as letters, digits, "_", "." and "-" go, and why it names a secret.
-struct Name {
-    std::size_t from;
-    std::size_t to;
-    Word word;                         // the last secret word in it
-    bool is_short = false;             // one of its parts is a short word
-    bool is_pin = false;               // and that one is "pin"
-    std::size_t short_from = NOWHERE;  // where a short word begins that ends it
-    bool ends_in_pass = false;         // it ends with "pass" and digits, and is more than that
-    bool signs = false;                // a signature in an address
-    bool is_second = false;            // the second word of a name
-    [[nodiscard]] bool isSecret() const {
-        return word.from != NOWHERE || is_short || ends_in_pass || signs || is_second;
-    }
-};
-
-std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t to) {
-    while (to > from && line.in(to - 1, DIGIT)) {
-        --to;
-    }
-    return to;
-}
-
-// The letters that endings of names end with.
-constexpr std::array<bool, 256> lastLetters() {
-    std::array<bool, 256> letters{};
-    for (const secret_short& one : SECRET_ENDINGS) {
-        const char c = one.word.back();
-        letters[static_cast<unsigned char>(c)] = true;
-        letters[static_cast<unsigned char>(c - 'a' + 'A')] = true;
-    }
-    return letters;
-}
-constexpr std::array<bool, 256> LAST_LETTERS = lastLetters();
-
-// Which short word a part of a name is.
-const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (!SHORT_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
-        return nullptr;
-    }
-    const std::size_t end = withoutDigits(line, from, to);
-    for (const secret_short& one : SECRET_SHORTS) {
-        const std::size_t last = one.numbered ? end : to;
-        if (last - from == one.word.size() && line.says(from, one.word)) {
-            return &one;
-        }
-    }
-    return nullptr;
-}
-
-void readShortWords(const SecretLine& line, Name* name) {
-    std::size_t before = name->from;  // the part before
-    for (std::size_t from = name->from; from < name->to;) {
-        const std::size_t to = line.skip(from, LETTER | DIGIT);
-        const secret_short* found = shortWord(line, from, to);
-        const bool auth = to - from == 4 && from > name->from && line.at(from - 1) == '_' &&
-                          line.says(from, "auth");
-        if (found != nullptr || auth) {
-            name->is_short = true;
-            name->is_pin = name->is_pin || (found != nullptr && found->word == "pin");
-            name->short_from = to != name->to ? NOWHERE : auth ? before : from;
-        }
-        before = from;
-        from = to + 1;
-    }
-}
-
-bool hasEnding(const SecretLine& line, std::size_t from, std::size_t to) {
-    const std::size_t end = withoutDigits(line, from, to);
-    if (end == from || !LAST_LETTERS[static_cast<unsigned char>(line.at(end - 1))]) {
-        return false;
-    }
-    return std::any_of(std::begin(SECRET_ENDINGS), std::end(SECRET_ENDINGS), [&](const auto& one) {
-        const std::size_t last = one.numbered ? end : to;
-        return last > from + one.word.size() && line.endsWith(from, last, one.word) &&
-               line.in(last - one.word.size() - 1, LETTER | DIGIT);
-    });
-}
-
-bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (from == 0) {
-        return false;
-    }
-    const char before = line.at(from - 1);
-    return (before == '?' || before == '&' || before == ';') &&
-           line.isOneOf(from, to, SECRET_SIGNATURES);
-}
-
-// recovery code
-bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
-    if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 4) {
-        return false;
-    }
-    return std::any_of(std::begin(SECRET_PAIRS), std::end(SECRET_PAIRS), [&](const auto& pair) {
-        return to - from == pair.second.size() && line.says(from, pair.second) &&
-               line.endsWith(0, from, pair.first);
-    });
-}
-
-// dbPwdProd: a short word inside of a name whose words begin with capitals.
-bool hasCapitalPart(const SecretLine& line, std::size_t from, std::size_t to) {
-    constexpr std::size_t SHORTEST = 5;
-    if (to < from + SHORTEST) {
-        return false;
-    }
-    const std::string_view text = line.text();
-    for (std::size_t place = from + 1; place + 2 < to; ++place) {
-        if (text[place] != 'P' || !line.in(place - 1, LETTER) || line.at(place - 1) < 'a') {
-            continue;
-        }
-        for (const std::string_view word : {"Pwd", "Pw", "Passwd"}) {
-            const char next = line.at(place + word.size());
-            if (line.saysExactly(place, word) && next >= 'A' && next <= 'Z') {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
-Name readName(const SecretLine& line, std::size_t from, std::size_t to) {
-    Name name{from, to, lastWord(line, from, to)};
-    name.is_second = isSecond(line, from, to);
-    readShortWords(line, &name);
-    name.ends_in_pass = hasEnding(line, from, to) || hasCapitalPart(line, from, to);
-    name.signs = signsAddress(line, from, to);
-    return name;
-}
-
-bool hasPart(const SecretLine& line, const Name& name, std::string_view part) {
-    for (std::size_t place = name.from; place + part.size() <= name.to; ++place) {
-        if (line.says(place, part)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// A key that is none: the sense key of a disk, the public key of a peer.
-bool isHarmlessKey(const SecretLine& line, const Name& name) {
-    if (!line.endsWith(name.from, name.to, "key")) {
-        return false;
-    }
-    std::size_t before = name.to - 3;
-    if (before > 0 &&
-        (line.at(before - 1) == ' ' || line.at(before - 1) == '_' || line.at(before - 1) == '-')) {
-        --before;
-    }
-    return std::any_of(std::begin(HARMLESS_KEYS), std::end(HARMLESS_KEYS),
-                       [&](std::string_view word) { return line.endsWith(0, before, word); });
-}
-
-bool isHarmless(const SecretLine& line, const Name& name) {
-    const auto ends = [&](std::string_view ending) {
-        return line.endsWith(name.from, name.to, ending);
-    };
-    const auto begins = [&](std::string_view beginning) { return line.says(name.from, beginning); };
-    const auto holds = [&](std::string_view part) { return hasPart(line, name, part); };
-    return std::any_of(std::begin(HARMLESS_ENDINGS), std::end(HARMLESS_ENDINGS), ends) ||
-           std::any_of(std::begin(HARMLESS_BEGINNINGS), std::end(HARMLESS_BEGINNINGS), begins) ||
-           std::any_of(std::begin(HARMLESS_PARTS), std::end(HARMLESS_PARTS), holds) ||
-           isHarmlessKey(line, name);
-}
 
 // What may stand behind a value without a blank between.
 constexpr std::string_view VALUE_SIGNS = ",;:)]}";
@@ -258,7 +25,8 @@ std::size_t withoutEnd(const SecretLine& line, std::size_t from, std::size_t to,
 struct Region {
     std::size_t from = NOWHERE;
     std::size_t to = 0;
-    Word word;                    // the last secret word in it
+    secret_word word;             // the last secret word in it
+    bool part = false;            // it is a short one, in a name of nothing else
     bool divided = false;         // ":" or "=" stands behind that word
     std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
     bool value_sought = false;
@@ -288,10 +56,11 @@ class NameScan {
     [[nodiscard]] std::size_t behindNaming(std::size_t from) const;
     std::size_t atName(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
-    std::size_t atSecret(const Name& name);
+    std::size_t atSecret(const secret_name& name);
+    void hideParts(const secret_name& name);
 
     Region& regionAt(std::size_t place);
-    std::size_t attribute(const Name& name);
+    std::size_t attribute(const secret_name& name);
     [[nodiscard]] std::size_t elementBehind(std::size_t quote) const;
     [[nodiscard]] std::size_t behindAttributes(std::size_t quote) const;
     std::size_t valueBehind(std::size_t quote);
@@ -302,45 +71,61 @@ class NameScan {
     std::size_t login(std::size_t to);
     std::size_t joined(std::size_t sign);
     [[nodiscard]] std::size_t behindSlash(std::size_t place) const;
-    std::size_t listed(const Name& name);
+    std::size_t listed(const secret_name& name);
+    [[nodiscard]] bool isSecretText(std::size_t quote) const;
+    std::size_t fallback(const secret_name& name);
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
-    std::size_t spoken(const Name& name, std::size_t rest);
+    std::size_t spoken(const secret_name& name, std::size_t rest);
+    [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
+    std::size_t hideSaid(std::size_t from);
+    std::size_t remark(const secret_name& name, std::size_t from);
+    std::size_t number(const secret_name& name, std::size_t from);
+    std::size_t distant(const secret_name& name, std::size_t from);
+    [[nodiscard]] bool isPassword(const secret_name& name) const;
+    [[nodiscard]] bool isOneOfTwo(const secret_name& name);
+    [[nodiscard]] std::size_t behindOpening(std::size_t from) const;
+    [[nodiscard]] bool inParentheses(const secret_name& name) const {
+        return name.from > 0 && line_.at(name.from - 1) == '(';
+    }
     std::size_t beforeSign(std::size_t from, std::size_t sign);
-    [[nodiscard]] bool ofUser(const Name& name) const;
-    std::size_t netrc(const Name& name);
+    [[nodiscard]] bool ofUser(const secret_name& name) const;
+    std::size_t netrc(const secret_name& name);
     [[nodiscard]] bool isNetrc(std::size_t from);
     [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
     [[nodiscard]] bool isComment() const {
         return line_.at(first_) == '#' || line_.at(first_) == ';';
     }
-    [[nodiscard]] bool tellsNothing(const Name& name, std::size_t rest) const;
-    std::size_t directive(const Name& name);
+    [[nodiscard]] bool tellsNothing(const secret_name& name, std::size_t rest) const;
+    std::size_t directive(const secret_name& name);
     std::size_t namedValue(std::size_t from);
-    std::size_t table(const Name& name);
-    std::size_t escaped(const Name& name);
-    std::size_t property(const Name& name);
-    std::size_t assigned(const Name& name);
-    bool isOtherKey(const Name& name);
-    [[nodiscard]] bool isOtherName(const Name& name, std::size_t from) const;
+    std::size_t table(const secret_name& name);
+    std::size_t escaped(const secret_name& name);
+    std::size_t property(const secret_name& name);
+    std::size_t assigned(const secret_name& name);
+    bool isOtherKey(const secret_name& name);
+    [[nodiscard]] bool isOtherName(const secret_name& name, std::size_t from) const;
     [[nodiscard]] bool isNameServices(std::size_t from) const;
     [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
-    std::size_t option(const Name& name);
-    [[nodiscard]] bool quotedAtEnd(const Name& name, std::size_t quote);
-    [[nodiscard]] bool takesNextWord(const Name& name) const;
-    [[nodiscard]] std::size_t saidOf(const Name& name) const;
+    std::size_t option(const secret_name& name);
+    [[nodiscard]] bool quotedAtEnd(const secret_name& name, std::size_t quote);
+    [[nodiscard]] bool quotedSecret(const secret_name& name, std::size_t quote) const;
+    [[nodiscard]] bool takesNextWord(const secret_name& name) const;
+    [[nodiscard]] std::size_t saidOf(const secret_name& name) const;
     [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const;
-    [[nodiscard]] bool isOrdinary(const Name& name, std::size_t from) const;
-    std::size_t sentence(const Name& name);
+    [[nodiscard]] bool isOrdinary(const secret_name& name, std::size_t from) const;
+    std::size_t sentence(const secret_name& name);
 
-    std::size_t value(std::size_t from, const Name& name, bool at_start);
+    std::size_t value(std::size_t from, const secret_name& name, bool at_start);
     bool opensLines(std::size_t from);
     std::size_t quotedValue(std::size_t from, bool at_start);
     [[nodiscard]] std::size_t lineValueEnd(std::size_t from) const;
-    [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const Name& name) const;
-    std::size_t bareValue(std::size_t from, const Name& name, bool at_start);
+    [[nodiscard]] bool isInside(std::size_t place) const;
+    [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const secret_name& name) const;
+    std::size_t bareValue(std::size_t from, const secret_name& name, bool at_start);
     std::size_t authorization(std::size_t from);
     [[nodiscard]] std::size_t behindPrefix(std::size_t from) const;
-    [[nodiscard]] std::size_t behindCredential(const Name& name, std::size_t from) const;
+    [[nodiscard]] std::size_t behindScheme(std::size_t from) const;
+    [[nodiscard]] std::size_t behindCredential(const secret_name& name, std::size_t from) const;
     std::size_t list(std::size_t from);
 
     SecretLine& line_;
@@ -355,6 +140,7 @@ class NameScan {
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
     enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
     Known audit_ = Known::NOT;  // whether it is a record of the audit system
+    Known put_ = Known::NOT;    // whether " put " stands in front of a name
     Known user_ = Known::NOT;   // whether "user " stands in front of what may be a password
 };
 
@@ -434,12 +220,12 @@ std::size_t NameScan::element(std::size_t text) {
 }
 
 std::size_t NameScan::atName(std::size_t from, std::size_t to) {
-    const Name name = readName(line_, from, to);
+    const secret_name name = readSecretName(line_, from, to);
     const bool secret = name.isSecret();
     const bool after_password = password_to_ != NOWHERE && line_.skip(password_to_, BLANK) == from;
     password_to_ =
         name.word.from != NOWHERE && line_.says(name.word.from, "password") ? to : NOWHERE;
-    if (tag_ == Tag::NAME && name.word.from != NOWHERE && !isHarmless(line_, name)) {
+    if (tag_ == Tag::NAME && name.word.from != NOWHERE && !isHarmlessName(line_, name)) {
         secret_element_ = true;
     }
     if (const std::size_t next = attribute(name); next != 0) {
@@ -457,11 +243,31 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
         line_.in(from - 1, BLANK) && (after_password || isNetrc(from))) {
         return netrc(name);
     }
+    hideParts(name);
     const std::size_t next = atSecret(name);
     return next != 0 ? next : to;
 }
 
-std::size_t NameScan::atSecret(const Name& name) {
+// backup-token-x.timer: what is named in the name of a unit or a file.
+void NameScan::hideParts(const secret_name& name) {
+    constexpr std::size_t SHORTEST = 8;
+    const auto ends = [&](std::string_view ending) {
+        return line_.endsWith(name.from, name.to, ending);
+    };
+    const std::size_t named = name.word.from != NOWHERE ? name.word.to : name.short_to;
+    if (named >= name.to || std::none_of(std::begin(NAME_ENDINGS), std::end(NAME_ENDINGS), ends)) {
+        return;
+    }
+    for (std::size_t from = named; from < name.to; ++from) {
+        const std::size_t to = line_.skip(from, LETTER | DIGIT);
+        if (to >= from + SHORTEST && line_.looksSecret(from, to)) {
+            line_.hide(from, to, secret_rest::WORD);
+        }
+        from = to;
+    }
+}
+
+std::size_t NameScan::atSecret(const secret_name& name) {
     if (const std::size_t next = escaped(name); next != 0) {
         return next;
     }
@@ -471,7 +277,7 @@ std::size_t NameScan::atSecret(const Name& name) {
     if (const std::size_t next = assigned(name); next != 0) {
         return next;
     }
-    if (isHarmless(line_, name)) {
+    if (isHarmlessName(line_, name)) {
         return 0;
     }
     for (const auto step : {&NameScan::listed, &NameScan::table, &NameScan::property}) {
@@ -483,7 +289,7 @@ std::size_t NameScan::atSecret(const Name& name) {
 }
 
 // | db_password | x |: the first two cells of a row.
-std::size_t NameScan::table(const Name& name) {
+std::size_t NameScan::table(const secret_name& name) {
     const std::size_t sign = line_.skip(name.to, BLANK);
     if (line_.at(sign) != '|' || sign == name.to || !line_.starts()) {
         return 0;
@@ -502,7 +308,7 @@ std::size_t NameScan::table(const Name& name) {
 }
 
 // <key>password</key><string>x</string>
-std::size_t NameScan::property(const Name& name) {
+std::size_t NameScan::property(const secret_name& name) {
     constexpr std::string_view END = "</key>";
     if (!line_.says(name.to, END)) {
         return 0;
@@ -512,7 +318,7 @@ std::size_t NameScan::property(const Name& name) {
 }
 
 // foo@password\x3dx.service: in names of units blanks and signs are escaped.
-std::size_t NameScan::escaped(const Name& name) {
+std::size_t NameScan::escaped(const secret_name& name) {
     if (!line_.says(name.to, "\\x3d") && !line_.says(name.to, "\\x20")) {
         return 0;
     }
@@ -525,7 +331,7 @@ std::size_t NameScan::escaped(const Name& name) {
     for (const std::string_view unit : {".service", ".scope", ".mount", ".device"}) {
         last = line_.endsWith(from, end, unit) ? end - unit.size() : last;
     }
-    if (isHarmless(line_, name) || line_.isPlain(from, last)) {
+    if (isHarmlessName(line_, name) || line_.isPlain(from, last)) {
         return end;
     }
     line_.hide(from, last, secret_rest::WORD);
@@ -539,7 +345,13 @@ Region& NameScan::regionAt(std::size_t place) {
         region_ = Region{};
         region_.from = place;
         region_.to = line_.until(place, QUOTE);
-        region_.word = lastWord(line_, place, region_.to);
+        region_.word = lastSecretWord(line_, place, region_.to);
+        if (region_.word.from == NOWHERE && line_.skip(place, NAME) == region_.to) {
+            const secret_name name = readSecretName(line_, place, region_.to);
+            const bool part = (name.is_short || name.ends_in_pass) && region_.to > place + 4;
+            region_.word = part ? secret_word{place, region_.to} : region_.word;
+            region_.part = part;
+        }
         if (region_.word.from != NOWHERE) {
             region_.divided = line_.until(region_.word.to, SEPARATOR) < region_.to;
         }
@@ -549,7 +361,7 @@ Region& NameScan::regionAt(std::size_t place) {
 
 // name="password" value="x", "key": "password", "value": "x", <entry key="password">x</entry>, and
 // name: password, with the value in the next line.
-std::size_t NameScan::attribute(const Name& name) {
+std::size_t NameScan::attribute(const secret_name& name) {
     if (tag_ != Tag::NONE && name.to - name.from == 5 && line_.says(name.from, "value") &&
         line_.at(name.to) == '=' && line_.in(name.to + 1, QUOTE)) {
         tag_value_ = name.to + 1;
@@ -567,7 +379,7 @@ std::size_t NameScan::attribute(const Name& name) {
     place = line_.skip(place + 1, BLANK);
     place = line_.skipOne(place, QUOTE);
     Region& region = regionAt(place);
-    if (region.word.from == NOWHERE || region.word.from < place) {
+    if (region.word.from == NOWHERE || region.word.from < place || (id && region.part)) {
         return 0;
     }
     if (tag_ != Tag::NONE && tag_value_ != NOWHERE) {
@@ -686,8 +498,8 @@ std::size_t NameScan::define(std::size_t to) {
         return 0;
     }
     const std::size_t end = line_.skip(place + 1, NAME);
-    const Name name = readName(line_, place + 1, end);
-    if (!name.isSecret() || isHarmless(line_, name) || !line_.in(end, QUOTE) ||
+    const secret_name name = readSecretName(line_, place + 1, end);
+    if (!name.isSecret() || isHarmlessName(line_, name) || !line_.in(end, QUOTE) ||
         line_.at(end + 1) != ',') {
         return 0;
     }
@@ -741,7 +553,7 @@ std::size_t NameScan::behindSlash(std::size_t place) const {
 
 // ['--password', 'x'], [\"--password\", \"x\"], "--password" "x", with the value in the next line
 // perhaps
-std::size_t NameScan::listed(const Name& name) {
+std::size_t NameScan::listed(const secret_name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
     if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&
         line_.says(line_.skip(0, BLANK), "- -") && name.from == line_.skip(0, BLANK) + 2) {
@@ -749,11 +561,14 @@ std::size_t NameScan::listed(const Name& name) {
         return line_.size();
     }
     const bool apart = line_.in(quote + 1, BLANK) && line_.in(quote + 2, QUOTE);
-    if (line_.at(name.from) != '-' || !line_.in(quote, QUOTE) ||
-        (line_.at(quote + 1) != ',' && !apart)) {
-        return 0;
+    if (!line_.in(quote, QUOTE) || (line_.at(quote + 1) != ',' && !apart)) {
+        return fallback(name);
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
+    if (line_.at(name.from) != '-') {  // env("PASSWORD", "x")
+        const bool secret = name.from > 0 && line_.in(name.from - 1, QUOTE) && isSecretText(next);
+        return secret ? quotedValue(next, false) : 0;
+    }
     if (line_.hasEnd(next) && line_.ends()) {
         line_.state().next_word = true;
         return next;
@@ -763,6 +578,22 @@ std::size_t NameScan::listed(const Name& name) {
         return 0;
     }
     return quotedValue(next, false);
+}
+
+bool NameScan::isSecretText(std::size_t quote) const {
+    return line_.in(quote, QUOTE) && line_.looksSecret(quote + 1, line_.until(quote + 1, QUOTE));
+}
+
+// env('PASSWORD') ?: 'x', env.PASSWORD || 'x'
+std::size_t NameScan::fallback(const secret_name& name) {
+    constexpr std::string_view SIGNS[] = {"?:", "??", "||", "or"};
+    const std::size_t closed = skipBytes(line_.skipOne(name.to, QUOTE), ")]");
+    const std::size_t sign = line_.skip(closed, BLANK);
+    const std::size_t next = line_.skip(sign + 2, BLANK);
+    const bool chooses = std::any_of(std::begin(SIGNS), std::end(SIGNS), [&](std::string_view one) {
+        return line_.saysExactly(sign, one);
+    });
+    return chooses && isSecretText(next) ? quotedValue(next, false) : 0;
 }
 
 // ---- Directives ---------------------------------------------------------------------------------
@@ -794,7 +625,7 @@ std::size_t NameScan::wordBefore(std::size_t place) const {
 }
 
 // machine h login me password x, and passwd/root-password password x: a password may hold blanks.
-std::size_t NameScan::netrc(const Name& name) {
+std::size_t NameScan::netrc(const secret_name& name) {
     line_.hideToEnd(line_.skip(name.to, BLANK));
     return line_.size();
 }
@@ -802,7 +633,7 @@ std::size_t NameScan::netrc(const Name& name) {
 // Whether what follows a name at the beginning of a line is none of its values: "kpasswd 464/tcp"
 // in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
 // a sentence in a comment.
-bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
+bool NameScan::tellsNothing(const secret_name& name, std::size_t rest) const {
     if (line_.isPlain(rest, withoutEnd(line_, rest, line_.size(), "; \t\r")) ||
         line_.isArchitecture(rest)) {
         return true;
@@ -830,10 +661,10 @@ bool NameScan::tellsNothing(const Name& name, std::size_t rest) const {
 
 // "rocommunity x" at the beginning of a line: whatever follows the name. In a sentence, what
 // follows "the password is".
-std::size_t NameScan::directive(const Name& name) {
+std::size_t NameScan::directive(const secret_name& name) {
     const std::size_t rest = line_.skip(name.to, BLANK);
     if (!line_.starts() || name.from != directive_ || rest == name.to || line_.hasEnd(rest) ||
-        line_.in(rest, SEPARATOR) || isHarmless(line_, name)) {
+        line_.in(rest, SEPARATOR) || isHarmlessName(line_, name)) {
         return 0;
     }
     const bool valued = line_.text().substr(name.from, name.to - name.from).find("auth_pass") !=
@@ -879,12 +710,12 @@ std::size_t NameScan::namedValue(std::size_t from) {
 // ---- Assignments --------------------------------------------------------------------------------
 
 // password = x, "password": x, password for me: x
-std::size_t NameScan::assigned(const Name& name) {
+std::size_t NameScan::assigned(const secret_name& name) {
     const std::size_t from = behindSeparator(name.to);
     if (from == NOWHERE) {
         return 0;
     }
-    if (isHarmless(line_, name) || isOtherKey(name) || isOtherName(name, from)) {
+    if (isHarmlessName(line_, name) || isOtherKey(name) || isOtherName(name, from)) {
         return from;
     }
     const bool at_start =
@@ -897,7 +728,7 @@ std::size_t NameScan::assigned(const Name& name) {
 
 // A key that names something else: a rule of the audit system (-F key=x, key="x" in its records),
 // the keys of a keyboard (B: KEY=x), a property of an element (<annotate key="a.b">).
-bool NameScan::isOtherKey(const Name& name) {
+bool NameScan::isOtherKey(const secret_name& name) {
     if (name.to - name.from != 3 || !line_.says(name.from, "key")) {
         return false;
     }
@@ -911,7 +742,8 @@ bool NameScan::isOtherKey(const Name& name) {
         return end == word && !line_.looksSecret(name.to + 2, end);
     }
     if (audit_ == Known::NOT) {
-        audit_ = line_.find("audit(") != NOWHERE ? Known::YES : Known::NO;
+        const bool record = line_.find("audit(") != NOWHERE || line_.find("audit[") != NOWHERE;
+        audit_ = record ? Known::YES : Known::NO;
     }
     return audit_ == Known::YES && name.from > 0 && line_.in(name.from - 1, BLANK);
 }
@@ -919,7 +751,7 @@ bool NameScan::isOtherKey(const Name& name) {
 // A name that is none of a secret although it is followed by a sign: passwd:amd64 and passwd:
 // /usr/bin/passwd in lists of packages, APT::Key::x, "passwd: files" where names are looked up,
 // "passwd: password updated" of the program.
-bool NameScan::isOtherName(const Name& name, std::size_t from) const {
+bool NameScan::isOtherName(const secret_name& name, std::size_t from) const {
     if (line_.at(from - 1) == ':' && line_.at(name.to) == ':' && line_.isArchitecture(from)) {
         return true;
     }
@@ -1018,7 +850,7 @@ bool NameScan::opensLines(std::size_t from) {
 // ---- Words behind a name ------------------------------------------------------------------------
 
 // Whether the next word is the value without any sign between them: --password x, auth_pass x.
-bool NameScan::takesNextWord(const Name& name) const {
+bool NameScan::takesNextWord(const secret_name& name) const {
     const bool dash = line_.at(name.from) == '-';
     if (name.word.from != NOWHERE && dash) {
         return true;
@@ -1038,7 +870,7 @@ bool NameScan::takesNextWord(const Name& name) const {
     return name.to - name.from == 3 && line_.saysExactly(name.from, "-pw");
 }
 
-std::size_t NameScan::option(const Name& name) {
+std::size_t NameScan::option(const secret_name& name) {
     const std::size_t rest = line_.skip(name.to, BLANK);
     const bool whole_word = name.word.to == name.to;
     if (line_.at(rest) == '(' && whole_word) {
@@ -1053,7 +885,7 @@ std::size_t NameScan::option(const Name& name) {
     if (line_.says(rest, "-string ") && whole_word) {  // ConvertTo-SecureString -String "x"
         return value(line_.skip(rest + 8, BLANK), name, false);
     }
-    if (name.is_short && quotedAtEnd(name, rest)) {
+    if (name.is_short && (quotedAtEnd(name, rest) || quotedSecret(name, rest))) {
         return quotedValue(rest, false);
     }
     if (rest == name.to || line_.hasEnd(rest) || rest > name.to + 2 ||
@@ -1069,11 +901,22 @@ std::size_t NameScan::option(const Name& name) {
     if (const std::size_t next = sentence(name); next != 0) {
         return next;
     }
+    if (const std::size_t next = remark(name, rest); next != 0) {
+        return next;
+    }
+    if (const std::size_t next = number(name, rest); next != 0) {
+        return next;
+    }
     return spoken(name, rest);
 }
 
+// store pass 'x': where x looks like a secret.
+bool NameScan::quotedSecret(const secret_name& name, std::size_t quote) const {
+    return quote > name.to && name.short_from == name.from && isSecretText(quote);
+}
+
 // pass "x" at the end of a line, as the first thing of it or of a user.
-bool NameScan::quotedAtEnd(const Name& name, std::size_t quote) {
+bool NameScan::quotedAtEnd(const secret_name& name, std::size_t quote) {
     if (!line_.in(quote, QUOTE) || quote == name.to || !line_.says(name.from, "pass") ||
         name.to - name.from != 4) {
         return false;
@@ -1088,14 +931,14 @@ bool NameScan::quotedAtEnd(const Name& name, std::size_t quote) {
 }
 
 // Whether "user me" stands in front of the name.
-bool NameScan::ofUser(const Name& name) const {
+bool NameScan::ofUser(const secret_name& name) const {
     const std::size_t word = wordBefore(wordBefore(name.from));
     return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
 }
 
 // Where a value would be behind a name without any sign: with token x, password to x, key 1: x.
 std::size_t NameScan::behindFiller(std::size_t from) const {
-    for (const std::string_view filler : {"to ", "set to ", "changed to "}) {
+    for (const std::string_view filler : {"to ", "set to ", "changed to ", "-v ", "--value "}) {
         if (line_.says(from, filler)) {
             return line_.skip(from + filler.size(), BLANK);
         }
@@ -1106,29 +949,154 @@ std::size_t NameScan::behindFiller(std::size_t from) const {
 
 // with token x, user me password x: a word behind a name that is the whole of a word, where it
 // looks like a secret. Of keys there are too many.
-std::size_t NameScan::spoken(const Name& name, std::size_t rest) {
-    const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
-    const bool whole =
-        (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
-        line_.saysExactly(name.from, "_auth") || (name.is_short && name.short_from == name.from);
+std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
+    const bool key =
+        name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.is_second;
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
-    if (!whole || sign == '/' || sign == '@') {
+    if (!endsInName(name, key) || sign == '@' || (sign == '/' && !isOneOfTwo(name))) {
         return 0;
     }
     const std::size_t from = behindFiller(rest);
     const std::size_t end = line_.until(from, VALUE_END);
-    const std::size_t told = wordEnd(from, end);
-    const bool key = name.word.from == NOWHERE && line_.says(name.from, "key");
     const std::size_t before = wordBefore(name.from);
     const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
     const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
                       !isOrdinary(name, from);
-    if (!user && (!with || !line_.looksSecret(from, told))) {
+    if (!user && (!with || !line_.looksSecret(from, wordEnd(from, end)))) {
         const std::size_t middle = line_.skip(from, NAME);
-        const std::size_t next = key ? 0 : joined(middle);  // credentials me:x
-        return next != 0 || key || middle == from ? next : beforeSign(from, middle);
+        std::size_t next = key ? 0 : joined(middle);  // credentials me:x
+        next = next != 0 || key || middle == from ? next : beforeSign(from, middle);
+        return next != 0 || key ? next : distant(name, rest);
     }
-    line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
+    return hideSaid(from);
+}
+
+// login/password x, kv put shop/password x
+bool NameScan::isOneOfTwo(const secret_name& name) {
+    if (put_ == Known::NOT) {
+        put_ = line_.find(" put ") < name.from ? Known::YES : Known::NO;
+    }
+    std::size_t from = name.from - 1;
+    while (from > 0 && line_.in(from - 1, LETTER) && name.from - from < 20) {
+        --from;
+    }
+    return put_ == Known::YES || line_.isOneOf(from, name.from - 1, ACCESS_WORDS);
+}
+
+// What people put in front of a value: an arrow, a sign, a quote of their language.
+std::size_t NameScan::behindOpening(std::size_t from) const {
+    constexpr std::string_view SIGNS[] = {"->", "→", ":", "="};
+    constexpr std::string_view QUOTES[] = {"„", "“", "”", "«", "‘", "`", "["};
+    for (const std::string_view sign : SIGNS) {
+        if (line_.saysExactly(from, sign) && line_.in(from + sign.size(), BLANK)) {
+            from = line_.skip(from + sign.size(), BLANK);
+            break;
+        }
+    }
+    for (const std::string_view quote : QUOTES) {
+        if (line_.saysExactly(from, quote)) {
+            return line_.skip(from + quote.size(), BLANK);
+        }
+    }
+    return from;
+}
+
+// pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words stand
+// between the two, and what looks like a secret is not the object of one: password for x.
+std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
+    constexpr int MOST = 4;
+    constexpr std::size_t SHORTEST = 8;
+    const bool verb = line_.isOneOf(name.from, name.to, SECRET_VERBS) &&
+                      !line_.saysExactly(from, "->") && !line_.saysExactly(from, "→");
+    bool object = false;
+    if (verb || !isPassword(name) || line_.at(name.from) == '-') {
+        return 0;
+    }
+    for (int words = 0; words < MOST && !line_.hasEnd(from); ++words) {
+        from = behindOpening(from);
+        std::size_t end = from;
+        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '`' &&
+               line_.at(end) != ']') {
+            ++end;
+        }
+        std::size_t told = wordEnd(from, end);
+        while (told > from && static_cast<unsigned char>(line_.at(told - 1)) >= 0x80) {
+            --told;  // a closing quote
+        }
+        if (told >= from + SHORTEST && line_.looksSecret(from, told)) {
+            if (object) {
+                return 0;
+            }
+            const bool cut = line_.hasEnd(end) && !line_.ends();
+            line_.hide(from, cut ? end : told, secret_rest::WORD);
+            return end;
+        }
+        const bool divided = line_.at(end - 1) == ':' && end > from + 1;
+        const std::size_t word = divided ? end - 1 : end;
+        if (word == from || line_.skip(from, NAME) < word || line_.has(from, word, DIGIT)) {
+            return 0;
+        }
+        object = !divided && line_.isOneOf(from, word, OBJECT_WORDS);
+        from = line_.skip(end, BLANK);
+    }
+    return 0;
+}
+
+// Whether a name is that of a password, not of a token or a key.
+bool NameScan::isPassword(const secret_name& name) const {
+    constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
+    return std::none_of(std::begin(OTHERS), std::end(OTHERS),
+                        [&](std::string_view word) { return line_.says(name.word.from, word); });
+}
+
+// Whether a name is the whole of a word, or the last part of one: the password, db-pw, storepass.
+bool NameScan::endsInName(const secret_name& name, bool key) const {
+    const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
+    return (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
+           line_.saysExactly(name.from, "_auth") ||
+           (name.is_short && (key ? name.short_from == name.from : name.short_from != NOWHERE)) ||
+           name.ends_in_pass || name.is_second ||
+           (name.word.to == name.to && name.word.from > name.from && isPassword(name) &&
+            !line_.in(name.word.from - 1, LETTER | DIGIT));
+}
+
+// Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
+// with is.
+std::size_t NameScan::hideSaid(std::size_t from) {
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<') {
+        ++end;
+    }
+    const bool cut = line_.hasEnd(end) && !line_.ends();
+    line_.hide(from, cut ? end : withoutEnd(line_, from, end, ".,;:)\r"), secret_rest::WORD);
+    return end;
+}
+
+// PIN 1234
+std::size_t NameScan::number(const secret_name& name, std::size_t from) {
+    const std::size_t end = line_.skip(from, DIGIT);
+    const bool pin = line_.saysExactly(name.from, "PIN") || line_.saysExactly(name.from, "PUK");
+    if (!pin || name.to != name.from + 3 || end < from + 4 || end > from + 10 ||
+        line_.in(end, NAME) || line_.in(line_.skip(end, BLANK), DIGIT)) {
+        return 0;
+    }
+    line_.hide(from, end, secret_rest::WORD);
+    return end;
+}
+
+// (pw x), as in a comment or beside the name of a user: one word that is none of a sentence.
+std::size_t NameScan::remark(const secret_name& name, std::size_t from) {
+    std::size_t end = from;
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
+        ++end;
+    }
+    if (!inParentheses(name) || line_.at(end) != ')' || end == from || !isPassword(name) ||
+        (name.word.from == NOWHERE && name.short_from != name.from) ||
+        line_.endsWith(name.from, name.to, "key") || line_.looksOrdinary(from, end) ||
+        line_.isPlain(from, end)) {
+        return 0;
+    }
+    line_.hide(from, end, secret_rest::WORD);
     return end;
 }
 
@@ -1142,7 +1110,7 @@ std::size_t NameScan::beforeSign(std::size_t from, std::size_t sign) {
 }
 
 // Where the value begins in "the token is x"; 0 when this is no such sentence.
-std::size_t NameScan::saidOf(const Name& name) const {
+std::size_t NameScan::saidOf(const secret_name& name) const {
     std::size_t place = line_.skip(name.to, BLANK);
     const std::size_t verb = line_.skip(place, LETTER);
     if (place == name.to || !line_.in(verb, BLANK) || !line_.isOneOf(place, verb, SAYING_VERBS)) {
@@ -1171,7 +1139,7 @@ std::size_t NameScan::wordEnd(std::size_t from, std::size_t to) const {
 // Whether a word that follows "is" is none but that of a sentence: one of the table, or one like
 // "moved" and "usually". Behind a short name it is unless a digit says otherwise; the length of a
 // key is no secret.
-bool NameScan::isOrdinary(const Name& name, std::size_t from) const {
+bool NameScan::isOrdinary(const secret_name& name, std::size_t from) const {
     const std::size_t end = wordEnd(from, line_.until(from, VALUE_END));
     if (line_.isOneOf(from, end, ORDINARY_WORDS) || line_.isPlain(from, end)) {
         return true;
@@ -1185,10 +1153,11 @@ bool NameScan::isOrdinary(const Name& name, std::size_t from) const {
     if (small && (line_.endsWith(from, end, "ed") || line_.endsWith(from, end, "ly"))) {
         return true;
     }
-    return name.word.from == NOWHERE && (!digits || line_.endsWith(name.from, name.to, "key"));
+    const bool key = line_.endsWith(name.from, name.to, "key") && !name.is_second;
+    return name.word.from == NOWHERE && (!digits || key);
 }
 
-std::size_t NameScan::sentence(const Name& name) {
+std::size_t NameScan::sentence(const secret_name& name) {
     const std::size_t from = saidOf(name);
     if (from == 0 || line_.hasEnd(from)) {
         return 0;
@@ -1196,19 +1165,16 @@ std::size_t NameScan::sentence(const Name& name) {
     if (line_.in(from, QUOTE)) {
         return quotedValue(from, false);
     }
-    const std::size_t end = line_.until(from, VALUE_END);
     if (isOrdinary(name, from)) {
         return from;
     }
-    const bool cut = line_.hasEnd(end) && !line_.ends();
-    line_.hide(from, cut ? end : wordEnd(from, end), secret_rest::WORD);
-    return end;
+    return hideSaid(from);
 }
 
 // ---- Values -------------------------------------------------------------------------------------
 
 // The value that begins there, of a name that is the first thing of its line to the end of that.
-std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
+std::size_t NameScan::value(std::size_t from, const secret_name& name, bool at_start) {
     secret_state& state = line_.state();
     if (line_.hasEnd(from) || line_.says(from, "# ")) {
         return from;
@@ -1238,7 +1204,18 @@ std::size_t NameScan::value(std::size_t from, const Name& name, bool at_start) {
     if (name.word.from != NOWHERE && line_.says(name.word.from, "authorization")) {
         return authorization(from);
     }
-    return bareValue(behindCredential(name, from), name, at_start);
+    from = behindCredential(name, from);
+    return bareValue(at_start ? from : behindScheme(from), name, at_start);
+}
+
+// _auth=basic me:x
+std::size_t NameScan::behindScheme(std::size_t from) const {
+    const std::size_t end = line_.skip(from, LETTER);
+    const std::size_t next = line_.skip(end, BLANK);
+    const std::size_t colon = line_.skip(next, NAME);
+    const bool scheme = line_.isOneOf(from, end, LOGIN_SCHEMES) && next > end;
+    const bool pair = line_.at(colon) == ':' && !line_.in(colon + 1, BLANK);
+    return scheme && (pair || line_.looksSecret(next, line_.until(next, VALUE_END))) ? next : from;
 }
 
 // What some languages put in front of a quote: N'x', b'x', string(1) "x".
@@ -1255,7 +1232,7 @@ std::size_t NameScan::behindPrefix(std::size_t from) const {
 }
 
 // SetCredential=name:x
-std::size_t NameScan::behindCredential(const Name& name, std::size_t from) const {
+std::size_t NameScan::behindCredential(const secret_name& name, std::size_t from) const {
     const std::size_t colon = line_.skip(from, NAME);
     const bool named = line_.endsWith(name.from, name.to, "setcredential") ||
                        line_.endsWith(name.from, name.to, "setcredentialencrypted") ||
@@ -1333,9 +1310,17 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
     return withoutEnd(line_, from, line_.size(), " \t\r");
 }
 
+// Whether "&" is a byte of a value and parts none: it ends no command, and neither the name of
+// another value nor that of a character stands behind it.
+bool NameScan::isInside(std::size_t place) const {
+    const std::size_t end = line_.skip(place + 1, NAME);
+    return line_.at(place) == '&' && end > place + 1 && line_.at(end) != '=' &&
+           line_.at(end) != ';' && line_.at(end) != '[';
+}
+
 // The end of a value that is a word: in a list of such values, as mount options and connections to
 // databases have them, at the sign between them.
-std::size_t NameScan::wordValueEnd(std::size_t from, const Name& name) const {
+std::size_t NameScan::wordValueEnd(std::size_t from, const secret_name& name) const {
     std::size_t before = name.from;
     while (before > 0 && line_.at(before - 1) == ' ') {
         --before;
@@ -1343,13 +1328,14 @@ std::size_t NameScan::wordValueEnd(std::size_t from, const Name& name) const {
     const char sign = before > 0 && line_.at(from - 1) == '=' ? line_.at(before - 1) : ' ';
     const bool listed = sign == ',' || sign == ';';
     std::size_t end = from;
-    while (!line_.hasEnd(end) && !line_.in(end, VALUE_END) && (!listed || line_.at(end) != sign)) {
+    while (!line_.hasEnd(end) && (!line_.in(end, VALUE_END) || isInside(end)) &&
+           (!listed || line_.at(end) != sign)) {
         ++end;
     }
-    return end;
+    return inParentheses(name) && end > from + 1 && line_.at(end - 1) == ')' ? end - 1 : end;
 }
 
-std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_start) {
+std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool at_start) {
     // A PIN is a number. Other things of that name, such as the choice of a package version, are
     // not, and what is in their value is looked at by itself.
     const std::size_t digits = line_.skip(from, DIGIT);
@@ -1367,11 +1353,15 @@ std::size_t NameScan::bareValue(std::size_t from, const Name& name, bool at_star
         }
     }
     const std::size_t end = at_start ? lineValueEnd(from) : wordValueEnd(from, name);
+    if (!at_start && line_.in(end, QUOTE) && end > from + 1 && line_.at(end - 1) == '(') {
+        return quotedValue(end, false);  // password=MD5('x')
+    }
     const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);
     if (name.is_pin && name.word.from == NOWHERE && digits < told) {
         return from;  // numbers and words, as in a table
     }
-    if (!line_.isPlain(from, told) && !line_.isPlain(from, end)) {
+    const bool said = inParentheses(name) && line_.isOneOf(from, told, ORDINARY_WORDS);
+    if (!said && !line_.isPlain(from, told) && !line_.isPlain(from, end)) {
         line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
     }
     // credentials: me / x

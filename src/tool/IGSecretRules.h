@@ -45,6 +45,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "phpsessid",
     "jsessid",
     "sessionid",
+    "connect.sid",
     "aes~key",
     "hmac~key",
     "enc~key",
@@ -77,6 +78,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "salasana",
     "adgangskode",
     "lösenord",
+    "lizenzschlüssel",
     "jelszó",
     "hasło",
     "şifre",
@@ -93,8 +95,9 @@ struct secret_pair {
     std::string_view second;
 };
 inline constexpr secret_pair SECRET_PAIRS[] = {
-    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"},
-    {"backup ", "codes"},  {"pass ", "phrase"},    {"pass ", "word"},
+    {"recovery ", "code"}, {"recovery ", "codes"}, {"backup ", "code"}, {"backup ", "codes"},
+    {"pass ", "phrase"},   {"pass ", "word"},      {"api ", "key"},     {"license ", "key"},
+    {"licence ", "key"},   {"wifi ", "key"},       {"wlan ", "key"},    {"product ", "key"},
 };
 
 /// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
@@ -115,9 +118,49 @@ inline constexpr secret_short SECRET_SHORTS[] = {
 inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
                                                     "war", "est", "es"};
 
+/// Names of passwords that are words of other sentences too.
+inline constexpr std::string_view SECRET_VERBS[] = {"pass", "pin", "pins", "key", "keys"};
+
+/// Words whose object is no password although it follows one's name: password for x.
+inline constexpr std::string_view OBJECT_WORDS[] = {
+    "for", "of",   "from",  "by",   "on",   "at",   "in",  "user", "host", "server",
+    "as",  "file", "hash",  "with", "für",  "von",  "vom", "an",   "de",   "del",
+    "du",  "da",   "do",    "di",   "pour", "para", "per", "dla",  "na",   "для",
+    "от",  "via",  "using", "and",  "or",   "und",  "et",  "y",    "e",
+};
+
 /// Words behind which a user and a password follow, with a sign between them.
 inline constexpr std::string_view LOGIN_WORDS[] = {
     "login", "zugang", "zugangsdaten", "logindaten", "anmeldung", "wifi", "wlan"};
+
+/// Words in front of a user and a password, or of a secret, which say how they are meant.
+inline constexpr std::string_view LOGIN_SCHEMES[] = {"basic", "bearer", "digest", "token", "plain"};
+
+/// Accounts of administrators that machines and programs come with.
+inline constexpr std::string_view SECRET_ACCOUNTS[] = {
+    "administrator",  "admin",          "root",     "sa",     "oracle",
+    "postgres",       "userid",         "sysadmin", "sysdba", "system",
+    "superuser",      "manager",        "mysql",    "ubnt",   "administrador",
+    "amministratore", "administrateur", "sys",      "tomcat",
+};
+
+/// Words that announce a user and a password.
+inline constexpr std::string_view ACCESS_WORDS[] = {
+    "login",         "logins",       "logindaten",  "zugang",      "zugangsdaten",
+    "zugriff",       "anmeldung",    "credential",  "credentials", "creds",
+    "credenziali",   "accesso",      "acces",       "accès",       "identifiants",
+    "identifiant",   "credenciales", "credenciais", "acceso",      "acesso",
+    "inloggegevens", "dostęp",       "logowanie",   "account",     "konto",
+    "user",          "pw",           "password",    "passwort",    "kennwort",
+    "ilo",           "idrac",        "ipmi",        "bmc",         "console",
+};
+
+/// How the names of units and files end in which a secret may stand behind its name.
+inline constexpr std::string_view NAME_ENDINGS[] = {
+    ".service", ".timer", ".socket", ".path", ".mount", ".target", ".scope", ".slice", ".sh",
+    ".conf",    ".cfg",   ".env",    ".txt",  ".log",   ".json",   ".yml",   ".yaml",  ".xml",
+    ".sql",     ".gz",    ".zip",    ".bak",  ".tar",   ".tgz",    ".list",  ".ini",
+};
 
 /// Programs that are given a password in the environment: PGPASSWORD=x psql.
 inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
@@ -139,7 +182,7 @@ inline constexpr std::string_view NAMING_DIRECTIVES[] = {
     "scgi_param ",       "grpc_set_header ",   "add_header ",
     "setenv ",           "requestheader set ", "requestheader add ",
     "header set ",       "header add ",        "env ",
-    "option ",           "more_set_headers ",
+    "option ",           "more_set_headers ",  "setx ",
 };
 
 /// Names that are followed by their value without any sign between them.
@@ -254,7 +297,7 @@ inline constexpr std::string_view HARMLESS_KEYS[] = {
 inline constexpr std::string_view PLAIN_VALUES[] = {
     "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
     "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
-    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",
+    "(null)",   "-",  "--",   "||",    "&&",   "warning", "critical", "nominal",   "/",
 };
 
 /// Directories of the root: a value that begins with one is a path.
@@ -527,29 +570,68 @@ struct secret_program {
     bool with_user;            ///< what it takes is a user and a password: -u me:X
 };
 inline constexpr secret_program SECRET_PROGRAMS[] = {
-    {"mysql", "", "p", false, false, false},       {"mariadb", "", "p", false, false, false},
-    {"sshpass", "", "p", false, false, false},     {"mongo", "", "p", false, false, false},
-    {"ncftp", "", "p", false, false, false},       {"7z", "", "p", false, false, false},
-    {"rar", "", "p", false, false, false},         {"unrar", "", "p", false, false, false},
-    {"useradd", "", "p", false, false, false},     {"usermod", "", "p", false, false, false},
-    {"docker", "login", "p", false, false, false}, {"podman", "login", "p", false, false, false},
-    {"az", "login", "p", false, false, false},     {"acr", "login", "p", false, false, false},
-    {"oc", "login", "p", false, false, false},     {"ssh-keygen", "", "N", false, true, false},
-    {"trapsess", "", "cAX", false, false, false},  {"snmp", "", "cAX", true, false, false},
-    {"ldap", "", "w", false, false, false},        {"kadmin", "", "w", false, false, false},
-    {"redis-cli", "", "a", false, true, false},    {"valkey-cli", "", "a", false, true, false},
-    {"ipmitool", "", "P", false, false, false},    {"ipmi-", "", "P", false, false, false},
-    {"sqlcmd", "", "P", false, false, false},      {"bcp", "", "P", false, false, false},
-    {"zip", "", "P", false, false, false},         {"unzip", "", "P", false, false, false},
-    {"openssl", "", "kK", false, true, false},     {"curl", "", "uUb", false, false, true},
-    {"wget", "", "uUb", false, false, true},       {"lftp", "", "uUb", false, false, true},
-    {"smb", "", "uUb", true, false, true},         {"rpcclient", "", "uUb", false, false, true},
-    {"net", "use", "uUb", false, false, true},     {"net", "ads", "uUb", false, false, true},
-    {"net", "rpc", "uUb", false, false, true},     {"rdesktop", "", "p", false, false, false},
-    {"http", "-a", "a", false, true, true},        {"check_http", "", "a", false, true, true},
-    {"check_snmp", "", "CAX", false, true, false}, {"check_mysql", "", "p", false, false, false},
-    {"check_pgsql", "", "p", false, false, false}, {"mosquitto_", "", "P", false, false, false},
+    {"mysql", "", "p", false, false, false},
+    {"mariadb", "", "p", false, false, false},
+    {"sshpass", "", "p", false, false, false},
+    {"mongo", "", "p", false, false, false},
+    {"ncftp", "", "p", false, false, false},
+    {"7z", "", "p", false, false, false},
+    {"rar", "", "p", false, false, false},
+    {"unrar", "", "p", false, false, false},
+    {"useradd", "", "p", false, false, false},
+    {"usermod", "", "p", false, false, false},
+    {"docker", "login", "p", false, false, false},
+    {"podman", "login", "p", false, false, false},
+    {"az", "login", "p", false, false, false},
+    {"acr", "login", "p", false, false, false},
+    {"oc", "login", "p", false, false, false},
+    {"ssh-keygen", "", "N", false, true, false},
+    {"trapsess", "", "cAX", false, false, false},
+    {"snmp", "", "cAX", true, false, false},
+    {"ldap", "", "w", false, false, false},
+    {"kadmin", "", "w", false, false, false},
+    {"redis-cli", "", "a", false, true, false},
+    {"valkey-cli", "", "a", false, true, false},
+    {"ipmitool", "", "P", false, false, false},
+    {"ipmi-", "", "P", false, false, false},
+    {"sqlcmd", "", "P", false, false, false},
+    {"bcp", "", "P", false, false, false},
+    {"zip", "", "P", false, false, false},
+    {"unzip", "", "P", false, false, false},
+    {"openssl", "", "kK", false, true, false},
+    {"curl", "", "uUb", false, false, true},
+    {"wget", "", "uUb", false, false, true},
+    {"lftp", "", "uUb", false, false, true},
+    {"smb", "", "uUb", true, false, true},
+    {"rpcclient", "", "uUb", false, false, true},
+    {"net", "use", "uUb", false, false, true},
+    {"net", "ads", "uUb", false, false, true},
+    {"net", "rpc", "uUb", false, false, true},
+    {"rdesktop", "", "p", false, false, false},
+    {"http", "-a", "a", false, true, true},
+    {"check_http", "", "a", false, true, true},
+    {"check_snmp", "", "CAX", false, true, false},
+    {"check_mysql", "", "p", false, false, false},
+    {"check_pgsql", "", "p", false, false, false},
+    {"mosquitto_", "", "P", false, false, false},
     {"tsql", "", "P", false, false, false},
+    {"dsconf", "", "w", false, true, false},
+    {"dsctl", "", "w", false, true, false},
+    {"dsidm", "", "w", false, true, false},
+    {"ipa-server", "", "pa", false, true, false},
+    {"ipa-replica", "", "pw", false, true, false},
+    {"ipa-", "", "w", false, true, false},
+    {"fence_", "", "p", false, true, false},
+    {"racadm", "", "p", false, true, false},
+    {"esxcli", "", "p", false, true, false},
+    {"hdbsql", "", "p", false, true, false},
+    {"cqlsh", "", "p", false, true, false},
+    {"elasticsearch-users", "", "p", false, true, false},
+    {"winexe", "", "U", false, false, true},
+    {"wbinfo", "", "a", false, true, true},
+    {"nsupdate", "", "y", false, true, true},
+    {"dig", "", "y", false, true, true},
+    {"doctl", "auth", "t", false, true, false},
 };
 
 /// Long options of the programs that take a user and a password.
@@ -560,9 +642,15 @@ inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth",      "--proxy-auth
                                                     "--http-auth", "--userpass",   "-auth",
                                                     "--src-creds", "--dest-creds"};
 
+/// Options of any program that may take a user and a password, where that looks like a secret.
+inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
+    "-u", "-U", "--user", "--username", "--creds", "--credentials", "--login",
+};
+
 /// Options of any program that take a secret, where what they take looks like one.
-inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",        "-k",        "--auth",
-                                                        "--license", "--licence", "--serial"};
+inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {
+    "-p",  "-k",  "--auth",         "--license",         "--licence",        "--serial",
+    "-ap", "-xp", "--initialsetup", "--security-unlock", "--security-erase", "--security-disable"};
 
 /// What names of network interfaces and disks begin with.
 inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",
@@ -616,6 +704,7 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"ipmitool", "password"},
     {"option", "key", true},
     {"wireless-security", "key", true},
+    {"db2", "using", true},
 };
 
 /// Commands whose password is the last of some words.
@@ -643,6 +732,7 @@ inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"rclone", "obscure", 0},
     {"runas", "/user:", 0, true},
     {"isql", "-v", 2, true},
+    {"samba-tool", "user", 2, true},
     {"crypto", "isakmp", 1, true},
 };
 
@@ -687,6 +777,57 @@ inline constexpr secret_login SECRET_LOGINS[] = {
 
 /// Accounts that are no such names.
 inline constexpr std::string_view KNOWN_ACCOUNTS[] = {"root", "(unknown)", "?"};
+
+/// Functions that take a password: so many texts in quotes stand in a call up to it.
+struct secret_call {
+    std::string_view word;
+    int quoted;
+    bool inside = false;  ///< the word may stand anywhere in the name, which may not end with it
+};
+inline constexpr secret_call SECRET_CALLS[] = {
+    {"pdo->__construct", 3},
+    {"pdo", 3},
+    {"mysqli->__construct", 3},
+    {"mysqli", 3},
+    {"connection->__construct", 3},
+    {"soapclient->__construct", 3},
+    {"ldap_bind", 2},
+    {"ldap_exop_passwd", 2},
+    {"imap_open", 3},
+    {"imap_reopen", 3},
+    {"ssh2_auth_password", 2},
+    {"ssh2_auth_pubkey_file", 4},
+    {"password_verify", 1},
+    {"password_hash", 1},
+    {"hash_equals", 1},
+    {"hash_hmac", 3},
+    {"openssl_encrypt", 3},
+    {"openssl_decrypt", 3},
+    {"redis->auth", 1},
+    {"db.auth", 2},
+    {"crypt", 1},
+    {"pgp_sym_encrypt", 2},
+    {"pgp_sym_decrypt", 2},
+    {"aes_encrypt", 2},
+    {"aes_decrypt", 2},
+    {"setpassword", 1},
+    {"checkpassword", 1},
+    {"verifypassword", 1},
+    {"login", 2, true},
+    {"authenticate", 2, true},
+    {"connect", 3, true},
+};
+
+/// Ways to log in to a mail server, behind which the answer of the client stands.
+inline constexpr std::string_view LOGIN_MECHANISMS[] = {
+    "plain", "login", "xoauth2", "oauthbearer", "ntlm", "external", "gssapi",
+};
+
+/// How servers ask for a user and for a password: "Username:", "Password:" in Base64.
+inline constexpr std::string_view LOGIN_CHALLENGES[] = {
+    "VXNlcm5hbWU6", "UGFzc3dvcmQ6",     "dXNlcm5hbWU6",
+    "cGFzc3dvcmQ6", "VXNlciBOYW1lAA==", "UGFzc3dvcmQA",
+};
 
 /// Hashes of passwords: "$6$...".
 inline constexpr std::string_view CRYPT_SCHEMES[] = {

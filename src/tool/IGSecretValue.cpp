@@ -10,12 +10,32 @@ bool endsDirectory(char c) {
     return c == '/' || c == ';' || c == ',' || c == ')' || c == '\n' || isIn(c, BLANK | QUOTE);
 }
 
-// $1, $NAME, ${NAME}, $(program): what a script puts there is known when it runs.
+// ${NAME}, ${NAME:-x}, ${NAME}x: none where x looks like a secret.
+bool isBraced(const SecretLine& line, std::size_t from, std::size_t to) {
+    const std::size_t name = from + 2;
+    std::size_t sign = name;
+    while (sign < to && (line.in(sign, LETTER | DIGIT) || line.at(sign) == '_')) {
+        ++sign;
+    }
+    const std::size_t begin = line.at(sign) == ':' ? sign + 2 : sign + 1;
+    std::size_t end = sign;
+    while (end < to && line.at(end) != '}') {
+        ++end;
+    }
+    const bool filled = sign > name && begin < end && line.looksSecret(begin, end);
+    return !filled && (end + 1 >= to || !line.looksSecret(end + 1, to));
+}
+
+// $1, $NAME, ${NAME}, $(program): what a script puts there is known when it runs. What else begins
+// with the sign is a password like any other.
 bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
     if (line.at(from) != '$') {
         return false;
     }
-    if (line.at(from + 1) == '(' || line.at(from + 1) == '{') {
+    if (line.at(from + 1) == '{') {
+        return isBraced(line, from, to);
+    }
+    if (line.at(from + 1) == '(') {
         return true;
     }
     std::size_t end = from + 1;
@@ -80,19 +100,32 @@ bool isSecretByte(char c) {
            std::string_view("+-_!#%^~?@$*").find(c) != std::string_view::npos;
 }
 
+// $name1: a variable of a program. Behind a digit it is none: $3x.
+bool isReference(const SecretLine& line, std::size_t from, std::size_t to) {
+    return line.at(from) == '$' && !line.in(from + 1, DIGIT) && line.skip(from + 1, KEY) == to;
+}
+
 // How a stretch mixes its letters and digits.
 struct Mixture {
     bool lower = false;
     bool upper = false;
     bool digit = false;
-    int changes = 0;  // from letters to digits and back
+    bool sign = false;  // inside, one that stands in passwords alone
+    int changes = 0;    // from letters to digits and back
 };
+
+// Whether a sign is one that nothing but a password has between other signs.
+bool isOddSign(char c) {
+    return c == '!' || c == '$' || c == '^';
+}
 
 Mixture mixtureOf(const SecretLine& line, std::size_t from, std::size_t to) {
     Mixture found;
-    bool was_digit = line.in(from, DIGIT);
+    bool was_digit = line.in(line.at(from) == '$' ? from + 1 : from, DIGIT);
     for (std::size_t place = from; place < to; ++place) {
         if (!line.in(place, LETTER | DIGIT)) {
+            found.sign =
+                found.sign || (place > from && place + 1 < to && isOddSign(line.at(place)));
             continue;
         }
         const bool is_digit = line.in(place, DIGIT);
@@ -184,7 +217,8 @@ bool SecretLine::isSentence(std::size_t from, std::size_t fewest) const {
 
 bool SecretLine::looksSecret(std::size_t from, std::size_t to) const {
     constexpr std::size_t SHORTEST = 6;
-    if (to < from + SHORTEST || !in(from, LETTER | DIGIT) || saysExactly(from, "0x")) {
+    if (to < from + SHORTEST || (!in(from, LETTER | DIGIT) && !isOddSign(at(from))) ||
+        saysExactly(from, "0x") || isReference(*this, from, to)) {
         return false;
     }
     for (std::size_t place = from; place < to; ++place) {
@@ -194,5 +228,24 @@ bool SecretLine::looksSecret(std::size_t from, std::size_t to) const {
     }
     const Mixture found = mixtureOf(*this, from, to);
     const bool letters = found.lower || found.upper;
-    return found.digit && letters && (found.changes > 1 || (found.upper && found.lower));
+    return found.digit && letters &&
+           (found.changes > 1 || (found.upper && found.lower) || found.sign);
+}
+
+bool SecretLine::looksOrdinary(std::size_t from, std::size_t to) const {
+    if (skip(from, DIGIT) >= to) {
+        return true;
+    }
+    std::size_t capitals = 0;
+    std::size_t letters = 0;
+    for (std::size_t place = from; place < to; ++place) {
+        const char c = at(place);
+        if (!isIn(c, LETTER) && static_cast<unsigned char>(c) < 0x80 && c != '-' && c != '\'') {
+            return false;
+        }
+        letters += isIn(c, LETTER) ? 1U : 0U;
+        capitals += c >= 'A' && c <= 'Z' ? 1U : 0U;
+    }
+    const bool first = at(from) >= 'A' && at(from) <= 'Z';
+    return capitals == 0 || capitals == letters || (capitals == 1 && first);
 }

@@ -1,0 +1,117 @@
+// What a client says to a server to log in, as logs and traces of mail, file and directory servers
+// show it: AUTH PLAIN x, USER me and PASS x, a1 LOGIN me x.
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+constexpr int ANSWERS = 3;  // lines in which a password follows its user
+
+// Whether a word is an answer in Base64, which has signs of equality at its end alone. One of
+// capitals is the name of another mechanism.
+bool isAnswer(const SecretLine& line, std::size_t from, std::size_t to) {
+    bool small = false;
+    for (std::size_t place = from; place < to; ++place) {
+        const char c = line.at(place);
+        small = small || (c >= 'a' && c <= 'z');
+        if (!line.in(place, BASE64) || (c == '=' && place + 2 < to)) {
+            return false;
+        }
+    }
+    return to >= from + 4 && small;
+}
+
+// AUTH PLAIN x, AUTHENTICATE PLAIN x, *cmd* AUTH LOGIN x
+void markMechanism(SecretLine& line) {
+    for (std::size_t at = line.find("AUTH"); at != NOWHERE; at = line.find("AUTH", at + 4)) {
+        const std::size_t kind = line.skip(line.skip(at, LETTER), BLANK);
+        const std::size_t end = line.skip(kind, KEY);
+        const std::size_t from = line.skip(end, BLANK);
+        const std::size_t last = line.until(from, BLANK | QUOTE);
+        if (end > kind && from > end && line.isOneOf(kind, end, LOGIN_MECHANISMS) &&
+            isAnswer(line, from, last)) {
+            line.hide(from, last, secret_rest::WORD);
+        }
+    }
+}
+
+// AUTH x, AUTH me x, "AUTH" "me" "x", of a data base in memory: what looks like a secret.
+void markPlainAuth(SecretLine& line) {
+    for (std::size_t at = line.find("AUTH"); at != NOWHERE; at = line.find("AUTH", at + 4)) {
+        if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
+            continue;
+        }
+        std::size_t from = at + 4;
+        for (int word = 0; word < 2; ++word) {
+            from = line.skip(from, BLANK | QUOTE);
+            const std::size_t end = line.until(from, BLANK | QUOTE);
+            if (line.looksSecret(from, end)) {
+                line.hide(from, end, secret_rest::WORD);
+            }
+            from = end;
+        }
+    }
+}
+
+// The answer to "334 UGFzc3dvcmQ6" is the last word of the next line.
+void markAnswer(SecretLine& line) {
+    secret_state& state = line.state();
+    if (state.challenged) {
+        std::size_t end = line.size();
+        while (end > 0 && (line.in(end - 1, BLANK) || line.at(end - 1) == '\r')) {
+            --end;
+        }
+        std::size_t from = end;
+        while (from > 0 && !line.in(from - 1, BLANK)) {
+            --from;
+        }
+        if (line.skip(from, BASE64) == end && (end - from) % 4 == 0) {
+            line.hide(from, end, secret_rest::WORD);
+        }
+    }
+    state.challenged = std::any_of(std::begin(LOGIN_CHALLENGES), std::end(LOGIN_CHALLENGES),
+                                   [&](std::string_view one) { return line.find(one) != NOWHERE; });
+}
+
+// USER me, and in the same line or one of the next PASS x
+void markPass(SecretLine& line) {
+    secret_state& state = line.state();
+    const std::size_t user = line.find("USER ");
+    if (user != NOWHERE && (user == 0 || !line.in(user - 1, NAME))) {
+        state.user_lines = ANSWERS;
+    }
+    const std::size_t pass = state.user_lines == 0 ? NOWHERE : line.find("PASS ");
+    const std::size_t from = pass == NOWHERE ? NOWHERE : line.skip(pass + 5, BLANK);
+    if (pass != NOWHERE && (pass == 0 || !line.in(pass - 1, NAME)) &&
+        !line.isPlain(from, line.size())) {
+        line.hideToEnd(from);
+    }
+    state.user_lines -= line.ends() && state.user_lines != 0 ? 1 : 0;
+}
+
+// a1 LOGIN me x: a mark with a number, the word, a user and a password end the line.
+void markTagged(SecretLine& line) {
+    const std::size_t at = line.find(" LOGIN ");
+    if (at == NOWHERE || at == 0 || !line.in(at - 1, DIGIT) || line.find("ROLE ") != NOWHERE) {
+        return;  // CREATE ROLE bob1 LOGIN INHERIT NOSUPERUSER
+    }
+    const std::size_t user = at + 7;
+    const std::size_t quote = line.in(user, QUOTE) ? line.untilByte(user + 1, line.at(user)) : user;
+    const std::size_t from = line.skip(line.until(quote, BLANK), BLANK);
+    const std::size_t end = line.until(from, BLANK);
+    if (from > user && line.hasEnd(line.skip(end, BLANK))) {
+        line.hideWord(from);
+    }
+}
+
+}  // namespace
+
+void markDialogs(SecretLine& line) {
+    markMechanism(line);
+    markPlainAuth(line);
+    markAnswer(line);
+    markPass(line);
+    markTagged(line);
+}

@@ -1,0 +1,100 @@
+// Secrets in the remarks of administrators, which follow no form, and in the names of things:
+// "iLO: Administrator/x", a unit "backup-token-x.timer", the token of a log service "[x@41058]".
+#include <iterator>
+
+#include "tool/IGSecretLine.h"
+#include "tool/IGSecretRules.h"
+
+namespace {
+
+// Administrator/x behind a colon, or behind a word that announces it.
+class AccountScan {
+  public:
+    explicit AccountScan(SecretLine& line) : line_(line) {}
+    void run() {
+        for (std::size_t sign = line_.untilByte(0, '/'); !line_.hasEnd(sign);) {
+            const std::size_t from = accountBefore(sign);
+            const std::size_t end = from == NOWHERE ? sign + 1 : line_.until(sign, BLANK | QUOTE);
+            if (from != NOWHERE && isPassword(from, sign + 1, withoutStops(sign + 1, end))) {
+                line_.hide(sign + 1,
+                           line_.hasEnd(end) && !line_.ends() ? end : withoutStops(sign + 1, end),
+                           secret_rest::WORD);
+            }
+            sign = line_.untilByte(end, '/');
+        }
+    }
+
+  private:
+    // Where the name of an administrator begins that ends there, or NOWHERE.
+    [[nodiscard]] std::size_t accountBefore(std::size_t end) const {
+        constexpr std::size_t LONGEST = 16;
+        std::size_t from = end;
+        while (from > 0 && end - from < LONGEST && line_.in(from - 1, LETTER)) {
+            --from;
+        }
+        const bool apart =
+            from == 0 || line_.in(from - 1, BLANK | QUOTE | SEPARATOR) || line_.at(from - 1) == '(';
+        return apart && line_.isOneOf(from, end, SECRET_ACCOUNTS) ? from : NOWHERE;
+    }
+    [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const {
+        while (to > from && std::string_view(".,;:)\r").find(line_.at(to - 1)) != NOWHERE) {
+            --to;
+        }
+        return to;
+    }
+    // Whether what stands behind the slash is a password, and no file below a directory.
+    bool isPassword(std::size_t account, std::size_t from, std::size_t to) {
+        constexpr std::size_t SHORTEST = 6;
+        const std::string_view value = line_.text().substr(from, to - from);
+        std::size_t before = account;
+        while (before > 0 && line_.in(before - 1, BLANK)) {
+            --before;
+        }
+        const bool divided = before > 0 && line_.at(before - 1) == ':';
+        if (!divided && !isAnnounced(account)) {
+            return false;
+        }
+        return line_.looksSecret(from, to) ||
+               (value.size() >= SHORTEST && isAnnounced(account) &&
+                !line_.looksOrdinary(from, to) && value.find_first_of("./\\@") == NOWHERE);
+    }
+    bool isAnnounced(std::size_t account) {
+        for (; announced_ == NOWHERE && sought_ < account; ++sought_) {
+            if (sought_ == 0 || !line_.in(sought_ - 1, NAME)) {
+                const std::size_t end = line_.skip(sought_, NAME);
+                announced_ = line_.isOneOf(sought_, end, ACCESS_WORDS) ? sought_ : NOWHERE;
+            }
+        }
+        return announced_ != NOWHERE;
+    }
+
+    SecretLine& line_;
+    std::size_t sought_ = 0;           // up to where such a word was looked for
+    std::size_t announced_ = NOWHERE;  // where one stands
+};
+
+// [x@41058 tag="a"]: what stands in front of the number of a company is the name of its data or, in
+// the settings of services that store logs, the token of a customer.
+void markStructuredData(SecretLine& line) {
+    constexpr std::size_t SHORTEST = 8;
+    for (std::size_t at = line.untilByte(0, '['); !line.hasEnd(at);) {
+        const std::size_t from = at + 1;
+        const std::size_t sign = line.skip(from, KEY);
+        const std::size_t number = line.skip(sign + 1, DIGIT);
+        const bool ends = line.in(number, BLANK) || line.at(number) == ']';
+        if (line.at(sign) == '@' && number > sign + 3 && ends && sign - from >= SHORTEST &&
+            line.has(from, sign, DIGIT) && line.has(from, sign, LETTER)) {
+            line.hide(from, sign, secret_rest::WORD);
+        }
+        at = line.untilByte(sign, '[');
+    }
+}
+
+}  // namespace
+
+void markRemarks(SecretLine& line) {
+    AccountScan(line).run();
+    if (!line.hasEnd(line.untilByte(0, '@'))) {
+        markStructuredData(line);
+    }
+}
