@@ -441,7 +441,7 @@ def test_processes_that_use_most_come_first(system: Machine):
         "load: 1.50 0.70 0.30 2/90 4711\nup: 1 days 02:03:04\nduring: 4.00 seconds, on 2 processors\n"
         "cpu: user 20.0% nice 10.0% system 30.0% idle 30.0% iowait 0.0% irq 0.0% softirq 5.0% steal 5.0%\n"
         "memory in kB: MemTotal 8000 MemFree 50 SwapTotal 0\n"
-        "processes: 4, 1 D, 3 S; 3 were started meanwhile\n\n"
+        "processes: 4, 1 D, 3 S; 3 processes and threads were started meanwhile\n\n"
         "Most processor time during these seconds; 100 % is one processor, RSS is in kB:\n"
         f"{head}{worker}{forged}{idle}{after}\nMost memory:\n{head}{forged}{after}{worker}{idle}")
     assert system.read("/tmp/slept") == "4\n"
@@ -641,14 +641,14 @@ def test_failures_that_may_lock_a_user_are_told(system: Machine):
         system, "# deny = 9\n  deny=4 # after four\nsilent\neven_deny_root\nunlock_time = 600\n",
         root=tally(b"192.0.2.9", 3, 1795341600) + tally(b"tty1", 4, 951868799)
         + tally(b"sshd", 1, 4107542400) + tally(b"x\x1b\n" + b"y" * 49, 1, 1 << 60), daemon=b"",
-        hunter2=tally(b"", 0, 0) + b"cut")
+        hunter2=tally(b"", 0, 60) + tally(b"", 0, 0) + b"cut")
     system.link("/tmp/run/faillock/bin", "/tmp/run/faillock/root")
     system.fifo("/tmp/run/faillock/sys")
     assert ask(system, "failed_logins", "-l").splitlines() == [
         "deny=4", "even_deny_root", "unlock_time = 600",
         f"{HIDDEN}: 0 valid failures",
         "When (UTC)          Type  Valid Source",
-        "1970-01-01 00:00:00 SVC   I     ",
+        "1970-01-01 00:01:00 SVC   I     ",
         "==> the file ends within a record",
         "",
         "root: 3 valid failures",
