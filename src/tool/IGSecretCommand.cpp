@@ -87,6 +87,7 @@ class CommandScan {
     void set(unsigned flag) { state_.flags |= flag; }
 
     std::size_t option(std::size_t from, std::size_t to);
+    bool isBind(std::size_t from, std::size_t to);
     std::size_t doubtful(std::size_t from, std::size_t to);
     std::size_t doubtfulPair(std::size_t from, std::size_t to);
     [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const;
@@ -113,7 +114,9 @@ class CommandScan {
         NOT,
         NO,
         YES
-    } audit_ = Known::NOT;  // whether it is a rule of the audit system
+    } audit_ = Known::NOT;        // whether it is a rule of the audit system
+    bool bind_sought_ = false;    // whether bind_ is known
+    std::size_t bind_ = NOWHERE;  // where the user of a directory is named
 };
 
 constexpr std::uint16_t NO_PROGRAM = 0;
@@ -297,6 +300,9 @@ std::size_t CommandScan::atOther(std::size_t place) {
 
 // An option of the program that was named last, and the password that it takes.
 std::size_t CommandScan::option(std::size_t from, std::size_t to) {
+    if (state_.commands == NO_PROGRAM && isBind(from, to)) {
+        return optionValue(to, false);
+    }
     if (const std::size_t next = doubtful(from, to); next != 0) {
         return next;
     }
@@ -334,6 +340,20 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
         }
     }
     return 0;
+}
+
+// The password of who asks a directory: -D cn=me -w x, also where the program is in a line before.
+bool CommandScan::isBind(std::size_t from, std::size_t to) {
+    if (!is(from, to, "-w")) {
+        return false;
+    }
+    if (!bind_sought_) {
+        bind_sought_ = true;
+        for (const std::string_view words : {"-D cn=", "-D uid=", "-D \"cn=", "-D 'cn="}) {
+            bind_ = std::min(bind_, line_.find(words));
+        }
+    }
+    return bind_ < from;
 }
 
 // -k x of a program that is not known, and --license x, where x looks like a secret. In the rules

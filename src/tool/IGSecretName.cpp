@@ -81,6 +81,7 @@ class NameScan {
     std::size_t remark(const secret_name& name, std::size_t from);
     std::size_t number(const secret_name& name, std::size_t from);
     std::size_t distant(const secret_name& name, std::size_t from);
+    [[nodiscard]] bool isApostrophe(std::size_t place) const;
     [[nodiscard]] bool isPassword(const secret_name& name) const;
     [[nodiscard]] bool isOneOfTwo(const secret_name& name);
     [[nodiscard]] std::size_t behindOpening(std::size_t from) const;
@@ -1001,6 +1002,13 @@ std::size_t NameScan::behindOpening(std::size_t from) const {
     return from;
 }
 
+// d'ordine, d'accès
+bool NameScan::isApostrophe(std::size_t place) const {
+    const bool letter =
+        line_.in(place + 1, LETTER) || static_cast<unsigned char>(line_.at(place + 1)) >= 0x80;
+    return line_.at(place) == '\'' && place > 0 && line_.in(place - 1, LETTER) && letter;
+}
+
 // pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words stand
 // between the two, and what looks like a secret is not the object of one: password for x.
 std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
@@ -1009,21 +1017,24 @@ std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
     const bool verb = line_.isOneOf(name.from, name.to, SECRET_VERBS) &&
                       !line_.saysExactly(from, "->") && !line_.saysExactly(from, "→");
     bool object = false;
+    bool behind_colon = false;
     if (verb || !isPassword(name) || line_.at(name.from) == '-') {
         return 0;
     }
     for (int words = 0; words < MOST && !line_.hasEnd(from); ++words) {
         from = behindOpening(from);
         std::size_t end = from;
-        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '`' &&
-               line_.at(end) != ']') {
+        while (!line_.hasEnd(end) && line_.at(end) != '`' && line_.at(end) != ']' &&
+               (!line_.in(end, BLANK | QUOTE) || isApostrophe(end))) {
             ++end;
         }
         std::size_t told = wordEnd(from, end);
         while (told > from && static_cast<unsigned char>(line_.at(told - 1)) >= 0x80) {
             --told;  // a closing quote
         }
-        if (told >= from + SHORTEST && line_.looksSecret(from, told)) {
+        // Behind a colon a stop may belong to it: it ends no sentence there.
+        const std::size_t part = behind_colon ? line_.untilByte(from, '.') : told;
+        if (told >= from + SHORTEST && line_.looksSecret(from, std::min(part, told))) {
             if (object) {
                 return 0;
             }
@@ -1033,9 +1044,12 @@ std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
         }
         const bool divided = line_.at(end - 1) == ':' && end > from + 1;
         const std::size_t word = divided ? end - 1 : end;
-        if (word == from || line_.skip(from, NAME) < word || line_.has(from, word, DIGIT)) {
+        const std::size_t letters = line_.skip(from, NAME);
+        const bool joins = isApostrophe(letters) && line_.skip(letters + 1, NAME) >= word;
+        if (word == from || (letters < word && !joins) || line_.has(from, word, DIGIT)) {
             return 0;
         }
+        behind_colon = divided;
         object = !divided && line_.isOneOf(from, word, OBJECT_WORDS);
         from = line_.skip(end, BLANK);
     }

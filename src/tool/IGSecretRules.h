@@ -590,6 +590,7 @@ inline constexpr secret_program SECRET_PROGRAMS[] = {
     {"snmp", "", "cAX", true, false, false},
     {"ldap", "", "w", false, false, false},
     {"kadmin", "", "w", false, false, false},
+    {"iscsistart", "", "w", false, true, false},
     {"redis-cli", "", "a", false, true, false},
     {"valkey-cli", "", "a", false, true, false},
     {"ipmitool", "", "P", false, false, false},
@@ -648,9 +649,19 @@ inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
 };
 
 /// Options of any program that take a secret, where what they take looks like one.
-inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {
-    "-p",  "-k",  "--auth",         "--license",         "--licence",        "--serial",
-    "-ap", "-xp", "--initialsetup", "--security-unlock", "--security-erase", "--security-disable"};
+inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",
+                                                        "-k",
+                                                        "-w",
+                                                        "--auth",
+                                                        "--license",
+                                                        "--licence",
+                                                        "--serial",
+                                                        "-ap",
+                                                        "-xp",
+                                                        "--initialsetup",
+                                                        "--security-unlock",
+                                                        "--security-erase",
+                                                        "--security-disable"};
 
 /// What names of network interfaces and disks begin with.
 inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",

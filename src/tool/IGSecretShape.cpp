@@ -813,6 +813,9 @@ void markAddresses(SecretLine& line) {
                              (place >= 5 && line.says(place - 5, "https"));
             const std::size_t next = markUser(line, place + 3, web);
             place = next > place ? next : place + 1;
+        } else if (line.at(place) == '#' && place > 0 && line.in(place - 1, LETTER)) {
+            const std::size_t next = markUser(line, place + 1, false);  // sshfs#me:x@host
+            place = next > place ? next : place + 1;
         } else if (line.at(place) == 'p' || line.at(place) == 'P' || line.at(place) == 'i') {
             const std::size_t user = proxyAt(line, place);
             if (user != 0) {

@@ -311,6 +311,12 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "rdesktop -u u -p {} h",
     "ffmpeg -i rtsp://u:{}@h/s x",
     "ldapsearch -x -w {} -b x",
+    R"(    -D cn=reader,dc=example -w {} \)",
+    "-D 'uid=bob,dc=example' -w {} -b dc=example",
+    "boot: iscsistart -i iqn.a -u chap -w {} -g 1",
+    "What=curlftpfs#bob:{}@ftp.example",
+    "sshfs#bob:{}@h:/x /mnt fuse noauto 0 0",
+    "Console di servizio - parola d'ordine: {}",
     "snmpwalk -v3 -A {} -X {} h",
     "ipmitool -H h -P {} sdr",
     "smbclient //h/s -U u%{} -c ls",
@@ -584,6 +590,11 @@ constexpr const char* LINES_WITH_SECRETS[] = {
 };
 
 constexpr const char* LINES_WITHOUT[] = {
+    "iptables -w 5 -L",
+    "curl -s -w %{http_code} http://h/",
+    "-w /etc/passwd -p wa -k id",
+    "see bug#12: bob@example.org wrote this",
+    "the password policy d'entreprise: minimum.length",
     "INSERT INTO users (name, password_age) VALUES ('bob', '3 days')",
     "INSERT INTO users (name) VALUES ('bob'); f(password) 'a'",
     "Pass -b option to texi2dvi1.",
