@@ -164,24 +164,80 @@ def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine, tr
     system.exec(f"setsid {EACH} interface probe {{}} >/tmp/out 2>&1 & echo $! >/tmp/pid")
     system.wait_for("/tmp/there")
     system.exec("kill -TERM -$(cat /tmp/pid)")
-    system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+    system.wait_for(lambda: "time limit" in system.read("/tmp/out"))
     assert system.read("/tmp/out") == (
         "==> eth0\n  asked eth0\n==> eth1\n  asked eth1\n"
-        "==> stopped here by the time limit; not asked: eth2\n")
+        "==> not asked: eth2\neach: stopped here by the time limit\n")
+
+
+# Starts the command as "run" does, sends SIGTERM to its group after so many seconds, and tells how long
+# it went on, and what it told.
+STOPPED_AFTER = """import os, signal, subprocess, sys, time
+for step in range(0, 61, 2):
+    each = subprocess.Popen(sys.argv[1:], env={"QUENDIL_FILTERED": "yes"}, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, start_new_session=True, text=True)
+    time.sleep(step / 1000)
+    os.killpg(each.pid, signal.SIGTERM)
+    sent = time.monotonic()
+    told = each.stdout.read()
+    print(each.wait(), time.monotonic() - sent < 5, told.count("==> sd"), "not asked:" in told)
+"""
+
+
+def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
+    # No moment is expected to find the command at one place: all of them together find it at many.
+    make_devices(system, "block/sda", "block/sdb", "block/sdc")
+    script = system.file("/tmp/stopped_after", STOPPED_AFTER)
+    done = system.exec(["/usr/bin/python3", script, EACH, "disk", "sleep", "77.7"], seconds=300)
+    rows = [line.split() for line in done.stdout.splitlines()]
+    assert len(rows) == 31
+    for status, in_time, asked, left_some in rows:
+        assert (status, in_time) == ("-15", "True")
+        assert (asked, left_some) in (("0", "False"), ("0", "True"), ("1", "True"))
+    assert ("1", "True") in {(asked, left_some) for _, _, asked, left_some in rows}
+    assert not is_running(system, "sleep")
+
+
+def is_running(machine: Machine, name: str) -> bool:
+    """Whether a process of that name lives; nobody may have waited for one that has ended."""
+    states = machine.exec(f"grep -h '^State' $(grep -lx {name} /proc/[0-9]*/comm | "
+                          "sed 's/comm$/status/') /dev/null", check=False).stdout
+    return any("Z" not in line for line in states.splitlines())
+
+
+@pytest.mark.parametrize("last", [
+    "sleep 1000; :", "(trap '' TERM; exec sleep 1000) & wait", "sleep 1000 >/dev/null & exec sleep 1000",
+    "(trap '' TERM; exec sleep 1000 >/dev/null) & exec sleep 1000"])
+def test_what_a_program_has_started_ends_with_it(system: Machine, last: str):
+    make_devices(system, "block/sda", "block/sdb")
+    each = with_changes(system, "each", ("LIMIT=10", "LIMIT=1")) + "/each"
+    lay_over(system, "/usr/local/bin", "probe", f"#!/bin/sh\n[ $1 = sdb ] || {{ {last}; }}\n")
+    assert system.exec([each, "disk", "probe", "{}"]).stdout == (
+        "==> sda\n==> sda was stopped after 1 seconds\n==> sdb\n")
+    system.wait_for(lambda: not is_running(system, "sleep"))
+
+
+def test_what_a_program_has_left_behind_ends_too(system: Machine):
+    make_devices(system, "block/sda", "block/sdb")
+    each = with_changes(system, "each", ("LIMIT=10", "LIMIT=1")) + "/each"
+    lay_over(system, "/usr/local/bin", "probe", "#!/bin/sh\n[ $1 = sdb ] || sleep 1000 &\n")
+    assert system.exec([each, "disk", "probe", "{}"]).stdout == (
+        "==> sda\n==> sda has ended, but left a process behind\n==> sdb\n")
+    system.wait_for(lambda: not is_running(system, "sleep"))
 
 
 @pytest.mark.parametrize("last, told", [
     ("exec sleep 1000;", "was stopped after 1 seconds"),
     ("trap '' TERM; printf in_part; exec sleep 1000;", "was stopped after 1 seconds"),
     ("trap '' TERM; printf in_part; exec sleep 1001;", "does not end and was left behind"),
-    ("printf in_part; setsid sleep 1001 &", "does not end and was left behind"),
+    ("printf in_part; setsid sleep 1001 &", "has ended, but left a process behind"),
 ])
 def test_what_is_stuck_hides_nothing_of_what_comes_after_it(system: Machine, last: str, told: str):
     # One that cannot be killed, as in the kernel, is one that nobody kills.
     make_devices(system, "block/sda", "block/sdb", "block/sdc")
     changes = [("LIMIT=10", "LIMIT=1")]
     if "1001" in last:
-        changes.append(('kill -s KILL "$pid"', ":"))
+        changes.append(("send KILL", ":"))
     each = with_changes(system, "each", *changes) + "/each"
     lay_over(system, "/usr/local/bin", "probe",
              f"#!/bin/sh\necho asked $1\n[ $1 != sdb ] || {{ {last} }}\n")
