@@ -286,6 +286,45 @@ def test_no_socket_is_looked_at_on_a_network_mount(system: Machine):
                            "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
 
 
+def test_no_link_of_another_user_is_followed_to_a_socket(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\necho \"$@\" >>/tmp/looked\nexec /usr/bin/stat \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
+                        "/tmp/my/mysqld.sock=4715 /tmp/u/a/mysqld.sock=4711 /tmp/v/mysqld.sock=4715", "sh", "-c",
+                        "mv /tmp/u /tmp/dead; mv /tmp/v /tmp/w; ln -s dead /tmp/u; ln -s w /tmp/v; "
+                        f"chown -h 4711 /tmp/u; chown -h 4715 /tmp/v; exec {SQL} mariadb 'SELECT 1'"])
+    assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n==> /tmp/w/mysqld.sock\nasked\n"
+                           "==> /tmp/u/a/mysqld.sock\nnot asked: a link on its path belongs to user 4711\n")
+    assert "/tmp/my/mysqld.sock" in system.read("/tmp/looked") and "/tmp/u/a" not in system.read("/tmp/looked")
+
+
+def test_a_socket_on_a_file_system_that_does_not_answer_hides_no_other(system: Machine):
+    tools = with_changes(system, "sql", ("timeout -k 1 5", "timeout -k 1 1"))
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\ncase $* in\n    *-L*/dead/*) exec sleep 20 ;;\nesac\n"
+             "exec /usr/bin/stat \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
+                        "/tmp/dead/mysqld.sock=4715 /tmp/my/mysqld.sock=4715",
+                        f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n"
+                           "==> /tmp/dead/mysqld.sock\nnot asked: its file system does not answer\n")
+
+
+def test_sockets_are_found_where_nothing_limits_the_time_of_a_look(machine: Machine):
+    tools = with_changes(machine, "sql", ("command -v timeout", "command -v no_such_program"),
+                         ("timeout -k", "no_such_program -k"))
+    lay_over(machine, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    add_users(machine)
+    machine.file("/tmp/listener.py", LISTENER)
+    done = machine.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715",
+                         f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == "==> /tmp/my/mysqld.sock\nasked\n"
+
+
 def test_databases_beyond_the_limit_are_counted(system: Machine):
     tools = with_changes(system, "sql", ("most_databases=50", "most_databases=1"))
     lay_over(system, "/usr/sbin", "psql", CLIENT)
