@@ -219,7 +219,11 @@ def test_words_of_the_client_are_no_rows(machine: Machine):
     for answer in (error, warning + error):
         assert shown(machine, answer) == answer
     mark = "quendil_rows_follow\n1\n"
+    query = f"{'-' * 14}\nSELECT 5\n{'-' * 14}\n\n"
     assert shown(machine, warning + mark + error) == warning + error
+    assert shown(machine, warning + mark + query + error) == warning + query + error
+    assert shown(machine, f"{mark}info\n{'-' * 14}\n'a'\n") == (
+        f"{ROW.format(1)}info: {'-' * 14}\n{ROW.format(2)}info: ?\n").replace("-" * 14, "(left out)")
     assert shown(machine, mark + "info\nERROR 1 (a): 'b'\n") == f"{ROW.format(1)}info: ERROR ? (a): ?\n"
     assert shown(machine, mark + "id\tinfo\n5\t'a'\t'b'\n") == f"{ROW.format(1)}  id: 5\ninfo: ?\n    : ?\n"
 

@@ -622,6 +622,8 @@ TOOLS = _rules(
      "cli:test_product_commands.py:without_a_password"),
     ("the rows of MariaDB are told from words of its client", "tools/sql",
      "SELECT 1 AS quendil_rows_follow; ", "", "cli:test_product_commands.py:without_a_password"),
+    ("only dashes instead of rows say that a query was refused", "tools/sql",
+     "mariadb && !columns && /^-", "mariadb && /^-", "cli:test_product_commands.py:words_of_the_client"),
     ("a statement that begins like an error is hidden", "tools/sql",
      "(!columns || !is_statement(1))", "1", "cli:test_product_commands.py:words_of_the_client"),
     ("what has no name in a row is hidden", "tools/sql",
