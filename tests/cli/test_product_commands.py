@@ -83,8 +83,12 @@ def test_every_mariadb_server_is_asked_as_root_without_a_password(system: Machin
     assert done.stdout.startswith("==> /tmp/my/mysqld.sock\nuser 0\n<--no-defaults> <--protocol=socket>")
     assert "mysqlx" not in done.stdout
     for wanted in ("--socket=/tmp/my/mysqld.sock", "--skip-password", "--local-infile=0",
-                   "lock_wait_timeout = 2", "max_statement_time = 10", "tx_read_only = 1", "; SHOW STATUS>"):
+                   "lock_wait_timeout = 2", "max_statement_time = 10", "tx_read_only = 1", " */; SHOW STATUS>"):
         assert wanted in done.stdout, wanted
+    done = ask(system, "/tmp/o/mysqld.sock=4715", "mariadb", "-x", "SHOW STATUS")
+    assert "; SELECT 1 AS quendil_rows_follow; SHOW STATUS>" in done.stdout
+    # In that form the client would not escape line feeds.
+    assert "<--batch>" in done.stdout and "--vertical" not in done.stdout
 
 
 def test_a_socket_of_any_other_user_is_named_and_not_asked(machine: Machine):
@@ -99,26 +103,46 @@ def test_a_socket_of_any_other_user_is_named_and_not_asked(machine: Machine):
         0, "==> /tmp/my/mysql.sock\nnot asked: it belongs to user 4711\n")
 
 
+def rows(*values: str | tuple[str, ...], names: tuple[str, ...] = ("Type", "Status")) -> str:
+    """What the client of MariaDB prints of them: each row in one line."""
+    def line(row: tuple[str, ...]) -> str:
+        return "\t".join(re.sub(r"[\\\n\t]", lambda found: {"\n": "\\n", "\t": "\\t"}.get(found[0], "\\\\"), value)
+                         for value in row) + "\n"
+    return "quendil_rows_follow\n1\n" + line(names) + "".join(
+        line(("InnoDB", value) if isinstance(value, str) else value) for value in values)
+
+
+def shown(system: Machine, answer: str, query: str = "SHOW ENGINE INNODB STATUS") -> str:
+    """What "sql" prints when a server of MariaDB answers so."""
+    if not system.exists("/tmp/answer"):
+        lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || cat /tmp/answer\n")
+    system.file("/tmp/answer", answer)
+    system.exec("rm -f /tmp/my/mysqld.sock")
+    return ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", query).stdout.partition("\n")[2]
+
+
+ROW = f"{'*' * 27} {{}}. row {'*' * 27}\n"
+STATE = ROW.format(1) + "  Type: InnoDB\nStatus: "
+
+
 def test_values_of_users_in_the_state_of_innodb_are_left_out(system: Machine):
-    lay_over(system, "/usr/sbin", "mariadb", """#!/bin/sh
-cat <<'.'
+    assert shown(system, rows("""
 MariaDB thread id 13, OS thread handle 1, query id 2 localhost root Updating
-UPDATE t SET a='b', c="d" WHERE e=5 AND f='cut
+UPDATE t SET a='b', c="d" WHERE e=5 AND f='g'
 RECORD LOCKS space id 5
  0: len 4; hex 80000005; asc     ;;
 ---TRANSACTION 24
 it's a text
-.
-""")
-    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
-    assert done.stdout.splitlines()[2:] == [
-        "UPDATE t SET a=?, c=? WHERE e=5 AND f=?", "RECORD LOCKS space id 5",
-        " 0: len 4; hex (left out)", "---TRANSACTION 24", "it's a text"]
+""")).splitlines()[4:] == [
+        "UPDATE t SET a=?, c=? WHERE e=? AND f=?", "RECORD LOCKS space id 5",
+        " 0: len 4; hex (left out)", "---TRANSACTION 24", "it's a text", ""]
 
 
 #: Statements as InnoDB shows them, and what is left of each.
 STATEMENTS = [
-    ("UPDATE `t'x` SET a='b\nc', d=\"e\\\\\", f='it''s' WHERE g=5", "UPDATE `t'x` SET a=?\n, d=?, f=? WHERE g=5"),
+    ("UPDATE `t'x` SET a='b\nc', d=\"e\\\\\", f='it''s' WHERE g=5", "UPDATE `t'x` SET a=?\n, d=?, f=? WHERE g=?"),
+    ("UPDATE t1 SET `4b`=4929123412341234, c$2=-1.5e+10, d=0x6d79, e=b'0101' WHERE f2=.5\n7;",
+     "UPDATE t1 SET `4b`=?, c$2=-?.?+?, d=?, e=b? WHERE f2=.?\n?;"),
     ("SELECT 'a' -- don't\nAND 'b' # it's\n\nAND 'c'", "SELECT ? --?\nAND ? #?\n\nAND ?"),
     ("SELECT 'it\\'s', 'b'", "SELECT ?(left out)"),
     ("SELECT 'C:\\', 'b'", "SELECT ?(left out)"),
@@ -126,7 +150,12 @@ STATEMENTS = [
     ("SELECT `cut\nb", "SELECT (left out)"),
     ("SELECT /* don't */ 'a' /*!40001 SQL_NO_CACHE */ FROM t", "SELECT /*?*/ ? /*?*/ FROM t"),
     ("SELECT /*!40001 'a' */ 'b'", "SELECT /*?*/(left out)"),
-    ("SELECT 5--1, 'a'", "SELECT 5(left out)"),
+    ("INSERT INTO notes VALUES ('from the log:\nERROR 1045 (28000): no\n---\nLOG\n---TRANSACTION 5\n*** (1) WAITING\n"
+     "MySQL thread id 1, OS thread handle 2, query id 3\nquendil_rows_follow\nmariadb: stopped here by the time limit\n"
+     + "*" * 27 + " 2. row " + "*" * 27 + "\n   info: a\nthe gate code is swordfish', 1, 'b')",
+     "INSERT INTO notes VALUES (?\n, ?, ?)"),
+    ("SELECT 1 FROM\nLOG\nWHERE a='b'", "SELECT ? FROM\nLOG\nWHERE a=?"),
+    ("SELECT 5--1, 'a'", "SELECT ?(left out)"),
     ("SELECT 'a" + "x" * 5000 + "', b", "(left out)"),
 ]
 QUERIES = [
@@ -136,38 +165,74 @@ QUERIES = [
     ("SELECT a$$b$$, 'c'", "SELECT a?(left out)"),
     ("SELECT /* a /* b */ 'c' */ 'd'", "SELECT /*?*/(left out)"),
     ("SELECT '{}'::jsonb #> 'a'", "SELECT ?::jsonb #> ?"),
+    ("SELECT 'a\n-[ RECORD 2 ]-+---\nERROR: \nquery | b', 'c'", "SELECT ?\n, ?"),
     ("SELECT 'cut", "SELECT ?"),
+    ("SELECT \"5a\", $1, $4929123412341234, 0x6d79+1_000, -2e-5, a1 FROM t2",
+     "SELECT \"5a\", $1, $?, ?+?, -?-?, a1 FROM t2"),
 ]
 
 
 def test_values_in_statements_of_innodb_are_left_out_over_lines(system: Machine):
     begin = "MariaDB thread id 13, OS thread handle 1, query id 2 localhost root Updating\n"
-    row = f"{'*' * 27} 1. row {'*' * 27}\nStatus: \n"
-    end = "TRANSACTIONS\n------------\n---TRANSACTION 5, not started\nit's a text\n"
-    system.file("/tmp/answer", row + "".join(f"{begin}{given}\n" for given, _ in STATEMENTS) + end)
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
-    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
-    assert done.stdout.partition("\n")[2] == (
-        row + "".join(f"{begin}{shown}\n" for _, shown in STATEMENTS) + end)
+    cut = "(left out)\n"
+    end = "------------\nTRANSACTIONS\n------------\n---TRANSACTION 5, not started\nit's a text\n"
+    assert shown(system, rows("".join(f"{begin}{given}\n{end}" for given, _ in STATEMENTS))) == STATE + "".join(
+        f"{begin}{left}\n" + cut * ("'cut" in given) + end for given, left in STATEMENTS) + "\n"
     stopped = "mariadb: stopped here after 15 seconds\n"
-    system.file("/tmp/answer", f"{begin}SELECT 'cut\nb\n{stopped}")
-    done = ask(system, "/tmp/third/mysqld.sock=4715", "mariadb", "-x", "SHOW ENGINE INNODB STATUS")
-    assert done.stdout.partition("\n")[2] == f"{begin}SELECT ?\n{stopped}"
+    assert shown(system, rows(f"{begin}SELECT 'a\nb") + stopped) == f"{STATE}{begin}SELECT ?\n{stopped}"
     system.file("/tmp/answer", "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle 1\\nSELECT 'a\\\\'b'\\n\n")
     done = ask(system, "/tmp/other/mysqld.sock=4715", "mariadb", "SHOW ENGINE INNODB STATUS")
     assert done.stdout.partition("\n")[2] == (
         "InnoDB\t\ta\\nMariaDB thread id 13, OS thread handle (left out)\n")
 
 
+#: Why a replica stopped, and what is left of it.
+FAILURES = [
+    ("Error 'Duplicate entry '7' for key 'PRIMARY'' on query. Default database: 'shop'. Query: 'INSERT INTO customer "
+     "VALUES (7, 'Mary Miller', '4929 1234 1234 1234', 'swordfish')'",
+     "Error 'Duplicate entry '?' for key 'PRIMARY' on query. Query: ?"),
+    ("Could not execute Write_rows_v1 event on table shop.t; Duplicate entry 'it's b' for key 'u1', Error_code: 1062; "
+     "handler error HA_ERR_FOUND_DUPP_KEY; the event's master log a.1, end_log_pos 9",
+     "Could not execute Write_rows_v1 event on table shop.t; Duplicate entry '?' for key 'u1', Error_code: 1062; "
+     "handler error HA_ERR_FOUND_DUPP_KEY, end_log_pos 9"),
+    ("Error 'Duplicate entry 'cut 'b", "Error 'Duplicate entry '?'"),
+    ("Query: a\nId: 'b'", "Query: ?"),
+    ("Relay log read failure", "Relay log read failure"),
+    ("", ""),
+]
+
+
+@pytest.mark.parametrize("name", ["Last_Error", "Last_SQL_Error", "last_error_message", "Last_Worker_Error"])
+def test_values_in_the_last_errors_of_a_replica_are_left_out(machine: Machine, name: str):
+    names = ("Id", name, "Last_IO_Error", "Seconds")
+    told = shown(machine, rows(*(("5", given, "can't log in to 'a@b:3306' - retry-time: 60 'c", "7\n8")
+                                 for given, _ in FAILURES), names=names), "SHOW ALL SLAVES STATUS")
+    width = max(map(len, names))
+    assert told == "".join(
+        ROW.format(number + 1) + "".join(f"{column:>{width}}: {value}\n" for column, value in zip(
+            names, ("5", left, "can't log in to '?' - retry-time: 60 '?'", "7\\n8")))
+        for number, (_, left) in enumerate(FAILURES))
+
+
+def test_words_of_the_client_are_no_rows(machine: Machine):
+    warning, error = "WARNING: not encrypted\n", "ERROR 1146 (42S02) at line 1: Table 'a.b' doesn't exist\n"
+    for answer in (error, warning + error):
+        assert shown(machine, answer) == answer
+    mark = "quendil_rows_follow\n1\n"
+    query = f"{'-' * 14}\nSELECT 5\n{'-' * 14}\n\n"
+    assert shown(machine, warning + mark + error) == warning + error
+    assert shown(machine, warning + mark + query + error) == warning + query + error
+    assert shown(machine, f"{mark}info\n{'-' * 14}\n'a'\n") == (
+        f"{ROW.format(1)}info: {'-' * 14}\n{ROW.format(2)}info: ?\n").replace("-" * 14, "(left out)")
+    assert shown(machine, mark + "info\nERROR 1 (a): 'b'\n") == f"{ROW.format(1)}info: ERROR ? (a): ?\n"
+    assert shown(machine, mark + "id\tinfo\n5\t'a'\t'b'\n") == f"{ROW.format(1)}  id: 5\ninfo: ?\n    : ?\n"
+
+
 def test_values_in_columns_of_statements_are_left_out(system: Machine):
-    system.file("/tmp/answer", "".join(
-        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {given}\n"
-        for number, (given, _) in enumerate(STATEMENTS)))
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
-    done = ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", "SHOW FULL PROCESSLIST")
-    assert done.stdout.partition("\n")[2] == "".join(
-        f"{'*' * 27} {number}. row {'*' * 27}\n     id: 5\n   info: {shown}\n"
-        for number, (_, shown) in enumerate(STATEMENTS))
+    assert shown(system, rows(*(("5", given) for given, _ in STATEMENTS), names=("id", "info")),
+                 "SHOW FULL PROCESSLIST") == "".join(
+        f"{ROW.format(number + 1)}  id: 5\ninfo: " + left.replace("\n", "\\n") + "\n"
+        for number, (_, left) in enumerate(STATEMENTS))
     answer = "-[ RECORD 1 ]-+-----\nstate | it's\nquery | {}\npid   | 5\n"
     system.file("/tmp/answer", "".join(
         answer.format(given.replace("\n", " +\n      | ")) for given, _ in QUERIES))
@@ -223,6 +288,45 @@ def test_no_socket_is_looked_at_on_a_network_mount(system: Machine):
                         " /tmp/network/mysqld.sock=4715", f"{tools}/sql", "mariadb", "SELECT 1"])
     assert done.stdout == ("==> /tmp/network/mysqld.sock\nasked\n"
                            "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
+
+
+def test_no_link_of_another_user_is_followed_to_a_socket(system: Machine):
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\necho \"$@\" >>/tmp/looked\nexec /usr/bin/stat \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
+                        "/tmp/my/mysqld.sock=4715 /tmp/u/a/mysqld.sock=4711 /tmp/v/mysqld.sock=4715", "sh", "-c",
+                        "mv /tmp/u /tmp/dead; mv /tmp/v /tmp/w; ln -s dead /tmp/u; ln -s w /tmp/v; "
+                        f"chown -h 4711 /tmp/u; chown -h 4715 /tmp/v; exec {SQL} mariadb 'SELECT 1'"])
+    assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n==> /tmp/w/mysqld.sock\nasked\n"
+                           "==> /tmp/u/a/mysqld.sock\nnot asked: a link on its path belongs to user 4711\n")
+    assert "/tmp/my/mysqld.sock" in system.read("/tmp/looked") and "/tmp/u/a" not in system.read("/tmp/looked")
+
+
+def test_a_socket_on_a_file_system_that_does_not_answer_hides_no_other(system: Machine):
+    tools = with_changes(system, "sql", ("timeout -k 1 5", "timeout -k 1 1"))
+    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\ncase $* in\n    *-L*/dead/*) exec sleep 20 ;;\nesac\n"
+             "exec /usr/bin/stat \"$@\"\n")
+    add_users(system)
+    system.file("/tmp/listener.py", LISTENER)
+    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
+                        "/tmp/dead/mysqld.sock=4715 /tmp/my/mysqld.sock=4715",
+                        f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n"
+                           "==> /tmp/dead/mysqld.sock\nnot asked: its file system does not answer\n")
+
+
+def test_sockets_are_found_where_nothing_limits_the_time_of_a_look(machine: Machine):
+    tools = with_changes(machine, "sql", ("command -v timeout", "command -v no_such_program"),
+                         ("timeout -k", "no_such_program -k"))
+    lay_over(machine, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    add_users(machine)
+    machine.file("/tmp/listener.py", LISTENER)
+    done = machine.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715",
+                         f"{tools}/sql", "mariadb", "SELECT 1"])
+    assert done.stdout == "==> /tmp/my/mysqld.sock\nasked\n"
 
 
 def test_databases_beyond_the_limit_are_counted(system: Machine):
@@ -291,7 +395,7 @@ def test_a_real_server_tells_of_checkpoints_and_statements(machine: Machine):
     assert "pg_stat_bgwriter" in {row[0] for row in rows}
     assert [row[1] for row in rows if row[0] == "pg_stat_checkpointer"][0] == "num_timed"
     assert "forged" not in checkpoints
-    assert re.search(r"^query +\| SELECT \?, \?\n +\|  FROM pg_sleep\(1000\) --\?\n +\| , pg_sleep\(0\) x;$",
+    assert re.search(r"^query +\| SELECT \?, \?\n +\|  FROM pg_sleep\(\?\) --\?\n +\| , pg_sleep\(\?\) x;$",
                      activity, re.MULTILINE)
 
 
