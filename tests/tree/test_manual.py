@@ -395,6 +395,8 @@ def test_every_way_of_a_command_to_end_is_explained(page):
     wanted = {"0", "2"}
     if page == "quendil_show.8":
         wanted |= {"1"}
+    elif page == "quendil_each.8":
+        wanted |= {"143"}
     elif page == "quendil_mask.8":
         wanted |= {"1", "153"}
     assert statuses == wanted
