@@ -193,7 +193,8 @@ def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
     assert len(rows) == 31
     for status, in_time, asked, left_some in rows:
         assert (status, in_time) == ("-15", "True")
-        assert (asked, left_some) in (("0", "False"), ("0", "True"), ("1", "True"))
+        # One that ended by the signal itself may have let the next one begin, which then ends at once.
+        assert (asked, left_some) in (("0", "False"), ("0", "True"), ("1", "True"), ("2", "True"))
     assert ("1", "True") in {(asked, left_some) for _, _, asked, left_some in rows}
     assert not is_running(system, "sleep")
 
