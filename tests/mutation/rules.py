@@ -563,7 +563,7 @@ TOOLS = _rules(
     ("nothing of each but its sentinel ends by the time limit", "tools/each",
      "    trap '' TERM\n", "", "cli:test_tool_commands.py:time_limit_says"),
     ("a program of each ends by the time limit", "tools/each",
-     "        trap - TERM\n", "", "cli:test_tool_commands.py:what_a_program_has_started"),
+     "        trap - TERM\n", "", "cli:test_tool_commands.py:asked_to_end_before"),
     ("each ends what a program has started", "tools/each",
      'kill -s "$1" -- "-$pid" || ', "", "cli:test_tool_commands.py:what_a_program_has"),
     ("each leaves nothing of a program that it has stopped", "tools/each",
