@@ -77,6 +77,7 @@ class NameScan {
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
     std::size_t spoken(const secret_name& name, std::size_t rest);
     [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
+    [[nodiscard]] bool isHome(std::size_t place) const;
     std::size_t hideSaid(std::size_t from);
     std::size_t remark(const secret_name& name, std::size_t from);
     std::size_t number(const secret_name& name, std::size_t from);
@@ -958,7 +959,9 @@ std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
         return 0;
     }
     const std::size_t from = behindFiller(rest);
-    const std::size_t end = line_.until(from, VALUE_END);
+    const std::size_t whole = line_.until(from, VALUE_END);
+    const std::size_t home = line_.text().substr(from, whole - from).find(":/");
+    const std::size_t end = home != NOWHERE && isHome(from + home) ? from + home : whole;
     const std::size_t before = wordBefore(name.from);
     const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
     const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
@@ -1074,11 +1077,28 @@ bool NameScan::endsInName(const secret_name& name, bool key) const {
             !line_.in(name.word.from - 1, LETTER | DIGIT));
 }
 
+// Whether the home directory of a user begins there, in a line of /etc/passwd: behind his comment.
+bool NameScan::isHome(std::size_t place) const {
+    constexpr std::size_t LONGEST = 64;  // name of a user
+    if (!line_.saysExactly(place, ":/") || !line_.starts()) {
+        return false;
+    }
+    std::size_t name = 0;
+    while (name < LONGEST && line_.in(name, NAME)) {
+        ++name;
+    }
+    const std::size_t user = name + 3;
+    const std::size_t group = line_.skip(user, DIGIT) + 1;
+    return line_.at(name) == ':' && line_.at(name + 2) == ':' && group > user + 1 &&
+           line_.at(group - 1) == ':' && line_.at(line_.skip(group, DIGIT)) == ':';
+}
+
 // Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
 // with is.
 std::size_t NameScan::hideSaid(std::size_t from) {
     std::size_t end = from;
-    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<') {
+    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<' &&
+           !isHome(end)) {
         ++end;
     }
     const bool cut = line_.hasEnd(end) && !line_.ends();

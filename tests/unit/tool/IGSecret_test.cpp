@@ -317,6 +317,7 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "What=curlftpfs#bob:{}@ftp.example",
     "sshfs#bob:{}@h:/x /mnt fuse noauto 0 0",
     "Console di servizio - parola d'ordine: {}",
+    "scan:x:992:100:Scanner, wachtwoord {}:/nonexistent:/usr/sbin/nologin",
     "snmpwalk -v3 -A {} -X {} h",
     "ipmitool -H h -P {} sdr",
     "smbclient //h/s -U u%{} -c ls",
