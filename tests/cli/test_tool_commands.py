@@ -51,7 +51,7 @@ def make_devices(machine: Machine, *names: str) -> None:
 
 
 def put_to_sleep(machine: Machine, name: str, state: str = "suspended") -> None:
-    """Has the kernel tell this state of a disk."""
+    """Gives a disk this state in sysfs."""
     machine.file(f"/tmp/block/{name}/device/power/runtime_status", state + "\n")
 
 
@@ -170,8 +170,8 @@ def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine, tr
         "==> not asked: eth2\neach: stopped here by the time limit\n")
 
 
-# Starts the command as "run" does, sends SIGTERM to its group after so many seconds, and tells how long
-# it went on, and what it told.
+# Starts the command as "run" does, sends SIGTERM to its group after so many seconds, and prints how long
+# it went on, and what it said.
 STOPPED_AFTER = """import os, signal, subprocess, sys, time
 for step in range(0, 61, 2):
     each = subprocess.Popen(sys.argv[1:], env={"QUENDIL_FILTERED": "yes"}, stdin=subprocess.DEVNULL,
@@ -205,7 +205,7 @@ def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
 
 
 def is_running(machine: Machine, name: str) -> bool:
-    """Whether a process of that name lives; nobody may have waited for one that has ended."""
+    """Whether a process of that name lives; one that has ended may still wait for its parent."""
     states = machine.exec(f"grep -h '^State' $(grep -lx {name} /proc/[0-9]*/comm | "
                           "sed 's/comm$/status/') /dev/null", check=False).stdout
     return any("Z" not in line for line in states.splitlines())
@@ -248,7 +248,7 @@ def test_what_a_program_has_left_behind_ends_too(system: Machine):
     ("printf in_part; setsid sleep 1001 &", "has ended, but left a process behind"),
 ])
 def test_what_is_stuck_hides_nothing_of_what_comes_after_it(system: Machine, last: str, told: str):
-    # One that cannot be killed, as in the kernel, is one that nobody kills.
+    # One that cannot be killed, as in the kernel, is one that is never killed.
     make_devices(system, "block/sda", "block/sdb", "block/sdc")
     changes = [("LIMIT=10", "LIMIT=1")]
     if "1001" in last:

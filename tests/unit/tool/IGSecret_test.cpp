@@ -972,6 +972,11 @@ TEST(IGSecret, ATextInHexadecimalDigitsIsHiddenWholeWhereItHoldsASecret) {
     EXPECT_EQ(masked(odd), odd);
 }
 
+TEST(IGSecret, WhereTheUserOfADirectoryIsNamedAnyWordBehindTheOptionIsHidden) {
+    EXPECT_EQ(masked("  -D cn=a,dc=b -w plain -b dc=b\n"), "  -D cn=a,dc=b -w ******** -b dc=b\n");
+    EXPECT_EQ(masked("  -w plain -D cn=a,dc=b\n"), "  -w plain -D cn=a,dc=b\n");
+}
+
 TEST(IGSecret, WhatWasTypedAtATerminalIsHiddenWhereItLooksLikeASecret) {
     const std::string typed = hexadecimal("su -\rZq7c06pX4w\r");
     EXPECT_EQ(masked("type=TTY msg=audit(1.1:2): tty pid=1 data=" + typed + "\n"),
