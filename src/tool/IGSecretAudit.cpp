@@ -72,7 +72,7 @@ class Decoded {
     }
 
   private:
-    void markTyped(const secret_part& part, secret_state* state) {
+    static void markTyped(const secret_part& part, secret_state* state) {
         SecretLine typed(part, state);
         for (std::size_t from = 0; from < typed.size();) {
             const std::size_t end = typed.until(from, BLANK);
