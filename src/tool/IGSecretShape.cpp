@@ -814,7 +814,10 @@ void markAddresses(SecretLine& line) {
             const std::size_t next = markUser(line, place + 3, web);
             place = next > place ? next : place + 1;
         } else if (line.at(place) == '#' && place > 0 && line.in(place - 1, LETTER)) {
-            const std::size_t next = markUser(line, place + 1, false);  // sshfs#me:x@host
+            // sshfs#me:x@host, curlftpfs#ftp://me:x@host
+            const std::size_t word = line.skip(place + 1, NAME);
+            const bool scheme = line.saysExactly(word, "://");
+            const std::size_t next = scheme ? word : markUser(line, place + 1, false);
             place = next > place ? next : place + 1;
         } else if (line.at(place) == 'p' || line.at(place) == 'P' || line.at(place) == 'i') {
             const std::size_t user = proxyAt(line, place);

@@ -315,6 +315,7 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "-D 'uid=bob,dc=example' -w {} -b dc=example",
     "boot: iscsistart -i iqn.a -u chap -w {} -g 1",
     "What=curlftpfs#bob:{}@ftp.example",
+    "What=curlftpfs#ftp://bob:{}@ftp.example",
     "sshfs#bob:{}@h:/x /mnt fuse noauto 0 0",
     "Console di servizio - parola d'ordine: {}",
     "scan:x:992:100:Scanner, wachtwoord {}:/nonexistent:/usr/sbin/nologin",
