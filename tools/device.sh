@@ -4,7 +4,7 @@
 # not end before it is resumed.
 # shellcheck disable=SC2034 # what a function sets is for those that call it
 
-# sleeps DIRECTORY: whether the device that this directory of sysfs stands for is asleep, or almost
+# sleeps DIRECTORY: whether the device of this directory in sysfs is asleep, or almost
 sleeps() {
     state=
     [ ! -r "$1/power/runtime_status" ] || read -r state 2>/dev/null <"$1/power/runtime_status"
@@ -22,17 +22,17 @@ is_suspended() {
 }
 
 # find_obstacle NAME: sets obstacle to why a block device must not be read, such as "sda sleeps", or to
-# nothing. It looks at the device, at the disk that a partition is of, and at all that these are made of.
+# nothing. It checks the device, the disk of a partition, and all that these are made of.
 find_obstacle() {
     obstacle=
-    looked_at=' '
+    checked=' '
     while [ $# -gt 0 ]; do
         device=$1
         shift
-        case $looked_at in
+        case $checked in
             *" $device "*) continue ;;
         esac
-        looked_at="$looked_at$device "
+        checked="$checked$device "
         directory=/sys/class/block/$device
         if sleeps "$directory/device"; then
             obstacle="$device sleeps"

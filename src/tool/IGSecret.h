@@ -1,6 +1,6 @@
 // Finds secrets in texts: passwords, private keys, tokens and the like.
 //
-// What counts is what stands beside a value (password = x, "token": "x", <secret>x</secret>,
+// What counts is what is beside a value (password = x, "token": "x", <secret>x</secret>,
 // --password x, user:x@host) or what it looks like (the hash of a password, a private key, the keys
 // of well known services). In doubt it hides: a lost value costs a question, a spread one a
 // password.
@@ -48,8 +48,8 @@ struct secret_state {
     bool prompted = false;          ///< an expect script waits for "assword:": "send" may follow
     bool secret_object = false;     ///< "kind: Secret" has come: its "data:" is a block of them
     bool challenged = false;        ///< a server has asked for a password: it is the next line
-    int user_lines = 0;             ///< a client has told its user: so many lines may have "PASS x"
-    bool decoded = false;           ///< the text is one that stood in another: none is sought in it
+    int user_lines = 0;             ///< a client has sent its user: so many lines may have "PASS x"
+    bool decoded = false;           ///< the text was inside another one: none is sought in it
 
     // Of the line whose next part comes.
     secret_rest rest = secret_rest::NOTHING;

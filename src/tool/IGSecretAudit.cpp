@@ -1,13 +1,13 @@
-// Records of the audit system. What a user or a program chose stands there in hexadecimal digits
-// where it holds a blank or a quote, and the words of a command line stand in fields of their own.
-// Such a text is put together again and goes through the same rules, once.
+// Records of the audit system. What a user or a program chose is in hexadecimal digits there when
+// it holds a blank or a quote, and each word of a command line is in a field of its own. Such a
+// text is put together again and goes through the same rules, once.
 #include <cstring>
 
 #include "tool/IGSecretLine.h"
 
 namespace {
 
-constexpr std::size_t SHORTEST = 16;  // digits that are looked at
+constexpr std::size_t SHORTEST = 16;  // digits that are checked
 
 bool isDigit(char c) {
     return isIn(c, HEXADECIMAL) || (c >= 'a' && c <= 'f');
@@ -32,13 +32,13 @@ std::size_t digitsEnd(const SecretLine& line, std::size_t from) {
     return from;
 }
 
-// A text that was put together from a line, with the stretch of that line that each byte stands
-// for. No record is longer; of one that is, each part is looked at by itself.
+// A text that was put together from a line, with the stretch of that line that each byte was made
+// from. No record is longer; of one that is, each part is checked by itself.
 class Decoded {
   public:
     explicit Decoded(SecretLine& line) : line_(line) {}
 
-    /// Puts a byte, which stands for a stretch. What is no text parts words.
+    /// Adds a byte that was made from a stretch. What is no text parts words.
     void put(char c, std::size_t from, std::size_t to) {
         if (size_ == ROOM) {
             mark();
@@ -54,7 +54,7 @@ class Decoded {
         }
     }
     /// Hides what the rules hide in the text, which ends.
-    /// @param typed it was typed at a terminal, where a password stands without its name
+    /// @param typed it was typed at a terminal, where a password has no name in front
     void mark(bool typed = false) {
         if (size_ == 0) {
             return;
@@ -122,7 +122,7 @@ void markText(SecretLine& line, std::size_t from, std::size_t to, bool typed) {
     decoded.mark(typed);
 }
 
-// proctitle=6D7973716C..., cmd=..., data=..., whatever the field is called.
+// proctitle=6D7973716C..., cmd=..., data=..., any field.
 void markDigits(SecretLine& line) {
     const bool terminal = line.find("TTY") != NOWHERE;
     for (std::size_t sign = line.untilByte(0, '='); !line.hasEnd(sign);) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Words that a line has held, for what stands further behind.
+// Words that a line has held, for what follows further behind.
 enum command_flag : std::uint32_t {
     HAS_KEYS = 1,        ///< ip xfrm, macsec: every hexadecimal number is a key
     HAS_ORACLE = 2,      ///< user/password@database
@@ -437,7 +437,7 @@ std::size_t CommandScan::optionValue(std::size_t from, bool with_user) {
     return with_user ? userAndPassword(from) : line_.hideWord(from);
 }
 
-// me:x, 'me:x y', a=x: what stands behind the first sign.
+// me:x, 'me:x y', a=x: what is behind the first sign.
 std::size_t CommandScan::userAndPassword(std::size_t from) {
     const bool quoted = line_.in(from, QUOTE);
     const std::size_t begin = quoted ? from + 1 : from;

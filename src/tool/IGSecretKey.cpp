@@ -72,7 +72,7 @@ bool hasWords(const SecretLine& line, std::size_t from, std::size_t to) {
     return from < to;
 }
 
-// The end of the key that stands behind a marker in the same line, its end line not being there.
+// The end of the key behind a marker in the same line, its end line not being there.
 // What follows is part of it as far as it looks like it.
 std::size_t keyEnd(SecretLine& line, std::size_t from) {
     if (line.at(from) == '\\') {  // the lines of the key, with their line feeds escaped

@@ -287,7 +287,7 @@ void markAudit(SecretLine& line);
 bool markKeys(SecretLine& line);
 /// Whether this line goes on with the private key of the lines before.
 bool continuesKey(const SecretLine& line);
-/// Where the end line of a key ends: what stands behind it is no part of the key.
+/// Where the end line of a key ends: what is behind it is no part of the key.
 /// @return the end of the line where no words do, NOWHERE for any other line
 std::size_t behindKeyEnd(const SecretLine& line);
 

@@ -142,8 +142,8 @@ class NameScan {
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
     enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
     Known audit_ = Known::NOT;  // whether it is a record of the audit system
-    Known put_ = Known::NOT;    // whether " put " stands in front of a name
-    Known user_ = Known::NOT;   // whether "user " stands in front of what may be a password
+    Known put_ = Known::NOT;    // whether " put " is before a name
+    Known user_ = Known::NOT;   // whether "user " is before what may be a password
 };
 
 std::size_t NameScan::skipBytes(std::size_t from, std::string_view bytes) const {
@@ -535,12 +535,12 @@ std::size_t NameScan::joined(std::size_t sign) {
     while (end < sign + LONGEST && !line_.hasEnd(end) && !line_.in(end, VALUE_END)) {
         ++end;
     }
-    const std::size_t told = wordEnd(sign + 1, end);
+    const std::size_t value_end = wordEnd(sign + 1, end);
     if ((line_.at(sign) != '/' && line_.at(sign) != ':') || end <= sign ||
-        !line_.looksSecret(sign + 1, told)) {
+        !line_.looksSecret(sign + 1, value_end)) {
         return 0;
     }
-    line_.hide(sign + 1, line_.hasEnd(end) && !line_.ends() ? end : told, secret_rest::WORD);
+    line_.hide(sign + 1, line_.hasEnd(end) && !line_.ends() ? end : value_end, secret_rest::WORD);
     return end;
 }
 
@@ -600,7 +600,7 @@ std::size_t NameScan::fallback(const secret_name& name) {
 
 // ---- Directives ---------------------------------------------------------------------------------
 
-// Whether the line begins as one of ".netrc" does, or "login me" stands in front of the name.
+// Whether the line begins as one of ".netrc" does, or "login me" is before the name.
 bool NameScan::isNetrc(std::size_t from) {
     if (netrc_ == Known::NOT) {
         netrc_ =
@@ -932,7 +932,7 @@ bool NameScan::quotedAtEnd(const secret_name& name, std::size_t quote) {
            line_.hasEnd(skipBytes(end + 1, " \t\r;"));
 }
 
-// Whether "user me" stands in front of the name.
+// Whether "user me" is before the name.
 bool NameScan::ofUser(const secret_name& name) const {
     const std::size_t word = wordBefore(wordBefore(name.from));
     return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
@@ -1012,8 +1012,8 @@ bool NameScan::isApostrophe(std::size_t place) const {
     return line_.at(place) == '\'' && place > 0 && line_.in(place - 1, LETTER) && letter;
 }
 
-// pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words stand
-// between the two, and what looks like a secret is not the object of one: password for x.
+// pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words
+// are between the two, and what looks like a secret is not the object of one: password for x.
 std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
     constexpr int MOST = 4;
     constexpr std::size_t SHORTEST = 8;
@@ -1031,18 +1031,18 @@ std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
                (!line_.in(end, BLANK | QUOTE) || isApostrophe(end))) {
             ++end;
         }
-        std::size_t told = wordEnd(from, end);
-        while (told > from && static_cast<unsigned char>(line_.at(told - 1)) >= 0x80) {
-            --told;  // a closing quote
+        std::size_t value_end = wordEnd(from, end);
+        while (value_end > from && static_cast<unsigned char>(line_.at(value_end - 1)) >= 0x80) {
+            --value_end;  // a closing quote
         }
         // Behind a colon a stop may belong to it: it ends no sentence there.
-        const std::size_t part = behind_colon ? line_.untilByte(from, '.') : told;
-        if (told >= from + SHORTEST && line_.looksSecret(from, std::min(part, told))) {
+        const std::size_t part = behind_colon ? line_.untilByte(from, '.') : value_end;
+        if (value_end >= from + SHORTEST && line_.looksSecret(from, std::min(part, value_end))) {
             if (object) {
                 return 0;
             }
             const bool cut = line_.hasEnd(end) && !line_.ends();
-            line_.hide(from, cut ? end : told, secret_rest::WORD);
+            line_.hide(from, cut ? end : value_end, secret_rest::WORD);
             return end;
         }
         const bool divided = line_.at(end - 1) == ':' && end > from + 1;
@@ -1345,7 +1345,7 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
 }
 
 // Whether "&" is a byte of a value and parts none: it ends no command, and neither the name of
-// another value nor that of a character stands behind it.
+// another value nor that of a character follows it.
 bool NameScan::isInside(std::size_t place) const {
     const std::size_t end = line_.skip(place + 1, NAME);
     return line_.at(place) == '&' && end > place + 1 && line_.at(end) != '=' &&
@@ -1390,12 +1390,12 @@ std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool 
     if (!at_start && line_.in(end, QUOTE) && end > from + 1 && line_.at(end - 1) == '(') {
         return quotedValue(end, false);  // password=MD5('x')
     }
-    const std::size_t told = withoutEnd(line_, from, end, VALUE_SIGNS);
-    if (name.is_pin && name.word.from == NOWHERE && digits < told) {
+    const std::size_t value_end = withoutEnd(line_, from, end, VALUE_SIGNS);
+    if (name.is_pin && name.word.from == NOWHERE && digits < value_end) {
         return from;  // numbers and words, as in a table
     }
-    const bool said = inParentheses(name) && line_.isOneOf(from, told, ORDINARY_WORDS);
-    if (!said && !line_.isPlain(from, told) && !line_.isPlain(from, end)) {
+    const bool said = inParentheses(name) && line_.isOneOf(from, value_end, ORDINARY_WORDS);
+    if (!said && !line_.isPlain(from, value_end) && !line_.isPlain(from, end)) {
         line_.hide(from, end, at_start ? secret_rest::LINE : secret_rest::WORD);
     }
     // credentials: me / x

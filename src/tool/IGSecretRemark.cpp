@@ -42,7 +42,7 @@ class AccountScan {
         }
         return to;
     }
-    // Whether what stands behind the slash is a password, and no file below a directory.
+    // Whether a password is behind the slash, and no file below a directory.
     bool isPassword(std::size_t account, std::size_t from, std::size_t to) {
         constexpr std::size_t SHORTEST = 6;
         const std::string_view value = line_.text().substr(from, to - from);
@@ -70,10 +70,10 @@ class AccountScan {
 
     SecretLine& line_;
     std::size_t sought_ = 0;           // up to where such a word was looked for
-    std::size_t announced_ = NOWHERE;  // where one stands
+    std::size_t announced_ = NOWHERE;  // where one is
 };
 
-// [x@41058 tag="a"]: what stands in front of the number of a company is the name of its data or, in
+// [x@41058 tag="a"]: what is before the number of a company is the name of its data or, in
 // the settings of services that store logs, the token of a customer.
 void markStructuredData(SecretLine& line) {
     constexpr std::size_t SHORTEST = 8;

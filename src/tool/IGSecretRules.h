@@ -155,7 +155,7 @@ inline constexpr std::string_view ACCESS_WORDS[] = {
     "ilo",           "idrac",        "ipmi",        "bmc",         "console",
 };
 
-/// How the names of units and files end in which a secret may stand behind its name.
+/// How the names of units and files end that may hold a secret behind its name.
 inline constexpr std::string_view NAME_ENDINGS[] = {
     ".service", ".timer", ".socket", ".path", ".mount", ".target", ".scope", ".slice", ".sh",
     ".conf",    ".cfg",   ".env",    ".txt",  ".log",   ".json",   ".yml",   ".yaml",  ".xml",
@@ -789,11 +789,11 @@ inline constexpr secret_login SECRET_LOGINS[] = {
 /// Accounts that are no such names.
 inline constexpr std::string_view KNOWN_ACCOUNTS[] = {"root", "(unknown)", "?"};
 
-/// Functions that take a password: so many texts in quotes stand in a call up to it.
+/// Functions that take a password. A name that ends with the word is one of them.
 struct secret_call {
     std::string_view word;
-    int quoted;
-    bool inside = false;  ///< the word may stand anywhere in the name, which may not end with it
+    int quoted;           ///< of the texts in quotes of a call, counted from 1, this and all later
+    bool inside = false;  ///< the word may be anywhere in the name
 };
 inline constexpr secret_call SECRET_CALLS[] = {
     {"pdo->__construct", 3},
@@ -829,7 +829,7 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"connect", 3, true},
 };
 
-/// Ways to log in to a mail server, behind which the answer of the client stands.
+/// Ways to log in to a mail server, behind which the answer of the client follows.
 inline constexpr std::string_view LOGIN_MECHANISMS[] = {
     "plain", "login", "xoauth2", "oauthbearer", "ntlm", "external", "gssapi",
 };

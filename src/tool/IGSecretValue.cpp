@@ -69,7 +69,7 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     return value.find_first_of("0123456789@? \t\"'") == std::string_view::npos;
 }
 
-// xxxxx, (hidden), <path>, (252:10): what stands in the place of a value, or is no more than a
+// xxxxx, (hidden), <path>, (252:10): what is in the place of a value, or is no more than a
 // number.
 bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
     const char first = line.at(from);
@@ -110,7 +110,7 @@ struct Mixture {
     bool lower = false;
     bool upper = false;
     bool digit = false;
-    bool sign = false;  // inside, one that stands in passwords alone
+    bool sign = false;  // inside, one that only passwords hold
     int changes = 0;    // from letters to digits and back
 };
 

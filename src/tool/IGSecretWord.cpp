@@ -19,7 +19,7 @@ constexpr PairFilter makeShortFilter() {
 }
 constexpr PairFilter SHORT_BEGINNINGS = makeShortFilter();
 
-// Where a word of the table that begins there ends; 0 when it does not stand there.
+// Where a word of the table that begins there ends; 0 when it is not there.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
     std::size_t place = from;
     for (const char c : word) {

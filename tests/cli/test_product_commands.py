@@ -205,10 +205,10 @@ FAILURES = [
 @pytest.mark.parametrize("name", ["Last_Error", "Last_SQL_Error", "last_error_message", "Last_Worker_Error"])
 def test_values_in_the_last_errors_of_a_replica_are_left_out(machine: Machine, name: str):
     names = ("Id", name, "Last_IO_Error", "Seconds")
-    told = shown(machine, rows(*(("5", given, "can't log in to 'a@b:3306' - retry-time: 60 'c", "7\n8")
+    output = shown(machine, rows(*(("5", given, "can't log in to 'a@b:3306' - retry-time: 60 'c", "7\n8")
                                  for given, _ in FAILURES), names=names), "SHOW ALL SLAVES STATUS")
     width = max(map(len, names))
-    assert told == "".join(
+    assert output == "".join(
         ROW.format(number + 1) + "".join(f"{column:>{width}}: {value}\n" for column, value in zip(
             names, ("5", left, "can't log in to '?' - retry-time: 60 '?'", "7\\n8")))
         for number, (_, left) in enumerate(FAILURES))
@@ -247,8 +247,8 @@ def test_a_user_hides_no_server_behind_sockets_of_his_own(system: Machine):
     places = [f"/tmp/a{number}/mysqld.sock" for number in range(18)]
     sockets = " ".join(f"{place}=4711" for place in places) + " /tmp/z/mysqld.sock=4715"
     done = ask(system, sockets, "mariadb", "SELECT 1")
-    told = "".join(f"==> {place}\nnot asked: it belongs to user 4711\n" for place in sorted(places)[:16])
-    assert done.stdout == f"==> /tmp/z/mysqld.sock\nasked\n{told}==> 2 more were left out\n"
+    refused = "".join(f"==> {place}\nnot asked: it belongs to user 4711\n" for place in sorted(places)[:16])
+    assert done.stdout == f"==> /tmp/z/mysqld.sock\nasked\n{refused}==> 2 more were left out\n"
     done = ask(system, " ".join(f"{place}=4715" for place in places).replace("/a", "/b"), "mariadb", "SELECT 1")
     assert done.stdout.count("asked\n") == 16 and done.stdout.endswith("asked\n==> 2 more were left out\n")
 

@@ -65,9 +65,9 @@ def test_a_program_runs_for_every_disk(system: Machine):
     for name in ("sda", "nvme0n1"):
         system.remove(f"/tmp/block/{name}")
     system.remove("/tmp/block/md0")
-    for kind, told in (("disk", "disk"), ("nvme", "NVMe disk"), ("raid", "array of disks"),
+    for kind, noun in (("disk", "disk"), ("nvme", "NVMe disk"), ("raid", "array of disks"),
                        ("port", "network interface"), ("interface", "network interface")):
-        assert system.exec([EACH, kind, "echo", "{}"]).stdout == f"echo: no {told} on this machine\n"
+        assert system.exec([EACH, kind, "echo", "{}"]).stdout == f"echo: no {noun} on this machine\n"
 
 
 def test_no_output_looks_like_a_heading(system: Machine):
@@ -179,9 +179,9 @@ for step in range(0, 61, 2):
     time.sleep(step / 1000)
     os.killpg(each.pid, signal.SIGTERM)
     sent = time.monotonic()
-    told = each.stdout.read()
+    output = each.stdout.read()
     in_time = time.monotonic() - sent < 5
-    print(each.wait(), in_time, told.count("==> sd"), "not asked:" in told)
+    print(each.wait(), in_time, output.count("==> sd"), "not asked:" in output)
     if not in_time:
         break
 """
@@ -241,13 +241,13 @@ def test_what_a_program_has_left_behind_ends_too(system: Machine):
     system.wait_for(lambda: not is_running(system, "sleep"))
 
 
-@pytest.mark.parametrize("last, told", [
+@pytest.mark.parametrize("last, reason", [
     ("exec sleep 1000;", "was stopped after 1 seconds"),
     ("trap '' TERM; printf in_part; exec sleep 1000;", "was stopped after 1 seconds"),
     ("trap '' TERM; printf in_part; exec sleep 1001;", "does not end and was left behind"),
     ("printf in_part; setsid sleep 1001 &", "has ended, but left a process behind"),
 ])
-def test_what_is_stuck_hides_nothing_of_what_comes_after_it(system: Machine, last: str, told: str):
+def test_what_is_stuck_hides_nothing_of_what_follows(system: Machine, last: str, reason: str):
     # One that cannot be killed, as in the kernel, is one that is never killed.
     make_devices(system, "block/sda", "block/sdb", "block/sdc")
     changes = [("LIMIT=10", "LIMIT=1")]
@@ -260,7 +260,7 @@ def test_what_is_stuck_hides_nothing_of_what_comes_after_it(system: Machine, las
     system.exec("pkill -KILL -x sleep", check=False)
     part = "  in_part\n" if "in_part" in last else ""
     assert done.stdout == (
-        f"==> sda\n  asked sda\n==> sdb\n  asked sdb\n{part}==> sdb {told}\n==> sdc\n  asked sdc\n")
+        f"==> sda\n  asked sda\n==> sdb\n  asked sdb\n{part}==> sdb {reason}\n==> sdc\n  asked sdc\n")
 
 
 def test_a_program_runs_for_every_mounted_file_system_of_a_kind(system: Machine):

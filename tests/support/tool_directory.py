@@ -32,7 +32,7 @@ def lay_over(machine: Machine, directory: str, name: str, content: str, mode: in
 
 
 def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
-    """A tool directory with a command in which other texts stand: a limit, or a path below /proc/self,
+    """A tool directory with a command with texts of it replaced: a limit, or a path below /proc/self,
     which nothing can be put over."""
     machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}")
     code = machine.read(f"{TOOLS}/{name}")
