@@ -8,8 +8,9 @@ import shlex
 from pathlib import Path
 
 import pytest
+from support.check_patterns import PatternFile, split_command
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, add_users, lay_over, with_changes
+from support.tool_directory import TOOLS, add_users, lay_over, stop_at_time_limit, with_changes
 
 CERTIFICATES, JVM, PROCESS, SQL = (
     f"{TOOLS}/{name}" for name in ("certificates", "jvm", "process", "sql"))
@@ -44,12 +45,21 @@ esac
 """
 
 
-def ask(machine: Machine, sockets: str, *arguments: str) -> Completed:
-    """Runs "sql" where these sockets, with the numbers of their owners, are all there are."""
+#: A client of MariaDB that says only that it was started.
+ASKED = "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n"
+
+
+def listening(machine: Machine, sockets: str) -> list[str]:
+    """The first words of a command for which these sockets, with the numbers of their owners, are all
+    there are."""
     add_users(machine)
     machine.file("/tmp/listener.py", LISTENER)
-    listener = ["unshare", "-n", "python3", "/tmp/listener.py", sockets]
-    return machine.exec([*listener, SQL, *arguments], check=False)
+    return ["unshare", "-n", "python3", "/tmp/listener.py", sockets]
+
+
+def ask(machine: Machine, sockets: str, *arguments: str, tools: str = TOOLS) -> Completed:
+    """Runs "sql" where these sockets, with the numbers of their owners, are all there are."""
+    return machine.exec([*listening(machine, sockets), f"{tools}/sql", *arguments], check=False)
 
 
 def test_every_postgresql_server_is_asked_as_its_user_with_limits(system: Machine):
@@ -72,7 +82,8 @@ def test_every_database_of_a_server_is_asked(system: Machine):
     done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-a", "SELECT 1")
     lines = [line for line in done.stdout.splitlines() if not line.startswith("<")]
     assert lines == ["==> /tmp/pg/.s.PGSQL.5432", "not asked because of its name: a b",
-                     "not asked because of its name: a\\ndatabase:b\\cd", "--- postgres", "user 4713", "--- shop", "user 4713"]
+                     "not asked because of its name: a\\ndatabase:b\\cd",
+                     "--- postgres", "user 4713", "--- shop", "user 4713"]
     assert "dbname='shop'" in done.stdout
 
 
@@ -103,13 +114,15 @@ def test_a_socket_of_any_other_user_is_named_and_not_asked(machine: Machine):
         0, "==> /tmp/my/mysql.sock\nnot asked: it belongs to user 4711\n")
 
 
+#: The mark before the rows that "sql" asks for, and what the client of MariaDB escapes in rows.
+MARK = "quendil_rows_follow\n1\n"
+ESCAPES = str.maketrans({"\\": "\\\\", "\n": "\\n", "\t": "\\t"})
+
+
 def rows(*values: str | tuple[str, ...], names: tuple[str, ...] = ("Type", "Status")) -> str:
-    """What the client of MariaDB prints of them: each row in one line."""
-    def line(row: tuple[str, ...]) -> str:
-        return "\t".join(re.sub(r"[\\\n\t]", lambda found: {"\n": "\\n", "\t": "\\t"}.get(found[0], "\\\\"), value)
-                         for value in row) + "\n"
-    return "quendil_rows_follow\n1\n" + line(names) + "".join(
-        line(("InnoDB", value) if isinstance(value, str) else value) for value in values)
+    """What the client of MariaDB prints of these rows, each in one line; a text is a row of InnoDB's state."""
+    lines = [names, *(("InnoDB", value) if isinstance(value, str) else value for value in values)]
+    return MARK + "".join("\t".join(value.translate(ESCAPES) for value in line) + "\n" for line in lines)
 
 
 def shown(system: Machine, answer: str, query: str = "SHOW ENGINE INNODB STATUS") -> str:
@@ -158,6 +171,7 @@ STATEMENTS = [
     ("SELECT 5--1, 'a'", "SELECT ?(left out)"),
     ("SELECT 'a" + "x" * 5000 + "', b", "(left out)"),
 ]
+#: Statements as PostgreSQL shows them, and what is left of each.
 QUERIES = [
     ("SELECT \"It's\", 'a\nb\\\\', 'c' -- don't\n\nAND 'd'", "SELECT \"It's\", ?\n, ? --?\n\nAND ?"),
     ("SELECT $1, $$a'$$, $q$b\n$$c'$q$, 'd'", "SELECT $1, ?, ?\n, ?"),
@@ -206,7 +220,7 @@ FAILURES = [
 def test_values_in_the_last_errors_of_a_replica_are_left_out(machine: Machine, name: str):
     names = ("Id", name, "Last_IO_Error", "Seconds")
     output = shown(machine, rows(*(("5", given, "can't log in to 'a@b:3306' - retry-time: 60 'c", "7\n8")
-                                 for given, _ in FAILURES), names=names), "SHOW ALL SLAVES STATUS")
+                                   for given, _ in FAILURES), names=names), "SHOW ALL SLAVES STATUS")
     width = max(map(len, names))
     assert output == "".join(
         ROW.format(number + 1) + "".join(f"{column:>{width}}: {value}\n" for column, value in zip(
@@ -218,14 +232,13 @@ def test_words_of_the_client_are_no_rows(machine: Machine):
     warning, error = "WARNING: not encrypted\n", "ERROR 1146 (42S02) at line 1: Table 'a.b' doesn't exist\n"
     for answer in (error, warning + error):
         assert shown(machine, answer) == answer
-    mark = "quendil_rows_follow\n1\n"
     query = f"{'-' * 14}\nSELECT 5\n{'-' * 14}\n\n"
-    assert shown(machine, warning + mark + error) == warning + error
-    assert shown(machine, warning + mark + query + error) == warning + query + error
-    assert shown(machine, f"{mark}info\n{'-' * 14}\n'a'\n") == (
-        f"{ROW.format(1)}info: {'-' * 14}\n{ROW.format(2)}info: ?\n").replace("-" * 14, "(left out)")
-    assert shown(machine, mark + "info\nERROR 1 (a): 'b'\n") == f"{ROW.format(1)}info: ERROR ? (a): ?\n"
-    assert shown(machine, mark + "id\tinfo\n5\t'a'\t'b'\n") == f"{ROW.format(1)}  id: 5\ninfo: ?\n    : ?\n"
+    assert shown(machine, warning + MARK + error) == warning + error
+    assert shown(machine, warning + MARK + query + error) == warning + query + error
+    assert shown(machine, f"{MARK}info\n{'-' * 14}\n'a'\n") == (
+        f"{ROW.format(1)}info: (left out)\n{ROW.format(2)}info: ?\n")
+    assert shown(machine, MARK + "info\nERROR 1 (a): 'b'\n") == f"{ROW.format(1)}info: ERROR ? (a): ?\n"
+    assert shown(machine, MARK + "id\tinfo\n5\t'a'\t'b'\n") == f"{ROW.format(1)}  id: 5\ninfo: ?\n    : ?\n"
 
 
 def test_values_in_columns_of_statements_are_left_out(system: Machine):
@@ -239,11 +252,11 @@ def test_values_in_columns_of_statements_are_left_out(system: Machine):
     lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\ncat /tmp/answer\n")
     done = ask(system, "/tmp/pg/.s.PGSQL.5432=4713", "postgresql", "-x", "SELECT * FROM pg_stat_activity")
     assert done.stdout.partition("\n")[2].replace(" +\n", "\n") == "".join(
-        answer.format(shown.replace("\n", "\n      | ")) for _, shown in QUERIES)
+        answer.format(left.replace("\n", "\n      | ")) for _, left in QUERIES)
 
 
 def test_a_user_hides_no_server_behind_sockets_of_his_own(system: Machine):
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "mariadb", ASKED)
     places = [f"/tmp/a{number}/mysqld.sock" for number in range(18)]
     sockets = " ".join(f"{place}=4711" for place in places) + " /tmp/z/mysqld.sock=4715"
     done = ask(system, sockets, "mariadb", "SELECT 1")
@@ -257,7 +270,7 @@ def test_a_user_hides_no_server_behind_sockets_of_his_own(system: Machine):
     (0, 0o755, False), (4715, 0o755, False), (0, 0o1777, False), (4711, 0o755, True), (0, 0o777, True),
     (4715, 0o775, True)])
 def test_no_socket_is_asked_that_others_can_exchange(system: Machine, owner: int, mode: int, refused: bool):
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    lay_over(system, "/usr/sbin", "mariadb", ASKED)
     system.directory("/tmp/my", mode, (owner, 0))
     done = ask(system, "/tmp/my/run/mysqld.sock=4715", "mariadb", "SELECT 1")
     assert done.stdout == "==> /tmp/my/run/mysqld.sock\n" + (
@@ -266,76 +279,64 @@ def test_no_socket_is_asked_that_others_can_exchange(system: Machine, owner: int
 
 def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
     lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\necho \"$@\"\n")
-    add_users(system)
-    system.file("/tmp/listener.py", LISTENER)
     # The path of the second one leads to the first one, that of the third one nowhere.
-    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715 /tmp/u/mysqld.sock=0"
-                        " /tmp/v/mysqld.sock=0", "sh", "-c",
+    sockets = "/tmp/my/mysqld.sock=4715 /tmp/u/mysqld.sock=0 /tmp/v/mysqld.sock=0"
+    done = system.exec([*listening(system, sockets), "sh", "-c",
                         f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
     assert done.stdout.startswith("==> /tmp/my/mysqld.sock\n")
     assert done.stdout.endswith("\n==> /tmp/v/mysqld.sock\nnot asked: there is no such file here\n")
     assert done.stdout.count("--socket=/tmp/my/mysqld.sock ") == 1 and "/tmp/u" not in done.stdout
 
 
-def test_no_socket_is_looked_at_on_a_network_mount(system: Machine):
+def test_a_socket_on_a_network_mount_is_not_asked(system: Machine):
     tools = with_changes(system, "sql", ("/proc/self/mountinfo", "/tmp/mountinfo"))
     system.file("/tmp/mountinfo", "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
                 "2 1 0:31 / /tmp/net rw shared:1 - nfs4 server:/a rw\n")
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
-    add_users(system)
-    system.file("/tmp/listener.py", LISTENER)
-    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/net/mysqld.sock=4715"
-                        " /tmp/network/mysqld.sock=4715", f"{tools}/sql", "mariadb", "SELECT 1"])
-    assert done.stdout == ("==> /tmp/network/mysqld.sock\nasked\n"
-                           "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
+    lay_over(system, "/usr/sbin", "mariadb", ASKED)
+    done = ask(system, "/tmp/net/mysqld.sock=4715 /tmp/network/mysqld.sock=4715", "mariadb", "SELECT 1", tools=tools)
+    assert (done.status, done.stdout) == (
+        0, "==> /tmp/network/mysqld.sock\nasked\n"
+        "==> /tmp/net/mysqld.sock\nnot asked: it lies on a network file system\n")
 
 
 def test_no_link_of_another_user_is_followed_to_a_socket(system: Machine):
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
-    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\necho \"$@\" >>/tmp/looked\nexec /usr/bin/stat \"$@\"\n")
-    add_users(system)
-    system.file("/tmp/listener.py", LISTENER)
-    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
-                        "/tmp/my/mysqld.sock=4715 /tmp/u/a/mysqld.sock=4711 /tmp/v/mysqld.sock=4715", "sh", "-c",
+    lay_over(system, "/usr/sbin", "mariadb", ASKED)
+    lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\necho \"$@\" >>/tmp/checked\nexec /usr/bin/stat \"$@\"\n")
+    sockets = "/tmp/my/mysqld.sock=4715 /tmp/u/a/mysqld.sock=4711 /tmp/v/mysqld.sock=4715"
+    done = system.exec([*listening(system, sockets), "sh", "-c",
                         "mv /tmp/u /tmp/dead; mv /tmp/v /tmp/w; ln -s dead /tmp/u; ln -s w /tmp/v; "
                         f"chown -h 4711 /tmp/u; chown -h 4715 /tmp/v; exec {SQL} mariadb 'SELECT 1'"])
     assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n==> /tmp/w/mysqld.sock\nasked\n"
                            "==> /tmp/u/a/mysqld.sock\nnot asked: a link on its path belongs to user 4711\n")
-    assert "/tmp/my/mysqld.sock" in system.read("/tmp/looked") and "/tmp/u/a" not in system.read("/tmp/looked")
+    checked = system.read("/tmp/checked")
+    assert "/tmp/my/mysqld.sock" in checked and "/tmp/u/a" not in checked
 
 
 def test_a_socket_on_a_file_system_that_does_not_answer_hides_no_other(system: Machine):
-    tools = with_changes(system, "sql", ("timeout -k 1 5", "timeout -k 1 1"))
-    lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
+    # Time for several programs to start, on a busy machine too, before the limit meets them.
+    tools = with_changes(system, "sql", ("timeout -k 1 5", "timeout -k 1 3"))
+    lay_over(system, "/usr/sbin", "mariadb", ASKED)
     lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\ncase $* in\n    *-L*/dead/*) exec sleep 20 ;;\nesac\n"
              "exec /usr/bin/stat \"$@\"\n")
-    add_users(system)
-    system.file("/tmp/listener.py", LISTENER)
-    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py",
-                        "/tmp/dead/mysqld.sock=4715 /tmp/my/mysqld.sock=4715",
-                        f"{tools}/sql", "mariadb", "SELECT 1"])
-    assert done.stdout == ("==> /tmp/my/mysqld.sock\nasked\n"
-                           "==> /tmp/dead/mysqld.sock\nnot asked: its file system does not answer\n")
+    done = ask(system, "/tmp/dead/mysqld.sock=4715 /tmp/my/mysqld.sock=4715", "mariadb", "SELECT 1", tools=tools)
+    assert (done.status, done.stdout) == (
+        0, "==> /tmp/my/mysqld.sock\nasked\n"
+        "==> /tmp/dead/mysqld.sock\nnot asked: its file system does not answer\n")
 
 
-def test_sockets_are_found_where_nothing_limits_the_time_of_a_look(machine: Machine):
+def test_sockets_are_found_where_nothing_limits_the_time_of_stat(machine: Machine):
     tools = with_changes(machine, "sql", ("command -v timeout", "command -v no_such_program"),
                          ("timeout -k", "no_such_program -k"))
-    lay_over(machine, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n")
-    add_users(machine)
-    machine.file("/tmp/listener.py", LISTENER)
-    done = machine.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/my/mysqld.sock=4715",
-                         f"{tools}/sql", "mariadb", "SELECT 1"])
-    assert done.stdout == "==> /tmp/my/mysqld.sock\nasked\n"
+    lay_over(machine, "/usr/sbin", "mariadb", ASKED)
+    done = ask(machine, "/tmp/my/mysqld.sock=4715", "mariadb", "SELECT 1", tools=tools)
+    assert (done.status, done.stdout) == (0, "==> /tmp/my/mysqld.sock\nasked\n")
 
 
 def test_databases_beyond_the_limit_are_counted(system: Machine):
     tools = with_changes(system, "sql", ("most_databases=50", "most_databases=1"))
     lay_over(system, "/usr/sbin", "psql", CLIENT)
-    add_users(system)
-    system.file("/tmp/listener.py", LISTENER)
-    done = system.exec(["unshare", "-n", "python3", "/tmp/listener.py", "/tmp/pg/.s.PGSQL.1=4713",
-                        f"{tools}/sql", "postgresql", "-a", "SELECT 1"])
+    done = ask(system, "/tmp/pg/.s.PGSQL.1=4713", "postgresql", "-a", "SELECT 1", tools=tools)
+    assert done.status == 0
     assert [line for line in done.stdout.splitlines() if not line.startswith("<")] == [
         "==> /tmp/pg/.s.PGSQL.1", "not asked because of its name: a b", "==> 1 more were left out",
         "--- postgres", "user 4713", "==> 1 more were left out"]
@@ -343,42 +344,35 @@ def test_databases_beyond_the_limit_are_counted(system: Machine):
 
 def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
     lay_over(system, "/usr/sbin", "psql", "#!/bin/sh\n: >/tmp/there\nexec sleep 1000\n")
-    add_users(system)
     system.exec(["chmod", "1777", "/tmp"])
-    system.file("/tmp/listener.py", LISTENER)
-    system.exec("setsid unshare -n python3 /tmp/listener.py '/tmp/pg/.s.PGSQL.1=4713 /tmp/pg/.s.PGSQL.2=4713'"
-                f" setsid sh -c 'echo $$ >/tmp/pid; exec {SQL} postgresql \"SELECT 1\"' >/tmp/out 2>&1 &")
-    system.wait_for("/tmp/there")
-    system.exec("kill -TERM -$(cat /tmp/pid)")
-    system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
-    assert system.read("/tmp/out") == (
+    around = shlex.join(listening(system, "/tmp/pg/.s.PGSQL.1=4713 /tmp/pg/.s.PGSQL.2=4713"))
+    assert stop_at_time_limit(system, f'{SQL} postgresql "SELECT 1"', "not asked", around) == (
         "==> /tmp/pg/.s.PGSQL.1\npsql: stopped here by the time limit\n"
         "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
 
 
-#: Where Debian keeps the programs of a server.
-SERVERS = sorted(Path("/usr/lib/postgresql").glob("*/bin"))
+#: Where Debian keeps the programs of a server; those of clients alone are there too.
+SERVERS = sorted(path.parent for path in Path("/usr/lib/postgresql").glob("*/bin/initdb"))
 AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
 
 
 def shipped_query(item: str) -> list[str]:
-    """The arguments of "sql" in the tool of PostgreSQL's pattern that writes this file."""
-    text = (ROOT / "patterns/82_postgresql").read_text()
-    line = re.search(rf'COMMAND_LINE += "(\S+/sql postgresql .*)"\n.*\n.*REDIRECT_PATH = "%d%/{item}"', text)
-    assert line is not None
-    return shlex.split(line[1].replace('\\"', '"').replace("%%", "%"))
+    """The words of the tool of PostgreSQL's pattern that writes this file."""
+    shipped = PatternFile("82_postgresql", (ROOT / "patterns/82_postgresql").read_bytes())
+    tool, = [tool for tool in shipped.items("TOOL_BLOCK") if tool.text("REDIRECT_PATH") == f"%d%/{item}"]
+    return split_command(tool.text("COMMAND_LINE").replace("%%", "%"))
 
 
 @pytest.mark.skipif(not SERVERS, reason="there is no server of PostgreSQL")
-def test_a_real_server_tells_of_checkpoints_and_statements(machine: Machine):
+def test_a_real_server_reports_checkpoints_and_statements(machine: Machine):
     add_users(machine)
     machine.directory("/tmp/pg", 0o755, (4713, 4714))
-    machine.exec(f"{AS_POSTGRES} {SERVERS[-1]}/initdb -U postgres -D /tmp/pg/data >/tmp/initdb.out 2>&1")
+    machine.exec(f"{AS_POSTGRES} {SERVERS[-1]}/initdb -N -U postgres -D /tmp/pg/data >/tmp/initdb.out 2>&1")
     # Its memory is that of an IPC namespace, and goes with it.
     machine.exec(f"setsid unshare --ipc {AS_POSTGRES} {SERVERS[-1]}/postgres -D /tmp/pg/data -k /tmp/pg"
                  " -c listen_addresses= -c dynamic_shared_memory_type=mmap >/tmp/server.out 2>&1 &")
     client = f"{AS_POSTGRES} psql -X -h /tmp/pg -U postgres"
-    machine.wait_for(lambda: machine.exec(f"{client} -c 'SELECT 1'", check=False).status == 0)
+    machine.wait_for(lambda: machine.exec(f"{client} -c 'SELECT 1'", check=False).status == 0, 60)
     # A later version has this view; a user's one of that name is not asked.
     machine.exec(f"{client} -c 'CREATE VIEW public.pg_stat_checkpointer AS SELECT 7 forged'")
     machine.exec(f"{client} -c 'SET allow_system_table_mods = on' -c 'CREATE VIEW pg_catalog.pg_stat_checkpointer"
@@ -445,7 +439,7 @@ while True:
     time.sleep(1)
 """
 #: It never ends where /tmp/slow is.
-JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/asked; exec sleep 1000; }\n'
+JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/there; exec sleep 1000; }\n'
        'echo "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n')
 
 
@@ -528,12 +522,9 @@ def test_the_time_limit_says_which_virtual_machines_were_not_asked(system: Machi
         system.wait_for("/tmp/second")
         other = system.read("/tmp/second.pid").strip()
         system.file("/tmp/slow")
-        system.exec(f"setsid {JVM} jstat -gc {{}} >/tmp/out 2>&1 & echo $! >/tmp/jvm.pid")
-        system.wait_for("/tmp/asked")
-        system.exec("kill -TERM -$(cat /tmp/jvm.pid)")
-        system.wait_for(lambda: "not asked" in system.read("/tmp/out"))
+        output = stop_at_time_limit(system, f"{JVM} jstat -gc {{}}", "not asked")
         system.exec(["kill", other])
-        assert system.read("/tmp/out") == (
+        assert output == (
             f"==> {one.pid} of user 4711\njstat: stopped here by the time limit\n"
             f"==> stopped here by the time limit; not asked: {other}\n")
 
@@ -638,7 +629,8 @@ def test_certificates_are_read_as_whoever_could_lead_to_another_file(system: Mac
 
 def test_certificates_beyond_the_limit_are_counted(machine: Machine):
     lay_over(machine, "/usr/sbin", "openssl", "#!/bin/sh\n")
-    machine.exec(f"sed 's/^most=100/most=2/' {CERTIFICATES} >/opt/certificates; chmod +x /opt/certificates;"
-                 f" ln -s {TOOLS}/run {TOOLS}/escape {TOOLS}/mask /opt/; touch /tmp/1.crt /tmp/2.crt /tmp/3.crt")
-    assert machine.exec(["/opt/certificates", "/tmp/*.crt"]).stdout == (
+    tools = with_changes(machine, "certificates", ("most=100", "most=2"))
+    for number in (1, 2, 3):
+        machine.file(f"/tmp/{number}.crt")
+    assert machine.exec([f"{tools}/certificates", "/tmp/*.crt"]).stdout == (
         "==> /tmp/1.crt\n==> /tmp/2.crt\n==> 1 more were left out\n")

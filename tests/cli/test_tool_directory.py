@@ -779,5 +779,5 @@ def test_the_commands_are_installed_for_all_to_run(machine: Machine):
     assert machine.list(TOOLS) == sorted(scripts + programs)
     for name in machine.list(TOOLS):
         status = machine.status(f"{TOOLS}/{name}")
-        mode = "0644" if name.endswith(".sh") else "0755"  # the first are parts that commands read in
+        mode = "0644" if name.endswith(".sh") else "0755"  # "*.sh" are no commands: some read them in
         assert (machine.mode(f"{TOOLS}/{name}"), status.st_uid, status.st_gid) == (mode, 0, 0)

@@ -116,7 +116,8 @@ NEED_A_REASON = {
     "btrfs", "cibadmin", "corosync-cfgtool", "corosync-cmapctl", "corosync-qdevice-tool",
     "corosync-quorumtool", "crictl", "crm_mon", "crm_resource", "crm_verify", "curl", "dmsetup", "docker", "drbdsetup",
     "fail2ban-client", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
-    "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme", "ovs-vsctl", "perccli64", "podman",
+    "iscsiadm", "iw", "loginctl", "mdadm", "multipathd", "networkctl", "nft", "nmcli", "nvme",
+    "ovs-vsctl", "perccli64", "podman",
     "resolvectl", "rpcinfo", "rpm", "ssacli", "stonith_admin", "storcli64", "systemctl", "timedatectl", "virsh",
     "wg", "xl", "zfs", "zpool",
 }
@@ -152,7 +153,9 @@ MUST_BE_TOLD = {
     "journal": (r"-n [0-9]+ |-n [0-9]+$",),
     "journalctl": (r"-n [0-9]+ |-n [0-9]+$|--disk-usage|--list-boots",),
     "ipcs": (r"^-[lu]$",),  # the others ask the name service
-    "ls": (r"^-ln",), "timedatectl": (r"^--no-pager timesync-status$",), "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
+    "ls": (r"^-ln",),
+    "timedatectl": (r"^--no-pager timesync-status$",),
+    "names": (r"^-e", r"^(?!.*\b(args|cmd|command|comm)\b)"),
     "nvme": (r"^(smart-log|error-log|list-subsys)\b",),
     "nsenter": (r"^--net=\{\} (ip (addr|route show table all|rule)|nft list ruleset)$",),
     "ps": (r"^-(ww -)?e",), "rpm": (r"^-qa ",),

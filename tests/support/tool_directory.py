@@ -32,8 +32,9 @@ def lay_over(machine: Machine, directory: str, name: str, content: str, mode: in
 
 
 def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
-    """A tool directory with a command with texts of it replaced: a limit, or a path below /proc/self,
-    which nothing can be put over."""
+    """Makes a tool directory in which texts of one command are replaced: a limit, or a path below
+    /proc/self, over which nothing can be mounted.
+    @return its path"""
     machine.exec(f"mkdir /opt/tool; ln -s {TOOLS}/* /opt/tool; rm /opt/tool/{name}")
     code = machine.read(f"{TOOLS}/{name}")
     for text, other in changes:
@@ -43,8 +44,20 @@ def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
     return "/opt/tool"
 
 
+def stop_at_time_limit(machine: Machine, command: str, last: str, around: str = "") -> str:
+    """Ends a command as its time limit does, by SIGTERM to its process group, once /tmp/there exists.
+    @param last what its last line holds
+    @param around a command that runs it, in another process group
+    @return what it has printed"""
+    machine.exec(f"{around} setsid sh -c 'echo $$ >/tmp/group; exec {command}' >/tmp/out 2>&1 &")
+    machine.wait_for("/tmp/there")
+    machine.exec("kill -TERM -$(cat /tmp/group)")
+    machine.wait_for(lambda: last in machine.read("/tmp/out"))
+    return machine.read("/tmp/out")
+
+
 def add_users(machine: Machine) -> None:
-    """Two users of this machine, that no other machine has."""
+    """Gives a machine three users: owner, postgres and mysql."""
     machine.file("/tmp/passwd", "root:x:0:0::/:/bin/sh\nowner:x:4711:4712::/:/bin/sh\n"
                  "postgres:x:4713:4714::/:/bin/sh\nmysql:x:4715:4716::/:/bin/sh\n")
     machine.mount("--bind", "/tmp/passwd", "/etc/passwd")

@@ -342,7 +342,7 @@ def section(page, name):
 def test_every_command_of_the_tool_directory_tells_its_usage():
     installed = (ROOT / "cmake/Install.cmake").read_text()
     programs = re.search(r"install\(TARGETS ([a-z ]+) RUNTIME DESTINATION \S+/tool", installed)[1]
-    commands = {path.name for path in TOOLS.iterdir() if path.suffix != ".sh"}  # those are parts of them
+    commands = {path.name for path in TOOLS.iterdir() if path.suffix != ".sh"}  # "*.sh" are no commands
     assert set(usages()) == commands | set(programs.split())
     assert {"run", "show", "pci"} <= set(usages())
 

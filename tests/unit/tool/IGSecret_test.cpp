@@ -337,7 +337,6 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "h sshd[1]: input_userauth_request: invalid user {} [preauth]",
     "h sshd[1]: error: maximum authentication attempts exceeded for invalid user {} from 10.0.0.1 "
     "port 22 ssh2 [preauth]",
-    "h sshd[1]: Failed password for invalid user {} from 10.0.0.1 port 22 ssh2",
     "h login[1]: User {} not known to the underlying authentication module",
     "h login[1]: FAILED LOGIN (1) on '/dev/tty1' FOR '{}', User not known",
     "h login[1]: FAILED LOGIN 1 FROM tty1 FOR {}, Authentication failure",
@@ -370,7 +369,6 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "CREATE USER u IDENTIFIED WITH mysql_native_password BY '{}' REQUIRE NONE",
     "CREATE USER u IDENTIFIED WITH mysql_native_password AS '{}'",
     R"(    proxy_set_header Authorization "{}";)",
-    "AuthLDAPBindPassword {}",
     "AuthLDAPBindPassword {}",
     R"(<user username="a" password="{}" roles="r"/>)",
     "    user bob password {} groups g",
@@ -853,7 +851,6 @@ constexpr const char* LINES_WITHOUT[] = {
     "00:16:33:44:55:66",
     "    server_tokens off;",
     "dmesg: Loaded X.509 cert 'Debian Secure Boot CA: 6ccece7e4c6c0d1f6149f3dd27dfcc5cbb419ea1'",
-    "Administrator Password Status: Enabled",
     "Session Key negotiation completed with 00:16:33:44:55:66 [PTK=CCMP GTK=CCMP]",
     "     --no-ask-password   Do not ask for system passwords",
     "#password   required\tpam_unix.so nullok use_authtok md5 shadow",
@@ -974,7 +971,8 @@ TEST(IGSecret, ATextInHexadecimalDigitsIsHiddenWholeWhereItHoldsASecret) {
 }
 
 TEST(IGSecret, WhereTheUserOfADirectoryIsNamedAnyWordBehindTheOptionIsHidden) {
-    EXPECT_EQ(masked("  -D cn=a,dc=b -w plain -b dc=b\n"), "  -D cn=a,dc=b -w ******** -b dc=b\n");
+    EXPECT_EQ(masked("  -D cn=a,dc=b -w plain -b dc=b\n"),
+              "  -D cn=a,dc=b -w " + MASK + " -b dc=b\n");
     EXPECT_EQ(masked("  -w plain -D cn=a,dc=b\n"), "  -w plain -D cn=a,dc=b\n");
 }
 
