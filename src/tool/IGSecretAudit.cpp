@@ -9,10 +9,6 @@ namespace {
 
 constexpr std::size_t SHORTEST = 16;  // digits that are checked
 
-bool isDigit(char c) {
-    return isIn(c, HEXADECIMAL) || (c >= 'a' && c <= 'f');
-}
-
 unsigned digitOf(char c) {
     return static_cast<unsigned>(isIn(c, DIGIT) ? c - '0' : lowered(c) - 'a' + 10);
 }
@@ -23,13 +19,6 @@ char byteAt(const SecretLine& line, std::size_t place) {
 
 bool isControl(char c) {
     return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
-}
-
-std::size_t digitsEnd(const SecretLine& line, std::size_t from) {
-    while (isDigit(line.at(from))) {
-        ++from;
-    }
-    return from;
 }
 
 // A text that was put together from a line, with the stretch of that line that each byte was made
@@ -127,7 +116,7 @@ void markDigits(SecretLine& line) {
     const bool terminal = line.find("TTY") != NOWHERE;
     for (std::size_t sign = line.untilByte(0, '='); !line.hasEnd(sign);) {
         const std::size_t from = sign + 1;
-        const std::size_t end = digitsEnd(line, from);
+        const std::size_t end = line.skip(from, ANY_HEXADECIMAL);
         if (end - from >= SHORTEST && !line.in(end, NAME | BASE64) && isText(line, from, end)) {
             markText(line, from, end, terminal && line.endsWith(0, sign, " data"));
         }
@@ -163,12 +152,12 @@ bool hasBlank(const SecretLine& line, std::size_t from, std::size_t to, bool dig
     return false;
 }
 
-// Puts the word of a field: one with blanks in quotes, as it is written on a command line.
+// Adds the word of a field: one with blanks in quotes, as it is written on a command line.
 // @return where the field ends
 std::size_t putArgument(const SecretLine& line, std::size_t value, Decoded* decoded) {
     const bool digits = line.at(value) != '"';
     const std::size_t from = digits ? value : value + 1;
-    const std::size_t end = digits ? digitsEnd(line, from) : line.untilByte(from, '"');
+    const std::size_t end = digits ? line.skip(from, ANY_HEXADECIMAL) : line.untilByte(from, '"');
     const bool quoted = hasBlank(line, from, end, digits);
     if (quoted) {
         decoded->put('"', 0, 0);

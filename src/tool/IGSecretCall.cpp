@@ -77,14 +77,9 @@ class CallScan {
     // The text that a quote opens.
     // @return the place behind it
     std::size_t text(std::size_t quote, bool secret) {
-        const std::size_t from = quote + 1;
-        const std::size_t end = line_.closing(from, line_.text().substr(quote, 1));
-        if (secret && !line_.isPlain(from, end)) {
-            line_.hide(
-                from, end,
-                line_.at(quote) == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
-        }
-        return line_.hasEnd(end) ? end : end + 1;
+        const std::size_t end = line_.closing(quote + 1, line_.text().substr(quote, 1));
+        return secret && !line_.isPlain(quote + 1, end) ? line_.hideQuoted(quote)
+                                                        : line_.behindQuoted(quote);
     }
     // Object(mysqli): an argument that is no text. 0 for anything else.
     [[nodiscard]] std::size_t behindObject(std::size_t place) const {
@@ -158,11 +153,10 @@ class InsertScan {
             const char c = line_.at(place);
             if (isIn(c, QUOTE)) {
                 const bool secret = column < MOST && (columns_ >> column & 1) != 0;
-                const std::size_t end = line_.closing(place + 1, line_.text().substr(place, 1));
-                line_.hide(place + 1, secret ? end : 0,
-                           c == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
-                place = end;
-            } else if (c == ')' && depth-- == 0) {
+                place = secret ? line_.hideQuoted(place) : line_.behindQuoted(place);
+                continue;
+            }
+            if (c == ')' && depth-- == 0) {
                 return place + 1;
             }
             depth += c == '(' ? 1 : 0;

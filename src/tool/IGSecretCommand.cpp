@@ -16,8 +16,23 @@ enum command_flag : std::uint32_t {
     HAS_CRYPTO = 32,     ///< the line begins with crypto
     HAS_CHPASSWD = 64,   ///< chpasswd: user:password
     HAS_LOGIN = 128,     ///< a user
-    FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, by pairs of rows
+    FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, a bit each
 };
+
+// The flag of each row of SECRET_KEYWORDS. Rows of the same command follow each other.
+constexpr std::array<std::uint32_t, std::size(SECRET_KEYWORDS)> keywordFlags() {
+    std::array<std::uint32_t, std::size(SECRET_KEYWORDS)> flags{};
+    std::uint32_t flag = FIRST_KEYWORD;
+    for (std::size_t row = 0; row < flags.size(); ++row) {
+        const bool other =
+            row > 0 && SECRET_KEYWORDS[row].command != SECRET_KEYWORDS[row - 1].command;
+        flag <<= other ? 1 : 0;
+        flags[row] = flag;
+    }
+    return flags;
+}
+constexpr auto KEYWORD_FLAGS = keywordFlags();
+static_assert(KEYWORD_FLAGS.back() != 0, "each command needs a bit");
 
 // How the words begin that say something of those behind them, and how the names of programs do.
 constexpr BeginningFilter makeWordFilter() {
@@ -34,34 +49,12 @@ constexpr BeginningFilter makeWordFilter() {
 }
 constexpr BeginningFilter WORD_BEGINNINGS = makeWordFilter();
 
-template <typename Row, std::size_t N>
-constexpr BeginningFilter commandsOf(const Row (&rows)[N]) {
-    BeginningFilter filter;
-    for (const Row& row : rows) {
-        filter.add(row.command);
-    }
-    return filter;
-}
-constexpr BeginningFilter KEYWORD_BEGINNINGS = commandsOf(SECRET_KEYWORDS);
-constexpr BeginningFilter ARGUMENT_BEGINNINGS = commandsOf(SECRET_ARGUMENTS);
-
-constexpr PairFilter makeProgramFilter() {
-    PairFilter filter;
-    for (const secret_program& program : SECRET_PROGRAMS) {
-        filter.add(program.name[0], program.name[1]);
-    }
-    return filter;
-}
-constexpr PairFilter PROGRAM_BEGINNINGS = makeProgramFilter();
-
-constexpr PairFilter makeOpenFilter() {
-    PairFilter filter;
-    for (const std::string_view program : OPEN_PROGRAMS) {
-        filter.add(program[0], program[1]);
-    }
-    return filter;
-}
-constexpr PairFilter OPEN_BEGINNINGS = makeOpenFilter();
+constexpr auto KEYWORD_BEGINNINGS =
+    filterOf<BeginningFilter>(SECRET_KEYWORDS, &secret_keyword::command);
+constexpr auto ARGUMENT_BEGINNINGS =
+    filterOf<BeginningFilter>(SECRET_ARGUMENTS, &secret_argument::command);
+constexpr auto PROGRAM_BEGINNINGS = filterOf<PairFilter>(SECRET_PROGRAMS, &secret_program::name);
+constexpr auto OPEN_BEGINNINGS = filterOf<PairFilter>(OPEN_PROGRAMS);
 
 // Goes through the words of a command line once. What it must know of the words before is in the
 // state of the line, so that it outlasts a part of a very long one.
@@ -74,6 +67,7 @@ class CommandScan {
     std::size_t atName(std::size_t from, std::size_t to);
     std::size_t atWord(std::size_t from, std::size_t to);
     std::size_t atOther(std::size_t place);
+    std::size_t slash(std::size_t place);
     [[nodiscard]] bool isOpen(std::size_t from, std::size_t to) const;
     void setFlags(std::size_t from, std::size_t to);
     void setKeywordFlags(std::size_t from, std::size_t to);
@@ -90,7 +84,6 @@ class CommandScan {
     bool isBind(std::size_t from, std::size_t to);
     std::size_t doubtful(std::size_t from, std::size_t to);
     std::size_t doubtfulPair(std::size_t from, std::size_t to);
-    [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const;
     bool isAuditRule();
     [[nodiscard]] std::size_t valueOf(std::size_t from) const;
     std::size_t optionValue(std::size_t from, bool with_user);
@@ -110,14 +103,12 @@ class CommandScan {
     secret_state& state_;
     std::size_t word_from_ = 0;  // where the last stretch without / @ and quotes began
     std::size_t user_from_ = 0;  // and the one without % , and quotes
-    enum class Known {
-        NOT,
-        NO,
-        YES
-    } audit_ = Known::NOT;        // whether it is a rule of the audit system
-    bool bind_sought_ = false;    // whether bind_ is known
-    std::size_t bind_ = NOWHERE;  // where the user of a directory is named
+    FirstPlace audit_;           // the mark of a rule of the audit system
+    FirstPlace bind_;            // the user of a directory
 };
+
+// What may follow a secret on a command line.
+constexpr std::string_view STOPS = ",;)]}\\";
 
 constexpr std::uint16_t NO_PROGRAM = 0;
 constexpr std::uint16_t OPEN_PROGRAM = 0xFFFF;
@@ -174,13 +165,9 @@ void CommandScan::setFlags(std::size_t from, std::size_t to) {
 }
 
 void CommandScan::setKeywordFlags(std::size_t from, std::size_t to) {
-    unsigned flag = FIRST_KEYWORD;
-    std::string_view before = SECRET_KEYWORDS[0].command;
-    for (const secret_keyword& row : SECRET_KEYWORDS) {
-        flag <<= row.command == before ? 0 : 1;
-        before = row.command;
-        if (is(from, to, row.command) && line_.in(to, BLANK)) {
-            set(flag);
+    for (std::size_t row = 0; row < KEYWORD_FLAGS.size(); ++row) {
+        if (is(from, to, SECRET_KEYWORDS[row].command) && line_.in(to, BLANK)) {
+            set(KEYWORD_FLAGS[row]);
         }
     }
 }
@@ -262,25 +249,7 @@ std::size_t CommandScan::atOther(std::size_t place) {
         case '%':
             return percent(place);
         case '/':
-            if (const std::size_t next = login(place); next != 0) {
-                return next;
-            }
-            word_from_ = place + 1;
-            if (line_.saysExactly(place, "/rp ") &&
-                line_.looksSecret(place + 4, line_.until(place + 4, BLANK))) {
-                return line_.hideWord(place + 4);
-            }
-            if (line_.says(place, "/user:") && line_.endsWith(0, place, " ")) {
-                const std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
-                return line_.looksSecret(word, line_.until(word, BLANK)) ? line_.hideWord(word)
-                                                                         : place + 6;
-            }
-            if (line_.saysExactly(place, "/p:") && place > 0 && line_.at(place - 1) == ' ') {
-                const std::size_t end = line_.until(place + 3, BLANK);
-                line_.hide(place + 3, end, secret_rest::WORD);
-                return end;
-            }
-            return place + 1;
+            return slash(place);
         case ' ':
         case '\t':
         case '"':
@@ -294,6 +263,28 @@ std::size_t CommandScan::atOther(std::size_t place) {
         default:
             return place + 1;
     }
+}
+
+// sqlplus me/x, and options that begin with a slash: /p:x, /rp x, /user:me x
+std::size_t CommandScan::slash(std::size_t place) {
+    if (const std::size_t next = login(place); next != 0) {
+        return next;
+    }
+    word_from_ = place + 1;
+    if (line_.saysExactly(place, "/rp ") &&
+        line_.looksSecret(place + 4, line_.until(place + 4, BLANK))) {
+        return line_.hideWord(place + 4);
+    }
+    if (line_.says(place, "/user:") && line_.endsWith(0, place, " ")) {
+        const std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
+        return line_.looksSecret(word, line_.until(word, BLANK)) ? line_.hideWord(word) : place + 6;
+    }
+    if (line_.saysExactly(place, "/p:") && place > 0 && line_.at(place - 1) == ' ') {
+        const std::size_t end = line_.until(place + 3, BLANK);
+        line_.hide(place + 3, end, secret_rest::WORD);
+        return end;
+    }
+    return place + 1;
 }
 
 // ---- Options ------------------------------------------------------------------------------------
@@ -344,16 +335,9 @@ std::size_t CommandScan::option(std::size_t from, std::size_t to) {
 
 // The password of who asks a directory: -D cn=me -w x, also where the program is in a line before.
 bool CommandScan::isBind(std::size_t from, std::size_t to) {
-    if (!is(from, to, "-w")) {
-        return false;
-    }
-    if (!bind_sought_) {
-        bind_sought_ = true;
-        for (const std::string_view words : {"-D cn=", "-D uid=", "-D \"cn=", "-D 'cn="}) {
-            bind_ = std::min(bind_, line_.find(words));
-        }
-    }
-    return bind_ < from;
+    return is(from, to, "-w") &&
+           bind_.of(line_, {"-D cn=", "-D uid=", "-D \"cn=", "-D \"uid=", "-D 'cn=", "-D 'uid="}) <
+               from;
 }
 
 // -k x of a program that is not known, and --license x, where x looks like a secret. In the rules
@@ -366,12 +350,12 @@ std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
     const std::size_t value = valueOf(to);
     const std::size_t begin = line_.skipOne(value, QUOTE);
     const std::size_t end = line_.until(begin, BLANK | QUOTE);
-    if (value == to || !line_.looksSecret(begin, withoutStops(begin, end)) ||
+    if (value == to || !line_.looksSecret(begin, line_.withoutEnd(begin, end, STOPS)) ||
         line_.isOneOf(begin, line_.skip(begin, LETTER), DEVICE_NAMES) ||
         (is_short && line_.at(from + 1) == 'k' && isAuditRule())) {
         return 0;
     }
-    line_.hide(begin, line_.hasEnd(end) ? end : withoutStops(begin, end), secret_rest::WORD);
+    line_.hideWithoutEnd(begin, end, STOPS);
     return end;
 }
 
@@ -385,10 +369,10 @@ std::size_t CommandScan::doubtfulPair(std::size_t from, std::size_t to) {
     const std::size_t sign = line_.skip(user, NAME);
     const std::size_t end = line_.until(sign, BLANK | QUOTE);
     if ((line_.at(sign) != ':' && line_.at(sign) != '%') || sign == user ||
-        !line_.looksSecret(sign + 1, withoutStops(sign + 1, end))) {
+        !line_.looksSecret(sign + 1, line_.withoutEnd(sign + 1, end, STOPS))) {
         return 0;
     }
-    line_.hide(sign + 1, line_.hasEnd(end) ? end : withoutStops(sign + 1, end), secret_rest::WORD);
+    line_.hideWithoutEnd(sign + 1, end, STOPS);
     return end;
 }
 
@@ -399,20 +383,8 @@ std::size_t CommandScan::literal(std::size_t from) {
     return value > from && line_.at(sign) == '=' ? line_.hideWord(sign + 1) : 0;
 }
 
-std::size_t CommandScan::withoutStops(std::size_t from, std::size_t to) const {
-    while (to > from && std::string_view(",;)]}\\").find(line_.at(to - 1)) != NOWHERE) {
-        --to;
-    }
-    return to;
-}
-
 bool CommandScan::isAuditRule() {
-    if (audit_ == Known::NOT) {
-        const bool rule = line_.find("-a always,") != NOWHERE ||
-                          line_.find("-a exit,") != NOWHERE || line_.find("-w /") != NOWHERE;
-        audit_ = rule ? Known::YES : Known::NO;
-    }
-    return audit_ == Known::YES;
+    return audit_.of(line_, {"-a always,", "-a exit,", "-w /"}) != NOWHERE;
 }
 
 // Where the value of an option begins: -k x, -k=x, and "-k", "x" in a list.
@@ -467,12 +439,9 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     if (next == to || line_.hasEnd(next)) {
         return 0;
     }
-    unsigned flag = FIRST_KEYWORD;
-    std::string_view before = SECRET_KEYWORDS[0].command;
-    for (const secret_keyword& row : SECRET_KEYWORDS) {
-        flag <<= row.command == before ? 0 : 1;
-        before = row.command;
-        if (hasFlag(flag) && is(from, to, row.word) && !isSaid(next)) {
+    for (std::size_t i = 0; i < KEYWORD_FLAGS.size(); ++i) {
+        const secret_keyword& row = SECRET_KEYWORDS[i];
+        if (hasFlag(KEYWORD_FLAGS[i]) && is(from, to, row.word) && !isSaid(next)) {
             const std::size_t value = behindKind(next);
             const std::size_t begin = line_.skipOne(value, QUOTE);
             const std::size_t end = line_.until(begin, BLANK | QUOTE);
@@ -554,10 +523,7 @@ std::size_t CommandScan::hereString(std::size_t place) {
         std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
         word = line_.at(word) == '-' ? line_.skip(line_.until(word, BLANK), BLANK) : word;
         const std::size_t begin = line_.skipOne(word, QUOTE);
-        std::size_t end = begin;
-        while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
-            ++end;
-        }
+        const std::size_t end = line_.untilOneOf(begin, BLANK | QUOTE, ")");
         if (!line_.looksSecret(begin, end)) {
             return place + 2;
         }
@@ -585,12 +551,11 @@ std::size_t CommandScan::login(std::size_t sign) {
     const bool user = hasFlag(HAS_ORACLE) && sign > word_from_ && word_from_ > 0 &&
                       line_.in(word_from_ - 1, BLANK | QUOTE) && line_.in(word_from_, LETTER) &&
                       line_.skip(word_from_, NAME) == sign;
-    std::size_t end = sign + 1;
-    while (user && !line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) &&
-           std::string_view("/@.:").find(line_.at(end)) == NOWHERE) {
-        ++end;
+    if (!user) {
+        return 0;
     }
-    if (!user || line_.looksOrdinary(sign + 1, end) ||
+    const std::size_t end = line_.untilOneOf(sign + 1, BLANK | QUOTE, "/@.:");
+    if (line_.looksOrdinary(sign + 1, end) ||
         (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE))) {
         return 0;
     }
@@ -614,10 +579,7 @@ std::size_t CommandScan::percent(std::size_t sign) {
     if (from >= sign || !namesUser(from, sign)) {
         return sign + 1;
     }
-    std::size_t end = sign + 1;
-    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ',') {
-        ++end;
-    }
+    const std::size_t end = line_.untilOneOf(sign + 1, BLANK | QUOTE, ",");
     line_.hide(sign + 1, end, secret_rest::WORD);
     return end;
 }

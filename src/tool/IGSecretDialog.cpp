@@ -24,34 +24,45 @@ bool isAnswer(const SecretLine& line, std::size_t from, std::size_t to) {
 }
 
 // AUTH PLAIN x, AUTHENTICATE PLAIN x, *cmd* AUTH LOGIN x
-void markMechanism(SecretLine& line) {
-    for (std::size_t at = line.find("AUTH"); at != NOWHERE; at = line.find("AUTH", at + 4)) {
-        const std::size_t kind = line.skip(line.skip(at, LETTER), BLANK);
-        const std::size_t end = line.skip(kind, KEY);
-        const std::size_t from = line.skip(end, BLANK);
-        const std::size_t last = line.until(from, BLANK | QUOTE);
-        if (end > kind && from > end && line.isOneOf(kind, end, LOGIN_MECHANISMS) &&
-            isAnswer(line, from, last)) {
-            line.hide(from, last, secret_rest::WORD);
-        }
+// @param word the end of the word that begins with AUTH
+void markMechanism(SecretLine& line, std::size_t word) {
+    const std::size_t kind = line.skip(word, BLANK);
+    if (kind == word) {
+        return;
+    }
+    const std::size_t end = line.skip(kind, KEY);
+    const std::size_t from = line.skip(end, BLANK);
+    if (from == end || !line.isOneOf(kind, end, LOGIN_MECHANISMS)) {
+        return;
+    }
+    const std::size_t last = line.until(from, BLANK | QUOTE);
+    if (isAnswer(line, from, last)) {
+        line.hide(from, last, secret_rest::WORD);
     }
 }
 
 // AUTH x, AUTH me x, "AUTH" "me" "x", of a data base in memory: what looks like a secret.
-void markPlainAuth(SecretLine& line) {
-    for (std::size_t at = line.find("AUTH"); at != NOWHERE; at = line.find("AUTH", at + 4)) {
-        if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
-            continue;
+void markPlainAuth(SecretLine& line, std::size_t at) {
+    if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
+        return;
+    }
+    std::size_t from = at + 4;
+    for (int word = 0; word < 2; ++word) {
+        from = line.skip(from, BLANK | QUOTE);
+        const std::size_t end = line.until(from, BLANK | QUOTE);
+        if (line.looksSecret(from, end)) {
+            line.hide(from, end, secret_rest::WORD);
         }
-        std::size_t from = at + 4;
-        for (int word = 0; word < 2; ++word) {
-            from = line.skip(from, BLANK | QUOTE);
-            const std::size_t end = line.until(from, BLANK | QUOTE);
-            if (line.looksSecret(from, end)) {
-                line.hide(from, end, secret_rest::WORD);
-            }
-            from = end;
-        }
+        from = end;
+    }
+}
+
+void markAuth(SecretLine& line) {
+    for (std::size_t at = line.find("AUTH"); at != NOWHERE;) {
+        const std::size_t word = line.skip(at, LETTER);
+        markMechanism(line, word);
+        markPlainAuth(line, at);
+        at = line.find("AUTH", word);
     }
 }
 
@@ -75,29 +86,44 @@ void markAnswer(SecretLine& line) {
                                    [&](std::string_view one) { return line.find(one) != NOWHERE; });
 }
 
+// The first place where the words are and no name goes on; NOWHERE when there is none.
+std::size_t findWord(const SecretLine& line, std::string_view words) {
+    std::size_t at = line.find(words);
+    while (at != NOWHERE && at > 0 && line.in(at - 1, NAME)) {
+        at = line.find(words, at + 1);
+    }
+    return at;
+}
+
 // USER me, and in the same line or one of the next PASS x
 void markPass(SecretLine& line) {
     secret_state& state = line.state();
-    const std::size_t user = line.find("USER ");
-    if (user != NOWHERE && (user == 0 || !line.in(user - 1, NAME))) {
+    if (findWord(line, "USER ") != NOWHERE) {
         state.user_lines = ANSWERS;
     }
-    const std::size_t pass = state.user_lines == 0 ? NOWHERE : line.find("PASS ");
-    const std::size_t from = pass == NOWHERE ? NOWHERE : line.skip(pass + 5, BLANK);
-    if (pass != NOWHERE && (pass == 0 || !line.in(pass - 1, NAME)) &&
-        !line.isPlain(from, line.size())) {
-        line.hideToEnd(from);
+    const std::size_t pass = state.user_lines == 0 ? NOWHERE : findWord(line, "PASS ");
+    if (pass != NOWHERE) {
+        const std::size_t from = line.skip(pass + 5, BLANK);
+        if (!line.isPlain(from, line.size())) {
+            line.hideToEnd(from);
+        }
     }
-    state.user_lines -= line.ends() && state.user_lines != 0 ? 1 : 0;
+    if (line.ends() && state.user_lines != 0) {
+        --state.user_lines;
+    }
 }
 
 // a1 LOGIN me x: a mark with a number, the word, a user and a password end the line.
 void markTagged(SecretLine& line) {
-    const std::size_t at = line.find(" LOGIN ");
-    if (at == NOWHERE || at == 0 || !line.in(at - 1, DIGIT) || line.find("ROLE ") != NOWHERE) {
+    constexpr std::string_view WORD = " LOGIN ";
+    std::size_t at = line.find(WORD);
+    while (at != NOWHERE && (at == 0 || !line.in(at - 1, DIGIT))) {
+        at = line.find(WORD, at + WORD.size() - 1);
+    }
+    if (at == NOWHERE || line.find("ROLE ") != NOWHERE) {
         return;  // CREATE ROLE bob1 LOGIN INHERIT NOSUPERUSER
     }
-    const std::size_t user = at + 7;
+    const std::size_t user = at + WORD.size();
     const std::size_t quote = line.in(user, QUOTE) ? line.untilByte(user + 1, line.at(user)) : user;
     const std::size_t from = line.skip(line.until(quote, BLANK), BLANK);
     const std::size_t end = line.until(from, BLANK);
@@ -109,8 +135,7 @@ void markTagged(SecretLine& line) {
 }  // namespace
 
 void markDialogs(SecretLine& line) {
-    markMechanism(line);
-    markPlainAuth(line);
+    markAuth(line);
     markAnswer(line);
     markPass(line);
     markTagged(line);

@@ -65,13 +65,6 @@ Marker findMarker(const SecretLine& line, std::size_t from, std::string_view wor
     return {};
 }
 
-bool hasWords(const SecretLine& line, std::size_t from, std::size_t to) {
-    while (from < to && !line.in(from, LETTER | DIGIT)) {
-        ++from;
-    }
-    return from < to;
-}
-
 // The end of the key behind a marker in the same line, its end line not being there.
 // What follows is part of it as far as it looks like it.
 std::size_t keyEnd(SecretLine& line, std::size_t from) {
@@ -97,11 +90,8 @@ struct Stretch {
 };
 Stretch withoutMarks(const SecretLine& line) {
     Stretch stretch{0, line.size()};
-    constexpr std::string_view BEFORE = " \t>#|*";
     constexpr std::string_view BEHIND = " \t\r\"',;\\";
-    while (BEFORE.find(line.at(stretch.from)) != NOWHERE) {
-        ++stretch.from;
-    }
+    stretch.from = line.skipBytes(0, " \t>#|*");
     if (line.in(stretch.from, QUOTE)) {
         stretch.to = line.closing(stretch.from + 1, line.text().substr(stretch.from, 1));
         ++stretch.from;
@@ -180,7 +170,8 @@ bool markKeys(SecretLine& line) {
         place = may_end ? end.to : keyEnd(line, begin.to);
         line.hide(begin.from, place, may_end ? secret_rest::NOTHING : secret_rest::WORD);
         goes_on = !may_end;
-        state.key_alone = !hasWords(line, 0, begin.from) && !hasWords(line, begin.to, line.size());
+        state.key_alone = !line.has(0, begin.from, LETTER | DIGIT) &&
+                          !line.has(begin.to, line.size(), LETTER | DIGIT);
         state.key_column = begin.from;
         state.key_blank_lines = 0;
     }
@@ -213,5 +204,5 @@ std::size_t behindKeyEnd(const SecretLine& line) {
             ++end;
         }
     }
-    return end == 0 ? NOWHERE : hasWords(line, end, line.size()) ? end : line.size();
+    return end == 0 ? NOWHERE : line.has(end, line.size(), LETTER | DIGIT) ? end : line.size();
 }

@@ -7,6 +7,8 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <initializer_list>
 #include <string_view>
 
 #include "tool/IGSecret.h"
@@ -27,6 +29,7 @@ enum byte_set : std::uint16_t {
     HASH = 512,          ///< what hashes of passwords are made of
     SEPARATOR = 1024,    ///< : and =
     HEXADECIMAL = 2048,  ///< 0 to 9, A to F
+    ANY_HEXADECIMAL = 4096,  ///< 0 to 9, A to F, a to f
 };
 
 constexpr std::array<std::uint16_t, 256> makeByteSets() {
@@ -41,6 +44,7 @@ constexpr std::array<std::uint16_t, 256> makeByteSets() {
     add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz",
         LETTER | NAME | BASE64 | KEY | HASH);
     add("ABCDEF", HEXADECIMAL);
+    add("0123456789ABCDEFabcdef", ANY_HEXADECIMAL);
     add("_.-", NAME);
     for (std::size_t byte = 0x80; byte < sets.size(); ++byte) {
         sets[byte] = NAME;  // letters of other languages
@@ -66,7 +70,7 @@ constexpr char lowered(char c) {
 }
 
 /// A line, or a part of a very long one. Places are offsets; any place may be asked for: behind the
-/// end stands a line feed, which no line holds.
+/// end is a line feed, which no line holds.
 class SecretLine {
   public:
     SecretLine(const secret_part& part, secret_state* state)
@@ -94,12 +98,19 @@ class SecretLine {
         }
         return from;
     }
-    /// The place behind one byte of the sets, or the same where none stands.
+    /// The place behind one byte of the sets, or the same place where none is.
     [[nodiscard]] std::size_t skipOne(std::size_t place, unsigned sets) const {
         return in(place, sets) ? place + 1 : place;
     }
     [[nodiscard]] std::size_t skipByte(std::size_t place, char c) const {
         return at(place) == c ? place + 1 : place;
+    }
+    /// The first place from there on that holds none of the bytes.
+    [[nodiscard]] std::size_t skipBytes(std::size_t from, std::string_view bytes) const {
+        while (bytes.find(at(from)) != NOWHERE) {
+            ++from;
+        }
+        return from;
     }
     /// The first place from there on that is in the sets, or the end.
     [[nodiscard]] std::size_t until(std::size_t from, unsigned sets) const {
@@ -107,6 +118,22 @@ class SecretLine {
             ++from;
         }
         return from;
+    }
+    /// The first place from there on that is in the sets or holds one of the bytes, or the end.
+    [[nodiscard]] std::size_t untilOneOf(std::size_t from, unsigned sets,
+                                         std::string_view bytes) const {
+        while (!hasEnd(from) && !in(from, sets) && bytes.find(at(from)) == NOWHERE) {
+            ++from;
+        }
+        return from;
+    }
+    /// The end of a stretch without the bytes at its end.
+    [[nodiscard]] std::size_t withoutEnd(std::size_t from, std::size_t to,
+                                         std::string_view bytes) const {
+        while (to > from && bytes.find(at(to - 1)) != NOWHERE) {
+            --to;
+        }
+        return to;
     }
     /// Whether a stretch holds a byte of the sets.
     [[nodiscard]] bool has(std::size_t from, std::size_t to, unsigned sets) const {
@@ -123,11 +150,11 @@ class SecretLine {
                    ? size()
                    : static_cast<std::size_t>(static_cast<const char*>(found) - text_.data());
     }
-    /// Where the words stand next, or NOWHERE.
+    /// Where the words are next, or NOWHERE.
     [[nodiscard]] std::size_t find(std::string_view words, std::size_t from = 0) const {
         return text_.find(words, from);
     }
-    /// Whether these words, given in small letters, stand there in letters of any size.
+    /// Whether these words, given in small letters, are there in letters of any size.
     [[nodiscard]] bool says(std::size_t place, std::string_view words) const {
         std::size_t i = 0;
         while (i < words.size() && lowered(at(place + i)) == words[i]) {
@@ -135,7 +162,7 @@ class SecretLine {
         }
         return i == words.size();
     }
-    /// Whether exactly these bytes stand there.
+    /// Whether exactly these bytes are there.
     [[nodiscard]] bool saysExactly(std::size_t place, std::string_view words) const {
         std::size_t i = 0;
         while (i < words.size() && at(place + i) == words[i]) {
@@ -146,22 +173,27 @@ class SecretLine {
     [[nodiscard]] bool endsWith(std::size_t from, std::size_t to, std::string_view words) const {
         return to - from >= words.size() && says(to - words.size(), words);
     }
+    /// Whether a stretch is this word, given in small letters, in letters of any size.
+    [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
+        return to - from == word.size() && says(from, word);
+    }
     /// Whether a stretch is one of the words of a table, in letters of any size.
     template <std::size_t N>
     [[nodiscard]] bool isOneOf(std::size_t from, std::size_t to,
                                const std::string_view (&words)[N]) const {
-        return std::any_of(words, words + N, [&](std::string_view word) {
-            return word.size() == to - from && says(from, word);
-        });
+        return std::any_of(words, words + N,
+                           [&](std::string_view word) { return is(from, to, word); });
     }
 
     /// Whether an absolute path begins there.
     [[nodiscard]] bool isPath(std::size_t from) const;
     /// Whether a value tells nothing: yes, 1, a path, a variable of a script.
     [[nodiscard]] bool isPlain(std::size_t from, std::size_t to) const;
-    /// Whether the name of a processor architecture stands there.
+    /// Whether a stretch is xxx or more of them, or of "*": programs write it in place of a secret.
+    [[nodiscard]] bool isCrossedOut(std::size_t from, std::size_t to) const;
+    /// Whether the name of a processor architecture is there.
     [[nodiscard]] bool isArchitecture(std::size_t from) const;
-    /// Whether the version of a package stands there.
+    /// Whether the version of a package is there.
     [[nodiscard]] bool isVersion(std::size_t from) const;
     /// Whether the rest of the line is a sentence of so many words at least. One of two words ends
     /// with a stop.
@@ -186,10 +218,22 @@ class SecretLine {
     }
     void hideToEnd(std::size_t from) { hide(from, size(), secret_rest::LINE); }
 
+    /// Hides a word without such bytes at its end. One that may go on in the next part of the line
+    /// is hidden whole.
+    void hideWithoutEnd(std::size_t from, std::size_t to, std::string_view bytes) {
+        const bool goes_on = hasEnd(to) && !ends();
+        hide(from, goes_on ? to : withoutEnd(from, to, bytes), secret_rest::WORD);
+    }
+
     /// The place of the quote that closes what begins at `from`: it has no backslash before it and
     /// no quote behind it. The end of the line when there is none. A quote of two bytes is an
     /// escaped one.
     [[nodiscard]] std::size_t closing(std::size_t from, std::string_view quote) const;
+    /// The place behind what a quote at that place opens.
+    [[nodiscard]] std::size_t behindQuoted(std::size_t quote) const {
+        const std::size_t end = closing(quote + 1, text_.substr(quote, 1));
+        return hasEnd(end) ? end : end + 1;
+    }
     /// Hides what a quote at that place opens.
     /// @return the place behind the closing quote, or the end of the line
     std::size_t hideQuoted(std::size_t quote);
@@ -205,6 +249,27 @@ class SecretLine {
     secret_state* state_;
 };
 
+/// The first place of one of some words in a line, sought once, when it is first asked for.
+class FirstPlace {
+  public:
+    /// @param all the words, the same in each call
+    /// @return the place, or NOWHERE
+    [[nodiscard]] std::size_t of(const SecretLine& line,
+                                 std::initializer_list<std::string_view> all) {
+        if (!sought_) {
+            sought_ = true;
+            for (const std::string_view words : all) {
+                place_ = std::min(place_, line.find(words));
+            }
+        }
+        return place_;
+    }
+
+  private:
+    bool sought_ = false;
+    std::size_t place_ = NOWHERE;
+};
+
 /// The pairs of letters that the words of a table begin with: most places of a line begin none.
 class PairFilter {
   public:
@@ -218,6 +283,7 @@ class PairFilter {
             add(one, raised(second));
         }
     }
+    constexpr void addInAnySize(std::string_view word) { addInAnySize(word[0], word[1]); }
     [[nodiscard]] constexpr bool has(char first, char second) const {
         const unsigned pair = pairOf(first, second);
         return (bits_[pair / 64] >> pair % 64 & 1) != 0;
@@ -246,8 +312,14 @@ class BeginningFilter {
         }
     }
     constexpr void addInAnySize(std::string_view word) {
-        first_.addInAnySize(word[0], word[1]);
-        second_.addInAnySize(word[1], word[2]);
+        first_.addInAnySize(word);
+        if (word.size() > 2) {
+            second_.addInAnySize(word[1], word[2]);
+            return;
+        }
+        for (int byte = 0; byte < 256; ++byte) {
+            second_.addInAnySize(word[1], static_cast<char>(byte));
+        }
     }
     [[nodiscard]] constexpr bool has(char front, char middle, char back) const {
         return first_.has(front, middle) && second_.has(middle, back);
@@ -261,6 +333,17 @@ class BeginningFilter {
     PairFilter first_;
     PairFilter second_;
 };
+
+/// The beginnings of the words of a table. It may have others too: what it has is checked again.
+/// @param word the member of a row that holds its word
+template <typename Filter, typename Row, std::size_t N, typename Word = std::identity>
+constexpr Filter filterOf(const Row (&rows)[N], Word word = {}) {
+    Filter filter;
+    for (const Row& row : rows) {
+        filter.addInAnySize(std::invoke(word, row));
+    }
+    return filter;
+}
 
 /// What is named like a secret: password = x, "token": "x", <secret>x</secret>, --password x.
 void markNames(SecretLine& line);

@@ -7,19 +7,13 @@
 
 namespace {
 
-constexpr BeginningFilter LOGIN_BEGINNINGS = filterOf(LOGIN_WORDS);
+constexpr auto LOGIN_BEGINNINGS = filterOf<BeginningFilter>(LOGIN_WORDS);
 
-// What may stand behind a value without a blank between.
+// What may follow a value without a blank between.
 constexpr std::string_view VALUE_SIGNS = ",;:)]}";
 
-// A number of characters of a set that stand at the end of a stretch do not belong to it.
-std::size_t withoutEnd(const SecretLine& line, std::size_t from, std::size_t to,
-                       std::string_view bytes) {
-    while (to > from && bytes.find(line.at(to - 1)) != std::string_view::npos) {
-        --to;
-    }
-    return to;
-}
+// What may follow the last word of a sentence.
+constexpr std::string_view STOPS = ".,;:!?)\r";
 
 // A stretch up to a quote or the end of the line. What looks ahead in it does so once.
 struct Region {
@@ -27,7 +21,7 @@ struct Region {
     std::size_t to = 0;
     secret_word word;             // the last secret word in it
     bool part = false;            // it is a short one, in a name of nothing else
-    bool divided = false;         // ":" or "=" stands behind that word
+    bool divided = false;         // ":" or "=" follows that word
     std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
     bool value_sought = false;
     std::size_t element = NOWHERE;  // the text of an element: <entry key="password">x
@@ -40,18 +34,19 @@ class NameScan {
   public:
     explicit NameScan(SecretLine& line) : line_(line) {
         first_ = line_.skip(0, BLANK);
-        const std::size_t marks = skipBytes(first_, " \t#;");
-        start_ = skipBytes(behindKeyword(marks), " \t");
-        const std::size_t signs = skipBytes(skipBytes(skipBytes(0, " \t"), "#;$"), " \t");
+        const std::size_t marks = line_.skipBytes(first_, " \t#;");
+        start_ = line_.skipBytes(behindKeyword(marks), " \t");
+        const std::size_t signs =
+            line_.skipBytes(line_.skipBytes(line_.skipBytes(0, " \t"), "#;$"), " \t");
         naming_ = behindNaming(signs);
         directive_ = naming_ != 0             ? naming_
                      : line.says(signs, "- ") ? signs
-                                              : skipBytes(behindKeyword(signs), " \t");
+                                              : line_.skipBytes(behindKeyword(signs), " \t");
+        account_ = isAccount();
     }
     void run();
 
   private:
-    [[nodiscard]] std::size_t skipBytes(std::size_t from, std::string_view bytes) const;
     [[nodiscard]] std::size_t behindKeyword(std::size_t from) const;
     [[nodiscard]] std::size_t behindNaming(std::size_t from) const;
     std::size_t atName(std::size_t from, std::size_t to);
@@ -77,6 +72,7 @@ class NameScan {
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
     std::size_t spoken(const secret_name& name, std::size_t rest);
     [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
+    [[nodiscard]] bool isAccount() const;
     [[nodiscard]] bool isHome(std::size_t place) const;
     std::size_t hideSaid(std::size_t from);
     std::size_t remark(const secret_name& name, std::size_t from);
@@ -92,7 +88,7 @@ class NameScan {
     std::size_t beforeSign(std::size_t from, std::size_t sign);
     [[nodiscard]] bool ofUser(const secret_name& name) const;
     std::size_t netrc(const secret_name& name);
-    [[nodiscard]] bool isNetrc(std::size_t from);
+    [[nodiscard]] bool isNetrc(std::size_t from) const;
     [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
     [[nodiscard]] bool isComment() const {
         return line_.at(first_) == '#' || line_.at(first_) == ';';
@@ -122,6 +118,8 @@ class NameScan {
     std::size_t quotedValue(std::size_t from, bool at_start);
     [[nodiscard]] std::size_t lineValueEnd(std::size_t from) const;
     [[nodiscard]] bool isInside(std::size_t place) const;
+    [[nodiscard]] char listSign(std::size_t from, const secret_name& name) const;
+    [[nodiscard]] bool isNumber(std::size_t from, const secret_name& name) const;
     [[nodiscard]] std::size_t wordValueEnd(std::size_t from, const secret_name& name) const;
     std::size_t bareValue(std::size_t from, const secret_name& name, bool at_start);
     std::size_t authorization(std::size_t from);
@@ -135,23 +133,16 @@ class NameScan {
     std::size_t start_ = 0;      // where a name would be the first thing of the line
     std::size_t directive_ = 0;  // where one would be a directive
     std::size_t naming_ = 0;     // the same, behind a word that is followed by a name; or 0
+    bool account_ = false;       // the line is one of /etc/passwd
     Region region_;
     enum class Tag { NONE, NAME, INSIDE } tag_ = Tag::NONE;
     std::size_t tag_value_ = NOWHERE;    // the quote of the attribute "value" that it has had
     bool secret_element_ = false;        // the tag that is open names a secret
     std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
-    enum class Known { NOT, NO, YES } netrc_ = Known::NOT;  // whether the line is one of ".netrc"
-    Known audit_ = Known::NOT;  // whether it is a record of the audit system
-    Known put_ = Known::NOT;    // whether " put " is before a name
-    Known user_ = Known::NOT;   // whether "user " is before what may be a password
+    FirstPlace audit_;                   // the mark of a record of the audit system
+    FirstPlace put_;                     // " put "
+    FirstPlace user_;                    // "user "
 };
-
-std::size_t NameScan::skipBytes(std::size_t from, std::string_view bytes) const {
-    while (bytes.find(line_.at(from)) != std::string_view::npos) {
-        ++from;
-    }
-    return from;
-}
 
 std::size_t NameScan::behindKeyword(std::size_t from) const {
     for (const std::string_view keyword : {"export ", "set ", "- "}) {
@@ -169,7 +160,7 @@ std::size_t NameScan::behindNaming(std::size_t from) const {
     }
     for (const std::string_view word : NAMING_DIRECTIVES) {
         if (line_.says(from, word)) {
-            return skipBytes(from + word.size(), " \t\"'");
+            return line_.skipBytes(from + word.size(), " \t\"'");
         }
     }
     return line_.says(from, "set $") ? from + 5 : 0;
@@ -235,13 +226,13 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
     }
     if (!secret) {
         const std::size_t next =
-            to - from == 10 && line_.says(from, "identified") ? identified(to)
-            : to - from == 6 && line_.says(from, "define")    ? define(to)
+            line_.is(from, to, "identified") ? identified(to)
+            : line_.is(from, to, "define")   ? define(to)
             : LOGIN_BEGINNINGS.has(line_, from) && line_.isOneOf(from, to, LOGIN_WORDS) ? login(to)
                                                                                         : 0;
         return next != 0 ? next : to;
     }
-    if (to - from == 8 && line_.says(from, "password") && line_.in(to, BLANK) && from > 0 &&
+    if (line_.is(from, to, "password") && line_.in(to, BLANK) && from > 0 &&
         line_.in(from - 1, BLANK) && (after_password || isNetrc(from))) {
         return netrc(name);
     }
@@ -282,7 +273,8 @@ std::size_t NameScan::atSecret(const secret_name& name) {
     if (isHarmlessName(line_, name)) {
         return 0;
     }
-    for (const auto step : {&NameScan::listed, &NameScan::table, &NameScan::property}) {
+    for (const auto step :
+         {&NameScan::listed, &NameScan::fallback, &NameScan::table, &NameScan::property}) {
         if (const std::size_t next = (this->*step)(name); next != 0) {
             return next;
         }
@@ -299,7 +291,7 @@ std::size_t NameScan::table(const secret_name& name) {
     const bool framed = line_.at(first_) == '|' && name.from == line_.skip(first_ + 1, BLANK);
     const std::size_t from = line_.skip(sign + 1, BLANK);
     const std::size_t bar = line_.untilByte(from, '|');
-    const std::size_t end = withoutEnd(line_, from, bar, " \t\r");
+    const std::size_t end = line_.withoutEnd(from, bar, " \t\r");
     const bool word = line_.until(from, BLANK) >= end;
     if ((!framed && name.from != first_) || from == sign + 1 || line_.hasEnd(bar) == framed ||
         !word || line_.isPlain(from, end) || (!framed && !line_.looksSecret(from, end))) {
@@ -364,8 +356,8 @@ Region& NameScan::regionAt(std::size_t place) {
 // name="password" value="x", "key": "password", "value": "x", <entry key="password">x</entry>, and
 // name: password, with the value in the next line.
 std::size_t NameScan::attribute(const secret_name& name) {
-    if (tag_ != Tag::NONE && name.to - name.from == 5 && line_.says(name.from, "value") &&
-        line_.at(name.to) == '=' && line_.in(name.to + 1, QUOTE)) {
+    if (tag_ != Tag::NONE && line_.is(name.from, name.to, "value") && line_.at(name.to) == '=' &&
+        line_.in(name.to + 1, QUOTE)) {
         tag_value_ = name.to + 1;
     }
     const bool id = line_.endsWith(name.from, name.to, "id");
@@ -464,7 +456,7 @@ std::size_t NameScan::valueBehind(std::size_t quote) {
     return region_.value != NOWHERE ? quotedValue(region_.value, false) : 0;
 }
 
-// ---- What comes before a quoted value -----------------------------------------------------
+// ---- What is before a quoted value ------------------------------------------------------
 
 // IDENTIFIED BY 'x', IDENTIFIED BY PASSWORD 'x', IDENTIFIED WITH a AS 'x'
 std::size_t NameScan::identified(std::size_t to) {
@@ -540,11 +532,11 @@ std::size_t NameScan::joined(std::size_t sign) {
         !line_.looksSecret(sign + 1, value_end)) {
         return 0;
     }
-    line_.hide(sign + 1, line_.hasEnd(end) && !line_.ends() ? end : value_end, secret_rest::WORD);
+    line_.hideWithoutEnd(sign + 1, end, STOPS);
     return end;
 }
 
-// Where the word behind " / " begins; 0 when these do not stand there.
+// Where the word behind " / " begins; 0 when these are not there.
 std::size_t NameScan::behindSlash(std::size_t place) const {
     const std::size_t sign = line_.skip(place, BLANK);
     const std::size_t from = line_.skip(sign + 1, BLANK);
@@ -564,7 +556,7 @@ std::size_t NameScan::listed(const secret_name& name) {
     }
     const bool apart = line_.in(quote + 1, BLANK) && line_.in(quote + 2, QUOTE);
     if (!line_.in(quote, QUOTE) || (line_.at(quote + 1) != ',' && !apart)) {
-        return fallback(name);
+        return 0;
     }
     const std::size_t next = line_.skip(quote + 2, BLANK);
     if (line_.at(name.from) != '-') {  // env("PASSWORD", "x")
@@ -589,7 +581,7 @@ bool NameScan::isSecretText(std::size_t quote) const {
 // env('PASSWORD') ?: 'x', env.PASSWORD || 'x'
 std::size_t NameScan::fallback(const secret_name& name) {
     constexpr std::string_view SIGNS[] = {"?:", "??", "||", "or"};
-    const std::size_t closed = skipBytes(line_.skipOne(name.to, QUOTE), ")]");
+    const std::size_t closed = line_.skipBytes(line_.skipOne(name.to, QUOTE), ")]");
     const std::size_t sign = line_.skip(closed, BLANK);
     const std::size_t next = line_.skip(sign + 2, BLANK);
     const bool chooses = std::any_of(std::begin(SIGNS), std::end(SIGNS), [&](std::string_view one) {
@@ -601,13 +593,9 @@ std::size_t NameScan::fallback(const secret_name& name) {
 // ---- Directives ---------------------------------------------------------------------------------
 
 // Whether the line begins as one of ".netrc" does, or "login me" is before the name.
-bool NameScan::isNetrc(std::size_t from) {
-    if (netrc_ == Known::NOT) {
-        netrc_ =
-            line_.starts() && line_.says(line_.skip(0, BLANK), "machine") ? Known::YES : Known::NO;
-    }
+bool NameScan::isNetrc(std::size_t from) const {
     const std::size_t login = wordBefore(wordBefore(from));
-    return netrc_ == Known::YES ||
+    return (line_.starts() && line_.says(first_, "machine")) ||
            (login != NOWHERE && line_.says(login, "login") && line_.in(login + 5, BLANK));
 }
 
@@ -636,7 +624,7 @@ std::size_t NameScan::netrc(const secret_name& name) {
 // in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
 // a sentence in a comment.
 bool NameScan::tellsNothing(const secret_name& name, std::size_t rest) const {
-    if (line_.isPlain(rest, withoutEnd(line_, rest, line_.size(), "; \t\r")) ||
+    if (line_.isPlain(rest, line_.withoutEnd(rest, line_.size(), "; \t\r")) ||
         line_.isArchitecture(rest)) {
         return true;
     }
@@ -661,7 +649,7 @@ bool NameScan::tellsNothing(const secret_name& name, std::size_t rest) const {
            line_.isSentence(rest, comment ? 2 : LONG);
 }
 
-// "rocommunity x" at the beginning of a line: whatever follows the name. In a sentence, what
+// "rocommunity x" at the beginning of a line: all that follows the name. In a sentence, what
 // follows "the password is".
 std::size_t NameScan::directive(const secret_name& name) {
     const std::size_t rest = line_.skip(name.to, BLANK);
@@ -692,7 +680,7 @@ std::size_t NameScan::directive(const secret_name& name) {
     std::size_t end = line_.size();
     if (line_.ends() && line_.at(end - 1) == '\\' && line_.in(end - 2, BLANK)) {
         line_.state().next_word = true;
-        end = withoutEnd(line_, rest, end - 1, " \t");
+        end = line_.withoutEnd(rest, end - 1, " \t");
     }
     line_.hide(rest, end, secret_rest::LINE);
     return line_.size();
@@ -704,8 +692,7 @@ std::size_t NameScan::namedValue(std::size_t from) {
         return quotedValue(from, false);
     }
     const std::size_t end = line_.until(from, BLANK);
-    line_.hide(from, line_.hasEnd(end) && !line_.ends() ? end : withoutEnd(line_, from, end, ";"),
-               secret_rest::WORD);
+    line_.hideWithoutEnd(from, end, ";");
     return end;
 }
 
@@ -731,7 +718,7 @@ std::size_t NameScan::assigned(const secret_name& name) {
 // A key that names something else: a rule of the audit system (-F key=x, key="x" in its records),
 // the keys of a keyboard (B: KEY=x), a property of an element (<annotate key="a.b">).
 bool NameScan::isOtherKey(const secret_name& name) {
-    if (name.to - name.from != 3 || !line_.says(name.from, "key")) {
+    if (!line_.is(name.from, name.to, "key")) {
         return false;
     }
     if (line_.endsWith(0, name.from, "-f ") ||
@@ -743,11 +730,8 @@ bool NameScan::isOtherKey(const secret_name& name) {
         const std::size_t word = line_.skip(name.to + 2, NAME);
         return end == word && !line_.looksSecret(name.to + 2, end);
     }
-    if (audit_ == Known::NOT) {
-        const bool record = line_.find("audit(") != NOWHERE || line_.find("audit[") != NOWHERE;
-        audit_ = record ? Known::YES : Known::NO;
-    }
-    return audit_ == Known::YES && name.from > 0 && line_.in(name.from - 1, BLANK);
+    return audit_.of(line_, {"audit(", "audit["}) != NOWHERE && name.from > 0 &&
+           line_.in(name.from - 1, BLANK);
 }
 
 // A name that is none of a secret although it is followed by a sign: passwd:amd64 and passwd:
@@ -764,9 +748,11 @@ bool NameScan::isOtherName(const secret_name& name, std::size_t from) const {
     if (number > from && line_.says(number, " bit")) {
         return true;
     }
-    if (name.signs && name.to - name.from == 4 &&
-        !line_.looksSecret(from, line_.until(from, VALUE_END))) {
-        return true;  // code=404, auth=basic
+    if (name.signs && name.to - name.from == 4) {
+        const std::size_t end = line_.until(from, VALUE_END | SEPARATOR);
+        if (line_.in(end, SEPARATOR) || !line_.looksSecret(from, end)) {
+            return true;  // code=404, auth=basic
+        }
     }
     if (name.from != start_ || line_.at(name.to) != ':') {
         return false;
@@ -810,7 +796,7 @@ std::size_t NameScan::behindSeparator(std::size_t to) const {
             place = line_.saysExactly(end, ") = ") ? end + 1 : to;
         }
     } else {
-        place = skipBytes(place, "\\");
+        place = line_.skipBytes(place, "\\");
         place = line_.skipOne(place, QUOTE);
         place = line_.skipByte(place, ']');
     }
@@ -844,7 +830,7 @@ bool NameScan::opensLines(std::size_t from) {
     state.in_block = true;
     const std::size_t indent = line_.skip(0, BLANK);
     state.block_indent = line_.at(indent) == '-' && line_.at(indent + 1) == ' '
-                             ? skipBytes(indent + 1, " ")
+                             ? line_.skipBytes(indent + 1, " ")
                              : indent;
     return true;
 }
@@ -919,17 +905,14 @@ bool NameScan::quotedSecret(const secret_name& name, std::size_t quote) const {
 
 // pass "x" at the end of a line, as the first thing of it or of a user.
 bool NameScan::quotedAtEnd(const secret_name& name, std::size_t quote) {
-    if (!line_.in(quote, QUOTE) || quote == name.to || !line_.says(name.from, "pass") ||
-        name.to - name.from != 4) {
+    if (!line_.in(quote, QUOTE) || quote == name.to || !line_.is(name.from, name.to, "pass")) {
         return false;
     }
-    if (user_ == Known::NOT) {
-        const std::size_t poll = line_.find("user ");
-        user_ = poll < name.from ? Known::YES : Known::NO;
+    if (name.from != first_ && user_.of(line_, {"user "}) > name.from) {
+        return false;
     }
     const std::size_t end = line_.closing(quote + 1, line_.text().substr(quote, 1));
-    return (name.from == first_ || user_ == Known::YES) &&
-           line_.hasEnd(skipBytes(end + 1, " \t\r;"));
+    return line_.hasEnd(line_.skipBytes(end + 1, " \t\r;"));
 }
 
 // Whether "user me" is before the name.
@@ -967,24 +950,27 @@ std::size_t NameScan::spoken(const secret_name& name, std::size_t rest) {
     const bool user = line_.at(name.from) != '-' && first_ == wordBefore(before) && ofUser(name) &&
                       !isOrdinary(name, from);
     if (!user && (!with || !line_.looksSecret(from, wordEnd(from, end)))) {
+        if (key) {
+            return 0;
+        }
         const std::size_t middle = line_.skip(from, NAME);
-        std::size_t next = key ? 0 : joined(middle);  // credentials me:x
-        next = next != 0 || key || middle == from ? next : beforeSign(from, middle);
-        return next != 0 || key ? next : distant(name, rest);
+        if (const std::size_t next = joined(middle); next != 0) {  // credentials me:x
+            return next;
+        }
+        const std::size_t next = beforeSign(from, middle);
+        return next != 0 ? next : distant(name, rest);
     }
     return hideSaid(from);
 }
 
 // login/password x, kv put shop/password x
 bool NameScan::isOneOfTwo(const secret_name& name) {
-    if (put_ == Known::NOT) {
-        put_ = line_.find(" put ") < name.from ? Known::YES : Known::NO;
-    }
     std::size_t from = name.from - 1;
     while (from > 0 && line_.in(from - 1, LETTER) && name.from - from < 20) {
         --from;
     }
-    return put_ == Known::YES || line_.isOneOf(from, name.from - 1, ACCESS_WORDS);
+    return put_.of(line_, {" put "}) < name.from ||
+           line_.isOneOf(from, name.from - 1, ACCESS_WORDS);
 }
 
 // What people put in front of a value: an arrow, a sign, a quote of their language.
@@ -1036,8 +1022,9 @@ std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
             --value_end;  // a closing quote
         }
         // Behind a colon a stop may belong to it: it ends no sentence there.
-        const std::size_t part = behind_colon ? line_.untilByte(from, '.') : value_end;
-        if (value_end >= from + SHORTEST && line_.looksSecret(from, std::min(part, value_end))) {
+        const std::size_t stop = line_.text().substr(from, value_end - from).find('.');
+        const std::size_t part = behind_colon && stop != NOWHERE ? from + stop : value_end;
+        if (value_end >= from + SHORTEST && line_.looksSecret(from, part)) {
             if (object) {
                 return 0;
             }
@@ -1059,7 +1046,7 @@ std::size_t NameScan::distant(const secret_name& name, std::size_t from) {
     return 0;
 }
 
-// Whether a name is that of a password, not of a token or a key.
+// Whether a name is that of a password: of no token, community or other credential.
 bool NameScan::isPassword(const secret_name& name) const {
     constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
     return std::none_of(std::begin(OTHERS), std::end(OTHERS),
@@ -1077,20 +1064,19 @@ bool NameScan::endsInName(const secret_name& name, bool key) const {
             !line_.in(name.word.from - 1, LETTER | DIGIT));
 }
 
-// Whether the home directory of a user begins there, in a line of /etc/passwd: behind his comment.
-bool NameScan::isHome(std::size_t place) const {
-    constexpr std::size_t LONGEST = 64;  // name of a user
-    if (!line_.saysExactly(place, ":/") || !line_.starts()) {
+// Whether the line is one of /etc/passwd: bob:x:1000:1000:
+bool NameScan::isAccount() const {
+    const std::size_t name = line_.skip(0, NAME);
+    if (!line_.starts() || line_.at(name) != ':' || line_.at(name + 2) != ':') {
         return false;
     }
-    std::size_t name = 0;
-    while (name < LONGEST && line_.in(name, NAME)) {
-        ++name;
-    }
-    const std::size_t user = name + 3;
-    const std::size_t group = line_.skip(user, DIGIT) + 1;
-    return line_.at(name) == ':' && line_.at(name + 2) == ':' && group > user + 1 &&
-           line_.at(group - 1) == ':' && line_.at(line_.skip(group, DIGIT)) == ':';
+    const std::size_t user = line_.skip(name + 3, DIGIT);
+    return user > name + 3 && line_.at(user) == ':' && line_.at(line_.skip(user + 1, DIGIT)) == ':';
+}
+
+// Whether the home directory of a user begins there: behind his comment.
+bool NameScan::isHome(std::size_t place) const {
+    return account_ && line_.saysExactly(place, ":/");
 }
 
 // Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
@@ -1101,8 +1087,7 @@ std::size_t NameScan::hideSaid(std::size_t from) {
            !isHome(end)) {
         ++end;
     }
-    const bool cut = line_.hasEnd(end) && !line_.ends();
-    line_.hide(from, cut ? end : withoutEnd(line_, from, end, ".,;:)\r"), secret_rest::WORD);
+    line_.hideWithoutEnd(from, end, ".,;:)\r");
     return end;
 }
 
@@ -1120,10 +1105,7 @@ std::size_t NameScan::number(const secret_name& name, std::size_t from) {
 
 // (pw x), as in a comment or beside the name of a user: one word that is none of a sentence.
 std::size_t NameScan::remark(const secret_name& name, std::size_t from) {
-    std::size_t end = from;
-    while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != ')') {
-        ++end;
-    }
+    const std::size_t end = line_.untilOneOf(from, BLANK | QUOTE, ")");
     if (!inParentheses(name) || line_.at(end) != ')' || end == from || !isPassword(name) ||
         (name.word.from == NOWHERE && name.short_from != name.from) ||
         line_.endsWith(name.from, name.to, "key") || line_.looksOrdinary(from, end) ||
@@ -1167,7 +1149,7 @@ std::size_t NameScan::saidOf(const secret_name& name) const {
 
 // The end of a word of a sentence, without the stop behind it.
 std::size_t NameScan::wordEnd(std::size_t from, std::size_t to) const {
-    return withoutEnd(line_, from, to, ".,;:!?)\r");
+    return line_.withoutEnd(from, to, STOPS);
 }
 
 // Whether a word that follows "is" is none but that of a sentence: one of the table, or one like
@@ -1228,7 +1210,7 @@ std::size_t NameScan::value(std::size_t from, const secret_name& name, bool at_s
         return quotedValue(prefixed, at_start);
     }
     constexpr std::size_t DEEP = 7;  // a text in a text in a text
-    const std::size_t quote = skipBytes(from, "\\");
+    const std::size_t quote = line_.skipBytes(from, "\\");
     if (quote <= from + DEEP && line_.in(quote, QUOTE)) {
         return quotedValue(from, at_start);
     }
@@ -1274,7 +1256,7 @@ std::size_t NameScan::behindCredential(const secret_name& name, std::size_t from
     return named && colon > from && line_.at(colon) == ':' ? line_.skip(colon + 1, BLANK) : from;
 }
 
-// ["x", "y"], and whatever else begins with such a sign to the end of the line.
+// ["x", "y"], and all else that begins with such a sign to the end of the line.
 std::size_t NameScan::list(std::size_t from) {
     std::size_t place = line_.skip(from + 1, BLANK);
     while (line_.at(from) == '[' && line_.in(place, QUOTE)) {
@@ -1302,7 +1284,7 @@ std::size_t NameScan::authorization(std::size_t from) {
 
 std::size_t NameScan::quotedValue(std::size_t from, bool at_start) {
     const bool escaped = line_.at(from) == '\\';
-    const std::size_t first = skipBytes(from, "\\");
+    const std::size_t first = line_.skipBytes(from, "\\");
     const std::string_view quote = line_.text().substr(from, first + 1 - from);
     const std::size_t begin = from + quote.size();
     const std::size_t end = line_.closing(begin, quote);
@@ -1337,11 +1319,11 @@ std::size_t NameScan::lineValueEnd(std::size_t from) const {
         const bool assigns = line_.in(word, LETTER) && line_.at(name) == '=' &&
                              !line_.in(name + 1, BLANK) && !line_.hasEnd(name + 1);
         if (program || option || assigns || line_.isPath(word) || line_.says(word, "export ")) {
-            return withoutEnd(line_, from, place, " \t;");
+            return line_.withoutEnd(from, place, " \t;");
         }
         place = line_.until(word, BLANK);
     }
-    return withoutEnd(line_, from, line_.size(), " \t\r");
+    return line_.withoutEnd(from, line_.size(), " \t\r");
 }
 
 // Whether "&" is a byte of a value and parts none: it ends no command, and neither the name of
@@ -1352,29 +1334,44 @@ bool NameScan::isInside(std::size_t place) const {
            line_.at(end) != ';' && line_.at(end) != '[';
 }
 
-// The end of a value that is a word: in a list of such values, as mount options and connections to
-// databases have them, at the sign between them.
-std::size_t NameScan::wordValueEnd(std::size_t from, const secret_name& name) const {
+// The sign between the values of the list that a value is in; a blank when it is in none.
+char NameScan::listSign(std::size_t from, const secret_name& name) const {
     std::size_t before = name.from;
     while (before > 0 && line_.at(before - 1) == ' ') {
         --before;
     }
     const char sign = before > 0 && line_.at(from - 1) == '=' ? line_.at(before - 1) : ' ';
-    const bool listed = sign == ',' || sign == ';';
+    return sign == ',' || sign == ';' ? sign : ' ';
+}
+
+// Whether the value of a PIN is one: digits, with no more than signs behind them. Other things of
+// that name, such as the choice of a package version, are not, and what is in their value is
+// checked by itself.
+bool NameScan::isNumber(std::size_t from, const secret_name& name) const {
+    const char sign = listSign(from, name);
+    std::size_t end = line_.skip(from, DIGIT);
+    while (line_.at(end) != sign && VALUE_SIGNS.find(line_.at(end)) != NOWHERE) {
+        ++end;
+    }
+    return line_.hasEnd(end) || line_.at(end) == sign ||
+           (line_.in(end, VALUE_END) && !isInside(end));
+}
+
+// The end of a value that is a word: in a list of such values, as mount options and connections to
+// databases have them, at the sign between them.
+std::size_t NameScan::wordValueEnd(std::size_t from, const secret_name& name) const {
+    const char sign = listSign(from, name);
     std::size_t end = from;
     while (!line_.hasEnd(end) && (!line_.in(end, VALUE_END) || isInside(end)) &&
-           (!listed || line_.at(end) != sign)) {
+           line_.at(end) != sign) {
         ++end;
     }
     return inParentheses(name) && end > from + 1 && line_.at(end - 1) == ')' ? end - 1 : end;
 }
 
 std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool at_start) {
-    // A PIN is a number. Other things of that name, such as the choice of a package version, are
-    // not, and what is in their value is looked at by itself.
-    const std::size_t digits = line_.skip(from, DIGIT);
-    if (name.is_pin && name.word.from == NOWHERE && !line_.hasEnd(digits) &&
-        !line_.in(digits, VALUE_END) && VALUE_SIGNS.find(line_.at(digits)) == NOWHERE) {
+    const bool pin = name.is_pin && name.word.from == NOWHERE;
+    if (pin && !isNumber(from, name)) {
         return from;
     }
     if (!at_start && line_.isPath(from)) {  // credentials=/etc/x,password2=y
@@ -1390,8 +1387,8 @@ std::size_t NameScan::bareValue(std::size_t from, const secret_name& name, bool 
     if (!at_start && line_.in(end, QUOTE) && end > from + 1 && line_.at(end - 1) == '(') {
         return quotedValue(end, false);  // password=MD5('x')
     }
-    const std::size_t value_end = withoutEnd(line_, from, end, VALUE_SIGNS);
-    if (name.is_pin && name.word.from == NOWHERE && digits < value_end) {
+    const std::size_t value_end = line_.withoutEnd(from, end, VALUE_SIGNS);
+    if (pin && line_.skip(from, DIGIT) < value_end) {
         return from;  // numbers and words, as in a table
     }
     const bool said = inParentheses(name) && line_.isOneOf(from, value_end, ORDINARY_WORDS);

@@ -1,11 +1,13 @@
-// Secrets in the remarks of administrators, which follow no form, and in the names of things:
-// "iLO: Administrator/x", a unit "backup-token-x.timer", the token of a log service "[x@41058]".
+// Secrets in the remarks of administrators, which follow no form ("iLO: Administrator/x"), and in
+// the tokens of log services ("[x@41058]").
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretRules.h"
 
 namespace {
+
+constexpr std::string_view STOPS = ".,;:)\r";
 
 // Administrator/x behind a colon, or behind a word that announces it.
 class AccountScan {
@@ -15,10 +17,9 @@ class AccountScan {
         for (std::size_t sign = line_.untilByte(0, '/'); !line_.hasEnd(sign);) {
             const std::size_t from = accountBefore(sign);
             const std::size_t end = from == NOWHERE ? sign + 1 : line_.until(sign, BLANK | QUOTE);
-            if (from != NOWHERE && isPassword(from, sign + 1, withoutStops(sign + 1, end))) {
-                line_.hide(sign + 1,
-                           line_.hasEnd(end) && !line_.ends() ? end : withoutStops(sign + 1, end),
-                           secret_rest::WORD);
+            if (from != NOWHERE &&
+                isPassword(from, sign + 1, line_.withoutEnd(sign + 1, end, STOPS))) {
+                line_.hideWithoutEnd(sign + 1, end, STOPS);
             }
             sign = line_.untilByte(end, '/');
         }
@@ -36,12 +37,6 @@ class AccountScan {
             from == 0 || line_.in(from - 1, BLANK | QUOTE | SEPARATOR) || line_.at(from - 1) == '(';
         return apart && line_.isOneOf(from, end, SECRET_ACCOUNTS) ? from : NOWHERE;
     }
-    [[nodiscard]] std::size_t withoutStops(std::size_t from, std::size_t to) const {
-        while (to > from && std::string_view(".,;:)\r").find(line_.at(to - 1)) != NOWHERE) {
-            --to;
-        }
-        return to;
-    }
     // Whether a password is behind the slash, and no file below a directory.
     bool isPassword(std::size_t account, std::size_t from, std::size_t to) {
         constexpr std::size_t SHORTEST = 6;
@@ -50,27 +45,27 @@ class AccountScan {
         while (before > 0 && line_.in(before - 1, BLANK)) {
             --before;
         }
-        const bool divided = before > 0 && line_.at(before - 1) == ':';
-        if (!divided && !isAnnounced(account)) {
+        const bool announced = isAnnounced(account);
+        if (!announced && (before == 0 || line_.at(before - 1) != ':')) {
             return false;
         }
         return line_.looksSecret(from, to) ||
-               (value.size() >= SHORTEST && isAnnounced(account) &&
-                !line_.looksOrdinary(from, to) && value.find_first_of("./\\@") == NOWHERE);
+               (announced && value.size() >= SHORTEST && !line_.looksOrdinary(from, to) &&
+                value.find_first_of("./\\@") == NOWHERE);
     }
     bool isAnnounced(std::size_t account) {
-        for (; announced_ == NOWHERE && sought_ < account; ++sought_) {
+        for (; !announced_ && sought_ < account; ++sought_) {
             if (sought_ == 0 || !line_.in(sought_ - 1, NAME)) {
                 const std::size_t end = line_.skip(sought_, NAME);
-                announced_ = line_.isOneOf(sought_, end, ACCESS_WORDS) ? sought_ : NOWHERE;
+                announced_ = line_.isOneOf(sought_, end, ACCESS_WORDS);
             }
         }
-        return announced_ != NOWHERE;
+        return announced_;
     }
 
     SecretLine& line_;
-    std::size_t sought_ = 0;           // up to where such a word was looked for
-    std::size_t announced_ = NOWHERE;  // where one is
+    std::size_t sought_ = 0;  // up to where such a word was sought
+    bool announced_ = false;  // one was found
 };
 
 // [x@41058 tag="a"]: what is before the number of a company is the name of its data or, in

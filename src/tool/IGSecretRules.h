@@ -100,7 +100,7 @@ inline constexpr secret_pair SECRET_PAIRS[] = {
     {"licence ", "key"},   {"wifi ", "key"},       {"wlan ", "key"},    {"product ", "key"},
 };
 
-/// Names too short to stand inside of another word: one of the parts into which "-", "_" and "."
+/// Names too short to be inside of another word: one of the parts into which "-", "_" and "."
 /// divide a name. Digits may follow where `numbered`.
 struct secret_short {
     std::string_view word;
@@ -113,7 +113,7 @@ inline constexpr secret_short SECRET_SHORTS[] = {
     {"senha", false},  {"parola", false}, {"haslo", false}, {"heslo", false}, {"kennw", false},
 };
 
-/// What stands between a secret and its name in a sentence. Behind one of another language the
+/// What is between a secret and its name in a sentence. Behind one of another language the
 /// value must look like a secret.
 inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
                                                     "war", "est", "es"};
@@ -266,7 +266,6 @@ inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "secretname",
     "secret_name",
     "secretref",
-    "fingerprint",
     "size",
     "bits",
     "keyring",
@@ -287,7 +286,7 @@ inline constexpr std::string_view HARMLESS_BEGINNINGS[] = {"keyboard_key_",
 /// Parts of such names: sizes and counters of the system.
 inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext", ".so."};
 
-/// What stands before " key", "_key" or "-key" that is no secret. The keys that disks have for
+/// What is before " key", "_key" or "-key" that is no secret. The keys that disks have for
 /// senses and reservations are the heart of many a report.
 inline constexpr std::string_view HARMLESS_KEYS[] = {
     "sense", "reservation", "public", "kernel", "foreign", "primary", "sort",
@@ -309,13 +308,13 @@ inline constexpr std::string_view TOP_DIRECTORIES[] = {
 /// How names of files end that hold keys and certificates.
 inline constexpr std::string_view KEY_FILES[] = {".key", ".pem", ".crt", ".p12", ".jks", ".cer"};
 
-/// What stands behind the name of a package and a colon.
+/// What follows the name of a package and a colon.
 inline constexpr std::string_view PACKAGE_ARCHITECTURES[] = {
     "all",    "amd64",    "any",    "arm64",   "armel",   "armhf", "i386",
     "mipsel", "mips64el", "native", "ppc64el", "riscv64", "s390x", "x86_64",
 };
 
-/// What else stands behind the name of a package or a unit, in columns.
+/// What else follows the name of a package or a unit, in columns.
 inline constexpr std::string_view PACKAGE_STATES[] = {"install", "deinstall", "hold",  "purge",
                                                       "static",  "-",         "(libc6"};
 
@@ -566,7 +565,7 @@ struct secret_program {
     std::string_view next;     ///< the word behind it, which must follow where it is not empty
     std::string_view letters;  ///< options of one letter that take the password
     bool letter_follows;       ///< the name goes on with a letter: smbclient, snmpget
-    bool apart;                ///< a blank stands between option and password: -a X, not -aX
+    bool apart;                ///< a blank is between option and password: -a X, not -aX
     bool with_user;            ///< what it takes is a user and a password: -u me:X
 };
 inline constexpr secret_program SECRET_PROGRAMS[] = {
@@ -645,7 +644,7 @@ inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth",      "--proxy-auth
 
 /// Options of any program that may take a user and a password, where that looks like a secret.
 inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
-    "-u", "-U", "--user", "--username", "--creds", "--credentials", "--login",
+    "-u", "-U", "--user", "--username", "--login",
 };
 
 /// Options of any program that take a secret, where what they take looks like one.
@@ -667,7 +666,7 @@ inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",
 inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",
                                                     "wlp", "ibp", "nvme"};
 
-/// Programs to whose options "-p" and "-k" belongs no secret.
+/// Programs whose options "-p", "-k" and "-w" take no secret.
 inline constexpr std::string_view OPEN_PROGRAMS[] = {
     "auditctl",   "ausearch",  "cp",   "df",    "install", "ip6tables", "iptables",
     "journalctl", "kubectl",   "ls",   "lsblk", "lsof",    "make",      "mkdir",
@@ -685,6 +684,9 @@ struct secret_keyword {
 inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"nmcli", "password"},
     {"nmcli", "secret"},
+    {"nmcli", "wifi-sec.psk"},
+    {"nmcli", "802-11-wireless-security.psk"},
+    {"nmcli", "802-1x.password"},
     {"mysqladmin", "password"},
     {"mysqladmin", "secret"},
     {"neighbor", "password"},
@@ -696,9 +698,6 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"snmp-server", "community"},
     {"snmp-server", "auth"},
     {"snmp-server", "priv"},
-    {"nmcli", "wifi-sec.psk"},
-    {"nmcli", "802-11-wireless-security.psk"},
-    {"nmcli", "802-1x.password"},
     {"tacacs-server", "key"},
     {"radius-server", "key"},
     {"server", "key", true},
@@ -771,7 +770,7 @@ inline constexpr std::string_view TIME_KEYS[] = {"m",      "md5",    "sha",    "
 inline constexpr std::string_view TUNNEL_KEYS[] = {"psk",   "eap",   "xauth", "ntlm", "rsa",
                                                    "ecdsa", "pkcs8", "p12",   "pin"};
 
-/// Texts of programs about a name that was typed at a login, which stands between the two. What
+/// Texts of programs about a name that was typed at a login, which is between the two. What
 /// may follow the name of a user that does not exist in a message of sshd is found by itself.
 struct secret_login {
     std::string_view before;
@@ -821,9 +820,6 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"pgp_sym_decrypt", 2},
     {"aes_encrypt", 2},
     {"aes_decrypt", 2},
-    {"setpassword", 1},
-    {"checkpassword", 1},
-    {"verifypassword", 1},
     {"login", 2, true},
     {"authenticate", 2, true},
     {"connect", 3, true},

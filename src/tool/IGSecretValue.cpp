@@ -10,7 +10,7 @@ bool endsDirectory(char c) {
     return c == '/' || c == ';' || c == ',' || c == ')' || c == '\n' || isIn(c, BLANK | QUOTE);
 }
 
-// ${NAME}, ${NAME:-x}, ${NAME}x: none where x looks like a secret.
+// ${NAME}, ${NAME:-x} and ${NAME}x are variables unless x looks like a secret.
 bool isBraced(const SecretLine& line, std::size_t from, std::size_t to) {
     const std::size_t name = from + 2;
     std::size_t sign = name;
@@ -72,11 +72,10 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
 // xxxxx, (hidden), <path>, (252:10): what is in the place of a value, or is no more than a
 // number.
 bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
-    const char first = line.at(from);
-    if (to >= from + 3 && (first == 'x' || first == 'X' || first == '*')) {
-        return line.text().substr(from, to - from).find_first_not_of(first) ==
-               std::string_view::npos;
+    if (line.isCrossedOut(from, to)) {
+        return true;
     }
+    const char first = line.at(from);
     const char last = first == '(' ? ')' : first == '<' ? '>' : '\0';
     std::size_t place = from + 1;
     while (line.in(place, LETTER | DIGIT) || line.at(place) == ':' || line.at(place) == '-') {
@@ -147,6 +146,12 @@ bool isExpression(const SecretLine& line, std::size_t from) {
 }
 
 }  // namespace
+
+bool SecretLine::isCrossedOut(std::size_t from, std::size_t to) const {
+    const char first = at(from);
+    return to >= from + 3 && (first == 'x' || first == 'X' || first == '*') &&
+           text_.substr(from, to - from).find_first_not_of(first) == NOWHERE;
+}
 
 bool SecretLine::isPath(std::size_t from) const {
     return at(from) == '/' && std::any_of(std::begin(TOP_DIRECTORIES), std::end(TOP_DIRECTORIES),

@@ -8,16 +8,8 @@
 
 namespace {
 
-constexpr BeginningFilter WORD_BEGINNINGS = filterOf(SECRET_WORDS);
-
-constexpr PairFilter makeShortFilter() {
-    PairFilter filter;
-    for (const secret_short& one : SECRET_SHORTS) {
-        filter.addInAnySize(one.word[0], one.word[1]);
-    }
-    return filter;
-}
-constexpr PairFilter SHORT_BEGINNINGS = makeShortFilter();
+constexpr auto WORD_BEGINNINGS = filterOf<BeginningFilter>(SECRET_WORDS);
+constexpr auto SHORT_BEGINNINGS = filterOf<PairFilter>(SECRET_SHORTS, &secret_short::word);
 
 // Where a word of the table that begins there ends; 0 when it is not there.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
@@ -78,7 +70,7 @@ const secret_short* shortWord(const SecretLine& line, std::size_t from, std::siz
     const std::size_t end = withoutDigits(line, from, to);
     for (const secret_short& one : SECRET_SHORTS) {
         const std::size_t last = one.numbered ? end : to;
-        if (last - from == one.word.size() && line.says(from, one.word)) {
+        if (line.is(from, last, one.word)) {
             return &one;
         }
     }
@@ -90,8 +82,8 @@ void readShortWords(const SecretLine& line, secret_name* name) {
     for (std::size_t from = name->from; from < name->to;) {
         const std::size_t to = line.skip(from, LETTER | DIGIT);
         const secret_short* found = shortWord(line, from, to);
-        const bool auth = to - from == 4 && from > name->from && line.at(from - 1) == '_' &&
-                          line.says(from, "auth");
+        const bool auth =
+            from > name->from && line.at(from - 1) == '_' && line.is(from, to, "auth");
         if (found != nullptr || auth) {
             name->is_short = true;
             name->short_to = to;
@@ -130,8 +122,7 @@ bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
         return false;
     }
     return std::any_of(std::begin(SECRET_PAIRS), std::end(SECRET_PAIRS), [&](const auto& pair) {
-        return to - from == pair.second.size() && line.says(from, pair.second) &&
-               line.endsWith(0, from, pair.first);
+        return line.is(from, to, pair.second) && line.endsWith(0, from, pair.first);
     });
 }
 

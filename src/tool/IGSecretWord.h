@@ -5,16 +5,6 @@
 
 #include "tool/IGSecretLine.h"
 
-/// The beginnings of the words of a table, in letters of any size.
-template <std::size_t N>
-constexpr BeginningFilter filterOf(const std::string_view (&words)[N]) {
-    BeginningFilter filter;
-    for (const std::string_view word : words) {
-        filter.addInAnySize(word);
-    }
-    return filter;
-}
-
 /// A stretch of a line that is a secret word; `from` is NOWHERE when there is none.
 struct secret_word {
     std::size_t from = NOWHERE;
