@@ -32,7 +32,7 @@ install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
   PERMISSIONS ${world_readable_file})
 
 # The commands that the shipped patterns run their tools through, and examples to begin a pattern with.
-# What ends with ".sh" is no command: some of them read it in.
+# What ends with ".sh" is no command, but a part that several commands read in.
 file(GLOB tools CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*)
 file(GLOB parts CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*.sh)
 list(REMOVE_ITEM tools ${parts})

@@ -1,14 +1,19 @@
 # shellcheck shell=sh
-# Which devices are to be left alone. No command: those of this directory that ask devices read it in.
+# Which devices are to be left alone. No command, but a part that those which ask devices read in.
 # To ask a device that the kernel has put to sleep would wake it, and to read one that is suspended would
 # not end before it is resumed.
 # shellcheck disable=SC2034 # what a function sets is for those that call it
 
+# read_value FILE: sets value to the first line of a file of sysfs, or to nothing
+read_value() {
+    value=
+    [ ! -r "$1" ] || read -r value 2>/dev/null <"$1"
+}
+
 # sleeps DIRECTORY: whether the device of this directory in sysfs is asleep, or almost
 sleeps() {
-    state=
-    [ ! -r "$1/power/runtime_status" ] || read -r state 2>/dev/null <"$1/power/runtime_status"
-    case $state in
+    read_value "$1/power/runtime_status"
+    case $value in
         suspended | suspending) return 0 ;;
     esac
     return 1
@@ -16,9 +21,8 @@ sleeps() {
 
 # is_suspended DIRECTORY: whether a mapped device waits to be resumed
 is_suspended() {
-    state=
-    [ ! -r "$1/dm/suspended" ] || read -r state 2>/dev/null <"$1/dm/suspended"
-    [ "$state" = 1 ]
+    read_value "$1/dm/suspended"
+    [ "$value" = 1 ]
 }
 
 # find_obstacle NAME: sets obstacle to why a block device must not be read, such as "sda sleeps", or to

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <initializer_list>
 #include <string_view>
 
@@ -335,12 +334,20 @@ class BeginningFilter {
 };
 
 /// The beginnings of the words of a table. It may have others too: what it has is checked again.
-/// @param word the member of a row that holds its word
-template <typename Filter, typename Row, std::size_t N, typename Word = std::identity>
-constexpr Filter filterOf(const Row (&rows)[N], Word word = {}) {
+template <typename Filter, std::size_t N>
+constexpr Filter filterOf(const std::string_view (&words)[N]) {
+    Filter filter;
+    for (const std::string_view word : words) {
+        filter.addInAnySize(word);
+    }
+    return filter;
+}
+/// The same for the words of its rows.
+template <typename Filter, typename Row, std::size_t N>
+constexpr Filter filterOf(const Row (&rows)[N], std::string_view Row::*word) {
     Filter filter;
     for (const Row& row : rows) {
-        filter.addInAnySize(std::invoke(word, row));
+        filter.addInAnySize(row.*word);
     }
     return filter;
 }

@@ -34,7 +34,6 @@ for place in sys.argv[1].split():
 sys.exit(subprocess.run(sys.argv[2:]).returncode)
 """
 CLIENT = """#!/bin/sh
-[ "$1" != --version ] || exit 0
 case $* in
     *'FROM pg_database'*)
         printf '%s\\n' database:postgres database:shop 'not asked because of its name: a b' \\
@@ -45,8 +44,8 @@ esac
 """
 
 
-#: A client of MariaDB that says only that it was started.
-ASKED = "#!/bin/sh\n[ \"$1\" = --version ] || echo asked\n"
+#: A client that says only that it was started.
+ASKED = "#!/bin/sh\necho asked\n"
 
 
 def listening(machine: Machine, sockets: str) -> list[str]:
@@ -72,7 +71,8 @@ def test_every_postgresql_server_is_asked_as_its_user_with_limits(system: Machin
     assert second.startswith("/tmp/pg/.s.PGSQL.5433\nuser 4713\n")
     for wanted in ("<-x>", "<-c> <SELECT 1>", "host='/tmp/pg' port=5432 dbname='postgres'",
                    "requirepeer=postgres", "statement_timeout=10s", "lock_timeout=2s",
-                   "default_transaction_read_only=on",
+                   "default_transaction_read_only=on", "connect_timeout=5", "log_statement=none",
+                   "log_min_duration_statement=-1",
                    "search_path=pg_catalog", "passfile=/nonexistent/pgpass"):
         assert wanted in first, wanted
 
@@ -94,7 +94,9 @@ def test_every_mariadb_server_is_asked_as_root_without_a_password(system: Machin
     assert done.stdout.startswith("==> /tmp/my/mysqld.sock\nuser 0\n<--no-defaults> <--protocol=socket>")
     assert "mysqlx" not in done.stdout
     for wanted in ("--socket=/tmp/my/mysqld.sock", "--skip-password", "--local-infile=0",
-                   "lock_wait_timeout = 2", "max_statement_time = 10", "tx_read_only = 1", " */; SHOW STATUS>"):
+                   "lock_wait_timeout = 2", "max_statement_time = 10", "tx_read_only = 1", " */; SHOW STATUS>",
+                   "SET SESSION sql_log_off = 1", "slow_query_log = 0", "--connect-timeout=5",
+                   "/*!80000 , max_execution_time = 10000, transaction_read_only = 1 */"):
         assert wanted in done.stdout, wanted
     done = ask(system, "/tmp/o/mysqld.sock=4715", "mariadb", "-x", "SHOW STATUS")
     assert "; SELECT 1 AS quendil_rows_follow; SHOW STATUS>" in done.stdout
@@ -128,7 +130,7 @@ def rows(*values: str | tuple[str, ...], names: tuple[str, ...] = ("Type", "Stat
 def shown(system: Machine, answer: str, query: str = "SHOW ENGINE INNODB STATUS") -> str:
     """What "sql" prints when a server of MariaDB answers so."""
     if not system.exists("/tmp/answer"):
-        lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\n[ \"$1\" = --version ] || cat /tmp/answer\n")
+        lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
     system.file("/tmp/answer", answer)
     system.exec("rm -f /tmp/my/mysqld.sock")
     return ask(system, "/tmp/my/mysqld.sock=4715", "mariadb", "-x", query).stdout.partition("\n")[2]
@@ -176,6 +178,7 @@ QUERIES = [
     ("SELECT \"It's\", 'a\nb\\\\', 'c' -- don't\n\nAND 'd'", "SELECT \"It's\", ?\n, ? --?\n\nAND ?"),
     ("SELECT $1, $$a'$$, $q$b\n$$c'$q$, 'd'", "SELECT $1, ?, ?\n, ?"),
     ("SELECT E'a\\'b', 'c'", "SELECT E?(left out)"),
+    ("SELECT é5, é$$a$$, 'b'", "SELECT é5, é?(left out)"),
     ("SELECT a$$b$$, 'c'", "SELECT a?(left out)"),
     ("SELECT /* a /* b */ 'c' */ 'd'", "SELECT /*?*/(left out)"),
     ("SELECT '{}'::jsonb #> 'a'", "SELECT ?::jsonb #> ?"),
@@ -328,6 +331,13 @@ def test_sockets_are_found_where_nothing_limits_the_time_of_stat(machine: Machin
     tools = with_changes(machine, "sql", ("command -v timeout", "command -v no_such_program"),
                          ("timeout -k", "no_such_program -k"))
     lay_over(machine, "/usr/sbin", "mariadb", ASKED)
+    done = ask(machine, "/tmp/my/mysqld.sock=4715", "mariadb", "SELECT 1", tools=tools)
+    assert (done.status, done.stdout) == (0, "==> /tmp/my/mysqld.sock\nasked\n")
+
+
+def test_the_client_of_mysql_is_taken_where_there_is_no_other(machine: Machine):
+    tools = with_changes(machine, "sql", ("command -v mariadb", "command -v no_such_program"))
+    lay_over(machine, "/usr/sbin", "mysql", ASKED)
     done = ask(machine, "/tmp/my/mysqld.sock=4715", "mariadb", "SELECT 1", tools=tools)
     assert (done.status, done.stdout) == (0, "==> /tmp/my/mysqld.sock\nasked\n")
 

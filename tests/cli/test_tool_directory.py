@@ -8,7 +8,7 @@ import pytest
 from support import expect, hostile_names, pattern_text
 from support.collecting import collect
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, add_users, lay_over
+from support.tool_directory import TOOLS, add_users, lay_over, stop_at_many_moments
 
 RUN, SHOW, MASK, ESCAPE = (f"{TOOLS}/{name}" for name in ("run", "show", "mask", "escape"))
 ROOT = Path(__file__).resolve().parents[2]
@@ -41,6 +41,9 @@ def test_what_is_absent_or_not_in_use_is_said_in_one_line(system: Machine):
     idle = system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc/none", "cat", "/etc/hostname"])
     assert idle.stdout == "cat: not asked: there is no /proc/no-such-* or /proc/none\n"
     assert system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc", "echo"]).stdout == "\n"
+    system.file("/tmp/or")  # no word of what is printed is the name of a file
+    idle = system.exec(f"cd /tmp && {RUN} -e /proc/no-such -e /proc/none echo")
+    assert idle.stdout == "echo: not asked: there is no /proc/no-such or /proc/none\n"
     used = system.exec([RUN, "-e", "/proc/self/lim*", "printf", "%s-", "a b", "*", ""])
     assert (used.stdout, used.stderr) == ("a b-*--", "")
 
@@ -78,7 +81,8 @@ def test_wrong_usage_ends_with_2(machine: Machine, arguments: tuple[str, ...]):
     done = machine.exec([RUN, *arguments], check=False)
     assert (done.status, done.stdout) == (2, "")
     assert done.stderr.endswith(
-        "usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-n PATH] [-t SECONDS] [-u USER] NAME [ARG]...\n")
+        "usage: run [-0] [-c] [-m] [-p] [-l MIB] [-e PATH] [-s SERVICE] [-n PATH] [-t SECONDS] [-u USER] "
+        "NAME [ARG]...\n")
 
 
 @pytest.mark.parametrize("zone, kept", [
@@ -133,6 +137,34 @@ def test_a_program_that_overruns_keeps_what_it_has_printed_masked(system: Machin
     assert run.archive.read("stuck.txt") == (
         f"password={HIDDEN}\nsh: stopped here by the time limit\n".encode())
     assert run.stdout.endswith(expect.output_file())
+
+
+@pytest.mark.parametrize("options", [("-m",), ("-0",), ("-m", "-t", "30")])
+def test_the_time_limit_of_a_program_is_noticed_at_every_moment(system: Machine, options: tuple[str, ...]):
+    times = stop_at_many_moments(system, 250, "stopped", RUN, *options, "sleep", "77.7")
+    assert len(times) >= 61
+    assert set(times) <= {(-15, True, ""), (143, True, "sleep: stopped here by the time limit\n")}
+    system.wait_for(lambda: not system.processes(), what="the end of all processes")
+
+
+def test_an_interrupt_from_the_keyboard_leaves_no_process(system: Machine):
+    lay_over(system, "/usr/local/bin", "probe", "#!/bin/sh\n: >/tmp/there\nexec sleep 1000\n")
+    system.exec("setsid python3 -c 'import os, signal, sys; signal.signal(signal.SIGINT, signal.SIG_DFL);"
+                f" os.execv(sys.argv[1], sys.argv[1:])' {RUN} -m probe >/dev/null 2>&1 & echo $! >/tmp/pid")
+    system.wait_for("/tmp/there")
+    system.exec("kill -INT -$(cat /tmp/pid)")
+    system.wait_for(lambda: not system.processes(), what="the end of all processes")
+
+
+def test_a_service_that_runs_is_asked(system: Machine):
+    for place in ("", "/systemd"):
+        assert system.exec([RUN, "-s", "probe", "echo", "a"]).stdout == (
+            "echo: not asked: there is no /sys/fs/cgroup/system.slice/probe.service or"
+            " /sys/fs/cgroup/systemd/system.slice/probe.service\n")
+        system.directory(f"/opt/cgroup{place}/system.slice/probe.service")
+        system.mount("--bind", "/opt/cgroup", "/sys/fs/cgroup")
+        assert system.exec([RUN, "-s", "probe", "echo", "a"]).stdout == "a\n"
+        system.exec("umount /sys/fs/cgroup; rm -r /opt/cgroup")
 
 
 def test_a_program_of_lines_that_end_with_nul_keeps_what_it_has_printed(system: Machine):

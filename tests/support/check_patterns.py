@@ -94,7 +94,7 @@ OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptor
                 "certificates", "deleted_files", "expiry", "journal", "load", "namespaces", "process",
                 "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
-WRAPPER_OPTIONS = {"-l", "-e", "-n", "-t", "-u"}  # these take a value
+WRAPPER_OPTIONS = {"-l", "-e", "-s", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
 EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
@@ -462,7 +462,7 @@ def find_run_faults(arguments: list[str]) -> list[str]:
     """What is wrong with the arguments of "run"."""
     options, arguments = take_options(arguments)
     name = arguments[0] if arguments else ""
-    faults = find_program_faults(arguments, guarded="-e" in options, own="-c" in options)
+    faults = find_program_faults(arguments, guarded=bool({"-e", "-s"} & options.keys()), own="-c" in options)
     if "-m" not in options:
         faults.append(f"the output of {name} is not masked")
     if name in NUL_ENDED and "-0" not in options:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ast
 import os
 import shutil
 from pathlib import Path
@@ -54,6 +55,36 @@ def stop_at_time_limit(machine: Machine, command: str, last: str, around: str = 
     machine.exec("kill -TERM -$(cat /tmp/group)")
     machine.wait_for(lambda: last in machine.read("/tmp/out"))
     return machine.read("/tmp/out")
+
+
+#: Starts a command in a group of its own and sends SIGTERM to that after 0, 1, 2 ... 60 steps of so many
+#: microseconds, on a busy machine after more, until what it printed holds a text once. Prints the exit
+#: status, whether the command ended within five seconds, and what it printed, each time.
+MOMENTS = """import itertools, os, signal, subprocess, sys, time
+microseconds, text, *command = sys.argv[1:]
+reached = False
+for step in itertools.count():
+    child = subprocess.Popen(command, env={"QUENDIL_FILTERED": "yes"}, stdin=subprocess.DEVNULL,
+                             stdout=subprocess.PIPE, start_new_session=True, text=True)
+    time.sleep(step * int(microseconds) / 1e6)
+    os.killpg(child.pid, signal.SIGTERM)
+    sent = time.monotonic()
+    output = child.stdout.read()
+    in_time = time.monotonic() - sent < 5
+    print((child.wait(), in_time, output))
+    reached = reached or output.count(text) == 1
+    if not in_time or step >= 60 and reached:
+        break
+"""
+
+
+def stop_at_many_moments(machine: Machine, microseconds: int, text: str,
+                         *command: str) -> list[tuple[int, bool, str]]:
+    """Stops a command as its time limit does, a step later each time.
+    @return of each time the exit status, whether it ended within five seconds, and what it printed"""
+    script = machine.file("/tmp/moments", MOMENTS)
+    done = machine.exec(["/usr/bin/python3", script, str(microseconds), text, *command], seconds=300)
+    return [ast.literal_eval(line) for line in done.stdout.splitlines()]
 
 
 def add_users(machine: Machine) -> None:

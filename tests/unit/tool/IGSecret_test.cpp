@@ -194,6 +194,8 @@ constexpr const char* LINES_WITH_SECRETS[] = {
     "# x (pass: {}) y",
     "bob:x:1000:1000:Bob (password {}),,,:/home/bob:/bin/bash",
     "bob:x:1000:1000:Bob (pw {}):/home/bob:/bin/bash",
+    "bob:x:1000:1000:Bob password {}:/home/bob:/bin/bash",
+    "bob:x:1000:1000:the token is {}:/home/bob:/bin/bash",
     "# credenziali iLO: Administrator/{}",
     "# iLO (Administrator/{}), slot 2",
     "# accès: admin/{}",
