@@ -156,6 +156,12 @@ def test_an_interrupt_from_the_keyboard_leaves_no_process(system: Machine):
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
 
 
+def test_a_program_runs_where_the_state_of_processes_cannot_be_read(system: Machine):
+    system.directory("/opt/empty")
+    system.mount("--bind", "/opt/empty", "/proc")
+    assert system.exec([RUN, "-m", "echo", "a"]).stdout == "a\n"
+
+
 def test_a_service_that_runs_is_asked(system: Machine):
     for place in ("", "/systemd"):
         assert system.exec([RUN, "-s", "probe", "echo", "a"]).stdout == (
