@@ -804,7 +804,7 @@ SECRETS = _rules(
     ("who asks a directory gives a password", "src/tool/IGSecretCommand.cpp",
      "return is(from, to, \"-w\") &&", "return is(from, to, \"-W\") &&", "unit:IGSecret_test"),
     ("a line of /etc/passwd ends the comment at the home directory", "src/tool/IGSecretName.cpp",
-     "account_ = isAccount();", "", "unit:IGSecret_test"),
+     "account_ = isAccount();", "account_ = isAccount() && false;", "unit:IGSecret_test"),
     ("each way to log in is found, not the first alone", "src/tool/IGSecretDialog.cpp",
      "at = line.find(\"AUTH\", word);", "at = NOWHERE;", "unit:IGSecret_test"),
     ("a password of a mail client is no part of a name", "src/tool/IGSecretDialog.cpp",
