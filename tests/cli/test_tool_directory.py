@@ -8,7 +8,7 @@ import pytest
 from support import expect, hostile_names, pattern_text
 from support.collecting import collect
 from support.machine import Completed, Machine
-from support.tool_directory import TOOLS, add_users, lay_over, stop_at_many_moments
+from support.tool_directory import TOOLS, add_users, lay_over, stop_at_many_moments, with_changes
 
 RUN, SHOW, MASK, ESCAPE = (f"{TOOLS}/{name}" for name in ("run", "show", "mask", "escape"))
 ROOT = Path(__file__).resolve().parents[2]
@@ -144,6 +144,12 @@ def test_the_time_limit_of_a_program_is_noticed_at_every_moment(system: Machine,
     times = stop_at_many_moments(system, 250, "stopped", RUN, *options, "sleep", "77.7")
     assert len(times) >= 61
     assert set(times) <= {(-15, True, ""), (143, True, "sleep: stopped here by the time limit\n")}
+    system.wait_for(lambda: not system.processes(), what="the end of all processes")
+
+
+def test_a_sentinel_ends_whose_shell_was_stopped_before_it_caught_the_signal(system: Machine):
+    directory = with_changes(system, "run", ("trap : TERM\n# The sentinel", "kill -s KILL $$\n# The sentinel"))
+    assert system.exec([f"{directory}/run", "-m", "echo"], check=False).status == -9
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
 
 
