@@ -5,8 +5,8 @@
 // of well known services). In doubt it hides: a lost value costs a question, a spread one a
 // password.
 //
-// The time is linear in the size of the text, whatever that says: each rule goes through a line
-// once, and what it looked at in vain it does not look at again.
+// The time is linear in the size of any text: each rule goes through a line once, and does not
+// check again what it has checked in vain.
 #ifndef QUENDIL_TOOL_IGSECRET_H
 #define QUENDIL_TOOL_IGSECRET_H
 

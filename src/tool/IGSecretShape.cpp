@@ -440,8 +440,7 @@ constexpr PairFilter SHAPE_BEGINNINGS = makeShapeFilter();
 
 constexpr auto KEY_BEGINNINGS = filterOf<BeginningFilter>(SECRET_SHAPES, &secret_shape::beginning);
 
-// Each of these returns the place behind what it has looked at, or 0 when there is nothing of its
-// kind.
+// Each of these returns the place behind what it has read, or 0 when there is nothing of its kind.
 class ShapeScan {
   public:
     explicit ShapeScan(SecretLine& line) : line_(line) {}
@@ -505,7 +504,7 @@ class ShapeScan {
     std::size_t stretchEnd(std::size_t place);
     [[nodiscard]] bool isMixed(std::size_t from, std::size_t to) const;
     [[nodiscard]] bool standsApart(std::size_t place) const;
-    // Hides a stretch that has at least so many bytes; it has been looked at in any case.
+    // Hides a stretch that has at least so many bytes; it has been checked in any case.
     std::size_t hideLong(std::size_t from, std::size_t to, std::size_t shortest) {
         if (to - from >= shortest) {
             line_.hide(from, to, secret_rest::WORD);

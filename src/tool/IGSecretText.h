@@ -7,9 +7,9 @@
 
 #include "tool/IGSecret.h"
 
-/// The longest line that can be looked at as a whole. A longer one is masked in parts: what is
+/// The longest line that is filtered as a whole. A longer one is masked in parts: what is
 /// hidden at the end of a part is hidden on to its own end, and the last sixteenth of a part is
-/// looked at once more with the next one. So what is parted by more than that, such as a name and a
+/// read once more with the next one. So what is parted by more than that, such as a name and a
 /// value with blanks between them, is not recognised in such a line.
 inline constexpr std::size_t SECRET_PART = 1 << 20;
 
@@ -27,7 +27,7 @@ struct secret_text {
     secret_state state;
     std::size_t used = 0;       ///< bytes of `line` that are waiting
     std::size_t scanned = 0;    ///< of them, those that hold no line feed
-    std::size_t carried = 0;    ///< of them, those that were looked at already with the part before
+    std::size_t carried = 0;    ///< of them, those that were read already with the part before
     bool goes_on = false;       ///< the line has begun in a part before
     bool masking = false;       ///< and the end of that was hidden
     bool failed = false;        ///< something could not be written; nothing more is

@@ -498,8 +498,8 @@ def test_processes_that_use_most_come_first(system: Machine):
     make_process(system, "/tmp/next", 11, "after", 0, ticks=(0, 0), start=6, pages=20)
     make_process(system, "/tmp/next", 20, "idle", 0, ticks=(4000 * second, 0))
     system.directory("/tmp/next/12")  # one that has just ended
-    lay_over(system, "/usr/sbin", "sleep", "#!/bin/sh\n[ $1 != 36000 ] || exec /usr/bin/sleep 36000\necho $* >/tmp/slept\n"
-             "rm -r /tmp/proc\ncp -r /tmp/next /tmp/proc\n")
+    lay_over(system, "/usr/sbin", "sleep", "#!/bin/sh\n[ $1 != 36000 ] || exec /usr/bin/sleep 36000\n"
+             "echo $* >/tmp/slept\nrm -r /tmp/proc\ncp -r /tmp/next /tmp/proc\n")
     tools = with_changes(system, "load", ("/proc", "/tmp/proc"))
     head = "    PID      UID S   PR  NI   THR   %CPU        RSS       TIME NAME\n"
     worker = f"      7       33 S   20  -5     3   50.0 {10 * kib:10}    0:00:03 worker\n"

@@ -509,7 +509,7 @@ TOOLS = _rules(
     ("an interrupt ends what waits for a stop", "tools/run",
      'kill -s KILL "$sentinel"; trap - INT', "trap - INT", "cli:test_tool_directory.py:interrupt"),
     ("without /proc a program runs", "tools/run",
-     '[ -z "$lives" ] && [ -e /proc/self/status ]', '[ -z "$lives" ]', "cli:test_tool_directory.py:state_of_processes"),
+     "    [ -e /proc/self/status ] #", "    true #", "cli:test_tool_directory.py:state_of_processes"),
     ("a word of a message is no path that must exist", "tools/run",
      'needed="$needed $1"', 'needed="$needed or $1"', "cli:test_tool_directory.py:what_is_absent"),
     ("run knows where systemd keeps a service", "tools/run",
