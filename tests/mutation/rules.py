@@ -505,7 +505,7 @@ TOOLS = _rules(
     ("run passes all output through the filter", "tools/run",
      'limited escape "$@"', "exec cat", "cli:test_tool_directory.py:control_characters"),
     ("no program begins after a stop that run has lost", "tools/run",
-     "    ! is_stopped || exit 143\n", "", "cli:test_tool_directory.py:every_moment"),
+     "    ! (is_stopped) || exit 143\n", "", "cli:test_tool_directory.py:every_moment"),
     ("an interrupt ends what waits for a stop", "tools/run",
      'kill -s KILL "$sentinel"; trap - INT', "trap - INT", "cli:test_tool_directory.py:interrupt"),
     ("without /proc a program runs", "tools/run",
