@@ -1,4 +1,4 @@
-"""Every way a run can end: all that it tells and all that it leaves, in one comparison each."""
+"""Every way a run can end. Each test compares all outputs, logs and files of a run at once."""
 
 from __future__ import annotations
 
@@ -6,9 +6,7 @@ import fcntl
 import os
 import signal
 import threading
-from collections.abc import Callable
 from dataclasses import replace
-from functools import partial
 
 import pytest
 from support import behave, expect, pattern_text
@@ -43,28 +41,7 @@ NOT_COMPRESSED = ("ZEPA135-W:An error occurred while a compression was being exe
                   " is.\n")
 SIZE_EXCEEDED = "ZEPA131-W:The size of the output data exceeded a limit size.\n"
 
-#: What a run was, with what it ought to have been.
-Seen = tuple[Ending, Ending]
-WAYS: dict[str, Callable[[Machine], Seen]] = {}
-
-
-def way(name: str, *arguments):
-    """Makes a function one of the ways, called with the machine and these arguments."""
-    def add(function):
-        assert name not in WAYS, name
-        WAYS[name] = partial(_call, function, arguments)
-        return function
-    return add
-
-
-def _call(function, arguments: tuple, machine: Machine) -> Seen:
-    return function(machine, *arguments)
-
-
-@pytest.mark.parametrize("name", WAYS)
-def test_a_run_ends_with_all_that_belongs_to_it_and_nothing_else(machine: Machine, name: str):
-    seen, expected = WAYS[name](machine)
-    assert seen == expected
+both_cleanups = pytest.mark.parametrize("cleanup", ["ON", "OFF"])
 
 
 # ---- Before the run log is opened ---------------------------------------------------------------
@@ -77,96 +54,86 @@ def early(stdout: str, stderr: str, history: str | None, locks: dict[str, int], 
     return Ending(255, stdout, stderr, log, old_log, history, None, list(logs), [], locks)
 
 
-@way("help")
-def _(machine: Machine) -> Seen:
+def test_help_is_shown(machine: Machine):
     run = machine.run("-h")
-    return Ending.of(machine, run), early(USAGE, "", expect.history("-h", 255), {HISTORY_LOCK: 0})
+    assert Ending.of(machine, run) == early(USAGE, "", expect.history("-h", 255), {HISTORY_LOCK: 0})
 
 
-@way("help beside the logs of an earlier run")
-def _(machine: Machine) -> Seen:
+def test_help_beside_the_logs_of_an_earlier_run(machine: Machine):
     machine.file(RUN_LOG, "before\n")
     run = machine.run("-x", "-H")
-    return Ending.of(machine, run), early(USAGE, "", expect.history("-x -H", 255),
+    assert Ending.of(machine, run) == early(USAGE, "", expect.history("-x -H", 255),
                                           {HISTORY_LOCK: 0}, log="before\n", logs=tuple(LOGS))
 
 
-@way("not the super user")
-def _(machine: Machine) -> Seen:
+def test_a_user_who_is_not_root_is_refused(machine: Machine):
     run = machine.run(*GROUP, user=1000)
-    return Ending.of(machine, run), early("", NOT_SUPER_USER, None, {}, logs=())
+    assert Ending.of(machine, run) == early("", NOT_SUPER_USER, None, {}, logs=())
 
 
-@way("another run goes on")
-def _(machine: Machine) -> Seen:
+def test_another_run_is_active(machine: Machine):
     with machine.locked(machine.file(f"{BIN_DIRECTORY}/{RUN_LOCK}")):
         run = machine.run(*GROUP)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", RUNNING, expect.history("-g demo", 255, middle=RUNNING), BOTH_LOCKS)
 
 
-@way("the lock file cannot be opened")
-def _(machine: Machine) -> Seen:
+def test_the_lock_file_cannot_be_opened(machine: Machine):
     path = f"{BIN_DIRECTORY}/{RUN_LOCK}"
     machine.link(path, path)
     run = machine.run(*GROUP)
     call = expect.system_error("open", 40)
     place = "ZEPA114-E:source = IGMain, line no = <LINE>.\n"
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", expect.system_error("open", 40, path),
         expect.history("-g demo", 255, middle=call + place),
         {HISTORY_LOCK: 0, RUN_LOCK: len(path)})
 
 
-@way("the old run log cannot be removed")
-def _(machine: Machine) -> Seen:
+def test_the_old_run_log_cannot_be_removed(machine: Machine):
     machine.file(RUN_LOG, "present\n")
     machine.file(f"{OLD_RUN_LOG}/file")
     run = machine.run(*GROUP)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", expect.system_error("remove", 39, OLD_RUN_LOG), expect.history("-g demo", 255),
         BOTH_LOCKS, log="present\n", logs=(*LOGS, "quendil_old.log"))
 
 
-@way("the run log cannot be renamed")
-def _(machine: Machine) -> Seen:
+def test_the_run_log_cannot_be_renamed(machine: Machine):
     machine.file(RUN_LOG, "present\n")
     machine.file(OLD_RUN_LOG, "old\n")
     machine.pin(RUN_LOG)
     run = machine.run(*GROUP)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", expect.system_error("rename", 16, RUN_LOG), expect.history("-g demo", 255), BOTH_LOCKS,
         log="present\n", logs=tuple(LOGS))
 
 
-@way("the run log cannot be opened")
-def _(machine: Machine) -> Seen:
+def test_the_run_log_cannot_be_opened(machine: Machine):
     machine.link(RUN_LOG, "/opt/none/log")
     run = machine.run(*GROUP)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", expect.system_error("fopen", 2, RUN_LOG), expect.history("-g demo", 255), BOTH_LOCKS,
         logs=tuple(LOGS))
 
 
-@way("the run log cannot be written")
-def _(machine: Machine) -> Seen:
+def test_the_run_log_cannot_be_written(machine: Machine):
     machine.file(HISTORY, "x\n")
     machine.small_tmpfs(LOG_DIRECTORY, 4 * 4096)
     machine.fill(LOG_DIRECTORY)
     run = machine.run(*GROUP)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", expect.system_error("fflush", 28, RUN_LOG), "x\n" + expect.history("-g demo", 255),
         BOTH_LOCKS, log="", logs=("filler", *LOGS))
 
 
-@way("no log directory")
-def _(machine: Machine) -> Seen:
+def test_no_log_directory(machine: Machine):
     machine.remove(LOG_DIRECTORY)
     run = machine.run(*GROUP)
     assert not machine.exists(LOG_DIRECTORY)
     machine.directory(LOG_DIRECTORY)  # to be listed
     lost = expect.system_error("fopen", 2, HISTORY, "IGCmnLog", warning=True)
-    return Ending.of(machine, run), early(
+    assert Ending.of(machine, run) == early(
         "", 2 * lost + expect.system_error("fopen", 2, RUN_LOG) + 2 * lost, None, BOTH_LOCKS,
         logs=())
 
@@ -174,119 +141,104 @@ def _(machine: Machine) -> Seen:
 # ---- Refused while initializing -----------------------------------------------------------------
 
 
-REFUSED_OPTIONS = {
-    "an unknown option": (["-x"], "ZEPA101-E:The specified option(-x) is invalid.\n"),
-    "an option without its value": (
-        ["-g"], "ZEPA102-E:The specified option(-g) requires an argument.\n"),
-    "a directory that is missing": (
-        [*GROUP, "-d", "/none"], "ZEPA104-E:The specified directory(/none) does not exist.\n"),
-    "a directory without permission": (
-        [*GROUP, "-d", "/opt/ro"], "ZEPA105-E:You do not have write permissions for the specified"
-        " directory(/opt/ro).\n"),
-    "a configuration file that is missing": (
-        [*GROUP, "-c", "/none"], "ZEPA106-E:The specified configuration file(/none) does not"
-        " exist.\n"),
-    "an option given twice and then a fault": (
-        ["-d", "/", "-d", "/"], "ZEPA107-W:The specified option(-d) cannot be specified twice or"
-        " more.\nZEPA115-E:A required option is not specified.\n"),
-    "a value that is too long": (
-        ["-t", "x" * 257], "ZEPA108-E:The specified argument of the option(-t) is too long.\n"),
-    "an output file that exists": (
-        [*GROUP, "-o", "/opt"], "ZEPA109-E:The specified file(/opt) already exists.\n"),
-    "a configuration file without permission": (
-        [*GROUP, "-c", "/opt/secret"], "ZEPA112-E:You do not have access permissions for the"
-        " specified file(/opt/secret).\n"),
-    "no group and no target": (
-        ["-o", "/opt/x"], "ZEPA115-E:A required option is not specified.\n"),
-    "an output file that is not absolute": (
-        [*GROUP, "-o", "x"], "ZEPA144-E:The specified output file(x) must be absolute path"
-        " name.\n"),
-}
-
-
-def refused_option(machine: Machine, arguments: list[str], told: str) -> Seen:
+@pytest.mark.parametrize("arguments, reported", [
+    (["-x"], "ZEPA101-E:The specified option(-x) is invalid.\n"),
+    (["-g"], "ZEPA102-E:The specified option(-g) requires an argument.\n"),
+    ([*GROUP, "-d", "/none"], "ZEPA104-E:The specified directory(/none) does not exist.\n"),
+    ([*GROUP, "-d", "/opt/ro"],
+     "ZEPA105-E:You do not have write permissions for the specified directory(/opt/ro).\n"),
+    ([*GROUP, "-c", "/none"],
+     "ZEPA106-E:The specified configuration file(/none) does not exist.\n"),
+    (["-d", "/", "-d", "/"],
+     "ZEPA107-W:The specified option(-d) cannot be specified twice or more.\n"
+     "ZEPA115-E:A required option is not specified.\n"),
+    (["-t", "x" * 257],
+     "ZEPA108-E:The specified argument of the option(-t) is too long.\n"),
+    ([*GROUP, "-o", "/opt"], "ZEPA109-E:The specified file(/opt) already exists.\n"),
+    ([*GROUP, "-c", "/opt/secret"],
+     "ZEPA112-E:You do not have access permissions for the specified file(/opt/secret).\n"),
+    (["-o", "/opt/x"], "ZEPA115-E:A required option is not specified.\n"),
+    ([*GROUP, "-o", "x"],
+     "ZEPA144-E:The specified output file(x) must be absolute path name.\n"),
+], ids=lambda value: value[:7] if isinstance(value, str) else " ".join(value)[:20])
+def test_a_wrong_option(machine: Machine, arguments: list[str], reported: str):
     machine.directory("/opt/ro", 0o500)
     machine.file("/opt/secret", mode=0o300)
-    return Ending.of(machine, machine.run(*arguments)), refused(arguments, told)
+    assert Ending.of(machine, machine.run(*arguments)) == refused(arguments, reported)
 
 
-for _name, _case in REFUSED_OPTIONS.items():
-    way(_name, *_case)(refused_option)
+def test_no_arguments(machine: Machine):
+    reported = "ZEPA115-E:A required option is not specified.\n"
+    expected = refused([], reported, log=expect.RunLog())
+    assert Ending.of(machine, machine.run()) == replace(expected, history=expect.history(None, 255))
 
 
-@way("no arguments")
-def _(machine: Machine) -> Seen:
-    told = "ZEPA115-E:A required option is not specified.\n"
-    expected = refused([], told, log=expect.RunLog())
-    return Ending.of(machine, machine.run()), replace(expected, history=expect.history(None, 255))
-
-
-@way("no configuration file", None,
-     f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n", 1)
-@way("a faulty line in the configuration file", "#\n\n",
-     f"ZEPA119-E:A syntax error occurred.\nZEPA120-E:filename = {CONFIGURATION}, line no = 2.\n", 1)
-@way("a configured directory that is missing", "QUENDIL_DATA_DIRECTORY=/none\n",
-     "ZEPA104-E:The specified directory(/none) does not exist.\n", 2)
-@way("a configured directory without permission", "QUENDIL_DATA_DIRECTORY=/opt/ro\n",
-     "ZEPA105-E:You do not have write permissions for the specified directory(/opt/ro).\n", 2)
-def _(machine: Machine, text: str | None, told: str, steps: int) -> Seen:
+@pytest.mark.parametrize("text, reported, steps", [
+    (None, f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n", 1),
+    ("#\n\n",
+     "ZEPA119-E:A syntax error occurred.\n"
+     f"ZEPA120-E:filename = {CONFIGURATION}, line no = 2.\n", 1),
+    ("QUENDIL_DATA_DIRECTORY=/none\n",
+     "ZEPA104-E:The specified directory(/none) does not exist.\n", 2),
+    ("QUENDIL_DATA_DIRECTORY=/opt/ro\n",
+     "ZEPA105-E:You do not have write permissions for the specified directory(/opt/ro).\n", 2),
+], ids=["missing", "syntax", "no data directory", "read-only data directory"])
+def test_a_wrong_configuration(machine: Machine, text: str | None, reported: str, steps: int):
     machine.directory("/opt/ro", 0o500)
     machine.conf(text or "")
     if text is None:
         machine.remove(CONFIGURATION)
-    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, told, steps)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused(GROUP, reported, steps)
 
 
-@way("a configuration file that is a directory",
-     f"ZEPA106-E:The specified configuration file({CONFIGURATION}) does not exist.\n")
-@way("a configuration file that cannot be opened",
-     f"ZEPA112-E:You do not have access permissions for the specified file({CONFIGURATION}).\n")
-def _(machine: Machine, told: str) -> Seen:
+def test_a_directory_in_place_of_the_configuration_file(machine: Machine):
     machine.remove(CONFIGURATION)
-    if "ZEPA106" in told:
-        machine.directory(CONFIGURATION)
-    else:
-        machine.link(CONFIGURATION, CONFIGURATION)
-    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, told, 1)
+    machine.directory(CONFIGURATION)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused(
+        GROUP, f"ZEPA106-E:The specified configuration file({CONFIGURATION}) does not exist.\n", 1)
 
 
-def refused_patterns(told: str, quiet: str = "") -> Ending:
+def test_a_configuration_file_that_cannot_be_opened(machine: Machine):
+    machine.remove(CONFIGURATION)
+    machine.link(CONFIGURATION, CONFIGURATION)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused(
+        GROUP, "ZEPA112-E:You do not have access permissions for the specified file"
+        f"({CONFIGURATION}).\n", 1)
+
+
+def refused_patterns(reported: str, quiet: str = "") -> Ending:
     """The ending of a run whose patterns gave it nothing; `quiet` reaches the run log only."""
     log = expect.RunLog("-g demo").parameters(["demo"]).raw(quiet)
-    return refused(GROUP, told, 3, log)
+    return refused(GROUP, reported, 3, log)
 
 
-@way("no pattern file")
-def _(machine: Machine) -> Seen:
+def test_no_pattern_file(machine: Machine):
     machine.no_patterns()
-    return Ending.of(machine, machine.run(*GROUP)), refused_patterns(ALL_FAILED)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused_patterns(ALL_FAILED)
 
 
-@way("no pattern directory")
-def _(machine: Machine) -> Seen:
+def test_no_pattern_directory(machine: Machine):
     machine.remove(PATTERN_DIRECTORY)
     shown = expect.system_error("opendir", 2, PATTERN_DIRECTORY)
     place = "ZEPA114-E:source = IGCmnPath, line no = <LINE>.\n"
     expected = refused_patterns("", shown + place)
-    return Ending.of(machine, machine.run(*GROUP)), replace(
+    assert Ending.of(machine, machine.run(*GROUP)) == replace(
         expected, stderr=shown + expect.LOOK_AT_LOG)
 
 
-@way("every pattern is bad")
-def _(machine: Machine) -> Seen:
+def test_every_pattern_file_is_wrong(machine: Machine):
     machine.pattern("10_demo", "FORMAT_VERSION = 1.0\n")
     machine.pattern("20_demo", "nothing\n")
     paths = [f"{PATTERN_DIRECTORY}/{number}_demo" for number in (10, 20)]
     first = f"ZEPA137-W:Internal error occurred.\nZEPA138-W:filename = {paths[0]}, line no = 2.\n"
     second = f"ZEPA139-W:Invalid format number({paths[1]}).\n"
     log = expect.RunLog("-g demo").parameters(["demo"]).raw(first)
-    return Ending.of(machine, machine.run(*GROUP)), refused(GROUP, second + ALL_FAILED, 3, log)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused(GROUP, second + ALL_FAILED, 3, log)
 
 
-@way("nothing is selected")
-def _(machine: Machine) -> Seen:
+def test_nothing_is_selected(machine: Machine):
     machine.pattern("10_demo", pattern_text.pattern(pattern_text.block(), groups=["other"]))
-    return Ending.of(machine, machine.run(*GROUP)), refused_patterns(NOTHING)
+    assert Ending.of(machine, machine.run(*GROUP)) == refused_patterns(NOTHING)
 
 
 # ---- Later --------------------------------------------------------------------------------------
@@ -332,17 +284,8 @@ def interrupt(run: ActiveRun, path: str, number: int = 2) -> None:
     run.signal(number)
 
 
-def both_cleanups(name: str):
-    """Makes a function two of the ways: with cleanup on and off."""
-    def add(function):
-        for cleanup in ("ON", "OFF"):
-            way(f"{name}, cleanup {cleanup}", cleanup)(function)
-        return function
-    return add
-
-
-@both_cleanups("interrupted while initializing")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_initializing(machine: Machine, cleanup: str):
     log = expect.RunLog("-g demo").parameters(["demo"], cleanup=cleanup, limit=-1)
     started(machine, cleanup)
     reader, writer = os.pipe()
@@ -365,10 +308,10 @@ def _(machine: Machine, cleanup: str) -> Seen:
     log.text = log.text.replace("ZEPA205-I", interruption() + "ZEPA205-I", 1)
     log.ended("initializing")
     cleaned(terminal, log, cleanup, interrupted=True, deleted=False)
-    # The byte that waited went with the write that the signal broke off: nobody repeats it.
+    # The byte that waited went with the write that the signal broke off: no later write repeats it.
     terminal.text = terminal.text[:shown] + terminal.text[shown + 1:]
     seen = replace(Ending.of(machine, ended), stdout=text)
-    return seen, late(255, terminal, interruption(), log, "", None, [], LOGS)
+    assert seen == late(255, terminal, interruption(), log, "", None, [], LOGS)
 
 
 def _waits(machine: Machine, pid: int) -> bool:
@@ -390,8 +333,8 @@ def _drain(reader: int, taken: list[bytes]) -> None:
         taken.append(pipe.read())
 
 
-@both_cleanups("interrupted while executing")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_executing(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     tool = machine.tool(ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.tool(tool), pattern_text.data("/opt/behave"))
@@ -400,12 +343,12 @@ def _(machine: Machine, cleanup: str) -> Seen:
     log.tool(tool, 0, 15).raw(interruption())
     cleaned(terminal, log, cleanup, interrupted=True)
     left = [] if cleanup == "ON" else [OUTPUT_NAME, INDEX]
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         255, terminal, interruption(), log, "", None, left, LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("interrupted while collecting")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_collecting(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.directory("/opt/many")
     many = str(machine.path("/opt/many"))
@@ -428,13 +371,13 @@ def _(machine: Machine, cleanup: str) -> Seen:
             *(f"{OUTPUT_NAME}/opt/many/{name}" for name in names)]
     if cleanup == "OFF":  # no record of an item that was not finished
         assert ended.index == expect.index_header("-g demo")
-    return Ending.of(machine, ended), late(
+    assert Ending.of(machine, ended) == late(
         255, terminal, interruption(15), log, "", None, sorted(left) if cleanup == "OFF" else [],
         LOGS)
 
 
-@both_cleanups("interrupted while the logs are copied")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_the_logs_are_copied(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.replace("/bin/cp", behave.run("/opt/real/cp"), ready("/opt/ready"), wait_for("/opt/go"))
     run = begin(machine, pattern_text.block())
@@ -445,13 +388,13 @@ def _(machine: Machine, cleanup: str) -> Seen:
     if cleanup == "ON":
         terminal.cleanup().end()
         log.cleaned()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         20, terminal, interruption(), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
         [OUTPUT_NAME, COPIED_LOGS[0], INDEX], LOGS)
 
 
-@both_cleanups("interrupted while packing")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_packing(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.replace("/bin/tar", behave.tarwrite(20480), ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.block())
@@ -461,13 +404,13 @@ def _(machine: Machine, cleanup: str) -> Seen:
     if cleanup == "ON":
         terminal.cleanup().end()
         log.cleaned()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         20, terminal, interruption(1), log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
         sorted([OUTPUT_NAME, *COPIED_LOGS, INDEX]), LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("interrupted while compressing")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_interrupted_while_compressing(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.replace("/bin/gzip", behave.gzwrite(100), ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.block())
@@ -477,7 +420,7 @@ def _(machine: Machine, cleanup: str) -> Seen:
     if cleanup == "ON":
         terminal.cleanup().end()
         log.cleaned()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         10, terminal, interruption(15), log, expect.archive_file(),
         f"{expect.OUTPUT_DIRECTORY}.tar", [f"{OUTPUT_NAME}.tar"], LOGS_AFTER_A_TOOL)
 
@@ -498,8 +441,7 @@ def without_index(machine: Machine, log: expect.RunLog) -> tuple[list[str], str]
     return items, failed.splitlines(keepends=True)[0]
 
 
-@way("signals while cleaning")
-def _(machine: Machine) -> Seen:
+def test_signals_while_cleaning(machine: Machine):
     log = started(machine, "ON")
     items, warning = without_index(machine, log)
     machine.replace("/bin/rm", ready("/opt/ready"), wait_for("/opt/go"), behave.run("/opt/real/rm"))
@@ -510,12 +452,11 @@ def _(machine: Machine) -> Seen:
     machine.file("/opt/go")
     log.cleaned(expect.OUTPUT_DIRECTORY)
     terminal = initialized().collect(2).step().cleanup().step().end()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         255, terminal, warning, log, "", None, [], LOGS_AFTER_A_TOOL)
 
 
-@way("the output cannot be cleaned away")
-def _(machine: Machine) -> Seen:
+def test_the_output_cannot_be_removed(machine: Machine):
     log = started(machine, "ON")
     machine.replace("/bin/rm", exit(1))
     tool = machine.tool(ready("/opt/ready"), forever())
@@ -528,12 +469,12 @@ def _(machine: Machine) -> Seen:
             f' /bin/rm -rf "{expect.OUTPUT_DIRECTORY}" 2> /dev/null.\n'
             "ZEPA141-W:source = IGCmnFile, line no = <LINE>.\n").ended("cleaning")
     terminal = initialized().collect(1).newline().cleanup().end()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         255, terminal, interruption(), log, "", None, [OUTPUT_NAME, INDEX], LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("the index cannot be written")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_the_index_cannot_be_written(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.small_tmpfs(DATA_DIRECTORY, 4096)
     machine.fill(DATA_DIRECTORY)
@@ -543,26 +484,26 @@ def _(machine: Machine, cleanup: str) -> Seen:
     terminal = initialized().collect(1)
     cleaned(terminal, log, cleanup)
     left = [] if cleanup == "ON" else [OUTPUT_NAME, INDEX]
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         255, terminal, expect.system_error("fflush", 28, index), log, "", None, ["filler", *left],
         LOGS)
 
 
-@both_cleanups("the output directory cannot be made")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_the_output_directory_cannot_be_made(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.read_only(DATA_DIRECTORY)
     run = collect(machine, pattern_text.block())
     log.raw(expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY, "IGCmnFile"))
     terminal = initialized().collect(0)
     cleaned(terminal, log, cleanup, deleted=False)
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         255, terminal, expect.system_error("mkdir", 30, expect.OUTPUT_DIRECTORY), log, "", None, [],
         LOGS)
 
 
-@both_cleanups("the collection fails and has told nothing on the terminal")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_the_collection_fails(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     items, warning = without_index(machine, log)
     run = collect(machine, *items)
@@ -573,12 +514,12 @@ def _(machine: Machine, cleanup: str) -> Seen:
         log.cleaned(expect.OUTPUT_DIRECTORY)
     left = [] if cleanup == "ON" else [
         OUTPUT_NAME, f"{OUTPUT_NAME}/opt", f"{OUTPUT_NAME}/opt/data", INDEX]
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         255, terminal.newline(), warning, log, "", None, left, LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("stopped at the size limit")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_stopped_at_the_size_limit(machine: Machine, cleanup: str):
     log = started(machine, cleanup, limit=1)
     write = machine.tool(behave.flood(1, 513))
     hold = machine.tool(ready("/opt/ready"), wait_for("/opt/go"))
@@ -594,13 +535,13 @@ def _(machine: Machine, cleanup: str) -> Seen:
             f" filename = {path}, size = 513 bytes.\n")
     log.raw(expect.system_error("remove", 16, path, "IGCollectData", warning=True))
     terminal = initialized().collect(4).step(2).newline()
-    return Ending.of(machine, run.finish()), late(
+    assert Ending.of(machine, run.finish()) == late(
         20, terminal, SIZE_EXCEEDED, log, expect.output_directory(), None,
         [OUTPUT_NAME, f"{OUTPUT_NAME}/out", INDEX], LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("result 20")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_result_20(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.replace("/bin/tar", exit(2))
     run = collect(machine, pattern_text.block())
@@ -609,13 +550,13 @@ def _(machine: Machine, cleanup: str) -> Seen:
     if cleanup == "ON":
         terminal.cleanup().step().end()
         log.cleaned()
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         20, terminal, NOT_PACKED, log, expect.output_directory(), expect.OUTPUT_DIRECTORY,
         sorted([OUTPUT_NAME, *COPIED_LOGS, INDEX]), LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("result 10")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_result_10(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.replace("/bin/gzip", exit(1))
     run = collect(machine, pattern_text.block())
@@ -624,24 +565,23 @@ def _(machine: Machine, cleanup: str) -> Seen:
     if cleanup == "ON":
         terminal.cleanup().step().end()
         log.cleaned()
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         10, terminal, NOT_COMPRESSED, log, expect.archive_file(), f"{expect.OUTPUT_DIRECTORY}.tar",
         [f"{OUTPUT_NAME}.tar"], LOGS_AFTER_A_TOOL)
 
 
-@both_cleanups("result 0")
-def _(machine: Machine, cleanup: str) -> Seen:
+@both_cleanups
+def test_result_0(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     run = collect(machine, pattern_text.data("/opt/none"))
     log.data({}, 0, "ZEPA129-W:A system information(/opt/none) is not found.\n")
     log.made().cleaned()
-    return Ending.of(machine, run), late(
+    assert Ending.of(machine, run) == late(
         0, complete(1), "", log, expect.output_file(), f"{expect.OUTPUT_DIRECTORY}.tar.gz",
         [f"{OUTPUT_NAME}.tar.gz"], LOGS_AFTER_A_TOOL)
 
 
-@way("result 0 without a history log")
-def _(machine: Machine) -> Seen:
+def test_result_0_without_a_history_log(machine: Machine):
     log = started(machine, "ON")
     machine.directory(HISTORY)
     run = collect(machine, pattern_text.block())
@@ -650,4 +590,4 @@ def _(machine: Machine) -> Seen:
     log.started("making").raw(copy).deleted().raw(lost).ended("making").cleaned()
     expected = late(0, complete(0), 4 * lost, log, expect.output_file(), None,
                     [f"{OUTPUT_NAME}.tar.gz"], LOGS_AFTER_A_TOOL)
-    return Ending.of(machine, run), replace(expected, history=None)
+    assert Ending.of(machine, run) == replace(expected, history=None)
