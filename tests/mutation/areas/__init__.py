@@ -1,0 +1,8 @@
+"""The rules of the product by area."""
+
+from mutation.areas import (
+    collection, patterns, products, run_control, secrets, sources, tools,
+)
+
+AREAS = {module.__name__.rpartition(".")[2]: module.RULES for module in (
+    run_control, patterns, collection, sources, tools, products, secrets)}
