@@ -13,7 +13,7 @@ from support.behave import forever, ready, report, wait_for
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import check_refused
 from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
-from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, initialized, screen
+from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, screen
 from support.run import Run
 from support.tree import read_archive
 

@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from .machine import Machine
+from .machine import Completed, Machine
 
 TOOLS = "/opt/norvale/quendil/tool"
 SYSTEMS = {"debian": ("dash", "mawk"), "fedora": ("bash", "gawk"), "alpine": ("busybox", "busybox")}
@@ -23,6 +23,18 @@ def become(machine: Machine, name: str) -> None:
             pytest.skip(f"{program} is not installed")
         machine.install(Path(stand_in), f"/opt/real/{program}")
         machine.mount("--bind", f"/opt/real/{program}", os.path.realpath(place))
+
+
+def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
+    """What a command of the tool directory prints when a pattern calls it."""
+    done = machine.exec([f"{tools}/run", "-m", "-c", *words])
+    assert done.stderr == ""
+    return done.stdout
+
+
+def printed(done: Completed) -> bytes:
+    """What was printed, in a form that pytest can report whatever it holds."""
+    return done.stdout.encode("utf-8", "surrogateescape")
 
 
 def lay_over(machine: Machine, directory: str, name: str, content: str, mode: int = 0o755) -> None:

@@ -49,7 +49,7 @@ STARTED_BY_CPACK = {name: "cpack" for name in ("dpkg-deb", "dpkg-shlibdeps", "fi
 STARTED_BY_TESTS = {
     "mandoc": "tests/tree/test_manual.py",
     "groff": "tests/tree/test_manual.py",
-    **{name: "tests/cli/test_tool_directory.py"
+    **{name: "tests/cli/test_tool_run.py"
        for name in ("gawk", "busybox", "dash", "bash", "awk", "ss")},
     "/usr/share/i18n/locales/de_DE": "tests/cli/test_run_control.py",
     "/usr/share/locale/de/LC_MESSAGES/libc.mo": "tests/cli/test_run_control.py",

@@ -161,6 +161,21 @@ def test_shell_scripts_are_clean():
     assert (checked.returncode, checked.stdout) == (0, "")
 
 
+def test_no_test_file_is_long():
+    files = tracked("tests/*.py", "tests/*.cpp", "tests/*.h", "tests/*.c")
+    lengths = {str(path.relative_to(ROOT)): len(path.read_text().splitlines()) for path in files
+               if path.is_file()}
+    assert {name: lines for name, lines in lengths.items() if lines > 800} == {}
+    assert len(lengths) > 100
+
+
+def test_no_test_has_the_name_of_another_one_in_its_file():
+    for path in tracked("tests/*.py"):
+        if path.is_file():
+            names = re.findall(r"^def (test_\w+)", path.read_text(), re.M)
+            assert len(set(names)) == len(names), path
+
+
 def test_nothing_generated_or_binary_is_kept():
     for path in tracked():
         if path.is_file():

@@ -12,9 +12,9 @@ RULES = [
          "state.key_blank_lines < 2", "state.key_blank_lines < 9", "unit:IGSecret*_test"),
     Rule("an escaped quote ends no value",
          "place > from && at(place - 1)", "place > size() && at(place - 1)",
-         "cli:test_tool_directory.py:filter"),
+         "cli:test_tool_mask.py:filter"),
     Rule("a here-string has three signs",
-         "end - place != 3", "end - place < 3", "cli:test_tool_directory.py:filter"),
+         "end - place != 3", "end - place < 3", "cli:test_tool_mask.py:filter"),
     Rule("what is hidden at the end of a part is hidden on",
          "rest > state_->rest", "rest < state_->rest", "unit:IGSecret*_test"),
     Rule("the end of a part is checked again with the next part",
@@ -121,5 +121,5 @@ RULES = [
     Rule("a call in a row is one value of it",
          "c == ',' && depth == 0 ? 1 : 0", "c == ',' ? 1 : 0", "unit:IGSecret*_test"),
     Rule("the filter ends with 153 at a limit",
-         "number == EFBIG", "number == EPIPE", "cli:test_tool_directory.py:sigxfsz"),
+         "number == EFBIG", "number == EPIPE", "cli:test_tool_mask.py:sigxfsz"),
 ]

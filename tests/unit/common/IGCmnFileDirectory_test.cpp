@@ -1,0 +1,126 @@
+#include "common/IGCmnFile.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <filesystem>
+#include <string>
+
+#include "../../support/file_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class IGCmnFile : public FileTest {
+  protected:
+    static std::string failure(const std::string& call, int error, const std::string& text,
+                               const std::string& file) {
+        return trio(call, error, text, file, "IGCmnFile");
+    }
+};
+
+// Making directories
+
+TEST_F(IGCmnFile, MakesADirectoryForEverybodyWhateverTheUmask) {
+    EXPECT_EQ(IgCmnFileMkdir(path("new").c_str()), 0);
+    EXPECT_EQ(modeOf(path("new")), 0777U);
+    EXPECT_EQ(umaskNow(), 027U);
+}
+
+TEST_F(IGCmnFile, ReportsADirectoryThatCannotBeMade) {
+    const std::string taken = path();
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileMkdir(taken.c_str()), 1); }),
+              failure("mkdir", EEXIST, "File exists", taken));
+    const std::string deep = path("a/b");
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileMkdir(deep.c_str()), 1); }),
+              failure("mkdir", ENOENT, "No such file or directory", deep));
+    EXPECT_EQ(umaskNow(), 027U);
+}
+
+TEST_F(IGCmnFile, MakesTheDirectoriesOfAPathUpToItsLastSlash) {
+    EXPECT_EQ(IgCmnFileCreateDirAllPath(path("a/b/c").c_str()), 0);
+    EXPECT_TRUE(fs::is_directory(path("a/b")));
+    EXPECT_FALSE(fs::exists(path("a/b/c")));
+    EXPECT_EQ(IgCmnFileCreateDirAllPath(path("a/b/c/").c_str()), 0);
+    EXPECT_TRUE(fs::is_directory(path("a/b/c")));
+    EXPECT_EQ(modeOf(path("a/b/c")), 0777U);
+    EXPECT_EQ(IgCmnFileCreateDirAllPath(path("a/b/c/").c_str()), 0) << "nothing left to make";
+}
+
+TEST_F(IGCmnFile, SkipsEmptyComponentsOfAPathToMake) {
+    EXPECT_EQ(IgCmnFileCreateDirAllPath(("//" + path("a///b//")).c_str()), 0);
+    EXPECT_TRUE(fs::is_directory(path("a/b")));
+    EXPECT_EQ(IgCmnFileCreateDirAllPath("/"), 0);
+    EXPECT_EQ(IgCmnFileCreateDirAllPath("/name"), 0);
+    EXPECT_FALSE(fs::exists("/name"));
+}
+
+TEST_F(IGCmnFile, MakesDirectoriesOfAbsolutePathsOnly) {
+    EXPECT_EQ(reported([] {
+                  EXPECT_EQ(IgCmnFileCreateDirAllPath("a/b/"), -1);
+                  EXPECT_EQ(IgCmnFileCreateDirAllPath(""), -1);
+              }),
+              "");
+    EXPECT_FALSE(fs::exists("a"));
+}
+
+TEST_F(IGCmnFile, StopsAtTheFirstDirectoryThatCannotBeMade) {
+    writeText(path("file"), "");
+    const std::string deep = path("file/b/c/");
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileCreateDirAllPath(deep.c_str()), -1); }),
+              failure("mkdir", EEXIST, "File exists", path("file")));
+}
+
+// Current directory
+
+TEST_F(IGCmnFile, ChangesTheCurrentDirectory) {
+    EXPECT_EQ(IgCmnFileChdir(path().c_str()), 0);
+    EXPECT_EQ(fs::current_path(), path());
+    fs::current_path("/");
+}
+
+TEST_F(IGCmnFile, ReportsADirectoryThatCannotBeEntered) {
+    const std::string missing = path("missing");
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileChdir(missing.c_str()), -1); }),
+              failure("chdir", ENOENT, "No such file or directory", missing));
+}
+
+TEST(IGCmnFileDeathTest, AssertsPaths) {
+    EXPECT_DEATH(IgCmnFileMkdir(nullptr), nullOf("`path"));
+    EXPECT_DEATH(IgCmnFileChdir(nullptr), nullOf("`path"));
+    EXPECT_DEATH(IgCmnFileCreateDirAllPath(nullptr), nullOf("`dirpath"));
+}
+
+// The name of the current directory
+
+TEST_F(IGCmnFile, NamesTheCurrentDirectory) {
+    std::array<char, PATH_MAX> buffer{};
+    fs::current_path(path());
+    EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), buffer.size()), buffer.data());
+    EXPECT_EQ(buffer.data(), path());
+    fs::current_path("/");
+}
+
+TEST_F(IGCmnFile, ReportsACurrentDirectoryThatCannotBeNamed) {
+    const std::string report =
+        "ZEPA113-E:An error occurred during the following system call. system call name = getcwd, "
+        "error code = ";
+    const std::string place = "ZEPA114-E:source = IGCmnFile, line no = N.\n";
+    std::array<char, PATH_MAX> buffer{};
+    fs::current_path(path());
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), 3), nullptr); }),
+              report + "34, msg = Numerical result out of range.\n" + place);
+    fs::create_directory(path("gone"));
+    fs::current_path(path("gone"));
+    fs::remove(path("gone"));
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), PATH_MAX), nullptr); }),
+              report + "2, msg = No such file or directory.\n" + place);
+    fs::current_path("/");
+}
+
+TEST(IGCmnFileDeathTest, AssertsABufferForTheCurrentDirectory) {
+    EXPECT_DEATH(IgCmnFileGetCwd(nullptr, 10), nullOf("`buffer"));
+}
+
+}  // namespace
