@@ -127,8 +127,7 @@ TEST_F(IGCollectData, GivesUpOrGoesOnWhereverMemoryRunsOut) {
     }
 }
 
-// --- files and directories from elsewhere
-// -----------------------------------------------------------
+// --- files and directories from elsewhere ---
 
 TEST_F(IGCollectData, CopiesAFileUnderItsFullPathWithItsAttributes) {
     make("file", 100);
@@ -391,8 +390,7 @@ TEST_F(IGCollectData, SkipsAnEntryWhoseDirectoryCannotBeMade) {
     EXPECT_EQ(index(), record({""}));
 }
 
-// --- the size limit
-// -----------------------------------------------------------------------------------
+// --- the size limit ---
 
 TEST_F(IGCollectData, RejectsWhatGoesBeyondTheLimit) {
     root_->max_output_size = 2;  // 1024 bytes
@@ -430,8 +428,7 @@ TEST_F(IGCollectData, CountsWithoutALimitOfZeroOrLess) {
     EXPECT_EQ(run_state.size_exceeded, 0);
 }
 
-// --- data that a tool wrote into the data directory
-// ----------------------------------------------------
+// --- data that a tool wrote into the data directory ---
 
 TEST_F(IGCollectData, CountsAndIndexesWhatAToolWroteWithoutCopyingIt) {
     writeText(data_dir_ + "/df.txt", "12345");
@@ -486,8 +483,7 @@ TEST_F(IGCollectData, StopsTheCollectionWhenThatCannotBeRemoved) {
     EXPECT_FALSE(fs::exists(output_ + "/quendil_index"));
 }
 
-// --- the index and the directories
-// ---------------------------------------------------------------------
+// --- the index and the directories ---
 
 TEST_F(IGCollectData, NamesTheDataDirectoryInFrontOfTheFilesOfATarget) {
     useSubdirectory("target_1");

@@ -122,8 +122,7 @@ TEST_F(IGMain, LosesNothingThatItTellsOfWhereverMemoryRunsOut) {
     }
 }
 
-// --- who may run, and how many
-// ----------------------------------------------------------------------
+// --- who may run, and how many ---
 
 TEST_F(IGMain, LetsTheSuperUserRun) {
     EXPECT_EQ(IgMainIsSuperUser(0), 0);
@@ -218,8 +217,7 @@ TEST_F(IGMain, ReportsALockFileThatCannotBeOpened) {
     EXPECT_EQ(run_state.lock_fd, -1);
 }
 
-// --- the collection
-// --------------------------------------------------------------------------------
+// --- the collection ---
 
 TEST_F(IGMain, FindsAFreeNameForTheOutput) {
     const std::string name = root_->output_name;
@@ -297,8 +295,7 @@ TEST_F(IGMain, EndsAnInterruptedCollectionBeforeItBegins) {
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_FAILED);
 }
 
-// --- the end
-// -------------------------------------------------------------------------------------
+// --- the end ---
 
 TEST_F(IGMain, EndsTheRunWithItsResultAndBothLogs) {
     std::string absolute = path("archive.tar.gz");
