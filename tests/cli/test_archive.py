@@ -72,7 +72,7 @@ def test_the_logs_in_the_archive_are_those_of_the_run(machine: Machine):
     assert run.archive["quendil.log"].mode == machine.mode(f"{LOG_DIRECTORY}/quendil.log")
 
 
-def test_the_old_history_is_packed_where_there_is_one(machine: Machine):
+def test_the_old_history_is_packed_if_it_exists(machine: Machine):
     machine.file(f"{LOG_DIRECTORY}/quendil_hist_old.log", "older\n", 0o600, (0, 0), 1_000_000_000)
     run = collect(machine, pattern_text.block())
     assert run.archive.read("quendil_hist_old.log") == b"older\n"
@@ -212,7 +212,7 @@ def test_an_unfinished_archive_that_cannot_be_removed_is_reported(machine: Machi
     assert ended.status == 20 and ended.stderr == NOT_PACKED
 
 
-def test_a_working_directory_that_is_gone_keeps_nothing_from_being_packed(machine: Machine):
+def test_a_run_packs_though_its_working_directory_was_removed(machine: Machine):
     machine.directory("/opt/gone")
     tool = machine.tool(behave.remove("/opt/gone"))
     run = collect(machine, pattern_text.tool(tool), cwd="/opt/gone")
@@ -268,7 +268,7 @@ def test_a_gzip_that_fails_after_its_work_loses_nothing(machine: Machine, end: b
     assert run.archive.read("opt/data") == b"x"
 
 
-def test_a_gzip_that_fails_is_told_of_under_the_chosen_name(machine: Machine):
+def test_a_gzip_that_fails_is_reported_under_the_chosen_name(machine: Machine):
     machine.replace("/bin/gzip", exit(1))
     run = collect(machine, pattern_text.block(), arguments=("-o", "/opt/result"))
     assert run.status == 10 and run.result == "/opt/result.tar"
@@ -327,7 +327,7 @@ def test_a_link_to_nowhere_in_the_archives_place_is_not_written_through(machine:
     assert not machine.exists("/opt/victim")
 
 
-def test_nobody_can_put_a_link_in_the_archives_place_before_it_is_written(machine: Machine):
+def test_no_user_can_put_a_link_in_the_archives_place_before_it_is_written(machine: Machine):
     machine.file("/opt/victim", "whole")
     late = behave.child(behave.link("/opt/victim", "/opt/result.tar"))
     machine.replace("/bin/tar", late, behave.wait(), behave.become("/opt/real/tar"))
@@ -340,7 +340,7 @@ def test_nobody_can_put_a_link_in_the_archives_place_before_it_is_written(machin
 # ---- Logs that cannot be copied -----------------------------------------------------------------
 
 
-def test_logs_that_cannot_be_copied_are_told_of_and_left_out(machine: Machine):
+def test_logs_that_cannot_be_copied_are_reported_and_left_out(machine: Machine):
     machine.file(f"{LOG_DIRECTORY}/quendil_hist_old.log", "older\n")
     machine.replace("/bin/cp", exit(1))
     run = collect(machine, pattern_text.block())

@@ -63,7 +63,8 @@ def test_an_archives_directory_that_vanishes_with_the_archive_leaves_the_directo
     check_whole(run.directory)
 
 
-def test_an_archives_directory_that_vanishes_before_it_is_compressed_is_told_of(machine: Machine):
+def test_an_archives_directory_that_is_removed_before_it_is_compressed_is_reported(
+        machine: Machine):
     machine.directory("/opt/place")
     machine.replace("/bin/gzip", behave.rename("/opt/place", "/opt/elsewhere"),
                     behave.run("/opt/real/gzip"), exit("last"))
@@ -155,7 +156,7 @@ def test_a_tar_that_complained_and_an_interruption_leave_the_tar_file(machine: M
     check_whole(run.archive)
 
 
-def test_a_gzip_that_says_nothing_and_leaves_nothing_is_told_of(machine: Machine):
+def test_a_gzip_that_prints_nothing_and_leaves_nothing_is_reported(machine: Machine):
     machine.replace("/bin/gzip", behave.gzconsume())
     run = collect_one(machine)
     # The data is lost, by a program that removes what it was given: then that must be told.

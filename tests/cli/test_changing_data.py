@@ -63,7 +63,8 @@ def make_many(machine: Machine) -> list[str]:
 
 
 @pytest.mark.plain_binary
-def test_a_hundred_thousand_files_come_though_some_change_after_they_were_listed(machine: Machine):
+def test_a_hundred_thousand_files_are_collected_though_some_change_after_they_were_listed(
+        machine: Machine):
     names = make_many(machine)
     vanished, grown, fifo, linked, directory = (f"/opt/many/{name}" for name in names[-5:])
     run = begin(machine, pattern_text.data("/opt/many"))

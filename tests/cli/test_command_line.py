@@ -74,7 +74,7 @@ def long_path(machine: Machine, length: int) -> str:
     ["-h"], ["-H"], ["-g", "demo", "-h"], ["-o", "-h"], ["-x", "-H"], ["-t", "-h"], ["-h", "-h"],
     ["-g", "demo", "-o", "relative", "-c", "-h"],
 ])
-def test_help_is_shown_wherever_it_is_asked_for(machine: Machine, arguments: list[str]):
+def test_help_is_shown_at_every_position(machine: Machine, arguments: list[str]):
     run = machine.run(*arguments)
     assert run.status == 255
     assert run.stdout == USAGE.format(name="quendil")
@@ -104,7 +104,7 @@ def test_help_is_shown_to_everybody(machine: Machine):
 
 
 @pytest.mark.parametrize("argument", ["--help", "-help", "-hh", "h", "-?", " -h"])
-def test_nothing_else_asks_for_help(machine: Machine, argument: str):
+def test_no_other_argument_shows_help(machine: Machine, argument: str):
     check_refused(machine, machine.run(argument), [argument], invalid(argument))
 
 
@@ -411,14 +411,14 @@ def test_a_repeated_output_file_that_is_wrong_is_warned_of_first(machine: Machin
     check_refused(machine, machine.run(*arguments), arguments, repeated("-o") + not_absolute("y"))
 
 
-def test_the_names_of_the_result_are_looked_for_without_detours(machine: Machine):
+def test_the_names_of_the_result_are_checked_in_the_normalized_path(machine: Machine):
     machine.file("/opt/name.tar.gz")
     machine.directory("/opt/d")
     arguments = ["-g", "demo", "-o", "/opt/d/.././name"]
     check_refused(machine, machine.run(*arguments), arguments, exists("/opt/name.tar.gz"))
 
 
-def test_an_output_file_below_the_root_has_no_directory_to_look_for(machine: Machine):
+def test_an_output_file_below_the_root_has_no_directory_to_check(machine: Machine):
     run = collect(machine, pattern_text.block(), arguments=("-o", "/result"))
     # Only tar finds out that nothing can be made there.
     assert run.status == 20
@@ -493,7 +493,7 @@ def test_values_are_checked_in_a_fixed_order(machine: Machine, arguments: list[s
     check_refused(machine, machine.run(*arguments), arguments, told)
 
 
-def test_a_working_directory_that_is_gone_matters_to_relative_values_only(machine: Machine):
+def test_a_removed_working_directory_matters_to_relative_values_only(machine: Machine):
     machine.file("/opt/gone/run", "#!/bin/sh\ncd /opt/gone/cwd && /bin/rmdir /opt/gone/cwd &&"
                  ' exec /opt/norvale/quendil/bin/quendil "$@"\n', 0o755)
     machine.directory("/opt/gone/cwd")

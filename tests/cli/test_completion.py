@@ -106,7 +106,7 @@ def test_readline_itself_completes_directories_and_files(machine: Machine, optio
     assert offered(machine, f"quendil {option.upper()} ") == [f"compopt -o {asked}"]
 
 
-def test_nothing_is_said_when_there_are_no_patterns(machine: Machine):
+def test_nothing_is_printed_without_patterns(machine: Machine):
     machine.no_patterns()
     assert offered(machine, "quendil -g ") == []
     machine.remove(PATTERN_DIRECTORY)

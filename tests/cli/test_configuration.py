@@ -64,7 +64,8 @@ def test_comments_change_nothing(machine: Machine, text: str):
     ("QUENDIL_MAX_OUTPUT_DATA_SIZE=1\nQUENDIL_MAX_OUTPUT_DATA_SIZE=1\n", 2),
     ("QUENDIL_DATA_DIRECTORY=/opt\nQUENDIL_DATA_DIRECTORY=/opt\n", 2),
 ], ids=lambda value: repr(value)[:30])
-def test_a_line_that_is_wrong_is_told_by_its_number(machine: Machine, text: str | bytes, line: int):
+def test_a_line_that_is_wrong_is_reported_with_its_number(machine: Machine, text: str | bytes,
+                                                          line: int):
     check_fault(machine, text, line)
 
 
@@ -269,7 +270,7 @@ def test_the_shipped_file_is_valid(machine: Machine):
     assert run.log == expect.RunLog("-g demo").initialized("demo").complete().text
 
 
-def test_a_pipe_that_nobody_writes_to_does_not_stop_a_run(machine: Machine):
+def test_a_pipe_without_a_writer_does_not_stop_a_run(machine: Machine):
     machine.fifo("/opt/pipe")
     run = collect(machine, pattern_text.block(), arguments=("-c", "/opt/pipe"))
     assert run.status == 0

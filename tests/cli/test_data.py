@@ -58,7 +58,7 @@ def not_found(path: str) -> str:
 # ---- What a path names --------------------------------------------------------------------------
 
 
-def test_a_single_file_comes_with_its_attributes_and_its_directories(machine: Machine):
+def test_a_single_file_is_collected_with_its_attributes_and_its_directories(machine: Machine):
     machine.directory("/opt/data", 0o2750, (7, 8), 1_000_000_000)
     machine.directory("/opt/data/deep", 0o1777, (9, 10), 1_100_000_000)
     machine.file("/opt/data/deep/file", b"\0\1binary", 0o4751, (1000, 1001), 1_200_000_000)
@@ -87,7 +87,7 @@ def make_tree(machine: Machine) -> None:
 
 
 @pytest.mark.parametrize("path", ["/opt/data", "/opt/data/", "/opt//data///", "/opt/./x/../data"])
-def test_a_directory_comes_with_all_that_is_below_it(machine: Machine, path: str):
+def test_a_directory_is_collected_with_all_that_is_below_it(machine: Machine, path: str):
     make_tree(machine)
     run = collect(machine, pattern_text.data(path, file_type="directory"))
     assert run.status == 0 and run.stderr == ""
@@ -104,7 +104,7 @@ def test_a_directory_comes_with_all_that_is_below_it(machine: Machine, path: str
     ("[bc].*", ["b.log", "b.txt"]), ("[!ab]*.log", [".c.log", "dir.log"]), (".*", [".c.log"]),
     ("b.log", ["b.log"]), ("*\\*", []), ("d*", ["dir.log"]),
 ])
-def test_a_wildcard_brings_what_it_matches(machine: Machine, wildcard: str, names: list[str]):
+def test_a_wildcard_collects_what_it_matches(machine: Machine, wildcard: str, names: list[str]):
     for name in ("a.log", "b.log", "b.txt", ".c.log", "dir.log/below"):
         machine.file(f"/opt/data/{name}", name)
     run = collect(machine, pattern_text.data(f"/opt/data/{wildcard}"))
@@ -204,7 +204,7 @@ def test_a_wildcard_matches_names_that_the_locale_cannot_decode(machine: Machine
 
 
 @pytest.mark.parametrize("locale", ["C", "POSIX", "C.UTF-8", "none.such"])
-def test_every_locale_brings_the_same_names(machine: Machine, locale: str):
+def test_every_locale_collects_the_same_names(machine: Machine, locale: str):
     for name in ("\u00fc", os.fsdecode(b"\xff"), "plain"):
         machine.file(f"/opt/data/{name}", name.encode("utf-8", "surrogateescape"))
     run = collect(machine, pattern_text.data("/opt/data"), env={"LC_ALL": locale})
@@ -340,7 +340,7 @@ def test_the_lock_files_are_not_data(machine: Machine):
 
 @pytest.mark.parametrize("path", ["/proc/sys/kernel/ostype", "/proc/version", "/proc/filesystems",
                                   "/proc/sys/kernel/hostname", "/sys/kernel/address_bits"])
-def test_a_file_of_the_kernel_comes_with_its_content(machine: Machine, path: str):
+def test_a_file_of_the_kernel_is_collected_with_its_content(machine: Machine, path: str):
     content = machine.exec(["/bin/cat", path]).stdout
     assert content
     run = collect(machine, pattern_text.data(path))
@@ -355,7 +355,7 @@ def test_a_file_of_the_kernel_comes_with_its_content(machine: Machine, path: str
     assert unpacked[path[1:]][:4] == ("file", mode.zfill(4), int(uid), int(gid))
 
 
-def test_a_directory_of_the_kernel_comes_with_what_can_be_read(machine: Machine):
+def test_a_directory_of_the_kernel_is_collected_with_what_can_be_read(machine: Machine):
     run = collect(machine, pattern_text.data("/proc/sys/kernel/random"),
                   pattern_text.data("/opt/behave"))
     assert run.status == 0 and run.stderr == ""
@@ -404,8 +404,7 @@ def test_the_second_item_that_names_a_file_leaves_it_alone(machine: Machine):
                          + expect.index_record("opt/data/b") + expect.index_record())
 
 
-def test_directories_carry_the_attributes_of_their_sources_whatever_item_made_them(
-        machine: Machine):
+def test_directories_have_the_attributes_of_their_sources_for_every_item(machine: Machine):
     machine.file("/opt/data/x/file", "1", mtime=1_000_000_000)
     machine.file("/opt/data/y/file", "2", mtime=1_000_000_001)
     for number, name in enumerate(("x", "y", "")):
@@ -450,7 +449,7 @@ def test_the_directory_that_holds_the_output_can_be_collected(machine: Machine):
 # ---- What the pattern's own tools wrote ---------------------------------------------------------
 
 
-def test_output_of_a_tool_is_recorded_where_it_lies(machine: Machine):
+def test_output_of_a_tool_is_recorded_where_it_is(machine: Machine):
     made = machine.tool(behave.out("12345"))
     run = collect(machine, pattern_text.tool(made, redirect="%d%/sub/df.txt"),
                   pattern_text.data("%d%/sub/df.txt", "disks"), pattern_text.data("%d%/sub"),

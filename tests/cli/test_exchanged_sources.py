@@ -229,7 +229,7 @@ def run_in_output(machine: Machine, text: str, *items: str, **how):
     return collect(machine, pattern_text.tool(tool), *items, **how)
 
 
-def test_a_directory_that_a_tool_linked_is_brought_in_as_a_directory(machine: Machine):
+def test_a_directory_that_a_tool_linked_is_copied_as_a_directory(machine: Machine):
     make_home(machine)
     machine.file("/opt/tree/a/file", b"content", 0o640, (3, 4), 1_000_000_000)
     machine.directory("/opt/tree/a", 0o750, (5, 6), 1_000_000_001)
@@ -249,7 +249,7 @@ def test_a_directory_that_a_tool_linked_is_brought_in_as_a_directory(machine: Ma
 
 
 @pytest.mark.parametrize("item", ["%d%/link/file", "%d%/link/f*"])
-def test_a_path_through_a_link_that_a_tool_made_is_brought_in(machine: Machine, item: str):
+def test_a_path_through_a_link_that_a_tool_made_is_copied(machine: Machine, item: str):
     machine.file("/opt/tree/file", b"content")
     machine.file("/opt/tree/other", b"not asked for")
     run = run_in_output(machine, "ln -s /opt/tree link", pattern_text.data(item))
@@ -383,7 +383,7 @@ def test_a_link_to_its_own_directory_is_not_followed_without_end(machine: Machin
 
 
 @pytest.mark.parametrize("how", ["rm /opt/data/gone", "rm /opt/data/gone; ln -s gone /opt/data/gone"])
-def test_the_archives_own_log_says_which_files_have_gone(machine: Machine, how: str):
+def test_the_archives_own_log_names_the_files_that_were_removed(machine: Machine, how: str):
     machine.file("/opt/data/gone", b"x")
     machine.file("/opt/data/stays", b"x")
     tool = script(machine, "/opt/remove", how)
@@ -513,7 +513,7 @@ def run_below_home(machine: Machine, meanwhile: str, in_output: str, *items: str
     return run
 
 
-def test_what_a_tool_linked_is_brought_into_the_output_that_was_made(machine: Machine):
+def test_what_a_tool_linked_is_copied_into_the_output_that_was_made(machine: Machine):
     machine.file(f"{HOME}/tree/etc/x", b"x", owner=USER)
     machine.directory(f"{HOME}/tree/etc", 0o777, USER)
     machine.directory(f"{HOME}/tree", 0o755, USER)
@@ -564,7 +564,7 @@ def test_an_output_whose_packing_cannot_be_prepared_stays(machine: Machine):
     assert machine.read(f"{HOME}/base/{output}{HOME}/file") == "his"
 
 
-def test_what_takes_the_outputs_place_is_not_removed_in_its_stead(machine: Machine):
+def test_what_replaces_the_output_is_not_removed(machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/base", 0o755, USER)
     script(machine, "/opt/swap", f"""cd {HOME}; [ -e away ] || {{
@@ -656,7 +656,7 @@ def test_a_default_acl_opens_no_archive(machine: Machine):
 CUT = "/opt/real/tar \"$@\"\ntruncate -s 5120 \"$2\"\n"
 
 
-def test_a_cut_archive_is_removed_and_the_directory_is_the_result(machine: Machine):
+def test_a_truncated_archive_is_removed_and_the_directory_is_the_result(machine: Machine):
     machine.file("/opt/data", b"x" * 20000)
     real = machine.replace("/bin/tar", behave.become("/opt/cut"))
     script(machine, "/opt/cut", CUT + "exit 2")

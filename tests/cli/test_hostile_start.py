@@ -83,7 +83,7 @@ def test_the_name_is_what_follows_the_last_slash(machine: Machine, argv0: str, n
 # ---- Other kinds of files -----------------------------------------------------------------------
 
 
-def test_a_fifo_in_the_historys_place_holds_up_nobody(machine: Machine):
+def test_a_fifo_in_the_historys_place_does_not_block_a_run(machine: Machine):
     machine.fifo(HISTORY)
     run = collect(machine, pattern_text.block())
     lost = expect.system_error("fopen", 6, HISTORY, "IGCmnLog", warning=True)
@@ -115,7 +115,7 @@ def test_a_fifo_in_the_indexs_place_ends_the_run(machine: Machine):
 
 
 @pytest.mark.parametrize("name", ["quendil.log", "quendil_old.log"])
-def test_whatever_stands_in_the_run_logs_place_is_put_aside(machine: Machine, name: str):
+def test_what_exists_in_the_run_logs_place_is_renamed(machine: Machine, name: str):
     machine.fifo(f"{LOG_DIRECTORY}/{name}")
     arguments = ["-x"]
     run = machine.run(*arguments)
@@ -168,8 +168,8 @@ def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Mach
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 @pytest.mark.parametrize("streams", [("stdout",), ("stdout", "stderr")], ids=["output", "both"])
-def test_a_run_whose_terminal_nobody_reads_can_be_interrupted(machine: Machine, number: int,
-                                                              streams: tuple[str, ...]):
+def test_a_run_whose_terminal_is_not_read_can_be_interrupted(machine: Machine, number: int,
+                                                             streams: tuple[str, ...]):
     reader, writer = os.pipe()
     os.write(writer, bytes(fcntl.fcntl(writer, fcntl.F_GETPIPE_SZ)))
     running = begin(machine, pattern_text.tool(machine.tool()), **dict.fromkeys(streams, writer))
@@ -221,7 +221,7 @@ def test_no_signal_that_the_caller_ignored_or_blocked_changes_what_a_run_does(ma
 
 
 @pytest.mark.parametrize("close", [(1,), (1, 2), (0, 1, 2)], ids=str)
-def test_no_file_becomes_the_terminal_where_even_the_null_device_is_gone(
+def test_no_file_becomes_the_terminal_where_even_the_null_device_is_missing(
         machine: Machine, close: tuple[int, ...]):
     machine.mount("-t", "tmpfs", "cell", "/dev")
     tool = machine.tool(behave.ready("/opt/at"), behave.wait_for("/opt/go"))
@@ -240,7 +240,7 @@ def test_no_file_becomes_the_terminal_where_even_the_null_device_is_gone(
 
 
 @pytest.mark.plain_binary  # an instrumented one wants descriptors of its own
-def test_with_few_descriptors_a_run_does_what_it_can_and_tells_the_rest(machine: Machine):
+def test_with_few_descriptors_a_run_does_what_it_can_and_reports_the_rest(machine: Machine):
     machine.file("/opt/data", "x")
     seen = set()
     for count in range(4, 16):
@@ -271,7 +271,7 @@ def test_the_callers_umask_does_not_matter(machine: Machine):
 
 
 @pytest.mark.plain_binary  # the leak sanitizer needs the rights that are missing here
-def test_a_run_without_rights_behind_a_real_super_user_tells_what_it_may_not(machine: Machine):
+def test_a_run_without_rights_behind_a_real_super_user_reports_what_it_may_not(machine: Machine):
     run = machine.run(*GROUP, user=0, effective_user=1000)
     path = f"{BIN_DIRECTORY}/{HISTORY_LOCK}"
     lost = expect.system_error("open", 13, path, "IGCmnLog", warning=True)

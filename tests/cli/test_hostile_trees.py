@@ -118,7 +118,7 @@ def test_a_chain_of_directories_costs_no_more_than_its_length(machine: Machine):
     assert path[1:] in run.archive
 
 
-def test_a_target_with_the_name_of_the_index_gets_a_directory_beside_it(machine: Machine):
+def test_a_target_with_the_name_of_the_index_has_a_directory_beside_it(machine: Machine):
     machine.file("/opt/data/x", "file")
     item = pattern_text.data("/opt/data/x")
     run = collect(machine, pattern_text.block(item, targets=["quendil_index"]))
@@ -127,7 +127,7 @@ def test_a_target_with_the_name_of_the_index_gets_a_directory_beside_it(machine:
     assert run.index.startswith(expect.index_header("-g demo"))
 
 
-def test_nobody_else_may_enter_the_output_while_it_is_made(machine: Machine):
+def test_no_other_user_may_enter_the_output_while_it_is_made(machine: Machine):
     report = "/opt/mode"
     show = script(machine, "/opt/show", f"stat -c %a {expect.DATA_DIRECTORY}/* > {report}")
     run = collect(machine, pattern_text.tool(show))

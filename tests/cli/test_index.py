@@ -88,7 +88,7 @@ def test_a_record_without_files_has_one_empty_line_for_them(machine: Machine, da
     ["-g", "demo"], ["-g", "demo", "-g", "other group"], ["-G", "demo", "-d", "/opt/out dir"],
     ["-g", "demo", "-g", "tab\there"], ["-g", "demo", "-g", "it's one"],
 ])
-def test_the_head_tells_how_the_program_was_called(machine: Machine, data: str,
+def test_the_head_has_the_arguments_of_the_program(machine: Machine, data: str,
                                                    arguments: list[str]):
     machine.directory("/opt/out dir")
     machine.pattern("10_demo", pattern_text.pattern(pattern_text.data(data)))
@@ -159,7 +159,7 @@ def test_an_index_that_cannot_be_written_ends_the_run(machine: Machine, data: st
     assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
 
 
-def test_a_head_that_is_too_long_for_the_disk_is_told_as_a_failed_write(machine: Machine):
+def test_a_head_that_is_too_long_for_the_disk_is_reported_as_a_failed_write(machine: Machine):
     machine.small_tmpfs(DATA_DIRECTORY, 4096)
     machine.fill(DATA_DIRECTORY)
     names = [word for number in range(20) for word in ("-g", f"{number:0256}")]

@@ -129,8 +129,8 @@ def _settled(machine: Machine, entry, actions: list[behave.Action]) -> bool:
 @pytest.mark.parametrize("leader, timeout", [
     ([], 0), ([], 10), ([exiton("TERM", 0)], 10), ([ignore("TERM")], 0),
 ], ids=["dies, no limit", "dies", "exits", "ignores it"])
-def test_the_whole_group_of_a_tool_is_gone(machine: Machine, leader: list[behave.Action],
-                                           timeout: int):
+def test_the_whole_group_of_a_tool_is_stopped(machine: Machine, leader: list[behave.Action],
+                                              timeout: int):
     grandchild = child(ignore("TERM"), ignore("INT"), ready("/opt/grandchild"), forever())
     tool = machine.tool(child(ignore("TERM"), grandchild, ready("/opt/child"), forever()),
                         *leader, ready("/opt/ready"), forever())

@@ -331,7 +331,7 @@ def test_a_history_that_cannot_be_renamed_grows(machine: Machine):
     assert run.history == present + expect.history("-x", 255)
 
 
-def test_a_history_that_cannot_be_opened_is_told_and_the_run_goes_on(machine: Machine):
+def test_a_history_that_cannot_be_opened_is_reported_and_the_run_continues(machine: Machine):
     machine.directory(HISTORY)
     run = collect(machine, pattern_text.block(), merge=True)
     told = warning("fopen", 21, HISTORY)
@@ -343,7 +343,7 @@ def test_a_history_that_cannot_be_opened_is_told_and_the_run_goes_on(machine: Ma
     assert run.log == log.finished(0, expect.output_file()).text
 
 
-def test_a_history_lock_that_cannot_be_opened_is_told_and_the_run_goes_on(machine: Machine):
+def test_a_history_lock_that_cannot_be_opened_is_reported_and_the_run_continues(machine: Machine):
     machine.directory(HISTORY_LOCK)
     run = collect(machine, pattern_text.block(), merge=True)
     told = warning("open", 21, HISTORY_LOCK)
@@ -357,7 +357,7 @@ def test_a_history_lock_that_cannot_be_opened_is_told_and_the_run_goes_on(machin
     assert run.history is None
 
 
-def test_a_history_that_cannot_be_written_is_told_and_the_run_goes_on(machine: Machine):
+def test_a_history_that_cannot_be_written_is_reported_and_the_run_continues(machine: Machine):
     machine.file(HISTORY, "x" * 9000)
     run = machine.run("-x", limits={"fsize": 9000})
     told = warning("fflush", TOO_LARGE, HISTORY)
@@ -412,7 +412,7 @@ def switches(machine: Machine, pid: int) -> int:
     return count
 
 
-def test_a_run_asks_for_the_history_every_tenth_of_a_second_as_long_as_it_takes(machine: Machine):
+def test_a_run_tries_to_lock_the_history_every_tenth_of_a_second_without_limit(machine: Machine):
     run = begin(machine, pattern_text.tool(machine.tool(ready("/opt/ready"), wait_for("/opt/go"))))
     run.wait_for("/opt/ready")
     before = machine.read_log("quendil_hist.log")
@@ -448,7 +448,7 @@ def test_a_tool_cannot_spoil_the_logs_through_a_descriptor(machine: Machine):
 # ---- The last warning ---------------------------------------------------------------------------
 
 
-def test_a_run_that_told_its_failure_repeats_no_warning(machine: Machine):
+def test_a_run_that_reported_its_failure_repeats_no_warning(machine: Machine):
     machine.pattern("10_demo", "FORMAT_VERSION = 1.0\n")
     run = machine.run(*GROUP)
     assert "ZEPA137-W" in (run.log or "") and "ZEPA137-W" not in run.stderr

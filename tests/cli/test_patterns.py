@@ -81,7 +81,7 @@ def test_groups_choose_patterns_and_targets_choose_blocks(machine: Machine, argu
     "-g none", "-g RED", "-g Red", "-g re", "-g redd", "-g demo", "-t LEFT", "-t none", "-t a",
     "-g green -t left", "-g none -t left", "-g red -t up", "-g 10_a",
 ])
-def test_a_selection_that_fits_nothing_is_told(machine: Machine, arguments: str):
+def test_a_selection_that_fits_nothing_is_reported(machine: Machine, arguments: str):
     for name, (groups, blocks) in FILES.items():
         machine.pattern(name, pattern(*(block(targets=targets) for targets in blocks.values()),
                                       groups=groups))
@@ -139,7 +139,7 @@ def test_a_link_to_a_file_is_read(machine: Machine):
 
 
 @pytest.mark.parametrize("with_directory", [False, True])
-def test_an_empty_directory_is_told(machine: Machine, with_directory: bool):
+def test_an_empty_directory_is_reported(machine: Machine, with_directory: bool):
     machine.no_patterns()
     if with_directory:
         machine.directory(path_of("directory"))
@@ -147,7 +147,7 @@ def test_an_empty_directory_is_told(machine: Machine, with_directory: bool):
     check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], ALL_FAILED, 3, log)
 
 
-def test_a_file_that_cannot_be_looked_at_ends_the_run(machine: Machine):
+def test_a_failed_stat_of_a_pattern_file_ends_the_run(machine: Machine):
     machine.pattern("10_demo", pattern(marked(machine, "x")))
     machine.link(path_of("20_nowhere"), "/opt/none")
     log = expect.RunLog("-g demo").parameters(["demo"])
@@ -292,7 +292,7 @@ def test_a_pipe_among_the_files_does_not_stop_a_run(machine: Machine):
     assert broken(1, "10_pipe") in (run.log or "")
 
 
-def test_a_device_among_the_files_is_told_as_faulty(machine: Machine):
+def test_a_device_among_the_files_is_reported_as_faulty(machine: Machine):
     machine.pattern("20_good", pattern(marked(machine, "x")))
     machine.link(path_of("10_null"), "/dev/null")
     machine.link(path_of("15_zero"), "/dev/zero")

@@ -404,7 +404,8 @@ def test_a_real_server_reports_checkpoints_and_statements(machine: Machine):
 
 
 @pytest.mark.parametrize("kind", ["postgresql", "mariadb"])
-def test_no_server_is_said_in_one_line_and_a_failure_is_the_exit_status(system: Machine, kind: str):
+def test_the_lack_of_a_server_is_one_line_and_a_failure_is_the_exit_status(system: Machine,
+                                                                           kind: str):
     done = ask(system, "/tmp/other.sock=0", kind, "SELECT 1")
     assert (done.status, done.stdout, done.stderr) == (
         0, f"{kind}: not in use on this machine: no server listens on a socket\n", "")
@@ -480,7 +481,7 @@ class VirtualMachine:
         return self.machine.exec([JVM, *arguments]).stdout.replace(self.pid, "PID")
 
 
-def test_a_process_is_told_of_with_its_limits_and_without_its_arguments(system: Machine):
+def test_a_process_is_shown_with_its_limits_and_without_its_arguments(system: Machine):
     with VirtualMachine(system) as one:
         text = system.exec([PROCESS, "nothing", "java"]).stdout
         assert system.exec([PROCESS, "-p", "java", "nothing"]).stdout == f"{one.pid}\n"
@@ -539,7 +540,7 @@ def test_the_time_limit_says_which_virtual_machines_were_not_asked(system: Machi
             f"==> stopped here by the time limit; not asked: {other}\n")
 
 
-def test_a_process_that_is_not_there_and_wrong_usage_are_told(system: Machine):
+def test_a_missing_process_and_wrong_usage_are_reported(system: Machine):
     assert system.exec([PROCESS, "no-such", "other"]).stdout == (
         "no-such other: not in use on this machine: no such process\n")
     for arguments in ((), ("-x", "java"), ("a b",), ("../java",), ("",)):
@@ -583,7 +584,8 @@ def test_a_file_that_jcmd_leaves_when_it_is_stopped_is_removed(machine: Machine)
         assert not machine.exists(left)
 
 
-def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_be_secret(system: Machine):
+def test_the_options_of_a_java_virtual_machine_are_shown_without_values_that_may_be_secret(
+        system: Machine):
     add_users(system)
     given = ["-Xmx64m", "-Ddb.login=abc", "-Djava.io.tmpdir=/t", "-javaagent:/a.jar=key", "-cp", "/a:/b",
              "--add-opens", "java.base/x=ALL-UNNAMED",
@@ -605,7 +607,7 @@ def test_the_options_of_a_java_virtual_machine_are_told_without_values_that_may_
         f"-XX:OnError=x --password {HIDDEN}\nstarts Main\n")
 
 
-def test_no_java_virtual_machine_and_wrong_usage_are_told(system: Machine):
+def test_a_missing_java_virtual_machine_and_wrong_usage_are_reported(system: Machine):
     for name in ("jstat -gc {}", "jcmd {} VM.flags", "options"):
         assert system.exec(f"{JVM} {name}").stdout == (
             f"{name.split()[0]}: not in use on this machine: no Java virtual machine runs\n")
@@ -617,7 +619,7 @@ def test_no_java_virtual_machine_and_wrong_usage_are_told(system: Machine):
 # ---- Certificates --------------------------------------------------------------------------------
 
 
-def test_certificates_are_read_as_whoever_could_lead_to_another_file(system: Machine):
+def test_certificates_are_read_as_the_user_who_could_lead_to_another_file(system: Machine):
     lay_over(system, "/usr/sbin", "openssl", '#!/bin/sh\necho "$(id -u):$(id -g) $3"\n')
     system.file("/tmp/a/file.crt", owner=(4711, 4712))
     system.file("/tmp/a/roots.crt")

@@ -36,7 +36,7 @@ def warning(call: str, code: int, path: str, source: str = "IGCmnLog") -> str:
 # ---- Who may run --------------------------------------------------------------------------------
 
 
-def test_nobody_but_the_super_user_may_run_it(machine: Machine):
+def test_only_the_super_user_may_run_it(machine: Machine):
     for arguments in (GROUP, (), ("-x",)):
         run = machine.run(*arguments, user=1000)
         assert (run.status, run.stdout, run.stderr) == (255, "", NOT_SUPER_USER)
@@ -136,7 +136,7 @@ def test_a_second_run_is_refused_and_the_first_one_is_undisturbed(machine: Machi
     assert run.history == (begun + expect.history(text, 255, middle=RUNNING) + whole[len(begun):])
 
 
-def test_help_is_shown_while_another_run_goes_on(machine: Machine):
+def test_help_is_shown_while_another_run_is_active(machine: Machine):
     with machine.locked(machine.file(RUN_LOCK)):
         run = machine.run("-h")
     assert run.status == 255 and run.stdout.startswith("quendil [Ver. 01-02]") and run.stderr == ""
@@ -387,7 +387,7 @@ def two_patterns(machine: Machine, further: str = "") -> Run:
     return machine.run(*GROUP)
 
 
-def test_an_output_directory_that_is_gone_is_made_again_for_the_next_pattern(machine: Machine):
+def test_an_output_directory_that_was_removed_is_made_again_for_the_next_pattern(machine: Machine):
     run = two_patterns(machine)
     assert (run.status, run.stderr) == (0, "")
     log = started_log().tool(f"/opt/tool {expect.OUTPUT_DIRECTORY}")

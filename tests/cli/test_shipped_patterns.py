@@ -334,7 +334,7 @@ def make_table(machine: Machine, run: Run, directory: Path, kind: str, collected
     return rows
 
 
-def test_the_shipped_set_runs_for_real_and_brings_no_secret(machine: Machine, tmp_path: Path):
+def test_the_shipped_set_runs_for_real_and_collects_no_secret(machine: Machine, tmp_path: Path):
     # One run for all that there is to see: some of the tools take their seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
     secrets.plant(machine, hostile_names.VAR)
@@ -414,7 +414,7 @@ def keep_from_databases(machine: Machine) -> None:
     machine.file(tool, '#!/bin/sh\nexec unshare -n "$0.real" "$@"\n', 0o755)
 
 
-def test_the_products_are_collected_on_request_and_bring_no_secret(machine: Machine, tmp_path: Path):
+def test_the_products_are_collected_on_request_without_a_secret(machine: Machine, tmp_path: Path):
     secrets.plant(machine, hostile_names.VAR)
     keep_from_databases(machine)
     machine.file("/var/opt/norvale/quendil/log/quendil_hist.log", "x" * 10_000)

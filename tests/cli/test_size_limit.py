@@ -57,7 +57,7 @@ def test_files_are_taken_as_long_as_they_fit(machine: Machine, limit: int, file_
     assert [path[1:] in run.archive for path in paths] == taken
 
 
-def test_the_warning_stands_after_the_bar_and_before_the_result(machine: Machine):
+def test_the_warning_is_between_the_bar_and_the_result(machine: Machine):
     limited(machine, 1)
     run = collect(machine, pattern_text.data(*data_files(machine, 513)), merge=True)
     bar, result = complete_output(1).split("ZEPA214-I")

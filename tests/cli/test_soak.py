@@ -16,7 +16,7 @@ SEED = int(os.environ.get("QUENDIL_SOAK_SEED", "1"))
 
 
 @pytest.mark.plain_binary
-def test_whatever_kills_a_run_the_next_one_works(machine: Machine):
+def test_a_run_works_after_another_one_was_killed(machine: Machine):
     soak = Soak(machine, SEED)
     for _ in range(RUNS):
         soak.step()

@@ -127,7 +127,7 @@ def test_rules_of_a_firewall_that_were_printed_before_the_time_limit_are_kept(sy
         "rule\niptables-nft-save: stopped here by the time limit\n")
 
 
-def test_a_firewall_without_rules_says_so(system: Machine):
+def test_a_firewall_without_rules_is_reported(system: Machine):
     tools = in_use(system, "/sys/module/nf_tables")
     system.file("/tmp/bin/iptables-nft-save", "#!/bin/sh\n", 0o755)
     system.mount("--bind", "/tmp/bin", "/usr/local/sbin")
@@ -207,7 +207,7 @@ def test_failures_that_may_lock_a_user_are_listed(system: Machine):
         ""]
 
 
-def test_a_user_who_holds_the_lock_on_his_failures_holds_up_nothing(system: Machine):
+def test_a_user_who_holds_the_lock_on_his_failures_blocks_nothing(system: Machine):
     lay_over(system, "/usr/sbin", "faillock", "#!/bin/sh\necho the name service was asked\n")
     count_failures(system, root=tally(b"tty1", 5, 0))
     done = system.exec(["flock", "-x", "/run/faillock/root", "timeout", "20", f"{TOOLS}/failed_logins", "-l"])

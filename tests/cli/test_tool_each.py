@@ -96,7 +96,7 @@ def make_interface(machine: Machine, name: str, link: int | None = None, **files
         machine.file(f"/tmp/net/{name}/{file.replace('__', '/')}", text)
 
 
-def test_physical_interfaces_come_first_and_virtual_ends_are_left_out(system: Machine):
+def test_physical_interfaces_are_first_and_virtual_ends_are_left_out(system: Machine):
     make_devices(system, "net/lo", "net/bonding_masters")
     make_interface(system, "bond0")
     make_interface(system, "eth1", device__x="")

@@ -25,7 +25,7 @@ def test_a_line_feed_in_a_file_name_begins_no_line(system: Machine):
     assert listed == "a\\nFORGED\n"
 
 
-def test_what_a_program_says_of_a_failure_is_a_line_of_its_own(system: Machine):
+def test_the_error_text_of_a_program_is_a_line_of_its_own(system: Machine):
     system.directory("/tmp/tree")
     done = system.exec([RUN, "-0", "find", "/tmp/tree", "/tmp/none", "-print0"], check=False)
     assert done.status == 1
@@ -70,7 +70,7 @@ def test_a_line_feed_in_the_name_of_a_process_begins_no_line(machine: Machine):
     assert hostile_names.faults(printed(done)) == []
 
 
-def test_the_filter_of_control_characters_tells_its_usage(machine: Machine):
+def test_escape_prints_its_usage(machine: Machine):
     for arguments in (["-x"], ["-0", "-s"], [""]):
         done = machine.exec([ESCAPE, *arguments], check=False)
         assert (done.status, done.stdout, done.stderr) == (

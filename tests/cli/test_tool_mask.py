@@ -255,7 +255,7 @@ def test_the_filter_passes_every_byte_and_ends_every_line(machine: Machine):
     assert machine.exec(f"{MASK} </dev/null").stdout == ""
 
 
-def test_the_filter_says_when_it_cannot_read_or_write(machine: Machine):
+def test_the_filter_reports_when_it_cannot_read_or_write(machine: Machine):
     full = machine.exec(f"echo a | {MASK} >/dev/full", check=False)
     assert (full.status, full.stderr) == (1, "mask: write: No space left on device\n")
     broken = machine.exec("mkfifo /tmp/pipe; exec 3<>/tmp/pipe 4>/tmp/pipe 3<&-; trap '' PIPE;"
@@ -266,7 +266,8 @@ def test_the_filter_says_when_it_cannot_read_or_write(machine: Machine):
 
 
 @pytest.mark.parametrize("signal", ["trap '' XFSZ", ":"], ids=["ignored", "not ignored"])
-def test_the_filter_ends_as_by_sigxfsz_when_its_output_meets_a_limit(machine: Machine, signal: str):
+def test_the_filter_ends_as_by_sigxfsz_when_its_output_reaches_a_limit(machine: Machine,
+                                                                       signal: str):
     done = machine.exec(f"{signal}; ulimit -f 1; seq 1 9999 | {MASK} >/tmp/out; echo $?")
     assert done.stdout.splitlines()[-1] == "153"
     assert machine.read("/tmp/out").startswith("1\n2\n")

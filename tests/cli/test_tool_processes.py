@@ -112,7 +112,7 @@ def make_counts(machine: Machine, place: str, uptime: str, cpu: str, started: in
     machine.file(f"{place}/meminfo", "MemTotal:   8000 kB\nMemFree:  50 kB\nHugetlb: 1 kB\nSwapTotal: 0 kB\n")
 
 
-def test_processes_that_use_most_come_first(system: Machine):
+def test_processes_that_use_most_are_first(system: Machine):
     second, kib = os.sysconf("SC_CLK_TCK"), os.sysconf("SC_PAGESIZE") // 1024
     make_counts(system, "/tmp/proc", "93780.50", "100 0 100 1000 50 0 0 0", 70)
     make_process(system, "/tmp/proc", 7, "worker", 33, ticks=(second, 0))

@@ -30,7 +30,7 @@ def test_a_program_is_found_in_every_place(machine: Machine):
     assert found == [f"found {number}\n" for number in range(count)]
 
 
-def test_what_is_absent_or_not_in_use_is_said_in_one_line(system: Machine):
+def test_what_is_absent_or_not_in_use_is_reported_in_one_line(system: Machine):
     absent = system.exec([RUN, "-m", "no-such-program", "-x"])
     assert (absent.status, absent.stdout, absent.stderr) == (
         0, "no-such-program: not installed on this machine\n", "")
@@ -116,7 +116,7 @@ def test_the_exit_status_and_both_outputs_of_a_program_pass(system: Machine):
         assert (done.status, done.stdout, done.stderr) == (3, "a\nb\n", "")
 
 
-def test_the_output_of_a_program_ends_at_the_limit_and_says_so(system: Machine):
+def test_the_output_of_a_program_is_truncated_at_the_limit_and_reports_it(system: Machine):
     for option in ("", "-m "):
         system.exec(f"{RUN} {option}-l 1 seq 1 500000 >/tmp/out", check=False)
         text = system.read("/tmp/out")
@@ -227,7 +227,7 @@ os.waitpid(pid, 0)
 
 
 @pytest.mark.parametrize("user", ["nobody-of-this-name", "1", "1:2:3", "1:", ":1"])
-def test_a_user_who_is_not_in_the_file_of_users_is_not_looked_for(machine: Machine, user: str):
+def test_a_user_who_is_not_in_the_file_of_users_is_refused(machine: Machine, user: str):
     done = machine.exec([RUN, "-u", user, "id"])
     assert (done.status, done.stdout) == (0, f"id: not asked: there is no user {user}\n")
 

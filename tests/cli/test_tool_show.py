@@ -23,7 +23,7 @@ def test_files_directories_and_wildcards_are_shown_with_their_names(system: Mach
         "==> /tmp/none is not there\n==> /tmp/none/* is not there\n", "")
 
 
-def test_a_path_may_be_relative_and_have_slashes_to_spare(machine: Machine):
+def test_a_path_may_be_relative_and_have_repeated_slashes(machine: Machine):
     machine.file("/tmp/tree/d/a", "seen\n")
     for given, shown in (("tmp/tree", "tmp/tree"), ("//tmp/tree//", "/tmp/tree"), ("tmp/./tree/", "tmp/./tree")):
         assert machine.exec([SHOW, given]).stdout == f"==> {shown}/d/a\nseen\n\n"
@@ -206,7 +206,7 @@ def test_of_a_kernels_file_the_end_is_shown_too(machine: Machine):
     assert rest == whole[-(1 << 20):] + "\n"
 
 
-def test_a_failure_to_read_is_said(machine: Machine):
+def test_a_failure_to_read_is_reported(machine: Machine):
     assert machine.exec([SHOW, "/proc/self/mem"]).stdout == (
         "==> /proc/self/mem\n(reading failed: Input/output error)\n\n")
     machine.remove(MASK)

@@ -50,8 +50,8 @@ def test_a_tool_is_announced_and_its_end_reported(machine: Machine):
     (exit(255), 255, 0xFF00), (behave.die("TERM"), 0, 15), (behave.die("KILL"), 0, 9),
     (behave.die("INT"), 0, 2),
 ])
-def test_however_a_tool_ends_the_run_goes_on(machine: Machine, action: behave.Action, code: int,
-                                             status: int):
+def test_a_run_continues_after_every_end_of_a_tool(machine: Machine, action: behave.Action,
+                                                   code: int, status: int):
     tool, after = machine.tool(out(""), action), machine.tool(behave.write("/opt/after", ""))
     run = collect(machine, pattern_text.tool(tool), pattern_text.tool(after))
     assert run.status == 0 and run.stderr == ""
@@ -93,7 +93,7 @@ def test_many_tools_run_one_after_the_other(machine: Machine):
 # ---- Programs that cannot be run ----------------------------------------------------------------
 
 
-def test_a_missing_program_is_reported_and_the_run_goes_on(machine: Machine):
+def test_a_missing_program_is_reported_and_the_run_continues(machine: Machine):
     after = machine.tool(out(""))
     run = collect(machine, pattern_text.tool("/opt/none -a"),
                   pattern_text.tool("/opt/none", redirect="%d%/none.txt"),
@@ -231,7 +231,7 @@ def test_a_relative_output_starts_from_the_working_directory(machine: Machine):
 
 
 @pytest.mark.parametrize("kind", ["file", "link", "dangling link", "link to a device"])
-def test_what_stands_in_the_place_of_the_output_is_replaced(machine: Machine, kind: str):
+def test_what_exists_in_the_place_of_the_output_is_replaced(machine: Machine, kind: str):
     machine.file("/opt/victim", "untouched")
     {"file": lambda: machine.file("/opt/out", "a longer text than the new one", 0o666),
      "link": lambda: machine.link("/opt/out", "/opt/victim"),
@@ -403,8 +403,8 @@ def test_a_tool_that_overruns_is_stopped(machine: Machine, actions: list[behave.
 
 
 @pytest.mark.parametrize("leader", [[], [exiton("TERM", 0)], [ignore("TERM")]])
-def test_everything_that_an_overrunning_tool_started_is_gone(machine: Machine,
-                                                             leader: list[behave.Action]):
+def test_everything_that_an_overrunning_tool_started_is_stopped(machine: Machine,
+                                                                leader: list[behave.Action]):
     grandchild = child(ignore("TERM"), ready("/opt/grandchild"), forever())
     tool = machine.tool(*leader, child(ignore("TERM"), grandchild, ready("/opt/child"), forever()),
                         forever())
@@ -464,13 +464,13 @@ STILL_THERE = ("ZEPA149-W:There were one or more information collection tools wh
                " waited or be stopped.\n")
 
 
-def test_tools_that_could_not_be_stopped_are_told_of_after_the_result(machine: Machine):
+def test_tools_that_could_not_be_stopped_are_reported_after_the_result(machine: Machine):
     tool = machine.tool(forever())
     run = collect(machine, pattern_text.tool(tool, timeout=1, signal=999), merge=True)
     assert run.stdout == complete_output(1) + STILL_THERE + expect.LOOK_AT_LOG
 
 
-def test_tools_that_could_not_be_stopped_are_told_of_after_a_failure_too(machine: Machine):
+def test_tools_that_could_not_be_stopped_are_reported_after_a_failure_too(machine: Machine):
     overrun, tool = machine.tool(forever()), machine.tool(ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.tool(overrun, timeout=1, signal=999), pattern_text.tool(tool))
     run.wait_for("/opt/ready")

@@ -76,18 +76,18 @@ def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
 
 
 @pytest.mark.parametrize("kind", [*KINDS, *AFTERWARDS], ids=str)
-def test_a_failed_call_is_told_and_spoils_nothing_else(machine, kind):
+def test_a_failed_call_is_reported_and_changes_nothing_else(machine, kind):
     bench = Bench(machine, *faulting.representative(machine), env=kind.env)
     fail_each(bench, kind)
 
 
-def test_a_failed_look_at_a_file_does_not_mislead_a_run_with_a_named_result(machine):
+def test_a_failed_stat_does_not_mislead_a_run_with_o(machine):
     fail_each(Bench(machine, pattern_text.data(f"{faulting.USER}/wild/one.log"),
                     arguments=("-o", f"{faulting.DATA}/result")), LOOK)
 
 
 @pytest.mark.parametrize("kind", CUT_ARCHIVE, ids=str)
-def test_an_archive_that_cannot_be_looked_at_does_not_replace_the_directory(machine, kind):
+def test_a_failed_stat_of_the_archive_keeps_the_directory(machine, kind):
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.exit(2))
     bench = Bench(machine, *faulting.representative(machine))
     untouched = bench.run()

@@ -70,7 +70,7 @@ def test_the_helper_dies_by_a_signal_that_it_ignores(machine: Machine):
     assert run.status == -signal.SIGTERM
 
 
-def test_the_helper_goes_back_to_a_default_action(machine: Machine):
+def test_the_helper_restores_a_default_action(machine: Machine):
     machine.allow_status(-signal.SIGUSR1)
     actions = [ignore("USR1"), behave.kill("USR1", "self"), out("alive"), behave.default("USR1"),
                behave.block("USR1"), behave.kill("USR1", "self"), out(" still"),

@@ -27,7 +27,7 @@ def test_a_finished_phase_runs_through_the_rest_of_its_steps():
         ("collect   :", 4)]
 
 
-def test_a_phase_without_a_step_gets_no_stars():
+def test_a_phase_without_a_step_has_no_stars():
     text = progress.Terminal().init().collect(1).step().archive().cleanup().text
     assert bars(text)[-1] == ("cleanup   :", 52)
 

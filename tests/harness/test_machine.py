@@ -93,7 +93,7 @@ def _processes_of(namespace: str) -> list[str]:
     return found
 
 
-def test_a_cell_ends_when_its_worker_is_gone(cell_server: CellServer, installation: Installation):
+def test_a_cell_ends_when_its_worker_has_ended(cell_server: CellServer, installation: Installation):
     machine = Machine(cell_server, installation)
     namespace = os.readlink(f"/proc/{machine.cell.init}/ns/pid")
     machine.cell._link.close()  # what the kernel does for a worker that was killed

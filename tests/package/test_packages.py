@@ -106,7 +106,7 @@ def test_the_system_directories_of_the_deb_have_the_mode_of_the_system(deb: Path
     assert others == {"drwxr-xr-x"}
 
 
-def test_the_deb_says_what_it_is_and_needs(deb: Path):
+def test_the_deb_names_itself_and_what_it_needs(deb: Path):
     fields = dict(re.findall(r"^(\S+): (.*)", output("dpkg-deb", "-f", deb), re.M))
     version = re.search(r"project\(quendil VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text())
     assert version and fields["Version"] == version[1]
@@ -152,7 +152,7 @@ def test_an_edited_configuration_file_outlives_an_upgrade_of_the_rpm(rpm: Path):
     assert marked == [[f"/{name}", "cn"] for name in CONFFILES]  # n: noreplace
 
 
-def test_the_rpm_says_what_it_is_and_needs(rpm: Path):
+def test_the_rpm_names_itself_and_what_it_needs(rpm: Path):
     fields = "%{NAME} %{LICENSE} %{BUILDHOST}"
     assert output("rpm", "-qp", "--qf", fields, rpm) == "quendil Apache-2.0 localhost"
     needs = output("rpm", "-qp", "--requires", rpm).splitlines()
@@ -297,7 +297,8 @@ def test_an_installed_package_collects(root: PrivateRoot, deb: Path):
     assert [Path(name).suffixes[-2:] for name in root.list(DATA)] == [[".tar", ".gz"]]
 
 
-def test_an_upgrade_renews_what_nobody_has_edited(root: PrivateRoot, deb: Path, next_deb: Path):
+def test_an_upgrade_replaces_files_that_were_not_edited(root: PrivateRoot, deb: Path,
+                                                        next_deb: Path):
     root.install(deb)
     root.install(next_deb)
     assert root.list(PATTERN) == SHIPPED

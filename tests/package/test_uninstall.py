@@ -76,7 +76,7 @@ def test_what_was_edited_added_collected_or_logged_stays_and_is_named(installed:
     assert (again.status, again.stdout) == (0, done.stdout)
 
 
-def test_a_removal_does_not_stumble_over_what_is_missing(installed: Machine):
+def test_a_removal_ignores_missing_files(installed: Machine):
     for name in ("opt/norvale/quendil/bin", "etc/opt/norvale/quendil/pattern", "usr/share/man",
                  "var/opt/norvale"):
         installed.remove(f"{TOP}/{name}")
@@ -85,7 +85,7 @@ def test_a_removal_does_not_stumble_over_what_is_missing(installed: Machine):
     assert left(installed) == []
 
 
-def test_there_is_nothing_to_remove_where_nothing_was_installed(installed: Machine):
+def test_nothing_is_removed_where_nothing_was_installed(installed: Machine):
     installed.remove(TOP)
     done = uninstall(installed)
     assert (done.status, done.stdout, done.stderr) == (1, "", "quendil is not installed\n")

@@ -54,7 +54,7 @@ def named(text: str) -> set[str]:
             if word.partition("/")[0] in targets and "/" in word}
 
 
-def test_a_path_is_known_by_the_item_that_brings_it():
+def test_a_path_is_found_by_the_item_that_collects_it():
     items = {"storage/df.txt", "performance/proc/pressure", "network/proc/net/snmp*"}
     for path in ("storage/df.txt", "performance/proc/pressure/io", "network/proc/net/snmp6"):
         assert is_brought(path, items)
@@ -69,8 +69,7 @@ def test_every_item_that_the_document_names_is_collected():
 
 
 @pytest.mark.parametrize("symptom, lines", symptoms().items())
-def test_a_symptom_has_a_short_list_of_items_each_with_what_to_look_for(symptom: str,
-                                                                       lines: list[str]):
+def test_a_symptom_has_a_short_list_of_items_each_with_a_hint(symptom: str, lines: list[str]):
     assert 1 < len(lines) <= MOST_ITEMS, symptom
     for number, line in enumerate(lines, 1):
         assert line.startswith(f"{number}. `"), line

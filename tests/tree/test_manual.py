@@ -39,7 +39,7 @@ def entries(page):
 # ---- Form ---------------------------------------------------------------------------------------
 
 
-def test_there_is_a_page_for_the_commands_each_format_and_the_messages():
+def test_the_commands_each_format_and_the_messages_have_a_page():
     names = [page.name for page in PAGES]
     assert names == [
         "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
@@ -59,7 +59,7 @@ def test_a_page_gives_no_warning(page, checker):
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
-def test_a_page_has_the_sections_that_a_reader_looks_for(page):
+def test_a_page_has_the_usual_sections(page):
     sections = re.findall(r"^\.Sh (.*)", page.read_text(), re.M)
     wanted = {"NAME", "DESCRIPTION", "SEE ALSO", "SECURITY CONSIDERATIONS"}
     if page.name == "quendil.8":
@@ -71,7 +71,7 @@ def test_a_page_has_the_sections_that_a_reader_looks_for(page):
     assert wanted <= set(sections)
 
 
-def test_references_lead_to_pages_that_there_are():
+def test_references_lead_to_existing_pages():
     own = {tuple(page.name.rsplit(".", 1)) for page in PAGES}
     for page in PAGES:
         for name, section in re.findall(r"^\.Xr (\S+) (\d)", page.read_text(), re.M):
@@ -266,7 +266,7 @@ def test_a_keyword_is_explained_with_its_limits(name, begin):
     assert re.match(rf"{re.escape(begin)}[.,]", text)
 
 
-def test_no_keyword_is_explained_that_there_is_not():
+def test_no_unknown_keyword_is_explained():
     page = entries(rendered("quendil_pattern.5"))
     assert {head for head in page if re.fullmatch("[A-Z]+(_[A-Z]+)*", head)} == set(keywords())
 
@@ -339,7 +339,7 @@ def section(page, name):
     return re.search(rf"^{name}\n((?: .*\n|\n)*)", rendered(page), re.M)[1]
 
 
-def test_every_command_of_the_tool_directory_tells_its_usage():
+def test_every_command_of_the_tool_directory_has_a_usage():
     installed = (ROOT / "cmake/Install.cmake").read_text()
     programs = re.search(r"install\(TARGETS ([a-z ]+) RUNTIME DESTINATION \S+/tool", installed)[1]
     commands = {path.name for path in TOOLS.iterdir() if path.suffix != ".sh"}  # "*.sh" are no commands
@@ -372,7 +372,7 @@ def test_every_variable_that_a_program_gets_is_explained():
     assert told == set(re.findall(r"\b([A-Z_]+)=", code))
 
 
-def test_the_bounds_of_the_commands_are_told():
+def test_the_bounds_of_the_commands_are_documented():
     run, each = (entries(explanation(name)) for name in ("run", "each"))
     code = {path.name: path.read_text() for path in TOOLS.iterdir()}
     assert f"; {re.search('^mib=(.*)', code['run'], re.M)[1]} without this option" in run["-l MIB"]
@@ -402,7 +402,7 @@ def test_every_way_of_a_command_to_end_is_explained(page):
     assert statuses == wanted
 
 
-def test_the_pages_of_the_commands_are_named_where_one_looks_for_them():
+def test_the_pages_of_the_commands_are_named_in_the_pages_beside_them():
     for page in ["quendil.8", "quendil_pattern.5", *tool_pages()]:
         named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
         assert named >= {name.removesuffix(".8") for name in tool_pages() if name != page}

@@ -222,7 +222,7 @@ def complaints(command: str, names: list[str], used: Uses) -> list[str]:
 
 
 @pytest.mark.parametrize("command", COMMANDS)
-def test_what_a_command_uses_comes_with_the_packages_that_it_names(command: str):
+def test_what_a_command_uses_is_in_the_packages_that_it_names(command: str):
     said = complaints(command, named_in(ROOT / command), uses(command))
     assert not said, "\n".join(said)
 

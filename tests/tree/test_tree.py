@@ -138,7 +138,7 @@ def test_the_commands_of_the_readme_are_there_and_named_by_it():
         assert f"sudo {command}" in readme
 
 
-def test_documents_name_files_and_presets_that_there_are():
+def test_documents_name_existing_files_and_presets():
     places = "|".join(path.name for path in ROOT.iterdir() if path.is_dir() and path.name[0] != ".")
     presets = {row["name"] for row in json.loads((ROOT / "CMakePresets.json").read_text())[
         "configurePresets"]}

@@ -104,7 +104,7 @@ RULES = [
          "cli:test_archive.py"),
     Rule("a truncated archive is not a result",
          "return state != TarState::CUT;", "return state != TarState::UNKNOWN;",
-         "cli:test_exchanged_sources.py:cut"),
+         "cli:test_exchanged_sources.py:truncated"),
     Rule("the last whole copy stays whatever fails",
          "output_kept = state != TarState::WHOLE;", "output_kept = state == TarState::WHOLE;",
          "cli:test_exchanged_sources.py:whole_copy"),

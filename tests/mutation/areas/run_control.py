@@ -57,7 +57,7 @@ RULES = [
          "IgCmnProgressNewline(); writeTerminal", "writeTerminal",
          "cli:test_command_line.py:bar_ends"),
     Rule("an interrupted run waits for no terminal",
-         "PATIENCE = 3000000", "PATIENCE = 3000000000", "cli:test_hostile_start.py:nobody_reads"),
+         "PATIENCE = 3000000", "PATIENCE = 3000000000", "cli:test_hostile_start.py:is_not_read"),
     Rule("an interrupted run waits for no history lock",
          "if (isPatienceOver()) {", "if (errno == 0) {",
          "cli:test_interruption.py:history_for_ever"),

@@ -105,7 +105,7 @@ RULES = [
          '{ print " " $0 }', "{ print }", "cli:test_tool_each.py:looks_like"),
     Rule("physical interfaces are listed first",
          "$(list_ports && list_others)", "$(list_others && list_ports)",
-         "cli:test_tool_each.py:come_first"),
+         "cli:test_tool_each.py:are_first"),
     Rule("the name of a process ends at the last parenthesis",
          "/^[0-9]+ \\(.*\\) /", "/^[0-9]+ \\([^)]*\\) /", "cli:test_tool_processes.py:use_most"),
     Rule("control characters in names of processes are not shown",
