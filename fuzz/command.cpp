@@ -1,7 +1,7 @@
 // Splitting command lines: the parts stand in the whole, the command has no separator outside
 // quotes.
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
+#include "common/file/IGCmnPath.h"
+#include "common/base/IGCmnStr.h"
 #include "fuzz.h"
 
 namespace {

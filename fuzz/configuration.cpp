@@ -1,5 +1,5 @@
 // Configuration files: read or refused; a refused one reaches no further than its good lines.
-#include "common/IGCmnPath.h"
+#include "common/file/IGCmnPath.h"
 #include "fuzz.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniReadCompDef.h"

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 /// Prepares the process once, in a locale that decodes UTF-8.
 inline void fuzzStart() {

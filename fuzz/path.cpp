@@ -1,8 +1,7 @@
 // Paths: a normalised one is absolute, without "." and "..", stays as it is when normalised again,
 // and splits into its parts. Texts for the shell and for the terminal keep what they are made of.
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
+#include "common/file/IGCmnPath.h"
+#include "common/base/IGCmnStr.h"
 #include "fuzz.h"
 
 namespace {

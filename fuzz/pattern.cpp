@@ -1,8 +1,9 @@
 // Pattern files: accepted or skipped, never anything else; what is accepted is complete and within
 // its limits.
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
 #include "fuzz.h"
+#include "ini/IGIniCheck.h"
 #include "ini/IGIniReadPtn.h"
 #include "ini/IGIniTable.h"
 

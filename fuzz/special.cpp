@@ -2,6 +2,7 @@
 // a text shorter by one.
 #include <map>
 
+#include "common/base/IGCmnStr.h"
 #include "fuzz.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"

@@ -1,6 +1,7 @@
 // The word reader: every input ends, every word is a terminated text of its kind, lines are
 // counted.
-#include "common/IGCmnFileWord.h"
+#include "common/file/IGCmnFile.h"
+#include "ini/IGCmnFileWord.h"
 #include "fuzz.h"
 
 namespace {

@@ -14,19 +14,22 @@
 #include <cstring>
 #include <utility>
 
-#include "collect/IGCmnProcess.h"
 #include "collect/IGOutput.h"
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnProgress.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnSystem.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
-#include "common/IGSource.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnDir.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/file/IGCmnTree.h"
+#include "common/file/IGSource.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnProgress.h"
 #include "ini/IGIniTable.h"
+#include "process/IGCmnProcess.h"
 
 namespace {
 
@@ -223,7 +226,7 @@ bool isTarHeader(const TarBlock& block) {
 
 // Whether the archive was written to its end: from header to header one comes to a block of zeros.
 TarState stateOfTar(const char* path) {
-    const FdGuard fd(IgCmnFileOpenForReading(path));
+    const FdGuard fd(openForReading(path));
     TarBlock header{};
     std::int64_t at = 0;
     bool is_tars = false;

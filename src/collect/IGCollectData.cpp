@@ -12,19 +12,20 @@
 #include "collect/IGCopy.h"
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnList.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnSystem.h"
-#include "common/IGCmnTime.h"
-#include "common/IGCmnTree.h"
-#include "common/IGGuards.h"
-#include "common/IGKernelFileSystem.h"
-#include "common/IGRunState.h"
-#include "common/IGSource.h"
+#include "collect/IGSizeLimit.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnTime.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/file/IGCmnTree.h"
+#include "common/file/IGKernelFileSystem.h"
+#include "common/file/IGSource.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -593,6 +594,6 @@ int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_bl
     if (result != 0) {
         return result;
     }
-    IgCmnMsgInfo<ZEPA210_I>(run_state.total_size);
+    IgCmnMsgInfo<ZEPA210_I>(collected_size.total);
     return records == nullptr ? 0 : indexAppend(local.get(), *root_tblp, item.data_dir, records);
 }

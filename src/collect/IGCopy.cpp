@@ -8,15 +8,13 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "common/IGCmnMessage.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "collect/IGSizeLimit.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 
 namespace {
-
-// The limit is configured in units of 512 bytes.
-constexpr int LIMIT_SHIFT = 9;
 
 bool writeAll(int fd, const char* bytes, std::size_t length) {
     while (length > 0) {
@@ -110,23 +108,6 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
         IgCmnSysErrPath("unlink", errno, destination);
     }
     return Copied::FAILED;
-}
-
-bool fitsLimit(const root_tbl& root, std::int64_t size) {
-    std::int64_t total = 0;
-    if (__builtin_add_overflow(run_state.total_size, size, &total)) {
-        total = INT64_MAX;
-    }
-    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
-        return false;
-    }
-    run_state.total_size = total;
-    return true;
-}
-
-void reportOverLimit(const char* shown, std::int64_t size) {
-    IgCmnMsg<ZEPA153_W>(shown, size);
-    IgMainSetSizeOver(1);
 }
 
 Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,

@@ -1,11 +1,10 @@
-// Content that is brought into the output where no link can stand for it, and the limit on what is
-// collected in all.
+// Content that is copied into the output where a link cannot take its place.
 #ifndef QUENDIL_COLLECT_IGCOPY_H
 #define QUENDIL_COLLECT_IGCOPY_H
 
 #include <cstdint>
 
-#include "common/IGSource.h"
+#include "common/file/IGSource.h"
 
 struct root_tbl;
 
@@ -30,14 +29,6 @@ enum class Copied {
 /// @param bytes how many were
 Copied copySource(const Source& source, const char* destination, std::int64_t most,
                   std::int64_t& bytes);
-
-/// Counts so many bytes as collected. False, with nothing counted, when the configured limit has no
-/// room for them.
-bool fitsLimit(const root_tbl& root, std::int64_t size);
-
-/// Reports a file that is left out for the limit (ZEPA153-W), and at the end of the run that there
-/// was one.
-void reportOverLimit(const char* shown, std::int64_t size);
 
 /// What became of a file that was to be brought in.
 enum class Brought {

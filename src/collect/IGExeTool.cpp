@@ -4,20 +4,20 @@
 #include <climits>
 #include <cstring>
 
-#include "collect/IGCmnProcess.h"
 #include "collect/IGOutput.h"
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnLog.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnSystem.h"
-#include "common/IGCmnTime.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGCmnTime.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnPath.h"
+#include "common/file/IGCmnTree.h"
+#include "common/report/IGCmnLog.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
+#include "process/IGCmnProcess.h"
 
 namespace {
 
@@ -131,7 +131,7 @@ int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block)
     request.wait_termination = tool_block->wait_termination;
     std::int32_t exit_cd = 0;
     std::int32_t status = 0;
-    run_state.tools_ran = 1;
+    root_tblp->tools_ran = true;
     const int result =
         IgCmnExecCmdlineStr(tool.command_line, tool.command_line, &request, &exit_cd, &status);
     if (result == EXEC_FAILED) {

@@ -2,7 +2,7 @@
 #ifndef QUENDIL_COLLECT_IGEXETOOL_H
 #define QUENDIL_COLLECT_IGEXETOOL_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 struct tool_block;

@@ -6,12 +6,13 @@
 #include <cstring>
 
 #include "collect/IGOutput.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 
 namespace {

@@ -5,10 +5,10 @@
 #include <array>
 #include <cstdint>
 
-#include "common/IGCmnFile.h"
-#include "common/IGCmnList.h"
-#include "common/IGCmnMemory.h"
-#include "common/IGSourcePlace.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGSourcePlace.h"
+#include "common/file/IGCmnFile.h"
 
 struct root_tbl;
 

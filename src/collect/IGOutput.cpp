@@ -11,14 +11,16 @@
 #include <cstring>
 
 #include "collect/IGCopy.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnList.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGKernelFileSystem.h"
-#include "common/IGRunState.h"
-#include "common/IGSource.h"
+#include "collect/IGSizeLimit.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnDir.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/file/IGKernelFileSystem.h"
+#include "common/file/IGSource.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -158,7 +160,7 @@ bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry)
     }
     if (type != DT_LNK) {
         takeOut(swept);
-    } else if (run_state.tools_ran != 0) {
+    } else if (sweep.root.tools_ran) {
         judgeLink(sweep, swept);
     } else {
         lookAtLink(swept);

@@ -2,7 +2,7 @@
 #ifndef QUENDIL_COLLECT_IGOUTPUT_H
 #define QUENDIL_COLLECT_IGOUTPUT_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 

@@ -10,11 +10,10 @@
 #include <ctime>
 #include <cwchar>
 
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -145,18 +144,6 @@ bool checkStrs(wchar_t* wide) {
 
 }  // namespace
 
-int timeIntToStr(int number, char** out, memory_pool* memoryp) {
-    IG_ASSERT_NOT_NULL(out);
-    std::array<char, 16> digits{};
-    std::snprintf(digits.data(), digits.size(), "%02d", number);
-    char* text = IgCmnStrdup(memoryp, digits.data());
-    if (text == nullptr) {
-        return -1;
-    }
-    *out = text;
-    return 0;
-}
-
 int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp) {
     IG_ASSERT_NOT_NULL(root);
     IG_ASSERT_NOT_NULL(memoryp);
@@ -226,31 +213,4 @@ char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_
         return constant_empty;
     }
     return replaceStrs(wide, flag, root, memoryp);
-}
-
-int IgCmnStrUnescapePercent(char* text) {
-    IG_ASSERT_NOT_NULL(text);
-    LocalPool local;
-    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
-    if (wide == nullptr) {
-        return -1;
-    }
-    auto* collapsed = IgCmnStrdupW(local.get(), wide);
-    if (collapsed == nullptr) {
-        return -1;
-    }
-    wchar_t* out = collapsed;
-    for (const wchar_t* c = wide; *c != L'\0'; ++c) {
-        *out++ = *c;
-        if (c[0] == L'%' && c[1] == L'%') {
-            ++c;
-        }
-    }
-    *out = L'\0';
-    const char* bytes = IgCmnWCS2MBS(local.get(), collapsed);
-    if (bytes == nullptr) {
-        return -1;
-    }
-    std::memcpy(text, bytes, std::strlen(bytes) + 1);  // never longer than before
-    return 0;
 }

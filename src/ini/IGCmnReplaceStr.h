@@ -3,7 +3,7 @@
 #ifndef QUENDIL_INI_IGCMNREPLACESTR_H
 #define QUENDIL_INI_IGCMNREPLACESTR_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 
@@ -12,9 +12,6 @@ inline constexpr const char* OUTPUT_NAME_TEMPLATE = "%HOST%_%YY%%MM%%DD%%hh%%mm%
 
 /// Fills the root table's special-string values from the clock and the host name. 0, or -1.
 int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp);
-
-/// The number with at least two digits, as a new string. 0, or -1.
-int timeIntToStr(int number, char** out, memory_pool* memoryp);
 
 /// 1 when `name`, which includes its leading "%" but no closing one, is a special string.
 int IgCmnIsSpecialStr(const char* name);
@@ -33,9 +30,5 @@ char* IgCmnRepSpecialStr(const char* name, int flag, const root_tbl* root, memor
 /// used.
 char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_pool* memoryp,
                        int* status);
-
-/// In place, every "%%" becomes "%"; a one-character string stays. 0, or -1 when it cannot be
-/// converted.
-int IgCmnStrUnescapePercent(char* text);
 
 #endif

@@ -5,13 +5,15 @@
 #include <climits>
 #include <cstring>
 
-#include "common/IGAssert.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnProgress.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnSystem.h"
-#include "common/IGRunState.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnDir.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnProgress.h"
+#include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniReadCompDef.h"
@@ -195,6 +197,31 @@ int readPatterns(Ctrl& ctrl) {
 
 }  // namespace
 
+root_tbl* IgIniGetCmnRoot(memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    auto* root = newFromPool<root_tbl>(memoryp);
+    if (root == nullptr || IgCmnSpecialStrInit(root, memoryp) != 0) {
+        return nullptr;
+    }
+    std::array<char, PATH_MAX> output_dir{};
+    if (IgCmnGetKestrumOutputDir(output_dir.data(), output_dir.size()) == 0) {
+        return nullptr;
+    }
+    root->output_dir = IgCmnStrdup(memoryp, output_dir.data());
+    if (root->output_dir == nullptr) {
+        return nullptr;
+    }
+    root->output_name = IgCmnReplaceStrs(OUTPUT_NAME_TEMPLATE, 1, root, memoryp, nullptr);
+    if (root->output_name == nullptr) {
+        return nullptr;
+    }
+    root->opt_mark = -2;
+    root->output_mark = -1;
+    root->cleanup = CLEANUP_OFF;
+    root->max_output_size = -1;
+    return root;
+}
+
 int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(argv);
     IG_ASSERT_NOT_NULL(memoryp);
@@ -246,4 +273,13 @@ int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* na
         group_selection == nullptr || IgCmnListIntersects(groups, group_selection) != 0;
     const bool name = name_selection == nullptr || IgCmnListIntersects(names, name_selection) != 0;
     return group && name ? 1 : 0;
+}
+
+void IgCmnListPrint(int message, const IgCmnListHeader* list) {
+    if (list == nullptr) {
+        IgCmnMsgOut(message, "");
+    }
+    for (const char& element : walkStrings(list)) {
+        IgCmnMsgOut(message, ShownText(&element).get());
+    }
 }

@@ -2,14 +2,18 @@
 #ifndef QUENDIL_INI_IGINICTRL_H
 #define QUENDIL_INI_IGINICTRL_H
 
-#include "common/IGCmnList.h"
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 
 /// Results besides 0, -1 and those of the command line.
 inline constexpr int CTRL_ALL_FAILED = 8;         ///< every pattern file failed
 inline constexpr int CTRL_NOTHING_SELECTED = 12;  ///< no pattern matches the options
+
+/// A new root table with the values of the special strings, the default output directory and name,
+/// and nothing selected; null on any failure (reported).
+root_tbl* IgIniGetCmnRoot(memory_pool* memoryp);
 
 /// Fills the root table. 0 when there is something to collect, or the run was interrupted while the
 /// pattern files were read; otherwise, after its messages, -1, OPTION_ERROR, OPTION_HELP,
@@ -29,5 +33,8 @@ char** sortFileArray(const IgCmnListHeader* list, memory_pool* memoryp);
 int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* names,
                         const IgCmnListHeader* group_selection,
                         const IgCmnListHeader* name_selection);
+
+/// Issues the message once per string of the list, in order; for a null list once, with "".
+void IgCmnListPrint(int message, const IgCmnListHeader* list);
 
 #endif

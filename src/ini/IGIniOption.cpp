@@ -4,13 +4,14 @@
 #include <cstring>
 #include <cwchar>
 
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniTable.h"

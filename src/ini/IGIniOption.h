@@ -2,8 +2,8 @@
 #ifndef QUENDIL_INI_IGINIOPTION_H
 #define QUENDIL_INI_IGINIOPTION_H
 
-#include "common/IGCmnList.h"
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 

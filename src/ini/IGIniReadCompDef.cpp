@@ -11,13 +11,14 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/IGAssert.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -183,7 +184,7 @@ Outcome readFailed(int error, const char* path) {
 Outcome readLines(Context& context, std::FILE* stream, const char* path) {
     std::array<char, 1028> line{};
     for (int line_no = 1;; ++line_no) {
-        const std::size_t length = IgCmnFileReadLine(stream, line.data(), line.size());
+        const std::size_t length = readTextLine(stream, line.data(), line.size());
         if (length == 0 || std::ferror(stream) != 0) {
             break;  // what a failed read has left of a line is no line
         }
@@ -215,7 +216,7 @@ int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* 
         IgCmnMsg<ZEPA106_E>(compdef_file);
         return -1;
     }
-    const FileGuard stream(IgCmnFileOpenStream(compdef_file, "r"));
+    const FileGuard stream(openStream(compdef_file, "r"));
     if (!stream) {
         if (errno == ENOENT) {
             IgCmnMsg<ZEPA118_E>(compdef_file);

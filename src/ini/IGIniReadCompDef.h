@@ -2,7 +2,7 @@
 #ifndef QUENDIL_INI_IGINIREADCOMPDEF_H
 #define QUENDIL_INI_IGINIREADCOMPDEF_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 

@@ -2,7 +2,7 @@
 #ifndef QUENDIL_INI_IGINIREADPTN_H
 #define QUENDIL_INI_IGINIREADPTN_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 

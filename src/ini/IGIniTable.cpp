@@ -2,11 +2,9 @@
 
 #include <climits>
 
-#include "common/IGAssert.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnSystem.h"
-#include "ini/IGCmnReplaceStr.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
 
 namespace {
 
@@ -15,31 +13,6 @@ constexpr std::int32_t DEFAULT_TIMEOUT_SIGNAL = 15;    // SIGTERM
 constexpr std::int32_t DEFAULT_WAIT_TERMINATION = 10;  // seconds
 
 }  // namespace
-
-root_tbl* IgIniGetCmnRoot(memory_pool* memoryp) {
-    IG_ASSERT_NOT_NULL(memoryp);
-    auto* root = newFromPool<root_tbl>(memoryp);
-    if (root == nullptr || IgCmnSpecialStrInit(root, memoryp) != 0) {
-        return nullptr;
-    }
-    std::array<char, PATH_MAX> output_dir{};
-    if (IgCmnGetKestrumOutputDir(output_dir.data(), output_dir.size()) == 0) {
-        return nullptr;
-    }
-    root->output_dir = IgCmnStrdup(memoryp, output_dir.data());
-    if (root->output_dir == nullptr) {
-        return nullptr;
-    }
-    root->output_name = IgCmnReplaceStrs(OUTPUT_NAME_TEMPLATE, 1, root, memoryp, nullptr);
-    if (root->output_name == nullptr) {
-        return nullptr;
-    }
-    root->opt_mark = -2;
-    root->output_mark = -1;
-    root->cleanup = CLEANUP_OFF;
-    root->max_output_size = -1;
-    return root;
-}
 
 char* outputDirectory(memory_pool* memoryp, const root_tbl& root) {
     return IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);

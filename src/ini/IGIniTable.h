@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "common/IGCmnList.h"
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
 
 /// Flags of a pattern table: what its file has said.
 enum PtnFlag : std::uint32_t {
@@ -150,15 +150,13 @@ struct root_tbl {
     bool output_held;              // its path can be exchanged by others than root
     int output_fd;                 // then: its O_PATH descriptor, until the process ends
     bool output_kept;              // the directory is the last whole copy of what was collected
+    bool tools_ran;                // a tool may have written into the output
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
     std::int64_t max_output_size;  // as configured; 0 or less is no limit
     IgCmnListHeader selected;      // pickptn_tbl, in the order their files were read
     pickptn_tbl* crnt_ptn_def;     // the pattern being read
 };
 
-/// A new root table with the values of the special strings, the default output directory and name,
-/// and nothing selected; null on any failure (reported).
-root_tbl* IgIniGetCmnRoot(memory_pool* memoryp);
 /// The output directory's path, a string of the pool; null when memory runs out.
 char* outputDirectory(memory_pool* memoryp, const root_tbl& root);
 /// Zero-filled records with their defaults; null when memory runs out.

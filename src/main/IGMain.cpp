@@ -8,23 +8,27 @@
 #include <climits>
 
 #include "collect/IGArcMake.h"
-#include "collect/IGCmnProcess.h"
 #include "collect/IGCollectData.h"
 #include "collect/IGExeTool.h"
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnList.h"
-#include "common/IGCmnLog.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnProgress.h"
-#include "common/IGCmnSystem.h"
-#include "common/IGCmnTime.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "collect/IGSizeLimit.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGCmnTime.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
+#include "common/report/IGCmnLog.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnProgress.h"
 #include "ini/IGIniTable.h"
 #include "main/IGMainOutput.h"
-#include "main/IGMainSignal.h"
+#include "main/IGMainRun.h"
+#include "process/IGCmnProcess.h"
+#include "process/IGMainSignal.h"
+
+MainRun main_run;
 
 namespace {
 
@@ -65,8 +69,8 @@ int writeIndexHead(memory_pool* memoryp, const root_tbl& root) {
     }
     IndexFile index(path, "w");
     index.print("quendil [Ver. %s]\n", QUENDIL_VERSION);
-    if (run_state.argument != nullptr) {
-        index.print("%s %s\n", IgMainGetCmdName(), run_state.argument);
+    if (main_run.argument != nullptr) {
+        index.print("%s %s\n", IgMainGetCmdName(), main_run.argument);
     } else {
         index.print("%s\n", IgMainGetCmdName());
     }
@@ -159,7 +163,7 @@ int makeArchive(memory_pool* memoryp, root_tbl& root) {
     const int result = IgArcMakeOutput(memoryp, &root);
     IgMainHistOutput();
     IgCmnMsgInfo<ZEPA203_I>("making");
-    run_state.cleanup_wanted = 1;
+    main_run.cleanup_wanted = 1;
     return result;
 }
 
@@ -182,7 +186,7 @@ int collectAndMake(memory_pool* memoryp, root_tbl& root) {
 // --- the end routine, step by step ---
 
 void endSizeLimit() {
-    if (run_state.size_exceeded == 1) {
+    if (collected_size.exceeded == 1) {
         IgCmnMsg<ZEPA131_W>();
     }
 }
@@ -211,10 +215,10 @@ void endHalfResult() {
 
 void endMemory() {
     IgCmnMsgFree();
-    run_state.root = nullptr;
-    run_state.argument = nullptr;
+    main_run.root = nullptr;
+    main_run.argument = nullptr;
     run_state.cmd_name = nullptr;
-    IgCmnMemoryFree(&run_state.memoryp, nullptr, 0);
+    IgCmnMemoryFree(&main_run.memoryp, nullptr, 0);
 }
 
 void endHistory() {
@@ -229,7 +233,7 @@ void endHistory() {
 // --- checks ---
 
 int IgMainIsSuperUser(int quiet) {
-    if (::getuid() == 0 || ::geteuid() == 0) {
+    if (isSuperUser()) {
         return 0;
     }
     if (quiet == 0) {
@@ -237,13 +241,6 @@ int IgMainIsSuperUser(int quiet) {
         IgCmnMsgHist(ZEPA117_E);
     }
     return -1;
-}
-
-int IgMainIsSuperUserCached() {
-    if (run_state.super_user == SUPER_USER_NOT_TESTED) {
-        run_state.super_user = IgMainIsSuperUser(1);
-    }
-    return run_state.super_user;
 }
 
 namespace {
@@ -263,15 +260,15 @@ int IgMainLock() {
     if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, RUN_LOCK_NAME, path.data(), path.size()) == 0) {
         return FAILED;
     }
-    run_state.lock_fd = ::open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (run_state.lock_fd == -1) {
+    main_run.lock_fd = ::open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (main_run.lock_fd == -1) {
         reportLockFailure("open", errno, path.data());
         return FAILED;
     }
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
-    if (::fcntl(run_state.lock_fd, F_SETLK, &lock) != -1) {
+    if (::fcntl(main_run.lock_fd, F_SETLK, &lock) != -1) {
         return DONE;
     }
     if (errno == EACCES || errno == EAGAIN) {
@@ -284,22 +281,22 @@ int IgMainLock() {
 }
 
 void IgMainUnlock() {
-    if (run_state.lock_fd != -1) {
-        ::close(run_state.lock_fd);
-        run_state.lock_fd = -1;
+    if (main_run.lock_fd != -1) {
+        ::close(main_run.lock_fd);
+        main_run.lock_fd = -1;
     }
 }
 
 // --- phases ---
 
 int IgMainCollect(int /*unused*/) {
-    root_tbl& root = *run_state.root;
-    const int result = collectAndMake(&run_state.memoryp, root);
+    root_tbl& root = *main_run.root;
+    const int result = collectAndMake(&main_run.memoryp, root);
     if (result == INTERRUPTED || result == FAILED) {
-        run_state.cleanup_wanted = root.cleanup == CLEANUP_ON ? 1 : 0;
+        main_run.cleanup_wanted = root.cleanup == CLEANUP_ON ? 1 : 0;
     } else if (result == SIZE_LIMIT) {
         IgMainSetRetCode(RETCODE_DIRECTORY);
-        run_state.cleanup_wanted = 0;
+        main_run.cleanup_wanted = 0;
     }
     return result;
 }
@@ -323,4 +320,17 @@ int IgMainEnd() {
         STEPS[next++]();  // counted first: a second entry must not repeat the step it came from
     }
     return IgMainGetRetCode();
+}
+
+int IgMainEndAfterLogFailure() {
+    IgMainStopChild();
+    if (IgMainGetRetCode() != RETCODE_DIRECTORY) {
+        IgMainRemoveOutput();
+    }
+    return IgMainEnd();
+}
+
+void IgMainReportInterruption() {
+    IgCmnMsg<ZEPA136_E>(run_state.signal_no.load());
+    IgCmnProcReportDeferred();
 }

@@ -5,8 +5,6 @@
 /// 0 for the super user (real or effective user ID 0); otherwise -1, after ZEPA117-E unless `quiet`
 /// is non-zero.
 int IgMainIsSuperUser(int quiet);
-/// The same, tested quietly once and remembered.
-int IgMainIsSuperUserCached();
 
 /// Result of IgMainLock when another run holds the lock.
 inline constexpr int LOCK_HELD = 5;
@@ -27,5 +25,11 @@ void IgMainStopChild();
 /// Returns the return code. When a step's own report cannot be written it is entered a second time
 /// and goes on behind that step.
 int IgMainEnd();
+
+/// Ends the run after a failed write to the run log: stops a running child, removes the output
+/// directory unless it is the result, and runs the end routine. Returns the return code.
+int IgMainEndAfterLogFailure();
+/// Reports the interruption with its signal (ZEPA136-E) and what the signal handler could not stop.
+void IgMainReportInterruption();
 
 #endif

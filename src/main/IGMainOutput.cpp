@@ -11,15 +11,18 @@
 
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
-#include "common/IGCmnFile.h"
-#include "common/IGCmnList.h"
-#include "common/IGCmnLog.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnDir.h"
+#include "common/file/IGCmnFile.h"
+#include "common/file/IGCmnPath.h"
+#include "common/file/IGCmnTree.h"
+#include "common/report/IGCmnLog.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
+#include "main/IGMainRun.h"
 
 namespace {
 
@@ -95,7 +98,7 @@ char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
 
 // Removes this run's own output directory; with `message` it says so first.
 void removeOwnOutput(bool message) {
-    const root_tbl* root = run_state.root;
+    const root_tbl* root = main_run.root;
     if (root == nullptr || !root->output_made || root->output_kept || !outputIsOurs(*root)) {
         return;
     }
@@ -181,16 +184,16 @@ void IgMainCleanup() {
 }
 
 void IgMainRemoveOutput() {
-    if (run_state.root != nullptr && run_state.root->cleanup == CLEANUP_ON) {
+    if (main_run.root != nullptr && main_run.root->cleanup == CLEANUP_ON) {
         removeOwnOutput(false);
     }
 }
 
 char* IgMainGetOutputPath(memory_pool* memoryp) {
-    if (run_state.root == nullptr) {
+    if (main_run.root == nullptr) {
         return nullptr;
     }
-    const root_tbl& root = *run_state.root;
+    const root_tbl& root = *main_run.root;
     if (IgMainGetRetCode() == RETCODE_DIRECTORY) {
         return outputDirectory(memoryp, root);
     }
@@ -208,14 +211,14 @@ void IgMainHistOutput() {
     if (code != RETCODE_COMPRESSED && code != RETCODE_ARCHIVE && code != RETCODE_DIRECTORY) {
         return;
     }
-    const char* path = IgMainGetOutputPath(&run_state.memoryp);
+    const char* path = IgMainGetOutputPath(&main_run.memoryp);
     if (path != nullptr) {
         IgCmnMsgHist(ZEPA303_I, ShownText(path).get());
     }
 }
 
 void IgMainReportOutput() {
-    const char* path = IgMainGetOutputPath(&run_state.memoryp);
+    const char* path = IgMainGetOutputPath(&main_run.memoryp);
     if (path == nullptr) {
         return;
     }

@@ -2,7 +2,7 @@
 #ifndef QUENDIL_MAIN_IGMAINOUTPUT_H
 #define QUENDIL_MAIN_IGMAINOUTPUT_H
 
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 struct pickptn_tbl;
 struct root_tbl;

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/IGCmnMessage.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

@@ -10,37 +10,27 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "collect/IGCmnProcess.h"
-#include "common/IGCmnLog.h"
-#include "common/IGCmnMemory.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnPath.h"
-#include "common/IGCmnProgress.h"
-#include "common/IGCmnStr.h"
-#include "common/IGCmnTime.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnTime.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGPrintable.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnPath.h"
+#include "common/report/IGCmnLog.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnProgress.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniTable.h"
 #include "main/IGMain.h"
 #include "main/IGMainOutput.h"
 #include "main/IGMainRoot.h"
-#include "main/IGMainSignal.h"
+#include "main/IGMainRun.h"
+#include "process/IGMainSignal.h"
 
 namespace {
-
-struct Arguments {
-    int argc;
-    char** argv;
-};
-
-// A step of the run: false ends the run.
-using RunStep = bool (*)(const Arguments& arguments);
-
-// The two parts of argv[0], until the command name is a string of its own.
-char* command_directory;
-char* command_file;
 
 // A closed standard descriptor would be given to the next file that is opened, and messages would
 // go into that file.
@@ -74,60 +64,56 @@ void prepareProcess() {
     // The archiver's programs take options from these; a run's result must not depend on them.
     ::unsetenv("TAR_OPTIONS");
     ::unsetenv("GZIP");
-    run_hooks = {IgMainEnd, IgMainRemoveOutput, IgMainStopChild, IgCmnProcReportDeferred,
-                 IgMainIsSuperUserCached};
-    run_state.memoryp = nullptr;
+    run_hooks = {IgMainEndAfterLogFailure, IgMainReportInterruption};
     std::setlocale(LC_ALL, "");
     IgCmnMemoryInit();
     IgCmnMsgHistRotate();
 }
 
-bool historyStart(const Arguments& /*arguments*/) {
+void recordStart() {
     std::array<char, TIME_STR_SIZE> now{};
     IgCmnGetTimeStr(now.data());
     IgCmnMsgHist(ZEPA301_I, QUENDIL_VERSION, now.data());
-    return true;
 }
 
 // Makes room for `needed` bytes, and some to spare.
 bool growArgument(std::uint32_t needed) {
-    if (run_state.argument != nullptr && run_state.argument_size >= needed) {
+    if (main_run.argument != nullptr && main_run.argument_size >= needed) {
         return true;
     }
-    auto* grown = static_cast<char*>(IgCmnMemoryRealloc(&run_state.memoryp, run_state.argument,
-                                                        run_state.argument_size, needed + 32));
+    auto* grown = static_cast<char*>(IgCmnMemoryRealloc(&main_run.memoryp, main_run.argument,
+                                                        main_run.argument_size, needed + 32));
     if (grown == nullptr) {
         return false;
     }
-    run_state.argument = grown;
-    run_state.argument_size = needed + 32;
+    main_run.argument = grown;
+    main_run.argument_size = needed + 32;
     return true;
 }
 
 // All arguments in one string, as they are shown; one with a blank in it is in single quotes.
-bool joinArguments(const Arguments& arguments) {
+bool joinArguments(int argc, char** argv) {
     std::size_t present = 0;  // counted, for there may be very many of them
-    for (int i = 1; i < arguments.argc; ++i) {
+    for (int i = 1; i < argc; ++i) {
         LocalPool local;
-        const char* argument = IgCmnStrPrintable(local.get(), arguments.argv[i], Tabs::KEPT);
+        const char* argument = IgCmnStrPrintable(local.get(), argv[i], Tabs::KEPT);
         if (argument == nullptr ||
             !growArgument(static_cast<std::uint32_t>(std::strlen(argument) + 8 + present))) {
             return false;
         }
         const char* quote = std::strchr(argument, ' ') != nullptr ? "'" : "";
         present += static_cast<std::size_t>(
-            std::snprintf(run_state.argument + present, run_state.argument_size - present,
-                          "%s%s%s%s", present > 0 ? " " : "", quote, argument, quote));
+            std::snprintf(main_run.argument + present, main_run.argument_size - present, "%s%s%s%s",
+                          present > 0 ? " " : "", quote, argument, quote));
     }
     return true;
 }
 
-bool historyArguments(const Arguments& /*arguments*/) {
-    IgCmnMsgHist(ZEPA302_I, run_state.argument == nullptr ? "(null)" : run_state.argument);
-    return true;
+void recordArguments() {
+    IgCmnMsgHist(ZEPA302_I, main_run.argument == nullptr ? "(null)" : main_run.argument);
 }
 
-bool installSignalHandler(const Arguments& /*arguments*/) {
+void installSignalHandler() {
     struct sigaction action = {};
     action.sa_handler = signalHandler;
     ::sigemptyset(&action.sa_mask);
@@ -136,65 +122,39 @@ bool installSignalHandler(const Arguments& /*arguments*/) {
             ::sigaction(signo, &action, nullptr);  // no SA_RESTART: waiting calls must come back
         }
     }
-    return true;
 }
 
-bool splitCommandName(const Arguments& arguments) {
-    const char* path = arguments.argc > 0 ? arguments.argv[0] : "";
-    if (IgCmnFileSplitPath(path, &command_directory, &command_file, &run_state.memoryp) != 0) {
+// The command's name as messages and the index show it, without its directory.
+bool keepCommandName(int argc, char** argv) {
+    LocalPool local;
+    char* directory = nullptr;
+    char* file = nullptr;
+    if (IgCmnFileSplitPath(argc > 0 ? argv[0] : "", &directory, &file, local.get()) != 0) {
         return false;
     }
-    run_state.cmd_name = command_file != nullptr ? command_file : command_directory;
-    return true;
+    run_state.cmd_name =
+        IgCmnStrPrintable(&main_run.memoryp, file != nullptr ? file : directory, Tabs::KEPT);
+    return run_state.cmd_name != nullptr;
 }
 
-bool notHelp(const Arguments& arguments) {
-    return IgIniCkHelp(arguments.argc, arguments.argv) == 0;
-}
-
-bool superUser(const Arguments& /*arguments*/) {
+bool isAllowed() {
     return IgMainIsSuperUser(0) == 0 && IgMainRootFailure() == 0;
 }
 
-bool onlyRun(const Arguments& /*arguments*/) {
-    return IgMainLock() == 0;
-}
-
-bool openRunLog(const Arguments& /*arguments*/) {
+bool openRunLog() {
     IgCmnProgressEnable();
     return IgCmnMsgOpenLog() == 0;
 }
 
-bool startInitializing(const Arguments& /*arguments*/) {
-    const char* argument = run_state.argument;
+bool initialize(int argc, char** argv) {
+    const char* argument = main_run.argument;
     IgCmnMsgInfo<ZEPA204_I>(argument == nullptr ? "" : argument);
     IgCmnMsgInfo<ZEPA202_I>("initializing");
     IgCmnProgressInit();
-    return true;
-}
-
-void freePart(char** part) {
-    if (*part != nullptr) {
-        IgCmnMemoryFree(&run_state.memoryp, *part, std::strlen(*part) + 1);
-        *part = nullptr;
+    main_run.root = IgIniGetCmnRoot(&main_run.memoryp);
+    if (main_run.root == nullptr || IgIniCtrl(argc, argv, &main_run.memoryp, main_run.root) != 0) {
+        return false;
     }
-}
-
-bool keepCommandName(const Arguments& /*arguments*/) {
-    const char* name = IgCmnStrPrintable(&run_state.memoryp, run_state.cmd_name, Tabs::KEPT);
-    run_state.cmd_name = name;
-    freePart(&command_directory);
-    freePart(&command_file);
-    return name != nullptr;
-}
-
-bool readConfiguration(const Arguments& arguments) {
-    run_state.root = IgIniGetCmnRoot(&run_state.memoryp);
-    return run_state.root != nullptr &&
-           IgIniCtrl(arguments.argc, arguments.argv, &run_state.memoryp, run_state.root) == 0;
-}
-
-bool endInitializing(const Arguments& /*arguments*/) {
     IgCmnMsgInfo<ZEPA203_I>("initializing");
     return true;
 }
@@ -211,32 +171,35 @@ void clean() {
     IgCmnProgressEnd();
 }
 
-bool collectAndClean(const Arguments& /*arguments*/) {
+void collectAndClean() {
     const int collected = IgMainCollect(0);
-    if (run_state.cleanup_wanted == 1) {
+    if (main_run.cleanup_wanted == 1) {
         clean();
     } else if (collected == 0) {
         IgCmnProgressEnd();
     }
-    return true;
 }
 
-constexpr RunStep RUN_STEPS[] = {
-    historyStart,    joinArguments,     historyArguments, installSignalHandler, splitCommandName,
-    notHelp,         superUser,         onlyRun,          openRunLog,           startInitializing,
-    keepCommandName, readConfiguration, endInitializing,  collectAndClean,
-};
+// The steps of a run, in their order. One that fails has said why and ends the run.
+void run(int argc, char** argv) {
+    prepareProcess();
+    recordStart();
+    if (!joinArguments(argc, argv)) {
+        return;
+    }
+    recordArguments();
+    installSignalHandler();
+    if (!keepCommandName(argc, argv) || IgIniCkHelp(argc, argv) != 0 || !isAllowed() ||
+        IgMainLock() != 0 || !openRunLog() || !initialize(argc, argv)) {
+        return;
+    }
+    collectAndClean();
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    prepareProcess();
-    const Arguments arguments{argc, argv};
-    for (const RunStep step : RUN_STEPS) {
-        if (!step(arguments)) {
-            break;
-        }
-    }
+    run(argc, argv);
     IgCmnProgressNewline();
     return IgMainEnd();
 }

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/IGCmnList.h"
-#include "common/IGCmnMemory.h"
-#include "common/IGCmnStr.h"
-#include "common/IGGuards.h"
-#include "common/IGSource.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGGuards.h"
+#include "common/file/IGSource.h"
 #include "tool/IGSecretFile.h"
 
 namespace {

@@ -17,8 +17,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/IGCmnMemory.h"
-#include "common/IGCmnMessage.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/report/IGCmnMessage.h"
 #include "tool/IGMaskPipe.h"
 #include "tool/IGShow.h"
 

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "collect/IGCmnProcess.h"
+#include "process/IGCmnProcess.h"
 #include "run_fixture.h"
 
 /// What a child wrote with "report", by key.

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
 
 /// What a holder does once somebody else opens a file.
 enum class WhenAsked { GIVES_UP, KEEPS };

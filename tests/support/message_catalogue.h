@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/IGCmnMessage.h"
+#include "common/report/IGCmnMessage.h"
 
 struct Entry {
     int number;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/base/IGCmnList.h"
 #include "ini/IGIniReadPtn.h"
 #include "ini/IGIniTable.h"
 #include "run_fixture.h"

@@ -19,12 +19,13 @@
 #include <utility>
 #include <vector>
 
-#include "common/IGCmnList.h"
-#include "common/IGCmnLog.h"
-#include "common/IGCmnMemory.h"
-#include "common/IGCmnMessage.h"
-#include "common/IGCmnMessageState.h"
-#include "common/IGRunState.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGRunHooks.h"
+#include "common/report/IGCmnLog.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnMessageState.h"
+#include "common/base/IGRunState.h"
 
 inline constexpr const char* LOG_DIR = "/var/opt/norvale/quendil/log";
 inline constexpr const char* DATA_DIR = "/var/opt/norvale/quendil/data";

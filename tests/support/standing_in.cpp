@@ -10,8 +10,8 @@
 #include <cwchar>
 #include <utility>
 
-#include "common/IGCmnMemory.h"
-#include "common/IGCmnMessage.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

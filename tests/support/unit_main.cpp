@@ -1,8 +1,8 @@
 // Runs the unit tests of one unit, with the memory pool ready for use.
 #include <gmock/gmock.h>
 
-#include "common/IGCmnMemory.h"
-#include "common/IGRunState.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGRunState.h"
 #include "standing_in.h"
 
 namespace {

@@ -1,6 +1,7 @@
 #include "collect/IGArcMake.h"
 
 #include "../../support/collect_fixture.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

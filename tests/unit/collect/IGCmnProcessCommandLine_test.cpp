@@ -1,4 +1,4 @@
-#include "collect/IGCmnProcess.h"
+#include "process/IGCmnProcess.h"
 
 #include <sys/stat.h>
 

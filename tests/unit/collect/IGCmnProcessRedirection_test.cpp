@@ -1,4 +1,5 @@
-#include "collect/IGCmnProcess.h"
+#include "common/base/IGRunState.h"
+#include "process/IGCmnProcess.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>

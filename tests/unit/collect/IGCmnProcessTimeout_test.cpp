@@ -1,4 +1,4 @@
-#include "collect/IGCmnProcess.h"
+#include "process/IGCmnProcess.h"
 
 #include <signal.h>
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-#include "collect/IGCmnProcess.h"
+#include "process/IGCmnProcess.h"
 
 #include <pwd.h>
 #include <signal.h>
@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include "../../support/process_fixture.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

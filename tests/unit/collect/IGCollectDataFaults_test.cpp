@@ -11,6 +11,7 @@
 
 #include "../../support/collect_fixture.h"
 #include "collect/IGCollectData.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

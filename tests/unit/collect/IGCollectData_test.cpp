@@ -12,6 +12,8 @@
 
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

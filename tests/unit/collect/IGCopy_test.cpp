@@ -3,7 +3,8 @@
 #include <sys/stat.h>
 
 #include "../../support/run_fixture.h"
-#include "common/IGKernelFileSystem.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGKernelFileSystem.h"
 
 namespace {
 

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 
 #include "../../support/collect_fixture.h"
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

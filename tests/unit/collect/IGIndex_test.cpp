@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "../../support/collect_fixture.h"
+#include "common/base/IGCmnList.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../../support/collect_fixture.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

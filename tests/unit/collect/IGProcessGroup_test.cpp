@@ -1,4 +1,4 @@
-#include "collect/IGProcessGroup.h"
+#include "process/IGProcessGroup.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

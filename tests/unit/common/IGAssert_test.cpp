@@ -2,7 +2,7 @@
 #ifndef NDEBUG
 #define NDEBUG
 #endif
-#include "common/IGAssert.h"
+#include "common/base/IGAssert.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,3 @@
-#include "common/IGCmnFile.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -7,7 +6,7 @@
 
 #include "../../support/file_fixture.h"
 #include "../../support/standing_in.h"
-#include "common/IGCmnStr.h"
+#include "common/base/IGCmnStr.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
-#include "common/IGCmnFile.h"
+#include "common/base/IGRunState.h"
+#include "common/file/IGCmnFile.h"
 
 #include <signal.h>
 #include <sys/stat.h>
@@ -15,7 +16,9 @@
 #include "../../support/file_fixture.h"
 #include "../../support/mounted.h"
 #include "../../support/standing_in.h"
-#include "common/IGCmnStr.h"
+#include "common/base/IGCmnStr.h"
+#include "common/file/IGCmnTree.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

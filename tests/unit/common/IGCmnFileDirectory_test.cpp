@@ -1,4 +1,4 @@
-#include "common/IGCmnFile.h"
+#include "common/file/IGCmnFile.h"
 
 #include <array>
 #include <cerrno>
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "../../support/file_fixture.h"
+#include "common/file/IGCmnPath.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnFile.h"
+#include "common/base/IGRunState.h"
 
 #include <sys/resource.h>
 
@@ -10,6 +10,7 @@
 
 #include "../../support/file_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/file/IGCmnTree.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "../../support/fake_wait.h"
 #include "../../support/lease_holder.h"
 #include "../../support/run_fixture.h"
-#include "common/IGCmnFile.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnFileWord.h"
+#include "ini/IGCmnFileWord.h"
 
 #include <gmock/gmock.h>
 
@@ -13,6 +13,7 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/file/IGCmnFile.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnFile.h"
+#include "common/file/IGCmnFile.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -17,7 +17,9 @@
 #include "../../support/file_fixture.h"
 #include "../../support/in_child.h"
 #include "../../support/standing_in.h"
-#include "common/IGCmnSystem.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/report/IGCmnMessage.h"
+#include "ini/IGIniCheck.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnList.h"
+#include "common/base/IGCmnList.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnLog.h"
+#include "common/report/IGCmnLog.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -22,6 +22,9 @@
 #include "../../support/in_child.h"
 #include "../../support/mounted.h"
 #include "../../support/run_fixture.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnMemory.h"
+#include "common/base/IGCmnMemory.h"
 
 #include <gmock/gmock.h>
 #include <malloc.h>

@@ -1,4 +1,6 @@
-#include "common/IGCmnMessage.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -7,7 +9,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/message_fixture.h"
-#include "common/IGCmnProgress.h"
+#include "common/report/IGCmnProgress.h"
 
 namespace {
 

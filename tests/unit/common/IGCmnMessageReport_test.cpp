@@ -1,4 +1,6 @@
-#include "common/IGCmnMessage.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGPrintable.h"
+#include "common/report/IGCmnMessage.h"
 
 #include <gmock/gmock.h>
 

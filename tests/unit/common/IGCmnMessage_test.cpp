@@ -1,4 +1,4 @@
-#include "common/IGCmnMessage.h"
+#include "common/report/IGCmnMessage.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,7 +11,7 @@
 #include "../../support/in_child.h"
 #include "../../support/message_catalogue.h"
 #include "../../support/message_fixture.h"
-#include "common/IGCmnProgress.h"
+#include "common/report/IGCmnProgress.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
-#include "common/IGCmnPath.h"
+#include "common/base/IGCmnList.h"
+#include "common/file/IGCmnDir.h"
 
 #include <gmock/gmock.h>
 
@@ -9,7 +10,7 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
-#include "common/IGCmnStr.h"
+#include "common/base/IGCmnStr.h"
 
 namespace {
 

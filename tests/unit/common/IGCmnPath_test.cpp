@@ -1,4 +1,4 @@
-#include "common/IGCmnPath.h"
+#include "common/file/IGCmnPath.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -10,6 +10,7 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "ini/IGIniCheck.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnProgress.h"
+#include "common/report/IGCmnProgress.h"
 
 #include <gmock/gmock.h>
 
@@ -7,6 +7,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "common/base/IGRunState.h"
 
 // The display lives as long as the process: each test draws in a process of its own.
 

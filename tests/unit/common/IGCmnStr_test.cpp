@@ -1,4 +1,4 @@
-#include "common/IGCmnStr.h"
+#include "common/base/IGCmnStr.h"
 
 #include <gmock/gmock.h>
 

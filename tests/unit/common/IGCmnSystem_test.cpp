@@ -1,4 +1,4 @@
-#include "common/IGCmnSystem.h"
+#include "common/base/IGCmnSystem.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../../support/run_fixture.h"
+#include "common/base/IGOpen.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGCmnTime.h"
+#include "common/base/IGCmnTime.h"
 
 #include <gmock/gmock.h>
 

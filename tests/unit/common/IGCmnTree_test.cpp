@@ -1,4 +1,4 @@
-#include "common/IGCmnTree.h"
+#include "common/file/IGCmnTree.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
@@ -14,6 +14,8 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,8 +10,8 @@
 #include <type_traits>
 
 #include "../../support/run_fixture.h"
-#include "common/IGAssert.h"
-#include "common/IGSourcePlace.h"
+#include "common/base/IGAssert.h"
+#include "common/base/IGSourcePlace.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "common/IGInodeSet.h"
+#include "common/file/IGInodeSet.h"
 
 #include <gmock/gmock.h>
 
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGRunState.h"
+#include "common/base/IGRunState.h"
 
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -8,6 +8,9 @@
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "collect/IGSizeLimit.h"
+#include "common/base/IGRunHooks.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGShell.h"
+#include "common/file/IGShell.h"
 
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -11,6 +11,7 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGSource.h"
+#include "common/file/IGSource.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -12,7 +12,6 @@
 
 #include "../../support/lease_holder.h"
 #include "../../support/run_fixture.h"
-#include "common/IGCmnFile.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "common/IGTerminal.h"
+#include "common/report/IGTerminal.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "../../support/in_child.h"
-#include "common/IGGuards.h"
-#include "common/IGRunState.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

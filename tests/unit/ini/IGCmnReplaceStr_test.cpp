@@ -9,6 +9,7 @@
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGCmnStr.h"
 #include "ini/IGIniTable.h"
 
 namespace {

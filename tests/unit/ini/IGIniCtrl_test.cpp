@@ -9,6 +9,8 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGRunState.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniTable.h"
 

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include "../../support/run_fixture.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGRunState.h"
 #include "ini/IGIniTable.h"
 
 namespace {

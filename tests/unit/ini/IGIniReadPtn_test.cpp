@@ -6,6 +6,8 @@
 #include <csignal>
 
 #include "../../support/pattern_fixture.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGCmnList.h"
 
 namespace {
 

@@ -7,7 +7,8 @@
 
 #include "../../support/child_fixture.h"
 #include "../../support/fake_wait.h"
-#include "main/IGMainSignal.h"
+#include "common/base/IGRunState.h"
+#include "process/IGMainSignal.h"
 
 namespace {
 

@@ -9,7 +9,9 @@
 
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
-#include "common/IGGuards.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "main/IGMainSignal.h"
+#include "process/IGMainSignal.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -10,6 +10,8 @@
 #include <set>
 
 #include "../../support/child_fixture.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

@@ -10,6 +10,9 @@
 
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGCmnList.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
 
 namespace {
 

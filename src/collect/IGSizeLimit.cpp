@@ -1,0 +1,34 @@
+#include "collect/IGSizeLimit.h"
+
+#include "common/report/IGCmnMessage.h"
+#include "ini/IGIniTable.h"
+
+CollectedSize collected_size;
+
+namespace {
+
+// The limit is configured in units of 512 bytes.
+constexpr int LIMIT_SHIFT = 9;
+
+}  // namespace
+
+bool fitsLimit(const root_tbl& root, std::int64_t size) {
+    std::int64_t total = 0;
+    if (__builtin_add_overflow(collected_size.total, size, &total)) {
+        total = INT64_MAX;
+    }
+    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
+        return false;
+    }
+    collected_size.total = total;
+    return true;
+}
+
+void reportOverLimit(const char* shown, std::int64_t size) {
+    IgCmnMsg<ZEPA153_W>(shown, size);
+    IgMainSetSizeOver(1);
+}
+
+void IgMainSetSizeOver(int flag) {
+    collected_size.exceeded = flag;
+}

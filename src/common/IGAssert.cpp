@@ -1,9 +1,0 @@
-#include "common/IGAssert.h"
-
-#include <cstdio>
-#include <cstdlib>
-
-void IgCmnAssertFailed(const char* text, const char* file, int line, const char* function) {
-    std::fprintf(stderr, "%s:%d: %s: Assertion `%s' failed.\n", file, line, function, text);
-    std::abort();
-}

@@ -1,0 +1,90 @@
+// The program's one container: a singly linked list of pointers that only grows. Lists and nodes
+// live as long as the pool they come from. An absent list is a null pointer; its owner makes the
+// header on the first insertion.
+#ifndef QUENDIL_COMMON_BASE_IGCMNLIST_H
+#define QUENDIL_COMMON_BASE_IGCMNLIST_H
+
+#include <cstdint>
+
+#include "common/base/IGCmnMemory.h"
+
+struct IgCmnListNode {
+    void* value;
+    IgCmnListNode* next;  // null at the end
+};
+
+struct IgCmnListHeader {
+    std::uint32_t count;
+    IgCmnListNode* first;
+    IgCmnListNode* last;
+};
+
+/// Where a walk stands; kept by the caller, so that several walks over one list can run at once.
+struct IgCmnListFindHandle {
+    const IgCmnListHeader* list;
+    const IgCmnListNode* current;
+};
+
+/// Appends a value (not null: a walk could not tell it from its end) and returns the new count; -1
+/// when memory runs out, the list then being unchanged. Pool and list are asserted non-null.
+int IgCmnListAdd(memory_pool* memoryp, IgCmnListHeader* list, void* value);
+/// Begins a walk: the first value, null when the list is empty. Both asserted non-null.
+void* IgCmnListFindFirst(const IgCmnListHeader* list, IgCmnListFindHandle* handle);
+/// The next value; null at the end, where the walk then stays. Asserted non-null.
+void* IgCmnListFindNext(IgCmnListFindHandle* handle);
+
+/// 1 when the list of strings holds an equal one (bytes); 0 also when either argument is null.
+int IgCmnListContains(const char* text, const IgCmnListHeader* list);
+/// 1 when the two lists of strings share one; 0 also when either is null.
+int IgCmnListIntersects(const IgCmnListHeader* first, const IgCmnListHeader* second);
+
+/// Appends to the list at `listp`, making its header first when there is none. The new count, or
+/// -1.
+int IgCmnListAppend(memory_pool* memoryp, IgCmnListHeader** listp, void* value);
+
+/// Appends a copy of the name to the list, making the list when it is still null. 0, or -1.
+int makeList(const char* find_file, IgCmnListHeader** search_file_list, memory_pool* memoryp);
+
+/// A typed walk: `for (const char& s : walkList<const char>(list))` gives the values as references.
+/// A null list is empty.
+template <typename T>
+class ListWalk {
+  public:
+    explicit ListWalk(const IgCmnListHeader* list) : list_(list) {}
+
+    class Iterator {
+      public:
+        Iterator() = default;
+        explicit Iterator(const IgCmnListHeader* list) {
+            value_ = static_cast<T*>(IgCmnListFindFirst(list, &handle_));
+        }
+        T& operator*() const { return *value_; }
+        Iterator& operator++() {
+            value_ = static_cast<T*>(IgCmnListFindNext(&handle_));
+            return *this;
+        }
+        bool operator!=(const Iterator& other) const { return value_ != other.value_; }
+
+      private:
+        IgCmnListFindHandle handle_{};
+        T* value_ = nullptr;
+    };
+
+    [[nodiscard]] Iterator begin() const { return list_ == nullptr ? end() : Iterator(list_); }
+    [[nodiscard]] Iterator end() const { return Iterator(); }
+
+  private:
+    const IgCmnListHeader* list_;
+};
+
+template <typename T>
+ListWalk<T> walkList(const IgCmnListHeader* list) {
+    return ListWalk<T>(list);
+}
+
+/// The strings of a list; `&s` is the string.
+inline ListWalk<char> walkStrings(const IgCmnListHeader* list) {
+    return walkList<char>(list);
+}
+
+#endif

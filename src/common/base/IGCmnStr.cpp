@@ -1,0 +1,346 @@
+#include "common/base/IGCmnStr.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "common/base/IGAssert.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGPrintable.h"
+#include "common/report/IGCmnMessage.h"
+
+namespace {
+
+constexpr std::wstring_view ALLOWED_MARKS = L"\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
+static_assert(ALLOWED_MARKS.size() == 36);
+
+constexpr std::size_t CONVERSION_FAILED = static_cast<std::size_t>(-1);
+
+// A wide copy of `text` with one replacement per character, back in multibyte form.
+// `replace` writes one or two wide characters for one and returns how many.
+template <typename Replace>
+int replaceChars(memory_pool* memoryp, const char* text, char** result, Replace replace) {
+    LocalPool local;
+    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return -1;
+    }
+    auto* replaced = newFromPool<wchar_t>(local.get(), 2 * std::wcslen(wide) + 1);
+    if (replaced == nullptr) {
+        return -1;
+    }
+    wchar_t* end = replaced;
+    for (const wchar_t* c = wide; *c != L'\0'; ++c) {
+        end += replace(*c, end);
+    }
+    *end = L'\0';  // a replacement may have written further than it counts
+    char* bytes = IgCmnWCS2MBS(memoryp, replaced);
+    if (bytes == nullptr) {
+        return -1;
+    }
+    *result = bytes;
+    return 0;
+}
+
+unsigned char foldAscii(char c) {
+    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
+}  // namespace
+
+char* IgCmnStrndup(memory_pool* memoryp, const char* text, std::size_t length) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    auto* copy = newFromPool<char>(memoryp, length + 1);
+    if (copy != nullptr) {
+        std::memcpy(copy, text, length);  // the block is zero-filled: it ends the text
+    }
+    return copy;
+}
+
+char* IgCmnStrdup(memory_pool* memoryp, const char* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    return IgCmnStrndup(memoryp, text, std::strlen(text));
+}
+
+wchar_t* IgCmnStrdupW(memory_pool* memoryp, const wchar_t* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    const std::size_t length = std::wcslen(text) + 1;
+    auto* copy = newFromPool<wchar_t>(memoryp, length);
+    if (copy != nullptr) {
+        std::wmemcpy(copy, text, length);
+    }
+    return copy;
+}
+
+char* IgCmnStrCat(memory_pool* memoryp, const char* first, const char* second) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    if (first == nullptr) {
+        IG_ASSERT_NOT_NULL(second);
+        return IgCmnStrdup(memoryp, second);
+    }
+    if (second == nullptr) {
+        return IgCmnStrdup(memoryp, first);
+    }
+    const std::size_t first_length = std::strlen(first);
+    const std::size_t second_length = std::strlen(second);
+    auto* joined = newFromPool<char>(memoryp, first_length + second_length + 1);
+    if (joined != nullptr) {
+        std::copy_n(first, first_length, joined);
+        std::memcpy(joined + first_length, second, second_length + 1);
+    }
+    return joined;
+}
+
+char* IgCmnStrCatDir(memory_pool* memoryp, const char* directory, const char* name) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    if (directory == nullptr || name == nullptr) {
+        return IgCmnStrCat(memoryp, directory, name);
+    }
+    const std::size_t length = std::strlen(directory);
+    const bool joins_as_is = length > 0 && (directory[length - 1] == '/' || name[0] == '\0');
+    if (joins_as_is) {
+        return IgCmnStrCat(memoryp, directory, name);
+    }
+    const std::size_t name_length = std::strlen(name);
+    auto* joined = newFromPool<char>(memoryp, length + 1 + name_length + 1);
+    if (joined != nullptr) {
+        std::copy_n(directory, length, joined);
+        joined[length] = '/';
+        std::memcpy(joined + length + 1, name, name_length + 1);
+    }
+    return joined;
+}
+
+char* IgCmnWCS2MBS(memory_pool* memoryp, const wchar_t* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    const std::size_t length = std::wcstombs(nullptr, text, 0);
+    if (length == CONVERSION_FAILED) {
+        IgCmnSysErrPlain("wcstombs", errno);
+        return nullptr;
+    }
+    auto* bytes = newFromPool<char>(memoryp, length + 1);
+    if (bytes == nullptr) {
+        return nullptr;
+    }
+    if (std::wcstombs(bytes, text, length + 1) == CONVERSION_FAILED) {
+        IgCmnSysErrPlain("wcstombs", errno);
+        return nullptr;
+    }
+    return bytes;
+}
+
+wchar_t* IgCmnMBS2WCS(memory_pool* memoryp, const char* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    const std::size_t length = std::mbstowcs(nullptr, text, 0);
+    if (length == CONVERSION_FAILED) {
+        IgCmnSysErrPlain("mbstowcs", errno);
+        return nullptr;
+    }
+    auto* wide = newFromPool<wchar_t>(memoryp, length + 1);
+    if (wide == nullptr) {
+        return nullptr;
+    }
+    if (std::mbstowcs(wide, text, length + 1) == CONVERSION_FAILED) {
+        IgCmnSysErrPlain("mbstowcs", errno);
+        return nullptr;
+    }
+    return wide;
+}
+
+int IgCmnStrIsAlnum(wchar_t c) {
+    const bool alnum =
+        (c >= L'0' && c <= L'9') || (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
+    return alnum ? 1 : 0;
+}
+
+int IgCmnStrIsAsciiChar(wchar_t c) {
+    const bool mark = c != L'\0' && ALLOWED_MARKS.find(c) != std::wstring_view::npos;
+    return mark || IgCmnStrIsAlnum(c) != 0 ? 1 : 0;
+}
+
+int IgCmnStrIsSingleByte(wchar_t c) {
+    std::array<char, MB_LEN_MAX> bytes{};
+    std::mbstate_t state{};
+    const std::size_t length = std::wcrtomb(bytes.data(), c, &state);
+    return length != CONVERSION_FAILED && static_cast<unsigned char>(bytes[0]) < 0x80 ? 1 : 0;
+}
+
+int IgCmnStrIsAscii(const char* text) {
+    IG_ASSERT_NOT_NULL(text);
+    LocalPool local;
+    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return -1;
+    }
+    const bool all = std::all_of(wide, wide + std::wcslen(wide),
+                                 [](wchar_t c) { return IgCmnStrIsAsciiChar(c) != 0; });
+    return all ? 1 : 0;
+}
+
+char* IgCmnStrRemoveDQ(memory_pool* memoryp, const char* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    LocalPool local;
+    wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return nullptr;
+    }
+    const std::size_t length = std::wcslen(wide);
+    if (length == 0 || wide[0] != L'"' || wide[length - 1] != L'"') {
+        return IgCmnWCS2MBS(memoryp, wide);
+    }
+    wide[length - 1] = L'\0';  // a lone quote is both ends: nothing is left of it
+    return IgCmnWCS2MBS(memoryp, length == 1 ? wide : wide + 1);
+}
+
+int IgCmnStrCmpi(const char* first, const char* second) {
+    IG_ASSERT_NOT_NULL(first);
+    IG_ASSERT_NOT_NULL(second);
+    while (*first != '\0' && foldAscii(*first) == foldAscii(*second)) {
+        ++first;
+        ++second;
+    }
+    return foldAscii(*first) - foldAscii(*second);
+}
+
+int IgCmnStrToFileName(memory_pool* memoryp, const char* text, char** result) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    IG_ASSERT_NOT_NULL(result);
+    return replaceChars(memoryp, text, result, [](wchar_t c, wchar_t* out) {
+        out[0] = IgCmnStrIsSingleByte(c) != 0 && IgCmnStrIsAlnum(c) == 0 ? L'_' : c;
+        return 1;
+    });
+}
+
+int IgCmnStrHostToFileName(memory_pool* memoryp, const char* text, char** result) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    IG_ASSERT_NOT_NULL(result);
+    return replaceChars(memoryp, text, result, [](wchar_t c, wchar_t* out) {
+        if (IgCmnStrIsAlnum(c) != 0) {
+            out[0] = c;
+            return 1;
+        }
+        out[0] = L'_';
+        out[1] = L'_';
+        return IgCmnStrIsAsciiChar(c) != 0 ? 1 : 2;
+    });
+}
+
+int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(path);
+    IG_ASSERT_NOT_NULL(result);
+    LocalPool local;
+    wchar_t* wide = IgCmnMBS2WCS(local.get(), path);
+    if (wide == nullptr) {
+        return -1;
+    }
+    wchar_t* slash = std::wcsrchr(wide, L'/');
+    if (slash == nullptr || slash == wide) {
+        *result = nullptr;
+        return 0;
+    }
+    *slash = L'\0';
+    *result = IgCmnWCS2MBS(memoryp, wide);
+    return *result == nullptr ? -1 : 0;
+}
+
+char* IgCmnStrShellEscape(memory_pool* memoryp, const char* text) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(text);
+    auto* escaped = newFromPool<char>(memoryp, 2 * std::strlen(text) + 1);
+    if (escaped == nullptr) {
+        return nullptr;
+    }
+    char* end = escaped;
+    for (; *text != '\0'; ++text) {
+        if (std::string_view("$`\"\\").find(*text) != std::string_view::npos) {
+            *end++ = '\\';
+        }
+        *end++ = *text;
+    }
+    return escaped;
+}
+
+char* IgCmnStrPrintable(memory_pool* memoryp, const char* name, Tabs tabs) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(name);
+    const std::size_t size = IgCmnMsgPrintableSize(name, tabs);
+    auto* shown = newFromPool<char>(memoryp, size);
+    if (shown != nullptr) {
+        IgCmnMsgPrintable(name, shown, size, tabs);
+    }
+    return shown;
+}
+
+int concat_data(memory_pool* memoryp, char** destination, std::uint32_t* size, const char* source) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    IG_ASSERT_NOT_NULL(destination);
+    IG_ASSERT_NOT_NULL(size);
+    IG_ASSERT_NOT_NULL(source);
+    const std::size_t old_length = *destination == nullptr ? 0 : std::strlen(*destination);
+    const std::size_t source_length = std::strlen(source);
+    const std::size_t needed = old_length + source_length + 1;
+    if (*destination == nullptr || *size < needed) {
+        auto* grown = static_cast<char*>(
+            IgCmnMemoryRealloc(memoryp, *destination, *destination == nullptr ? 0 : *size, needed));
+        if (grown == nullptr) {
+            return -1;
+        }
+        *destination = grown;
+        *size = static_cast<std::uint32_t>(needed);
+    }
+    std::memcpy(*destination + old_length, source, source_length + 1);
+    return 0;
+}
+
+int IgCmnStrUnescapePercent(char* text) {
+    IG_ASSERT_NOT_NULL(text);
+    LocalPool local;
+    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    if (wide == nullptr) {
+        return -1;
+    }
+    auto* collapsed = IgCmnStrdupW(local.get(), wide);
+    if (collapsed == nullptr) {
+        return -1;
+    }
+    wchar_t* out = collapsed;
+    for (const wchar_t* c = wide; *c != L'\0'; ++c) {
+        *out++ = *c;
+        if (c[0] == L'%' && c[1] == L'%') {
+            ++c;
+        }
+    }
+    *out = L'\0';
+    const char* bytes = IgCmnWCS2MBS(local.get(), collapsed);
+    if (bytes == nullptr) {
+        return -1;
+    }
+    std::memcpy(text, bytes, std::strlen(bytes) + 1);  // never longer than before
+    return 0;
+}
+
+int timeIntToStr(int number, char** out, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(out);
+    std::array<char, 16> digits{};
+    std::snprintf(digits.data(), digits.size(), "%02d", number);
+    char* text = IgCmnStrdup(memoryp, digits.data());
+    if (text == nullptr) {
+        return -1;
+    }
+    *out = text;
+    return 0;
+}

@@ -1,0 +1,17 @@
+// The two forms in which the program writes local time.
+#ifndef QUENDIL_COMMON_BASE_IGCMNTIME_H
+#define QUENDIL_COMMON_BASE_IGCMNTIME_H
+
+#include <cstddef>
+
+/// Room in bytes for the time text, for any year of a 32-bit count.
+inline constexpr std::size_t TIME_STR_SIZE = 64;
+/// Room in bytes for the stamp.
+inline constexpr std::size_t TIME_STAMP_SIZE = 64;
+
+/// Writes the local time as "2026/11/15 09:53:18" into `buf` of TIME_STR_SIZE bytes.
+void IgCmnGetTimeStr(char* buf);
+/// Writes the local time as YYMMDDhhmmss, 12 digits, into `buf` of TIME_STAMP_SIZE bytes.
+void IgCmnGetTimeStamp(char* buf);
+
+#endif

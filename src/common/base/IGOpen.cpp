@@ -1,0 +1,147 @@
+#include "common/base/IGOpen.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGPatience.h"
+#include "common/base/IGRunState.h"
+
+namespace {
+
+int accessFlags(const char* mode) {
+    switch (mode[0]) {
+        case 'w':
+            return O_WRONLY | O_CREAT | O_TRUNC;
+        case 'a':
+            return O_WRONLY | O_CREAT | O_APPEND;
+        default:
+            return O_RDONLY;
+    }
+}
+
+// Opening never waits: a FIFO in a file's place would hold up the run, and with it every other one
+// that waits for a lock of this one.
+int openFlags(const char* mode) {
+    return accessFlags(mode) | O_NONBLOCK | O_NOCTTY;
+}
+
+// Opens a file by its name, if it is still the file that was found.
+int openSameFile(const char* path, const struct stat& found, int flags) {
+    FdGuard fd(::open(path, flags, 0));
+    struct stat st = {};
+    if (!fd || ::fstat(fd.get(), &st) != 0) {
+        return -1;
+    }
+    if (st.st_dev != found.st_dev || st.st_ino != found.st_ino) {
+        errno = ENOTSUP;
+        return -1;
+    }
+    return fd.release();
+}
+
+// Opens without waiting, but tries for up to a second while another process holds a lease on the
+// file: it is asked to give that up, and a file server does so at once.
+int openLeased(const char* path, int flags) {
+    constexpr long STEP = 50000;
+    constexpr long TRIES = roundsIn<SECOND, STEP>();
+    static long left_of_run = 10 * TRIES;  // one user may hold leases on very many files
+    for (long left = TRIES;; --left) {
+        const int fd = ::open(path, flags, 0);
+        if (fd != -1 || errno != EWOULDBLOCK || left == 0 || left_of_run == 0 ||
+            IgMainIsInterrupted() != 0) {
+            return fd;
+        }
+        --left_of_run;
+        struct timeval pause = {0, STEP};
+        ::select(0, nullptr, nullptr, nullptr, &pause);
+    }
+}
+
+// Opens the very file that was found, not another one that has its name now.
+int openFound(int found, const struct stat& st, const char* path, int flags) {
+    std::array<char, 32> same{};
+    std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", found);
+    const int fd = openLeased(same.data(), flags);
+    // A machine in trouble may have no /proc.
+    return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, flags);
+}
+
+// Opens a file unless it is a lock file: closing that again would drop our lock.
+int openUnlessLock(const char* path, int flags) {
+    const FdGuard found(::open(path, O_PATH | O_CLOEXEC));
+    struct stat st = {};
+    if (!found || ::fstat(found.get(), &st) != 0) {
+        return -1;
+    }
+    if (isLockFile(st)) {
+        errno = EACCES;
+        return -1;
+    }
+    return openFound(found.get(), st, path, flags);
+}
+
+}  // namespace
+
+bool isLockFile(const struct stat& st) {
+    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
+        std::array<char, PATH_MAX + 1> path{};
+        struct stat lock = {};
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
+            ::stat(path.data(), &lock) == 0 && lock.st_dev == st.st_dev &&
+            lock.st_ino == st.st_ino) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int openForReading(const char* path) {
+    const FdGuard found(::open(path, O_PATH | O_CLOEXEC));
+    struct stat st = {};
+    if (!found || ::fstat(found.get(), &st) != 0) {
+        return -1;
+    }
+    return reopenForReading(found.get(), st, path);
+}
+
+int reopenForReading(int found, const struct stat& st, const char* path) {
+    if (!S_ISREG(st.st_mode)) {
+        errno = ENOTSUP;
+        return -1;
+    }
+    return openFound(found, st, path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+std::FILE* openStream(const char* path, const char* mode, int flags) {
+    // Nobody else's mode: a default ACL of the directory would take the place of the umask.
+    constexpr mode_t PRIVATE_FILE = 0600;
+    flags |= openFlags(mode) | O_CLOEXEC;
+    FdGuard fd((flags & O_CREAT) != 0 ? ::open(path, flags, PRIVATE_FILE)
+                                      : openUnlessLock(path, flags));
+    if (!fd) {
+        return nullptr;
+    }
+    std::FILE* stream = ::fdopen(fd.get(), mode);
+    if (stream != nullptr) {
+        static_cast<void>(fd.release());
+    }
+    return stream;
+}
+
+std::size_t readTextLine(std::FILE* stream, char* line, std::size_t size) {
+    std::size_t length = 0;
+    int c = 0;
+    while (length + 1 < size && c != '\n' && (c = std::getc(stream)) != EOF) {
+        line[length++] = static_cast<char>(c);
+    }
+    line[length] = '\0';
+    return length;
+}

@@ -1,0 +1,91 @@
+// The entries of one directory: read, matched by a wildcard, counted, listed.
+#ifndef QUENDIL_COMMON_FILE_IGCMNDIR_H
+#define QUENDIL_COMMON_FILE_IGCMNDIR_H
+
+#include <dirent.h>
+#include <fnmatch.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "common/base/IGCmnList.h"
+#include "common/base/IGCmnMemory.h"
+#include "common/report/IGCmnMessage.h"
+
+/// Result of the listing functions: nothing matched, or a reported failure.
+inline constexpr int FILE_LIST_FAILED = 9;
+
+/// What became of a listing.
+enum class Listing {
+    FOUND,
+    NOTHING,    // nothing matched
+    FAILED,     // the directory or an entry could not be read (reported)
+    NO_MEMORY,  // reported
+};
+
+/// Lists what `search_name` names: itself when it exists, else the entries of its directory that
+/// match its last component as a shell wildcard (a backslash is an ordinary character, "*" matches
+/// a leading dot), in the order the directory gives. Directories are left out when
+/// `skip_directories` is non-zero.
+Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
+                    memory_pool* memoryp, int skip_directories);
+/// The same as a code: 0; 9 when nothing matched or something could not be read; -1 when memory ran
+/// out.
+int IgCmnFileMakeList(const char* search_name, IgCmnListHeader** search_file_list,
+                      memory_pool* memoryp, int skip_directories);
+
+/// Directory and last component of a search name, as bytes: a name that the locale cannot decode is
+/// a name all the same.
+struct Search {
+    const char* directory;
+    const char* wildcard;
+};
+/// Splits a search name; the directory is a new string of the pool or a constant. False when memory
+/// ran out.
+bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp);
+
+/// Names of the entries of a directory without "." and "..", in its order; with a wildcard only
+/// those that match it (null: all). 0; 9 after reporting "opendir", "readdir" or "fnmatch", the
+/// names read so far being kept; -1 when memory ran out.
+int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHeader** names,
+                      memory_pool* memoryp);
+
+/// 0 when a name matches the wildcard (null: every name does), FNM_NOMATCH when not; anything else
+/// is a failure of the comparison.
+int matchName(const char* wildcard, const char* name);
+
+/// The same of a directory that was opened: `take` gets each entry (const struct dirent&) and
+/// returns false when memory ran out, which ends the reading.
+/// @param directory its path, for the reports
+template <typename Take>
+int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) {
+    for (;;) {
+        errno = 0;
+        const struct dirent* entry = ::readdir(dir);
+        if (entry == nullptr) {
+            break;
+        }
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) {
+            continue;
+        }
+        const int match = matchName(wildcard, entry->d_name);
+        if (match != 0 && match != FNM_NOMATCH) {
+            IgCmnSysErrPath("fnmatch", errno, directory);
+            return FILE_LIST_FAILED;
+        }
+        if (match == 0 && !take(*entry)) {
+            return -1;
+        }
+    }
+    if (errno != 0) {
+        IgCmnSysErrPath("readdir", errno, directory);
+        return FILE_LIST_FAILED;
+    }
+    return 0;
+}
+/// How many entries of a directory have a name that begins so, "." and ".." left out. Keeps none of
+/// them. 0 after reporting "opendir", or what was counted until a "readdir" that is reported.
+std::uint32_t countEntries(const char* directory, const char* beginning);
+
+#endif

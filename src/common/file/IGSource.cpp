@@ -1,0 +1,305 @@
+#include "common/file/IGSource.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#if __has_include(<linux/openat2.h>)
+#include <linux/openat2.h>
+#endif
+
+#include "common/base/IGOpen.h"
+#include "common/file/IGKernelFileSystem.h"
+
+namespace {
+
+constexpr int LINKS_LIMIT = 40;    // as many as the kernel follows in one path
+constexpr int STEPS_LIMIT = 4096;  // names in one path and its links: the longest path has half
+constexpr std::size_t DESCRIPTOR_PATH_SIZE = 32;
+
+// One way along a path. `source` is where it has come to.
+class Way {
+  public:
+    Way(Source& source, const char* ours, int links)
+        : source_(source), ours_(ours), links_(links) {}
+
+    bool go(const char* path) { return toRoot() && follow(path); }
+
+  private:
+    // Makes what was opened the place where the way stands. Takes the descriptor.
+    bool arrive(int opened) {
+        source_.fd.reset(opened);
+        return opened != -1 && ::fstat(opened, &source_.st) == 0;
+    }
+
+    bool toRoot() {
+        length_ = 0;
+        source_.path[0] = '\0';
+        return arrive(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+
+    bool toParent() {
+        while (length_ > 0 && source_.path[--length_] != '/') {
+        }
+        source_.path[length_] = '\0';
+        return arrive(::openat(source_.fd.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+
+    // Goes along a text: from the root when it begins with a slash, else from here.
+    bool follow(const char* text) {
+        if (*text == '/') {
+            own_ = source_.own;
+            if (!toRoot()) {
+                return false;
+            }
+        }
+        for (text += std::strspn(text, "/"); *text != '\0'; text += std::strspn(text, "/")) {
+            const std::size_t length = std::strcspn(text, "/");
+            const bool last = text[length] == '\0';
+            if (!step({text, length}, last)) {
+                return false;
+            }
+            text += length;
+        }
+        return true;
+    }
+
+    bool step(std::string_view name, bool last) {
+        if (steps_-- == 0) {
+            errno = ELOOP;
+            return false;
+        }
+        if (!S_ISDIR(source_.st.st_mode)) {
+            errno = ENOTDIR;
+            return false;
+        }
+        if (name == ".") {
+            return true;
+        }
+        if (name == "..") {
+            return toParent();
+        }
+        std::array<char, NAME_MAX + 1> text{};
+        if (name.size() >= text.size()) {
+            errno = ENAMETOOLONG;
+            return false;
+        }
+        name.copy(text.data(), name.size());
+        judge();
+        return take(text.data(), last);
+    }
+
+    // Judges the directory that is left for one of its entries. What lies below one that is not
+    // root's own does not count as root's own again.
+    void judge() {
+        const bool in_ours = liesInOurs();
+        own_ = own_ && (in_ours || isRootsOwn(source_.st));
+        source_.own = in_ours || own_;
+    }
+
+    // Goes on to an entry of the directory. Only a directory is entered with O_DIRECTORY, which has
+    // an automounter mount it.
+    bool take(const char* name, bool last) {
+        const int here = source_.fd.get();
+        int next = last ? -1 : ::openat(here, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (last || (next == -1 && errno == ENOTDIR)) {
+            next = ::openat(here, name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+        }
+        FdGuard taken(next);
+        struct stat st = {};
+        if (!taken || ::fstat(next, &st) != 0) {
+            return false;
+        }
+        if (S_ISLNK(st.st_mode)) {
+            return takeLink(next, name, st);
+        }
+        if (!append(name)) {
+            return false;
+        }
+        source_.st = st;
+        source_.fd.reset(taken.release());
+        return true;
+    }
+
+    bool append(const char* name) {
+        const std::size_t length = std::strlen(name);
+        if (length_ + 1 + length >= source_.path.size()) {
+            errno = ENAMETOOLONG;
+            return false;
+        }
+        source_.path[length_] = '/';
+        std::memcpy(source_.path.data() + length_ + 1, name, length + 1);
+        length_ += 1 + length;
+        return true;
+    }
+
+    bool takeLink(int link, const char* name, const struct stat& st) {
+        if (links_-- == 0) {
+            errno = ELOOP;
+            return false;
+        }
+        // A tool may have copied a user's link into the output: it is judged as where it was.
+        const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
+        if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
+            return false;
+        }
+        if (!trusted && !mayFollow(st)) {
+            errno = LINK_REFUSED;
+            return false;
+        }
+        return true;
+    }
+
+    bool takeText(int link) {
+        std::array<char, std::size_t{PATH_MAX}> text{};
+        const ssize_t length = ::readlinkat(link, "", text.data(), text.size());
+        if (length == -1 || static_cast<std::size_t>(length) == text.size()) {
+            errno = length == -1 ? errno : ENAMETOOLONG;
+            return false;
+        }
+        return follow(text.data());
+    }
+
+    // A link in proc leads to a file, whatever its text says. Where the file has no name that we
+    // can find it by, because it was deleted or lies in another mount namespace, the link is its
+    // name.
+    bool takeOfProc(const char* name) {
+        const bool ours = isOfOurNamespace(source_.fd.get());
+        if (!arrive(::openat(source_.fd.get(), name, O_PATH | O_CLOEXEC))) {
+            return false;
+        }
+        if (ours && takeName()) {
+            own_ = own_ && isOfProc(source_.fd.get());  // what lies above was not judged
+            source_.own = source_.own && own_;
+            return true;
+        }
+        source_.own = source_.own && S_ISDIR(source_.st.st_mode);
+        return append(name);
+    }
+
+    // False when a directory of proc is that of a process with mounts of its own, or one below it.
+    static bool isOfOurNamespace(int fd) {
+        struct stat theirs = {};
+        struct stat ours = {};
+        return (::fstatat(fd, "ns/mnt", &theirs, 0) != 0 &&
+                ::fstatat(fd, "../ns/mnt", &theirs, 0) != 0) ||
+               (::stat("/proc/self/ns/mnt", &ours) == 0 && ours.st_dev == theirs.st_dev &&
+                ours.st_ino == theirs.st_ino);
+    }
+
+    // Makes the name under which the kernel knows the file the path, if it leads to that file.
+    bool takeName() {
+        std::array<char, DESCRIPTOR_PATH_SIZE> self{};
+        std::array<char, std::size_t{PATH_MAX}> path{};
+        struct stat st = {};
+        std::snprintf(self.data(), self.size(), "/proc/self/fd/%d", source_.fd.get());
+        const ssize_t length = ::readlinkat(AT_FDCWD, self.data(), path.data(), path.size() - 1);
+        if (length == -1 || ::lstat(path.data(), &st) != 0 || st.st_dev != source_.st.st_dev ||
+            st.st_ino != source_.st.st_ino) {
+            return false;
+        }
+        length_ = length == 1 ? 0 : static_cast<std::size_t>(length);  // "/" has no name
+        path[length_] = '\0';
+        source_.path = path;
+        return true;
+    }
+
+    static bool isOfProc(int fd) {
+        struct statfs fs = {};
+        return ::fstatfs(fd, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
+    }
+
+    [[nodiscard]] bool liesInOurs() const { return liesIn(ours_, source_.path.data()); }
+
+    // Whether a link that a user may have made is followed to the place where the way now stands.
+    [[nodiscard]] bool mayFollow(const struct stat& link) const {
+        const bool owned = link.st_uid == 0 || link.st_uid == source_.st.st_uid;
+        return owned &&
+               kernelFileSystemOf(source_.fd.get(), source_.st.st_dev, source_.path.data()) == 0;
+    }
+
+    Source& source_;
+    const char* ours_;
+    int steps_ = STEPS_LIMIT;
+    int links_;               // how many more are followed
+    bool own_ = true;         // as source_.own, but for what being in the output adds
+    std::size_t length_ = 0;  // of the path
+};
+
+bool go(const char* path, Source& source, const char* ours, int links) {
+    source.own = true;
+    if (Way(source, ours, links).go(path)) {
+        return true;
+    }
+    source.fd.reset();
+    return false;
+}
+
+// Opens a path on which no component may be a link. `flags` are those of open(2).
+int openWithoutLinks(const char* path, int flags) {
+#ifdef SYS_openat2
+    static bool is_there = true;  // kernels before 5.6, and some sandboxes, lack the call
+    if (is_there) {
+        struct open_how how = {};
+        how.flags = static_cast<__u64>(flags | O_CLOEXEC);
+        how.resolve = RESOLVE_NO_SYMLINKS;
+        const long fd = ::syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
+        if (fd != -1 || (errno != ENOSYS && errno != EPERM)) {
+            return static_cast<int>(fd);
+        }
+        is_there = false;
+    }
+#endif
+    Source source;
+    if (!go(path, source, nullptr, 0)) {
+        return -1;
+    }
+    if ((flags & O_PATH) != 0) {
+        return source.fd.release();
+    }
+    return ::openat(source.fd.get(), ".", flags | O_CLOEXEC);
+}
+
+}  // namespace
+
+bool liesIn(const char* directory, const char* path) {
+    if (directory == nullptr) {
+        return false;
+    }
+    const std::size_t length = std::strlen(directory);
+    return std::strncmp(path, directory, length) == 0 &&
+           (path[length] == '/' || path[length] == '\0');
+}
+
+bool sourceFollow(const char* path, Source& source, const char* ours) {
+    return go(path, source, ours, LINKS_LIMIT);
+}
+
+bool sourceOpenEntry(const SourceDirectory& directory, const char* path, Source& source) {
+    source.fd.reset(directory.own ? ::open(path, O_PATH | O_CLOEXEC)
+                                  : openWithoutLinks(path, O_PATH));
+    source.own = directory.own;
+    std::snprintf(source.path.data(), source.path.size(), "%s", path);
+    return source.fd && ::fstat(source.fd.get(), &source.st) == 0;
+}
+
+DIR* sourceOpenDirectory(const SourceDirectory& directory) {
+    constexpr int FLAGS = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+    FdGuard fd(directory.own ? ::open(directory.path, FLAGS)
+                             : openWithoutLinks(directory.path, FLAGS));
+    DIR* stream = fd ? ::fdopendir(fd.get()) : nullptr;
+    if (stream != nullptr) {
+        static_cast<void>(fd.release());
+    }
+    return stream;
+}
+
+int sourceOpenForReading(const Source& source) {
+    return reopenForReading(source.fd.get(), source.st, source.path.data());
+}

@@ -1,0 +1,413 @@
+#include "common/report/IGCmnLog.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "common/base/IGAssert.h"
+#include "common/base/IGCmnStr.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGCmnTime.h"
+#include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
+#include "common/base/IGPatience.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnMessageState.h"
+
+// History texts come from the catalogue.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+using Path = std::array<char, PATH_MAX + 1>;
+
+constexpr off_t HISTORY_LIMIT = 9933;  // 97 % of 10240 bytes, rounded up
+
+bool logPath(const char* name, Path& path) {
+    return IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, name, path.data(), path.size()) != 0;
+}
+
+bool isThere(const char* path) {
+    struct stat st = {};
+    return ::stat(path, &st) == 0;
+}
+
+// Makes room for a new run log: the present one becomes the old one.
+bool rotateRunLog(const Path& current, const Path& old) {
+    if (!isThere(current.data())) {
+        return true;
+    }
+    if (isThere(old.data()) && std::remove(old.data()) != 0) {
+        IgCmnSysErrPath("remove", errno, old.data());
+        return false;
+    }
+    if (std::rename(current.data(), old.data()) != 0) {
+        IgCmnSysErrPath("rename", errno, current.data());
+        return false;
+    }
+    return true;
+}
+
+// The history log's lock. It is held until the end of the scope and its file is never removed.
+class HistoryLock {
+  public:
+    enum class Wait { KERNEL, POLLING };
+
+    explicit HistoryLock(Wait wait) {
+        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, HISTORY_LOCK_NAME, path_.data(),
+                                path_.size()) == 0) {
+            return;
+        }
+        fd_.reset(::open(path_.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        if (!fd_) {
+            failed_call_ = "open";
+            return;
+        }
+        held_ = wait == Wait::KERNEL ? lockWaiting() : lockPolling();
+        if (!held_) {
+            failed_call_ = "fcntl";
+        }
+    }
+    [[nodiscard]] bool held() const { return held_; }
+    /// The call that failed, with its error still in errno; null when none did.
+    [[nodiscard]] const char* failedCall() const { return failed_call_; }
+    [[nodiscard]] const Path& path() const { return path_; }
+
+  private:
+    static struct flock wholeFile() {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        return lock;
+    }
+    bool lockWaiting() {
+        struct flock lock = wholeFile();
+        return ::fcntl(fd_.get(), F_SETLKW, &lock) != -1;
+    }
+    bool lockPolling() {
+        for (;;) {
+            struct flock lock = wholeFile();
+            if (::fcntl(fd_.get(), F_SETLK, &lock) != -1) {
+                return true;
+            }
+            if (errno != EACCES && errno != EAGAIN) {
+                return false;
+            }
+            if (isPatienceOver()) {
+                return false;
+            }
+            waitPatiently(0, nullptr, 100000);
+        }
+    }
+
+    Path path_{};
+    FdGuard fd_;
+    bool held_ = false;
+    const char* failed_call_ = nullptr;
+};
+
+// A warning of the rotation, which runs before there is a run log: it goes to the standard error.
+void warn(const char* call, int error, const char* path,
+          SourcePlace place = SourcePlace::current()) {
+    IgCmnMsg<ZEPA140_W>(call, error, IgCmnStrError(error, 0));
+    IgCmnMsg<ZEPA152_W>("path", path);
+    const auto unit = place.unit();
+    IgCmnMsg<ZEPA141_W>(unit.data(), place.line);
+}
+
+void rotateHistory(const Path& current, const Path& old) {
+    struct stat st = {};
+    if (::stat(current.data(), &st) != 0 || st.st_size < HISTORY_LIMIT) {
+        return;
+    }
+    if (isThere(old.data()) && std::remove(old.data()) != 0) {
+        warn("remove", errno, old.data());
+        return;
+    }
+    if (std::rename(current.data(), old.data()) != 0) {
+        warn("rename", errno, current.data());
+    }
+}
+
+// One line of a history failure, straight into the run log.
+void writeFailureLine(const char* text, ...) {
+    std::va_list args;
+    va_start(args, text);
+    const int written = std::vfprintf(msg_state.log, text, args);
+    va_end(args);
+    if (written < 0) {
+        msgLogFailed("fprintf", errno);
+    }
+}
+
+// What became of a history line: the call that failed, null for none, with what it was about.
+struct HistoryResult {
+    const char* call = nullptr;
+    int error = 0;
+    Path path{};
+    SourcePlace place{};
+
+    void fail(const char* failed_call, SourcePlace where = SourcePlace::current()) {
+        error = errno;
+        call = failed_call;
+        place = where;
+    }
+};
+
+// Appends the line, or nothing of it: what a failed write has left is cut off again.
+void appendHistoryLine(const char* text, std::va_list args, HistoryResult& result) {
+    if (!logPath(HISTORY_NAME, result.path)) {
+        return;
+    }
+    const UmaskGuard mask(PRIVATE_MASK);
+    FileGuard history(openStream(result.path.data(), "a"));
+    struct stat before = {};
+    if (!history || ::fstat(::fileno(history.get()), &before) != 0) {
+        result.fail(history ? "fstat" : "fopen");
+        return;
+    }
+    if (std::vfprintf(history.get(), text, args) < 0) {
+        result.fail("vfprintf");
+    } else if (std::fflush(history.get()) != 0) {
+        result.fail("fflush");
+    }
+    std::fclose(history.release());  // before cutting: closing writes what is still buffered
+    if (result.call != nullptr && ::truncate(result.path.data(), before.st_size) != 0) {
+        errno = result.error;  // the failed write is what counts
+    }
+}
+
+// Locks, appends, unlocks. Nothing is reported before the log and its lock are closed: a report
+// that fails ends the run, and the end writes to this log again.
+HistoryResult writeHistoryLine(const char* text, std::va_list args) {
+    HistoryResult result;
+    const HistoryLock lock(HistoryLock::Wait::POLLING);
+    if (lock.held()) {
+        appendHistoryLine(text, args, result);
+    } else if (lock.failedCall() != nullptr) {
+        result.fail(lock.failedCall());
+        result.path = lock.path();
+    }
+    return result;
+}
+
+// A file is copied in blocks of so many bytes, with a check for an interruption before each.
+constexpr std::size_t BLOCK_SIZE = 65536;
+
+// The last piece of what was copied: the last line, or of a longer one what follows its last whole
+// 1023 bytes. Bytes, not a text: a tool may print a NUL.
+class LastPiece {
+  public:
+    void take(const char* bytes, std::size_t length) {
+        // No piece begins before the last line feed with anything behind it.
+        if (const void* feed = ::memrchr(bytes, '\n', length - 1); feed != nullptr) {
+            const auto skipped =
+                static_cast<std::size_t>(static_cast<const char*>(feed) + 1 - bytes);
+            bytes += skipped;
+            length -= skipped;
+            length_ = 0;
+        }
+        while (length > 0) {
+            if (length_ == LONGEST || endsItsLine()) {
+                length_ = 0;
+            }
+            const std::size_t taken = std::min(length, LONGEST - length_);
+            std::memcpy(bytes_.data() + length_, bytes, taken);
+            length_ += taken;
+            bytes += taken;
+            length -= taken;
+        }
+        bytes_[length_] = '\0';
+    }
+    [[nodiscard]] bool empty() const { return length_ == 0; }
+    [[nodiscard]] bool endsItsLine() const { return length_ > 0 && bytes_[length_ - 1] == '\n'; }
+    [[nodiscard]] const char* text() const { return bytes_.data(); }
+
+  private:
+    static constexpr std::size_t LONGEST = 1023;
+    std::array<char, LONGEST + 1> bytes_{};
+    std::size_t length_ = 0;
+};
+
+int writeBytes(const char* bytes, std::size_t length) {
+    if (std::fwrite(bytes, 1, length, msg_state.log) != length) {
+        IgCmnSysErrPlain("fputs", errno);
+        return -1;
+    }
+    return 0;
+}
+
+// How many bytes of an open file are to be copied: those that it has now. What was left behind by a
+// tool may write to it as fast as it is read, and there would be no end.
+std::size_t bytesToCopy(int fd) {
+    struct stat st = {};
+    const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    return sized ? static_cast<std::size_t>(st.st_size) : SIZE_MAX;
+}
+
+// Copies the file into the run log, or as much of it as an interruption lets it. 0 or -1.
+int copyBlocks(int fd, const char* path, LastPiece& last) {
+    std::array<char, BLOCK_SIZE> block{};
+    std::size_t left = bytesToCopy(fd);
+    while (left > 0 && run_state.interrupted == 0) {
+        const ssize_t got = ::read(fd, block.data(), std::min(block.size(), left));
+        if (got == -1 && errno == EINTR) {
+            continue;
+        }
+        if (got == -1) {
+            IgCmnSysErrPath("fgets", errno, path);
+            return -1;
+        }
+        if (got == 0) {
+            break;
+        }
+        const auto length = static_cast<std::size_t>(got);
+        last.take(block.data(), length);
+        if (writeBytes(block.data(), length) != 0) {
+            return -1;
+        }
+        left -= length;
+    }
+    return 0;
+}
+
+// The next message must begin on a line of its own.
+int endLastLine(const LastPiece& last) {
+    return last.empty() || last.endsItsLine() ? 0 : writeBytes("\n", 1);
+}
+
+// Proves that the locale can read the end of what was copied.
+int proveReadable(const LastPiece& last) {
+    LocalPool pool;
+    return last.empty() || IgCmnMBS2WCS(pool.get(), last.text()) != nullptr ? 0 : -1;
+}
+
+int flushRunLog() {
+    if (std::fflush(msg_state.log) != 0) {
+        IgCmnSysErrPlain("fflush", errno);
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int IgCmnMsgOpenLog() {
+    Path current{};
+    Path old{};
+    if (!logPath(RUN_LOG_NAME, current) || !logPath(OLD_RUN_LOG_NAME, old) ||
+        !rotateRunLog(current, old)) {
+        return -1;
+    }
+    {
+        const UmaskGuard mask(PRIVATE_MASK);
+        msg_state.log = openStream(current.data(), "w");
+    }
+    if (msg_state.log == nullptr) {
+        IgCmnSysErrPath("fopen", errno, current.data());
+        return -1;
+    }
+    msg_state.log_path = current;
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA201_I>(QUENDIL_VERSION, static_cast<const char*>(now.data()));
+    msg_state.log_opened = 1;  // after its first line: nobody need look at a log that has none
+    return 0;
+}
+
+void IgCmnMsgCloseLog() {
+    if (msg_state.log == nullptr) {
+        return;
+    }
+    std::array<char, TIME_STR_SIZE> now{};
+    IgCmnGetTimeStr(now.data());
+    IgCmnMsgInfo<ZEPA213_I>(static_cast<const char*>(now.data()), IgMainGetRetCode());
+    std::fclose(msg_state.log);
+    msg_state.log = nullptr;
+}
+
+int IgCmnMsgCopyFile(const char* path) {
+    IG_ASSERT_NOT_NULL(path);
+    if (msg_state.log == nullptr || !isThere(path)) {
+        return -1;
+    }
+    const FileGuard source(openStream(path, "r"));
+    if (!source) {
+        IgCmnSysErrPath("fopen", errno, path);
+        return -1;
+    }
+    LastPiece last;
+    if (copyBlocks(::fileno(source.get()), path, last) != 0) {
+        return -1;
+    }
+    int result = endLastLine(last);
+    const bool interrupted = run_state.interrupted != 0;
+    if (result == 0 && !interrupted) {
+        result = proveReadable(last);
+    }
+    if (flushRunLog() != 0) {
+        return -1;
+    }
+    // Reported only now, on a line of its own.
+    return interrupted && IgMainIsInterrupted() != 0 ? -1 : result;
+}
+
+void IgCmnMsgHistRotate() {
+    if (IgMainIsSuperUserCached() != 0) {
+        return;
+    }
+    const HistoryLock lock(HistoryLock::Wait::KERNEL);
+    if (!lock.held()) {
+        if (lock.failedCall() != nullptr) {
+            warn(lock.failedCall(), errno, lock.path().data());
+        }
+        return;
+    }
+    Path current{};
+    Path old{};
+    if (logPath(HISTORY_NAME, current) && logPath(OLD_HISTORY_NAME, old)) {
+        rotateHistory(current, old);
+    }
+}
+
+void IgCmnMsgHist(int number, ...) {
+    const char* text = IgCmnMsgGetText(number);
+    if (text == nullptr || IgMainIsSuperUserCached() != 0) {
+        return;
+    }
+    std::va_list args;
+    va_start(args, number);
+    const HistoryResult result = writeHistoryLine(text, args);
+    va_end(args);
+    if (result.call != nullptr) {
+        errno = result.error;
+        IgCmnMsgHistSysErr(result.call, result.path.data(), result.place);
+    }
+}
+
+void IgCmnMsgHistSysErr(const char* call, const char* path, SourcePlace place) {
+    const int error = errno;
+    call = call == nullptr ? "(null)" : call;
+    path = path == nullptr ? "(null)" : path;
+    if (msg_state.log == nullptr) {
+        warn(call, error, path, place);
+        return;
+    }
+    const auto unit = place.unit();
+    writeFailureLine(IgCmnMsgGetText(ZEPA140_W), call, error, IgCmnStrError(error, 0));
+    writeFailureLine(IgCmnMsgGetText(ZEPA152_W), "path", path);
+    writeFailureLine(IgCmnMsgGetText(ZEPA141_W), unit.data(), place.line);
+    if (std::fflush(msg_state.log) != 0) {
+        msgLogFailed("fflush", errno);
+    }
+}

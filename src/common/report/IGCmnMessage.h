@@ -1,0 +1,149 @@
+// Numbered messages: every text that the program shows or logs, apart from the index file, comes
+// from one catalogue, and its kind decides where it goes. The run log and history log are in
+// IGCmnLog, the progress line in IGCmnProgress.
+#ifndef QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
+#define QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <type_traits>
+
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGSourcePlace.h"
+#include "common/report/IGCmnMessageTable.h"
+
+/// This release's version, as every log and the usage text show it.
+inline constexpr const char* QUENDIL_VERSION = "01-02";
+
+/// Writes the message `number` with printf-style arguments to the destinations of its kind,
+/// flushing each. An unknown number writes nothing. A failed write to the run log ends the process
+/// through the end routine; failures on the standard streams are ignored. Use IgCmnMsg<> where the
+/// number is known: it checks the arguments and shows texts without control characters.
+void IgCmnMsgOut(int number, ...);
+
+/// 0 normal; 1 while data is collected and during cleanup; 2 while pattern files are read.
+/// In 1 and 2 a failed system call is a warning in the run log only; in 1 exhausted memory is a
+/// warning too.
+void IgCmnMsgSetMode(int mode);
+
+/// The catalogue's text of a number; null when there is none.
+const char* IgCmnMsgGetText(int number);
+
+/// 1 once the run log has been opened in this run.
+int IgCmnMsgLogOpened();
+
+/// At the end of a failed run: shows the last saved warning when the standard error has seen no
+/// message, then names the run log (ZEPA216-I) when it was opened.
+void IgCmnMsgReprint();
+
+/// Frees the saved warning.
+void IgCmnMsgFree();
+
+/// The system's untranslated text for an error number (static storage); null when `suppress` is
+/// non-zero or the locale of messages cannot be read or switched.
+const char* IgCmnStrError(int error, int suppress);
+
+/// A failed system call and what is known of it.
+struct SysErr {
+    const char* call;               ///< name of the call
+    int error;                      ///< error number
+    const char* text = nullptr;     ///< null: the system's text for the number
+    const char* what = "path";      ///< what the subject is
+    const char* subject = nullptr;  ///< null: the call is about no such thing
+};
+
+/// Reports it: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject, when there is
+/// one), ZEPA114-E (place). Control characters of the subject are shown as octal.
+void IgCmnSysErr(const SysErr& failed, SourcePlace place = SourcePlace::current());
+/// The same for a path.
+void IgCmnSysErrPath(const char* call, int error, const char* path,
+                     SourcePlace place = SourcePlace::current());
+/// The same where no path is concerned: ZEPA113-E and ZEPA114-E.
+void IgCmnSysErrPlain(const char* call, int error, SourcePlace place = SourcePlace::current());
+
+/// A text as messages show it, with tabs kept. IgCmnMsg<> shows every text that it is given in this
+/// way, so that no argument and no path made of one can forge a line, and whoever uses a text can
+/// go on using it as it is. A text that needs no escaping is not copied and must live as long as
+/// this. Where memory runs out (reported) the others are shown as "?".
+class ShownText {
+  public:
+    explicit ShownText(const char* text);
+    ~ShownText();
+    ShownText(const ShownText&) = delete;
+    ShownText& operator=(const ShownText&) = delete;
+    [[nodiscard]] const char* get() const { return text_; }
+
+  private:
+    memory_pool pool_ = nullptr;
+    const char* text_;
+};
+
+// What a catalogue text expects at each placeholder, and what a caller passes: compared when the
+// program is compiled, because a wrong variable argument is undefined behaviour.
+namespace msg_check {
+
+template <typename T>
+constexpr char kindOf() {
+    using U = std::decay_t<T>;
+    if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) {
+        return 's';
+    } else if constexpr (std::is_same_v<U, int>) {
+        return 'd';
+    } else {
+        static_assert(std::is_same_v<U, std::int64_t> || std::is_same_v<U, long long>,
+                      "messages take texts, int and 64-bit integers");
+        return 'l';
+    }
+}
+
+template <typename... Args>
+constexpr bool fits(const char* format) {
+    constexpr char given[] = {kindOf<Args>()..., '\0'};
+    std::size_t next = 0;
+    const std::string_view text(format);
+    for (std::size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at)) {
+        if (next >= sizeof...(Args) || given[next] != text[at + 1]) {
+            return false;
+        }
+        ++next;
+        at += 2;
+    }
+    return next == sizeof...(Args);
+}
+
+template <typename T>
+struct Number {
+    T value;
+    [[nodiscard]] T get() const { return value; }
+};
+
+// What a value is passed as lives until the message is out.
+template <typename T>
+auto passed(T value) {
+    if constexpr (kindOf<T>() == 's') {
+        return ShownText(value);
+    } else if constexpr (kindOf<T>() == 'l') {
+        return Number<long long>{value};
+    } else {
+        return Number<T>{value};
+    }
+}
+
+}  // namespace msg_check
+
+/// IgCmnMsgOut for a number known at compile time, with checked arguments and ShownTexts of them.
+template <MsgNo N, typename... Args>
+void IgCmnMsg(Args... args) {
+    static_assert(msg_check::fits<Args...>(msgEntry(N).text), "arguments do not match the text");
+    IgCmnMsgOut(N, msg_check::passed(args).get()...);
+}
+
+/// A message of two parts: the identifier N, then the text that follows it in number order.
+template <MsgNo N, typename... Args>
+void IgCmnMsgInfo(Args... args) {
+    IgCmnMsg<N>();
+    IgCmnMsg<static_cast<MsgNo>(N + 1)>(args...);
+}
+
+#endif

@@ -1,0 +1,22 @@
+// What the steps of a run share, from the first to the end routine.
+#ifndef QUENDIL_MAIN_IGMAINRUN_H
+#define QUENDIL_MAIN_IGMAINRUN_H
+
+#include <cstdint>
+
+#include "common/base/IGCmnMemory.h"
+
+struct root_tbl;
+
+struct MainRun {
+    memory_pool memoryp = nullptr;    // the run's main pool
+    char* argument = nullptr;         // all arguments joined, as shown; null without any
+    std::uint32_t argument_size = 0;  // capacity of `argument` in bytes
+    root_tbl* root = nullptr;         // the run's configuration; null until built
+    int cleanup_wanted = 0;           // 1 when the cleanup phase is to run
+    int lock_fd = -1;                 // descriptor of the single-run lock
+};
+/// The one run of the process: the end routine has no caller to hand it over.
+extern MainRun main_run;
+
+#endif

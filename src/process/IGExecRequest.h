@@ -1,0 +1,28 @@
+// What is asked of the process runner, and its results.
+#ifndef QUENDIL_PROCESS_IGEXECREQUEST_H
+#define QUENDIL_PROCESS_IGEXECREQUEST_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+/// What the caller asks to run.
+struct exec_req {
+    const char* command_path = nullptr;  // for execv, and the name shown in messages
+    char* const* argv = nullptr;         // ends in a null; element 0 is the command as written
+    const char* stdout_path = nullptr;   // null leaves the standard output as it is
+    mode_t directory_mode = 0777;        // of directories that are made for it
+    const char* stderr_path = nullptr;   // null leaves the standard error as it is
+    std::int32_t timeout = 0;            // seconds; below 1 none
+    std::int32_t timeout_signal = -1;    // -1: not given, SIGTERM is sent
+    std::int32_t wait_termination = 0;   // seconds from that signal to SIGKILL; 0 or less none
+};
+
+/// Results of the runner.
+inline constexpr int EXEC_OK = 0;           ///< exit code 0
+inline constexpr int EXEC_NONZERO = 1;      ///< another exit code, or ended by a signal
+inline constexpr int EXEC_INTERRUPTED = 2;  ///< IgCmnExecCommand only: the run was interrupted
+inline constexpr int EXEC_TIMEOUT = -10;    ///< the time-out passed
+inline constexpr int EXEC_FAILED = -1;      ///< the command could not be run
+
+#endif

@@ -1,0 +1,83 @@
+#include "process/IGProcessGroup.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/base/IGGuards.h"
+
+namespace {
+
+// What the kernel says of a process.
+struct Process {
+    char state;
+    long parent;
+    long group;
+    long threads;
+};
+
+// The text behind so many blanks; null when there are fewer.
+const char* behindBlanks(const char* text, int count) {
+    while (count-- > 0 && text != nullptr) {
+        text = std::strchr(text, ' ');
+        text = text == nullptr ? nullptr : text + 1;
+    }
+    return text;
+}
+
+// "pid (name) state parent group ...", the number of threads being the twentieth; a name may hold
+// anything.
+bool parse(const char* line, Process& process) {
+    const char* name_end = std::strrchr(line, ')');
+    const char* state = name_end == nullptr ? nullptr : behindBlanks(name_end, 1);
+    const char* threads = behindBlanks(state, 17);
+    if (state == nullptr || threads == nullptr) {
+        return false;
+    }
+    process = {*state, std::strtol(behindBlanks(state, 1), nullptr, 10),
+               std::strtol(behindBlanks(state, 2), nullptr, 10), std::strtol(threads, nullptr, 10)};
+    return true;
+}
+
+bool look(const char* pid, Process& process) {
+    std::array<char, 64> path{};
+    std::snprintf(path.data(), path.size(), "/proc/%s/stat", pid);
+    const FdGuard fd(::open(path.data(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 1024> line{};
+    return fd && ::read(fd.get(), line.data(), line.size() - 1) > 0 && parse(line.data(), process);
+}
+
+// A process whose first thread alone has ended is shown like a dead one.
+bool isDead(const Process& process) {
+    return (process.state == 'Z' || process.state == 'X') && process.threads <= 1;
+}
+
+bool isOurDeadChild(const char* pid) {
+    Process process{};
+    return look(pid, process) && isDead(process) && process.parent == ::getpid();
+}
+
+}  // namespace
+
+bool processGroupLives(pid_t leader) {
+    std::array<char, 16> own{};
+    std::snprintf(own.data(), own.size(), "%d", leader);
+    const DirGuard proc(isOurDeadChild(own.data()) ? ::opendir("/proc") : nullptr);
+    if (!proc) {
+        return true;
+    }
+    while (const struct dirent* entry = ::readdir(proc.get())) {
+        Process process{};
+        const bool is_process = entry->d_name[0] >= '1' && entry->d_name[0] <= '9';
+        if (is_process && look(entry->d_name, process) && process.group == leader &&
+            !isDead(process)) {
+            return true;
+        }
+    }
+    return false;
+}
