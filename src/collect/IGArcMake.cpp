@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "collect/IGOutput.h"
+#include "collect/IGResult.h"
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnSystem.h"
@@ -29,13 +30,12 @@
 #include "common/report/IGCmnMessage.h"
 #include "common/report/IGCmnProgress.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 #include "process/IGCmnProcess.h"
 
 namespace {
 
-// Exit code of a failed gzip, until it is reported. 2 is gzip's own code for a warning.
-std::int32_t gzip_exit_cd;
-constexpr std::int32_t GZIP_WARNING = 2;
+constexpr std::int32_t GZIP_WARNING = 2;  // exit code of a gzip that warned
 
 // The paths of one archive.
 struct Archive {
@@ -46,46 +46,46 @@ struct Archive {
     char* tar = nullptr;
     char* gz = nullptr;
     bool tar_nonzero = false;
-    FdGuard claimed{};  // the file that tar writes to
-    bool own = false;   // its directory is root's own
+    std::int32_t gzip_exit_cd = 0;  // of a gzip that failed
+    FdGuard claimed{};              // the file that tar writes to
+    bool own = false;               // its directory is root's own
 };
 
-// Another working directory for a while. It is left when the scope ends at the latest.
+// Another working directory for a while. It is left when the scope ends at the latest. The former
+// one is held by a descriptor: it may be renamed or deleted meanwhile.
 class WorkingDirectory {
   public:
     WorkingDirectory() = default;
     ~WorkingDirectory() {
         const ErrnoKeeper keeper;
-        if (entered_ && ::chdir(former_.data()) != 0) {
+        if (entered_ && ::fchdir(former_.get()) != 0) {
             entered_ = false;  // already on the way out of a failure
         }
     }
     WorkingDirectory(const WorkingDirectory&) = delete;
     WorkingDirectory& operator=(const WorkingDirectory&) = delete;
 
-    // One that has been deleted has no name to come back by, and there is nothing to come back to.
     bool remember() {
-        if (::getcwd(former_.data(), former_.size()) != nullptr) {
-            return true;
+        former_.reset(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!former_) {
+            IgCmnSysErrPath("open", errno, ".");
         }
-        former_[0] = '\0';
-        if (errno != ENOENT) {
-            IgCmnSysErrPlain("getcwd", errno);
-        }
-        return errno == ENOENT;
+        return static_cast<bool>(former_);
     }
     bool enter(const char* path) {
-        const bool entered = IgCmnFileChdir(path) == 0;
-        entered_ = entered && former_[0] != '\0';
-        return entered;
+        entered_ = IgCmnFileChdir(path) == 0;
+        return entered_;
     }
     bool leave() {
-        const bool goes_back = std::exchange(entered_, false);
-        return !goes_back || IgCmnFileChdir(former_.data()) == 0;
+        if (std::exchange(entered_, false) && ::fchdir(former_.get()) != 0) {
+            IgCmnSysErrPlain("fchdir", errno);
+            return false;
+        }
+        return true;
     }
 
   private:
-    std::array<char, PATH_MAX + 1> former_{};
+    FdGuard former_;
     bool entered_ = false;
 };
 
@@ -149,37 +149,37 @@ bool isFifo(const char* path) {
     return ::stat(path, &st) == 0 && S_ISFIFO(st.st_mode);
 }
 
-template <MsgNo FAILED>
-int copyLog(memory_pool* memoryp, const char* collected, const char* name, bool only_if_there) {
+template <MsgNo NUMBER>
+Result copyLog(memory_pool* memoryp, const char* collected, const char* name, bool only_if_there) {
     if (IgMainIsInterrupted() != 0) {
-        return ARC_INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     std::array<char, PATH_MAX + 1> source{};
     const char* target = IgCmnStrCatDir(memoryp, collected, name);
     if (target == nullptr ||
         IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, name, source.data(), source.size()) == 0) {
-        return -1;
+        return RESULT_FAILED;
     }
     if (only_if_there && IgCmnFileExists(source.data()) == 0) {
-        return 0;
+        return RESULT_DONE;
     }
     if (isFifo(source.data()) || IgCmnFileCopy(source.data(), target, 0, 0) != 1) {
-        IgCmnMsg<FAILED>(static_cast<const char*>(source.data()));
+        IgCmnMsg<NUMBER>(static_cast<const char*>(source.data()));
     }
-    return 0;
+    return RESULT_DONE;
 }
 
-int copyLogs(memory_pool* memoryp, const root_tbl& root) {
+Result copyLogs(memory_pool* memoryp, const root_tbl& root) {
     const char* output = outputDirectory(memoryp, root);
     const char* collected = output == nullptr ? nullptr : pathInOutput(memoryp, root, output);
     if (collected == nullptr) {
-        return -1;
+        return RESULT_FAILED;
     }
-    int result = copyLog<ZEPA133_W>(memoryp, collected, RUN_LOG_NAME, false);
-    if (result == 0) {
+    Result result = copyLog<ZEPA133_W>(memoryp, collected, RUN_LOG_NAME, false);
+    if (result == RESULT_DONE) {
         result = copyLog<ZEPA142_W>(memoryp, collected, HISTORY_NAME, false);
     }
-    if (result == 0) {
+    if (result == RESULT_DONE) {
         result = copyLog<ZEPA142_W>(memoryp, collected, OLD_HISTORY_NAME, true);
     }
     return result;
@@ -267,22 +267,12 @@ bool alreadyExists(const char* path) {
 
 bool choosePaths(Archive& archive) {
     memory_pool* memoryp = archive.memoryp;
-    const root_tbl& root = archive.root;
-    archive.collected = outputDirectory(memoryp, root);
-    char* directory = nullptr;
-    char* file = nullptr;
-    if (archive.collected == nullptr ||
-        IgCmnFileSplitPath(root.output_file, &directory, &file, memoryp) != 0) {
-        return false;
-    }
-    char* base = root.output_file;
-    if (IgCmnIsAbsPath(base) == 0) {
-        base = IgCmnStrCatDir(memoryp, root.output_dir, file == nullptr ? directory : file);
-    }
-    archive.tar = base == nullptr ? nullptr : IgCmnStrCat(memoryp, base, ".tar");
-    archive.gz = archive.tar == nullptr ? nullptr : IgCmnStrCat(memoryp, archive.tar, ".gz");
-    archive.directory = root.output_name;
-    return archive.gz != nullptr;
+    archive.collected = outputDirectory(memoryp, archive.root);
+    const char* base = archiveBase(memoryp, archive.root);
+    archive.tar = base == nullptr ? nullptr : tarName(memoryp, base);
+    archive.gz = base == nullptr ? nullptr : compressedName(memoryp, base);
+    archive.directory = archive.root.output_name;
+    return archive.collected != nullptr && archive.tar != nullptr && archive.gz != nullptr;
 }
 
 // Whether only root can exchange what lies in the archive's directory.
@@ -371,31 +361,31 @@ bool isArchive(const Archive& archive) {
     return state != TarState::CUT;
 }
 
-// Packs the output directory under the name that was claimed. 0 when the archive is there, else the
-// result of IgArcMake.
-int pack(Archive& archive) {
+// Packs the output directory under the name that was claimed. RESULT_DONE when the archive is
+// there, else the result of IgArcMake.
+Result pack(Archive& archive) {
     if (IgMainIsInterrupted() != 0) {
         dropTar(archive);
-        return ARC_INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     if (!checkOutput(archive.root)) {
         dropTar(archive);
         IgMainSetRetCode(RETCODE_FAILED);
-        return -1;
+        return RESULT_FAILED;
     }
     std::int32_t exit_cd = 0;
     const int result = runTar(archive, &exit_cd);
     if (result == EXEC_INTERRUPTED) {
         dropTar(archive);
-        return ARC_INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     // A tar that met a file changing under it ends with a code of its own; the archive is good.
     archive.tar_nonzero = result != EXEC_OK;
     if (result == EXEC_FAILED || !isArchive(archive)) {
         dropTar(archive);
-        return -1;
+        return RESULT_FAILED;
     }
-    return 0;
+    return RESULT_DONE;
 }
 
 // The archive takes the directory's place, unless it is not known to be whole.
@@ -435,7 +425,7 @@ void takeCompressed(const Archive& archive) {
 // After a compression that failed: its partial file is removed while the ".tar" is there. When gzip
 // had finished its work and removed the ".tar", the compressed archive is all there is, and the
 // result.
-int keepWhatIsThere(const Archive& archive, int result) {
+Result keepWhatIsThere(const Archive& archive, Result result) {
     struct stat st = {};
     if (IgCmnFileIsTaken(archive.tar) != 0) {
         if (isClaimed(archive)) {
@@ -457,91 +447,99 @@ bool isNameTooLong(const char* path) {
     return true;
 }
 
-int compress(const Archive& archive) {
-    const int as_packed = archive.tar_nonzero ? ARC_TAR_NONZERO : 0;
+Result compress(Archive& archive) {
+    const Result as_packed = archive.tar_nonzero ? RESULT_TAR_NONZERO : RESULT_DONE;
     if (alreadyExists(archive.gz) || IgMainIsInterrupted() != 0) {
         return as_packed;
     }
     if (isNameTooLong(archive.gz)) {
-        return ARC_NOT_COMPRESSED;
+        return RESULT_NOT_COMPRESSED;
     }
     char program[] = "/bin/gzip";
     char* const argv[] = {program, archive.tar, nullptr};
     std::int32_t exit_cd = 0;
     switch (IgCmnExecCommandWords(argv, &exit_cd)) {
         case EXEC_NONZERO:
-            gzip_exit_cd = exit_cd;
-            return keepWhatIsThere(archive, ARC_NOT_COMPRESSED);
+            archive.gzip_exit_cd = exit_cd;
+            return keepWhatIsThere(archive, RESULT_NOT_COMPRESSED);
         case EXEC_FAILED:
-            return keepWhatIsThere(archive, ARC_NOT_COMPRESSED);
+            return keepWhatIsThere(archive, RESULT_NOT_COMPRESSED);
         case EXEC_INTERRUPTED:
-            return keepWhatIsThere(archive, ARC_INTERRUPTED);
+            return keepWhatIsThere(archive, RESULT_INTERRUPTED);
         default:
             break;
     }
     if (IgCmnFileGetSize(archive.gz) <= 0) {
-        return keepWhatIsThere(archive, -1);
+        return keepWhatIsThere(archive, RESULT_FAILED);
     }
     takeCompressed(archive);
-    return 0;
+    return RESULT_DONE;
 }
 
-int reportMaking(int made) {
+Result make(Archive& archive) {
+    PackingPlace place;
+    WorkingDirectory working_directory;
+    if (!working_directory.remember() || !choosePaths(archive)) {
+        return RESULT_FAILED;
+    }
+    if (!claimName(archive)) {
+        return RESULT_DONE;
+    }
+    const char* directory = place.find(archive.memoryp, archive.root);
+    if (directory == nullptr || !working_directory.enter(directory)) {
+        dropTar(archive);
+        return RESULT_FAILED;
+    }
+    if (const Result result = pack(archive); result != RESULT_DONE) {
+        return result;
+    }
+    replaceDirectoryByArchive(archive);
+    return working_directory.leave() ? compress(archive) : RESULT_FAILED;
+}
+
+Result reportMaking(Result made, std::int32_t gzip_exit_cd) {
     switch (made) {
-        case 0:
-            return IgMainIsInterrupted() != 0 ? ARC_INTERRUPTED : 0;
-        case ARC_INTERRUPTED:
-            return ARC_INTERRUPTED;
-        case -1:
+        case RESULT_DONE:
+            return IgMainIsInterrupted() != 0 ? RESULT_INTERRUPTED : RESULT_DONE;
+        case RESULT_INTERRUPTED:
+            return RESULT_INTERRUPTED;
+        case RESULT_FAILED:
             IgCmnMsg<ZEPA132_W>();
-            return -1;
+            return RESULT_FAILED;
         default:
             if (gzip_exit_cd != GZIP_WARNING) {
                 IgCmnMsg<ZEPA135_W>();
             }
             IgCmnMsg<ZEPA306_I>();
-            gzip_exit_cd = 0;
-            return -1;
+            return RESULT_FAILED;
     }
 }
 
 }  // namespace
 
-int IgArcMakeOutput(memory_pool* memoryp, root_tbl* root) {
+Result IgArcMakeOutput(memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root);
     if (IgMainIsInterrupted() != 0) {
-        return ARC_INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     if (!settleOutput(*root)) {
-        return -1;
+        return RESULT_FAILED;
     }
-    const int copied = copyLogs(memoryp, *root);
-    return copied != 0 ? copied : reportMaking(IgArcMake(memoryp, root));
+    const Result copied = copyLogs(memoryp, *root);
+    if (copied != RESULT_DONE) {
+        return copied;
+    }
+    Archive archive{.memoryp = memoryp, .root = *root};
+    const Result made = make(archive);
+    return reportMaking(made, archive.gzip_exit_cd);
 }
 
-int IgArcMake(memory_pool* memoryp, root_tbl* root) {
+Result IgArcMake(memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root);
-    PackingPlace place;
-    WorkingDirectory working_directory;
     Archive archive{.memoryp = memoryp, .root = *root};
-    if (!working_directory.remember() || !choosePaths(archive)) {
-        return -1;
-    }
-    if (!claimName(archive)) {
-        return 0;
-    }
-    const char* directory = place.find(memoryp, *root);
-    if (directory == nullptr || !working_directory.enter(directory)) {
-        dropTar(archive);
-        return -1;
-    }
-    if (const int result = pack(archive); result != 0) {
-        return result;
-    }
-    replaceDirectoryByArchive(archive);
-    return working_directory.leave() ? compress(archive) : -1;
+    return make(archive);
 }
 
 char* IgArcMakeName(memory_pool* memoryp, const char* name, int flag) {
@@ -551,5 +549,5 @@ char* IgArcMakeName(memory_pool* memoryp, const char* name, int flag) {
     if (IgCmnFileNormPath(memoryp, name, &absolute) != 0) {
         return nullptr;
     }
-    return IgCmnStrCat(memoryp, absolute, flag == 0 ? ".tar.gz" : ".tar");
+    return flag == 0 ? compressedName(memoryp, absolute) : tarName(memoryp, absolute);
 }

@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "collect/IGAttributes.h"
 #include "collect/IGCopy.h"
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
+#include "collect/IGResult.h"
 #include "collect/IGSizeLimit.h"
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnList.h"
@@ -28,6 +30,7 @@
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 
 namespace {
 
@@ -59,8 +62,8 @@ struct Item {
 enum class Step {
     NEXT,         // with the next entry
     INTERRUPTED,  // the item ends without a record
-    FAILED,       // -1
-    SIZE_LIMIT,   // COLLECT_SIZE_LIMIT
+    FAILED,       // RESULT_FAILED
+    SIZE_LIMIT,   // RESULT_SIZE_LIMIT
 };
 
 void reportCopied(const char* shown, std::int64_t size) {
@@ -400,24 +403,11 @@ void restoreAttributes(const char* path, const struct stat& source) {
         IgCmnSysErrPath("open", errno, path);
         return;
     }
-    const struct timespec times[] = {source.st_atim, source.st_mtim};
-    if (::fchmod(fd.get(), source.st_mode & 07777) != 0) {
-        IgCmnSysErrPath("chmod", errno, path);
-    } else if (::fchown(fd.get(), source.st_uid, source.st_gid) != 0) {
-        IgCmnSysErrPath("chown", errno, path);
-    } else if (::futimens(fd.get(), times) != 0) {
-        IgCmnSysErrPath("utime", errno, path);
+    for (const Attribute attribute : {Attribute::MODE, Attribute::OWNER, Attribute::TIMES}) {
+        if (!giveAttribute(attribute, fd.get(), source, path)) {
+            return;
+        }
     }
-}
-
-// Cuts the path at its last slash; false when it has no parent but the root.
-bool cutToParent(char* path) {
-    char* slash = std::strrchr(path, '/');
-    if (slash == nullptr || slash == path) {
-        return false;
-    }
-    *slash = '\0';
-    return true;
 }
 
 // The directories above the first entry, upwards.
@@ -497,7 +487,7 @@ bool findOurs(Item& item) {
 bool isOwnOutput(const Item& item) {
     std::size_t length = std::strlen(item.path_name);
     if (IgCmnFileIsDir(item.path_name) == 0) {
-        length = static_cast<std::size_t>(std::strrchr(item.path_name, '/') - item.path_name);
+        length = static_cast<std::size_t>(lastSlash(item.path_name) - item.path_name);
     }
     const std::size_t data_dir_length = std::strlen(item.data_dir);
     return length >= data_dir_length &&
@@ -530,70 +520,72 @@ bool makeDataDirectory(const char* place) {
     return IgCmnFileExists(place) != 0 || IgCmnFileMkdir(place) == 0;
 }
 
-// 0 with the record in `records` when there is one, else the item's result.
-int collectItem(Item& item, IgCmnListHeader** records) {
+// RESULT_DONE with the record in `records` when there is one, else the item's result.
+Result collectItem(Item& item, IgCmnListHeader** records) {
     if (!prepare(item)) {
-        return 0;
+        return RESULT_DONE;
     }
     item.own_output = isOwnOutput(item);
     IgCmnListHeader* entries = nullptr;
     if (item.own_output && !findOurs(item)) {
-        return 0;
+        return RESULT_DONE;
     }
     if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp, item.ours) == -1) {
-        return -1;
+        return RESULT_FAILED;
     }
     if (entries == nullptr) {
         if (IgMainIsInterrupted() == 0) {
             IgCmnMsg<ZEPA129_W>(item.path_name);
         }
-        return 0;
+        return RESULT_DONE;
     }
     if (!item.own_output && !makeDataDirectory(item.place)) {
-        return 0;
+        return RESULT_DONE;
     }
     describe(item);
     switch (eachEntry(item, entries, item.own_output ? countEntry : bringEntry)) {
         case Step::NEXT:
             break;
         case Step::INTERRUPTED:
-            return 0;
+            return RESULT_DONE;
         case Step::SIZE_LIMIT:
-            return COLLECT_SIZE_LIMIT;
+            return RESULT_SIZE_LIMIT;
         default:
-            return -1;
+            return RESULT_FAILED;
     }
     if (IgCmnListAppend(item.memoryp, records, &item.record) == -1) {
-        return -1;
+        return RESULT_FAILED;
     }
     restoreMade(item);
     restoreAncestors(item);
-    return 0;
+    return RESULT_DONE;
 }
 
 }  // namespace
 
-int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_block) {
+Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_block) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root_tblp);
     IG_ASSERT_NOT_NULL(data_block);
     if (IgCmnFileIsDir(root_tblp->output_dir) == 0) {
         IgCmnMsg<ZEPA104_E>(static_cast<const char*>(root_tblp->output_dir));
-        return -1;
+        return RESULT_FAILED;
     }
     // A tree may hold very many long paths: they go with their item.
     LocalPool local;
     const char* directory = pathInOutput(local.get(), *root_tblp, root_tblp->d);
     if (directory == nullptr ||
         (IgCmnFileIsDir(directory) == 0 && IgCmnFileMkdir(directory) != 0)) {
-        return -1;
+        return RESULT_FAILED;
     }
     Item item{.memoryp = local.get(), .root = *root_tblp, .block = *data_block};
     IgCmnListHeader* records = nullptr;
-    const int result = collectItem(item, &records);
-    if (result != 0) {
+    const Result result = collectItem(item, &records);
+    if (result != RESULT_DONE) {
         return result;
     }
     IgCmnMsgInfo<ZEPA210_I>(collected_size.total);
-    return records == nullptr ? 0 : indexAppend(local.get(), *root_tblp, item.data_dir, records);
+    const bool written =
+        records == nullptr || indexAppend(local.get(), *root_tblp, item.data_dir, records) == 0;
+    return written ? RESULT_DONE : RESULT_FAILED;
 }

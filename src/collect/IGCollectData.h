@@ -2,19 +2,17 @@
 #ifndef QUENDIL_COLLECT_IGCOLLECTDATA_H
 #define QUENDIL_COLLECT_IGCOLLECTDATA_H
 
+#include "collect/IGResult.h"
 #include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
 struct data_block;
 
-/// Result when a file over the size limit could not be removed from the output: collecting stops.
-inline constexpr int COLLECT_SIZE_LIMIT = 4;
-
 /// Collects one data item into the data directory of the current pattern (the root table's %d%
 /// value): lists what PATH_NAME names, brings each entry in or, when a tool of the pattern wrote it
 /// there, counts it, keeps attributes, reports, and adds a record to the index. `root_tblp` and
-/// `data_block` are asserted non-null. 0, also when nothing was found or the run was interrupted;
-/// -1 on failure; COLLECT_SIZE_LIMIT.
-int IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_block);
+/// `data_block` are asserted non-null. RESULT_DONE, also when nothing was found or the run was
+/// interrupted; RESULT_FAILED; RESULT_SIZE_LIMIT.
+Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data_block);
 
 #endif

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "collect/IGAttributes.h"
 #include "collect/IGSizeLimit.h"
 #include "common/base/IGGuards.h"
 #include "common/base/IGRunState.h"
@@ -65,17 +66,11 @@ Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
     return Copied::ALL;
 }
 
-// A file system that knows no owners still takes the content.
+// A file system that knows no owners still takes the content, mode and times. The owner comes
+// first: a change of it clears the set-user-ID bits.
 void copyAttributes(int to, const struct stat& source, const char* destination) {
-    const struct timespec times[] = {source.st_atim, source.st_mtim};
-    if (::fchown(to, source.st_uid, source.st_gid) != 0) {
-        IgCmnSysErrPath("chown", errno, destination);
-    }
-    if (::fchmod(to, source.st_mode & 07777) != 0) {
-        IgCmnSysErrPath("chmod", errno, destination);
-    }
-    if (::futimens(to, times) != 0) {
-        IgCmnSysErrPath("utime", errno, destination);
+    for (const Attribute attribute : {Attribute::OWNER, Attribute::MODE, Attribute::TIMES}) {
+        giveAttribute(attribute, to, source, destination);
     }
 }
 

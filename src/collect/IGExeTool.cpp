@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "collect/IGOutput.h"
+#include "collect/IGResult.h"
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnSystem.h"
@@ -17,6 +18,7 @@
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 #include "process/IGCmnProcess.h"
 
 namespace {
@@ -106,21 +108,21 @@ void showErrorOutput(const char* path) {
 
 }  // namespace
 
-int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block) {
+Result IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(root_tblp);
     IG_ASSERT_NOT_NULL(tool_block);
     Tool tool{};
     if (!expand(memoryp, *root_tblp, *tool_block, tool)) {
-        return -1;
+        return RESULT_FAILED;
     }
     if (IgMainIsInterrupted() != 0) {
-        return TOOL_INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     announceStart(tool, *tool_block);
     bool names_program = false;
     if (!canBeSplit(memoryp, tool.command_line, names_program)) {
-        return -1;
+        return RESULT_FAILED;
     }
     exec_req request;
     request.stdout_path = tool.redirect_path;
@@ -142,5 +144,5 @@ int IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block)
     if (result != EXEC_FAILED && names_program && tool.redirect_path == nullptr) {
         showErrorOutput(tool.stderr_path.data());
     }
-    return 0;
+    return RESULT_DONE;
 }

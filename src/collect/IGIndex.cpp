@@ -14,6 +14,7 @@
 #include "common/file/IGCmnPath.h"
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 
 namespace {
 
@@ -104,9 +105,7 @@ int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir
         IgCmnFileNormPath(memoryp, output, &directory) != 0) {
         return -1;
     }
-    const char* slash = std::strrchr(data_dir, '/');
-    const char* last = slash == nullptr ? data_dir : slash + 1;
-    const char* prefix = std::strcmp(directory, data_dir) == 0 ? "" : last;
+    const char* prefix = std::strcmp(directory, data_dir) == 0 ? "" : lastComponent(data_dir);
     IndexFile index(path, "a");
     for (const IndexRecord& record : walkList<const IndexRecord>(records)) {
         printRecord(index, record, prefix);

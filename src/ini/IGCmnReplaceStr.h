@@ -7,9 +7,6 @@
 
 struct root_tbl;
 
-/// Names the output directory and, without -o, the archive.
-inline constexpr const char* OUTPUT_NAME_TEMPLATE = "%HOST%_%YY%%MM%%DD%%hh%%mm%%ss%";
-
 /// Fills the root table's special-string values from the clock and the host name. 0, or -1.
 int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp);
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 
 #include "common/base/IGAssert.h"
-#include "common/base/IGCmnStr.h"
 #include "common/file/IGCmnFile.h"
 #include "common/file/IGCmnPath.h"
 #include "common/report/IGCmnMessage.h"
@@ -40,18 +39,4 @@ bool isWritableDirectory(const char* path, const char* shown) {
         return false;
     }
     return true;
-}
-
-int resultNamesTaken(memory_pool* memoryp, const char* base) {
-    for (const char* suffix : {".tar", ".tar.gz"}) {
-        const char* name = IgCmnStrCat(memoryp, base, suffix);
-        if (name == nullptr) {
-            return -1;
-        }
-        if (IgCmnFileIsTaken(name) != 0) {
-            IgCmnMsg<ZEPA109_E>(name);
-            return 1;
-        }
-    }
-    return 0;
 }

@@ -19,8 +19,4 @@ int IgCmnIsAbsPathIgnoreDQ(const char* path);
 /// ZEPA104-E or ZEPA105-E with the text `shown`.
 bool isWritableDirectory(const char* path, const char* shown);
 
-/// Whether the names that the making phase gives its results are free: `base` with ".tar" and with
-/// ".tar.gz". 0; 1 after ZEPA109-E with the first that exists; -1 when memory ran out.
-int resultNamesTaken(memory_pool* memoryp, const char* base);
-
 #endif

@@ -19,6 +19,7 @@
 #include "ini/IGIniReadCompDef.h"
 #include "ini/IGIniReadPtn.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ int checkOutputDirectory(Ctrl& ctrl) {
 }
 
 // The default archive must not exist yet; a name given with -o was checked with the options.
-int checkResultNames(Ctrl& ctrl) {
+int checkDefaultNames(Ctrl& ctrl) {
     const root_tbl& root = *ctrl.root;
     if (root.output_file == nullptr || IgCmnIsAbsPathIgnoreDQ(root.output_file) != 0) {
         return 0;
@@ -148,11 +149,12 @@ int readPattern(Ctrl& ctrl, const char* file, int& blocks) {
     if (ctrl.root->crnt_ptn_def == nullptr) {
         return -1;
     }
-    IgCmnMsgSetMode(2);  // an unreadable pattern file is only a warning
-    const int result = IgIniReadPtnDef(file, ctrl.root, ctrl.memoryp);
-    IgCmnMsgSetMode(0);
-    if (result != 0) {
-        return result;
+    {
+        const MessageMode warn(MSGMODE_READING);  // an unreadable pattern file is only a warning
+        const int result = IgIniReadPtnDef(file, ctrl.root, ctrl.memoryp);
+        if (result != 0) {
+            return result;
+        }
     }
     const int selected = selectPattern(ctrl.memoryp, *ctrl.root);
     if (selected == -1) {
@@ -228,7 +230,7 @@ int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root) {
     IG_ASSERT_NOT_NULL(root);
     Ctrl ctrl{argc, argv, memoryp, root, nullptr};
     for (const auto step : {readOptions, readConfiguration, applyOptions, checkOutputDirectory,
-                            checkResultNames, printSummary, readPatterns}) {
+                            checkDefaultNames, printSummary, readPatterns}) {
         if (const int result = step(ctrl); result != 0) {
             return result;
         }
@@ -273,13 +275,4 @@ int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* na
         group_selection == nullptr || IgCmnListIntersects(groups, group_selection) != 0;
     const bool name = name_selection == nullptr || IgCmnListIntersects(names, name_selection) != 0;
     return group && name ? 1 : 0;
-}
-
-void IgCmnListPrint(int message, const IgCmnListHeader* list) {
-    if (list == nullptr) {
-        IgCmnMsgOut(message, "");
-    }
-    for (const char& element : walkStrings(list)) {
-        IgCmnMsgOut(message, ShownText(&element).get());
-    }
 }

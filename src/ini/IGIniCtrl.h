@@ -34,7 +34,4 @@ int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* na
                         const IgCmnListHeader* group_selection,
                         const IgCmnListHeader* name_selection);
 
-/// Issues the message once per string of the list, in order; for a null list once, with "".
-void IgCmnListPrint(int message, const IgCmnListHeader* list);
-
 #endif

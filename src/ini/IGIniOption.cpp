@@ -15,6 +15,7 @@
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 
 namespace {
 
@@ -145,7 +146,7 @@ int checkDirectory(const Parse& parse) {
 }
 
 // The archive's name must be free, with each suffix that the making appends one by one.
-int checkResultNames(const Parse& parse) {
+int checkArchiveNames(const Parse& parse) {
     char* absolute = nullptr;
     if (IgCmnFileNormPath(parse.memoryp, parse.output_file, &absolute) != 0) {
         return -1;
@@ -173,7 +174,7 @@ int checkOutputFile(const Parse& parse) {
         IgCmnMsg<ZEPA104_E>(static_cast<const char*>(directory));
         return OPTION_ERROR;
     }
-    if (const int result = checkResultNames(parse); result != 0) {
+    if (const int result = checkArchiveNames(parse); result != 0) {
         return result;
     }
     root.opt_output_file = IgCmnStrdup(parse.memoryp, parse.output_file);

@@ -1,11 +1,13 @@
 #include "ini/IGIniReadPtn.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "common/base/IGAssert.h"
@@ -63,15 +65,19 @@ using Store = Outcome (*)(Reader& reader, const Keyword& keyword, const char* va
 
 struct Keyword {
     const char* name;
-    Context where;       // the innermost open block
-    Store store;         // null: the keyword opens `opens`
-    std::uint32_t flag;  // marks it as given
-    bool only_once;
-    bool may_be_empty;
-    std::size_t longest;  // value in bytes; 0 no limit
-    long lowest;          // range of an integer
-    long highest;
-    Context opens;
+    Context where;           // the innermost open block
+    std::uint32_t flag = 0;  // marks it as given
+    bool only_once = false;
+    bool may_be_empty = false;
+    std::size_t longest = 0;  // value in bytes; 0 no limit
+    Store store = nullptr;    // null: the keyword opens `opens`
+    Context opens = Context::NONE;
+    // where the general stores put the value
+    IgCmnListHeader* pickptn_tbl::*pattern_list = nullptr;
+    IgCmnListHeader* ptn_block::*block_list = nullptr;
+    std::int32_t tool_block::*number = nullptr;
+    long lowest = 0;  // range of `number`
+    long highest = 0;
 };
 
 struct Reader {
@@ -175,25 +181,17 @@ Outcome storeVrs(Reader& reader, const Keyword& /*keyword*/, const char* value) 
     return orNoMemory(reader.ptn->vrs != nullptr);
 }
 
-Outcome storeKatamei(Reader& reader, const Keyword& /*keyword*/, const char* value) {
-    return addUnescaped(reader, &reader.ptn->katamei, value);
+Outcome storeText(Reader& reader, const Keyword& keyword, const char* value) {
+    return addUnescaped(reader, &(reader.ptn->*keyword.pattern_list), value);
 }
 
-Outcome storeName(Reader& reader, const Keyword& /*keyword*/, const char* value) {
-    return addUnescaped(reader, &reader.ptn->name, value);
-}
-
-Outcome storeGroup(Reader& reader, const Keyword& /*keyword*/, const char* value) {
-    return addUnescaped(reader, &reader.ptn->group, value);
-}
-
-Outcome storeTarget(Reader& reader, const Keyword& /*keyword*/, const char* value) {
-    return addUnescaped(reader, &reader.ptn->current->target, value);
+Outcome storeBlockText(Reader& reader, const Keyword& keyword, const char* value) {
+    return addUnescaped(reader, &(reader.ptn->current->*keyword.block_list), value);
 }
 
 // --- tool items ---
 
-Outcome storeInteger(const Keyword& keyword, const char* value, std::int32_t& field) {
+Outcome storeInteger(Reader& reader, const Keyword& keyword, const char* value) {
     char* end = nullptr;
     errno = 0;
     const long number = std::strtol(value, &end, 10);
@@ -201,20 +199,8 @@ Outcome storeInteger(const Keyword& keyword, const char* value, std::int32_t& fi
         number > keyword.highest) {
         return Outcome::SYNTAX;
     }
-    field = static_cast<std::int32_t>(number);
+    reader.tool().*keyword.number = static_cast<std::int32_t>(number);
     return Outcome::GOOD;
-}
-
-Outcome storeTimeout(Reader& reader, const Keyword& keyword, const char* value) {
-    return storeInteger(keyword, value, reader.tool().timeout);
-}
-
-Outcome storeTimeoutSignal(Reader& reader, const Keyword& keyword, const char* value) {
-    return storeInteger(keyword, value, reader.tool().timeout_signal);
-}
-
-Outcome storeWaitTermination(Reader& reader, const Keyword& keyword, const char* value) {
-    return storeInteger(keyword, value, reader.tool().wait_termination);
 }
 
 Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char* value) {
@@ -286,49 +272,124 @@ Outcome storePathName(Reader& reader, const Keyword& /*keyword*/, const char* va
 
 // --- keywords ---
 
-constexpr bool ONCE = true;
-constexpr bool AGAIN = false;
-constexpr bool NEVER_EMPTY = false;
-constexpr bool MAY_BE_EMPTY = true;
-
-constexpr Keyword text(const char* name, Context where, Store store, std::uint32_t flag, bool once,
-                       bool may_be_empty, std::size_t longest) {
-    return {name, where, store, flag, once, may_be_empty, longest, 0, 0, Context::NONE};
-}
-
-constexpr Keyword integer(const char* name, Store store, std::uint32_t flag, long lowest,
-                          long highest) {
-    return {name, Context::TOOL, store,   flag,         ONCE, MAY_BE_EMPTY,
-            0,    lowest,        highest, Context::NONE};
-}
-
-constexpr Keyword opening(const char* name, Context where, Context opens) {
-    return {name, where, nullptr, 0, AGAIN, NEVER_EMPTY, 0, 0, 0, opens};
-}
-
 // The keywords REG0 to REG9 are not here: they are a syntax error like every unknown word.
 constexpr Keyword KEYWORDS[] = {
-    text("FORMAT_VERSION", Context::NONE, storeFormatVersion, PTN_FORMAT_VERSION, ONCE, NEVER_EMPTY,
-         0),
-    text("PP_VRS", Context::NONE, storeVrs, PTN_VRS, ONCE, MAY_BE_EMPTY, VERSION_LIMIT),
-    text("PP_KATAMEI", Context::NONE, storeKatamei, PTN_KATAMEI, ONCE, MAY_BE_EMPTY, TEXT_LIMIT),
-    text("PP_NAME", Context::NONE, storeName, PTN_NAME, ONCE, MAY_BE_EMPTY, TEXT_LIMIT),
-    text("PP_GROUP", Context::NONE, storeGroup, PTN_GROUP, AGAIN, MAY_BE_EMPTY, TEXT_LIMIT),
-    opening("BLOCK", Context::NONE, Context::BLOCK),
-    text("TARGET", Context::BLOCK, storeTarget, BLOCK_TARGET, AGAIN, MAY_BE_EMPTY, TEXT_LIMIT),
-    opening("TOOL_BLOCK", Context::BLOCK, Context::TOOL),
-    opening("DATA_BLOCK", Context::BLOCK, Context::DATA),
-    integer("TIMEOUT", storeTimeout, TOOL_TIMEOUT, -1, 36000),
-    integer("TIMEOUT_SIGNAL", storeTimeoutSignal, TOOL_TIMEOUT_SIGNAL, 0, INT_MAX),
-    integer("WAIT_TERMINATION", storeWaitTermination, TOOL_WAIT_TERMINATION, 0, 600),
-    text("COMMAND_LINE", Context::TOOL, storeCommandLine, TOOL_COMMAND_LINE, ONCE, NEVER_EMPTY,
-         PATH_LIMIT),
-    text("REDIRECT_PATH", Context::TOOL, storeRedirectPath, TOOL_REDIRECT_PATH, ONCE, NEVER_EMPTY,
-         PATH_LIMIT),
-    text("DESCRIPTION", Context::DATA, storeDescription, DATA_DESCRIPTION, AGAIN, MAY_BE_EMPTY, 0),
-    text("FILE_TYPE", Context::DATA, storeFileType, DATA_FILE_TYPE, ONCE, MAY_BE_EMPTY, TYPE_LIMIT),
-    text("PATH_NAME", Context::DATA, storePathName, DATA_PATH_NAME, ONCE, NEVER_EMPTY, PATH_LIMIT),
+    {.name = "FORMAT_VERSION",
+     .where = Context::NONE,
+     .flag = PTN_FORMAT_VERSION,
+     .only_once = true,
+     .store = storeFormatVersion},
+    {.name = "PP_VRS",
+     .where = Context::NONE,
+     .flag = PTN_VRS,
+     .only_once = true,
+     .may_be_empty = true,
+     .longest = VERSION_LIMIT,
+     .store = storeVrs},
+    {.name = "PP_KATAMEI",
+     .where = Context::NONE,
+     .flag = PTN_KATAMEI,
+     .only_once = true,
+     .may_be_empty = true,
+     .longest = TEXT_LIMIT,
+     .store = storeText,
+     .pattern_list = &pickptn_tbl::katamei},
+    {.name = "PP_NAME",
+     .where = Context::NONE,
+     .flag = PTN_NAME,
+     .only_once = true,
+     .may_be_empty = true,
+     .longest = TEXT_LIMIT,
+     .store = storeText,
+     .pattern_list = &pickptn_tbl::name},
+    {.name = "PP_GROUP",
+     .where = Context::NONE,
+     .flag = PTN_GROUP,
+     .may_be_empty = true,
+     .longest = TEXT_LIMIT,
+     .store = storeText,
+     .pattern_list = &pickptn_tbl::group},
+    {.name = "BLOCK", .where = Context::NONE, .opens = Context::BLOCK},
+    {.name = "TARGET",
+     .where = Context::BLOCK,
+     .flag = BLOCK_TARGET,
+     .may_be_empty = true,
+     .longest = TEXT_LIMIT,
+     .store = storeBlockText,
+     .block_list = &ptn_block::target},
+    {.name = "TOOL_BLOCK", .where = Context::BLOCK, .opens = Context::TOOL},
+    {.name = "DATA_BLOCK", .where = Context::BLOCK, .opens = Context::DATA},
+    {.name = "TIMEOUT",
+     .where = Context::TOOL,
+     .flag = TOOL_TIMEOUT,
+     .only_once = true,
+     .may_be_empty = true,
+     .store = storeInteger,
+     .number = &tool_block::timeout,
+     .lowest = -1,
+     .highest = 36000},
+    {.name = "TIMEOUT_SIGNAL",
+     .where = Context::TOOL,
+     .flag = TOOL_TIMEOUT_SIGNAL,
+     .only_once = true,
+     .may_be_empty = true,
+     .store = storeInteger,
+     .number = &tool_block::timeout_signal,
+     .lowest = 0,
+     .highest = INT_MAX},
+    {.name = "WAIT_TERMINATION",
+     .where = Context::TOOL,
+     .flag = TOOL_WAIT_TERMINATION,
+     .only_once = true,
+     .may_be_empty = true,
+     .store = storeInteger,
+     .number = &tool_block::wait_termination,
+     .lowest = 0,
+     .highest = 600},
+    {.name = "COMMAND_LINE",
+     .where = Context::TOOL,
+     .flag = TOOL_COMMAND_LINE,
+     .only_once = true,
+     .longest = PATH_LIMIT,
+     .store = storeCommandLine},
+    {.name = "REDIRECT_PATH",
+     .where = Context::TOOL,
+     .flag = TOOL_REDIRECT_PATH,
+     .only_once = true,
+     .longest = PATH_LIMIT,
+     .store = storeRedirectPath},
+    {.name = "DESCRIPTION",
+     .where = Context::DATA,
+     .flag = DATA_DESCRIPTION,
+     .may_be_empty = true,
+     .store = storeDescription},
+    {.name = "FILE_TYPE",
+     .where = Context::DATA,
+     .flag = DATA_FILE_TYPE,
+     .only_once = true,
+     .may_be_empty = true,
+     .longest = TYPE_LIMIT,
+     .store = storeFileType},
+    {.name = "PATH_NAME",
+     .where = Context::DATA,
+     .flag = DATA_PATH_NAME,
+     .only_once = true,
+     .longest = PATH_LIMIT,
+     .store = storePathName},
 };
+
+// A general store needs the member that it stores to, and nothing else has one. A keyword opens a
+// block or stores a value under a flag of its own.
+constexpr bool isWhole(const Keyword& keyword) {
+    const bool opens = keyword.opens != Context::NONE;
+    return opens == (keyword.store == nullptr) && opens == (keyword.flag == 0) &&
+           (keyword.store == storeText) == (keyword.pattern_list != nullptr) &&
+           (keyword.store == storeBlockText) == (keyword.block_list != nullptr) &&
+           (keyword.store == storeInteger) == (keyword.number != nullptr) &&
+           keyword.lowest <= keyword.highest;
+}
+static_assert(std::all_of(std::begin(KEYWORDS), std::end(KEYWORDS), isWhole),
+              "a keyword's row is incomplete");
 static_assert(KEYWORDS[0].flag == PTN_FORMAT_VERSION);
 constexpr const Keyword* FORMAT_VERSION = &KEYWORDS[0];
 

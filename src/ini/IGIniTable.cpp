@@ -4,7 +4,6 @@
 
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnList.h"
-#include "common/base/IGCmnStr.h"
 
 namespace {
 
@@ -13,10 +12,6 @@ constexpr std::int32_t DEFAULT_TIMEOUT_SIGNAL = 15;    // SIGTERM
 constexpr std::int32_t DEFAULT_WAIT_TERMINATION = 10;  // seconds
 
 }  // namespace
-
-char* outputDirectory(memory_pool* memoryp, const root_tbl& root) {
-    return IgCmnStrCatDir(memoryp, root.output_dir, root.output_name);
-}
 
 pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp) {
     return newFromPool<pickptn_tbl>(memoryp);

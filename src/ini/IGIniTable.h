@@ -157,8 +157,6 @@ struct root_tbl {
     pickptn_tbl* crnt_ptn_def;     // the pattern being read
 };
 
-/// The output directory's path, a string of the pool; null when memory runs out.
-char* outputDirectory(memory_pool* memoryp, const root_tbl& root);
 /// Zero-filled records with their defaults; null when memory runs out.
 pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp);
 ptn_block* IgIniGetPickPtnBlock(memory_pool* memoryp);

@@ -12,6 +12,7 @@
 #include "collect/IGExeTool.h"
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
+#include "collect/IGResult.h"
 #include "collect/IGSizeLimit.h"
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnSystem.h"
@@ -22,7 +23,9 @@
 #include "common/report/IGCmnLog.h"
 #include "common/report/IGCmnMessage.h"
 #include "common/report/IGCmnProgress.h"
+#include "common/report/IGSysErr.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 #include "main/IGMainOutput.h"
 #include "main/IGMainRun.h"
 #include "process/IGCmnProcess.h"
@@ -31,21 +34,6 @@
 MainRun main_run;
 
 namespace {
-
-// Results of the driver and its steps.
-constexpr int DONE = 0;
-constexpr int FAILED = -1;
-constexpr int INTERRUPTED = 2;
-constexpr int SIZE_LIMIT = 4;
-
-// Message mode 1 for a scope: what fails while data is collected is a warning.
-class CollectingMode {
-  public:
-    CollectingMode() { IgCmnMsgSetMode(1); }
-    ~CollectingMode() { IgCmnMsgSetMode(0); }
-    CollectingMode(const CollectingMode&) = delete;
-    CollectingMode& operator=(const CollectingMode&) = delete;
-};
 
 // --- collecting ---
 
@@ -65,7 +53,7 @@ std::int32_t countItems(const root_tbl& root) {
 int writeIndexHead(memory_pool* memoryp, const root_tbl& root) {
     const char* path = indexPath(memoryp, root);
     if (path == nullptr) {
-        return FAILED;
+        return -1;
     }
     IndexFile index(path, "w");
     index.print("quendil [Ver. %s]\n", QUENDIL_VERSION);
@@ -77,68 +65,66 @@ int writeIndexHead(memory_pool* memoryp, const root_tbl& root) {
     return index.finish();
 }
 
-int collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
+Result collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
     if (IgMainIsInterrupted() != 0) {
-        return INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     if (!checkOutput(root)) {
-        return FAILED;
+        return RESULT_FAILED;
     }
     const bool is_data = item.kind == ITEM_DATA;
     const char* phase = is_data ? "collecting" : "executing";
     IgCmnMsgInfo<ZEPA202_I>(phase);
-    const int result =
+    const Result result =
         is_data ? IgCollectData(memoryp, &root, &item.data) : IgExeTool(memoryp, &root, &item.tool);
     // What becomes of a tool is told by messages; only an interruption ends the collection there.
-    if (result == INTERRUPTED || (is_data && result != DONE)) {
+    if (result == RESULT_INTERRUPTED || (is_data && result != RESULT_DONE)) {
         return result;
     }
     IgCmnMsgInfo<ZEPA203_I>(phase);
     IgCmnProgressStep();
-    return DONE;
+    return RESULT_DONE;
 }
 
-int collectBlock(memory_pool* memoryp, root_tbl& root, const ptn_block& block,
-                 bool& index_written) {
+Result collectBlock(memory_pool* memoryp, root_tbl& root, const ptn_block& block,
+                    bool& index_written) {
     if (!index_written) {
-        IgCmnMsgSetMode(0);  // no output without its index: this failure is an error
+        const MessageMode error(MSGMODE_NORMAL);  // there is no output without its index
         if (writeIndexHead(memoryp, root) != 0) {
-            return FAILED;
+            return RESULT_FAILED;
         }
-        IgCmnMsgSetMode(1);
         index_written = true;
     }
     for (collect_item& item : walkList<collect_item>(block.items)) {
-        if (const int result = collectItem(memoryp, root, item); result != DONE) {
+        if (const Result result = collectItem(memoryp, root, item); result != RESULT_DONE) {
             return result;
         }
     }
-    return DONE;
+    return RESULT_DONE;
 }
 
 // One pattern. A directory that cannot be had leaves the pattern out.
-int collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool& index_written) {
-    IgCmnMsgSetMode(1);
+Result collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool& index_written) {
     char* directory = choosePatternDirectory(memoryp, root, ptn);
     const char* output = outputDirectory(memoryp, root);
     if (directory == nullptr || output == nullptr) {
-        return DONE;
+        return RESULT_DONE;
     }
     if (IgCmnFileIsDir(output) == 0 && !makeOutputDirectory(memoryp, root)) {
-        return DONE;
+        return RESULT_DONE;
     }
     if (!checkOutput(root)) {
-        return FAILED;
+        return RESULT_FAILED;
     }
     const char* place = pathInOutput(memoryp, root, directory);
     if (place == nullptr || !makeDirectory(place)) {
-        return DONE;
+        return RESULT_DONE;
     }
     ptn.output_dir = directory;
     root.d = directory;
-    int result = DONE;
+    Result result = RESULT_DONE;
     for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
-        if (block.skip == 0 && result == DONE) {
+        if (block.skip == 0 && result == RESULT_DONE) {
             result = collectBlock(memoryp, root, block, index_written);
         }
     }
@@ -146,41 +132,42 @@ int collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool&
     return result;
 }
 
-int collectPatterns(memory_pool* memoryp, root_tbl& root) {
+Result collectPatterns(memory_pool* memoryp, root_tbl& root) {
     bool index_written = false;
     for (pickptn_tbl& ptn : walkList<pickptn_tbl>(&root.selected)) {
-        if (const int result = collectPattern(memoryp, root, ptn, index_written); result != DONE) {
+        if (const Result result = collectPattern(memoryp, root, ptn, index_written);
+            result != RESULT_DONE) {
             return result;
         }
     }
-    return IgMainIsInterrupted() != 0 ? INTERRUPTED : DONE;
+    return IgMainIsInterrupted() != 0 ? RESULT_INTERRUPTED : RESULT_DONE;
 }
 
-int makeArchive(memory_pool* memoryp, root_tbl& root) {
+Result makeArchive(memory_pool* memoryp, root_tbl& root) {
     IgCmnProgressArchive();
     IgMainSetRetCode(RETCODE_DIRECTORY);
     IgCmnMsgInfo<ZEPA202_I>("making");
-    const int result = IgArcMakeOutput(memoryp, &root);
+    const Result result = IgArcMakeOutput(memoryp, &root);
     IgMainHistOutput();
     IgCmnMsgInfo<ZEPA203_I>("making");
     main_run.cleanup_wanted = 1;
     return result;
 }
 
-int collectAndMake(memory_pool* memoryp, root_tbl& root) {
+Result collectAndMake(memory_pool* memoryp, root_tbl& root) {
     if (IgMainIsInterrupted() != 0) {
-        return INTERRUPTED;
+        return RESULT_INTERRUPTED;
     }
     IgCmnProgressCollect(countItems(root));
     if (!chooseOutputName(memoryp, root) || !makeOutputDirectory(memoryp, root)) {
-        return FAILED;
+        return RESULT_FAILED;
     }
-    const CollectingMode mode;
-    const int collected = collectPatterns(memoryp, root);
-    if (collected != DONE) {
+    const MessageMode warn(MSGMODE_COLLECTING);
+    const Result collected = collectPatterns(memoryp, root);
+    if (collected != RESULT_DONE) {
         return collected;
     }
-    return checkOutput(root) ? makeArchive(memoryp, root) : FAILED;
+    return checkOutput(root) ? makeArchive(memoryp, root) : RESULT_FAILED;
 }
 
 // --- the end routine, step by step ---
@@ -203,13 +190,6 @@ void endResult() {
             break;
         default:
             break;
-    }
-}
-
-// When the run log broke in the middle of the result's line, the terminal still gets the rest.
-void endHalfResult() {
-    if (outputHalfReported()) {
-        IgMainReportOutput();
     }
 }
 
@@ -248,9 +228,9 @@ namespace {
 void reportLockFailure(const char* call, int error, const char* path,
                        SourcePlace place = SourcePlace::current()) {
     IgCmnSysErrPath(call, error, path, place);
-    IgCmnMsgHist(ZEPA113_E, call, error, IgCmnStrError(error, 0));
-    const auto unit = place.unit();
-    IgCmnMsgHist(ZEPA114_E, unit.data(), place.line);
+    // The history log does not repeat the path.
+    writeSysErr({.call = call, .error = error}, place, SYSERR_ERROR,
+                [](MsgNo number, auto... args) { IgCmnMsgHist(number, args...); });
 }
 
 }  // namespace
@@ -258,18 +238,18 @@ void reportLockFailure(const char* call, int error, const char* path,
 int IgMainLock() {
     std::array<char, PATH_MAX + 1> path{};
     if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, RUN_LOCK_NAME, path.data(), path.size()) == 0) {
-        return FAILED;
+        return -1;
     }
     main_run.lock_fd = ::open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (main_run.lock_fd == -1) {
         reportLockFailure("open", errno, path.data());
-        return FAILED;
+        return -1;
     }
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     if (::fcntl(main_run.lock_fd, F_SETLK, &lock) != -1) {
-        return DONE;
+        return 0;
     }
     if (errno == EACCES || errno == EAGAIN) {
         IgCmnMsg<ZEPA116_E>();
@@ -277,7 +257,7 @@ int IgMainLock() {
         return LOCK_HELD;
     }
     reportLockFailure("fcntl", errno, path.data());
-    return FAILED;
+    return -1;
 }
 
 void IgMainUnlock() {
@@ -291,10 +271,10 @@ void IgMainUnlock() {
 
 int IgMainCollect(int /*unused*/) {
     root_tbl& root = *main_run.root;
-    const int result = collectAndMake(&main_run.memoryp, root);
-    if (result == INTERRUPTED || result == FAILED) {
+    const Result result = collectAndMake(&main_run.memoryp, root);
+    if (result == RESULT_INTERRUPTED || result == RESULT_FAILED) {
         main_run.cleanup_wanted = root.cleanup == CLEANUP_ON ? 1 : 0;
-    } else if (result == SIZE_LIMIT) {
+    } else if (result == RESULT_SIZE_LIMIT) {
         IgMainSetRetCode(RETCODE_DIRECTORY);
         main_run.cleanup_wanted = 0;
     }
@@ -310,10 +290,10 @@ void IgMainStopChild() {
 
 int IgMainEnd() {
     using EndStep = void (*)();
-    static constexpr std::array<EndStep, 9> STEPS{
-        endSizeLimit, endResult,        endHalfResult, IgCmnProcReportStopFailure,
-        endMemory,    IgCmnMsgCloseLog, endHistory,    IgCmnMemoryEnd,
-        IgMainUnlock,
+    static constexpr std::array<EndStep, 8> STEPS{
+        endSizeLimit,   endResult,        IgCmnProcReportStopFailure,
+        endMemory,      IgCmnMsgCloseLog, endHistory,
+        IgCmnMemoryEnd, IgMainUnlock,
     };
     static std::size_t next = 0;
     while (next < STEPS.size()) {

@@ -22,6 +22,7 @@
 #include "common/report/IGCmnLog.h"
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 #include "main/IGMainRun.h"
 
 namespace {
@@ -108,21 +109,6 @@ void removeOwnOutput(bool message) {
     removeOutput(*root);
 }
 
-// How much of the result's line has been issued. A failed write to the run log ends the run between
-// its two halves.
-enum class Reported { NOTHING, IDENTIFIER, ALL };
-Reported reported = Reported::NOTHING;
-
-template <MsgNo IDENTIFIER>
-void reportFile(const char* path, std::int64_t size) {
-    if (reported == Reported::NOTHING) {
-        reported = Reported::IDENTIFIER;
-        IgCmnMsg<IDENTIFIER>();
-    }
-    reported = Reported::ALL;
-    IgCmnMsg<static_cast<MsgNo>(IDENTIFIER + 1)>(path, size);
-}
-
 }  // namespace
 
 bool chooseOutputName(memory_pool* memoryp, root_tbl& root) {
@@ -190,20 +176,8 @@ void IgMainRemoveOutput() {
 }
 
 char* IgMainGetOutputPath(memory_pool* memoryp) {
-    if (main_run.root == nullptr) {
-        return nullptr;
-    }
-    const root_tbl& root = *main_run.root;
-    if (IgMainGetRetCode() == RETCODE_DIRECTORY) {
-        return outputDirectory(memoryp, root);
-    }
-    char* path = IgCmnIsAbsPath(root.output_file) != 0
-                     ? root.output_file
-                     : IgCmnStrCatDir(memoryp, root.output_dir, root.output_file);
-    if (path == nullptr || IgMainGetRetCode() != RETCODE_ARCHIVE) {
-        return path;
-    }
-    return IgCmnStrCat(memoryp, path, ".tar");
+    const root_tbl* root = main_run.root;
+    return root == nullptr ? nullptr : resultPath(memoryp, *root, IgMainGetRetCode());
 }
 
 void IgMainHistOutput() {
@@ -232,12 +206,8 @@ void IgMainReportOutput() {
         return;
     }
     if (code == RETCODE_ARCHIVE) {
-        reportFile<ZEPA211_I>(path, size);
+        IgCmnMsgInfo<ZEPA211_I>(path, size);
     } else {
-        reportFile<ZEPA214_I>(path, size);
+        IgCmnMsgInfo<ZEPA214_I>(path, size);
     }
-}
-
-bool outputHalfReported() {
-    return reported == Reported::IDENTIFIER;
 }

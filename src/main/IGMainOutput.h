@@ -27,16 +27,12 @@ void IgMainCleanup();
 /// be written.
 void IgMainRemoveOutput();
 
-/// Path of what the run leaves: the output directory for the return code 20, the ".tar" archive for
-/// 10, else the output file.
+/// Path of what the run leaves (resultPath); null too before there is a root table.
 char* IgMainGetOutputPath(memory_pool* memoryp);
 /// Writes the result's path to the history log (ZEPA303-I) unless the run failed.
 void IgMainHistOutput();
 /// Names the result on the terminal and in the run log: ZEPA215-I, or ZEPA211-I and ZEPA214-I with
-/// its size; nothing when it has none. Called again when the run log could take only the first half
-/// of that line, it brings the second.
+/// its size; nothing when it has none.
 void IgMainReportOutput();
-/// True while IgMainReportOutput owes the second half.
-bool outputHalfReported();
 
 #endif

@@ -13,10 +13,6 @@
 
 namespace {
 
-// The call that failed; null for none.
-const char* failed_call;
-int failed_error;
-
 constexpr const char* OWN_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 // How times, texts and names are to be read: what an output depends on, and nothing else.
@@ -75,30 +71,30 @@ void makeEnvironment() {
     }
 }
 
-bool succeeded(const char* call, int result) {
-    if (result != 0) {
-        failed_call = call;
-        failed_error = errno;
-    }
-    return result == 0;
-}
-
 }  // namespace
 
-void IgMainBecomeRoot() {
+RootChange IgMainBecomeRoot() {
     if (::getuid() == 0 || ::geteuid() != 0) {
-        return;
+        return {};
     }
     makeEnvironment();
     // The user last: the others need its rights.
-    static_cast<void>(succeeded("setgroups", ::setgroups(0, nullptr)) &&
-                      succeeded("setgid", ::setgid(0)) && succeeded("setuid", ::setuid(0)));
+    if (::setgroups(0, nullptr) != 0) {
+        return {"setgroups", errno};
+    }
+    if (::setgid(0) != 0) {
+        return {"setgid", errno};
+    }
+    if (::setuid(0) != 0) {
+        return {"setuid", errno};
+    }
+    return {};
 }
 
-int IgMainRootFailure() {
-    if (failed_call == nullptr) {
+int IgMainRootFailure(const RootChange& change) {
+    if (change.failed_call == nullptr) {
         return 0;
     }
-    IgCmnSysErrPlain(failed_call, failed_error);
+    IgCmnSysErrPlain(change.failed_call, change.error);
     return -1;
 }

@@ -57,10 +57,10 @@ void settleSignals() {
     ::sigprocmask(SIG_UNBLOCK, &interrupting, nullptr);
 }
 
-void prepareProcess() {
+RootChange prepareProcess() {
     openStandardDescriptors();
     settleSignals();
-    IgMainBecomeRoot();
+    const RootChange change = IgMainBecomeRoot();
     // The archiver's programs take options from these; a run's result must not depend on them.
     ::unsetenv("TAR_OPTIONS");
     ::unsetenv("GZIP");
@@ -68,6 +68,7 @@ void prepareProcess() {
     std::setlocale(LC_ALL, "");
     IgCmnMemoryInit();
     IgCmnMsgHistRotate();
+    return change;
 }
 
 void recordStart() {
@@ -137,8 +138,8 @@ bool keepCommandName(int argc, char** argv) {
     return run_state.cmd_name != nullptr;
 }
 
-bool isAllowed() {
-    return IgMainIsSuperUser(0) == 0 && IgMainRootFailure() == 0;
+bool isAllowed(const RootChange& change) {
+    return IgMainIsSuperUser(0) == 0 && IgMainRootFailure(change) == 0;
 }
 
 bool openRunLog() {
@@ -163,9 +164,10 @@ void clean() {
     IgMainIgnoreSignals();
     IgCmnProgressCleanup();
     IgCmnMsgInfo<ZEPA202_I>("cleaning");
-    IgCmnMsgSetMode(1);  // what cannot be removed is a warning
-    IgMainCleanup();
-    IgCmnMsgSetMode(0);
+    {
+        const MessageMode warn(MSGMODE_COLLECTING);  // what cannot be removed is a warning
+        IgMainCleanup();
+    }
     IgCmnMsgInfo<ZEPA203_I>("cleaning");
     IgCmnProgressStep();
     IgCmnProgressEnd();
@@ -182,14 +184,14 @@ void collectAndClean() {
 
 // The steps of a run, in their order. One that fails has said why and ends the run.
 void run(int argc, char** argv) {
-    prepareProcess();
+    const RootChange change = prepareProcess();
     recordStart();
     if (!joinArguments(argc, argv)) {
         return;
     }
     recordArguments();
     installSignalHandler();
-    if (!keepCommandName(argc, argv) || IgIniCkHelp(argc, argv) != 0 || !isAllowed() ||
+    if (!keepCommandName(argc, argv) || IgIniCkHelp(argc, argv) != 0 || !isAllowed(change) ||
         IgMainLock() != 0 || !openRunLog() || !initialize(argc, argv)) {
         return;
     }

@@ -1,5 +1,6 @@
 #include "process/IGCommandLine.h"
 
+#include "common/base/IGCmnList.h"
 #include "common/base/IGCmnStr.h"
 
 namespace {

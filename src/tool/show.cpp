@@ -90,7 +90,7 @@ void printMatches(Show& show, const char* wildcard, bool values) {
 void printAll(const Arguments& arguments, int fd) {
     static Show show{.out = {.fd = fd}, .mib = arguments.mib, .stopped = &stopped};
     IgCmnMemoryInit();
-    IgCmnMsgSetMode(1);  // the run log is another program's
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);  // the run log is another program's
     for (char** path = arguments.paths; *path != nullptr && !showIsOver(show); ++path) {
         printMatches(show, *path, arguments.values);
     }

@@ -110,7 +110,7 @@ extern int fcntl64(int descriptor, int command, ...);
 // clang-format off
 #define EVERY_CALL(X)                                                                             \
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
-    X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
+    X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
     X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens)         \
     X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill) X(localtime_r) X(lstat64) X(mbstowcs)      \
     X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                                 \
@@ -191,6 +191,7 @@ void* realloc(void* block, size_t size) {
     FAILS_WITH(-1, #name, path, int, name, parameters, arguments)
 
 FAILS_ON_PATH(chdir, (const char* path), (path))
+FAILS_WITH(-1, "fchdir", NULL, int, fchdir, (int fd), (fd))
 FAILS_ON_PATH(mkdir, (const char* path, mode_t mode), (path, mode))
 FAILS_ON_PATH(remove, (const char* path), (path))
 FAILS_ON_PATH(rename, (const char* path, const char* to), (path, to))

@@ -16,7 +16,7 @@ pytestmark = pytest.mark.plain_binary
 #: The kind that fails when a function of this name does.
 KIND_OF = {
     **{name: name for name in (
-        "chdir", "close", "close_range", "dup2", "execv", "fchmod", "fchown", "fclose", "fdopen",
+        "chdir", "close", "close_range", "dup2", "execv", "fchdir", "fchmod", "fchown", "fclose", "fdopen",
         "fflush", "fgetwc", "fnmatch", "fork", "futimens", "fwrite", "getc", "getcwd",
         "gethostname", "kill", "mbstowcs", "mkdir", "open", "opendir", "prctl", "read",
         "readlinkat", "remove", "rename", "select", "setlocale", "setpgid", "sigaction", "signal",

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "process/IGCmnProcess.h"
+#include "process/IGCurrentChild.h"
 #include "run_fixture.h"
 
 /// What a child wrote with "report", by key.

@@ -7,12 +7,15 @@
 
 #include "child_fixture.h"
 #include "collect/IGOutput.h"
+#include "collect/IGSizeLimit.h"
+#include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"
 
 class CollectTest : public ChildTest {
   protected:
     void SetUp() override {
         ChildTest::SetUp();
+        collected_size = CollectedSize{};
         root_ = IgIniGetCmnRoot(pool());
         ASSERT_NE(root_, nullptr);
         base_ = own_.path("base");

@@ -58,6 +58,7 @@ KINDS = (
     Kind("chdir", errno.EACCES, told=("chdir",)),
     Kind("close", errno.EIO),
     Kind("dup2", errno.EBUSY, told=("dup2",)),
+    Kind("fchdir", errno.EACCES, told=("fchdir",)),
     Kind("fchmod", errno.EPERM, told=("chmod",), words=(NOT_COPIED,)),
     Kind("fchown", errno.EPERM, told=("chown",), words=(NOT_COPIED,)),
     Kind("fclose", errno.EIO),

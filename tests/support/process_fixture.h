@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "child_fixture.h"
+#include "process/IGCurrentChild.h"
 
 using Words = std::vector<std::string>;
 

@@ -20,12 +20,12 @@
 #include <vector>
 
 #include "common/base/IGCmnList.h"
-#include "common/base/IGRunHooks.h"
-#include "common/report/IGCmnLog.h"
 #include "common/base/IGCmnMemory.h"
+#include "common/base/IGRunHooks.h"
+#include "common/base/IGRunState.h"
+#include "common/report/IGCmnLog.h"
 #include "common/report/IGCmnMessage.h"
 #include "common/report/IGCmnMessageState.h"
-#include "common/base/IGRunState.h"
 
 inline constexpr const char* LOG_DIR = "/var/opt/norvale/quendil/log";
 inline constexpr const char* DATA_DIR = "/var/opt/norvale/quendil/data";
@@ -186,11 +186,7 @@ class Capture {
 
 /// Puts the variables of the run into their start state.
 inline void resetRunState() {
-    IgCmnMemoryFree(&run_state.memoryp, nullptr, 0);
     run_state.cmd_name = nullptr;
-    run_state.argument = nullptr;
-    run_state.argument_size = 0;
-    run_state.root = nullptr;
     run_state.ret_code = RETCODE_FAILED;
     run_state.interrupted = 0;
     run_state.interruption_handled = 0;
@@ -198,12 +194,9 @@ inline void resetRunState() {
     run_state.patience = PATIENCE;
     run_state.hangup_ignored = 0;
     run_state.interruption_reported = 0;
-    run_state.cleanup_wanted = 0;
-    run_state.size_exceeded = 0;
-    run_state.total_size = 0;
-    run_state.tools_ran = 0;
     run_state.super_user = 104;
     run_hooks = RunHooks{};
+    run_hooks.report_interruption = [] { IgCmnMsg<ZEPA136_E>(run_state.signal_no.load()); };
 }
 
 /// A run in its start state, its run log open. What the run log gains is taken with takeLog().

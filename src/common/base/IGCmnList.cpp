@@ -4,6 +4,7 @@
 
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
+#include "common/report/IGCmnMessage.h"
 
 int IgCmnListAdd(memory_pool* memoryp, IgCmnListHeader* list, void* value) {
     IG_ASSERT_NOT_NULL(memoryp);
@@ -53,6 +54,15 @@ int IgCmnListIntersects(const IgCmnListHeader* first, const IgCmnListHeader* sec
         }
     }
     return 0;
+}
+
+void IgCmnListPrint(int message, const IgCmnListHeader* list) {
+    if (list == nullptr) {
+        IgCmnMsgOut(message, "");
+    }
+    for (const char& element : walkStrings(list)) {
+        IgCmnMsgOut(message, ShownText(&element).get());
+    }
 }
 
 int IgCmnListAppend(memory_pool* memoryp, IgCmnListHeader** listp, void* value) {

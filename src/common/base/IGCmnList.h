@@ -38,6 +38,9 @@ int IgCmnListContains(const char* text, const IgCmnListHeader* list);
 /// 1 when the two lists of strings share one; 0 also when either is null.
 int IgCmnListIntersects(const IgCmnListHeader* first, const IgCmnListHeader* second);
 
+/// Issues the message once per string of the list, in order; for a null list once, with "".
+void IgCmnListPrint(int message, const IgCmnListHeader* list);
+
 /// Appends to the list at `listp`, making its header first when there is none. The new count, or
 /// -1.
 int IgCmnListAppend(memory_pool* memoryp, IgCmnListHeader** listp, void* value);

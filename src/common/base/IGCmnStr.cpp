@@ -238,6 +238,20 @@ int IgCmnStrHostToFileName(memory_pool* memoryp, const char* text, char** result
     });
 }
 
+const char* lastComponent(const char* path) {
+    const char* slash = lastSlash(path);
+    return slash == nullptr ? path : slash + 1;
+}
+
+bool cutToParent(char* path) {
+    char* slash = lastSlash(path);
+    if (slash == nullptr || slash == path) {
+        return false;
+    }
+    *slash = '\0';
+    return true;
+}
+
 int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(path);
@@ -247,7 +261,7 @@ int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result) {
     if (wide == nullptr) {
         return -1;
     }
-    wchar_t* slash = std::wcsrchr(wide, L'/');
+    wchar_t* slash = lastSlash(wide);
     if (slash == nullptr || slash == wide) {
         *result = nullptr;
         return 0;

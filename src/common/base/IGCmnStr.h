@@ -54,6 +54,20 @@ int IgCmnStrToFileName(memory_pool* memoryp, const char* text, char** result);
 /// As above, and every character outside the allowed ones becomes "__": safe for a host name.
 int IgCmnStrHostToFileName(memory_pool* memoryp, const char* text, char** result);
 
+/// The last "/" of a text, of bytes or of wide characters; null when there is none.
+template <typename Char>
+Char* lastSlash(Char* text) {
+    Char* last = nullptr;
+    for (; *text != Char{}; ++text) {
+        last = *text == '/' ? text : last;
+    }
+    return last;
+}
+/// What follows the last "/" of a path; the whole of it where there is none.
+const char* lastComponent(const char* path);
+/// Cuts a path before its last "/". False when its parent is the root, or it has none.
+bool cutToParent(char* path);
+
 /// The text before the last "/", or null in `result` when there is no slash or it comes first. 0,
 /// or -1 when the path cannot be converted.
 int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);

@@ -10,7 +10,7 @@
 #include "common/report/IGCmnMessage.h"
 
 bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp) {
-    const char* slash = std::strrchr(search_name, '/');
+    const char* slash = lastSlash(search_name);
     if (slash == nullptr) {
         search = {".", search_name};
         return true;

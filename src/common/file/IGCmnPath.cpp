@@ -79,7 +79,7 @@ int IgCmnFileSplitPath(const char* path_name, char** directory, char** file, mem
     if (wide == nullptr) {
         return -1;
     }
-    wchar_t* slash = std::wcsrchr(wide, L'/');
+    wchar_t* slash = lastSlash(wide);
     if (file != nullptr) {
         *file = nullptr;
         if (slash != nullptr && toPool(slash + 1, file, memoryp) != 0) {

@@ -320,8 +320,7 @@ class TreeLister {
             return true;
         }
         auto* directory = newFromPool<SourceDirectory>(memoryp_);
-        const char* place =
-            IgCmnStrCatDir(memoryp_, level.directory->path, std::strrchr(path, '/') + 1);
+        const char* place = IgCmnStrCatDir(memoryp_, level.directory->path, lastComponent(path));
         if (added == InodeSet::Added::NO_MEMORY || directory == nullptr || place == nullptr) {
             return false;
         }
@@ -462,8 +461,8 @@ bool sourceOfEntry(const FileEntry& entry, Source& source, const char* ours) {
     }
     std::array<char, std::size_t{PATH_MAX} + NAME_MAX + 2> path{};
     const char* parent = entry.directory->path;
-    std::snprintf(path.data(), path.size(), "%s%s", std::strcmp(parent, "/") == 0 ? "" : parent,
-                  std::strrchr(entry.path, '/'));
+    std::snprintf(path.data(), path.size(), "%s/%s", std::strcmp(parent, "/") == 0 ? "" : parent,
+                  lastComponent(entry.path));
     if (!entry.is_link) {
         return sourceOpenEntry(*entry.directory, path.data(), source);
     }

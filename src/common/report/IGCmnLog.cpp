@@ -23,6 +23,7 @@
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
 #include "common/report/IGCmnMessageState.h"
+#include "common/report/IGSysErr.h"
 
 // History texts come from the catalogue.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -119,10 +120,8 @@ class HistoryLock {
 // A warning of the rotation, which runs before there is a run log: it goes to the standard error.
 void warn(const char* call, int error, const char* path,
           SourcePlace place = SourcePlace::current()) {
-    IgCmnMsg<ZEPA140_W>(call, error, IgCmnStrError(error, 0));
-    IgCmnMsg<ZEPA152_W>("path", path);
-    const auto unit = place.unit();
-    IgCmnMsg<ZEPA141_W>(unit.data(), place.line);
+    writeSysErr({.call = call, .error = error, .subject = path}, place, SYSERR_WARNING,
+                [](MsgNo number, auto... args) { IgCmnMsgOut(number, args...); });
 }
 
 void rotateHistory(const Path& current, const Path& old) {
@@ -403,10 +402,9 @@ void IgCmnMsgHistSysErr(const char* call, const char* path, SourcePlace place) {
         warn(call, error, path, place);
         return;
     }
-    const auto unit = place.unit();
-    writeFailureLine(IgCmnMsgGetText(ZEPA140_W), call, error, IgCmnStrError(error, 0));
-    writeFailureLine(IgCmnMsgGetText(ZEPA152_W), "path", path);
-    writeFailureLine(IgCmnMsgGetText(ZEPA141_W), unit.data(), place.line);
+    writeSysErr(
+        {.call = call, .error = error, .subject = path}, place, SYSERR_WARNING,
+        [](MsgNo number, auto... args) { writeFailureLine(IgCmnMsgGetText(number), args...); });
     if (std::fflush(msg_state.log) != 0) {
         msgLogFailed("fflush", errno);
     }

@@ -16,6 +16,7 @@
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessageState.h"
 #include "common/report/IGCmnProgress.h"
+#include "common/report/IGSysErr.h"
 #include "common/report/IGTerminal.h"
 
 // The texts come from the catalogue; IgCmnMsg<> has compared them with their arguments.
@@ -44,7 +45,7 @@ struct Output {
 Output chooseText(int number) {
     const MsgEntry& entry = msgEntry(number);
     const Output as_listed{entry.text, entry.kind};
-    if (msg_state.mode == 0) {
+    if (msg_state.mode == MSGMODE_NORMAL) {
         return as_listed;
     }
     switch (number) {
@@ -53,7 +54,8 @@ Output chooseText(int number) {
         case ZEPA114_E:
             return {IgCmnMsgGetText(ZEPA141_W), entry.kind};
         case ZEPA122_E:
-            return msg_state.mode == 1 ? Output{MEMORY_WARNING, entry.kind} : as_listed;
+            return msg_state.mode == MSGMODE_COLLECTING ? Output{MEMORY_WARNING, entry.kind}
+                                                        : as_listed;
         case ZEPA151_E:
             return {IgCmnMsgGetText(ZEPA152_W), MSGKIND_LOG};
         default:
@@ -171,8 +173,25 @@ void IgCmnMsgOut(int number, ...) {
     errno = kept_errno;
 }
 
-void IgCmnMsgSetMode(int mode) {
+void IgCmnMsgOutWhole(MsgNo number, const char* text, ...) {
+    const int kept_errno = errno;
+    std::va_list args;
+    va_start(args, text);
+    writeMessage(number, {text, msgEntry(number).kind}, args);
+    va_end(args);
+    errno = kept_errno;
+}
+
+void IgCmnMsgSetMode(MsgMode mode) {
     msg_state.mode = mode;
+}
+
+MessageMode::MessageMode(MsgMode mode) : former_(msg_state.mode) {
+    IgCmnMsgSetMode(mode);
+}
+
+MessageMode::~MessageMode() {
+    IgCmnMsgSetMode(former_);
 }
 
 const char* IgCmnMsgGetText(int number) {
@@ -218,17 +237,16 @@ const char* IgCmnStrError(int error, int suppress) {
     return text;
 }
 
+const char* shownSubject(const char* subject) {
+    // No allocation: memory may be what failed.
+    static std::array<char, std::size_t{4} * PATH_MAX> shown;
+    IgCmnMsgPrintable(subject, shown.data(), shown.size());
+    return shown.data();
+}
+
 void IgCmnSysErr(const SysErr& failed, SourcePlace place) {
-    const char* text = failed.text != nullptr ? failed.text : IgCmnStrError(failed.error, 0);
-    IgCmnMsg<ZEPA113_E>(failed.call, failed.error, text);
-    if (failed.subject != nullptr) {
-        // No allocation: memory may be what failed.
-        static std::array<char, std::size_t{4} * PATH_MAX> shown;
-        IgCmnMsgPrintable(failed.subject, shown.data(), shown.size());
-        IgCmnMsg<ZEPA151_E>(failed.what, static_cast<const char*>(shown.data()));
-    }
-    const auto unit = place.unit();
-    IgCmnMsg<ZEPA114_E>(unit.data(), place.line);
+    writeSysErr(failed, place, SYSERR_ERROR,
+                [](MsgNo number, auto... args) { IgCmnMsgOut(number, args...); });
 }
 
 void IgCmnSysErrPath(const char* call, int error, const char* path, SourcePlace place) {
@@ -267,11 +285,14 @@ ShownText::~ShownText() {
 [[noreturn]] void msgLogFailed(const char* call, int error) {
     msg_state.stderr_used = 1;
     show(stderr, [call, error](std::FILE* terminal) {
-        std::fprintf(terminal, IgCmnMsgGetText(ZEPA113_E), call, error, IgCmnStrError(error, 0));
-        std::fprintf(terminal, IgCmnMsgGetText(ZEPA151_E), "path", msg_state.log_path.data());
+        writeSysErr({.call = call, .error = error, .subject = msg_state.log_path.data()}, {},
+                    SYSERR_ERROR, [terminal](MsgNo number, auto... args) {
+                        std::fprintf(terminal, IgCmnMsgGetText(number), args...);
+                    });
     });
     std::fclose(std::exchange(msg_state.log, nullptr));
-    IgCmnMsgSetMode(0);  // with no run log left, what fails from here on must reach the terminal
+    IgCmnMsgSetMode(
+        MSGMODE_NORMAL);  // with no run log left, what fails from here on must reach the terminal
     const auto end = run_hooks.end_after_log_failure;
     std::exit(end != nullptr ? end() : IgMainGetRetCode());
 }

@@ -4,6 +4,7 @@
 #ifndef QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
 #define QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -22,10 +23,20 @@ inline constexpr const char* QUENDIL_VERSION = "01-02";
 /// number is known: it checks the arguments and shows texts without control characters.
 void IgCmnMsgOut(int number, ...);
 
-/// 0 normal; 1 while data is collected and during cleanup; 2 while pattern files are read.
-/// In 1 and 2 a failed system call is a warning in the run log only; in 1 exhausted memory is a
-/// warning too.
-void IgCmnMsgSetMode(int mode);
+/// Sets how failures are reported from now on.
+void IgCmnMsgSetMode(MsgMode mode);
+
+/// A mode for a scope. The former one is restored.
+class MessageMode {
+  public:
+    explicit MessageMode(MsgMode mode);
+    ~MessageMode();
+    MessageMode(const MessageMode&) = delete;
+    MessageMode& operator=(const MessageMode&) = delete;
+
+  private:
+    MsgMode former_;
+};
 
 /// The catalogue's text of a number; null when there is none.
 const char* IgCmnMsgGetText(int number);
@@ -139,11 +150,42 @@ void IgCmnMsg(Args... args) {
     IgCmnMsgOut(N, msg_check::passed(args).get()...);
 }
 
-/// A message of two parts: the identifier N, then the text that follows it in number order.
+/// IgCmnMsgOut for a message of two parts: `text` is both, with the printf placeholders of the
+/// second.
+void IgCmnMsgOutWhole(MsgNo number, const char* text, ...);
+
+namespace msg_check {
+
+constexpr std::size_t lengthOf(const char* text) {
+    return std::string_view(text).size();
+}
+
+// The identifier N and the text that follows it in number order, as one.
+template <MsgNo N>
+constexpr auto wholeText() {
+    constexpr const char* IDENTIFIER = msgEntry(N).text;
+    constexpr const char* TEXT = msgEntry(N + 1).text;
+    static_assert(msgEntry(N).kind == msgEntry(N + 1).kind, "the parts go to different places");
+    std::array<char, lengthOf(IDENTIFIER) + lengthOf(TEXT) + 1> whole{};
+    std::size_t end = 0;
+    for (const char* part : {IDENTIFIER, TEXT}) {
+        for (; *part != '\0'; ++part) {
+            whole[end++] = *part;
+        }
+    }
+    return whole;
+}
+
+}  // namespace msg_check
+
+/// A message of two parts: the identifier N, then the text that follows it in number order. It is
+/// written whole, so that no failure can leave half of it on the terminal.
 template <MsgNo N, typename... Args>
 void IgCmnMsgInfo(Args... args) {
-    IgCmnMsg<N>();
-    IgCmnMsg<static_cast<MsgNo>(N + 1)>(args...);
+    static constexpr auto WHOLE = msg_check::wholeText<N>();
+    static_assert(msg_check::fits<Args...>(msgEntry(N + 1).text),
+                  "arguments do not match the text");
+    IgCmnMsgOutWhole(N, WHOLE.data(), msg_check::passed(args).get()...);
 }
 
 #endif

@@ -6,12 +6,14 @@
 #include <climits>
 #include <cstdio>
 
+#include "common/report/IGCmnMessageTable.h"
+
 struct MsgState {
     std::FILE* log;                           // null while no run log is open
     std::array<char, PATH_MAX + 1> log_path;  // the open run log's path, kept for error reports
     int log_opened;                           // 1 once the run log has been opened, never cleared
     int stderr_used;                          // 1 once a message went to the standard error
-    int mode;                                 // 0, 1 or 2
+    MsgMode mode;
 };
 extern MsgState msg_state;
 

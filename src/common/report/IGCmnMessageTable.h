@@ -4,6 +4,7 @@
 #define QUENDIL_COMMON_REPORT_IGCMNMESSAGETABLE_H
 
 #include <cstdint>
+#include <iterator>
 
 /// Where a message goes.
 enum MsgKind : std::int32_t {
@@ -24,6 +25,14 @@ enum MsgNo : std::int32_t {
     MSG_TERMINATOR = 93,
 };
 
+/// How a failure is reported.
+enum MsgMode : std::int32_t {
+    MSGMODE_NORMAL = 0,      ///< as the catalogue says
+    MSGMODE_COLLECTING = 1,  ///< while data is collected and during cleanup: a failed system call
+                             ///< and exhausted memory are warnings in the run log only
+    MSGMODE_READING = 2,  ///< while pattern files are read: a failed system call is such a warning
+};
+
 struct MsgEntry {
     std::int32_t number;
     const char* text;  // printf format
@@ -39,6 +48,34 @@ inline constexpr MsgEntry msg_tbl[] = {
 #undef IG_MSG
     {MSG_TERMINATOR, nullptr, 0, 0, MSGKIND_LOG},
 };
+
+// A message is found by its number: two with one number, or one with the terminator's, would be
+// lost.
+namespace msg_check {
+
+constexpr bool numbersAreUnique() {
+    for (const MsgEntry* entry = msg_tbl; entry->text != nullptr; ++entry) {
+        for (const MsgEntry* other = entry + 1; other->text != nullptr; ++other) {
+            if (other->number == entry->number) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+constexpr bool onlyTheLastIsTheTerminator() {
+    const MsgEntry* entry = msg_tbl;
+    while (entry->number != MSG_TERMINATOR) {
+        ++entry;
+    }
+    return entry->text == nullptr && entry + 1 == std::end(msg_tbl);
+}
+
+static_assert(numbersAreUnique(), "two messages have the same number");
+static_assert(onlyTheLastIsTheTerminator(), "a message has the number of the terminator");
+
+}  // namespace msg_check
 
 /// The entry with the given number, or the terminator. Found by number: the table is not sorted.
 constexpr const MsgEntry& msgEntry(std::int32_t number) {

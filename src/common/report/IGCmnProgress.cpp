@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <initializer_list>
 
 #include "common/base/IGRunState.h"
 #include "common/report/IGTerminal.h"
@@ -11,21 +10,32 @@
 namespace {
 
 constexpr std::int32_t BAR_WIDTH = 68;
-constexpr std::int32_t COLLECT_STARS = 52;
 constexpr std::int32_t DISABLED = -1;  // of the star counter
-constexpr const char* INIT_LABEL = "initialize:";
-constexpr const char* COLLECT_LABEL = "collect   :";
-constexpr const char* ARCHIVE_LABEL = "archive   :";
-constexpr const char* CLEANUP_LABEL = "cleanup   :";
+
+constexpr std::size_t MOST_STEPS = 4;
+
+// A phase, and the columns of the bar that each of its steps fills. Collecting has as many steps as
+// there are items, which share its columns.
+struct Phase {
+    const char* label;
+    std::array<std::int32_t, MOST_STEPS> columns;
+    [[nodiscard]] constexpr std::int32_t width() const {
+        return columns[0] + columns[1] + columns[2] + columns[3];
+    }
+};
+constexpr Phase INITIALIZE{"initialize:", {1, 1, 1, 1}};
+constexpr Phase COLLECT{"collect   :", {52}};
+constexpr Phase ARCHIVE{"archive   :", {3, 2, 3, 2}};
+constexpr Phase CLEANUP{"cleanup   :", {2}};
+static_assert(INITIALIZE.width() + COLLECT.width() + ARCHIVE.width() + CLEANUP.width() == BAR_WIDTH,
+              "the phases do not fill the bar");
 
 struct Progress {
-    const char* label = nullptr;  // null until a phase starts
+    const Phase* phase = nullptr;  // null until a phase starts
     std::int32_t stars = DISABLED;
     bool on_screen = false;
     std::int32_t step = 0;
-    std::array<std::uint16_t, BAR_WIDTH> increments{};
     // the collect phase spreads its stars over its items
-    std::int32_t collect_increment = 0;
     std::int64_t collect_accumulator = 0;
     std::int32_t collect_total = 0;
 };
@@ -43,7 +53,7 @@ void put(char c, std::int32_t count) {
 }
 
 void putLabel() {
-    for (const char* c = progress.label; *c != '\0'; ++c) {
+    for (const char* c = progress.phase->label; *c != '\0'; ++c) {
         put(*c);
     }
 }
@@ -55,7 +65,7 @@ void endBar() {
 }
 
 void draw() {
-    if (progress.label == nullptr || progress.stars == DISABLED) {
+    if (progress.phase == nullptr || progress.stars == DISABLED) {
         return;
     }
     putLabel();
@@ -64,11 +74,13 @@ void draw() {
 }
 
 bool collecting() {
-    return progress.label == COLLECT_LABEL;
+    return progress.phase == &COLLECT;
 }
 
-void takeIncrement() {
-    progress.stars += progress.increments[static_cast<std::size_t>(progress.step)];
+// A step behind the last one of its phase fills no column.
+void takeStep() {
+    const auto step = static_cast<std::size_t>(progress.step);
+    progress.stars += step < MOST_STEPS ? progress.phase->columns[step] : 0;
     draw();
     ++progress.step;
 }
@@ -79,20 +91,15 @@ void finishPhase() {
         draw();
     } else {
         while (progress.step >= 1 && progress.step < BAR_WIDTH) {
-            takeIncrement();
+            takeStep();
         }
     }
     progress.step = 0;
 }
 
-void startPhase(const char* label, std::initializer_list<std::uint16_t> increments) {
-    progress.increments.fill(0);
+void startPhase(const Phase& phase) {
     progress.step = 0;
-    std::size_t i = 0;
-    for (const std::uint16_t increment : increments) {
-        progress.increments[i++] = increment;
-    }
-    progress.label = label;
+    progress.phase = &phase;
     draw();
 }
 
@@ -100,7 +107,7 @@ void stepCollect() {
     if (progress.collect_total <= 0 || progress.step > progress.collect_total) {
         return;
     }
-    progress.collect_accumulator += progress.collect_increment;
+    progress.collect_accumulator += COLLECT.width();
     if (progress.collect_accumulator >= progress.collect_total) {
         putLabel();
         put('*', progress.stars);
@@ -121,39 +128,38 @@ void IgCmnProgressEnable() {
 }
 
 void IgCmnProgressInit() {
-    startPhase(INIT_LABEL, {1, 1, 1, 1});
+    startPhase(INITIALIZE);
 }
 
 void IgCmnProgressCollect(std::int32_t items) {
     finishPhase();
     if (items > 0) {
         progress.collect_total = items;
-        progress.collect_increment = COLLECT_STARS;
         progress.collect_accumulator = 0;
         progress.step = 0;
     }
-    progress.label = COLLECT_LABEL;
+    progress.phase = &COLLECT;
     draw();
 }
 
 void IgCmnProgressArchive() {
     finishPhase();
-    startPhase(ARCHIVE_LABEL, {3, 2, 3, 2});
+    startPhase(ARCHIVE);
 }
 
 void IgCmnProgressCleanup() {
     finishPhase();
-    startPhase(CLEANUP_LABEL, {2});
+    startPhase(CLEANUP);
 }
 
 void IgCmnProgressStep() {
-    if (progress.label == nullptr || IgMainIsInterrupted() != 0) {
+    if (progress.phase == nullptr || IgMainIsInterrupted() != 0) {
         return;
     }
     if (collecting()) {
         stepCollect();
     } else if (progress.step < BAR_WIDTH) {
-        takeIncrement();
+        takeStep();
     }
 }
 

@@ -1,6 +1,7 @@
 #include "collect/IGArcMake.h"
 
 #include "../../support/collect_fixture.h"
+#include "collect/IGResult.h"
 #include "common/base/IGRunState.h"
 
 namespace {
@@ -114,8 +115,8 @@ TEST_F(IGArcMake, ReportsALogThatCannotBeCopied) {
 TEST_F(IGArcMake, StopsBeforeTheFirstStepOfAnInterruptedRun) {
     run_state.interrupted = 1;
     Capture errors(stderr);
-    EXPECT_EQ(IgArcMakeOutput(pool(), root_), ARC_INTERRUPTED);
-    EXPECT_EQ(IgArcMake(pool(), root_), ARC_INTERRUPTED);
+    EXPECT_EQ(IgArcMakeOutput(pool(), root_), RESULT_INTERRUPTED);
+    EXPECT_EQ(IgArcMake(pool(), root_), RESULT_INTERRUPTED);
     EXPECT_TRUE(fs::exists(output_ + "/file"));
     EXPECT_FALSE(fs::exists(output_ + "/quendil.log"));
     EXPECT_FALSE(fs::exists(output_ + ".tar"));

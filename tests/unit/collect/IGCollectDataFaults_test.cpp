@@ -61,7 +61,7 @@ class IGCollectDataFaults : public CollectTest {
   protected:
     void SetUp() override {
         CollectTest::SetUp();
-        IgCmnMsgSetMode(1);
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);
         source_ = path("source");
         std::filesystem::create_directories(source_ + "/below/empty");
         writeText(source_ + "/below/file", "x");

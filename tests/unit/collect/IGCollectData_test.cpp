@@ -12,6 +12,8 @@
 
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
+#include "collect/IGResult.h"
+#include "collect/IGSizeLimit.h"
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
 
@@ -71,7 +73,7 @@ class IGCollectData : public CollectTest {
         CollectTest::SetUp();
         source_ = path("source");
         fs::create_directory(source_);
-        IgCmnMsgSetMode(1);  // as the driver collects
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as the driver collects
     }
 
     std::string source(const std::string& name) const { return source_ + "/" + name; }
@@ -115,7 +117,7 @@ TEST_F(IGCollectData, GivesUpOrGoesOnWhereverMemoryRunsOut) {
             fs::create_directories(output_ + "/own/below");
             writeText(output_ + "/own/below/large", std::string(1000, 'x'));
             fs::create_directory_symlink("below", output_ + "/own/link");
-            run_state.total_size = 0;
+            collected_size.total = 0;
             Capture errors(stderr);
             const FailingCall failing(Call::POOL, nth, ENOMEM);
             const int result = collect(wanted);
@@ -402,9 +404,9 @@ TEST_F(IGCollectData, RejectsWhatGoesBeyondTheLimit) {
     make("d1", 1);
     make("e0", 0);
     EXPECT_EQ(collectAndLog(source("a600")), copied(source("a600"), 600) + total(600));
-    EXPECT_EQ(run_state.size_exceeded, 0);
+    EXPECT_EQ(collected_size.exceeded, 0);
     EXPECT_EQ(collectAndLog(source("b425")), overLimit(source("b425"), 425) + total(600));
-    EXPECT_EQ(run_state.size_exceeded, 1);
+    EXPECT_EQ(collected_size.exceeded, 1);
     EXPECT_FALSE(fs::exists(copy("b425")));
     EXPECT_EQ(collectAndLog(source("c424")), copied(source("c424"), 424) + total(1024));
     EXPECT_EQ(collectAndLog(source("d1")), overLimit(source("d1"), 1) + total(1024));
@@ -427,7 +429,7 @@ TEST_F(IGCollectData, CountsWithoutALimitOfZeroOrLess) {
     root_->max_output_size = 2147483647;
     fs::remove(copy("file"));
     EXPECT_EQ(collectAndLog(source("file")), copied(source("file"), 2000) + total(sum + 2000));
-    EXPECT_EQ(run_state.size_exceeded, 0);
+    EXPECT_EQ(collected_size.exceeded, 0);
 }
 
 // --- data that a tool wrote into the data directory ---
@@ -450,7 +452,7 @@ TEST_F(IGCollectData, RemovesWhatAToolWroteBeyondTheLimit) {
     writeText(data_dir_ + "/fits", std::string(512, 'x'));
     EXPECT_EQ(collectAndLog("%d%/big"), overLimit(data_dir_ + "/big", 513) + total(0));
     EXPECT_FALSE(fs::exists(data_dir_ + "/big"));
-    EXPECT_EQ(run_state.size_exceeded, 1);
+    EXPECT_EQ(collected_size.exceeded, 1);
     EXPECT_EQ(collectAndLog("%d%/fits"), copied(data_dir_ + "/fits", 512) + total(512));
     EXPECT_EQ(index(), record({""}) + record({"fits"}));
 }
@@ -478,7 +480,7 @@ TEST_F(IGCollectData, StopsTheCollectionWhenThatCannotBeRemoved) {
     ASSERT_EQ(::mount("none", fixed.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
     const int result = collect("%d%/fixed/big");
     ASSERT_EQ(::umount(fixed.c_str()), 0);
-    EXPECT_EQ(result, COLLECT_SIZE_LIMIT);
+    EXPECT_EQ(result, RESULT_SIZE_LIMIT);
     EXPECT_EQ(takeLog(),
               overLimit(fixed + "/big", 513) + trio("remove", 30, "Read-only file system",
                                                     fixed + "/big", "IGCollectData", true));

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "../../support/collect_fixture.h"
+#include "collect/IGResult.h"
 #include "common/base/IGGuards.h"
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
@@ -26,7 +27,7 @@ class IGExeTool : public CollectTest {
   protected:
     void SetUp() override {
         CollectTest::SetUp();
-        IgCmnMsgSetMode(1);  // as the driver collects
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as the driver collects
         tool_ = &IgIniGetPickPtnCmdData(pool(), ITEM_TOOL)->tool;
     }
 
@@ -167,7 +168,7 @@ TEST_F(IGExeTool, StartsNothingInAnInterruptedRun) {
     run_state.interrupted = 1;
     run_state.signal_no = 15;
     Capture errors(stderr);
-    EXPECT_EQ(run(behave("exit 0")), TOOL_INTERRUPTED);
+    EXPECT_EQ(run(behave("exit 0")), RESULT_INTERRUPTED);
     EXPECT_EQ(takeLog(), "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
     EXPECT_EQ(tool_->start_stamp[0], '\0');
 }

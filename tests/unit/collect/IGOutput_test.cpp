@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "../../support/collect_fixture.h"
-#include "common/base/IGRunState.h"
+#include "collect/IGSizeLimit.h"
 
 namespace {
 
@@ -108,15 +108,15 @@ class SettleOutput : public CollectTest {
 };
 
 TEST_F(SettleOutput, ReportsALinkWhoseFileHasGone) {
-    for (const int tools_ran : {0, 1}) {
-        run_state.tools_ran = tools_ran;
+    for (const bool tools_ran : {false, true}) {
+        root_->tools_ran = tools_ran;
         EXPECT_TRUE(staysAsLink("/opt/none"));
         EXPECT_EQ(takeLog(), gone("/opt/none"));
     }
 }
 
 TEST_F(SettleOutput, KeepsNoLinkToNowhereThatAUserCanFill) {
-    run_state.tools_ran = 1;
+    root_->tools_ran = true;
     EXPECT_FALSE(staysAsLink(path("none")));
     EXPECT_EQ(takeLog(), gone(path("none")));
     EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
@@ -124,17 +124,17 @@ TEST_F(SettleOutput, KeepsNoLinkToNowhereThatAUserCanFill) {
 
 TEST_F(SettleOutput, PutsTheContentInThePlaceOfALinkToAUsersFile) {
     writeText(path("file"), "content");
-    run_state.tools_ran = 1;
+    root_->tools_ran = true;
     EXPECT_FALSE(staysAsLink(path("file")));
     EXPECT_EQ(readText(output_ + "/link"), "content");
-    EXPECT_EQ(run_state.total_size, 7);
+    EXPECT_EQ(collected_size.total, 7);
     EXPECT_EQ(takeLog(), "");
 }
 
 TEST_F(SettleOutput, TakesOutWhatIsNoData) {
     Capture errors(stderr);
-    for (const int tools_ran : {0, 1}) {
-        run_state.tools_ran = tools_ran;
+    for (const bool tools_ran : {false, true}) {
+        root_->tools_ran = tools_ran;
         EXPECT_FALSE(staysAsLink("/opt"));
         EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
         EXPECT_THAT(takeLog(), ::testing::StartsWith("ZEPA130-W"));

@@ -11,6 +11,7 @@
 #include "../../support/standing_in.h"
 #include "common/base/IGCmnStr.h"
 #include "ini/IGIniTable.h"
+#include "ini/IGResultName.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include "../../support/run_fixture.h"
 #include "common/base/IGCmnList.h"
 #include "common/base/IGRunState.h"
+#include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "../../support/run_fixture.h"
+#include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"
 
 namespace {

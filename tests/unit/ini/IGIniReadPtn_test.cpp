@@ -182,7 +182,7 @@ TEST_F(IGIniReadPtn, SkipsAFileThatCannotBeOpened) {
 
 TEST_F(IGIniReadPtn, WarnsInTheRunLogOnlyWhilePatternFilesAreRead) {
     file_ = directory_.path("none");
-    IgCmnMsgSetMode(2);
+    IgCmnMsgSetMode(MSGMODE_READING);
     EXPECT_EQ(readFile(), PTN_SKIPPED);
     EXPECT_EQ(log_, trio("fopen", 2, "No such file or directory", file_, "IGCmnFile", true));
     EXPECT_EQ(errors_, "");

@@ -7,6 +7,7 @@
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 #include "common/base/IGCmnList.h"
+#include "ini/IGIniCtrl.h"
 
 namespace {
 

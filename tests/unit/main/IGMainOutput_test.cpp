@@ -10,8 +10,8 @@
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
 #include "common/base/IGGuards.h"
-#include "common/base/IGRunHooks.h"
 #include "common/base/IGRunState.h"
+#include "main/IGMainRun.h"
 
 namespace {
 
@@ -21,28 +21,20 @@ class IGMainOutput : public CollectTest {
   protected:
     void SetUp() override {
         CollectTest::SetUp();
-        run_state.root = root_;
-        run_hooks.is_super_user = [] { return 0; };
+        main_run = MainRun{};
+        main_run.root = root_;
         fs::remove(history_);
     }
 
     std::string history() const { return readText(history_); }
 
     // What is reported of the result: on the standard output, which the run log must hold as well.
-    // A process reports once, so it is done in another one.
     std::string reported() {
         Capture output(stdout);
-        const pid_t other = ::fork();
-        if (other == 0) {
-            IgMainReportOutput();
-            std::_Exit(outputHalfReported() ? 1 : 0);
-        }
-        int status = -1;
-        EXPECT_EQ(::waitpid(other, &status, 0), other);
-        EXPECT_EQ(status, 0);
-        const std::string said = output.take();
-        EXPECT_EQ(takeLog(), said);
-        return said;
+        IgMainReportOutput();
+        const std::string text = output.take();
+        EXPECT_EQ(takeLog(), text);
+        return text;
     }
 
     const std::string history_ = std::string(LOG_DIR) + "/quendil_hist.log";
@@ -131,7 +123,7 @@ TEST_F(IGMainOutput, NamesTheResultByTheReturnCode) {
     EXPECT_STREQ(IgMainGetOutputPath(pool()), "/elsewhere/archive.tar");
     IgMainSetRetCode(RETCODE_COMPRESSED);
     EXPECT_STREQ(IgMainGetOutputPath(pool()), "/elsewhere/archive");
-    run_state.root = nullptr;
+    main_run.root = nullptr;
     EXPECT_EQ(IgMainGetOutputPath(pool()), nullptr);
 }
 
@@ -176,7 +168,7 @@ TEST_F(IGMainOutput, RemovesTheOutputOfARunWithoutALogWhenCleanupIsOn) {
     IgMainRemoveOutput();
     EXPECT_FALSE(fs::exists(output_));
     EXPECT_EQ(takeLog(), "");
-    run_state.root = nullptr;
+    main_run.root = nullptr;
     IgMainRemoveOutput();
 }
 

@@ -10,9 +10,11 @@
 
 #include "../../support/collect_fixture.h"
 #include "../../support/standing_in.h"
+#include "collect/IGSizeLimit.h"
 #include "common/base/IGCmnList.h"
-#include "common/base/IGRunHooks.h"
 #include "common/base/IGRunState.h"
+#include "main/IGMainRun.h"
+#include "process/IGCurrentChild.h"
 
 namespace {
 
@@ -24,8 +26,8 @@ class IGMain : public CollectTest {
   protected:
     void SetUp() override {
         CollectTest::SetUp();
-        run_state.root = root_;
-        run_hooks.is_super_user = [] { return 0; };
+        main_run = MainRun{};
+        main_run.root = root_;
         fs::remove(lock_);
         fs::remove(history_);
     }
@@ -149,7 +151,6 @@ TEST_F(IGMain, LetsNobodyElseRun) {
         const bool right = left && refused();
         std::exit(::setresuid(0, 0, 0) == 0 && right ? 0 : 1);
     };
-    run_hooks.is_super_user = nullptr;
     EXPECT_EXIT(exit_as_nobody([] { return IgMainIsSuperUser(0) == -1; }),
                 ::testing::ExitedWithCode(0),
                 "^ZEPA117-E:This cannot be executed because the user is not a super user\\.\n$");
@@ -169,14 +170,14 @@ TEST_F(IGMain, TakesTheLockAndDropsIt) {
     const mode_t mask = ::umask(0);
     EXPECT_EQ(IgMainLock(), 0);
     ::umask(mask);
-    ASSERT_NE(run_state.lock_fd, -1);
-    EXPECT_EQ(::fcntl(run_state.lock_fd, F_GETFD), FD_CLOEXEC);
+    ASSERT_NE(main_run.lock_fd, -1);
+    EXPECT_EQ(::fcntl(main_run.lock_fd, F_GETFD), FD_CLOEXEC);
     struct stat st = {};
     ASSERT_EQ(::stat(lock_.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600U);
     EXPECT_EQ(st.st_size, 0);
     IgMainUnlock();
-    EXPECT_EQ(run_state.lock_fd, -1);
+    EXPECT_EQ(main_run.lock_fd, -1);
     IgMainUnlock();
     EXPECT_TRUE(fs::exists(lock_));
     EXPECT_EQ(IgMainLock(), 0);  // what an earlier run left does not matter
@@ -217,7 +218,7 @@ TEST_F(IGMain, ReportsALockFileThatCannotBeOpened) {
         "error code = 21, msg = Is a directory.\n";
     EXPECT_EQ(errors.take(), call + "ZEPA151-E:Additional information, path = " + lock_ + ".\n");
     EXPECT_EQ(history(), call + "ZEPA114-E:source = IGMain, line no = N.\n");
-    EXPECT_EQ(run_state.lock_fd, -1);
+    EXPECT_EQ(main_run.lock_fd, -1);
 }
 
 // --- the collection ---
@@ -233,7 +234,7 @@ TEST_F(IGMain, FindsAFreeNameForTheOutput) {
         EXPECT_TRUE(fs::exists(output_ + suffix));
         EXPECT_EQ(root_->output_file, path("none/archive"));  // -o stays what it is
         EXPECT_EQ(IgMainGetRetCode(), RETCODE_DIRECTORY);
-        EXPECT_EQ(run_state.cleanup_wanted, 1 - root_->cleanup);
+        EXPECT_EQ(main_run.cleanup_wanted, 1 - root_->cleanup);
     }
     fs::remove_all(output_);
     std::string given = name;
@@ -248,7 +249,7 @@ TEST_F(IGMain, RenamesTheDefaultArchiveWithItsDirectory) {
     EXPECT_EQ(root_->output_file, output_ + "_1.tar.gz");
     EXPECT_TRUE(fs::exists(output_ + "_1.tar.gz"));
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_COMPRESSED);
-    EXPECT_EQ(run_state.cleanup_wanted, 1);
+    EXPECT_EQ(main_run.cleanup_wanted, 1);
 }
 
 TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
@@ -280,10 +281,10 @@ TEST_F(IGMain, HeadsTheIndexWithTheCommandLine) {
     select({}, path("a"));
     run_state.cmd_name = "quendil";
     std::string argument = "-g 'a b'";
-    run_state.argument = argument.data();
+    main_run.argument = argument.data();
     EXPECT_EQ(collect(), -1);
     EXPECT_THAT(index(), ::testing::StartsWith("quendil [Ver. 01-02]\nquendil -g 'a b'\n\nFILE:"));
-    run_state.argument = nullptr;
+    main_run.argument = nullptr;
 }
 
 TEST_F(IGMain, EndsAnInterruptedCollectionBeforeItBegins) {
@@ -292,7 +293,7 @@ TEST_F(IGMain, EndsAnInterruptedCollectionBeforeItBegins) {
         root_->cleanup = cleanup;
         run_state.interrupted = 1;
         EXPECT_EQ(collect(), 2);
-        EXPECT_EQ(run_state.cleanup_wanted, cleanup == CLEANUP_ON ? 1 : 0);
+        EXPECT_EQ(main_run.cleanup_wanted, cleanup == CLEANUP_ON ? 1 : 0);
     }
     EXPECT_FALSE(fs::exists(output_));
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_FAILED);
@@ -304,12 +305,12 @@ TEST_F(IGMain, EndsTheRunWithItsResultAndBothLogs) {
     std::string absolute = path("archive.tar.gz");
     writeText(absolute, "12345");
     root_->output_file = absolute.data();
-    run_state.size_exceeded = 1;
+    collected_size.exceeded = 1;
     IgMainSetRetCode(RETCODE_COMPRESSED);
     Capture output(stdout);
     // It can be done only once in a process.
-    EXPECT_EXIT(std::_Exit(IgMainEnd() == 0 && IgMainEnd() == 0 && run_state.root == nullptr &&
-                                   run_state.lock_fd == -1
+    EXPECT_EXIT(std::_Exit(IgMainEnd() == 0 && IgMainEnd() == 0 && main_run.root == nullptr &&
+                                   main_run.lock_fd == -1
                                ? 0
                                : 1),
                 ::testing::ExitedWithCode(0),
@@ -322,6 +323,49 @@ TEST_F(IGMain, EndsTheRunWithItsResultAndBothLogs) {
     EXPECT_THAT(history(), ::testing::MatchesRegex("ZEPA304-I:quendil exit code = 0\\.\n"
                                                    "ZEPA305-I:quendil ended at [0-9/]* [0-9:]*\\."
                                                    "\n"));
+}
+
+// --- what the ground floor asks for ---
+
+TEST_F(IGMain, ReportsTheInterruptionBeforeWhatTheHandlerCouldNotStop) {
+    run_state.signal_no = SIGINT;
+    run_state.interrupted = 1;
+    crnt_child.failed_call = "kill";
+    crnt_child.failed_error = EPERM;
+    crnt_child.failed_file = "IGMainSignal.cpp";
+    crnt_child.failed_line = 7;
+    crnt_child.failed_pid = 17;
+    Capture err(stderr);
+    IgMainReportInterruption();
+    EXPECT_EQ(
+        takeLog(),
+        "ZEPA136-E:quendil was interrupted. signal no = 2.\n"
+        "ZEPA113-E:An error occurred during the following system call. system call name = kill, "
+        "error code = 1, msg = Operation not permitted.\n"
+        "ZEPA114-E:source = IGMainSignal, line no = N.\n"
+        "ZEPA148-W:An attempt to wait or stop a process (17) has failed.\n");
+    crnt_child.failed_call = nullptr;
+    crnt_child.stop_failure = 0;
+}
+
+TEST_F(IGMain, KeepsOnlyAnOutputThatIsTheResultWhenTheRunLogFails) {
+    root_->cleanup = CLEANUP_ON;
+    root_->output_made = true;
+    for (const int code : {RETCODE_FAILED, RETCODE_DIRECTORY}) {
+        fs::create_directory(output_);
+        fs::permissions(output_, fs::perms::owner_all);
+        ASSERT_TRUE(noteOutput(pool(), *root_, output_.c_str()));
+        // The end routine can be run only once in a process.
+        const pid_t other = ::fork();
+        if (other == 0) {
+            IgMainSetRetCode(code);
+            std::_Exit(IgMainEndAfterLogFailure());
+        }
+        int status = -1;
+        EXPECT_EQ(::waitpid(other, &status, 0), other);
+        EXPECT_EQ(WEXITSTATUS(status), code);
+        EXPECT_EQ(fs::exists(output_), code == RETCODE_DIRECTORY);
+    }
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "../../support/child_fixture.h"
 #include "../../support/fake_wait.h"
 #include "common/base/IGRunState.h"
+#include "process/IGCurrentChild.h"
 #include "process/IGMainSignal.h"
 
 namespace {

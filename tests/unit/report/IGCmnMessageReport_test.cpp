@@ -80,7 +80,7 @@ TEST_F(IGCmnMessage, ReportsAFailedCallWithoutASubject) {
 
 TEST_F(IGCmnMessage, ReportsAFailedCallAsWarningsWhileACollectionIsUnderWay) {
     for (const int mode : {1, 2}) {
-        IgCmnMsgSetMode(mode);
+        IgCmnMsgSetMode(static_cast<MsgMode>(mode));
         const Outputs o =
             outputs([] { IgCmnSysErrPath("stat", ENOENT, "/some/file", SOME_PLACE); });
         EXPECT_EQ(o, (Outputs{"", "",

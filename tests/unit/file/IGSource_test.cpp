@@ -12,6 +12,7 @@
 
 #include "../../support/lease_holder.h"
 #include "../../support/run_fixture.h"
+#include "common/base/IGOpen.h"
 
 namespace {
 
@@ -251,7 +252,7 @@ TEST_F(IGSource, WaitsForALeaseThatIsGivenUp) {
     writeText(own("file"), "x");
     const LeaseHolder holder({own("file")}, WhenAsked::GIVES_UP);
     ASSERT_TRUE(holder.holds());
-    const FdGuard fd(IgCmnFileOpenForReading(own("file").c_str()));
+    const FdGuard fd(openForReading(own("file").c_str()));
     EXPECT_TRUE(fd);
 }
 

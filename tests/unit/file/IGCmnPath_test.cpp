@@ -10,7 +10,6 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
-#include "ini/IGIniCheck.h"
 
 namespace {
 
@@ -150,28 +149,26 @@ TEST_F(IGCmnPath, KnowsAbsolutePaths) {
     struct Case {
         const char* path;
         int absolute;
-        int ignoring_quotes;
     };
     for (const Case& c : {
-             Case{"/usr/bin/x", 1, 1},
-             Case{"/", 1, 1},
-             Case{"bin/x", 0, 0},
-             Case{"", 0, 0},
-             Case{"./x", 0, 0},
-             Case{" /x", 0, 0},
-             Case{"%HOST%", 0, 1},
-             Case{"%", 0, 1},
-             Case{"\"/usr/bin/x\"", 0, 1},
-             Case{"\"\"\"/x", 0, 1},
-             Case{"\"%d%/x\"", 0, 1},
-             Case{"\"bin/x\"", 0, 0},
-             Case{"\"", 0, 0},
-             Case{"'/x'", 0, 0},
-             Case{"\" /x\"", 0, 0},
+             Case{"/usr/bin/x", 1},
+             Case{"/", 1},
+             Case{"bin/x", 0},
+             Case{"", 0},
+             Case{"./x", 0},
+             Case{" /x", 0},
+             Case{"%HOST%", 0},
+             Case{"%", 0},
+             Case{"\"/usr/bin/x\"", 0},
+             Case{"\"\"\"/x", 0},
+             Case{"\"%d%/x\"", 0},
+             Case{"\"bin/x\"", 0},
+             Case{"\"", 0},
+             Case{"'/x'", 0},
+             Case{"\" /x\"", 0},
          }) {
         SCOPED_TRACE(c.path);
         EXPECT_EQ(IgCmnIsAbsPath(c.path), c.absolute);
-        EXPECT_EQ(IgCmnIsAbsPathIgnoreDQ(c.path), c.ignoring_quotes);
     }
 }
 
@@ -331,7 +328,6 @@ TEST(IGCmnPathDeathTest, AssertsWhatMustNotBeNull) {
     EXPECT_DEATH(IgCmnFileNormPath(nullptr, "/x", &text), nullOf("memoryp"));
     EXPECT_DEATH(IgCmnFileNormPath(&pool, nullptr, &text), nullOf("path"));
     EXPECT_DEATH(IgCmnIsAbsPath(nullptr), nullOf("path"));
-    EXPECT_DEATH(IgCmnIsAbsPathIgnoreDQ(nullptr), nullOf("path"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "../../support/fake_wait.h"
 #include "../../support/lease_holder.h"
 #include "../../support/run_fixture.h"
+#include "common/base/IGOpen.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ class IGCmnFileLease : public RunTest {
     static long open(const std::string& path) {
         fake_wait = FakeWait{};
         fake_wait.active = true;
-        const FdGuard fd(IgCmnFileOpenForReading(path.c_str()));
+        const FdGuard fd(openForReading(path.c_str()));
         EXPECT_EQ(errno, EWOULDBLOCK);
         EXPECT_FALSE(fd);
         return std::accumulate(fake_wait.sleeps.begin(), fake_wait.sleeps.end(), 0L);

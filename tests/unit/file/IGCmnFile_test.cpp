@@ -18,8 +18,8 @@
 #include "../../support/in_child.h"
 #include "../../support/standing_in.h"
 #include "common/base/IGCmnSystem.h"
+#include "common/base/IGOpen.h"
 #include "common/report/IGCmnMessage.h"
-#include "ini/IGIniCheck.h"
 
 namespace {
 
@@ -114,7 +114,7 @@ TEST_F(FileHandle, ReportsAFileThatCannotBeOpened) {
 TEST_F(FileHandle, ReportsAsAWarningWhileACollectionIsUnderWay) {
     const std::string name = path("missing");
     for (const int mode : {1, 2}) {
-        IgCmnMsgSetMode(mode);
+        IgCmnMsgSetMode(static_cast<MsgMode>(mode));
         Capture err(stderr);
         EXPECT_EQ(IgCmnFileOpen(&handle_, name.c_str(), "r"), 17);
         EXPECT_EQ(err.take(), "");
@@ -142,7 +142,7 @@ TEST_F(FileHandle, LooksAtWhatIsNoRegularFileWithoutOpeningIt) {
     ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
     for (const std::string& name : {path("fifo"), path(), std::string("/dev/zero")}) {
         errno = 0;
-        EXPECT_EQ(IgCmnFileOpenForReading(name.c_str()), -1) << name;
+        EXPECT_EQ(openForReading(name.c_str()), -1) << name;
         EXPECT_EQ(errno, ENOTSUP) << name;
     }
 }
@@ -187,12 +187,12 @@ TEST_F(FileHandle, HasNothingToFlushWhenItIsClosed) {
 
 TEST_F(IGCmnFile, ReadsLinesInPiecesOfItsBuffer) {
     writeText(path("file"), "ab\n\nabcdefg\nx\0y\nend"s);
-    std::FILE* stream = IgCmnFileOpenStream(path("file").c_str(), "r");
+    std::FILE* stream = openStream(path("file").c_str(), "r");
     ASSERT_NE(stream, nullptr);
     std::vector<std::string> lines;
     std::array<char, 5> line{};
-    for (std::size_t length = IgCmnFileReadLine(stream, line.data(), line.size()); length > 0;
-         length = IgCmnFileReadLine(stream, line.data(), line.size())) {
+    for (std::size_t length = readTextLine(stream, line.data(), line.size()); length > 0;
+         length = readTextLine(stream, line.data(), line.size())) {
         EXPECT_EQ(line[length], '\0');
         lines.emplace_back(line.data(), length);
     }
@@ -202,10 +202,10 @@ TEST_F(IGCmnFile, ReadsLinesInPiecesOfItsBuffer) {
 }
 
 TEST_F(IGCmnFile, TellsAReadErrorFromTheEnd) {
-    std::FILE* stream = IgCmnFileOpenStream(path().c_str(), "r");
+    std::FILE* stream = openStream(path().c_str(), "r");
     ASSERT_NE(stream, nullptr);
     std::array<char, 5> line{};
-    EXPECT_EQ(IgCmnFileReadLine(stream, line.data(), line.size()), 0U);
+    EXPECT_EQ(readTextLine(stream, line.data(), line.size()), 0U);
     EXPECT_NE(std::ferror(stream), 0);
     std::fclose(stream);
 }
@@ -213,9 +213,9 @@ TEST_F(IGCmnFile, TellsAReadErrorFromTheEnd) {
 TEST_F(IGCmnFile, LeavesAFailedStreamToItsCaller) {
     EXPECT_EQ(reported([&] {
                   errno = 0;
-                  EXPECT_EQ(IgCmnFileOpenStream(path("missing").c_str(), "r"), nullptr);
+                  EXPECT_EQ(openStream(path("missing").c_str(), "r"), nullptr);
                   EXPECT_EQ(errno, ENOENT);
-                  EXPECT_EQ(IgCmnFileOpenForReading(path("missing").c_str()), -1);
+                  EXPECT_EQ(openForReading(path("missing").c_str()), -1);
                   EXPECT_EQ(errno, ENOENT);
               }),
               "");
@@ -225,14 +225,14 @@ TEST_F(IGCmnFile, WaitsForNobodyToReadFromAFifoThatItOpens) {
     ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
     for (const char* mode : {"w", "a"}) {
         errno = 0;
-        EXPECT_EQ(IgCmnFileOpenStream(path("fifo").c_str(), mode), nullptr) << mode;
+        EXPECT_EQ(openStream(path("fifo").c_str(), mode), nullptr) << mode;
         EXPECT_EQ(errno, ENXIO) << mode;
     }
 }
 
 TEST_F(IGCmnFile, OpensForReadingWithoutLendingTheDescriptorToTools) {
     writeText(path("regular"), "x");
-    const int fd = IgCmnFileOpenForReading(path("regular").c_str());
+    const int fd = openForReading(path("regular").c_str());
     ASSERT_GE(fd, 0);
     EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
     ::close(fd);
@@ -261,7 +261,7 @@ TEST_F(IGCmnFile, ReadsNoLockFileWhoseLockItWouldDrop) {
         std::filesystem::create_hard_link(lock_file, BIN_DIR + "/hard"s);
         for (const std::string& found : {lock_file, path("link"), BIN_DIR + "/hard"s}) {
             errno = 0;
-            EXPECT_EQ(IgCmnFileOpenStream(found.c_str(), "r"), nullptr) << found;
+            EXPECT_EQ(openStream(found.c_str(), "r"), nullptr) << found;
             EXPECT_EQ(errno, EACCES) << found;
             EXPECT_TRUE(isLocked(lock_file)) << found;
         }
@@ -287,7 +287,7 @@ TEST_F(IGCmnFile, OpensWhatItMakesForItsOwnerAloneWhateverTheUmaskAndADefaultAcl
         0);
     const mode_t before = ::umask(0);
     for (const char* mode : {"w", "a"}) {
-        std::fclose(IgCmnFileOpenStream(path(mode).c_str(), mode));
+        std::fclose(openStream(path(mode).c_str(), mode));
         struct stat st = {};
         ASSERT_EQ(::stat(path(mode).c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 07777, 0600U) << mode;  // the group's bits are the mask of the list
@@ -320,29 +320,6 @@ TEST_F(IGCmnFile, KnowsWhatExists) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFile, ComparesTheModeWithTheRequestedBits) {
-    struct Case {
-        mode_t mode;
-        std::uint16_t bits;
-        int file;
-        int directory;
-    };
-    for (const Case& c : {Case{0600, 0400, 1, 0}, Case{0600, 0200, 1, 0}, Case{0600, 0100, 0, 0},
-                          Case{0600, 0600, 1, 0}, Case{0400, 0600, 0, 0}, Case{0700, 0200, 1, 1},
-                          Case{0500, 0200, 0, 0}, Case{0100, 0000, 1, 1}, Case{0000, 0000, 1, 0},
-                          Case{0077, 0200, 0, 0}, Case{0077, 0022, 1, 0}, Case{0755, 0055, 1, 1}}) {
-        SCOPED_TRACE(::testing::Message() << std::oct << c.mode << " asked for " << c.bits);
-        writeText(path("file"), "");
-        fs::create_directory(path("directory"));
-        ASSERT_EQ(::chmod(path("file").c_str(), c.mode), 0);
-        ASSERT_EQ(::chmod(path("directory").c_str(), c.mode), 0);
-        EXPECT_EQ(IgCmnFileCheckMode(path("file").c_str(), c.bits), c.file);
-        EXPECT_EQ(IgCmnFileCheckMode(path("directory").c_str(), c.bits), c.directory);
-    }
-    EXPECT_EQ(IgCmnFileCheckMode(path("missing").c_str(), 0), 0);
-    EXPECT_EQ(takeLog(), "");
-}
-
 // What must not be null
 
 TEST(IGCmnFileDeathTest, AssertsHandleNameAndMode) {
@@ -358,7 +335,6 @@ TEST(IGCmnFileDeathTest, AssertsPaths) {
     EXPECT_DEATH(IgCmnFileExists(nullptr), nullOf("`path"));
     EXPECT_DEATH(IgCmnFileIsDir(nullptr), nullOf("`path"));
     EXPECT_DEATH(IgCmnFileIsTaken(nullptr), nullOf("`path"));
-    EXPECT_DEATH(IgCmnFileCheckMode(nullptr, 0), nullOf("`path"));
 }
 
 }  // namespace

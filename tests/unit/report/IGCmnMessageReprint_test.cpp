@@ -97,7 +97,7 @@ TEST_F(SavedWarning, IsKeptOnlyWhileTheReturnCodeIsAbove20) {
 }
 
 TEST_F(SavedWarning, IsTheFailedCallOfACollectionAsTheRunLogShowedIt) {
-    IgCmnMsgSetMode(1);
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);
     outputs([] { IgCmnSysErrPath("open", ENOENT, "/x"); });
     EXPECT_EQ(reprint().err,
               "ZEPA140-W:An error occurred during the following system call. system call name = "

@@ -121,7 +121,7 @@ TEST_F(IGCmnMessage, TurnsFailuresIntoWarningsOfTheRunLogWhileACollectionIsUnder
         {18, 1, 2, "ZEPA143-W:Memory is insufficient.\n"},
     };
     for (const int mode : {1, 2, 0}) {
-        IgCmnMsgSetMode(mode);
+        IgCmnMsgSetMode(static_cast<MsgMode>(mode));
         for (const Entry& entry : CATALOGUE) {
             SCOPED_TRACE("mode " + std::to_string(mode) + ", message " +
                          std::to_string(entry.number));
@@ -137,7 +137,7 @@ TEST_F(IGCmnMessage, TurnsFailuresIntoWarningsOfTheRunLogWhileACollectionIsUnder
 }
 
 TEST_F(IGCmnMessage, MarksTheStandardErrorAsUsedOnlyWhenItWas) {
-    IgCmnMsgSetMode(1);
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);
     outputs([] { IgCmnSysErrPath("open", ENOENT, "/x"); });
     EXPECT_EQ(msg_state.stderr_used, 0);
     outputs([] { IgCmnMsg<ZEPA122_E>(); });
@@ -196,7 +196,7 @@ TEST_F(IGCmnMessage, LeavesTheProgressLineToAWarningThatGoesToTheRunLogOnly) {
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();
-        IgCmnMsgSetMode(1);
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);
         IgCmnSysErrPath("open", ENOENT, "/x");
     });
     EXPECT_EQ(child.out, "initialize:" + std::string(68, '_') + "\r");

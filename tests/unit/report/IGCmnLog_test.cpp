@@ -67,7 +67,6 @@ class LogTest : public ::testing::Test {
         ::umask(022);
         closeLog();
         resetRunState();
-        run_hooks.is_super_user = [] { return 0; };
     }
     void TearDown() override {
         closeLog();
@@ -425,7 +424,7 @@ void breakRunLog(bool unbuffered) {
     if (unbuffered) {
         std::setvbuf(msg_state.log, nullptr, _IONBF, 0);
     }
-    run_hooks.end = [] { return 77; };
+    run_hooks.end_after_log_failure = [] { return 77; };
 }
 
 TEST_F(CopyIntoRunLog, ReportsARunLogThatCannotBeWrittenAndEndsTheRun) {
@@ -471,7 +470,7 @@ TEST_F(HistoryLog, GetsEachLineAppended) {
 }
 
 TEST_F(HistoryLog, TakesAnyMessageWhateverItsKindAndTheMode) {
-    IgCmnMsgSetMode(1);
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);
     errors([] {
         IgCmnMsgHist(ZEPA116_E);
         IgCmnMsgHist(ZEPA113_E, "fcntl", 9, "Bad file descriptor");
@@ -511,7 +510,7 @@ TEST_F(HistoryLog, StaysClosedBetweenLines) {
 }
 
 TEST_F(HistoryLog, IsForTheSuperUserOnly) {
-    run_hooks.is_super_user = [] { return -1; };
+    run_state.super_user = -1;
     writeText(HIST, std::string(20000, 'x'));
     IgCmnMsgHist(ZEPA117_E);
     IgCmnMsgHistRotate();

@@ -1,5 +1,5 @@
-#include "common/base/IGCmnList.h"
 #include "common/file/IGCmnDir.h"
+#include "common/base/IGCmnList.h"
 
 #include <gmock/gmock.h>
 

@@ -7,6 +7,8 @@
 
 #include "../../support/process_fixture.h"
 #include "common/base/IGRunState.h"
+#include "process/IGCmnUser.h"
+#include "process/IGCurrentChild.h"
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include "common/base/IGRunHooks.h"
-#include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
 
 #include <cerrno>
@@ -23,10 +22,8 @@ class BrokenRunLog : public MessageTest {
             std::setvbuf(msg_state.log, nullptr, _IONBF, 0);
         }
     }
-    static void setHooks() {
-        run_hooks.stop_child = [] { std::fputs("child stopped\n", stdout); };
-        run_hooks.remove_output = [] { std::fputs("output removed\n", stdout); };
-        run_hooks.end = [] {
+    static void setHook() {
+        run_hooks.end_after_log_failure = [] {
             IgCmnMsg<ZEPA137_W>();  // is lost: the run log is closed
             std::fputs(msg_state.log == nullptr ? "end\n" : "end, log open\n", stdout);
             return 77;
@@ -43,19 +40,19 @@ class BrokenRunLog : public MessageTest {
 
 TEST_F(BrokenRunLog, EndsTheRunWithTheEndRoutinesResult) {
     const ChildResult child = inChild([] {
-        setHooks();
+        setHook();
         breakLog(false);
         IgCmnMsgInfo<ZEPA202_I>("collecting");
         std::fputs("went on\n", stdout);
     });
     EXPECT_EQ(child.status, 77);
-    EXPECT_EQ(child.out, "child stopped\noutput removed\nend\n");
+    EXPECT_EQ(child.out, "end\n");
     EXPECT_EQ(child.err, failure("fflush"));
 }
 
 TEST_F(BrokenRunLog, NamesTheFormattedWriteWhenThatFails) {
     const ChildResult child = inChild([] {
-        setHooks();
+        setHook();
         breakLog(true);
         IgCmnMsgInfo<ZEPA202_I>("collecting");
     });
@@ -65,7 +62,7 @@ TEST_F(BrokenRunLog, NamesTheFormattedWriteWhenThatFails) {
 
 TEST_F(BrokenRunLog, ShowsATerminalMessageBeforeItEndsTheRun) {
     const ChildResult child = inChild([] {
-        setHooks();
+        setHook();
         breakLog(false);
         IgCmnMsg<ZEPA115_E>();
     });
@@ -75,8 +72,8 @@ TEST_F(BrokenRunLog, ShowsATerminalMessageBeforeItEndsTheRun) {
 
 TEST_F(BrokenRunLog, ReportsItselfAsAnErrorInEveryMode) {
     const ChildResult child = inChild([] {
-        setHooks();
-        IgCmnMsgSetMode(1);
+        setHook();
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);
         breakLog(false);
         IgCmnMsg<ZEPA137_W>();
     });
@@ -86,11 +83,11 @@ TEST_F(BrokenRunLog, ReportsItselfAsAnErrorInEveryMode) {
 
 TEST_F(BrokenRunLog, LetsLaterFailuresReachTheTerminal) {
     const ChildResult child = inChild([] {
-        run_hooks.end = [] {
+        run_hooks.end_after_log_failure = [] {
             IgCmnSysErrPath("rmdir", EBUSY, "/out");
             return 5;
         };
-        IgCmnMsgSetMode(1);
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);
         breakLog(false);
         IgCmnMsg<ZEPA137_W>();
     });
@@ -99,21 +96,6 @@ TEST_F(BrokenRunLog, LetsLaterFailuresReachTheTerminal) {
                              "ZEPA113-E:An error occurred during the following system call. system "
                              "call name = rmdir, error code = 16, msg = Device or resource busy.\n"
                              "ZEPA151-E:Additional information, path = /out.\n");
-}
-
-TEST_F(BrokenRunLog, KeepsAnOutputThatIsComplete) {
-    for (const int code : {0, 10, 20, 255}) {
-        SCOPED_TRACE(code);
-        const ChildResult child = inChild([code] {
-            setHooks();
-            IgMainSetRetCode(code);
-            breakLog(false);
-            IgCmnMsg<ZEPA137_W>();
-        });
-        EXPECT_EQ(child.status, 77);
-        EXPECT_EQ(child.out,
-                  code == 20 ? "child stopped\nend\n" : "child stopped\noutput removed\nend\n");
-    }
 }
 
 TEST_F(BrokenRunLog, ExitsWithTheReturnCodeBeforeThereIsAnEndRoutine) {
@@ -127,19 +109,18 @@ TEST_F(BrokenRunLog, ExitsWithTheReturnCodeBeforeThereIsAnEndRoutine) {
 
 TEST_F(BrokenRunLog, EndsTheProgressLineFirst) {
     const ChildResult child = inChild([] {
-        setHooks();
+        setHook();
         IgCmnProgressEnable();
         IgCmnProgressInit();
         breakLog(false);
         IgCmnMsg<ZEPA137_W>();
     });
-    EXPECT_EQ(child.out,
-              "initialize:" + std::string(68, '_') + "\r\nchild stopped\noutput removed\nend\n");
+    EXPECT_EQ(child.out, "initialize:" + std::string(68, '_') + "\r\nend\n");
 }
 
 TEST_F(BrokenRunLog, LeavesNothingToReprint) {
     const ChildResult child = inChild([] {
-        run_hooks.end = [] {
+        run_hooks.end_after_log_failure = [] {
             IgCmnMsgReprint();
             return 3;
         };

@@ -154,7 +154,7 @@ TEST_F(IGCmnFile, ReportsARemovalThatFails) {
 TEST_F(IGCmnFile, ReportsARemovalThatFailsAsWarningsWhileACollectionIsUnderWay) {
     fs::create_directories(path("tree/sub"));
     const ReadOnly read_only(path("tree"));
-    IgCmnMsgSetMode(1);
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);
     Capture err(stderr);
     EXPECT_EQ(IgCmnFileRemoveAll(path("tree").c_str()), 1);
     EXPECT_EQ(err.take(), "");

@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "../../support/process_fixture.h"
+#include "process/IGCurrentChild.h"
 
 namespace {
 

@@ -12,6 +12,8 @@
 #include "../../support/child_fixture.h"
 #include "common/base/IGRunHooks.h"
 #include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessage.h"
+#include "process/IGCurrentChild.h"
 
 namespace {
 
@@ -28,7 +30,10 @@ class IGMainSignal : public ChildTest {
         for (const int signo : INTERRUPTING_SIGNALS) {
             ::sigaction(signo, &action, nullptr);
         }
-        run_hooks.report_deferred = IgCmnProcReportDeferred;
+        run_hooks.report_interruption = [] {
+            IgCmnMsg<ZEPA136_E>(run_state.signal_no.load());
+            IgCmnProcReportDeferred();
+        };
     }
     void TearDown() override {
         for (const int signo : INTERRUPTING_SIGNALS) {

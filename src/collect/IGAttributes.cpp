@@ -1,0 +1,37 @@
+#include "collect/IGAttributes.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/report/IGCmnMessage.h"
+
+namespace {
+
+// The call's result, and the name under which it is reported.
+int give(Attribute attribute, int fd, const struct stat& source, const char** call) {
+    switch (attribute) {
+        case Attribute::MODE:
+            *call = "chmod";
+            return ::fchmod(fd, source.st_mode & 07777);
+        case Attribute::OWNER:
+            *call = "chown";
+            return ::fchown(fd, source.st_uid, source.st_gid);
+        default: {
+            const struct timespec times[] = {source.st_atim, source.st_mtim};
+            *call = "utime";
+            return ::futimens(fd, times);
+        }
+    }
+}
+
+}  // namespace
+
+bool giveAttribute(Attribute attribute, int fd, const struct stat& source, const char* path) {
+    const char* call = nullptr;
+    if (give(attribute, fd, source, &call) == 0) {
+        return true;
+    }
+    IgCmnSysErrPath(call, errno, path);
+    return false;
+}

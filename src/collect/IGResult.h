@@ -1,0 +1,16 @@
+// How a step of the collection ended. One type for the driver, the items and the archive maker: a
+// result is handed on as it is.
+#ifndef QUENDIL_COLLECT_IGRESULT_H
+#define QUENDIL_COLLECT_IGRESULT_H
+
+enum Result : int {
+    RESULT_DONE = 0,
+    RESULT_FAILED = -1,      ///< reported
+    RESULT_INTERRUPTED = 2,  ///< by a signal
+    RESULT_SIZE_LIMIT =
+        4,  ///< a file over the size limit could not be removed: no more is collected
+    RESULT_TAR_NONZERO = 1,     ///< IgArcMake alone: tar was accepted with a non-zero exit code
+    RESULT_NOT_COMPRESSED = 16  ///< IgArcMake alone: the ".tar" archive is the result
+};
+
+#endif

@@ -1,0 +1,37 @@
+// The report of a failed system call, for every place that it is written to: the call with its
+// error, what it was about, and the place in the source.
+#ifndef QUENDIL_COMMON_REPORT_IGSYSERR_H
+#define QUENDIL_COMMON_REPORT_IGSYSERR_H
+
+#include "common/base/IGSourcePlace.h"
+#include "common/report/IGCmnMessage.h"
+
+/// The messages of the three lines.
+struct SysErrTexts {
+    MsgNo call;
+    MsgNo subject;
+    MsgNo place;
+};
+inline constexpr SysErrTexts SYSERR_ERROR{ZEPA113_E, ZEPA151_E, ZEPA114_E};
+inline constexpr SysErrTexts SYSERR_WARNING{ZEPA140_W, ZEPA152_W, ZEPA141_W};
+
+/// The subject with its control characters shown as octal, in static storage.
+const char* shownSubject(const char* subject);
+
+/// Writes the lines with `write(MsgNo, arguments of its text...)`. A failure without a subject has
+/// no second line, one without a place (line 0) no third.
+template <typename Write>
+void writeSysErr(const SysErr& failed, const SourcePlace& place, const SysErrTexts& texts,
+                 Write write) {
+    const char* text = failed.text != nullptr ? failed.text : IgCmnStrError(failed.error, 0);
+    write(texts.call, failed.call, failed.error, text);
+    if (failed.subject != nullptr) {
+        write(texts.subject, failed.what, shownSubject(failed.subject));
+    }
+    if (place.line != 0) {
+        const auto unit = place.unit();
+        write(texts.place, unit.data(), place.line);
+    }
+}
+
+#endif
