@@ -61,11 +61,11 @@ def test_the_archive_takes_the_place_of_the_directory(machine: Machine):
 
 
 def test_the_logs_in_the_archive_are_those_of_the_run(machine: Machine):
-    tool = machine.tool(err("told\n"))
+    tool = machine.tool(err("reported\n"))
     run = collect(machine, pattern_text.tool(tool))
     log, history = (run.archive.read(name).decode() for name in ALWAYS[:2])
     assert run.raw["log"] is not None and run.raw["log"].startswith(log)
-    assert run.log == started_log().tool(tool, errors="told\n").complete().text
+    assert run.log == started_log().tool(tool, errors="reported\n").complete().text
     assert log.endswith("ZEPA202-I:Started making.\n")
     assert run.raw["history"] is not None and run.raw["history"].startswith(history)
     assert history.endswith("ZEPA302-I:quendil argument is -g demo.\n")
@@ -206,8 +206,8 @@ def test_an_unfinished_archive_that_cannot_be_removed_is_reported(machine: Machi
     machine.file("/opt/go")
     ended = run.finish()
     path = expect.OUTPUT_DIRECTORY + ".tar"
-    told = expect.system_error("remove", 16, path, "IGArcMake", warning=True)
-    log = started_log().started("making").raw(told + NOT_PACKED).ended("making").cleaned()
+    reported = expect.system_error("remove", 16, path, "IGArcMake", warning=True)
+    log = started_log().started("making").raw(reported + NOT_PACKED).ended("making").cleaned()
     assert ended.log == log.finished(20, expect.output_directory()).text
     assert ended.status == 20 and ended.stderr == NOT_PACKED
 
@@ -242,14 +242,14 @@ GZIP_FAILURES = {
 
 @pytest.mark.parametrize("way", GZIP_FAILURES)
 def test_a_gzip_that_fails_leaves_the_tar_file(machine: Machine, way: str):
-    how, logged, told = GZIP_FAILURES[way]
+    how, logged, reported = GZIP_FAILURES[way]
     break_program(machine, "/bin/gzip", how)
     machine.file("/opt/data", "x")
     run = collect(machine, pattern_text.data("/opt/data"))
     assert run.status == 10
-    assert run.stderr == told
+    assert run.stderr == reported
     log = started_log().data({"/opt/data": 1}, 1).started("making").deleted()
-    log.raw(logged + told).ended("making").cleaned()
+    log.raw(logged + reported).ended("making").cleaned()
     assert run.log == log.finished(10, expect.archive_file()).text
     bar = initialized().collect(1).step().archive().step(2).newline().cleanup().step().end()
     assert run.stdout == bar.text + expect.archive_file()
@@ -264,7 +264,7 @@ def test_a_gzip_that_fails_after_its_work_loses_nothing(machine: Machine, end: b
     machine.file("/opt/data", "x")
     run = collect(machine, pattern_text.data("/opt/data"))
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
-    # Whatever is told of it, the path told must be that of the archive.
+    # In each report the path must be that of the archive.
     assert run.archive.read("opt/data") == b"x"
 
 
@@ -286,8 +286,8 @@ def test_a_name_with_no_room_for_gz_stays_the_one_of_the_tar_file(machine: Machi
     assert run.stderr == ("" if compressed else NOT_COMPRESSED + USE_AS_IS)
     assert machine.list("/opt/out") == ["n" * length + suffix]
     assert run.archive.read("opt/data") == b"x"
-    told = expect.system_error("lstat", 36, base + ".tar.gz", "IGArcMake", warning=True)
-    assert run.log is not None and (told + NOT_COMPRESSED in run.log) == (not compressed)
+    reported = expect.system_error("lstat", 36, base + ".tar.gz", "IGArcMake", warning=True)
+    assert run.log is not None and (reported + NOT_COMPRESSED in run.log) == (not compressed)
 
 
 # ---- Files in the archive's place ---------------------------------------------------------------

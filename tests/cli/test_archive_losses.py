@@ -1,4 +1,4 @@
-"""Trouble while the archive is made: whatever happens, the data is somewhere, and it is told where."""
+"""Trouble while the archive is made: the data is kept, and the run names its place."""
 
 from __future__ import annotations
 
@@ -90,11 +90,11 @@ def test_a_working_directory_that_vanishes_while_packing_leaves_the_tar_file(mac
 # ---- What cannot be removed ---------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("size, end, told", [
+@pytest.mark.parametrize("size, end, reported", [
     (50, exit(1), NOT_COMPRESSED + USE_AS_IS), (50, exit(2), USE_AS_IS), (0, exit(0), NOT_PACKED),
 ], ids=["half done", "half done, exit 2", "empty"])
 def test_an_unfinished_compressed_file_that_cannot_be_removed_is_reported(
-        machine: Machine, size: int, end: behave.Action, told: str):
+        machine: Machine, size: int, end: behave.Action, reported: str):
     machine.replace("/bin/gzip", behave.gzwrite(size), behave.ready("/opt/ready"),
                     behave.wait_for("/opt/go"), end)
     machine.file("/opt/data", CONTENT)
@@ -109,9 +109,9 @@ def test_an_unfinished_compressed_file_that_cannot_be_removed_is_reported(
     left = expect.system_error("remove", 16, expect.OUTPUT_DIRECTORY + ".tar.gz", "IGArcMake",
                                warning=True)
     log = started_log().data({"/opt/data": len(CONTENT)}, len(CONTENT)).tool(tool)
-    log.started("making").deleted().raw(left + told).ended("making").cleaned()
+    log.started("making").deleted().raw(left + reported).ended("making").cleaned()
     assert ended.log == log.finished(10, expect.archive_file()).text
-    assert ended.status == 10 and ended.stderr == told
+    assert ended.status == 10 and ended.stderr == reported
     check_whole(ended.archive)
 
 
@@ -159,7 +159,7 @@ def test_a_tar_that_complained_and_an_interruption_leave_the_tar_file(machine: M
 def test_a_gzip_that_prints_nothing_and_leaves_nothing_is_reported(machine: Machine):
     machine.replace("/bin/gzip", behave.gzconsume())
     run = collect_one(machine)
-    # The data is lost, by a program that removes what it was given: then that must be told.
+    # The data is lost, by a program that removes what it was given: then that must be reported.
     assert run.status == 10 and run.stderr.startswith(NOT_PACKED)
     assert machine.outputs() == [] and " = " not in run.stdout.rpartition("\r")[2]
 
@@ -198,8 +198,8 @@ def test_on_a_disk_that_becomes_full_a_whole_copy_stays_and_is_the_result(machin
     machine.remove(filler)
     names = every_whole_copy(machine)
     assert names, f"the data is lost: {run}"
-    told = [name for name in names if f" = {DATA_DIRECTORY}/{name}." in run.raw["stdout"]]
-    assert told, f"no whole copy is told of: {run}"
+    reported = [name for name in names if f" = {DATA_DIRECTORY}/{name}." in run.raw["stdout"]]
+    assert reported, f"no whole copy is reported: {run}"
     directory = f"ZEPA215-I:Output = {expect.OUTPUT_DIRECTORY}.\n" in run.stdout
     ending = {0: ".tar.gz", 10: "" if directory else ".tar", 20: ""}[run.status]
-    assert expect.OUTPUT_NAME + ending in [mask_stamps(name) for name in told], run
+    assert expect.OUTPUT_NAME + ending in [mask_stamps(name) for name in reported], run

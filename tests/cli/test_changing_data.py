@@ -39,7 +39,7 @@ def test_a_file_that_changes_before_it_is_packed_costs_no_other_file(machine: Ma
     assert run.status == 0 and run.stderr == ""
     log = started_log()
     for number, path in enumerate(paths, 1):
-        log.data({path: 4}, 4 * number)  # the size that it had when it was brought in
+        log.data({path: 4}, 4 * number)  # the size that it had when it was copied
     assert run.log is not None and run.log.startswith(log.tool(tool).text)
     files = run.archive.files()
     assert files.get("opt/data/b") == content
@@ -85,9 +85,9 @@ def test_a_hundred_thousand_files_are_collected_though_some_change_after_they_we
     ended = run.finish(60)
     assert ended.status == 0 and ended.stderr == ""
     assert ended.log is not None
-    told = {path: FAILED + f"ZEPA152-W:Additional information, path = {path}.\n"
-            for path in (vanished, fifo, linked, directory)}
-    assert all(text in ended.log for text in told.values())
+    reported = {path: FAILED + f"ZEPA152-W:Additional information, path = {path}.\n"
+                for path in (vanished, fifo, linked, directory)}
+    assert all(text in ended.log for text in reported.values())
     assert ended.log.count(FAILED) == 4
     assert ended.log.count("ZEPA209-I") == MANY - 4 + 1
     assert f"ZEPA209-I:It copied collecting data = {grown}. size = 3 bytes.\n" in ended.log

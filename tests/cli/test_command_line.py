@@ -111,7 +111,7 @@ def test_no_other_argument_shows_help(machine: Machine, argument: str):
 # ---- Options ------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("arguments, told", [
+@pytest.mark.parametrize("arguments, reported", [
     (["-x"], invalid("-x")),
     (["demo"], invalid("demo")),
     ([""], invalid("")),
@@ -161,8 +161,8 @@ def test_no_other_argument_shows_help(machine: Machine, argument: str):
     (["-o", "relative"], not_absolute("relative")),
     (["-g", "demo", "-d", "/opt/none", "-x"], invalid("-x")),
 ])
-def test_a_command_line_that_is_wrong(machine: Machine, arguments: list[str], told: str):
-    check_refused(machine, machine.run(*arguments), arguments, told)
+def test_a_command_line_that_is_wrong(machine: Machine, arguments: list[str], reported: str):
+    check_refused(machine, machine.run(*arguments), arguments, reported)
 
 
 def test_no_arguments_at_all(machine: Machine):
@@ -239,7 +239,7 @@ def test_a_group_or_target_of_256_bytes_is_taken(machine: Machine, option: str, 
 FORGED, SHOWN = "x\n\x1b[2J\t\u009b", "x\\012\\033[2J\t\\302\\233"
 
 
-@pytest.mark.parametrize("arguments, told", [
+@pytest.mark.parametrize("arguments, reported", [
     ([FORGED], invalid(SHOWN)),
     (["-g", "demo", "-o", FORGED], not_absolute(SHOWN)),
     (["-g", "demo", "-d", f"/opt/{FORGED}"], no_directory(f"/opt/{SHOWN}")),
@@ -248,12 +248,13 @@ FORGED, SHOWN = "x\n\x1b[2J\t\u009b", "x\\012\\033[2J\t\\302\\233"
     (["-g", "demo", "-c", f"/opt/{FORGED}"], no_configuration(f"/opt/{SHOWN}")),
     (["-g", "demo", "-c", f"/opt/unreadable {FORGED}"], not_readable(f"/opt/unreadable {SHOWN}")),
 ], ids=lambda value: value[:9] if isinstance(value, str) else "")
-def test_no_argument_forges_a_line_of_an_error(machine: Machine, arguments: list[str], told: str):
+def test_no_argument_forges_a_line_of_an_error(machine: Machine, arguments: list[str],
+                                               reported: str):
     machine.directory(f"/opt/present {FORGED}", 0o500)
     machine.file(f"/opt/unreadable {FORGED}", "", 0o200)
     run = machine.run(*arguments)
-    assert (run.status, run.stderr) == (255, told + expect.LOOK_AT_LOG)
-    assert told in (run.log or "")
+    assert (run.status, run.stderr) == (255, reported + expect.LOOK_AT_LOG)
+    assert reported in (run.log or "")
 
 
 def test_what_is_selected_and_configured_forges_no_line(machine: Machine):
@@ -345,11 +346,11 @@ def test_a_repeated_directory_is_warned_of_and_the_last_one_wins(machine: Machin
     machine.directory("/opt/last")
     arguments = ("-d", "/opt/none", "-D", "/opt/none/2", "-d", "/opt/last")
     run = collect(machine, pattern_text.block(), arguments=arguments)
-    told = repeated("-D") + repeated("-d")
+    reported = repeated("-D") + repeated("-d")
     output = f"/opt/last/{expect.OUTPUT_NAME}"
-    log = expect.RunLog(" ".join(("-g", "demo", *arguments))).raw(told)
+    log = expect.RunLog(" ".join(("-g", "demo", *arguments))).raw(reported)
     assert run.status == 0
-    assert run.stderr == told
+    assert run.stderr == reported
     assert run.log == log.initialized("demo", output=output).complete(output, output).text
 
 
@@ -378,15 +379,15 @@ def test_an_output_file_that_exists_is_refused(machine: Machine):
         assert run.stderr == exists(value) + expect.LOOK_AT_LOG
 
 
-@pytest.mark.parametrize("present, told", [
+@pytest.mark.parametrize("present, reported", [
     ([".tar"], ".tar"), ([".tar.gz"], ".tar.gz"), ([".tar.gz", ".tar"], ".tar"),
 ])
 def test_an_output_file_whose_result_exists_is_refused(machine: Machine, present: list[str],
-                                                       told: str):
+                                                       reported: str):
     for suffix in present:
         machine.file(f"/opt/d/name{suffix}", "kept")
     arguments = ["-g", "demo", "-o", "/opt/d/name"]
-    check_refused(machine, machine.run(*arguments), arguments, exists(f"/opt/d/name{told}"))
+    check_refused(machine, machine.run(*arguments), arguments, exists(f"/opt/d/name{reported}"))
     assert [machine.read(f"/opt/d/name{suffix}") for suffix in present] == ["kept"] * len(present)
 
 
@@ -483,14 +484,14 @@ def test_a_repeated_configuration_file_is_warned_of_and_the_last_one_wins(machin
     assert "    Max output data size = 7 KB\n" in (run.log or "")
 
 
-@pytest.mark.parametrize("arguments, told", [
+@pytest.mark.parametrize("arguments, reported", [
     (["-c", "/none", "-o", "/none/x", "-d", "/none"], no_directory("/none")),
     (["-c", "/none", "-o", "/opt/behave"], exists("/opt/behave")),
     (["-c", "/none", "-d", "/opt"], no_configuration("/none")),
 ])
-def test_values_are_checked_in_a_fixed_order(machine: Machine, arguments: list[str], told: str):
+def test_values_are_checked_in_a_fixed_order(machine: Machine, arguments: list[str], reported: str):
     arguments = ["-g", "demo", *arguments]
-    check_refused(machine, machine.run(*arguments), arguments, told)
+    check_refused(machine, machine.run(*arguments), arguments, reported)
 
 
 def test_a_removed_working_directory_matters_to_relative_values_only(machine: Machine):
@@ -498,8 +499,8 @@ def test_a_removed_working_directory_matters_to_relative_values_only(machine: Ma
                  ' exec /opt/norvale/quendil/bin/quendil "$@"\n', 0o755)
     machine.directory("/opt/gone/cwd")
     done = machine.exec(["/opt/gone/run", "-g", "demo", "-d", "out"], check=False)
-    told = expect.system_error("getcwd", 2)
-    assert (done.status, done.stderr) == (255, told + expect.LOOK_AT_LOG)
+    reported = expect.system_error("getcwd", 2)
+    assert (done.status, done.stderr) == (255, reported + expect.LOOK_AT_LOG)
     machine.directory("/opt/gone/cwd")
     done = machine.exec(["/opt/gone/run", "-g", "none", "-d", "/opt"], check=False)
     assert done.stderr.startswith("ZEPA121-E")

@@ -123,7 +123,7 @@ def test_hostile_pattern_files_are_only_read(machine: Machine):
 
 
 #: Types into an interactive bash on a terminal of its own and prints the arguments that a command
-#: line got: each key press waits for what the one before it has brought to the screen.
+#: line got: each key press waits for what the one before it has printed on the screen.
 TYPIST = r"""
 import os, pty, select, sys
 def screen(descriptor, text):

@@ -1,4 +1,4 @@
-"""The configuration file: what a line may hold, what it changes, and how a fault is told."""
+"""The configuration file: what a line may hold, what it changes, and how a fault is reported."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ from support.run import Run
 
 
 def fault(line: int, path: str = CONFIGURATION) -> str:
-    """What is told of a line that is wrong."""
+    """The report of a wrong line."""
     return ("ZEPA119-E:A syntax error occurred.\n"
             f"ZEPA120-E:filename = {path}, line no = {line}.\n")
 
@@ -160,7 +160,7 @@ def test_a_data_directory_of_260_bytes_is_taken(machine: Machine):
     check_configured(machine, f"QUENDIL_DATA_DIRECTORY={path}\n", path, cleanup="OFF")
 
 
-@pytest.mark.parametrize("value, told", [
+@pytest.mark.parametrize("value, reported", [
     ("/opt/none", "ZEPA104-E:The specified directory(/opt/none) does not exist.\n"),
     ("/opt/behave", "ZEPA104-E:The specified directory(/opt/behave) does not exist.\n"),
     ("/opt/%HOST%", "ZEPA104-E:The specified directory(/opt/testhost) does not exist.\n"),
@@ -169,11 +169,12 @@ def test_a_data_directory_of_260_bytes_is_taken(machine: Machine):
     ("/opt/nx", "ZEPA105-E:You do not have write permissions for the specified"
      " directory(/opt/nx).\n"),
 ])
-def test_a_data_directory_that_cannot_be_used_is_refused(machine: Machine, value: str, told: str):
+def test_a_data_directory_that_cannot_be_used_is_refused(machine: Machine, value: str,
+                                                         reported: str):
     machine.directory("/opt/ro", 0o577)
     machine.directory("/opt/nx", 0o677)
     machine.conf(f"QUENDIL_DATA_DIRECTORY={value}\n")
-    check_refused(machine, machine.run(*GROUP), GROUP, told, 2)
+    check_refused(machine, machine.run(*GROUP), GROUP, reported, 2)
 
 
 def test_the_option_wins_over_the_configured_directory(machine: Machine):
@@ -201,11 +202,11 @@ def test_a_fault_behind_a_good_line_undoes_nothing_and_collects_nothing(machine:
 # ---- Files --------------------------------------------------------------------------------------
 
 
-def refused(machine: Machine, told: str, *arguments: str) -> Run:
+def refused(machine: Machine, reported: str, *arguments: str) -> Run:
     run = machine.run(*GROUP, *arguments)
     assert run.status == 255
     assert run.stdout == Terminal().init().step(1).newline().text
-    assert run.stderr == told + expect.LOOK_AT_LOG
+    assert run.stderr == reported + expect.LOOK_AT_LOG
     return run
 
 

@@ -1,4 +1,4 @@
-"""Data items: what is found, what is brought in, and how it looks in the unpacked archive."""
+"""Data items: what is found, what is copied, and how it is in the unpacked archive."""
 
 from __future__ import annotations
 
@@ -23,13 +23,13 @@ def walk(machine: Machine, path: str) -> Iterator[str]:
 
 
 def sizes(machine: Machine, paths: Iterable[str]) -> dict[str, int]:
-    """What the log tells of paths: the sizes of files, 0 for directories."""
+    """What the log reports of paths: the sizes of files, 0 for directories."""
     status = {path: machine.status(path) for path in paths}
     return {path: 0 if stat.S_ISDIR(one.st_mode) else one.st_size for path, one in status.items()}
 
 
 def log_of(machine: Machine, *paths: str, before: str = "") -> str:
-    """The log of a run whose only item brings in the paths and all below them."""
+    """The log of a run whose only item collects the paths and all below them."""
     copied = sizes(machine, (below for path in paths for below in walk(machine, path)))
     return started_log().data(copied, sum(copied.values()), before).complete().text
 
@@ -45,13 +45,13 @@ def check_same(machine: Machine, unpacked: Tree, path: str) -> None:
 
 
 def failed(path: str) -> str:
-    """What is told of an entry that cannot be brought in."""
+    """The report of an entry that cannot be collected."""
     return ("ZEPA130-W:An attempt to collect the system information has failed.\n"
             f"ZEPA152-W:Additional information, path = {path}.\n")
 
 
 def not_found(path: str) -> str:
-    """What is told of a path that is not there."""
+    """The report of a missing path."""
     return f"ZEPA129-W:A system information({path}) is not found.\n"
 
 
@@ -143,8 +143,8 @@ def test_a_path_that_matches_nothing_is_reported_and_has_no_record(machine: Mach
 
 def test_a_path_below_a_missing_directory_is_reported(machine: Machine):
     run = collect(machine, pattern_text.data("/opt/none/*"))
-    told = expect.system_error("opendir", 2, "/opt/none", "IGCmnTree", warning=True)
-    assert run.log == started_log().data({}, 0, told + not_found("/opt/none/*")).complete().text
+    reported = expect.system_error("opendir", 2, "/opt/none", "IGCmnTree", warning=True)
+    assert run.log == started_log().data({}, 0, reported + not_found("/opt/none/*")).complete().text
 
 
 def test_special_strings_of_a_path_are_expanded(machine: Machine):
@@ -270,9 +270,9 @@ def test_a_link_to_nowhere_in_a_directory_is_reported_and_skipped(machine: Machi
     machine.link("/opt/data/loop", "loop")
     run = collect(machine, pattern_text.data("/opt/data"))
     order = [name for name in os.listdir(machine.path("/opt/data")) if name != "file"]
-    told = "".join(not_found(f"/opt/data/{name}") for name in order)
+    reported = "".join(not_found(f"/opt/data/{name}") for name in order)
     assert run.log == started_log().data({"/opt/data": 0, "/opt/data/file": 1}, 1,
-                                         told).complete().text
+                                         reported).complete().text
     assert run.status == 0 and "opt/data/nowhere" not in run.archive
 
 
@@ -344,7 +344,7 @@ def test_a_file_of_the_kernel_is_collected_with_its_content(machine: Machine, pa
     content = machine.exec(["/bin/cat", path]).stdout
     assert content
     run = collect(machine, pattern_text.data(path))
-    # The size told is the one that the kernel gives, which says nothing of the content; the total
+    # The reported size is that of the kernel, which says nothing of the content; the total
     # counts what was read.
     size = int(machine.exec(["/usr/bin/stat", "-c", "%s", path]).stdout)
     read = max(size, len(content))
@@ -374,8 +374,8 @@ def test_a_file_of_the_kernel_that_cannot_be_read_is_reported(machine: Machine):
     run = collect(machine, pattern_text.data("/proc/sys/vm/drop_caches"),
                   pattern_text.data("/opt/behave"))
     size = machine.status("/opt/behave").st_size
-    told = failed("/proc/sys/vm/drop_caches")
-    log = started_log().data({}, 0, told).data({"/opt/behave": size}, size)
+    reported = failed("/proc/sys/vm/drop_caches")
+    log = started_log().data({}, 0, reported).data({"/opt/behave": size}, size)
     assert run.log == log.complete().text
     assert "proc/sys/vm/drop_caches" not in run.archive
 

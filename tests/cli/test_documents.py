@@ -1,4 +1,4 @@
-"""The examples of the documents: the program reads each of them, and says what they tell."""
+"""The examples of the documents: the program reads each of them and reports what they say."""
 
 from __future__ import annotations
 
@@ -36,7 +36,7 @@ def complete(example: str) -> str:
 
 
 def patterns() -> dict[str, str]:
-    """Every example of a pattern file, by a name that tells where it stands."""
+    """Every example of a pattern file, by a name with its place."""
     found = {}
     for path in (COOKBOOK, README, *sorted((ROOT / "docs").glob("*.md"))):
         texts = [text for kind, text in fences(path)
@@ -100,7 +100,7 @@ def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Mach
 
 
 def mistakes() -> list[tuple[str, list[tuple[str, str]]]]:
-    """Every pattern with a mistake, with the blocks behind it that tell what is said of it."""
+    """Every pattern with a mistake, with the blocks behind it that show the report of it."""
     found: list[tuple[str, list[tuple[str, str]]]] = []
     for kind, text in fences(COOKBOOK):
         if kind == "mistake":
@@ -110,15 +110,15 @@ def mistakes() -> list[tuple[str, list[tuple[str, str]]]]:
     return found
 
 
-@pytest.mark.parametrize("pattern, told", mistakes(), ids=range(len(mistakes())))
+@pytest.mark.parametrize("pattern, reported", mistakes(), ids=range(len(mistakes())))
 def test_a_mistake_is_reported_as_the_cookbook_tells(machine: Machine, pattern: str,
-                                                    told: list[tuple[str, str]]):
-    assert told
+                                                    reported: list[tuple[str, str]]):
+    assert reported
     machine.pattern("90_myproduct", pattern)
     machine.file(f"{PATTERN_DIRECTORY}/10_demo", DEMO)
     run = machine.run("-g", "myproduct")
     assert run.status == 255
-    for kind, text in told:
+    for kind, text in reported:
         assert text in ((run.raw["log"] if kind == "log" else run.stderr) or ""), text
 
 

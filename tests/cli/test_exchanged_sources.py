@@ -17,7 +17,7 @@ SECRET = b"only root may read this"
 
 
 def failed(path: str) -> str:
-    """What the log says of an entry that cannot be brought in."""
+    """The report of an entry that cannot be collected."""
     return ("ZEPA130-W:An attempt to collect the system information has failed.\n"
             f"ZEPA152-W:Additional information, path = {path}.\n")
 
@@ -379,7 +379,7 @@ def test_a_link_to_its_own_directory_is_not_followed_without_end(machine: Machin
     assert "tar: " not in run.log
 
 
-# ---- What is told of a file that has gone --------------------------------------------------------
+# ---- The report of a file that was removed ------------------------------------------------------
 
 
 @pytest.mark.parametrize("how", ["rm /opt/data/gone", "rm /opt/data/gone; ln -s gone /opt/data/gone"])
@@ -389,8 +389,8 @@ def test_the_archives_own_log_names_the_files_that_were_removed(machine: Machine
     tool = script(machine, "/opt/remove", how)
     run = collect(machine, pattern_text.data("/opt/data"), pattern_text.tool(tool))
     assert run.status == 0
-    told = b"ZEPA129-W:A system information(/opt/data/gone) is not found.\n"
-    assert run.archive.read("quendil.log").count(told) == 1
+    reported = b"ZEPA129-W:A system information(/opt/data/gone) is not found.\n"
+    assert run.archive.read("quendil.log").count(reported) == 1
     assert b"opt/data/stays) is" not in run.archive.read("quendil.log")
 
 
@@ -495,7 +495,7 @@ def test_nothing_is_removed_behind_an_output_that_is_exchanged_while_it_is_swept
 
 
 def run_below_home(machine: Machine, meanwhile: str, in_output: str, *items: str):
-    """A run whose output lies in a user's directory, and is exchanged while it waits for his file.
+    """A run whose output is in a user's directory, and is exchanged while it waits for his file.
 
     /opt/victim is a directory of root's that he would like to have something made in.
     """
@@ -675,7 +675,7 @@ def test_the_last_whole_copy_stays_when_the_run_log_cannot_be_written_then(machi
     machine.small_tmpfs(logs, 65536)
     machine.file("/opt/data", b"x" * 20000)
     machine.replace("/bin/tar", behave.become("/opt/other"))
-    # What it prints brings the run log near the end of its last page, and the disk is full then.
+    # Its output fills the run log nearly to the end of the last page, and the disk is full then.
     script(machine, "/opt/other", f"""echo no archive of tar >"$2"
 head -c $((4096 - $(stat -c %s {logs}/quendil.log) % 4096 - 20)) /dev/zero | tr '\\0' x >&2
 cat /dev/zero >{logs}/full 2>/dev/null

@@ -1,4 +1,4 @@
-"""What a caller or an earlier run may have left in a run's way: it ends, and tells the truth."""
+"""What a caller or an earlier run may have left in a run's way: it ends with a correct report."""
 
 from __future__ import annotations
 
@@ -109,9 +109,9 @@ def test_a_fifo_in_the_indexs_place_ends_the_run(machine: Machine):
     run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} cd %d% exec /opt/tool"),
                   pattern_text.data("/opt/tool"))
     index = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
-    told = expect.system_error("fopen", 6, index, "IGCmnFile", warning=True)
+    reported = expect.system_error("fopen", 6, index, "IGCmnFile", warning=True)
     assert run.status == 255 and machine.outputs() == []
-    assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
+    assert run.stderr == reported.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
 
 
 @pytest.mark.parametrize("name", ["quendil.log", "quendil_old.log"])
@@ -119,8 +119,8 @@ def test_what_exists_in_the_run_logs_place_is_renamed(machine: Machine, name: st
     machine.fifo(f"{LOG_DIRECTORY}/{name}")
     arguments = ["-x"]
     run = machine.run(*arguments)
-    told = "ZEPA101-E:The specified option(-x) is invalid.\n"
-    assert run.log == expect.RunLog("-x").raw(told).finished(255).text
+    reported = "ZEPA101-E:The specified option(-x) is invalid.\n"
+    assert run.log == expect.RunLog("-x").raw(reported).finished(255).text
     assert machine.list(LOG_DIRECTORY) == ["quendil.log", "quendil_hist.log", "quendil_old.log"]
 
 
@@ -140,15 +140,15 @@ def test_a_history_of_three_gigabytes_is_put_aside(machine: Machine):
     assert machine.status(HISTORY).st_size < 200
 
 
-@pytest.mark.parametrize("path, told", [
+@pytest.mark.parametrize("path, reported", [
     ("/dev/zero", "ZEPA119-E:A syntax error occurred.\n"
                   "ZEPA120-E:filename = /dev/zero, line no = 1.\n"),
     ("/dev/tty", "ZEPA112-E:You do not have access permissions for the specified file"
                  "(/dev/tty).\n"),
 ])
-def test_a_device_is_no_configuration_file(machine: Machine, path: str, told: str):
+def test_a_device_is_no_configuration_file(machine: Machine, path: str, reported: str):
     arguments = [*GROUP, "-c", path]
-    check_refused(machine, machine.run(*arguments), arguments, told, 1)
+    check_refused(machine, machine.run(*arguments), arguments, reported, 1)
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
@@ -161,8 +161,8 @@ def test_a_run_that_waits_for_its_configuration_can_be_interrupted(machine: Mach
     run.wait_for(lambda: run.stdout == Terminal().init().step().text.encode() and any(
         entry.pid == run.pid and entry.state == "S" for entry in machine.processes()))
     run.signal(number)
-    told = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
-    check_refused(machine, run.finish(), arguments, told, 1)
+    reported = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
+    check_refused(machine, run.finish(), arguments, reported, 1)
     os.close(writer)
 
 
@@ -179,9 +179,9 @@ def test_a_run_whose_terminal_is_not_read_can_be_interrupted(machine: Machine, n
     run = running.finish()
     os.close(writer)
     os.close(reader)
-    told = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
-    assert run.status == 255 and run.log.count(told) == 1 and run.log.endswith("= 255.\n")
-    assert run.stderr == ("" if "stderr" in streams else told + expect.LOOK_AT_LOG)
+    reported = f"ZEPA136-E:quendil was interrupted. signal no = {number}.\n"
+    assert run.status == 255 and run.log.count(reported) == 1 and run.log.endswith("= 255.\n")
+    assert run.stderr == ("" if "stderr" in streams else reported + expect.LOOK_AT_LOG)
     assert machine.outputs() == []
     assert machine.locks(f"{BIN_DIRECTORY}/{RUN_LOCK}") == (0, 0)
 

@@ -1,4 +1,4 @@
-"""Trees that somebody arranged against the collector, or that the kernel has grown by itself."""
+"""Trees that a user arranged against the collector, or that the kernel has made itself."""
 
 import os
 import re
@@ -113,7 +113,7 @@ def test_a_deep_tree_costs_no_more_than_its_size(machine: Machine):
 def test_a_chain_of_directories_costs_no_more_than_its_length(machine: Machine):
     path = "/opt/data" + "/d" * 1900
     machine.exec(["/bin/mkdir", "-p", path])
-    run = collect(machine, pattern_text.data("/opt/data"))  # a look at each one's way up took minutes
+    run = collect(machine, pattern_text.data("/opt/data"))  # checking each path took minutes
     assert run.status == 0 and "ZEPA140-W" not in run.log
     assert path[1:] in run.archive
 

@@ -150,13 +150,13 @@ def test_an_index_that_cannot_be_written_ends_the_run(machine: Machine, data: st
     run = collect(machine, pattern_text.tool(f"{behave.PROGRAM} cd %d% exec /opt/tool"),
                   pattern_text.data(data), pattern_text.tool(machine.tool(
                       behave.write("/opt/never", ""))))
-    told = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
-                               "IGCmnFile", warning=True)
+    reported = expect.system_error("fopen", 21, f"{expect.OUTPUT_DIRECTORY}/quendil_index",
+                                   "IGCmnFile", warning=True)
     assert run.status == 255 and machine.outputs() == []
-    assert run.log is not None and told in run.log
+    assert run.log is not None and reported in run.log
     assert not machine.exists("/opt/never")
     # What ended the run was a line of the log only; now the terminal has it too.
-    assert run.stderr == told.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
+    assert run.stderr == reported.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
 
 
 def test_a_head_that_is_too_long_for_the_disk_is_reported_as_a_failed_write(machine: Machine):
@@ -175,19 +175,19 @@ def test_a_head_that_is_too_long_for_the_disk_is_reported_as_a_failed_write(mach
 def test_a_disk_that_is_full_in_the_midst_of_a_record_ends_the_run(machine: Machine, cleanup: str):
     machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
     machine.small_tmpfs(DATA_DIRECTORY, 200_000)
-    # Names take no room there, but there is none for a record with all of them.
+    # Names take no room there, but a record with all of them does.
     fill = machine.file("/opt/fill", "#!/bin/sh\n"
                         "mkdir $1/own && touch $(seq -f $1/own/%0200.0f 40)\n"
-                        f"head -c 1000000 /dev/zero > {DATA_DIRECTORY}/filler 2> /opt/told\n",
+                        f"head -c 1000000 /dev/zero > {DATA_DIRECTORY}/filler 2> /opt/errors\n",
                         0o755)
     run = collect(machine, pattern_text.data(machine.file("/opt/first", "x"), "kept"),
                   pattern_text.tool(f"{fill} %d%"), pattern_text.data("%d%/own/*"),
                   pattern_text.tool(machine.tool(behave.write("/opt/never", ""))))
     path = f"{expect.OUTPUT_DIRECTORY}/quendil_index"
-    told = [expect.system_error(call, 28, path, unit, warning=True)
-            for call, unit in (("fprintf", "IGIndex"), ("fflush", "IGCmnFile"))]
+    reported = [expect.system_error(call, 28, path, unit, warning=True)
+                for call, unit in (("fprintf", "IGIndex"), ("fflush", "IGCmnFile"))]
     assert run.status == 255
-    assert run.log is not None and sum(text in run.log for text in told) == 1
+    assert run.log is not None and sum(text in run.log for text in reported) == 1
     assert run.log.count("error code = 28") == 1
     assert not machine.exists("/opt/never")
     machine.remove(f"{DATA_DIRECTORY}/filler")

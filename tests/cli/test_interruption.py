@@ -1,4 +1,4 @@
-"""Runs that SIGINT, SIGTERM or SIGHUP ends: what is stopped, what is told and what stays."""
+"""Runs that SIGINT, SIGTERM or SIGHUP ends: what is stopped, what is reported and what stays."""
 
 from __future__ import annotations
 
@@ -306,7 +306,7 @@ def test_an_interruption_after_compressing_keeps_the_only_copy(machine: Machine)
     run.signal(signal.SIGTERM)
     ended = run.finish()
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
-    # What is told must be there.
+    # The reported result must exist.
     assert machine.exists(ended.result)
 
 
@@ -329,7 +329,7 @@ def test_an_interruption_while_logs_are_copied_leaves_the_directory(machine: Mac
                     behave.wait_for("/opt/go"))
     run = begin(machine, pattern_text.block())
     run.wait_for("/opt/ready")
-    run.signal(number)  # to the program alone: the copy goes on to its end
+    run.signal(number)  # to the program alone: the copy continues to its end
     machine.file("/opt/go")
     ended = run.finish()
     assert (ended.status, ended.log) == (20, making(number))

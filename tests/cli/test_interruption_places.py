@@ -1,6 +1,6 @@
-"""Runs that SIGINT, SIGTERM or SIGHUP meets between any two system calls.
+"""Runs that get SIGINT, SIGTERM or SIGHUP between any two system calls.
 
-Nothing is left behind, nothing is told twice, and what is told is what there is.
+Nothing is left behind, nothing is reported twice, and the reported result exists.
 """
 
 from __future__ import annotations
@@ -22,7 +22,7 @@ EVERY = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 (STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED,
  REMOVAL, REMOVAL_REAPED, GZIP, GZIP_REAPED) = range(13)
 
-#: What lies at least around a child that is started without a shell, and waited for.
+#: The calls at least around a child that is started without a shell, and waited for.
 AROUND_A_CHILD = {
     *((place, call) for place in ("before", "after")
       for call in ("clone", "sigprocmask", "dup2", "close", "wait4", "umask")),
@@ -30,38 +30,38 @@ AROUND_A_CHILD = {
 
 
 def interrupt_at(runs: Interrupted, stops: Iterable[Stop], number: int) -> set[tuple[str, str]]:
-    """Interrupts a run at each of the places, the program alone and its group in turn; tells the
-    kinds of places that were met."""
-    met = set()
+    """Interrupts a run at each of the places, the program alone and its group in turn; returns
+    the kinds of places that were reached."""
+    reached = set()
     for count, stop in enumerate(stops):
         to_group = (count + number) % 2 == 0
         for found in runs.check(Order(stop.where, number, to_group)):
-            met.add((found.place, found.call))
-    return met
+            reached.add((found.place, found.call))
+    return reached
 
 
 def interrupt_at_kinds(runs: Interrupted, stops: list[Stop], number: int,
                        wanted: set[tuple[str, str]]) -> set[tuple[str, str]]:
-    """Interrupts a run at each of the places; tells the kinds of places that were met.
+    """Interrupts a run at each of the places; returns the kinds of places that were reached.
 
     On a busy machine a tool may end before a place is reached: those of a wanted kind that was
     missed are tried again.
     """
-    met = interrupt_at(runs, stops, number)
+    reached = interrupt_at(runs, stops, number)
     for _ in range(20):
-        again = [stop for stop in stops if (stop.place, stop.call) in wanted - met]
-        met |= interrupt_at(runs, again, number)
-    return met
+        again = [stop for stop in stops if (stop.place, stop.call) in wanted - reached]
+        reached |= interrupt_at(runs, again, number)
+    return reached
 
 
 def survey_with_wait(runs: Interrupted, wait: str) -> list[Stop]:
-    """All places of a run that came to this wait for its tool. A busy machine may keep it from
+    """All places of a run that reached this wait for its tool. A busy machine may keep it from
     that until the tool has ended."""
     for _ in range(20):
         stops = runs.survey()
         if ("before", wait) in {(stop.place, stop.call) for stop in every(stops, TOOL)}:
             return stops
-    raise AssertionError(f"no run has come to {wait}: {stops}")
+    raise AssertionError(f"no run has reached {wait}: {stops}")
 
 
 def quick(machine: Machine, timeout: int = 10, milliseconds: int = 10) -> Interrupted:

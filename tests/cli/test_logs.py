@@ -33,7 +33,7 @@ PAGE = 4096
 
 
 def warning(call: str, code: int, path: str) -> str:
-    """What is told of a history log that cannot be written."""
+    """The report of a history log that cannot be written."""
     return expect.system_error(call, code, path, "IGCmnLog", warning=True)
 
 
@@ -65,7 +65,7 @@ def test_a_default_acl_opens_no_log_and_no_index(machine: Machine):
     run = collect(machine, pattern_text.block())
     assert run.status == 20
     machine.run("-x")
-    # Where there is a list, the group's bits are the most that it gives.
+    # With a list, the group's bits are the most that it gives.
     for name in ("quendil.log", "quendil_old.log", "quendil_hist.log"):
         assert machine.mode(f"{LOG_DIRECTORY}/{name}") == "0600"
     assert machine.mode(f"{run.result}/quendil_index") == "0600"
@@ -89,7 +89,7 @@ def test_a_read_only_log_directory_ends_the_run(machine: Machine):
 
 
 def lost(call: str, code: int) -> str:
-    """What the terminal is told when the run log breaks."""
+    """What the terminal shows when the run log breaks."""
     return expect.system_error(call, code, RUN_LOG)
 
 
@@ -105,7 +105,7 @@ def small_log_directory(machine: Machine, history: int, pages: int) -> str:
 def test_a_log_whose_first_line_cannot_be_written_ends_the_run(machine: Machine):
     before = small_log_directory(machine, 1000, 0)
     run = machine.run(*GROUP)
-    # Nobody is sent to look at a log that holds nothing.
+    # No message refers to an empty log.
     assert (run.status, run.stdout, run.stderr) == (255, "", lost("fflush", NO_SPACE))
     assert run.log == ""
     assert run.history == before + expect.history("-g demo", 255)
@@ -334,25 +334,25 @@ def test_a_history_that_cannot_be_renamed_grows(machine: Machine):
 def test_a_history_that_cannot_be_opened_is_reported_and_the_run_continues(machine: Machine):
     machine.directory(HISTORY)
     run = collect(machine, pattern_text.block(), merge=True)
-    told = warning("fopen", 21, HISTORY)
+    reported = warning("fopen", 21, HISTORY)
     copy = f"ZEPA142-W:An attempt to copy the logfile ({HISTORY}) has failed.\n"
-    log = started_log().started("making").raw(copy).deleted(expect.OUTPUT_DIRECTORY).raw(told)
+    log = started_log().started("making").raw(copy).deleted(expect.OUTPUT_DIRECTORY).raw(reported)
     log.ended("making").cleaned()
     assert run.status == 0
-    assert run.stdout == 2 * told + complete_output(0) + 2 * told
+    assert run.stdout == 2 * reported + complete_output(0) + 2 * reported
     assert run.log == log.finished(0, expect.output_file()).text
 
 
 def test_a_history_lock_that_cannot_be_opened_is_reported_and_the_run_continues(machine: Machine):
     machine.directory(HISTORY_LOCK)
     run = collect(machine, pattern_text.block(), merge=True)
-    told = warning("open", 21, HISTORY_LOCK)
+    reported = warning("open", 21, HISTORY_LOCK)
     copy = f"ZEPA142-W:An attempt to copy the logfile ({HISTORY}) has failed.\n"
-    log = started_log().started("making").raw(copy).deleted(expect.OUTPUT_DIRECTORY).raw(told)
+    log = started_log().started("making").raw(copy).deleted(expect.OUTPUT_DIRECTORY).raw(reported)
     log.ended("making").cleaned()
     assert run.status == 0
     # The rotation, the start and the arguments; the exit code and the end.
-    assert run.stdout == 3 * told + complete_output(0) + 2 * told
+    assert run.stdout == 3 * reported + complete_output(0) + 2 * reported
     assert run.log == log.finished(0, expect.output_file()).text
     assert run.history is None
 
@@ -360,9 +360,9 @@ def test_a_history_lock_that_cannot_be_opened_is_reported_and_the_run_continues(
 def test_a_history_that_cannot_be_written_is_reported_and_the_run_continues(machine: Machine):
     machine.file(HISTORY, "x" * 9000)
     run = machine.run("-x", limits={"fsize": 9000})
-    told = warning("fflush", TOO_LARGE, HISTORY)
+    reported = warning("fflush", TOO_LARGE, HISTORY)
     assert run.status == 255
-    assert run.stderr == 2 * told + INVALID + expect.LOOK_AT_LOG + 2 * told
+    assert run.stderr == 2 * reported + INVALID + expect.LOOK_AT_LOG + 2 * reported
     assert run.log == expect.RunLog("-x").raw(INVALID).finished(255).text
     assert run.history == "x" * 9000
 
@@ -377,9 +377,9 @@ def test_a_history_line_that_does_not_fit_leaves_nothing_of_itself(machine: Mach
 def test_a_full_disk_takes_the_history_and_the_run_log(machine: Machine):
     before = small_log_directory(machine, PAGE, 0)
     run = machine.run(*GROUP)
-    told = warning("fflush", NO_SPACE, HISTORY)
+    reported = warning("fflush", NO_SPACE, HISTORY)
     assert (run.status, run.stdout) == (255, "")
-    assert run.stderr == 2 * told + lost("fflush", NO_SPACE) + 2 * told
+    assert run.stderr == 2 * reported + lost("fflush", NO_SPACE) + 2 * reported
     assert (run.log, run.history) == ("", before)
 
 
@@ -422,7 +422,7 @@ def test_a_run_tries_to_lock_the_history_every_tenth_of_a_second_without_limit(m
         run.wait_for(lambda: not [entry for entry in machine.processes() if entry.pid != run.pid])
         began, slept = time.monotonic(), switches(machine, run.pid)
         asked = run.wait_for(lambda: max(0, switches(machine, run.pid) - slept - 9))
-        # However late it is looked at, a round that sleeps costs its tenth of a second.
+        # However late it is read, a round that sleeps costs its tenth of a second.
         assert asked + 9 <= 10 * (time.monotonic() - began) + 2
         assert machine.locks(HISTORY_LOCK) == (1, 0) and not run.ended
         assert machine.read_log("quendil_hist.log") == before

@@ -1,4 +1,4 @@
-"""Pattern files: which of them a run takes, and what is told of those that it cannot read."""
+"""Pattern files: which of them a run takes, and what it reports of those that it cannot read."""
 
 from __future__ import annotations
 
@@ -39,7 +39,7 @@ def too_new(name: str = "10_demo") -> str:
 
 
 def marked(machine: Machine, mark: str) -> str:
-    """A data item that tells by its name that it was collected."""
+    """A data item whose name shows that it was collected."""
     return pattern_text.data(machine.file(f"/opt/marks/{mark}"))
 
 
@@ -152,8 +152,8 @@ def test_a_failed_stat_of_a_pattern_file_ends_the_run(machine: Machine):
     machine.link(path_of("20_nowhere"), "/opt/none")
     log = expect.RunLog("-g demo").parameters(["demo"])
     shown = expect.system_error("stat", 2, path_of("20_nowhere"))
-    told = expect.system_error("stat", 2, path_of("20_nowhere"), "IGCmnPath")
-    check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], told, 3, log, shown)
+    reported = expect.system_error("stat", 2, path_of("20_nowhere"), "IGCmnPath")
+    check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], reported, 3, log, shown)
 
 
 # ---- Faults -------------------------------------------------------------------------------------
@@ -205,15 +205,15 @@ FAULTS = [
 ]
 
 
-@pytest.mark.parametrize("text, told", FAULTS, ids=lambda value: repr(value)[-40:])
+@pytest.mark.parametrize("text, reported", FAULTS, ids=lambda value: repr(value)[-40:])
 def test_a_file_with_a_fault_is_left_out_and_the_others_are_taken(machine: Machine, text: str,
-                                                                  told: str):
+                                                                  reported: str):
     machine.pattern("10_demo", text)
     machine.pattern("20_good", pattern(marked(machine, "x")))
     run = machine.run("-g", "demo")
-    log = expect.RunLog("-g demo").parameters(["demo"]).raw(told).ended("initializing")
+    log = expect.RunLog("-g demo").parameters(["demo"]).raw(reported).ended("initializing")
     assert run.status == 0
-    assert run.stderr == ("" if told.startswith("ZEPA137") else told)
+    assert run.stderr == ("" if reported.startswith("ZEPA137") else reported)
     assert run.log == log.data({"/opt/marks/x": 0}, 0).complete().text
 
 
@@ -245,9 +245,9 @@ def test_when_every_file_has_a_fault_nothing_is_collected(machine: Machine):
     machine.pattern("40_demo", HEAD + "wrong\n")
     log = expect.RunLog("-g demo").parameters(["demo"])
     shown = too_new("20_demo") + bad_format("30_demo") + ALL_FAILED
-    told = (broken(2) + too_new("20_demo") + bad_format("30_demo") + broken(2, "40_demo")
-            + ALL_FAILED)
-    check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], told, 3, log, shown)
+    reported = (broken(2) + too_new("20_demo") + bad_format("30_demo") + broken(2, "40_demo")
+                + ALL_FAILED)
+    check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], reported, 3, log, shown)
 
 
 def test_one_good_file_that_does_not_fit_is_not_a_fault(machine: Machine):
@@ -331,21 +331,21 @@ def test_files_of_odd_names_are_read_like_any_other(machine: Machine):
     assert collected(run) == [str(ODD_NAMES.index(name)) for name in in_order]
 
 
-@pytest.mark.parametrize("text, told", [
+@pytest.mark.parametrize("text, reported", [
     (HEAD, "ZEPA138-W:filename = {}, line no = 2.\n"),
     ("wrong\n", "ZEPA139-W:Invalid format number({}).\n"),
     ("FORMAT_VERSION = 1.1\n",
      "ZEPA159-W:quendil command is older than the collection pattern file. skip the file ({}).\n"),
 ])
-def test_an_odd_name_of_a_faulty_file_forges_no_line(machine: Machine, text: str, told: str):
+def test_an_odd_name_of_a_faulty_file_forges_no_line(machine: Machine, text: str, reported: str):
     machine.pattern("20_good", pattern(marked(machine, "x")))
     forged = "0\nZEPA304-I:forged\x1b[2J\r"
     machine.pattern(forged, text)
     run = machine.run("-g", "demo")
     assert (run.status, collected(run)) == (0, ["x"])
-    message = told.format(in_messages(path_of(forged)))
+    message = reported.format(in_messages(path_of(forged)))
     assert message in (run.log or "")
-    assert run.stderr == ("" if told.startswith("ZEPA138") else message)
+    assert run.stderr == ("" if reported.startswith("ZEPA138") else message)
 
 
 def test_files_that_are_no_text_are_left_out(machine: Machine):
@@ -364,10 +364,10 @@ def test_files_that_are_no_text_are_left_out(machine: Machine):
     # A terabyte of nothing, which costs no room: its first byte is enough.
     os.truncate(machine.path(machine.file(path_of("30_hole"))), 1 << 40)
     run = machine.run("-g", "demo")
-    told = "".join(bad_format(name) for name in binaries)
-    told += broken(2, "21_every_byte") + broken(2, "22_backwards") + broken(2, "23_high")
-    told += bad_format("30_hole")
-    log = expect.RunLog("-g demo").parameters(["demo"]).raw(told).ended("initializing")
+    reported = "".join(bad_format(name) for name in binaries)
+    reported += broken(2, "21_every_byte") + broken(2, "22_backwards") + broken(2, "23_high")
+    reported += bad_format("30_hole")
+    log = expect.RunLog("-g demo").parameters(["demo"]).raw(reported).ended("initializing")
     assert run.status == 0
     assert run.stderr == "".join(bad_format(name) for name in [*binaries, "30_hole"])
     assert run.log == log.data({"/opt/marks/x": 0}, 0).complete().text

@@ -1,4 +1,4 @@
-"""The commands of the tool directory that ask products, with stand-ins for these."""
+"""The commands of the tool directory for products, with fakes of these."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 # ---- Databases -----------------------------------------------------------------------------------
 
-#: Listens on sockets of users while a command runs, where nobody else listens.
+#: Listens on sockets of users while a command runs, where no other server listens.
 LISTENER = """
 import os, socket, subprocess, sys
 kept = []
@@ -57,7 +57,7 @@ def listening(machine: Machine, sockets: str) -> list[str]:
 
 
 def ask(machine: Machine, sockets: str, *arguments: str, tools: str = TOOLS) -> Completed:
-    """Runs "sql" where these sockets, with the numbers of their owners, are all there are."""
+    """Runs "sql" where these sockets, with the numbers of their owners, are the only ones."""
     return machine.exec([*listening(machine, sockets), f"{tools}/sql", *arguments], check=False)
 
 
@@ -316,7 +316,7 @@ def test_no_link_of_another_user_is_followed_to_a_socket(system: Machine):
 
 
 def test_a_socket_on_a_file_system_that_does_not_answer_hides_no_other(system: Machine):
-    # Time for several programs to start, on a busy machine too, before the limit meets them.
+    # Time for several programs to start, on a busy machine too, before the limit is reached.
     tools = with_changes(system, "sql", ("timeout -k 1 5", "timeout -k 1 3"))
     lay_over(system, "/usr/sbin", "mariadb", ASKED)
     lay_over(system, "/usr/sbin", "stat", "#!/bin/sh\ncase $* in\n    *-L*/dead/*) exec sleep 20 ;;\nesac\n"
@@ -455,7 +455,7 @@ JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/there; exec sleep 1000; }\n'
 
 
 class VirtualMachine:
-    """A process that is taken for a Java virtual machine, while a test looks at it."""
+    """A process that is taken for a Java virtual machine, while a test reads it."""
 
     def __init__(self, machine: Machine, *kinds: str) -> None:
         self.machine = machine

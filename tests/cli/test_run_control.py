@@ -29,7 +29,7 @@ NO_VARIABLE = f"ZEPA104-E:The specified directory({VARIABLE}) does not exist.\n"
 
 
 def warning(call: str, code: int, path: str, source: str = "IGCmnLog") -> str:
-    """What is told of a history log that cannot be had."""
+    """The report of a history log that cannot be opened."""
     return expect.system_error(call, code, path, source, warning=True)
 
 
@@ -319,11 +319,11 @@ def test_a_missing_log_directory_ends_the_run(machine: Machine):
 def test_a_missing_data_directory_ends_the_run(machine: Machine):
     machine.remove(DATA_DIRECTORY)
     run = machine.run(*GROUP)
-    told = f"ZEPA104-E:The specified directory({DATA_DIRECTORY}) does not exist.\n"
+    reported = f"ZEPA104-E:The specified directory({DATA_DIRECTORY}) does not exist.\n"
     assert run.status == 255
     assert run.stdout == Terminal().init().step(2).newline().text
-    assert run.stderr == told + expect.LOOK_AT_LOG
-    assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
+    assert run.stderr == reported + expect.LOOK_AT_LOG
+    assert run.log == expect.RunLog("-g demo").raw(reported).finished(255).text
     assert run.history == expect.history("-g demo", 255)
     assert machine.list(VARIABLE) == ["log"]
 
@@ -331,11 +331,11 @@ def test_a_missing_data_directory_ends_the_run(machine: Machine):
 def test_a_missing_configuration_tree_ends_the_run(machine: Machine):
     machine.remove("/etc/opt/norvale")
     run = machine.run(*GROUP)
-    told = f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n"
+    reported = f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n"
     assert run.status == 255
     assert run.stdout == Terminal().init().step(1).newline().text
-    assert run.stderr == told + expect.LOOK_AT_LOG
-    assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
+    assert run.stderr == reported + expect.LOOK_AT_LOG
+    assert run.log == expect.RunLog("-g demo").raw(reported).finished(255).text
 
 
 # ---- The output directory -----------------------------------------------------------------------
@@ -371,11 +371,11 @@ def test_an_output_name_that_is_taken_gets_a_number(machine: Machine, present: s
 def test_a_default_archive_that_exists_is_refused(machine: Machine, suffix: str):
     take_names(machine, suffix)
     run = machine.run(*GROUP)
-    told = f"ZEPA109-E:The specified file({expect.OUTPUT_DIRECTORY}{suffix}) already exists.\n"
+    reported = f"ZEPA109-E:The specified file({expect.OUTPUT_DIRECTORY}{suffix}) already exists.\n"
     assert run.status == 255
     assert run.stdout == Terminal().init().step(2).newline().text
-    assert run.stderr == told + expect.LOOK_AT_LOG
-    assert run.log == expect.RunLog("-g demo").raw(told).finished(255).text
+    assert run.stderr == reported + expect.LOOK_AT_LOG
+    assert run.log == expect.RunLog("-g demo").raw(reported).finished(255).text
 
 
 def two_patterns(machine: Machine, further: str = "") -> Run:
@@ -490,17 +490,17 @@ def test_closed_descriptors_do_no_harm(machine: Machine, closed: list[int]):
 @pytest.mark.parametrize("closed", [[1], [2], [0, 1, 2]])
 def test_closed_descriptors_put_no_message_into_a_file(machine: Machine, closed: list[int]):
     run = machine.run("-x", close=closed)
-    told = "ZEPA101-E:The specified option(-x) is invalid.\n"
+    reported = "ZEPA101-E:The specified option(-x) is invalid.\n"
     assert run.status == 255
     assert run.stdout == ("" if 1 in closed else Terminal().init().newline().text)
-    assert run.stderr == ("" if 2 in closed else told + expect.LOOK_AT_LOG)
-    assert run.log == expect.RunLog("-x").raw(told).finished(255).text
+    assert run.stderr == ("" if 2 in closed else reported + expect.LOOK_AT_LOG)
+    assert run.log == expect.RunLog("-x").raw(reported).finished(255).text
     assert run.history == expect.history("-x", 255)
     assert [machine.status(path).st_size for path in (RUN_LOCK, HISTORY_LOCK)] == [0, 0]
 
 
 def broken_pipe() -> int:
-    """A descriptor that nobody reads from any more."""
+    """A descriptor without a reader."""
     reader, writer = os.pipe()
     os.close(reader)
     return writer
@@ -516,12 +516,12 @@ def test_outputs_that_cannot_be_written_do_not_end_a_run(machine: Machine, which
     finally:
         os.close(descriptor)
     output = f"/opt/{expect.OUTPUT_NAME}"
-    told = "ZEPA107-W:The specified option(-d) cannot be specified twice or more.\n"
-    log = expect.RunLog("-g demo -d /none -d /opt").raw(told).initialized("demo", output=output)
+    reported = "ZEPA107-W:The specified option(-d) cannot be specified twice or more.\n"
+    log = expect.RunLog("-g demo -d /none -d /opt").raw(reported).initialized("demo", output=output)
     assert run.status == 0
     assert run.log == log.complete(output, output).text
     if which == "stdout":
-        assert (run.stdout, run.stderr) == ("", told)
+        assert (run.stdout, run.stderr) == ("", reported)
     else:
         assert run.stderr == "" and run.stdout.endswith(expect.output_file(output))
 
@@ -541,9 +541,9 @@ def test_a_usage_text_that_cannot_be_written_does_not_matter(machine: Machine):
     {"LC_ALL": "", "LC_MESSAGES": "de_DE.UTF-8", "LANGUAGE": "de"},
 ])
 def test_the_locale_changes_no_message(machine: Machine, environment: dict[str, str]):
-    told = "ZEPA104-E:The specified directory(/opt/\u00e4) does not exist.\n"
+    reported = "ZEPA104-E:The specified directory(/opt/\u00e4) does not exist.\n"
     arguments = ["-g", "\u00e4", "-d", "/opt/\u00e4"]
-    check_refused(machine, machine.run(*arguments, env=environment), arguments, told)
+    check_refused(machine, machine.run(*arguments, env=environment), arguments, reported)
     machine.remove(RUN_LOCK)
     machine.directory(RUN_LOCK)
     run = machine.run(*GROUP, env=environment)

@@ -109,39 +109,40 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     assert (done.returncode, done.stdout) == (0, "1 files, 1 tools, 1 data items\n")
 
 
-@pytest.mark.parametrize("present, wrong, told", [
+@pytest.mark.parametrize("present, wrong, reported", [
     (f"{RUN} -m df", "df", "the command df is none of the tool directory"),
     (f"{RUN} -m df", "/bin/df", "the command /bin/df is none of the tool directory"),
     ("-m df", "-m /bin/df", "the program /bin/df is not given by its name"),
     ("-m df", "df", "the output of df is not masked"),
     ("df -lk", "df -lk | cat", "the word | needs a shell"),
-    ("df -lk", "df -k", "df is not told ^-l"),
-    ("df -lk", "du -0 -x /boot", "the lines of du are not told"),
-    ("df -lk", "-0 find /proc -print", "find is not told -print0"),
+    ("df -lk", "df -k", "df lacks the argument ^-l"),
+    ("df -lk", "du -0 -x /boot", "run lacks -0: du"),
+    ("df -lk", "-0 find /proc -print", "find lacks the argument -print0"),
     ("df -lk", "sh -c ls", "sh may change, wake or wait for something"),
     ("df -lk", "lspci", "lspci is not run by the command of the tool directory"),
     ("df -lk", "top -b -n 2", "top is not run by the command of the tool directory"),
     ("df -lk", "-c mask", "mask is no command of the tool directory"),
-    ("df -lk", "ls -ln /etc", "ls is not told to pass what is not there over"),
+    ("df -lk", "ls -ln /etc", "run lacks -p: ls"),
     ("df -lk", "nft list ruleset", "nft is run on no condition"),
     ("df -lk", "ps -ef -o pid,args", "the arguments of processes cannot be turned off"),
-    ("df -lk", "-c names -eo pid,comm", "names is not told"),
+    ("df -lk", "-c names -eo pid,comm", "names lacks the argument"),
     ("df -lk", "-l 51 df -l", "51 MiB are too much"),
-    ("df -lk", "-e /run/docker.pid docker ps -a", "docker is not told"),
-    ("df -lk", "-0 find /proc -name exe -print0", "find is not told"),
+    ("df -lk", "-e /run/docker.pid docker ps -a", "docker lacks the argument"),
+    ("df -lk", "-0 find /proc -name exe -print0", "find lacks the argument"),
     ("df -lk", "iw dev", "iw is run on no condition"),
     ("df -lk", "cat /etc/shadow", "may hold secrets"),
-    ("run -m df -lk", "show /etc/shadow", "may bring secrets along"),
-    ("run -m df -lk", "show /etc", "may bring secrets along"),
+    ("run -m df -lk", "show /etc/shadow", "may collect secrets"),
+    ("run -m df -lk", "show /etc", "may collect secrets"),
     ("run -m df -lk", "show -l 13 /var/log/messages", "13 MiB are too much"),
-    ("run -m df -lk", "run -m -c each disk smartctl -a /dev/{}", "smartctl is not told ^-n standby"),
+    ("run -m df -lk", "run -m -c each disk smartctl -a /dev/{}",
+     "smartctl lacks the argument ^-n standby"),
     ("run -m df -lk", "run -c each disk smartctl -n standby", "the output of each is not masked"),
     ("run -m df -lk", "run -m -c each disk btrfs device stats", "btrfs is run on no condition"),
-    ("run -m df -lk", "run -m -c each namespace nsenter --net={} sh", "nsenter is not told"),
+    ("run -m df -lk", "run -m -c each namespace nsenter --net={} sh", "nsenter lacks the argument"),
     ("run -m df -lk", "run -m -c each namespace nsenter --net={} nft list ruleset", "nft is run on no condition"),
-    ("run -m df -lk", "show /var/spool/cron", "may bring secrets along"),
-    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/etc/sha*"', "may bring secrets along"),
-    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/proc/self/mountinfo"', "may bring secrets along"),
+    ("run -m df -lk", "show /var/spool/cron", "may collect secrets"),
+    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/etc/sha*"', "may collect secrets"),
+    ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/proc/self/mountinfo"', "may collect secrets"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "/var/log/messages"', "may be of any size"),
     ('PATH_NAME = "%d%/df.txt"', 'PATH_NAME = "%d%/other"', "no DATA_BLOCK directly behind"),
     ("TIMEOUT = 10", "TIMEOUT = -1", "TIMEOUT is no number"),
@@ -156,11 +157,12 @@ def test_the_checker_accepts_a_file_that_keeps_every_rule(tmp_path: Path):
     ('"linux"', '"other"', "the group linux is missing"),
     ("FORMAT_VERSION = 1.0", "FORMAT_VERSION = 2.0", "FORMAT_VERSION is not 1.0"),
 ])
-def test_the_checker_finds_what_breaks_a_rule(tmp_path: Path, present: str, wrong: str, told: str):
+def test_the_checker_finds_what_breaks_a_rule(tmp_path: Path, present: str, wrong: str,
+                                              reported: str):
     assert present in GOOD
     (tmp_path / "10_wrong").write_text(GOOD.replace(present, wrong, 1))
     done = check(tmp_path)
-    assert done.returncode == 1 and told in done.stdout
+    assert done.returncode == 1 and reported in done.stdout
 
 
 SQL, JVM = "/opt/norvale/quendil/tool/sql", "/opt/norvale/quendil/tool/jvm"
@@ -177,7 +179,7 @@ def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, c
     assert (done.returncode, done.stdout) == (0, "1 files, 1 tools, 1 data items\n")
 
 
-@pytest.mark.parametrize("command, told", [
+@pytest.mark.parametrize("command, reported", [
     (f"{SQL} postgresql -x \"DELETE FROM pg_class\"", "this is no query that only reads"),
     (f"{SQL} postgresql \"SELECT 1; DROP TABLE x\"", "this is no query that only reads"),
     (f"{SQL} postgresql \"SELECT * FROM public.orders\"", "public.orders is not the database's own"),
@@ -193,30 +195,32 @@ def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, c
     (f"{JVM} -a jcmd {{}} GC.heap_dump /tmp/x", "not to be asked"),
     (f"{RUN} psql -l", "psql may change, wake or wait for something"),
     (f"{RUN} -u postgres -t 5 psql -l", "psql may change, wake or wait for something"),
-    (f"{RUN} nginx -T", "nginx is not told ^-[vV]$"),
+    (f"{RUN} nginx -T", "nginx lacks the argument ^-[vV]$"),
     (f"{RUN} apache2ctl -S", "apache2ctl may change"),
     (f"{RUN} cibadmin -Q", "cibadmin is run on no condition"),
     (f"{RUN} -e /run/x crm_mon -1", "the output of crm_mon is not masked"),
-    (f"{RUN} -m -e /run/x curl -s -S -m 5 http://example.org/", "curl is not told"),
-    ("/opt/norvale/quendil/tool/show /etc/mysql", "may bring secrets along"),
-    ("/opt/norvale/quendil/tool/show /etc/kubernetes/*.conf", "may bring secrets along"),
+    (f"{RUN} -m -e /run/x curl -s -S -m 5 http://example.org/", "curl lacks the argument"),
+    ("/opt/norvale/quendil/tool/show /etc/mysql", "may collect secrets"),
+    ("/opt/norvale/quendil/tool/show /etc/kubernetes/*.conf", "may collect secrets"),
 ])
-def test_the_checker_finds_what_no_product_is_to_be_asked(tmp_path: Path, command: str, told: str):
+def test_the_checker_finds_what_no_product_is_to_be_asked(tmp_path: Path, command: str,
+                                                          reported: str):
     escaped = command.replace('"', '\\"')
     (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} -m df -lk", escaped))
     done = check(tmp_path)
-    assert done.returncode == 1 and told in done.stdout
+    assert done.returncode == 1 and reported in done.stdout
 
 
-@pytest.mark.parametrize("name, group, told", [
+@pytest.mark.parametrize("name, group, reported", [
     ("80_disk", "linux", "the group linux collects no product"),
     ("80_disk", "other", "the first group is not disk"),
     ("79_disk", "disk", "the group linux is missing"),
 ])
-def test_the_checker_keeps_products_out_of_the_system(tmp_path: Path, name: str, group: str, told: str):
+def test_the_checker_keeps_products_out_of_the_system(tmp_path: Path, name: str, group: str,
+                                                      reported: str):
     (tmp_path / name).write_text(GOOD.replace('"linux"', f'"{group}"'))
     done = check(tmp_path)
-    assert done.returncode == 1 and told in done.stdout
+    assert done.returncode == 1 and reported in done.stdout
 
 
 # ---- For real -----------------------------------------------------------------------------------
@@ -270,13 +274,13 @@ def check_no_secret(tree: Tree) -> None:
     assert [name for name in tree.names if name_of_secret.search(name)] == []
     assert [name for name in tree.names if secrets.MARK in name] == []
     mark = secrets.MARK.encode()
-    told = [f"{name}: {line!r}" for name, content in tree.files().items()
-            for line in content.splitlines() if mark in line]
-    assert told == []
+    reported = [f"{name}: {line!r}" for name, content in tree.files().items()
+                for line in content.splitlines() if mark in line]
+    assert reported == []
 
 
 def check_filtered(tree: Tree) -> None:
-    """What stands beside the secrets came along, so each was in the way of the set."""
+    """What is beside the secrets was collected, so the set reached each of them."""
     for name, kept in [
             ("network/nm_profiles.txt", b"[wifi-security]\npsk=*"),
             ("storage/fstab.txt", b"username=me"),
@@ -335,7 +339,7 @@ def make_table(machine: Machine, run: Run, directory: Path, kind: str, collected
 
 
 def test_the_shipped_set_runs_for_real_and_collects_no_secret(machine: Machine, tmp_path: Path):
-    # One run for all that there is to see: some of the tools take their seconds.
+    # One run for all checks: some of the tools take their seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
     secrets.plant(machine, hostile_names.VAR)
     hostile_names.start(machine)
@@ -408,7 +412,7 @@ NOT_IN_USE = [
 
 
 def keep_from_databases(machine: Machine) -> None:
-    """Has "sql" look for servers where there is none, for the host may run some."""
+    """Hides the servers of the host from "sql"."""
     tool = "/opt/norvale/quendil/tool/sql"
     machine.file(f"{tool}.real", machine.read(tool), 0o755)
     machine.file(tool, '#!/bin/sh\nexec unshare -n "$0.real" "$@"\n', 0o755)

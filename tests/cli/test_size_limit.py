@@ -1,4 +1,4 @@
-"""The limit of the output's size: what fits, what does not, and how that is told.
+"""The limit of the output's size: what fits, what does not, and how that is reported.
 
 The limit is configured in units of 512 bytes.
 """
@@ -23,7 +23,7 @@ def limited(machine: Machine, limit: int, cleanup: str = "ON") -> expect.RunLog:
 
 
 def too_large(path: str, size: int) -> str:
-    """What the log tells of a file that does not fit."""
+    """What the log reports of a file that does not fit."""
     return ("ZEPA153-W:The size of the output data exceeded a limit size."
             f" filename = {path}, size = {size} bytes.\n")
 
@@ -175,7 +175,7 @@ def test_the_limit_holds_for_the_sum_of_a_whole_tree(machine: Machine):
         machine.file(f"/opt/data/{number}", b"x" * 300)
     order = [f"/opt/data/{name}" for name in os.listdir(machine.path("/opt/data"))]
     run = collect(machine, pattern_text.data("/opt/data"))
-    # Told one by one, a warning where it happened: only the first three of the files fit.
+    # Reported one by one, a warning where it happened: only the first three of the files fit.
     log.started("collecting").raw("ZEPA209-I:It copied collecting data = /opt/data."
                                   " size = 0 bytes.\n")
     for path in order[:3]:

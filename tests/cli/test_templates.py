@@ -13,7 +13,7 @@ TEMPLATES = "/opt/norvale/quendil/template"
 SOURCES = Path(__file__).resolve().parents[2] / "templates"
 CONFIGURATION_TEMPLATE = "quendil_conf"
 
-# The group of each template, and files that a run of it brings.
+# The group of each template, and files that a run of it collects.
 BROUGHT = {
     "pattern": ("myproduct", [
         "myproduct/etc/os-release", "myproduct/status.txt", "myproduct/configuration.txt"]),

@@ -90,7 +90,7 @@ def test_a_file_system_on_a_disk_that_sleeps_is_not_asked(system: Machine):
 
 
 def make_interface(machine: Machine, name: str, link: int | None = None, **files: str) -> None:
-    """An interface of number 5 on top of `link`, its own number when it lies on none."""
+    """An interface of number 5 on top of `link`, its own number without one."""
     files = {"ifindex": "5\n", "iflink": f"{link or 5}\n", "type": "1\n", "uevent": f"X={name}\n", **files}
     for file, text in files.items():
         machine.file(f"/tmp/net/{name}/{file.replace('__', '/')}", text)
@@ -143,7 +143,7 @@ def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
 
 
-#: Time for several programs to start, on a busy machine too, before the limit meets them.
+#: Time for several programs to start, on a busy machine too, before the limit is reached.
 SHORT = ("LIMIT=10", "LIMIT=3")
 STOPPED, LEFT_BEHIND = "was stopped after 3 seconds", "has ended, but left a process behind"
 

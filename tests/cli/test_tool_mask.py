@@ -165,7 +165,7 @@ MASKED = [
      f"https://hooks.slack.com/{HIDDEN} https://hooks.slack.com/{HIDDEN} x"),
     ('password="""\nabc\n""" token=def', f'password="""\n{HIDDEN}\n{HIDDEN}""" token={HIDDEN}'),
     ("x https_proxyhttp://me:abc@h", f"x https_proxyhttp://me:{HIDDEN}@h"),
-    # Passwords that stand in other places.
+    # Passwords in other places.
     ("kinit me <<<abc x", f"kinit me <<<{HIDDEN} x"),
     ("1 passwd --stdin me <<<'a b' x", f"1 passwd --stdin me <<<'{HIDDEN}' x"),
     ("http --auth me:abc GET h", f"http --auth me:{HIDDEN} GET h"),

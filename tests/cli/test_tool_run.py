@@ -129,7 +129,7 @@ def test_the_output_of_a_program_is_truncated_at_the_limit_and_reports_it(system
 
 def test_a_program_that_overruns_keeps_what_it_has_printed_masked(system: Machine):
     stuck = f'{RUN} -m sh -c "echo password=abc; exec sleep 1000"'
-    # Time for several programs to start, on a busy machine too, before the limit meets them.
+    # Time for several programs to start, on a busy machine too, before the limit is reached.
     run = collect(system, pattern_text.tool(stuck, "%d%/stuck.txt", timeout=3, wait=30),
                   pattern_text.data("%d%/stuck.txt"))
     assert "ZEPA126-W" in (run.log or "")

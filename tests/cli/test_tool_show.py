@@ -49,10 +49,10 @@ def test_files_of_keys_and_what_is_no_file_are_named_and_not_opened(system: Mach
     system.file("/tmp/tree/private/x", "abc\n")
     system.fifo("/tmp/fifo")
     done = system.exec([SHOW, "/tmp/tree", "/tmp/fifo"])
-    told = [f"==> /tmp/tree/{name} is a file of secrets and was not opened"
-            for name in [*names, "private/x"]]
-    told.append("==> /tmp/fifo is not a regular file")
-    assert sorted(done.stdout.splitlines()) == sorted(told)
+    reported = [f"==> /tmp/tree/{name} is a file of secrets and was not opened"
+                for name in [*names, "private/x"]]
+    reported.append("==> /tmp/fifo is not a regular file")
+    assert sorted(done.stdout.splitlines()) == sorted(reported)
 
 
 def test_of_a_long_file_the_end_is_shown(system: Machine):
@@ -134,8 +134,8 @@ def test_a_link_that_a_user_made_shows_that_users_own_files_only(machine: Machin
         values = machine.exec([SHOW, "-v", given]).stdout.rstrip("\n")
         printed = f"/tmp//home/./{name}" if "//" in given else path
         if shown in (None, OF_SECRETS):
-            told = f"{printed} {shown or BEHIND_A_LINK}"
-            assert (lines, values) == ([f"==> {told}"], told)
+            reported = f"{printed} {shown or BEHIND_A_LINK}"
+            assert (lines, values) == ([f"==> {reported}"], reported)
         else:
             assert (lines, values) == ([f"==> {printed}", shown], f"{printed}:{shown}")
 
@@ -164,12 +164,12 @@ def show_meanwhile(machine: Machine, paths: str, meanwhile: str) -> str:
 
 
 @pytest.mark.parametrize("paths", ["/tmp/home", "'/tmp/home/*'"])
-@pytest.mark.parametrize("exchange, told", [
+@pytest.mark.parametrize("exchange, reported", [
     ("ln -sf /opt/root/data /tmp/home/2; chown -h 1000 /tmp/home/2", "2"),
     ("mv /tmp/home/d /tmp/home/old; ln -s /opt/root /tmp/home/d; chown -h 1000 /tmp/home/d", "d/data"),
 ])
 def test_what_is_exchanged_for_a_link_meanwhile_is_not_shown(machine: Machine, paths: str,
-                                                             exchange: str, told: str):
+                                                             exchange: str, reported: str):
     machine.file("/opt/root/data", "of root\n", 0o600)
     machine.directory("/tmp/home", owner=USER)
     machine.file("/tmp/home/1", ("y" * 99 + "\n") * 40_000, owner=USER)
@@ -178,7 +178,7 @@ def test_what_is_exchanged_for_a_link_meanwhile_is_not_shown(machine: Machine, p
     machine.file("/tmp/home/d/data", "of the user\n", owner=USER)
     text = show_meanwhile(machine, paths, exchange)
     assert len(text) > 4_000_000 and "of root" not in text and "failed" not in text
-    assert any(line.startswith("==> /tmp/home/" + told.partition("/")[0]) and line.endswith(
+    assert any(line.startswith("==> /tmp/home/" + reported.partition("/")[0]) and line.endswith(
         ("is not there", "was not opened")) for line in text.splitlines())
 
 

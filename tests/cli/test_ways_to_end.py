@@ -508,7 +508,7 @@ def test_the_collection_fails(machine: Machine, cleanup: str):
     items, warning = without_index(machine, log)
     run = collect(machine, *items)
     terminal = initialized().collect(2).step()
-    # The bar goes on behind the cleaning: only a message of the terminal ends its line.
+    # The bar continues behind the cleaning: only a message of the terminal ends its line.
     if cleanup == "ON":
         terminal.cleanup().step().end()
         log.cleaned(expect.OUTPUT_DIRECTORY)

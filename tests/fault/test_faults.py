@@ -21,30 +21,31 @@ pytestmark = pytest.mark.plain_binary
 
 NO_RUN_ENDS_LATER = 2000  # calls of one kind
 
-def times_told(kind: Kind, text: str) -> int:
+def count_reports(kind: Kind, text: str) -> int:
     """How many reports of this failed call a text holds."""
-    return sum((name, code, message) == (told, str(kind.error), os.strerror(kind.error))
-               for name, code, message in CALL_REPORT.findall(text) for told in kind.told)
+    return sum((name, code, message) == (call, str(kind.error), os.strerror(kind.error))
+               for name, code, message in CALL_REPORT.findall(text) for call in kind.calls)
 
 
-def told_in_words(kind: Kind, text: str | None, untouched: str | None) -> Counter[str]:
-    """The lines of a text that tell of the failure, with the times that each is there."""
+def other_messages(kind: Kind, text: str | None, untouched: str | None) -> Counter[str]:
+    """The lines of a text that report the failure in other words, with their numbers."""
     added = Counter((text or "").splitlines()) - Counter((untouched or "").splitlines())
     return Counter({line: count for line, count in added.items()
                     if any(re.search(word, line) for word in kind.words)})
 
 
-def check_told(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
-    """The run tells of the failure once, or nothing is different from a run without it."""
-    log, terminal = (times_told(kind, text) for text in (outcome.run.log or "", outcome.run.stderr))
-    assert log <= 1 and terminal <= 1, f"told more than once: {outcome}"
+def check_reported(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
+    """The run reports the failure once, or nothing is different from a run without it."""
+    log, terminal = (count_reports(kind, text)
+                     for text in (outcome.run.log or "", outcome.run.stderr))
+    assert log <= 1 and terminal <= 1, f"reported more than once: {outcome}"
     if log + terminal or outcome.state() == untouched.state():
         return
-    told = [told_in_words(kind, getattr(outcome.run, name), getattr(untouched.run, name))
-            for name in ("log", "stderr")]
-    assert all(count <= 1 for lines in told for count in lines.values()), (
-        f"told more than once, {told}: {outcome}")
-    assert any(told) or any(re.search(subject, outcome.subject) for subject in kind.quiet), (
+    reported = [other_messages(kind, getattr(outcome.run, name), getattr(untouched.run, name))
+                for name in ("log", "stderr")]
+    assert all(count <= 1 for lines in reported for count in lines.values()), (
+        f"reported more than once, {reported}: {outcome}")
+    assert any(reported) or any(re.search(subject, outcome.subject) for subject in kind.quiet), (
         f"no word of the failure: {outcome}")
 
 
@@ -60,7 +61,7 @@ def fail_each(bench: Bench, kind: Kind,
             assert nth > 1, f"the run makes no such call: {outcome}"
             assert outcome.state() == untouched.state()
             return
-        check_told(kind, outcome, untouched)
+        check_reported(kind, outcome, untouched)
     raise AssertionError(f"still failing after {NO_RUN_ENDS_LATER} runs")
 
 
@@ -138,7 +139,7 @@ def test_a_failure_of_the_terminal_or_the_mutex_changes_no_result(machine, kind)
         assert {**outcome.state(), **shown} == untouched, outcome
 
 
-# What a machine that is really broken lets nobody do any more.
+# What fails on a machine that is really broken.
 BROKEN = (
     Kind("fflush", errno.ENOSPC),
     Kind("fork", errno.EAGAIN),

@@ -209,7 +209,7 @@ class PrivateRoot:
             self.file(f"var/lib/dpkg/info/{name}.list", "".join(f"/{path}\n" for path in owned))
 
     def dpkg(self, *arguments: str) -> Completed:
-        """dpkg on this root; it can ask nobody anything."""
+        """dpkg on this root; it has no input."""
         return self._machine.exec(["/usr/bin/dpkg", f"--root={self.top}", "--log=/dev/null",
                                    "--force-unsafe-io", *arguments])
 

@@ -1,12 +1,12 @@
 /*
- * behave: a program that does as it is told, to play every tool and every archiver in the tests.
+ * behave: a program that performs its arguments; it plays every tool and archiver in the tests.
  *
  *     behave ACTION...  [-- ARGUMENT...]
  *     behave play SCRIPT [ARGUMENT...]
  *
  * The actions are performed in order; after the last one the program exits with 0. Each action is
  * one word followed by a fixed number of words. ARGUMENTs are not actions: they are what a caller
- * of the played program passed, for the actions that look at them. SCRIPT holds one word to a
+ * of the played program passed, for the actions that read them. SCRIPT holds one word to a
  * line; empty lines and lines that begin with '#' are skipped. So a file whose first line is
  * "#!/opt/behave play" is a program of its own, and stands in for any other one.
  *

@@ -4,7 +4,7 @@ Every function returns the words of one action. A command is made of them with `
 
     command(out("hello\\n"), ready("/opt/ready"), ignore("TERM"), forever())
 
-What each action does stands at the head of behave.c.
+The head of behave.c describes each action.
 """
 
 from __future__ import annotations

@@ -174,7 +174,7 @@ class Cell:
                 stat = (self.root / "proc" / directory / "stat").read_text(errors="replace")
                 line = (self.root / "proc" / directory / "cmdline").read_bytes()
             except (FileNotFoundError, ProcessLookupError):
-                continue  # it ended while being looked at
+                continue  # it ended while it was read
             head, _, rest = stat.rpartition(")")
             state, ppid, pgid, sid = rest.split()[:4]
             command = line.replace(b"\0", b" ").decode(errors="replace").strip()

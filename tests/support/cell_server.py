@@ -8,7 +8,7 @@ A cell consists of two processes:
 
 * the guardian, outside the new process-id namespace, which does nothing but wait for init. The
   kernel lets that wait end only after everything in the cell has died, and the guardian's end
-  closes the lifeline pipe: whoever reads its end of file knows that the cell is gone;
+  closes the lifeline pipe: its end of file shows that the cell has ended;
 * init, process 1 of the cell. It starts programs with the attributes that it is asked for, reaps
   whatever ends and reports it. It ends when its link to the worker closes, and with it the cell.
 
@@ -207,7 +207,7 @@ def live_as_init(order, link):
         link.send(json.dumps({"ready": True}).encode())
         serve(link)
     except OSError as error:
-        # A worker that is gone is the ordinary end of a cell whose test was killed.
+        # A worker that has ended is the ordinary end of a cell whose test was killed.
         if error.errno not in (errno.EPIPE, errno.ECONNRESET):
             link.send(json.dumps({"broken": str(error)}).encode())
 

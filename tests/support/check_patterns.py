@@ -4,12 +4,12 @@
 Usage: check_patterns.py DIR
 
 The product skips a pattern file that it cannot read, with a warning in the run log
-only, and nobody notices a tool whose output no data item picks up. This checker is
+only, and gives no warning of a tool whose output no data item collects. This checker is
 stricter than the product's reader. Besides the format it demands the habits that keep
 the shipped files safe and readable: one statement per line, no comment behind a value,
 a time-out for every tool, one target for every block, a description for every item, a program found
-by name through the tool directory and told to leave the machine as it is, an end to everything that
-could grow, nothing that could bring a secret along.
+by name through the tool directory, with arguments that leave the machine as it is, an end to
+everything that could grow, nothing that could collect a secret.
 
 It prints one line per finding and exits with 1, or prints what it has seen and exits
 with 0.
@@ -48,7 +48,7 @@ REPEATABLE = {"PP_GROUP"}
 RANGES = {"TIMEOUT": range(1, 36001), "TIMEOUT_SIGNAL": range(1, 65), "WAIT_TERMINATION": range(601)}
 INNER = {"FILE": {"BLOCK"}, "BLOCK": {"TOOL_BLOCK", "DATA_BLOCK"}, "TOOL_BLOCK": set(), "DATA_BLOCK": set()}
 
-# Where secrets live. What lies below one of these directories is secret, too.
+# Paths of secrets. All below one of these directories is secret, too.
 SECRETS = (
     "/etc/shadow", "/etc/shadow-", "/etc/gshadow", "/etc/gshadow-", "/etc/security/opasswd",
     "/etc/sudoers", "/etc/sudoers.d", "/etc/crypttab", "/etc/krb5.keytab", "/etc/sssd", "/etc/samba",
@@ -69,7 +69,7 @@ SECRETS = (
     "/var/lib/kubelet/pki/kubelet-client-current.pem", "/etc/rancher", "/etc/corosync/authkey",
     "/etc/pacemaker/authkey", "/etc/booth",
 )
-# Names that betray a secret wherever they stand.
+# Names that betray a secret at any place.
 SECRET_NAME = re.compile(
     r"/(g?shadow-?|id_(rsa|dsa|ecdsa|ed25519)|[^/]*\.(key|keys|keytab|netdev|p12|pfx|jks)|[^/]*_key"
     r"|\.pgpass|\.my\.cnf|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
@@ -98,9 +98,9 @@ WRAPPER_OPTIONS = {"-l", "-e", "-s", "-n", "-t", "-u"}  # these take a value
 # What "each" finds first is in use.
 EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
-MOST_MIB = 20  # what "run" and four files of "show" bring without an option
+MOST_MIB = 20  # what "run" and four files of "show" print without an option
 
-# Programs that change something, wake devices, enter network mounts or run what nobody has checked.
+# Programs that change something, wake devices, enter network mounts or run unchecked programs.
 FORBIDDEN_PROGRAMS = {
     "ash", "awk", "bash", "blkid", "dash", "depmod", "env", "fdisk", "hdparm", "hwclock", "insmod", "kill",
     "lslocks", "lsof", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
@@ -126,10 +126,10 @@ HAVE_A_SAFE_FORM = {
     "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "faillock", "ip6tables-save",
     "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "top", "vgs",
 }
-# Programs that print names of files as they are: they end their lines with NUL, and "run" is told.
+# Programs that print names of files as they are: they end their lines with NUL, and "run" gets -0.
 NUL_ENDED = {"du", "find"}
-# What a program must be told: each expression must match in its arguments.
-MUST_BE_TOLD = {
+# What a program needs: each expression must match in its arguments.
+REQUIRED_ARGUMENTS = {
     "apt-cache": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= "),
     "apt-mark": (r"Dir::Cache::pkgcache= ", r"Dir::Cache::srcpkgcache= ", r"showhold$"),
     "apache2": (r"^-[vl]$",), "httpd": (r"^-[vl]$",), "nginx": (r"^-[vV]$",),
@@ -282,12 +282,12 @@ class PatternFile:
         return root
 
     def _check_values(self, node: Node) -> None:
-        """Every keyword stands in its place, once, with a value the product accepts."""
+        """Every keyword is in its place, once, with a value the product accepts."""
         limits = LIMITS.get(node.kind, {})
         seen: set[str] = set()
         for keyword, text, line in node.values:
             if keyword not in limits:
-                self.report(line, f"{keyword} cannot stand here")
+                self.report(line, f"{keyword} is not allowed here")
                 continue
             if keyword in seen and keyword not in REPEATABLE:
                 self.report(line, f"{keyword} is given twice")
@@ -360,8 +360,8 @@ class PatternFile:
             self.report(line, f"{path} has a wildcard before its last part, which is not expanded")
         if re.match(r"/var/log/|/var/spool/|/var/crash/", path):
             self.report(line, f"{path} may be of any size; a tool that shows it has a limit")
-        if brings_secret(path):
-            self.report(line, f"{path} may bring secrets along")
+        if collects_secret(path):
+            self.report(line, f"{path} may collect secrets")
         description = data.text("DESCRIPTION")
         if description and not re.fullmatch(r"[A-Z0-9].{7,}[^.]", description):
             self.report(data.line_of("DESCRIPTION"), f"{description} is no sentence without a full stop")
@@ -375,7 +375,7 @@ def unquote(text: str) -> str:
 
 
 def special_strings_known(text: str) -> bool:
-    """Whether every name between percent signs is known and no percent sign stands alone."""
+    """Whether every name between percent signs is known and no percent sign is alone."""
     pieces = text.split("%")
     return len(pieces) % 2 == 1 and SPECIAL_STRINGS.issuperset(pieces[1::2])
 
@@ -400,7 +400,7 @@ def find_show_faults(arguments: list[str]) -> list[str]:
     """What is wrong with the arguments of "show"."""
     limit = int(arguments[1]) if arguments[:1] == ["-l"] else 5
     paths = [word for word in arguments if word.startswith("/")]
-    faults = [f"{path} may bring secrets along" for path in paths if brings_secret(path)
+    faults = [f"{path} may collect secrets" for path in paths if collects_secret(path)
               and not any(path == one for one in FILTERED)]
     return faults + [f"{limit} MiB are too much"] * (4 * limit > MOST_MIB) + ["no path"] * (not paths)
 
@@ -449,7 +449,7 @@ def find_jvm_faults(arguments: list[str]) -> list[str]:
 
 
 def take_options(arguments: list[str]) -> tuple[dict[str, str], list[str]]:
-    """The options of "run" with their values, and what stands behind them."""
+    """The options of "run" with their values, and what follows them."""
     options = {}
     while arguments and arguments[0] in WRAPPER_FLAGS | WRAPPER_OPTIONS:
         count = 1 if arguments[0] in WRAPPER_FLAGS else 2
@@ -466,9 +466,9 @@ def find_run_faults(arguments: list[str]) -> list[str]:
     if "-m" not in options:
         faults.append(f"the output of {name} is not masked")
     if name in NUL_ENDED and "-0" not in options:
-        faults.append(f"the lines of {name} are not told from names with line feeds")
+        faults.append(f"run lacks -0: {name} prints names with line feeds")
     if name == "ls" and "-p" not in options and any(word.startswith("/") for word in arguments):
-        faults.append("ls is not told to pass what is not there over")
+        faults.append("run lacks -p: ls would report missing paths")
     if name == "ps" and re.search(r"\b(args|cmd|command)\b", arguments[-1]) and "-n" not in options:
         faults.append("the arguments of processes cannot be turned off")
     if int(options.get("-l", MOST_MIB)) > MOST_MIB:
@@ -503,7 +503,7 @@ def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -
         faults.append(f"{name} is not run by the command of the tool directory")
     if name in NEED_A_REASON and not guarded:
         faults.append(f"{name} is run on no condition")
-    faults += [f"{name} is not told {rule}" for rule in MUST_BE_TOLD.get(name, ())
+    faults += [f"{name} lacks the argument {rule}" for rule in REQUIRED_ARGUMENTS.get(name, ())
                if not re.search(rule, " ".join(arguments))]
     # Names and sizes of secret files are no secret, nor is the certificate beside a key.
     faults += [f"the command names {word}, which may hold secrets" for word in arguments
@@ -521,7 +521,7 @@ def _parts(path: str) -> list[str]:
 
 
 def is_secret(path: str) -> bool:
-    """Whether an absolute path, which may hold wildcards, is a secret or lies below one."""
+    """Whether an absolute path, which may hold wildcards, is a secret or is below one."""
     parts = _parts(path)
     return path.startswith("/") and (
         SECRET_NAME.search("/" + "/".join(parts)) is not None
@@ -529,8 +529,8 @@ def is_secret(path: str) -> bool:
                for secret in SECRETS))
 
 
-def brings_secret(path: str) -> bool:
-    """Whether collecting the path with all that lies below it could bring a secret along."""
+def collects_secret(path: str) -> bool:
+    """Whether collecting the path with all that is below it could collect a secret."""
     return is_secret(path) or path.startswith("/") and any(
         all(map(fnmatch.fnmatchcase, _parts(secret), _parts(path))) for secret in SECRETS)
 

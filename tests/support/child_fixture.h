@@ -22,7 +22,7 @@ inline std::map<std::string, std::string> readReport(const std::string& path) {
     return report;
 }
 
-/// Waits until a process that is not ours has ended, be it as a zombie that nobody has fetched;
+/// Waits until a process that is not ours has ended, be it as a zombie that was not reaped;
 /// false when it still runs after half a minute.
 inline bool awaitEnd(pid_t pid) {
     const std::string stat = "/proc/" + std::to_string(pid) + "/stat";

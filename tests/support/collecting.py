@@ -29,7 +29,7 @@ def started_log() -> expect.RunLog:
 
 
 def complete_output(items: int, base: str = expect.OUTPUT_DIRECTORY) -> str:
-    """The terminal of a run that collected so many items and told its compressed archive."""
+    """The terminal of a run that collected so many items and named its compressed archive."""
     return complete(items).text + expect.output_file(base)
 
 

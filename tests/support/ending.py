@@ -1,4 +1,4 @@
-"""How a run ended: all that it told and all that it left, compared at once."""
+"""How a run ended: all that it wrote and all that it left, compared at once."""
 
 from __future__ import annotations
 
@@ -55,19 +55,20 @@ def paths_below(machine: Machine, directory: str = DATA_DIRECTORY) -> list[str]:
 BOTH_LOCKS = {HISTORY_LOCK: 0, RUN_LOCK: 0}
 
 
-def refused(arguments: Sequence[str], told: str, steps: int = 0, log: expect.RunLog | None = None,
-            stderr: str | None = None) -> Ending:
+def refused(arguments: Sequence[str], reported: str, steps: int = 0,
+            log: expect.RunLog | None = None, stderr: str | None = None) -> Ending:
     """The ending of a run that was refused after so many of the initializing phase's four steps.
 
-    `told` is what the run log and the standard error have of it; `log` is the log up to there, when
-    it has more than its first lines; `stderr` replaces `told` where the terminal shows less.
+    `reported` is what the run log and the standard error have of it; `log` is the log up to there,
+    when it has more than its first lines; `stderr` replaces `reported` where the terminal shows
+    less.
     """
     text = expect.argument_string(arguments)
     return Ending(
         status=255,
         stdout=Terminal().init().step(steps).newline().text,
-        stderr=(told if stderr is None else stderr) + expect.LOOK_AT_LOG,
-        log=(log or expect.RunLog(text)).raw(told).finished(255).text,
+        stderr=(reported if stderr is None else stderr) + expect.LOOK_AT_LOG,
+        log=(log or expect.RunLog(text)).raw(reported).finished(255).text,
         old_log=None,
         history=expect.history(text, 255),
         old_history=None,
@@ -77,8 +78,9 @@ def refused(arguments: Sequence[str], told: str, steps: int = 0, log: expect.Run
     )
 
 
-def check_refused(machine: Machine, run: Run, arguments: Sequence[str], told: str, steps: int = 0,
-                  log: expect.RunLog | None = None, stderr: str | None = None) -> None:
+def check_refused(machine: Machine, run: Run, arguments: Sequence[str], reported: str,
+                  steps: int = 0, log: expect.RunLog | None = None,
+                  stderr: str | None = None) -> None:
     """The run, the machine's first, was refused; the rest is that of `refused`."""
-    assert Ending.of(machine, run) == refused(arguments, told, steps, log, stderr)
+    assert Ending.of(machine, run) == refused(arguments, reported, steps, log, stderr)
     run.check_times()

@@ -153,7 +153,7 @@ class RunLog:
     def data(self, copied: Mapping[str, int], total: int, within: str = "") -> RunLog:
         """A data item: the paths copied with their sizes, and the total so far.
 
-        `within` are warnings of the item, which stand before the paths copied.
+        `within` are warnings of the item, which are before the paths copied.
         """
         self.started("collecting")
         self.raw(within)

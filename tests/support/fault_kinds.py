@@ -1,4 +1,4 @@
-"""The kinds of calls that a fault test lets fail, and how a run tells of each failure."""
+"""The kinds of calls that a fault test lets fail, and how a run reports each failure."""
 
 from __future__ import annotations
 
@@ -8,21 +8,21 @@ from dataclasses import dataclass, field
 
 from .faulting import Fault
 
-EXISTENCE = "a file that cannot be looked at counts as one that is not there"
+EXISTENCE = "a file whose stat fails counts as missing"
 
 
 @dataclass(frozen=True)
 class Kind:
-    """A kind of call, and how a run tells of its failure.
+    """A kind of call, and how a run reports its failure.
 
-    `told` are the names under which the three lines of a failed system call report it; `words` are
-    patterns of other messages that tell of it. Whatever is told by neither must not have made any
+    `calls` are the names under which the three lines of a failed system call report it; `words` are
+    patterns of other messages that report it. A failure without a report must not have made any
     difference, but for the subjects in `quiet`, each with the reason.
     """
 
     call: str
     error: int
-    told: tuple[str, ...] = ()
+    calls: tuple[str, ...] = ()
     words: tuple[str, ...] = ()
     quiet: Mapping[str, str] = field(default_factory=dict)
     child: bool = False
@@ -38,7 +38,7 @@ class Kind:
         return Fault(self.call, nth, self.error, rest, self.child, self.also)
 
 
-# What a failed look at a file leads to: it is made though it is there.
+# What a failed stat of a file leads to: the file is made though it exists.
 MADE_AGAIN = r"system call name = mkdir, error code = 17,"
 NOT_COPIED = "ZEPA130-W"
 NO_MEMORY = "ZEPA(122-E|143-W)"
@@ -47,7 +47,7 @@ NO_COPY = ("ZEPA133-W", "ZEPA142-W")
 NO_SHELL = (*NO_COPY, "rm command failed")
 
 LOOK = Kind(
-    "stat", errno.EACCES, told=("stat",),
+    "stat", errno.EACCES, calls=("stat",),
     words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
     quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
            r"log/quendil\.log$": EXISTENCE + ": it is written over",
@@ -55,65 +55,65 @@ LOOK = Kind(
            r"log/quendil_stderr\.log$": EXISTENCE + ": it is not shown"})
 
 KINDS = (
-    Kind("chdir", errno.EACCES, told=("chdir",)),
+    Kind("chdir", errno.EACCES, calls=("chdir",)),
     Kind("close", errno.EIO),
-    Kind("dup2", errno.EBUSY, told=("dup2",)),
-    Kind("fchdir", errno.EACCES, told=("fchdir",)),
-    Kind("fchmod", errno.EPERM, told=("chmod",), words=(NOT_COPIED,)),
-    Kind("fchown", errno.EPERM, told=("chown",), words=(NOT_COPIED,)),
+    Kind("dup2", errno.EBUSY, calls=("dup2",)),
+    Kind("fchdir", errno.EACCES, calls=("fchdir",)),
+    Kind("fchmod", errno.EPERM, calls=("chmod",), words=(NOT_COPIED,)),
+    Kind("fchown", errno.EPERM, calls=("chown",), words=(NOT_COPIED,)),
     Kind("fclose", errno.EIO),
-    Kind("fcntl", errno.ENOLCK, told=("fcntl", "dup")),
-    Kind("fcntl", errno.EAGAIN, told=("fcntl", "dup"), words=("ZEPA116-E",)),
-    Kind("fdopen", errno.ENOMEM, told=("fopen",), words=("ZEPA112-E",)),
-    Kind("fflush", errno.ENOSPC, told=("fflush",)),
-    Kind("fnmatch", errno.ENOMEM, told=("fnmatch",)),
-    Kind("fork", errno.EAGAIN, told=("fork", "system"), words=NO_COPY),
-    Kind("fprintf", errno.ENOSPC, told=("vfprintf", "fprintf")),
-    Kind("fstat", errno.EIO, told=("fstat", "open", "opendir", "fopen"),
+    Kind("fcntl", errno.ENOLCK, calls=("fcntl", "dup")),
+    Kind("fcntl", errno.EAGAIN, calls=("fcntl", "dup"), words=("ZEPA116-E",)),
+    Kind("fdopen", errno.ENOMEM, calls=("fopen",), words=("ZEPA112-E",)),
+    Kind("fflush", errno.ENOSPC, calls=("fflush",)),
+    Kind("fnmatch", errno.ENOMEM, calls=("fnmatch",)),
+    Kind("fork", errno.EAGAIN, calls=("fork", "system"), words=NO_COPY),
+    Kind("fprintf", errno.ENOSPC, calls=("vfprintf", "fprintf")),
+    Kind("fstat", errno.EIO, calls=("fstat", "open", "opendir", "fopen"),
          words=(NOT_COPIED, "ZEPA112-E")),
-    Kind("fstatat", errno.EIO, told=("fstatat",), words=("ZEPA129-W",)),
-    Kind("futimens", errno.EPERM, told=("utime",), words=(NOT_COPIED,)),
-    Kind("fwrite", errno.ENOSPC, told=("fputs",)),
-    Kind("getc", errno.EIO, told=("fgets",)),
-    Kind("getcwd", errno.ENOENT, told=("getcwd",)),
-    Kind("gethostname", errno.ENAMETOOLONG, told=("gethostname",)),
+    Kind("fstatat", errno.EIO, calls=("fstatat",), words=("ZEPA129-W",)),
+    Kind("futimens", errno.EPERM, calls=("utime",), words=(NOT_COPIED,)),
+    Kind("fwrite", errno.ENOSPC, calls=("fputs",)),
+    Kind("getc", errno.EIO, calls=("fgets",)),
+    Kind("getcwd", errno.ENOENT, calls=("getcwd",)),
+    Kind("gethostname", errno.ENAMETOOLONG, calls=("gethostname",)),
     Kind("localtime", errno.EOVERFLOW),
-    Kind("lstat", errno.EACCES, told=("lstat",), words=(MADE_AGAIN,)),
+    Kind("lstat", errno.EACCES, calls=("lstat",), words=(MADE_AGAIN,)),
     # In this locale the C library needs no memory for itself.
-    Kind("malloc", errno.ENOMEM, told=("fopen", "opendir", "fgetwc"),
+    Kind("malloc", errno.ENOMEM, calls=("fopen", "opendir", "fgetwc"),
          words=(NO_MEMORY, "ZEPA112-E"), env={"LC_ALL": "C"}),
-    Kind("mbstowcs", errno.EILSEQ, told=("mbstowcs",)),
-    Kind("mkdir", errno.ENOSPC, told=("mkdir",)),
-    Kind("open", errno.EMFILE, told=("open", "fopen", "opendir"), words=(NOT_COPIED, "ZEPA112-E")),
-    Kind("openat", errno.EMFILE, told=("open", "opendir")),
+    Kind("mbstowcs", errno.EILSEQ, calls=("mbstowcs",)),
+    Kind("mkdir", errno.ENOSPC, calls=("mkdir",)),
+    Kind("open", errno.EMFILE, calls=("open", "fopen", "opendir"), words=(NOT_COPIED, "ZEPA112-E")),
+    Kind("openat", errno.EMFILE, calls=("open", "opendir")),
     # The call that takes a whole path without links is not known to every kernel.
-    Kind("openat", errno.ENOSYS, told=("open", "opendir")),
-    Kind("opendir", errno.EMFILE, told=("opendir",)),
+    Kind("openat", errno.ENOSYS, calls=("open", "opendir")),
+    Kind("opendir", errno.EMFILE, calls=("opendir",)),
     Kind("pidfd_open", errno.ENOSYS),
-    Kind("read", errno.EIO, told=("fgets",), words=(NOT_COPIED,)),
+    Kind("read", errno.EIO, calls=("fgets",), words=(NOT_COPIED,)),
     Kind("read", errno.EINTR),
-    Kind("readdir", errno.EIO, told=("readdir",)),
-    Kind("readlinkat", errno.EIO, told=("open",)),
-    Kind("remove", errno.EBUSY, told=("remove",)),
-    Kind("rename", errno.EXDEV, told=("rename",)),
-    Kind("select", errno.ENOMEM, told=("select",)),
+    Kind("readdir", errno.EIO, calls=("readdir",)),
+    Kind("readlinkat", errno.EIO, calls=("open",)),
+    Kind("remove", errno.EBUSY, calls=("remove",)),
+    Kind("rename", errno.EXDEV, calls=("rename",)),
+    Kind("select", errno.ENOMEM, calls=("select",)),
     Kind("setlocale", errno.ENOENT),
     Kind("setpgid", errno.EPERM),
     Kind("sigaction", errno.EINVAL),
     Kind("signal", errno.EINVAL),
     Kind("sigprocmask", errno.EINVAL),
     LOOK,
-    Kind("statfs", errno.ESTALE, told=("statfs",)),
+    Kind("statfs", errno.ESTALE, calls=("statfs",)),
     Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
     Kind("vsnprintf", errno.EOVERFLOW),
-    Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid", "system"), words=NO_COPY),
+    Kind("waitid", errno.EINVAL, calls=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, calls=("waitpid", "system"), words=NO_COPY),
     Kind("wcrtomb", errno.EILSEQ),
-    Kind("wcstombs", errno.EILSEQ, told=("wcstombs",)),
+    Kind("wcstombs", errno.EILSEQ, calls=("wcstombs",)),
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,)),
     Kind("write", errno.EINTR),
     Kind("close_range", errno.EPERM, child=True),
-    Kind("execv", errno.EACCES, told=("execv",), words=NO_SHELL, child=True),
+    Kind("execv", errno.EACCES, calls=("execv",), words=NO_SHELL, child=True),
     Kind("execv", errno.ENOENT, child=True,
          words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
     Kind("prctl", errno.EINVAL, child=True),
@@ -125,11 +125,11 @@ KINDS = (
 
 # A character of a pattern file costs one call or two: these have a short one to read.
 BY_CHARACTER = (
-    Kind("fgetwc", errno.EIO, told=("fgetwc",)),
-    Kind("ungetwc", errno.ENOMEM, told=("ungetwc",)),
+    Kind("fgetwc", errno.EIO, calls=("fgetwc",)),
+    Kind("ungetwc", errno.ENOMEM, calls=("ungetwc",)),
 )
 
-# Too many calls to let each fail in a run of its own, and none is looked at.
+# Too many calls to let each fail in a run of its own, and none has its result checked.
 IGNORED = (
     Kind("pthread_mutex", errno.EINVAL),
     Kind("terminal", errno.EIO),
@@ -142,16 +142,16 @@ CUT_ARCHIVE = (Kind("pread", errno.EIO),)
 AFTERWARDS = (
     Kind("execv", errno.EACCES, child=True, also="dprintf",
          words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
-    Kind("fflush", errno.ENOSPC, told=("fflush",), also="truncate"),
+    Kind("fflush", errno.ENOSPC, calls=("fflush",), also="truncate"),
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,), also="unlink"),
 )
 
 # Calls that are made for a program that is stopped: an archiver's, or a tool, which is watched too.
 STOPPING_ARCHIVER = (
-    Kind("kill", errno.EPERM, told=("kill",)),
-    Kind("select", errno.ENOMEM, told=("select",)),
-    Kind("waitid", errno.EINVAL, told=("waitpid",)),
-    Kind("waitpid", errno.EINVAL, told=("waitpid", "system"), words=NO_COPY),
+    Kind("kill", errno.EPERM, calls=("kill",)),
+    Kind("select", errno.ENOMEM, calls=("select",)),
+    Kind("waitid", errno.EINVAL, calls=("waitpid",)),
+    Kind("waitpid", errno.EINVAL, calls=("waitpid", "system"), words=NO_COPY),
 )
 STOPPING = (*STOPPING_ARCHIVER, Kind("pidfd_open", errno.ENOSYS))
 

@@ -54,7 +54,7 @@ class Fault:
     also: str | None = None
 
     def environment(self) -> dict[str, str]:
-        """What tells the library."""
+        """The settings of the library."""
         given = {"FAIL_CALL": self.call, "FAIL_NTH": str(self.nth), "FAIL_ERRNO": str(self.error)}
         if self.rest:
             given["FAIL_ALL"] = "1"
@@ -79,7 +79,7 @@ class Outcome:
     tool: Mapping[str, str] = field(default_factory=dict)
 
     def texts(self) -> str:
-        """All that the run told a reader of its logs and terminal."""
+        """All that the run wrote to its log and to the standard error."""
         return f"{self.run.stderr}{self.run.log or ''}"
 
     def state(self) -> dict[str, object]:
@@ -148,7 +148,7 @@ class Bench:
             **self._env, "LD_PRELOAD": LIBRARY, "FAIL_REPORT": REPORT, **wanted})
 
     def finish(self, active: ActiveRun, fault: Fault | None = None) -> Outcome:
-        """Waits for the end of a run and looks at what it left."""
+        """Waits for the end of a run and reads what it left."""
         run = active.finish(SECONDS)
         report = self.machine.path(REPORT).read_bytes()
         seen, failed = struct.unpack_from("II", report)
@@ -193,7 +193,7 @@ class Bench:
 
 
 def snapshot(machine: Machine) -> dict[str, tuple]:
-    """All that can be told of the user's files but when they were last read."""
+    """All attributes of the user's files except the times of the last read."""
     found = {}
     for top, directories, files in os.walk(machine.path(USER)):
         for name in [".", *directories, *files]:
@@ -275,7 +275,7 @@ def check_index(outcome: Outcome) -> None:
 
 
 def check_content(outcome: Outcome) -> None:
-    """A file is in the output whole or not at all, unless the run tells that its part stays."""
+    """A file is in the output whole or not at all, unless the run reports that its part stays."""
     if outcome.tree is None or "system call name = unlink" in outcome.texts():
         return
     whole = {"a.txt": b"alpha\n", "b.txt": b"beta\n", "one.log": b"one.log\n",
@@ -294,7 +294,7 @@ def check_history(outcome: Outcome) -> None:
 
 
 def check_reports_whole(outcome: Outcome) -> None:
-    """Every report in the run log stands there from its first line to its last."""
+    """Every report in the run log is there from its first line to its last."""
     if outcome.fault is not None and outcome.fault.rest:
         return  # the run log's own failure may have come between
     log = outcome.run.log or ""

@@ -35,7 +35,7 @@ class Lines:
         return self._next < len(self._lines)
 
     def take(self, pattern: str) -> str:
-        """The next line, which must match; its first group when there is one."""
+        """The next line, which must match; its first group if it has one."""
         found = self.take_if(pattern)
         line = self._lines[self._next] if self.left else "the end"
         assert found is not None, f"line {self._next + 1}: {line!r} is not {pattern!r}"

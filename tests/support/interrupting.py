@@ -1,6 +1,6 @@
 """Runs that are interrupted at a chosen place between two system calls, and what must then hold.
 
-How places are counted stands at the head of interrupter.c.
+The head of interrupter.c describes how places are counted.
 """
 
 from __future__ import annotations
@@ -73,29 +73,30 @@ class Interrupted:
             pattern_text.tool(tool, redirect=f"%d%/{TOOL_OUTPUT}", timeout=timeout)))
 
     def survey(self) -> list[Stop]:
-        """All places of a run that nobody interrupts."""
+        """All places of a run that is not interrupted."""
         run, stops = self._run()
         assert run.log == self._complete_log(), run
         self._clear()
         return stops
 
     def check(self, *orders: Order) -> list[Stop]:
-        """Interrupts a run so, proves that it ended well, and tells where it was interrupted.
+        """Interrupts a run so, proves that it ended well, and returns where it was interrupted.
 
         The signals do not always find the run there: a wait may have been shorter this time.
         """
         run, stops = self._run(*orders)
-        told = f"interrupted at {stops} by {orders}: {run}"
+        context = f"interrupted at {stops} by {orders}: {run}"
         sent = orders[:len(stops)]
         if -run.status in {order.number for order in sent}:
-            assert stops[0].segment == 0, told  # there was no handler yet
+            assert stops[0].segment == 0, context  # there was no handler yet
         else:
-            _check_texts(run, sent, told)
-            self._check_result(run, told)
+            _check_texts(run, sent, context)
+            self._check_result(run, context)
             if "ZEPA136-E" not in run.stderr:
-                assert run.log == self._complete_log(), told
-                assert run.stdout == complete_output(2), told
-        wait_until(lambda: not self._machine.processes(), 10.0, f"the end of all processes; {told}")
+                assert run.log == self._complete_log(), context
+                assert run.stdout == complete_output(2), context
+        wait_until(lambda: not self._machine.processes(), 10.0,
+                   f"the end of all processes; {context}")
         self._clear()
         return stops
 
@@ -116,22 +117,22 @@ class Interrupted:
         if self._machine.exists(HISTORY):
             self._machine.remove(HISTORY)
 
-    def _check_result(self, run: Run, told: str) -> None:
-        """What is told is what there is."""
+    def _check_result(self, run: Run, context: str) -> None:
+        """The reported result exists."""
         suffix, result = {
             CLEANUP_STATUS: (None, ""), DIRECTORY: ("", expect.output_directory()),
             ARCHIVE: (".tar", expect.archive_file()), COMPRESSED: (".tar.gz", expect.output_file()),
         }[run.status]
-        assert run.stdout.endswith(result) and run.stdout.count("ZEPA") == bool(result), told
+        assert run.stdout.endswith(result) and run.stdout.count("ZEPA") == bool(result), context
         path = None if suffix is None else expect.OUTPUT_DIRECTORY + suffix
-        assert run.history == expect.history(" ".join(GROUP), run.status, path), told
+        assert run.history == expect.history(" ".join(GROUP), run.status, path), context
         outputs = self._machine.outputs()
         if path is not None:
-            assert expect.OUTPUT_NAME + suffix in outputs, told
-            _check_tree(run.directory if run.status == DIRECTORY else run.archive, told)
+            assert expect.OUTPUT_NAME + suffix in outputs, context
+            _check_tree(run.directory if run.status == DIRECTORY else run.archive, context)
             outputs.remove(expect.OUTPUT_NAME + suffix)
         if outputs:  # the removal of the directory was interrupted
-            assert "rm command failed" in run.log and outputs == [expect.OUTPUT_NAME], told
+            assert "rm command failed" in run.log and outputs == [expect.OUTPUT_NAME], context
 
 
 def _read_stops(text: str) -> Iterator[Stop]:
@@ -140,35 +141,35 @@ def _read_stops(text: str) -> Iterator[Stop]:
         yield Stop(int(segment), int(number), place, call)
 
 
-def _check_tree(tree: Tree, told: str) -> None:
-    """All the collected data is there, and the index tells of it."""
-    assert tree.read("quendil_index").endswith(b"TYPE:text\n"), told
-    assert SOURCE[1:] in tree and TOOL_OUTPUT in tree, told
+def _check_tree(tree: Tree, context: str) -> None:
+    """All the collected data is there, and the index names it."""
+    assert tree.read("quendil_index").endswith(b"TYPE:text\n"), context
+    assert SOURCE[1:] in tree and TOOL_OUTPUT in tree, context
 
 
-def _check_texts(run: Run, sent: Sequence[Order], told: str) -> None:
-    """Every line is told once, nothing failed, and the log was written to its end."""
+def _check_texts(run: Run, sent: Sequence[Order], context: str) -> None:
+    """No line is repeated, nothing failed, and the log was written to its end."""
     assert run.log is not None and run.stderr is not None
     end = f"ZEPA213-I:quendil ended at <TIME>. return code = {run.status}.\n"
-    assert run.log.endswith(end), told
+    assert run.log.endswith(end), context
     twice = [line for line, count in Counter(run.log.splitlines()).items() if count > 1]
-    assert twice == [], told
-    assert ("ZEPA206-I" in run.log) == ("ZEPA207-I" in run.log), told
+    assert twice == [], context
+    assert ("ZEPA206-I" in run.log) == ("ZEPA207-I" in run.log), context
     for failure in ("ZEPA113-E", "ZEPA126-W", "ZEPA130-W", "ZEPA132-W", "ZEPA135-W", "ZEPA148-W",
                     "ZEPA149-W", "ZEPA208-W"):
-        assert failure not in run.log + run.stderr, told
+        assert failure not in run.log + run.stderr, context
     messages = {message(order.number) for order in sent}
     notice = [line for line in run.stderr.splitlines(keepends=True) if "ZEPA136-E" in line]
     in_log = [line for line in run.log.splitlines(keepends=True) if "ZEPA136-E" in line]
-    assert notice == in_log and len(notice) <= 1 and set(notice) <= messages, told
-    assert notice or run.status == COMPRESSED, told
+    assert notice == in_log and len(notice) <= 1 and set(notice) <= messages, context
+    assert notice or run.status == COMPRESSED, context
     rest = [line for line in run.stderr.splitlines(keepends=True) if "ZEPA136-E" not in line]
     if any(order.to_group for order in sent):
         # A command of the shell may have taken the signal too, as it does on a terminal.
         rest = [line for line in rest if "An attempt to copy the logfile" not in line]
     else:
-        assert "ZEPA140-W" not in run.log and "ZEPA142-W" not in run.log, told
-    assert rest == ([expect.LOOK_AT_LOG] if run.status == CLEANUP_STATUS else []), told
+        assert "ZEPA140-W" not in run.log and "ZEPA142-W" not in run.log, context
+    assert rest == ([expect.LOOK_AT_LOG] if run.status == CLEANUP_STATUS else []), context
 
 
 def every(stops: Iterable[Stop], segment: int, first: int = 1, last: int | None = None

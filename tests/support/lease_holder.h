@@ -14,7 +14,7 @@
 
 #include "common/base/IGGuards.h"
 
-/// What a holder does once somebody else opens a file.
+/// What a holder does once another process opens a file.
 enum class WhenAsked { GIVES_UP, KEEPS };
 
 /// Write leases on files, from the beginning of its life to its end at the latest.

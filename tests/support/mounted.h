@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-/// Lets a file or directory stand in the place of another.
+/// Mounts a file or directory over another.
 class Mounted {
   public:
     Mounted(const std::string& source, std::string target) : target_(std::move(target)) {

@@ -1,4 +1,4 @@
-"""The packages of this machine: to which a file belongs, and what a package brings with it."""
+"""The packages of this machine: to which a file belongs, and what a package contains."""
 
 from __future__ import annotations
 
@@ -24,7 +24,7 @@ def _other_spelling(path: str) -> str:
 def owners(paths: Iterable[str]) -> dict[str, set[str]]:
     """The packages of each file, its links followed: of the file itself and of a link that leads to it.
 
-    Empty for a file that no package has brought.
+    Empty for a file of no package.
     """
     spellings = {}
     for path in paths:

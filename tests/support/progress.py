@@ -17,7 +17,7 @@ CLEANUP = "cleanup   :"
 
 
 class Terminal:
-    """What a run writes on the terminal: tell it the run's steps, then read `text`."""
+    """What a run writes on the terminal: call the methods for the run's steps, then read `text`."""
 
     def __init__(self) -> None:
         self.text = ""
@@ -126,7 +126,7 @@ def complete(items: int) -> Terminal:
 
 
 def screen(text: str) -> list[str]:
-    """The lines that a reader sees in the end: what a carriage return overwrote is gone."""
+    """The lines that a reader sees in the end: without what a carriage return overwrote."""
     lines = []
     for line in text.split("\n"):
         shown = ""

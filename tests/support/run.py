@@ -23,7 +23,7 @@ OUTPUT_PATH = re.compile(r"^    Output path of collected information = (.*)$", r
 
 
 def wait_until(condition: Callable[[], object], seconds: float, what: str):
-    """The first true value of a condition; the test fails when there is none in time."""
+    """The first true value of a condition; the test fails without one in time."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):
         assert time.monotonic() < deadline, f"not within {seconds} seconds: {what}"
@@ -57,7 +57,7 @@ class Run:
     `status` is the exit status, or minus the number of the signal that killed it. `stdout`,
     `stderr`, `log`, `old_log`, `history` and `old_history` are masked texts, a log that does not
     exist being None; `raw_stdout` and `raw_stderr` are the bytes, and `raw` holds the texts before
-    masking by the same names. The logs are those that stood in the log directory at the run's end.
+    masking by the same names. The logs are those in the log directory at the run's end.
     """
 
     def __init__(self, machine: Machine, status: int, outputs: tuple[bytes, bytes],
@@ -119,7 +119,7 @@ class Run:
         return masking.mask(self.raw_index)
 
     def check_times(self) -> None:
-        """Every time that the run wrote lies between its start and its end, in order."""
+        """Every time that the run wrote is between its start and its end, in order."""
         for name in ("stdout", "log"):
             found = masking.times(self.raw[name] or "")
             assert found == sorted(found), f"times of {name} go backwards: {found}"
@@ -136,7 +136,7 @@ class Run:
 
 
 class ActiveRun:
-    """A run that goes on while the test watches it and interferes."""
+    """A run that continues while the test watches it and interferes."""
 
     def __init__(self, machine: Machine, pid: int, stdout: Capture, stderr: Capture,
                  began: datetime, arguments: list[str]) -> None:
@@ -169,14 +169,14 @@ class ActiveRun:
         test = (lambda: self._machine.exists(path)) if path is not None else condition
         what = path or getattr(condition, "__doc__", None) or repr(condition)
 
-        def met():
-            # Looked at first: what the run did last counts though it has ended meanwhile.
+        def reached():
+            # Read first: what the run did last counts though it has ended meanwhile.
             over = self.ended
             value = test()
             assert value or not over, f"the run ended without: {what}\n{self.describe()}"
             return value
 
-        return wait_until(met, seconds * self._machine.patience, what)
+        return wait_until(reached, seconds * self._machine.patience, what)
 
     def signal(self, number: int, to_group: bool = False) -> None:
         """Sends a signal to the program, or to its whole process group as a terminal does."""

@@ -49,7 +49,7 @@ inline void writeText(const std::filesystem::path& path, const std::string& text
     ASSERT_TRUE(file.good()) << path;
 }
 
-/// The line of the source is nobody's business but the developer's: "line no = N" in every report
+/// The line of the source changes with every edit: "line no = N" in every report
 /// of a place. A line of a user's file (ZEPA120-E, ZEPA138-W) stays.
 inline std::string masked(const std::string& text) {
     if (text.find(":source = ") == std::string::npos) {

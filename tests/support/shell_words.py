@@ -14,7 +14,7 @@ BEFORE_COMMAND = {"if", "then", "elif", "else", "while", "until", "do", "!", "ti
 #: Words that begin a command of the shell's own, without a program.
 NO_COMMAND = {"for", "case", "fi", "done", "esac"}
 
-#: Commands that run another, with the number of words that stand before it.
+#: Commands that run another, with the number of words before it.
 RUNNERS = {"exec": 0, "env": 0, "nice": 0, "xargs": 0, "quietly": 1}
 
 PROGRAM = re.compile(r"(?:(?:/usr)?/s?bin/)?[a-z][\w.+-]*")

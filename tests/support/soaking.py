@@ -38,7 +38,7 @@ class Disturbance(NamedTuple):
 
 
 def choose(dice: random.Random) -> Disturbance:
-    """One disturbance out of all that there are."""
+    """One random disturbance."""
     victim = dice.choice(["program", "program", "program", "group", "group", "tool", "archiver"])
     number = dice.choice(SIGNALS)
     if victim == "tool":
@@ -64,7 +64,7 @@ class Soak:
         machine.file(SOURCE, "12345")
         for program in ARCHIVERS:
             machine.replace(program)
-        self._set(Disturbance("nobody"))
+        self._set(Disturbance("none"))
         assert self._plain().status == 0
         self._mounts = self._read_mounts()
 
@@ -73,12 +73,12 @@ class Soak:
         what = choose(self._dice)
         self._set(what)
         disturbed = self._disturbed(what)
-        told = f"{what}: {disturbed}"
+        context = f"{what}: {disturbed}"
         self.figures[f"{what.victim}: {disturbed.status}"] += 1
-        self._check_nothing_left(told)
-        self._set(Disturbance("nobody"))
-        self._check_complete(self._plain(), told)
-        self._check_nothing_left(told)
+        self._check_nothing_left(context)
+        self._set(Disturbance("none"))
+        self._check_complete(self._plain(), context)
+        self._check_nothing_left(context)
 
     def __str__(self) -> str:
         total = sum(self.figures.values())
@@ -116,26 +116,27 @@ class Soak:
             if not self._machine.path(f"{DATA_DIRECTORY}/{name}").is_dir():
                 self._machine.remove(f"{DATA_DIRECTORY}/{name}")
 
-    def _check_complete(self, run: Run, told: str) -> None:
+    def _check_complete(self, run: Run, context: str) -> None:
         """A run like the first on a new machine; a result of the same second adds to its name."""
         tool = behave.command(behave.out("x"), behave.nap(5))
         log = started_log().data({SOURCE: 5}, 5).tool(tool).complete().text
-        assert (run.status, run.stderr) == (0, ""), f"{run} after {told}"
-        assert re.sub(r"<STAMP>_\d+", "<STAMP>", run.log or "") == log, f"{run} after {told}"
-        assert run.archive.read("opt/data") == b"12345" and run.archive.read("out") == b"x", told
+        assert (run.status, run.stderr) == (0, ""), f"{run} after {context}"
+        assert re.sub(r"<STAMP>_\d+", "<STAMP>", run.log or "") == log, f"{run} after {context}"
+        assert run.archive.read("opt/data") == b"12345" and run.archive.read("out") == b"x", context
         history = (run.old_history or "") + (run.history or "")
         wrong = [line for line in history.splitlines() if not HISTORY_LINE.fullmatch(line)]
-        assert wrong == [] and history.endswith("ZEPA305-I:quendil ended at <TIME>.\n"), told
+        assert wrong == [] and history.endswith("ZEPA305-I:quendil ended at <TIME>.\n"), context
 
-    def _check_nothing_left(self, told: str) -> None:
+    def _check_nothing_left(self, context: str) -> None:
         """No process, lock or mount."""
-        wait_until(lambda: not self._machine.processes(), 10.0, f"the end of all processes; {told}")
+        wait_until(lambda: not self._machine.processes(), 10.0,
+                   f"the end of all processes; {context}")
         for lock in LOCKS:
-            assert self._machine.locks(lock) == (0, 0), told
-        assert self._read_mounts() == self._mounts, told
+            assert self._machine.locks(lock) == (0, 0), context
+        assert self._read_mounts() == self._mounts, context
         assert set(self._machine.list(LOG_DIRECTORY)) <= {
             "quendil.log", "quendil_old.log", "quendil_hist.log", "quendil_hist_old.log",
-            "quendil_stderr.log"}, told
+            "quendil_stderr.log"}, context
 
     def _read_mounts(self) -> str:
         return (self._machine.root / "proc/1/mountinfo").read_text()

@@ -60,7 +60,7 @@ class AtEndOfDirectory {
     AtEndOfDirectory& operator=(const AtEndOfDirectory&) = delete;
 };
 
-/// Blocks that the product has from calloc and has not freed yet. Only differences tell something.
+/// Blocks that the product has from calloc and has not freed yet. Only differences count.
 std::size_t liveChunks();
 
 /// True when no test has left anything behind that still stands in.

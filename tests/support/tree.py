@@ -70,7 +70,7 @@ class Tree:
 def read_archive(path: Path) -> Tree:
     """The tree in a .tar or .tar.gz file, its names in the archive's order.
 
-    A name that stands in the archive twice, or outside its one top directory, is an error: an
+    A name that is in the archive twice, or outside its one top directory, is an error: an
     unpacked archive would then differ from what was collected, or litter the directory.
     """
     names: list[str] = []

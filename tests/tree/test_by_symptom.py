@@ -1,4 +1,4 @@
-"""The archive by symptom: it leads to items that there are, and manual and document agree."""
+"""The archive by symptom: it leads to existing items, and manual and document agree."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ MOST_ITEMS = 12
 
 
 def items_of(target: str, path: str) -> str:
-    """Where the archive has what a data item with this path brings."""
+    """Where the archive has what a data item with this path collects."""
     return f"{target}/{path.removeprefix('%d%/').lstrip('/')}"
 
 
@@ -31,7 +31,7 @@ def collected() -> set[str]:
 
 
 def is_brought(path: str, items: set[str]) -> bool:
-    """Whether one of the items brings it: the item itself, or a directory that it lies in."""
+    """Whether one of the items collects it: the item itself, or a directory above it."""
     ways = [path, *map(str, Path(path).parents)]
     return any(fnmatch.fnmatchcase(way, item) for way in ways for item in items)
 

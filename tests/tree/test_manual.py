@@ -30,7 +30,7 @@ def source(name):
 
 
 def entries(page):
-    """The entries of a page's lists: what stands outdented, with the lines below it."""
+    """The entries of a page's lists: what is outdented, with the lines below it."""
     page = re.sub(r"^( {5}\S(?:.{0,4}\S)?) {2,}(?<=^.{13})(?=\S)", "\\1\n" + " " * 13, page, flags=re.M)
     found = re.finditer(r"^ {5}(\S.*)\n((?:(?: {6,}\S.*)?\n)*)", page, re.M)
     return {entry[1]: re.sub(r"\s+", " ", entry[2]).strip() for entry in found}
@@ -140,9 +140,10 @@ def test_a_message_is_said_to_appear_where_one_of_its_kind_does():
     rows = re.findall(r"IG_MSG\(\d+, (ZEPA\d+)_([EWI])\w*, MSGKIND_(\w+),",
                       source("common/IGCmnMessageTable.inc"))
     wanted = {f"{number}-{letter}": PLACES[kind] for number, letter, kind in rows} | OTHER_PLACES
-    told = {head[:9]: re.search(r"\(((?:terminal|run log|history log)\b[^)]*)\)", text)
-            for head, text in entries(rendered("quendil_messages.7")).items()}
-    assert {name: place[1] for name, place in told.items() if name in wanted and place} == wanted
+    reported = {head[:9]: re.search(r"\(((?:terminal|run log|history log)\b[^)]*)\)", text)
+                for head, text in entries(rendered("quendil_messages.7")).items()}
+    places = {name: place[1] for name, place in reported.items() if name in wanted and place}
+    assert places == wanted
 
 
 def test_messages_said_not_to_be_issued_are_named_nowhere_in_the_source():
@@ -368,8 +369,8 @@ def test_every_kind_of_each_is_explained():
 def test_every_variable_that_a_program_gets_is_explained():
     code = re.search(r"^start\(\) \{\n(.*?)^\}", (TOOLS / "run").read_text(), re.M | re.S)[1]
     heads = entries(section("quendil_run.8", "ENVIRONMENT"))
-    told = {name for head in heads for name in re.findall(r"\b[A-Z_]+(?=,|$)", head)}
-    assert told == set(re.findall(r"\b([A-Z_]+)=", code))
+    reported = {name for head in heads for name in re.findall(r"\b[A-Z_]+(?=,|$)", head)}
+    assert reported == set(re.findall(r"\b([A-Z_]+)=", code))
 
 
 def test_the_bounds_of_the_commands_are_documented():

@@ -1,7 +1,7 @@
 """What the commands of this project use comes with the packages that they install.
 
 A machine that is used every day has far more than a minimal system, so that a package which a command forgets
-to install is missed on the next machine only. These checks need no such machine: whatever is used
+to install is missed on the next machine only. These checks need no such machine: all that is used
 on this one must belong to a package that the command names, to one that such a package requires, or to a
 minimal system. Recommended packages do not count, because the commands install none.
 """
@@ -66,7 +66,7 @@ NOT_NEEDED = {"sudo"}
 #: Modules that no test imports: pytest's own options ask for them.
 MODULES = {"xdist"}
 
-#: The functions through which a test starts a program of this machine, or looks for one.
+#: The functions through which a test starts a program of this machine, or finds one.
 STARTERS = {"run", "output", "subprocess.run", "subprocess.Popen", "shutil.which"}
 
 Uses = dict[str, str]  # a path, or a program that is nowhere, and what uses it
@@ -97,7 +97,7 @@ def programs_of_cmake() -> Uses:
 
 
 def programs_found_by_cmake(preset: str) -> Uses:
-    """The programs that were looked for when a preset was configured."""
+    """The programs that were found when a preset was configured."""
     names = "CMAKE_C_COMPILER|CMAKE_CXX_COMPILER|CMAKE_MAKE_PROGRAM|CLANG_TIDY"
     cache_text = (BUILD / preset / "CMakeCache.txt").read_text()
     found = re.findall(rf"^(?:{names}):\w+=(.*)$", cache_text, re.M)
@@ -205,7 +205,7 @@ def chosen(packages: Packages, names: list[str]) -> list[str]:
 
 
 def complaints(command: str, names: list[str], used: Uses) -> list[str]:
-    """What a command uses and the named packages do not bring, in words."""
+    """What a command uses and the named packages do not contain, in words."""
     packages = Packages()
     brought = packages.minimal_system() | packages.brought_by(chosen(packages, names))
     said = []

@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 from mutation.areas import AREAS
-from mutation.rule import Rule, product_texts, files_of_test
+from mutation.rule import Rule, files_of_test, product_texts
 
 ROOT = Path(__file__).resolve().parents[2]
 RULES = [rule for rules in AREAS.values() for rule in rules]

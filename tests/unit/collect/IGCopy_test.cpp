@@ -69,7 +69,7 @@ TEST_F(IGCopy, CopiesAsManyBytesAsItIsToldAndSaysWhetherThereAreMore) {
 }
 
 TEST_F(IGCopy, TakesNothingButRegularFiles) {
-    // A pipe that somebody still holds open: its end would not come.
+    // A pipe that another process still holds open: it does not end.
     const std::string pipe = directory_.path("pipe");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0640), 0);
     const int both = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC);

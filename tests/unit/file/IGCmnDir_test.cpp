@@ -56,7 +56,7 @@ class WildcardList : public RunTest {
     IgCmnListHeader* list_ = nullptr;
 };
 
-TEST_F(WildcardList, HoldsAnExistingFileOrDirectoryAsItStands) {
+TEST_F(WildcardList, HoldsAnExistingFileOrDirectoryAsGiven) {
     for (const int skip : {0, 1}) {
         for (const char* name : {"one.log", "dir.log", "dir.log/", "./one.log"}) {
             EXPECT_EQ(list(path(name), skip), 0);
@@ -108,7 +108,7 @@ TEST_F(WildcardList, KeepsTheOrderOfTheDirectory) {
     EXPECT_EQ(listed(), in_directory_order);
 }
 
-TEST_F(WildcardList, LeavesDirectoriesOutWhenToldTo) {
+TEST_F(WildcardList, LeavesDirectoriesOutOnRequest) {
     EXPECT_EQ(list(path("*.log"), 1), 0);
     EXPECT_THAT(listed(),
                 UnorderedElementsAre(path("one.log"), path("two.log"), path(".hidden.log")));
@@ -142,7 +142,7 @@ TEST_F(WildcardList, NamesEntriesOfTheRootWithOneSlash) {
     EXPECT_THAT(listed(), ElementsAre("/usr"));
 }
 
-TEST_F(WildcardList, LooksForABareNameInTheCurrentDirectory) {
+TEST_F(WildcardList, FindsABareNameInTheCurrentDirectory) {
     fs::current_path(path());
     EXPECT_EQ(list("th*"), 0);
     ASSERT_EQ(listed().size(), 1U);
@@ -181,7 +181,7 @@ TEST_F(WildcardList, HoldsNamesThatTheLocaleCannotDecodeAsTheyAre) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(WildcardList, TellsNothingFoundFromNothingReadable) {
+TEST_F(WildcardList, DistinguishesNothingFoundFromNothingReadable) {
     Capture err(stderr);
     EXPECT_EQ(listMatches(path("one.log").c_str(), &list_, pool(), 0), Listing::FOUND);
     EXPECT_EQ(listMatches(path("t*").c_str(), &list_, pool(), 0), Listing::FOUND);

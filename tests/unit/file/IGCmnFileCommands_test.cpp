@@ -182,7 +182,7 @@ TEST_F(IGCmnFile, CopiesAFileWithItsModeAndTime) {
     EXPECT_EQ(st.st_mtim.tv_sec, 1100000000);
 }
 
-TEST_F(IGCmnFile, ReplacesAnExistingCopyOnlyWhenToldTo) {
+TEST_F(IGCmnFile, ReplacesAnExistingCopyOnlyOnRequest) {
     writeText(path("source"), "new");
     for (const int overwrite : {0, 2, -1}) {
         writeText(path("copy"), "old");
@@ -226,7 +226,7 @@ TEST_F(IGCmnFile, LinksInsteadOfCopying) {
     EXPECT_EQ(fs::read_symlink(path("link")), path("source"));
 }
 
-TEST_F(IGCmnFile, ReplacesWhatIsInTheWayOfALinkOnlyWhenToldTo) {
+TEST_F(IGCmnFile, ReplacesWhatIsInTheWayOfALinkOnlyOnRequest) {
     writeText(path("source"), "text");
     writeText(path("link"), "old");
     EXPECT_EQ(IgCmnFileCopy(path("source").c_str(), path("link").c_str(), 0, 1), 0);

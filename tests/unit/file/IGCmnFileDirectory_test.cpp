@@ -23,7 +23,7 @@ class IGCmnFile : public FileTest {
 
 // Making directories
 
-TEST_F(IGCmnFile, MakesADirectoryForEverybodyWhateverTheUmask) {
+TEST_F(IGCmnFile, MakesADirectoryForAllUsersUnderEveryUmask) {
     EXPECT_EQ(IgCmnFileMkdir(path("new").c_str()), 0);
     EXPECT_EQ(modeOf(path("new")), 0777U);
     EXPECT_EQ(umaskNow(), 027U);

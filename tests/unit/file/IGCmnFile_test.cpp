@@ -138,7 +138,7 @@ TEST_F(FileHandle, DoesNotWaitForTheOtherEndOfAFifo) {
     EXPECT_EQ(IgCmnFileOpen(&handle_, path("fifo").c_str(), "r"), 0);
 }
 
-TEST_F(FileHandle, LooksAtWhatIsNoRegularFileWithoutOpeningIt) {
+TEST_F(FileHandle, ChecksWhatIsNoRegularFileWithoutOpeningIt) {
     ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
     for (const std::string& name : {path("fifo"), path(), std::string("/dev/zero")}) {
         errno = 0;
@@ -201,7 +201,7 @@ TEST_F(IGCmnFile, ReadsLinesInPiecesOfItsBuffer) {
     EXPECT_THAT(lines, ::testing::ElementsAre("ab\n", "\n", "abcd", "efg\n", "x\0y\n"s, "end"));
 }
 
-TEST_F(IGCmnFile, TellsAReadErrorFromTheEnd) {
+TEST_F(IGCmnFile, DistinguishesAReadErrorFromTheEnd) {
     std::FILE* stream = openStream(path().c_str(), "r");
     ASSERT_NE(stream, nullptr);
     std::array<char, 5> line{};
@@ -221,7 +221,7 @@ TEST_F(IGCmnFile, LeavesAFailedStreamToItsCaller) {
               "");
 }
 
-TEST_F(IGCmnFile, WaitsForNobodyToReadFromAFifoThatItOpens) {
+TEST_F(IGCmnFile, DoesNotWaitForAReaderOfAFifoThatItOpens) {
     ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
     for (const char* mode : {"w", "a"}) {
         errno = 0;
@@ -272,7 +272,7 @@ TEST_F(IGCmnFile, ReadsNoLockFileWhoseLockItWouldDrop) {
     }
 }
 
-TEST_F(IGCmnFile, OpensWhatItMakesForItsOwnerAloneWhateverTheUmaskAndADefaultAcl) {
+TEST_F(IGCmnFile, MakesFilesForTheirOwnerAloneUnderEveryUmaskAndDefaultAcl) {
     // u::rwx,u:1000:rwx,g::rwx,m::rwx,o::rwx, as the kernel stores it
     struct [[gnu::packed]] Entry {
         std::uint16_t tag, permissions;

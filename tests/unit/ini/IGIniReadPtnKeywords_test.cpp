@@ -64,7 +64,7 @@ std::string statement(const std::string& keyword, const std::string& value) {
     return keyword + (value.starts_with("{") ? " " : " = ") + value + "\n";
 }
 
-// A file with the statements in a place, complete but for what they bring themselves.
+// A file with the statements in a place, complete but for what they contain themselves.
 std::string fileWith(const Place& place, const std::string& statements,
                      const std::string& keyword = "") {
     const bool given = !keyword.empty() && place.required.starts_with(keyword + " ");
@@ -135,7 +135,7 @@ TEST_F(EveryKeyword, IsGivenOnceOrAsOftenAsItMay) {
             expectFault(text, place.line + 1);
         } else {
             expectGood(text);
-            // As often as in the file, also where another statement stands between.
+            // As often as in the file, also with another statement between them.
             expectGood(fileWith(place, once + "\n# note\n" + once + once, keyword.name));
         }
     }

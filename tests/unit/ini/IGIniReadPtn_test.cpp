@@ -150,7 +150,7 @@ TEST_F(IGIniReadPtn, ReportsWhatTheReaderRefusesAsASyntaxErrorEvenBeforeTheVersi
     });
 }
 
-// --- flags, files and cut files ---
+// --- flags, files and truncated files ---
 
 TEST_F(IGIniReadPtn, RemembersWhatWasGiven) {
     ASSERT_EQ(read(VERSION + "BLOCK {\n}\n"), "{}");
@@ -229,9 +229,9 @@ TEST_F(IGIniReadPtn, ReadsAValueLargerThanAPoolBlock) {
     });
 }
 
-// A file that uses everything, cut after every byte: accepted exactly where its blocks are closed,
-// refused with the line of its end everywhere else.
-TEST_F(IGIniReadPtn, StandsAFileCutAnywhere) {
+// A file that uses everything, truncated after every byte: accepted exactly where its blocks are
+// closed, refused with the line of its end everywhere else.
+TEST_F(IGIniReadPtn, ReadsAFileTruncatedAnywhere) {
     const std::string good =
         "# a product\r\n"
         "FORMAT_VERSION = 1.0 # first\n"

@@ -64,7 +64,7 @@ TEST_F(Redirection, KeepsTheArchiversOutputsApart) {
 
 TEST_F(Redirection, SendsBothOutputsWhereTheRequestAndThePhaseSay) {
     // The paths of a request, and what then is in the output file, the error file, our own output
-    // and our own error output. "-" is no path, "0" the null device; "x" stands for no file.
+    // and our own error output. "-" is no path, "0" the null device; "x" means no file.
     struct Case {
         const char* stdout_path;
         const char* stderr_path;
@@ -161,7 +161,7 @@ TEST_F(Redirection, NeitherRemovesNorWritesWhatIsNoFile) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, WritesNothingIntoAFileThatSomebodyPutsInTheWay) {
+TEST_F(Redirection, WritesNothingIntoAFileThatAnotherProcessPutsInTheWay) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();

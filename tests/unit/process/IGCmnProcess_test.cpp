@@ -52,7 +52,7 @@ TEST_F(IGCmnProcess, NeedsNoRoomForTheStatus) {
     EXPECT_EQ(exit_cd, 3);
 }
 
-TEST_F(IGCmnProcess, TellsItsOwnMessageFromAToolThatEndsWith255) {
+TEST_F(IGCmnProcess, DistinguishesItsOwnMessageFromAToolThatEndsWith255) {
     struct Case {
         const char* output;
         int result;
@@ -83,7 +83,7 @@ TEST_F(IGCmnProcess, TellsItsOwnMessageFromAToolThatEndsWith255) {
     }
 }
 
-TEST_F(IGCmnProcess, LooksForItsMessageOnlyInTheFileThatTheErrorOutputWentTo) {
+TEST_F(IGCmnProcess, SearchesItsMessageOnlyInTheFileOfTheErrorOutput) {
     const std::string out = path("out");
     const std::string err = path("err");
     exec_req request;
@@ -111,7 +111,7 @@ TEST_F(IGCmnProcess, LooksForItsMessageOnlyInTheFileThatTheErrorOutputWentTo) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnProcess, ReportsAnOutputThatIsGoneWhenItIsToBeLookedAt) {
+TEST_F(IGCmnProcess, ReportsAnOutputThatWasRemovedBeforeItIsRead) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
@@ -146,7 +146,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatDoesNotExistOnlyWhileTheRunHasFailedSoFa
     EXPECT_EQ(takeLog(), "");
     EXPECT_EQ(readText(err), message);
 
-    // With the output going nowhere there is nothing to look at, and nothing to remove.
+    // With the output going nowhere there is nothing to read, and nothing to remove.
     IgMainSetRetCode(RETCODE_FAILED);
     request.stdout_path = "/dev/null";
     EXPECT_EQ(execute(none, {}, request).result, EXEC_NONZERO);

@@ -106,7 +106,7 @@ TEST_F(IGCmnMessage, LetsNoFileNameForgeALineInAReport) {
                     "ZEPA151-E:Additional information, path = /x\\012ZEPA999-E:\\033[2J.\n"));
 }
 
-TEST_F(IGCmnMessage, CutsASubjectThatIsLongerThanAnyPath) {
+TEST_F(IGCmnMessage, TruncatesASubjectThatIsLongerThanAnyPath) {
     const std::string subject(20000, 's');
     const Outputs o = outputs([&] { IgCmnSysErrPath("stat", ENOENT, subject.c_str()); });
     EXPECT_THAT(o.err, ::testing::HasSubstr("path = " + std::string(4 * 4096 - 1, 's') + ".\n"));
@@ -170,7 +170,7 @@ TEST(IGCmnMsgPrintable, KeepsTheTabsOfWhatWasTyped) {
     EXPECT_EQ(IgCmnMsgPrintableSize(typed, Tabs::KEPT), std::strlen(out.data()) + 1);
 }
 
-TEST(IGCmnMsgPrintable, CutsNoCharacterOfSeveralBytes) {
+TEST(IGCmnMsgPrintable, TruncatesNoCharacterOfSeveralBytes) {
     for (const auto& [size, shown] : std::vector<std::pair<std::size_t, std::string>>{
              {2, "a"}, {4, "a"}, {5, "a\xe3\x81\x82"}, {6, "a\xe3\x81\x82z"}}) {
         std::array<char, 8> out{};
@@ -206,7 +206,7 @@ TEST_F(IGCmnMessage, LeavesOutATextThatItHasNoMemoryToEscape) {
     EXPECT_THAT(o.log, ::testing::EndsWith("ZEPA101-E:The specified option(?) is invalid.\n"));
 }
 
-TEST(IGCmnMsgPrintable, CutsWholeCharactersOnlyAndAlwaysTerminates) {
+TEST(IGCmnMsgPrintable, TruncatesAtWholeCharactersAndAlwaysTerminates) {
     struct Case {
         std::size_t size;
         const char* shown;
