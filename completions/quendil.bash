@@ -1,11 +1,11 @@
 # Bash completion of quendil(8): options, and the groups and targets of the installed patterns.
 #
-# Pattern files are data: they are read by awk, and what they hold is offered as text and never
-# evaluated. The file needs nothing of the bash-completion package.
+# Pattern files are data: awk reads them, and their values are offered as text and never evaluated. This file
+# does not need the bash-completion package.
 
 _quendil_patterns=/etc/opt/norvale/quendil/pattern
 
-# Writes the values of a keyword, one a line: quotes are gone, "%%" is one "%".
+# Prints the values of a keyword, one per line, without quotes and with "%" for "%%".
 _quendil_values() {
     local files=("$_quendil_patterns"/*)
     [[ -f ${files[0]} ]] || return 0
@@ -39,10 +39,9 @@ _quendil_values() {
         }' "${files[@]}" 2>/dev/null
 }
 
-# Splits the line before the cursor into words as the shell would, without evaluating any. Sets
-# `before` to the last whole word, `plain` to the unfinished one without its quoting and `quote` to
-# the quote that it is still inside of. COMP_WORDS cannot be asked: readline cuts words at ":" and
-# "=" too, which may stand in a value.
+# Splits the line before the cursor into words like the shell, without evaluating any. Sets `before` to the
+# last complete word, `plain` to the unfinished word without its quoting and `quote` to its open quote, if
+# any. COMP_WORDS is not usable: readline also splits words at ":" and "=", which a value may contain.
 _quendil_split() {
     local line=${COMP_LINE:0:COMP_POINT} character i
     before='' plain='' quote=''
@@ -64,8 +63,7 @@ _quendil_split() {
     done
 }
 
-# Sets `quoted` to the text as it must be typed where the cursor stands; fails where single quotes
-# cannot hold it.
+# Sets `quoted` to the text as it must be typed at the cursor; fails if single quotes cannot quote it.
 _quendil_quote() {
     quoted=$1
     case $quote in
@@ -80,10 +78,10 @@ _quendil_quote() {
     esac
 }
 
-# Offers the values of a keyword that continue the unfinished word.
+# Offers the values of a keyword that begin with the unfinished word.
 _quendil_offer() {
     local value quoted word=${COMP_WORDS[COMP_CWORD]} kept=''
-    # What readline leaves as it is, up to the last character at which it cuts words.
+    # The part that readline keeps, up to the last character at which it splits words.
     if [[ -z $quote ]]; then
         word=${word##[:=@<>]}
         kept=${plain%"${word//\\/}"}

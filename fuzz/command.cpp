@@ -1,4 +1,4 @@
-// Splitting command lines: the parts stand in the whole, the command has no separator outside
+// Splitting command lines: the parts occur in the line, and the command has no separator outside
 // quotes.
 #include "common/file/IGCmnPath.h"
 #include "common/base/IGCmnStr.h"

@@ -1,4 +1,4 @@
-// Configuration files: read or refused; a refused one reaches no further than its good lines.
+// Configuration files: accepted or rejected; a rejected file sets nothing beyond its valid lines.
 #include "common/file/IGCmnPath.h"
 #include "fuzz.h"
 #include "ini/IGCmnReplaceStr.h"

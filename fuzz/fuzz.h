@@ -1,4 +1,4 @@
-// What the fuzz targets share: a memory pool that is ready, the input as a text or as a file.
+// Shared by the fuzz targets: an initialised memory pool, and the input as a text or as a file.
 #ifndef QUENDIL_FUZZ_FUZZ_H
 #define QUENDIL_FUZZ_FUZZ_H
 
@@ -25,7 +25,7 @@ inline void fuzzStart() {
     }
 }
 
-/// Ends the process when something that always holds does not.
+/// Aborts the process if a condition that must always hold does not.
 inline void fuzzRequire(bool holds) {
     if (!holds) {
         std::abort();

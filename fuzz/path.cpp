@@ -1,12 +1,13 @@
-// Paths: a normalised one is absolute, without "." and "..", stays as it is when normalised again,
-// and splits into its parts. Texts for the shell and for the terminal keep what they are made of.
+// Paths: a normalised path is absolute, has no "." and "..", does not change when normalised again,
+// and splits into its components. Escaping for the shell and for the terminal is reversible.
 #include "common/file/IGCmnPath.h"
 #include "common/base/IGCmnStr.h"
 #include "fuzz.h"
 
 namespace {
 
-// What the shell makes of a text between double quotes; nothing in it may be left to its rules.
+// The value of a text between double quotes in the shell. The text must not be expanded any
+// further.
 std::string unescaped(const std::string& text) {
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {

@@ -1,5 +1,4 @@
-// Pattern files: accepted or skipped, never anything else; what is accepted is complete and within
-// its limits.
+// Pattern files: each is accepted or skipped; an accepted one is complete and within its limits.
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnStr.h"
 #include "fuzz.h"
@@ -9,7 +8,7 @@
 
 namespace {
 
-// A text of at most so many bytes, of allowed characters only.
+// Whether a text has at most this many bytes, and only allowed characters.
 bool isText(const char* text, std::size_t longest) {
     return text != nullptr && std::string(text).size() <= longest && IgCmnStrIsAscii(text) == 1;
 }

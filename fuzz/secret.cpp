@@ -1,5 +1,5 @@
-// The filter of secrets: whatever comes, in whatever blocks and parts, nothing is added but masks
-// and a last line feed, and a value that stands beside its name in a line of its own is never seen.
+// The filter for secrets: for any input, in blocks and parts of any size, it adds only masks and a
+// last line feed, and a value next to its name on a separate line is always masked.
 #include <algorithm>
 #include <memory>
 #include <string_view>
@@ -35,8 +35,8 @@ std::string masked(std::string_view given, std::size_t block, std::size_t part) 
     return result;
 }
 
-// Whether a text is another one from which stretches were taken out, or replaced by a mask. A mask
-// that the text had itself counts as its own.
+// Whether a text is another one with some parts removed or replaced by a mask. A mask in the
+// original text counts as a mask too.
 bool isPartOf(const std::string& result, std::string_view given) {
     std::size_t at = 0;
     for (std::size_t i = 0; i < result.size();) {
@@ -71,12 +71,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (given.find("plantedQ7") != std::string::npos) {
         return 0;
     }
-    // Whatever stood before, in lines of its own or in front of it in the same one.
+    // After any text, on earlier lines or earlier on the same line.
     for (const char* planted : {"\npassword=plantedQ7\n", " password=plantedQ7 x\n"}) {
         fuzzRequire(masked(given + planted, 100, SECRET_PART).find("plantedQ7") ==
                     std::string::npos);
     }
-    // A new file is shown, whatever the one before has left open.
+    // A new file is shown, even if the previous one ended inside a secret.
     const std::string next = masked(given + "\n==> /next\nseen\n", SECRET_PART, SECRET_PART);
     fuzzRequire(next.size() >= 5 && next.compare(next.size() - 5, 5, "seen\n") == 0);
     return 0;

@@ -1,5 +1,5 @@
-// Special strings: checking and expanding do what their rules say another way, and each "%%" makes
-// a text shorter by one.
+// Special strings: checking and expanding agree with a second implementation of their rules, and
+// each "%%" makes a text shorter by one character.
 #include <map>
 
 #include "common/base/IGCmnStr.h"
@@ -14,7 +14,7 @@ struct Model {
     bool bad = false;
 };
 
-// The pieces between percent signs are plain text and names by turns.
+// The pieces between percent signs are alternately plain text and names.
 Model modelOf(const std::string& text, const std::map<std::string, std::string>& values) {
     Model model;
     std::size_t start = 0;

@@ -1,5 +1,5 @@
-// The word reader: every input ends, every word is a terminated text of its kind, lines are
-// counted.
+// The word reader: it reaches the end of every input, every word is a terminated text of its kind,
+// and lines are counted correctly.
 #include "common/file/IGCmnFile.h"
 #include "ini/IGCmnFileWord.h"
 #include "fuzz.h"
@@ -42,7 +42,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     read_word word{};
     std::int32_t line_no = 1;
     std::int32_t lines = 1;
-    // A word takes a character, and one that cannot be decoded may be met again.
+    // Each word takes at least one character; an undecodable character may be returned again.
     for (std::size_t words = 0; words <= size; ++words) {
         const int result = IgCmnFileWordRead(nullptr, &file, &word, &file.pool);
         fuzzRequire(file.line_no >= line_no && file.column <= WORD_LINE_LIMIT + 1);

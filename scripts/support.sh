@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# What the commands of this directory share. Sourced from the project's root.
+# Functions for the commands in this directory. Sourced from the project's root.
 
 say() {
     printf '%s\n' "== $*"
@@ -21,8 +21,8 @@ is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null || true)" = installed ]
 }
 
-# Prints those of the named distribution packages that are missing. A name such as `a|b` stands for the
-# first of them that this distribution has; for `a`, as long as nothing is known of what it has.
+# Prints the missing ones of the named distribution packages. A name such as `a|b` means the first package
+# that this distribution has, or `a` while the package lists are not known yet.
 missing_packages() {
     for package in "$@"; do
         chosen=${package%%|*}
@@ -36,27 +36,27 @@ missing_packages() {
     done
 }
 
-# Installs those of the named distribution packages that are missing, and nothing when none is.
+# Installs the missing ones of the named distribution packages.
 need_packages() {
     missing=$(missing_packages "$@")
     [ -n "$missing" ] || return 0
     command -v apt-get >/dev/null 2>&1 || fail "please install:$missing"
     say "installing:$missing"
     export DEBIAN_FRONTEND=noninteractive
-    # shellcheck disable=SC2046  # a list of package names, chosen again: apt knows more of them now
+    # shellcheck disable=SC2046  # a list of package names, chosen again now that apt has its package lists
     { apt-get update -q && apt-get install -q -y --no-install-recommends $(missing_packages "$@"); } \
         </dev/null >build/packages.log 2>&1 ||
         { cat build/packages.log >&2; fail "packages could not be installed"; }
 }
 
-# Runs a build step quietly; what it said is shown only when it fails.
+# Runs a build step quietly; its output is shown only if it fails.
 quietly() {
     log=$1
     shift
     "$@" </dev/null >"$log" 2>&1 || { cat "$log" >&2; fail "failed: $*"; }
 }
 
-# Configures a preset and builds its targets (all when none is named).
+# Configures a preset and builds the named targets (all if none is named).
 build_preset() {
     preset=$1
     shift

@@ -1,9 +1,9 @@
 # shellcheck shell=sh
-# Dates, without a process for each. No command, but a part that those which print dates read in.
-# shellcheck disable=SC2034 # what is set here is for those that read it in
+# Dates, without starting a process for each. Not a command: the commands that print dates include it.
+# shellcheck disable=SC2034 # the variables are for the commands that include this file
 
-# In awk, the day of a number of days since 1970. Years begin with March here, so that a leap day is the last of
-# its year; after 400 of them (146097 days) the calendar repeats.
+# An awk function: the date of a number of days since 1970. Years begin in March here, so that a leap day is the
+# last day of its year; after 400 years (146097 days) the calendar repeats.
 # shellcheck disable=SC2016
 date_in_awk='
     function date_of(days,    era, rest, year, month) {

@@ -1,16 +1,15 @@
 # shellcheck shell=sh
-# Which devices are to be left alone. No command, but a part that those which ask devices read in.
-# To ask a device that the kernel has put to sleep would wake it, and to read one that is suspended would
-# not end before it is resumed.
-# shellcheck disable=SC2034 # what a function sets is for those that call it
+# Which devices must not be accessed. Not a command: the commands that access devices include it. Access would
+# wake a sleeping device, and would block on a suspended one until it is resumed.
+# shellcheck disable=SC2034 # the variables are for the callers of these functions
 
-# read_value FILE: sets value to the first line of a file of sysfs, or to nothing
+# read_value FILE: sets value to the first line of a file in sysfs, or to nothing
 read_value() {
     value=
     [ ! -r "$1" ] || read -r value 2>/dev/null <"$1"
 }
 
-# sleeps DIRECTORY: whether the device of this directory in sysfs is asleep, or almost
+# sleeps DIRECTORY: whether the device with this sysfs directory is suspended or about to be
 sleeps() {
     read_value "$1/power/runtime_status"
     case $value in
@@ -19,14 +18,14 @@ sleeps() {
     return 1
 }
 
-# is_suspended DIRECTORY: whether a mapped device waits to be resumed
+# is_suspended DIRECTORY: whether a mapped device is suspended
 is_suspended() {
     read_value "$1/dm/suspended"
     [ "$value" = 1 ]
 }
 
-# find_obstacle NAME: sets obstacle to why a block device must not be read, such as "sda sleeps", or to
-# nothing. It checks the device, the disk of a partition, and all that these are made of.
+# find_obstacle NAME: sets obstacle to the reason why a block device must not be read, such as "sda sleeps", or
+# to nothing. It checks the device, the disk of a partition, and all devices below them.
 find_obstacle() {
     obstacle=
     checked=' '

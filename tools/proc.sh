@@ -1,9 +1,9 @@
 # shellcheck shell=sh
-# What is read of every process. No command, but a part that those which list processes read in.
-# shellcheck disable=SC2034 # what is set here is for those that read it in
+# Reading the processes. Not a command: the commands that list processes include it.
+# shellcheck disable=SC2034 # the variables are for the commands that include this file
 
-# find_descriptors EXPRESSION...: runs find with this expression on the open descriptors of all processes. Only
-# the directories of descriptors are entered: to list others of a process can take a lock that a stuck one keeps.
+# find_descriptors EXPRESSION...: runs find with this expression on the open descriptors of all processes. It
+# enters only the descriptor directories: listing others can block on a lock that a stuck process holds.
 find_descriptors() {
     find /proc -ignore_readdir_race -mindepth 1 -maxdepth 3 \
         \( -path '/proc/*' ! -path '/proc/[0-9]*' -prune \) -o \
@@ -11,19 +11,19 @@ find_descriptors() {
         \( -path '/proc/[0-9]*/fd/*' "$@" \) 2>/dev/null
 }
 
-# In awk, the names of processes and threads, from what "grep -Hs ''" prints of the files /proc/.../comm. A
-# process may end while it is read, which would end some awk: grep goes on, and puts the path of the file before
-# every line of a name that has several.
+# Awk functions for the names of processes and threads, from the output of "grep -Hs ''" on the files
+# /proc/.../comm. A process may end while it is read; some awks would then exit, but grep continues. If a name
+# has several lines, grep puts the path of the file before each of them.
 # shellcheck disable=SC2016
 names_in_awk='
-    # take_name: takes the line of a name
+    # take_name: reads one line of a name
     function take_name(    end, path) {
         end = index($0, "/comm:")
         path = substr($0, 1, end - 1)
         if (path in name) name[path] = name[path] "?"
         name[path] = name[path] substr($0, end + 6)
     }
-    # name_of DIRECTORY: the name there, with question marks for control characters
+    # name_of DIRECTORY: the name of this process or thread, with question marks for control characters
     function name_of(path,    text) {
         text = path in name ? name[path] : ""
         gsub(/[\001-\037\177]/, "?", text)
