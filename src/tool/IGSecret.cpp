@@ -21,6 +21,20 @@ std::size_t SecretLine::closing(std::size_t from, std::string_view quote) const 
     return size();
 }
 
+std::size_t SecretLine::wordBefore(std::size_t place) const {
+    if (place == NOWHERE) {
+        return NOWHERE;
+    }
+    while (place > 0 && in(place - 1, BLANK)) {
+        --place;
+    }
+    const std::size_t end = place;
+    while (place > 0 && !in(place - 1, BLANK)) {
+        --place;
+    }
+    return place < end ? place : NOWHERE;
+}
+
 std::size_t SecretLine::hideQuoted(std::size_t quote) {
     const std::size_t end = closing(quote + 1, text_.substr(quote, 1));
     hide(quote + 1, end,

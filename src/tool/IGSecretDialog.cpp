@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretLoginRules.h"
 
 namespace {
 

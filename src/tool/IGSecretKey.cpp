@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretShapeRules.h"
 
 namespace {
 

@@ -14,6 +14,9 @@
 
 inline constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);
 
+/// What may follow the last word of a sentence.
+inline constexpr std::string_view SENTENCE_STOPS = ".,;:!?)\r";
+
 /// Sets of bytes.
 enum byte_set : std::uint16_t {
     BLANK = 1,           ///< blank, tab
@@ -134,6 +137,12 @@ class SecretLine {
         }
         return to;
     }
+    /// The end of a word of a sentence, without the stop behind it.
+    [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const {
+        return withoutEnd(from, to, SENTENCE_STOPS);
+    }
+    /// Where the word in front of a place begins; NOWHERE when none does, or for NOWHERE.
+    [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
     /// Whether a stretch holds a byte of the sets.
     [[nodiscard]] bool has(std::size_t from, std::size_t to, unsigned sets) const {
         while (from < to && !in(from, sets)) {
@@ -176,6 +185,10 @@ class SecretLine {
     [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
         return to - from == word.size() && says(from, word);
     }
+    /// Whether a stretch is exactly this word.
+    [[nodiscard]] bool isExactly(std::size_t from, std::size_t to, std::string_view word) const {
+        return to - from == word.size() && saysExactly(from, word);
+    }
     /// Whether a stretch is one of the words of a table, in letters of any size.
     template <std::size_t N>
     [[nodiscard]] bool isOneOf(std::size_t from, std::size_t to,
@@ -200,6 +213,11 @@ class SecretLine {
     /// Whether a word mixes letters and digits as a secret does and as no name, path, host, number
     /// or version does.
     [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;
+
+    /// Whether a quote opens a text there that looks like a secret.
+    [[nodiscard]] bool isSecretText(std::size_t quote) const {
+        return in(quote, QUOTE) && looksSecret(quote + 1, until(quote + 1, QUOTE));
+    }
 
     /// Whether a word is one of a sentence by its looks: letters, of which the first alone or all
     /// are capitals, or a number.
@@ -356,6 +374,10 @@ constexpr Filter filterOf(const Row (&rows)[N], std::string_view Row::*word) {
 void markNames(SecretLine& line);
 /// Passwords in command lines, and in settings that look like them.
 void markCommands(SecretLine& line);
+/// Passwords that a command writes to a pipe, for a program that reads one.
+void markPipes(SecretLine& line);
+/// Passwords in settings of programs that are written like words of a command line.
+void markSettings(SecretLine& line);
 /// Names typed at a login that no user has: people often type their password there.
 void markLogins(SecretLine& line);
 /// Passwords of addresses: user:x@host.

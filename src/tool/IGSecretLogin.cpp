@@ -1,7 +1,7 @@
 // Names that were typed at a login and that no user has: many a password is typed there. A name may
 // hold blanks and whatever else, so it ends at the last place where it can.
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretLoginRules.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretSentenceRules.h"
 
 namespace {
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tool/IGSecretRules.h"
-
 namespace {
 
 void flush(secret_text* text) {

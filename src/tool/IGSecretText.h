@@ -4,8 +4,12 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #include "tool/IGSecret.h"
+
+/// What replaces a secret.
+inline constexpr std::string_view SECRET_MASK = "********";
 
 /// The longest line that is filtered as a whole. A longer one is masked in parts: what is
 /// hidden at the end of a part is hidden on to its own end, and the last sixteenth of a part is

@@ -2,7 +2,8 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretSentenceRules.h"
+#include "tool/IGSecretValueRules.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretNameRules.h"
 #include "tool/IGSecretWord.h"
 
 namespace {

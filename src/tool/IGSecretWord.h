@@ -34,6 +34,11 @@ secret_word lastSecretWord(const SecretLine& line, std::size_t from, std::size_t
 /// What a word of a line says as a name.
 secret_name readSecretName(const SecretLine& line, std::size_t from, std::size_t to);
 
+/// Whether a parenthesis is in front of a name: (pw x).
+inline bool isInParentheses(const SecretLine& line, const secret_name& name) {
+    return name.from > 0 && line.at(name.from - 1) == '(';
+}
+
 /// Whether a name is none of a secret although it is named like one.
 bool isHarmlessName(const SecretLine& line, const secret_name& name);
 

@@ -7,8 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretCommandRules.h"
+#include "tool/IGSecretNameRules.h"
+#include "tool/IGSecretSentenceRules.h"
+#include "tool/IGSecretShapeRules.h"
 #include "tool/IGSecretText.h"
+#include "tool/IGSecretValueRules.h"
 
 namespace {
 
