@@ -3,7 +3,6 @@
 #include "tool/IGSecretNameValue.h"
 #include "tool/IGSecretValueRules.h"
 
-// password = x, "password": x, password for me: x
 std::size_t AssignmentScan::mark(const secret_name& name) {
     const std::size_t from = behindSeparator(name.to);
     if (from == NOWHERE) {
@@ -20,8 +19,8 @@ std::size_t AssignmentScan::mark(const secret_name& name) {
     return hideValue(line_, from, name, at_start);
 }
 
-// A key that names something else: a rule of the audit system (-F key=x, key="x" in its records),
-// the keys of a keyboard (B: KEY=x), a property of an element (<annotate key="a.b">).
+// Whether "key" names something else: a rule of the audit system (-F key=x, key="x" in its
+// records), the keys of a keyboard (B: KEY=x), a property of an element (<annotate key="a.b">).
 bool AssignmentScan::isOtherKey(const secret_name& name) {
     if (!line_.is(name.from, name.to, "key")) {
         return false;
@@ -39,8 +38,8 @@ bool AssignmentScan::isOtherKey(const secret_name& name) {
            line_.in(name.from - 1, BLANK);
 }
 
-// A name that is none of a secret although it is followed by a sign: passwd:amd64 and passwd:
-// /usr/bin/passwd in lists of packages, APT::Key::x, "passwd: files" where names are looked up,
+// Whether a name is not that of a secret although a sign follows it: passwd:amd64 and passwd:
+// /usr/bin/passwd in lists of packages, APT::Key::x, "passwd: files" of nsswitch.conf,
 // "passwd: password updated" of the program.
 bool AssignmentScan::isOtherName(const secret_name& name, std::size_t from) const {
     if (line_.at(from - 1) == ':' && line_.at(name.to) == ':' && line_.isArchitecture(from)) {

@@ -1,5 +1,5 @@
-// Assignments: password = x, "password": x, password for me: x. Shared by the units of the filter,
-// and by nothing else.
+// Assignments: password = x, "password": x, password for me: x. Only the units of the filter
+// include this.
 #ifndef QUENDIL_TOOL_IGSECRETASSIGNMENT_H
 #define QUENDIL_TOOL_IGSECRETASSIGNMENT_H
 

@@ -8,17 +8,17 @@
 
 namespace {
 
-// Words that a line has held, for what follows further behind.
+// Words that were read in a line, for the words behind them.
 enum command_flag : std::uint32_t {
     HAS_KEYS = 1,        ///< ip xfrm, macsec: every hexadecimal number is a key
     HAS_ORACLE = 2,      ///< user/password@database
-    HAS_PROMPT = 4,      ///< "assword:": what is sent next is one
+    HAS_PROMPT = 4,      ///< "assword:": the next text that is sent is a password
     HAS_WIRELESS = 8,    ///< iw, iwconfig
     HAS_AWS = 16,        ///< aws configure
     HAS_CRYPTO = 32,     ///< the line begins with crypto
     HAS_CHPASSWD = 64,   ///< chpasswd: user:password
-    HAS_LOGIN = 128,     ///< a user
-    FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, a bit each
+    HAS_LOGIN = 128,     ///< user, acct: a login may follow
+    FIRST_KEYWORD = 256  ///< and higher: a bit for each command of SECRET_KEYWORDS
 };
 
 // The flag of each row of SECRET_KEYWORDS. Rows of the same command follow each other.
@@ -36,7 +36,7 @@ constexpr std::array<std::uint32_t, std::size(SECRET_KEYWORDS)> keywordFlags() {
 constexpr auto KEYWORD_FLAGS = keywordFlags();
 static_assert(KEYWORD_FLAGS.back() != 0, "each command needs a bit");
 
-// How the words begin that say something of those behind them, and how the names of programs do.
+// The first letters of the words that setFlags() knows.
 constexpr BeginningFilter makeWordFilter() {
     BeginningFilter filter;
     for (const std::string_view program : ORACLE_PROGRAMS) {
@@ -58,8 +58,8 @@ constexpr auto ARGUMENT_BEGINNINGS =
 constexpr auto PROGRAM_BEGINNINGS = filterOf<PairFilter>(SECRET_PROGRAMS, &secret_program::name);
 constexpr auto OPEN_BEGINNINGS = filterOf<PairFilter>(OPEN_PROGRAMS);
 
-// Goes through the words of a command line once. What it must know of the words before is in the
-// state of the line, so that it outlasts a part of a very long one.
+// Goes through the words of a command line once. What it remembers of the words before is in the
+// state of the line, so that the next part of a very long line has it too.
 class CommandScan {
   public:
     explicit CommandScan(SecretLine& line) : line_(line), state_(line.state()), options_(line) {}
@@ -92,8 +92,8 @@ class CommandScan {
     SecretLine& line_;
     secret_state& state_;
     OptionScan options_;
-    std::size_t word_from_ = 0;  // where the last stretch without / @ and quotes began
-    std::size_t user_from_ = 0;  // and the one without % , and quotes
+    std::size_t word_from_ = 0;  // where the last stretch without blanks, "/", "@" and quotes began
+    std::size_t user_from_ = 0;  // where the last stretch without blanks, "%", "," and quotes began
 };
 
 void CommandScan::run() {
@@ -116,7 +116,8 @@ void CommandScan::run() {
     }
 }
 
-// ---- What a word says of those behind it --------------------------------------------------------
+// ---- Words that change the words behind them
+// --------------------------------------------------------
 
 void CommandScan::setFlags(std::size_t from, std::size_t to) {
     const std::string_view word = line_.text().substr(from, to - from);
@@ -270,7 +271,7 @@ std::size_t CommandScan::slash(std::size_t place) {
     return place + 1;
 }
 
-// ---- Passwords in places of their own -----------------------------------------------------------
+// ---- Passwords behind known words -----------------------------------------------------------
 
 // chpasswd me:x, nmcli ... password x, aws configure set x.secret x, crypto ... pw x, iw ... key
 // 0:x, send "x"
@@ -312,7 +313,7 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// Behind the kind of an encryption, as the commands of routers have it: 7 x, md5 x, aes 128 x.
+// The place behind the kind of an encryption in commands of routers: 7 x, md5 x, aes 128 x.
 std::size_t CommandScan::behindKind(std::size_t from) const {
     constexpr std::string_view KINDS[] = {"md5", "sha", "aes", "des", "3des", "clear", "ENC"};
     for (int words = 0; words < 2; ++words) {
@@ -360,7 +361,7 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// <<<x: three signs, no more, as the marks of conflicts have.
+// <<<x: exactly three signs, because the marks of conflicts in sources have more.
 std::size_t CommandScan::hereString(std::size_t place) {
     if (line_.saysExactly(place, "<(echo ") || line_.saysExactly(place, "<(printf ")) {
         std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
@@ -389,7 +390,7 @@ std::size_t CommandScan::hereString(std::size_t place) {
     return line_.hideWord(word);
 }
 
-// sqlplus me/x: no file, and no word of a sentence.
+// sqlplus me/x, where x is neither a file nor a word of a sentence.
 std::size_t CommandScan::login(std::size_t sign) {
     const bool user = hasFlag(HAS_ORACLE) && sign > word_from_ && word_from_ > 0 &&
                       line_.in(word_from_ - 1, BLANK | QUOTE) && line_.in(word_from_, LETTER) &&

@@ -1,4 +1,4 @@
-// Commands that take a secret, as tables.
+// Tables: commands that take a secret.
 #ifndef QUENDIL_TOOL_IGSECRETCOMMANDRULES_H
 #define QUENDIL_TOOL_IGSECRETCOMMANDRULES_H
 
@@ -11,14 +11,14 @@ inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
     "psql",    "rclone",       "redis-cli", "restic",     "sshpass",    "vault",
 };
 
-/// Programs that take a password with an option. A program is one by the beginning of its name.
+/// Programs that take a password with an option.
 struct secret_program {
-    std::string_view name;     ///< how the name begins
-    std::string_view next;     ///< the word behind it, which must follow where it is not empty
-    std::string_view letters;  ///< options of one letter that take the password
-    bool letter_follows;       ///< the name goes on with a letter: smbclient, snmpget
-    bool apart;                ///< a blank is between option and password: -a X, not -aX
-    bool with_user;            ///< what it takes is a user and a password: -u me:X
+    std::string_view name;     ///< the beginning of the name of the program
+    std::string_view next;     ///< the word that must follow the name; empty when any may
+    std::string_view letters;  ///< the letters of the options that take a password
+    bool letter_follows;       ///< a letter follows in the name: smbclient, snmpget
+    bool apart;                ///< a blank must follow the option: -a X, not -aX
+    bool with_user;            ///< the option takes a user and a password: -u me:X
 };
 inline constexpr secret_program SECRET_PROGRAMS[] = {
     {"mysql", "", "p", false, false, false},
@@ -94,12 +94,12 @@ inline constexpr std::string_view AUTH_OPTIONS[] = {"--auth",      "--proxy-auth
                                                     "--http-auth", "--userpass",   "-auth",
                                                     "--src-creds", "--dest-creds"};
 
-/// Options of any program that may take a user and a password, where that looks like a secret.
+/// Options of any program that may take a user and a password, if that looks like a secret.
 inline constexpr std::string_view DOUBTFUL_PAIRS[] = {
     "-u", "-U", "--user", "--username", "--login",
 };
 
-/// Options of any program that take a secret, where what they take looks like one.
+/// Options of any program that may take a secret, if their value looks like one.
 inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",
                                                         "-k",
                                                         "-w",
@@ -114,7 +114,7 @@ inline constexpr std::string_view DOUBTFUL_OPTIONS[] = {"-p",
                                                         "--security-erase",
                                                         "--security-disable"};
 
-/// What names of network interfaces and disks begin with.
+/// How names of network interfaces and disks begin.
 inline constexpr std::string_view DEVICE_NAMES[] = {"enp", "eno", "ens", "enx",
                                                     "wlp", "ibp", "nvme"};
 
@@ -169,11 +169,12 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
     {"db2", "using", true},
 };
 
-/// Commands whose password is the last of some words.
+/// Commands whose password has a fixed place among the words behind them.
 struct secret_argument {
     std::string_view command;
-    std::string_view next;  ///< the word behind it, as far as it must have these letters
-    int between;            ///< words between that one and the password
+    std::string_view
+        next;     ///< the word behind it: whole, its option letter, or its beginning up to ":"
+    int between;  ///< number of words between that one and the password
     bool doubtful = false;  ///< the password must look like one
 };
 inline constexpr secret_argument SECRET_ARGUMENTS[] = {
@@ -198,7 +199,7 @@ inline constexpr secret_argument SECRET_ARGUMENTS[] = {
     {"crypto", "isakmp", 1, true},
 };
 
-/// What, behind a pipe, reads a password that echo or printf writes.
+/// Programs and options that, behind a pipe, read a password that echo or printf writes.
 inline constexpr std::string_view PASSWORD_READERS[] = {
     "passwd", "--stdin", "-S",          "password", "cryptsetup", "kinit",
     "gpg",    "openssl", "debconf-set", "su - ",    "realm join", "adcli join",

@@ -10,7 +10,7 @@
 
 std::size_t DirectiveScan::mark(const secret_name& name) {
     const std::size_t rest = line_.skip(name.to, BLANK);
-    if (!isDirective(name, rest) || tellsNothing(name, rest)) {
+    if (!isDirective(name, rest) || isNoValue(name, rest)) {
         return 0;
     }
     if (named_.isNaming()) {
@@ -45,10 +45,10 @@ bool DirectiveScan::isPamType(const secret_name& name, std::size_t rest) const {
                        [&](std::string_view control) { return line_.says(rest, control); });
 }
 
-// Whether what follows a name at the beginning of a line is none of its values: "kpasswd 464/tcp"
-// in a list of services, "passwd 1:4.13-1" in one of packages, "NoToken 0 0.0" in one of counters,
+// Whether the text behind a name at the start of a line is not its value: "kpasswd 464/tcp" in a
+// list of services, "passwd 1:4.13-1" in a list of packages, "NoToken 0 0.0" in a list of counters,
 // a sentence in a comment.
-bool DirectiveScan::tellsNothing(const secret_name& name, std::size_t rest) const {
+bool DirectiveScan::isNoValue(const secret_name& name, std::size_t rest) const {
     if (line_.isPlain(rest, line_.withoutEnd(rest, line_.size(), "; \t\r")) ||
         line_.isArchitecture(rest)) {
         return true;
@@ -58,7 +58,7 @@ bool DirectiveScan::tellsNothing(const secret_name& name, std::size_t rest) cons
         return true;
     }
     if (line_.at(name.from) == '-' && rest > name.to + 2) {
-        return true;  // an option and what it does
+        return true;  // an option and its description
     }
     const bool more = name.to - name.from > name.word.to - name.word.from;
     const std::size_t second = line_.skip(line_.until(rest, BLANK), BLANK);
@@ -69,7 +69,7 @@ bool DirectiveScan::tellsNothing(const secret_name& name, std::size_t rest) cons
         return true;
     }
     const bool comment = named_.isComment();
-    constexpr std::size_t LONG = 7;  // no passphrase has so many words
+    constexpr std::size_t LONG = 7;  // words: no passphrase has so many
     return line_.isOneOf(rest, line_.until(rest, BLANK), PACKAGE_STATES) ||
            line_.isSentence(rest, comment ? 2 : LONG);
 }

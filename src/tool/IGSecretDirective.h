@@ -1,5 +1,5 @@
 // Directives of configuration files: the name of a secret at the start of a line, and its value
-// behind a blank. Shared by the units of the filter, and by nothing else.
+// behind a blank. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETDIRECTIVE_H
 #define QUENDIL_TOOL_IGSECRETDIRECTIVE_H
 
@@ -25,7 +25,7 @@ class DirectiveScan {
   private:
     [[nodiscard]] bool isDirective(const secret_name& name, std::size_t rest) const;
     [[nodiscard]] bool isPamType(const secret_name& name, std::size_t rest) const;
-    [[nodiscard]] bool tellsNothing(const secret_name& name, std::size_t rest) const;
+    [[nodiscard]] bool isNoValue(const secret_name& name, std::size_t rest) const;
     std::size_t namedValue(std::size_t from);
     std::size_t lineValue(std::size_t from);
 

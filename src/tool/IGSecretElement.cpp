@@ -30,7 +30,7 @@ std::size_t ElementScan::element(std::size_t text) {
     }
     secret_element_ = false;
     const std::size_t end = line_.untilByte(text, '<');
-    // A quote behind "<key>" is one of a command line with a place for a key.
+    // A quote behind "<key>" is that of a command line with a placeholder for a key.
     const bool is_element = !line_.in(text, QUOTE) || line_.hasEnd(end) || line_.at(end + 1) == '/';
     if (is_element && !line_.isPlain(text, end)) {
         line_.hide(text, end, secret_rest::ELEMENT);
@@ -76,8 +76,8 @@ std::size_t ElementScan::attribute(const secret_name& name) {
         tag_value_ = NOWHERE;
         hideQuotedValue(line_, value, false);
     }
-    if (inTag() && in_quotes && !region.element_sought) {
-        region.element_sought = true;
+    if (inTag() && in_quotes && !region.element_searched) {
+        region.element_searched = true;
         region.element = elementBehind(region.to);
         if (region.element != NOWHERE) {
             tag_ = Tag::NONE;
@@ -100,8 +100,8 @@ std::size_t ElementScan::attributeValue(const secret_name& name) const {
     return line_.in(sign, SEPARATOR) ? line_.skipOne(line_.skip(sign + 1, BLANK), QUOTE) : NOWHERE;
 }
 
-// The text of an element whose tag has only plain words behind this quote; NOWHERE when it has
-// none.
+// Where the text of an element begins, when its tag has only a few attributes behind a quote;
+// NOWHERE for any other element.
 std::size_t ElementScan::elementBehind(std::size_t quote) const {
     int attributes = 0;
     for (std::size_t place = quote + 1; place < line_.size(); ++place) {
@@ -124,7 +124,8 @@ std::size_t ElementScan::elementBehind(std::size_t quote) const {
     return NOWHERE;
 }
 
-// Behind a quote, the place behind the attributes of a tag in front of "value": a few at most.
+// The place of the attribute "value", a few attributes behind a quote; the place behind the quote
+// when there is none.
 std::size_t ElementScan::behindAttributes(std::size_t quote) const {
     constexpr int MOST = 4;
     std::size_t place = line_.skip(quote + 1, BLANK);
@@ -140,9 +141,10 @@ std::size_t ElementScan::behindAttributes(std::size_t quote) const {
     return line_.says(place, "value=") ? place : quote + 1;
 }
 
+// Hides the value of the attribute or pair "value" behind a quote.
 std::size_t ElementScan::valueBehind(std::size_t quote) {
-    if (!region_.value_sought) {
-        region_.value_sought = true;
+    if (!region_.value_searched) {
+        region_.value_searched = true;
         std::size_t place = behindAttributes(quote);
         place = line_.skipByte(place, ',');
         place = line_.skip(place, BLANK);

@@ -1,6 +1,5 @@
 // Elements and attributes of markup: <password>x</password>, <a name="password" value="x"/>, and
-// pairs of JSON that are written like attributes. Shared by the units of the filter, and by nothing
-// else.
+// pairs of JSON that are written like attributes. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETELEMENT_H
 #define QUENDIL_TOOL_IGSECRETELEMENT_H
 
@@ -43,9 +42,9 @@ class ElementScan {
         bool part = false;            // it is a short one, in a name of nothing else
         bool divided = false;         // ":" or "=" follows that word
         std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
-        bool value_sought = false;
+        bool value_searched = false;
         std::size_t element = NOWHERE;  // the text of an element: <entry key="password">x
-        bool element_sought = false;
+        bool element_searched = false;
     };
     enum class Tag { NONE, NAME, INSIDE };
 

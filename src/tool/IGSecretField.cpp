@@ -1,4 +1,4 @@
-// Secrets in lines of known files, in which the place of a field makes it a secret.
+// Fields of lines of known files: their place in the line makes them secret.
 #include <algorithm>
 
 #include "tool/IGSecretLine.h"
@@ -6,7 +6,7 @@
 
 namespace {
 
-// Lines whose fields stand between colons.
+// Lines with colons between their fields.
 class ColonFields {
   public:
     explicit ColonFields(SecretLine& line) : line_(line) {}
@@ -34,7 +34,7 @@ class ColonFields {
         return first == 2 && second == 5 && line_.at(second) == ':';
     }
     // passwd: me:x:1000:1000:
-    // @return whether it is such a line, a hash in it or not
+    // @return whether it is such a line, with a hash in it or without
     bool markAccount(std::size_t first) {
         const std::size_t second = line_.untilByte(first + 1, ':');
         const std::size_t third = line_.hasEnd(second) ? NOWHERE : behindNumber(second + 1);
@@ -80,7 +80,7 @@ class ColonFields {
         }
         return true;
     }
-    // A password of the oldest kind: me:abCDefGHij./1
+    // A hash of the oldest kind: me:abCDefGHij./1
     void markOldHash(std::size_t first) {
         std::size_t place = first + 1;
         bool large = false;
@@ -164,14 +164,14 @@ void markTunnelSecret(SecretLine& line) {
     }
 }
 
-// Whether a stretch is an address of numbers, or a name with a dot in it.
+// Whether a stretch is an IPv4 address or a host name with a dot.
 bool isHost(const SecretLine& line, std::size_t from, std::size_t to) {
     const std::string_view host = line.text().substr(from, to - from);
     return line.skip(from, NAME) == to && host.find('.') != NOWHERE &&
            line.in(from, LETTER | DIGIT);
 }
 
-// 10.0.0.1:1812 x 3: the servers that know who may log in
+// 10.0.0.1:1812 x 3: servers that check logins
 void markLoginServer(SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
     const std::size_t host = line.skip(from, NAME);
@@ -279,7 +279,7 @@ void markShortLine(SecretLine& line) {
     markNumberedKey(line);
 }
 
-// "user" "x": all of a line
+// "user" "x": the whole line
 void markUserList(SecretLine& line) {
     if (line.at(0) != '"' || line.at(line.size() - 1) != '"') {
         return;

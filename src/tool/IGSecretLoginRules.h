@@ -1,15 +1,15 @@
-// Messages about logins, calls and dialogues that carry a password, as tables.
+// Tables: messages about logins; calls and dialogues with a password.
 #ifndef QUENDIL_TOOL_IGSECRETLOGINRULES_H
 #define QUENDIL_TOOL_IGSECRETLOGINRULES_H
 
 #include <string_view>
 
-/// Texts of programs about a name that was typed at a login, which is between the two. What
-/// may follow the name of a user that does not exist in a message of sshd is found by itself.
+/// Messages about a name that was typed at a login, which is between two texts. Messages of sshd
+/// are not in the table: IGSecretLogin.cpp reads them.
 struct secret_login {
     std::string_view before;
     std::string_view behind;
-    bool blanks;  ///< the name may hold blanks
+    bool blanks;  ///< the name may have blanks
 };
 inline constexpr secret_login SECRET_LOGINS[] = {
     {"User ", " not known to the underlying", true},
@@ -19,13 +19,13 @@ inline constexpr secret_login SECRET_LOGINS[] = {
     {"USER ", ": no such user", true},
 };
 
-/// Accounts that are no such names.
+/// Names in such messages that are kept.
 inline constexpr std::string_view KNOWN_ACCOUNTS[] = {"root", "(unknown)", "?"};
 
 /// Functions that take a password. A name that ends with the word is one of them.
 struct secret_call {
     std::string_view word;
-    int quoted;           ///< of the texts in quotes of a call, counted from 1, this and all later
+    int quoted;           ///< the number, from 1, of the first text in quotes that is hidden
     bool inside = false;  ///< the word may be anywhere in the name
 };
 inline constexpr secret_call SECRET_CALLS[] = {
@@ -59,12 +59,12 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"connect", 3, true},
 };
 
-/// Ways to log in to a mail server, behind which the answer of the client follows.
+/// Mechanisms for the login to a mail server, which the answer of the client follows.
 inline constexpr std::string_view LOGIN_MECHANISMS[] = {
     "plain", "login", "xoauth2", "oauthbearer", "ntlm", "external", "gssapi",
 };
 
-/// How servers ask for a user and for a password: "Username:", "Password:" in Base64.
+/// Questions of servers for a user and a password: "Username:", "Password:" in Base64.
 inline constexpr std::string_view LOGIN_CHALLENGES[] = {
     "VXNlcm5hbWU6", "UGFzc3dvcmQ6",     "dXNlcm5hbWU6",
     "cGFzc3dvcmQ6", "VXNlciBOYW1lAA==", "UGFzc3dvcmQA",

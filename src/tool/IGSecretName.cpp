@@ -1,5 +1,5 @@
-// What is named like a secret. Each name of a line is read once; the units that it is passed to
-// know one kind of value each.
+// Values of names of secrets. Each name of a line is read once, and passed to units that know one
+// kind of value each.
 #include <algorithm>
 #include <iterator>
 
@@ -91,7 +91,7 @@ std::size_t NameScan::atPlain(std::size_t from, std::size_t to) {
                : 0;
 }
 
-// backup-token-x.timer: what is named in the name of a unit or a file.
+// backup-token-x.timer: a secret in the name of a unit or a file.
 void NameScan::hideParts(const secret_name& name) {
     constexpr std::size_t SHORTEST = 8;
     const auto ends = [&](std::string_view ending) {

@@ -1,11 +1,12 @@
-// What is the name of a secret, and what only looks like one, as tables.
+// Tables: names of secrets, and names that only look like one.
 #ifndef QUENDIL_TOOL_IGSECRETNAMERULES_H
 #define QUENDIL_TOOL_IGSECRETNAMERULES_H
 
 #include <string_view>
 
-/// Names of secret values. Each may stand inside of a longer name: db_password, x-api-key-2. "~" is
-/// one of "-", "_" and ".", or nothing.
+/// Words that name a secret, also inside a longer name: db_password, x-api-key-2. "~" is one of
+/// "-",
+/// "_" and ".", or nothing.
 inline constexpr std::string_view SECRET_WORDS[] = {
     "password",
     "passwd",
@@ -56,7 +57,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "backup~code",
     "totp~seed",
     "passkey",
-    // As people mistype it.
+    // Frequent typing errors.
     "passwrd",
     "pasword",
     "passwort",
@@ -65,7 +66,7 @@ inline constexpr std::string_view SECRET_WORDS[] = {
     "pssword",
     "passowrd",
     "passwprd",
-    // And in other languages.
+    // In other languages.
     "kennwort",
     "wachtwoord",
     "motdepasse",
@@ -96,11 +97,11 @@ inline constexpr secret_pair SECRET_PAIRS[] = {
     {"licence ", "key"},   {"wifi ", "key"},       {"wlan ", "key"},    {"product ", "key"},
 };
 
-/// Names too short to be inside of another word: one of the parts into which "-", "_" and "."
-/// divide a name. Digits may follow where `numbered`.
+/// Words that are too short to name a secret inside another word: each is a whole part of a name,
+/// between "-", "_" and ".".
 struct secret_short {
     std::string_view word;
-    bool numbered;
+    bool numbered;  ///< digits may follow the word
 };
 inline constexpr secret_short SECRET_SHORTS[] = {
     {"pass", true},    {"key", true},     {"pwd", false},   {"pw", false},    {"pin", false},
@@ -116,15 +117,14 @@ inline constexpr secret_short SECRET_ENDINGS[] = {{"pass", true}, {"pwd", false}
 inline constexpr std::string_view SECRET_SIGNATURES[] = {
     "sig", "signature", "x-amz-sig", "x-amz-signature", "code", "auth"};
 
-/// How the names of units and files end that may hold a secret behind its name.
+/// Endings of names of units and files that may have a secret inside.
 inline constexpr std::string_view NAME_ENDINGS[] = {
     ".service", ".timer", ".socket", ".path", ".mount", ".target", ".scope", ".slice", ".sh",
     ".conf",    ".cfg",   ".env",    ".txt",  ".log",   ".json",   ".yml",   ".yaml",  ".xml",
     ".sql",     ".gz",    ".zip",    ".bak",  ".tar",   ".tgz",    ".list",  ".ini",
 };
 
-/// Endings of names that are no secret although they are named like one: where it lies, how long it
-/// may be, ...
+/// Endings of names that name no secret although they have such a word: its file, its length, ...
 inline constexpr std::string_view HARMLESS_ENDINGS[] = {
     "file",
     "path",
@@ -215,8 +215,8 @@ inline constexpr std::string_view HARMLESS_BEGINNINGS[] = {"keyboard_key_",
 /// Parts of such names: sizes and counters of the system.
 inline constexpr std::string_view HARMLESS_PARTS[] = {"_buflen_", "tcpext", ".so."};
 
-/// What is before " key", "_key" or "-key" that is no secret. The keys that disks have for
-/// senses and reservations are the heart of many a report.
+/// Words in front of " key", "_key" or "-key" that name no secret. Reports about disks need the
+/// sense keys and reservation keys.
 inline constexpr std::string_view HARMLESS_KEYS[] = {
     "sense", "reservation", "public", "kernel", "foreign", "primary", "sort",
 };

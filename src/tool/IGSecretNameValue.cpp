@@ -6,7 +6,7 @@
 
 namespace {
 
-// What may follow a value without a blank between.
+// Bytes that may follow a value without a blank between them.
 constexpr std::string_view VALUE_SIGNS = ",;:)]}";
 
 // Finds the end of one value, and hides it.
@@ -35,7 +35,8 @@ class ValueScan {
     bool at_start_;  // the name is the first word of its line
 };
 
-// The value that begins there, of a name that is the first thing of its line to the end of that.
+// Hides the value that begins at a place. The value of a name at the start of its line goes up to
+// the end of the line.
 std::size_t ValueScan::hide(std::size_t from) {
     secret_state& state = line_.state();
     if (line_.hasEnd(from) || line_.says(from, "# ")) {
@@ -80,7 +81,7 @@ std::size_t ValueScan::behindScheme(std::size_t from) const {
     return scheme && (pair || line_.looksSecret(next, line_.until(next, VALUE_END))) ? next : from;
 }
 
-// What some languages put in front of a quote: N'x', b'x', string(1) "x".
+// The place behind a prefix of a quote in some languages: N'x', b'x', string(1) "x".
 std::size_t ValueScan::behindPrefix(std::size_t from) const {
     constexpr std::string_view PREFIXES = "NnBbUuRr";
     if (PREFIXES.find(line_.at(from)) != NOWHERE && line_.in(from + 1, QUOTE)) {
@@ -102,7 +103,7 @@ std::size_t ValueScan::behindCredential(std::size_t from) const {
     return named && colon > from && line_.at(colon) == ':' ? line_.skip(colon + 1, BLANK) : from;
 }
 
-// ["x", "y"], and all else that begins with such a sign to the end of the line.
+// ["x", "y"]; any other value that begins with such a bracket goes up to the end of the line.
 std::size_t ValueScan::hideList(std::size_t from) {
     std::size_t place = line_.skip(from + 1, BLANK);
     while (line_.at(from) == '[' && line_.in(place, QUOTE)) {
@@ -128,8 +129,8 @@ std::size_t ValueScan::hideAuthorization(std::size_t from) {
     return end;
 }
 
-// The end of a value that goes on to the end of its line, unless something follows that shows that
-// this is a command line: name=value, a path, an option.
+// The end of a value that goes up to the end of its line, unless the line is a command line because
+// name=value, a path or an option follows.
 std::size_t ValueScan::lineValueEnd(std::size_t from) const {
     const bool joined = line_.at(from - 1) == '=' && line_.in(from - 2, NAME);
     std::size_t place = line_.until(from, BLANK);
@@ -149,15 +150,15 @@ std::size_t ValueScan::lineValueEnd(std::size_t from) const {
     return line_.withoutEnd(from, line_.size(), " \t\r");
 }
 
-// Whether "&" is a byte of a value and parts none: it ends no command, and neither the name of
-// another value nor that of a character follows it.
+// Whether "&" is a byte of a value and separates no values: it ends no command, and neither the
+// name of another value nor that of a character follows it.
 bool ValueScan::isInside(std::size_t place) const {
     const std::size_t end = line_.skip(place + 1, NAME);
     return line_.at(place) == '&' && end > place + 1 && line_.at(end) != '=' &&
            line_.at(end) != ';' && line_.at(end) != '[';
 }
 
-// The sign between the values of the list that a value is in; a blank when it is in none.
+// The sign between the values of a list; a blank when the value is in no list.
 char ValueScan::listSign(std::size_t from) const {
     std::size_t before = name_.from;
     while (before > 0 && line_.at(before - 1) == ' ') {
@@ -167,9 +168,8 @@ char ValueScan::listSign(std::size_t from) const {
     return sign == ',' || sign == ';' ? sign : ' ';
 }
 
-// Whether the value of a PIN is one: digits, with no more than signs behind them. Other things of
-// that name, such as the choice of a package version, are not, and what is in their value is
-// checked by itself.
+// Whether the value of a PIN is one: digits, with only signs behind them. The version to which a
+// package is pinned has the same name and is no secret; names in it are checked by themselves.
 bool ValueScan::isNumber(std::size_t from) const {
     const char sign = listSign(from);
     std::size_t end = line_.skip(from, DIGIT);
@@ -180,8 +180,8 @@ bool ValueScan::isNumber(std::size_t from) const {
            (line_.in(end, VALUE_END) && !isInside(end));
 }
 
-// The end of a value that is a word: in a list of such values, as mount options and connections to
-// databases have them, at the sign between them.
+// The end of a value that is a word. In lists of values, such as mount options and connections to
+// databases, it is at the sign between them.
 std::size_t ValueScan::wordValueEnd(std::size_t from) const {
     const char sign = listSign(from);
     std::size_t end = from;

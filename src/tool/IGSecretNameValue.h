@@ -1,5 +1,4 @@
-// The value of a name: where it begins and ends. Shared by the units of the filter, and by nothing
-// else.
+// The value of a name: where it begins and ends. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETNAMEVALUE_H
 #define QUENDIL_TOOL_IGSECRETNAMEVALUE_H
 

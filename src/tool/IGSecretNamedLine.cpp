@@ -15,6 +15,7 @@ NamedLine::NamedLine(SecretLine& line) : line_(line) {
     account_ = isAccount();
 }
 
+// The place behind a word that may be in front of an assignment; the same place without one.
 std::size_t NamedLine::behindKeyword(std::size_t from) const {
     for (const std::string_view keyword : {"export ", "set ", "- "}) {
         if (line_.says(from, keyword)) {
@@ -24,7 +25,7 @@ std::size_t NamedLine::behindKeyword(std::size_t from) const {
     return from;
 }
 
-// Where the name begins in "SetEnv NAME x" and "set $name x"; 0 when this is no such line.
+// Where the name begins in "SetEnv NAME x" and "set $name x"; 0 for any other line.
 std::size_t NamedLine::behindNaming(std::size_t from) const {
     if (!line_.in(from, LETTER)) {
         return 0;
@@ -47,7 +48,6 @@ bool NamedLine::isAccount() const {
     return user > name + 3 && line_.at(user) == ':' && line_.at(line_.skip(user + 1, DIGIT)) == ':';
 }
 
-// Whether the home directory of a user begins there: behind his comment.
 bool NamedLine::isHome(std::size_t place) const {
     return account_ && line_.saysExactly(place, ":/");
 }

@@ -1,10 +1,10 @@
-// A line as the rules about names see it. Shared by the units of the filter, and by nothing else.
+// The parts of a line that all rules about names need. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETNAMEDLINE_H
 #define QUENDIL_TOOL_IGSECRETNAMEDLINE_H
 
 #include "tool/IGSecretLine.h"
 
-/// What a line begins with, read once for all names in it. Places are offsets in bytes.
+/// The start of a line, read once for all names in it. Places are offsets in bytes.
 class NamedLine {
   public:
     explicit NamedLine(SecretLine& line);
@@ -15,7 +15,7 @@ class NamedLine {
     /// Where a name is the first word of its line, behind marks of comments and words such as
     /// "export".
     [[nodiscard]] std::size_t start() const { return start_; }
-    /// Where a name begins a directive.
+    /// Where the name of a directive begins.
     [[nodiscard]] std::size_t directive() const { return directive_; }
     /// Whether that name follows a directive that takes a name and a value: SetEnv NAME x.
     [[nodiscard]] bool isNaming() const { return naming_ != 0; }
@@ -36,7 +36,7 @@ class NamedLine {
     std::size_t first_ = 0;
     std::size_t start_ = 0;
     std::size_t directive_ = 0;
-    std::size_t naming_ = 0;  // where a name begins behind a word that is followed by one; or 0
+    std::size_t naming_ = 0;  // where a name begins behind a naming directive; or 0
     bool account_ = false;    // the line is one of /etc/passwd
 };
 

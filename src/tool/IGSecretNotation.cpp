@@ -48,7 +48,7 @@ std::size_t NotationScan::define(std::size_t to) {
     return line_.in(place, QUOTE) ? hideQuotedValue(line_, place, false) : 0;
 }
 
-// foo@password\x3dx.service: in names of units blanks and signs are escaped.
+// foo@password\x3dx.service
 std::size_t NotationScan::escaped(const secret_name& name) {
     if (!line_.says(name.to, "\\x3d") && !line_.says(name.to, "\\x20")) {
         return 0;
@@ -79,8 +79,8 @@ std::size_t NotationScan::mark(const secret_name& name) {
     return 0;
 }
 
-// ['--password', 'x'], [\"--password\", \"x\"], "--password" "x", with the value in the next line
-// perhaps
+// ['--password', 'x'], [\"--password\", \"x\"], "--password" "x". The value may be in the next
+// line.
 std::size_t NotationScan::listed(const secret_name& name) {
     const std::size_t quote = line_.skipByte(name.to, '\\');
     if (line_.at(name.from) == '-' && line_.hasEnd(line_.skip(name.to, BLANK)) && line_.ends() &&

@@ -1,6 +1,5 @@
 // Notations of languages and programs for a name and its value: IDENTIFIED BY 'x', lists of words,
-// rows of tables, property lists, names of units. Shared by the units of the filter, and by nothing
-// else.
+// rows of tables, property lists, names of units. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETNOTATION_H
 #define QUENDIL_TOOL_IGSECRETNOTATION_H
 
@@ -9,7 +8,7 @@
 #include "tool/IGSecretWord.h"
 
 /// Finds the notations of one line. Each function hides the value that it finds, and returns the
-/// place where to continue, or 0 when nothing of its notation is there.
+/// place where to continue, or 0 for a name in another notation.
 class NotationScan {
   public:
     /// Both must outlive this.

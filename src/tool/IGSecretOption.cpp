@@ -7,7 +7,7 @@
 
 namespace {
 
-// What may follow a secret on a command line.
+// Bytes that may follow a secret on a command line.
 constexpr std::string_view STOPS = ",;)]}\\";
 
 }  // namespace
@@ -59,15 +59,16 @@ std::size_t OptionScan::programOption(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// The password of who asks a directory: -D cn=me -w x, also where the program is in a line before.
+// Whether an option takes the password of a directory: -D cn=me -w x, also when the program is in a
+// line before.
 bool OptionScan::isBind(std::size_t from, std::size_t to) {
     return line_.isExactly(from, to, "-w") &&
            bind_.of(line_, {"-D cn=", "-D uid=", "-D \"cn=", "-D \"uid=", "-D 'cn=", "-D 'uid="}) <
                from;
 }
 
-// -k x of a program that is not known, and --license x, where x looks like a secret. In the rules
-// of the audit system it names a rule.
+// -k x of a program that is not known, and --license x, where x looks like a secret. In rules of
+// the audit system -k names the rule.
 std::size_t OptionScan::doubtful(std::size_t from, std::size_t to) {
     const bool is_short = to - from == 2;
     if (!line_.isOneOf(from, to, DOUBTFUL_OPTIONS) || (is_short && state_.commands != NO_PROGRAM)) {
@@ -113,7 +114,8 @@ bool OptionScan::isAuditRule() {
     return audit_.of(line_, {"-a always,", "-a exit,", "-w /"}) != NOWHERE;
 }
 
-// Where the value of an option begins: -k x, -k=x, and "-k", "x" in a list.
+// Where the value of an option begins: -k x, -k=x, and "-k", "x" in a list. The same place when
+// none follows.
 std::size_t OptionScan::valueOf(std::size_t from) const {
     const std::size_t quote = from + (line_.at(from) == '\\' ? 1 : 0);
     if (line_.in(quote, QUOTE) && line_.at(quote + 1) == ',') {
@@ -135,7 +137,6 @@ std::size_t OptionScan::optionValue(std::size_t from, bool with_user) {
     return with_user ? userAndPassword(from) : line_.hideWord(from);
 }
 
-// me:x, 'me:x y', a=x: what is behind the first sign.
 std::size_t OptionScan::userAndPassword(std::size_t from) {
     const bool quoted = line_.in(from, QUOTE);
     const std::size_t begin = quoted ? from + 1 : from;

@@ -1,5 +1,4 @@
-// Options of command lines that take a password. Shared by the units of the filter, and by nothing
-// else.
+// Options of command lines that take a password. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETOPTION_H
 #define QUENDIL_TOOL_IGSECRETOPTION_H
 

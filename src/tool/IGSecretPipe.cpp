@@ -7,7 +7,7 @@
 
 namespace {
 
-// echo me:x | chpasswd: from the echo to the pipe before what reads the password.
+// echo me:x | chpasswd: hides the text from the echo to the pipe in front of the reader.
 class PipeScan {
   public:
     explicit PipeScan(SecretLine& line) : line_(line) {}
@@ -48,7 +48,7 @@ class PipeScan {
         written_ = NOWHERE;
     }
     SecretLine& line_;
-    std::size_t written_ = NOWHERE;  // where what echo writes begins
+    std::size_t written_ = NOWHERE;  // where the text that echo writes begins
     std::size_t pipe_ = NOWHERE;     // the last pipe
 };
 

@@ -91,7 +91,7 @@ std::size_t SentenceScan::called(const secret_name& name, std::size_t rest) {
                                         : 0;
 }
 
-// Whether the next word is the value without any sign between them: --password x, auth_pass x.
+// Whether the next word is the value without a sign between them: --password x, auth_pass x.
 bool SentenceScan::takesNextWord(const secret_name& name) const {
     const bool dash = line_.at(name.from) == '-';
     if (name.word.from != NOWHERE && dash) {
@@ -119,7 +119,7 @@ bool SentenceScan::quotedSecret(const secret_name& name, std::size_t quote) cons
     return quote > name.to && name.short_from == name.from && line_.isSecretText(quote);
 }
 
-// pass "x" at the end of a line, as the first thing of it or of a user.
+// pass "x" at the end of a line, as the first word of the line or behind a user.
 bool SentenceScan::quotedAtEnd(const secret_name& name, std::size_t quote) {
     if (!line_.in(quote, QUOTE) || quote == name.to || !line_.is(name.from, name.to, "pass")) {
         return false;
@@ -145,8 +145,8 @@ std::size_t SentenceScan::sentence(const secret_name& name) {
     return hideSaid(from);
 }
 
-// Hides a word of a sentence. A stop behind it is none of it, and a sign that many a password ends
-// with is.
+// Hides a word of a sentence. A stop behind it is not part of it; a sign such as "!", with which
+// many passwords end, is.
 std::size_t SentenceScan::hideSaid(std::size_t from) {
     std::size_t end = from;
     while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<' &&
@@ -157,7 +157,7 @@ std::size_t SentenceScan::hideSaid(std::size_t from) {
     return end;
 }
 
-// (pw x), as in a comment or beside the name of a user: one word that is none of a sentence.
+// (pw x), as in a comment or beside the name of a user: one word that is no word of a sentence.
 std::size_t SentenceScan::remark(const secret_name& name, std::size_t from) {
     const std::size_t end = line_.untilOneOf(from, BLANK | QUOTE, ")");
     if (!isInParentheses(line_, name) || line_.at(end) != ')' || end == from || !isPassword(name) ||
@@ -182,8 +182,8 @@ std::size_t SentenceScan::number(const secret_name& name, std::size_t from) {
     return end;
 }
 
-// with token x, user me password x: a word behind a name that is the whole of a word, where it
-// looks like a secret. Of keys there are too many.
+// with token x, user me password x: the word behind a name that is a whole word, where it looks
+// like a secret. Behind "key" the word needs "with" or a filler, because there are many other keys.
 std::size_t SentenceScan::spoken(const secret_name& name, std::size_t rest) {
     const bool key =
         name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.is_second;
@@ -213,7 +213,7 @@ std::size_t SentenceScan::spoken(const secret_name& name, std::size_t rest) {
     return hideSaid(from);
 }
 
-// Where a value would be behind a name without any sign: with token x, password to x, key 1: x.
+// Where a value may begin behind a name without a sign: with token x, password to x, key 1: x.
 std::size_t SentenceScan::behindFiller(std::size_t from) const {
     for (const std::string_view filler : {"to ", "set to ", "changed to ", "-v ", "--value "}) {
         if (line_.says(from, filler)) {
@@ -224,7 +224,7 @@ std::size_t SentenceScan::behindFiller(std::size_t from) const {
     return number > from && line_.says(number, ": ") ? line_.skip(number + 2, BLANK) : from;
 }
 
-// Whether "user me" is before the name.
+// Whether "user me" is in front of the name.
 bool SentenceScan::ofUser(const secret_name& name) const {
     const std::size_t word = line_.wordBefore(line_.wordBefore(name.from));
     return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
@@ -240,7 +240,7 @@ bool SentenceScan::isOneOfTwo(const secret_name& name) {
            line_.isOneOf(from, name.from - 1, ACCESS_WORDS);
 }
 
-// Whether a name is the whole of a word, or the last part of one: the password, db-pw, storepass.
+// Whether a name is a whole word, or the last part of one: the password, db-pw, storepass.
 bool SentenceScan::endsInName(const secret_name& name, bool key) const {
     const std::size_t last = line_.says(name.word.to, "s") ? name.word.to + 1 : name.word.to;
     return (name.word.from == name.from && (name.word.to == name.to || last == name.to)) ||
@@ -251,7 +251,7 @@ bool SentenceScan::endsInName(const secret_name& name, bool key) const {
             !line_.in(name.word.from - 1, LETTER | DIGIT));
 }
 
-// pw x: in a field of a line that goes on behind ":" or ",".
+// pw x: in a field of a line that continues behind ":" or ",".
 std::size_t SentenceScan::beforeSign(std::size_t from, std::size_t sign) {
     if ((line_.at(sign) != ':' && line_.at(sign) != ',') || !line_.looksSecret(from, sign)) {
         return 0;
@@ -260,8 +260,8 @@ std::size_t SentenceScan::beforeSign(std::size_t from, std::size_t sign) {
     return sign;
 }
 
-// pw -> x, the password of bob is x, mot de passe du site : x: where no more than a few words
-// are between the two, and what looks like a secret is not the object of one: password for x.
+// pw -> x, the password of bob is x, mot de passe du site : x: a value that looks like a secret,
+// with a few words between it and the name at most. In "password for x" it is no password.
 std::size_t SentenceScan::distant(const secret_name& name, std::size_t from) {
     constexpr int MOST = 4;
     const bool verb = line_.isOneOf(name.from, name.to, SECRET_VERBS) &&
@@ -300,7 +300,7 @@ std::size_t SentenceScan::distantEnd(std::size_t from) const {
     return end;
 }
 
-// The end of a word without a stop and without a closing quote, which has no byte of ASCII.
+// The end of a word without a stop and without a closing quote, whose bytes are not ASCII.
 std::size_t SentenceScan::withoutClosing(std::size_t from, std::size_t end) const {
     std::size_t value_end = line_.wordEnd(from, end);
     while (value_end > from && static_cast<unsigned char>(line_.at(value_end - 1)) >= 0x80) {
@@ -331,7 +331,7 @@ bool SentenceScan::mayPrecedeValue(std::size_t from, std::size_t to) const {
     return to != from && (letters >= to || joins) && !line_.has(from, to, DIGIT);
 }
 
-// What people put in front of a value: an arrow, a sign, a quote of their language.
+// The place behind an arrow, a sign or a quote in front of a value.
 std::size_t SentenceScan::behindOpening(std::size_t from) const {
     constexpr std::string_view SIGNS[] = {"->", "→", ":", "="};
     constexpr std::string_view QUOTES[] = {"„", "“", "”", "«", "‘", "`", "["};
@@ -356,7 +356,7 @@ bool SentenceScan::isApostrophe(std::size_t place) const {
     return line_.at(place) == '\'' && place > 0 && line_.in(place - 1, LETTER) && letter;
 }
 
-// Whether a name is that of a password: of no token, community or other credential.
+// Whether a name is that of a password, and not of a token, a community or another credential.
 bool SentenceScan::isPassword(const secret_name& name) const {
     constexpr std::string_view OTHERS[] = {"secret", "token", "credential", "community", "auth"};
     return std::none_of(std::begin(OTHERS), std::end(OTHERS),

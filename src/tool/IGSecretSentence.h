@@ -9,9 +9,9 @@
 /// Where the value begins in "the token is x"; 0 when the name has no such verb behind it.
 std::size_t saidOf(const SecretLine& line, const secret_name& name);
 
-/// Whether a word behind "is" is an ordinary word of a sentence and no value: one of the table, or
-/// one like "moved" and "usually". Behind a short name it is one unless it has a digit; the length
-/// of a key is no secret.
+/// Whether the word at `from`, behind "is", is a word of a sentence and no value: a word of the
+/// table, or one like "moved" and "usually". Behind a short name any word without a digit is one,
+/// and behind "key" any word, because the length of a key is no secret.
 bool isOrdinary(const SecretLine& line, const secret_name& name, std::size_t from);
 
 /// Finds the values of one line that follow a name without a sign.

@@ -1,18 +1,18 @@
-// Words of sentences about secrets and logins, as tables.
+// Tables: words of sentences about secrets and logins.
 #ifndef QUENDIL_TOOL_IGSECRETSENTENCERULES_H
 #define QUENDIL_TOOL_IGSECRETSENTENCERULES_H
 
 #include <string_view>
 
-/// What is between a secret and its name in a sentence. Behind one of another language the
-/// value must look like a secret.
+/// Verbs between the name of a secret and the secret in a sentence. Behind a verb of another
+/// language than English the value must look like a secret.
 inline constexpr std::string_view SAYING_VERBS[] = {"is",  "was", "ist", "lautet",
                                                     "war", "est", "es"};
 
-/// Names of passwords that are words of other sentences too.
+/// Names of passwords that have another meaning in many sentences.
 inline constexpr std::string_view SECRET_VERBS[] = {"pass", "pin", "pins", "key", "keys"};
 
-/// Words whose object is no password although it follows one's name: password for x.
+/// Words between the name of a password and a word that is no password: password for x.
 inline constexpr std::string_view OBJECT_WORDS[] = {
     "for", "of",   "from",  "by",   "on",   "at",   "in",  "user", "host", "server",
     "as",  "file", "hash",  "with", "für",  "von",  "vom", "an",   "de",   "del",
@@ -20,14 +20,14 @@ inline constexpr std::string_view OBJECT_WORDS[] = {
     "от",  "via",  "using", "and",  "or",   "und",  "et",  "y",    "e",
 };
 
-/// Words behind which a user and a password follow, with a sign between them.
+/// Words that a user and a password follow, with a sign between them.
 inline constexpr std::string_view LOGIN_WORDS[] = {
     "login", "zugang", "zugangsdaten", "logindaten", "anmeldung", "wifi", "wlan"};
 
-/// Words in front of a user and a password, or of a secret, which say how they are meant.
+/// Schemes of logins in front of a user and a password, or of a secret.
 inline constexpr std::string_view LOGIN_SCHEMES[] = {"basic", "bearer", "digest", "token", "plain"};
 
-/// Accounts of administrators that machines and programs come with.
+/// Accounts of administrators on new machines and in new programs.
 inline constexpr std::string_view SECRET_ACCOUNTS[] = {
     "administrator",  "admin",          "root",     "sa",     "oracle",
     "postgres",       "userid",         "sysadmin", "sysdba", "system",
@@ -35,7 +35,7 @@ inline constexpr std::string_view SECRET_ACCOUNTS[] = {
     "amministratore", "administrateur", "sys",      "tomcat",
 };
 
-/// Words that announce a user and a password.
+/// Words in front of a user and a password in remarks.
 inline constexpr std::string_view ACCESS_WORDS[] = {
     "login",         "logins",       "logindaten",  "zugang",      "zugangsdaten",
     "zugriff",       "anmeldung",    "credential",  "credentials", "creds",
@@ -46,14 +46,14 @@ inline constexpr std::string_view ACCESS_WORDS[] = {
     "ilo",           "idrac",        "ipmi",        "bmc",         "console",
 };
 
-/// Words that make a sentence of the words around them.
+/// Words that show that the words around them are a sentence.
 inline constexpr std::string_view SENTENCE_WORDS[] = {
     "a",    "an",  "and",  "are", "be",   "by",   "can",  "does", "for",  "from", "has",
     "if",   "in",  "is",   "it",  "may",  "must", "not",  "of",   "on",   "or",   "should",
     "that", "the", "this", "to",  "used", "was",  "when", "will", "with", "you",  "your",
 };
 
-/// What follows "the token is", "the password was" in a sentence, and is no value.
+/// Words that follow "the token is", "the password was" in a sentence and are no value.
 inline constexpr std::string_view ORDINARY_WORDS[] = {
     "a",
     "about",

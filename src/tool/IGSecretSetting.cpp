@@ -22,7 +22,7 @@ void markLogSettings(SecretLine& line) {
     }
 }
 
-// -object secret,id=a,data=x, and the same in JSON: the secrets of a virtual machine
+// -object secret,id=a,data=x, and the same in JSON: secrets of a virtual machine
 void markObjects(SecretLine& line) {
     for (const std::string_view kind : {"secret,", R"("qom-type":"secret")"}) {
         for (std::size_t at = line.find(kind); at != NOWHERE; at = line.find(kind, at)) {

@@ -1,4 +1,4 @@
-// Lines of configuration files, as tables.
+// Tables: lines of configuration files.
 #ifndef QUENDIL_TOOL_IGSECRETSETTINGRULES_H
 #define QUENDIL_TOOL_IGSECRETSETTINGRULES_H
 
@@ -13,27 +13,27 @@ inline constexpr std::string_view NAMING_DIRECTIVES[] = {
     "option ",           "more_set_headers ",  "setx ",
 };
 
-/// Names that are followed by their value without any sign between them.
+/// Names that are followed by their value without a sign between them.
 inline constexpr std::string_view SECRET_VALUED[] = {
     "auth_pass",      "auth-pass",      "auth_user_pass",   "auth-user-pass",
     "auth_user-pass", "auth-user_pass", "insecure-password"};
 
-/// Names that are followed by their value and by something else, which is none.
+/// Names that are followed by their value and by other words, which are no secret.
 inline constexpr std::string_view SECRET_COMMUNITIES[] = {"rocommunity", "rwcommunity",
                                                           "rocommunity6", "rwcommunity6"};
 
-/// What may stand in front of the word that directives of PAM begin with.
+/// How the second word of a directive of PAM begins. Its first word may be "password".
 inline constexpr std::string_view PAM_CONTROLS[] = {
     "required", "requisite", "sufficient", "optional", "include", "substack", "[",
 };
 
-/// Directives of SNMP whose second word is followed by secrets.
+/// Directives of SNMP with secrets behind their second word.
 inline constexpr std::string_view SNMP_DIRECTIVES[] = {
     "com2sec", "com2sec6", "com2secunix", "createUser",
     "usmUser", "trapsink", "trap2sink",   "informsink",
 };
 
-/// Kinds of keys with which servers of time know each other.
+/// Kinds of keys of time servers.
 inline constexpr std::string_view TIME_KEYS[] = {"m",      "md5",    "sha",    "sha1",   "sha256",
                                                  "sha384", "sha512", "aes128", "aes256", "tiger"};
 

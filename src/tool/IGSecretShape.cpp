@@ -43,7 +43,8 @@ constexpr PairFilter SHAPE_BEGINNINGS = makeShapeFilter();
 
 constexpr auto KEY_BEGINNINGS = filterOf<BeginningFilter>(SECRET_SHAPES, &secret_shape::beginning);
 
-// Each of these returns the place behind what it has read, or 0 when there is nothing of its kind.
+// Goes through a line once. Each function returns the place behind the value that it has read, or 0
+// when there is no value of its format.
 class ShapeScan {
   public:
     explicit ShapeScan(SecretLine& line) : line_(line) {}
@@ -106,8 +107,9 @@ class ShapeScan {
     std::size_t key(std::size_t place, const secret_shape& shape);
     std::size_t stretchEnd(std::size_t place);
     [[nodiscard]] bool isMixed(std::size_t from, std::size_t to) const;
-    [[nodiscard]] bool standsApart(std::size_t place) const;
-    // Hides a stretch that has at least so many bytes; it has been checked in any case.
+    [[nodiscard]] bool isApart(std::size_t place) const;
+    // Hides a stretch of at least `shortest` bytes.
+    // @return the end of the stretch, hidden or not
     std::size_t hideLong(std::size_t from, std::size_t to, std::size_t shortest) {
         if (to - from >= shortest) {
             line_.hide(from, to, secret_rest::WORD);
@@ -195,10 +197,10 @@ std::size_t ShapeScan::botKey(std::size_t place) {
     return end;
 }
 
-// The first line of a key of OpenSSH. Its other lines follow.
+// The first line of a key of OpenSSH without a title. Its other lines follow.
 std::size_t ShapeScan::keyText(std::size_t place) {
     secret_state& state = line_.state();
-    if (!line_.saysExactly(place, "b3BlbnNzaC1rZXktdjE") || !standsApart(place)) {
+    if (!line_.saysExactly(place, "b3BlbnNzaC1rZXktdjE") || !isApart(place)) {
         return 0;
     }
     const std::size_t end = line_.skip(place, BASE64);
@@ -238,7 +240,7 @@ std::size_t ShapeScan::scheme(std::size_t place) {
         ++from;
     }
     std::size_t end = from;
-    bool is_word = true;  // of a sentence: letters, of which the first alone may be a capital
+    bool is_word = true;  // a word of a sentence: letters, of which only the first may be a capital
     while (line_.in(end, NAME | BASE64) || line_.at(end) == '~') {
         const char c = line_.at(end);
         is_word = is_word && line_.in(end, LETTER) && (end == from || c >= 'a');
@@ -250,7 +252,7 @@ std::size_t ShapeScan::scheme(std::size_t place) {
     return end;
 }
 
-// Cookie: x, Set-Cookie: x. The "C" stands before the place.
+// Cookie: x, Set-Cookie: x. The place is behind the "C".
 std::size_t ShapeScan::cookie(std::size_t place) {
     if (!line_.saysExactly(place, "ookie: ") || place == 0 || !line_.says(place - 1, "c")) {
         return 0;
@@ -282,7 +284,7 @@ std::size_t ShapeScan::hexadecimal(std::size_t place, std::string_view beginning
     constexpr std::size_t SHORTEST = 32;
     const std::size_t from = place + beginning.size();
     const std::size_t end = line_.skip(from, ANY_HEXADECIMAL);
-    if (!line_.saysExactly(place, beginning) || !standsApart(place) || line_.in(end, KEY)) {
+    if (!line_.saysExactly(place, beginning) || !isApart(place) || line_.in(end, KEY)) {
         return 0;
     }
     return hideLong(from, end, SHORTEST);
@@ -315,11 +317,11 @@ std::size_t ShapeScan::base64(std::size_t place) {
         line_.hide(from, end, secret_rest::WORD);
         return end;
     }
-    // Only this stretch is done: in front of it anything may stand.
+    // Only this stretch was checked: another value may begin in front of it.
     return end - from > 7 ? hideLong(from, end, 8) : 0;
 }
 
-// Whether a word holds a digit, a sign, or a capital behind its first letter.
+// Whether a word of 4 bytes or more has a digit, a sign, or a capital behind its first letter.
 bool ShapeScan::isMixed(std::size_t from, std::size_t to) const {
     for (std::size_t place = from; place < to; ++place) {
         const char c = line_.at(place);
@@ -330,7 +332,7 @@ bool ShapeScan::isMixed(std::size_t from, std::size_t to) const {
     return false;
 }
 
-bool ShapeScan::standsApart(std::size_t place) const {
+bool ShapeScan::isApart(std::size_t place) const {
     if (place == 0 || !line_.in(place - 1, LETTER | DIGIT)) {
         return true;
     }
@@ -342,7 +344,7 @@ std::size_t ShapeScan::shape(std::size_t place) {
         return service(place);
     }
     for (const secret_shape& one : SECRET_SHAPES) {
-        if (line_.saysExactly(place, one.beginning) && (!one.apart || standsApart(place)) &&
+        if (line_.saysExactly(place, one.beginning) && (!one.apart || isApart(place)) &&
             !line_.saysExactly(place, "sk-ssh-") && !line_.saysExactly(place, "sk-ecdsa-")) {
             if (const std::size_t next = key(place, one); next != 0) {
                 return next;
@@ -352,8 +354,8 @@ std::size_t ShapeScan::shape(std::size_t place) {
     return service(place);
 }
 
-// The end of the stretch of letters, digits, "_" and "-" that a place lies in. Where it was sought
-// before it is known.
+// The end of the stretch of letters, digits, "_" and "-" around a place. It is searched once for
+// each stretch.
 std::size_t ShapeScan::stretchEnd(std::size_t place) {
     if (place < stretch_from_ || place >= stretch_to_) {
         stretch_from_ = place;
@@ -380,7 +382,7 @@ std::size_t ShapeScan::key(std::size_t place, const secret_shape& shape) {
 // ghp_x, gho_x and their like; xoxb-x, xoxp-x and theirs.
 std::size_t ShapeScan::service(std::size_t place) {
     const bool github =
-        line_.saysExactly(place, "gh") && line_.at(place + 3) == '_' && standsApart(place);
+        line_.saysExactly(place, "gh") && line_.at(place + 3) == '_' && isApart(place);
     const bool slack = line_.saysExactly(place, "xox") && line_.at(place + 4) == '-';
     if (!github && !slack) {
         return 0;

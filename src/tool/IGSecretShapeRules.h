@@ -1,4 +1,4 @@
-// Secrets with a known format, as tables.
+// Tables: secrets with a known format.
 #ifndef QUENDIL_TOOL_IGSECRETSHAPERULES_H
 #define QUENDIL_TOOL_IGSECRETSHAPERULES_H
 
@@ -11,24 +11,24 @@ inline constexpr std::string_view CRYPT_SCHEMES[] = {
     "gy", "md5", "apr1", "sha1", "scrypt", "bcrypt", "argon2", "argon2i", "argon2d", "argon2id",
 };
 
-/// Hashes of passwords: "{SSHA}...", as far as their scheme begins so.
+/// Hashes of passwords: "{SSHA}...". A scheme is known by its beginning.
 inline constexpr std::string_view DIRECTORY_SCHEMES[] = {
     "SSHA",      "SHA",  "SMD5",      "MD5",      "CRYPT",      "PBKDF2",
     "crypt",     "sha",  "BLF-CRYPT", "CRAM-MD5", "DIGEST-MD5", "LDAP-MD5",
     "PLAIN-MD5", "NTLM", "LANMAN",    "ARGON",    "SCRAM",
 };
 
-/// Such schemes behind which the password itself stands.
+/// Such schemes in front of the password itself.
 inline constexpr std::string_view CLEAR_SCHEMES[] = {"{PLAIN}", "{plain}", "{CLEARTEXT}",
                                                      "{cleartext}", "{CLEAR}"};
 
-/// Keys of well known services, by how they begin.
+/// Keys of well known services, known by their beginning.
 struct secret_shape {
     std::string_view beginning;
-    char then;             ///< what must end the first part; NUL when there is one part
-    bool dots;             ///< dots belong to it
-    bool apart;            ///< no letter or digit comes before it
-    std::size_t shortest;  ///< in bytes, with its beginning
+    char then;             ///< the byte that must end the first part; NUL when there is one part
+    bool dots;             ///< dots are part of it
+    bool apart;            ///< no letter or digit is in front of it
+    std::size_t shortest;  ///< its size in bytes, with its beginning
 };
 inline constexpr secret_shape SECRET_SHAPES[] = {
     {"AKIA", '\0', false, false, 20},
@@ -71,11 +71,11 @@ inline constexpr secret_shape SECRET_SHAPES[] = {
     {"hf_", '\0', false, true, 30},
 };
 
-/// Places of an address behind which its secret begins.
+/// Parts of an address that its secret follows.
 inline constexpr std::string_view HOOK_ADDRESSES[] = {"hooks.slack.com/", "/webhook/",
                                                       "/webhooks/"};
 
-/// Headers that stand in an encrypted private key, in front of its text.
+/// Headers of an encrypted private key, in front of its text.
 inline constexpr std::string_view KEY_HEADERS[] = {
     "Proc-Type:", "DEK-Info:", "Version:",   "Comment:",
     "Hash:",      "Charset:",  "MessageID:", "Subject:",

@@ -11,7 +11,7 @@
 /// @return the place where to continue, or 0 when no user and password follow
 std::size_t hideLogin(SecretLine& line, std::size_t to);
 
-/// Hides a password behind a user and "/" or ":", where it looks like a secret.
+/// Hides a password behind a user and "/" or ":", where it looks like a secret: me/x, me:x.
 /// @param sign where the user ends
 /// @return the place behind the password, or 0 when none is there
 std::size_t hideJoined(SecretLine& line, std::size_t sign);

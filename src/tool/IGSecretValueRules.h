@@ -1,10 +1,10 @@
-// Values that are no secret, as tables.
+// Tables: values that are no secret.
 #ifndef QUENDIL_TOOL_IGSECRETVALUERULES_H
 #define QUENDIL_TOOL_IGSECRETVALUERULES_H
 
 #include <string_view>
 
-/// Values that tell nothing. So does a single digit.
+/// Values that are no secret. A single digit is none either.
 inline constexpr std::string_view PLAIN_VALUES[] = {
     "yes",      "no", "true", "false", "on",   "off",     "none",     "null",      "required",
     "optional", "y",  "n",    "m",     "auth", "account", "session",  "chauthtok", "setcred",
@@ -17,20 +17,20 @@ inline constexpr std::string_view TOP_DIRECTORIES[] = {
     "/proc", "/root", "/run", "/sbin", "/srv",  "/sys", "/tmp",   "/usr",   "/var",
 };
 
-/// How names of files end that hold keys and certificates.
+/// Endings of names of files with keys and certificates.
 inline constexpr std::string_view KEY_FILES[] = {".key", ".pem", ".crt", ".p12", ".jks", ".cer"};
 
-/// What follows the name of a package and a colon.
+/// Architectures, which follow the name of a package and a colon.
 inline constexpr std::string_view PACKAGE_ARCHITECTURES[] = {
     "all",    "amd64",    "any",    "arm64",   "armel",   "armhf", "i386",
     "mipsel", "mips64el", "native", "ppc64el", "riscv64", "s390x", "x86_64",
 };
 
-/// What else follows the name of a package or a unit, in columns.
+/// Other words behind the name of a package or a unit in a table.
 inline constexpr std::string_view PACKAGE_STATES[] = {"install", "deinstall", "hold",  "purge",
                                                       "static",  "-",         "(libc6"};
 
-/// Where names are looked up: nsswitch.conf.
+/// Services that find names, in nsswitch.conf.
 inline constexpr std::string_view NAME_SERVICES[] = {
     "files",
     "systemd",
