@@ -184,7 +184,7 @@ TEST(IGSecretAssignment, AValueAtTheStartOfALineEndsWhereACommandLineFollows) {
     });
 }
 
-TEST(IGSecretAssignment, ListsTypedNamesAndNamesWithAnOwnerHaveValues) {
+TEST(IGSecretAssignment, ListsNamesWithATypeAndNamesWithAnOwnerHaveValues) {
     expectMasked({
         {lines({"totem.key (str) = abc", "123456789:AAabcdefghijklmnopqrstuvwxyz1234567"}),
          lines({"totem.key (str) = " + MASK, "123456789:" + MASK})},

@@ -15,7 +15,7 @@ TEST(IGSecretAudit, TheWordsOfARecordedCommandLineAreCheckedTogether) {
     });
 }
 
-TEST(IGSecretAudit, ATextInHexadecimalDigitsIsHiddenWholeWhereItHoldsASecret) {
+TEST(IGSecretAudit, ATextInHexadecimalDigitsIsHiddenWholeWhereItHasASecret) {
     const std::string nul(1, '\0');
     for (const std::string& text :
          {"mysql -p" + std::string("Zq7c06pX4w"), "curl" + nul + "-u" + nul + "a:Zq7c06pX4w",
@@ -40,7 +40,7 @@ TEST(IGSecretAudit, AnArgumentInHexadecimalDigitsIsOneWord) {
               "EXECVE argc=2 x a0=\"--password\" a1=" + MASK + "\n");
 }
 
-TEST(IGSecretAudit, WhatWasTypedAtATerminalIsHiddenWhereItLooksLikeASecret) {
+TEST(IGSecretAudit, ATextTypedAtATerminalIsHiddenWhereItLooksLikeASecret) {
     const std::string typed = hexadecimal("su -\rZq7c06pX4w\r");
     EXPECT_EQ(masked("type=TTY msg=audit(1.1:2): tty pid=1 data=" + typed + "\n"),
               "type=TTY msg=audit(1.1:2): tty pid=1 data=" + MASK + "\n");
@@ -49,7 +49,7 @@ TEST(IGSecretAudit, WhatWasTypedAtATerminalIsHiddenWhereItLooksLikeASecret) {
     EXPECT_EQ(masked(line), line);
 }
 
-TEST(IGSecretAudit, OnlyTheDigitsOfWhatWasTypedHideAWordThatLooksLikeASecret) {
+TEST(IGSecretAudit, OnlyInATypedTextAWordThatLooksLikeASecretIsHiddenWithoutAName) {
     const std::string digits = hexadecimal("bash Zq7c06pX4w");
     for (const std::string& line :
          std::vector<std::string>{"x data=" + digits + "\n", "type=TTY tty comm=" + digits + "\n",

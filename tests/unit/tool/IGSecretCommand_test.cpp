@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(IGSecretCommand, PasswordsInPlacesOfTheirOwnAreHidden) {
+TEST(IGSecretCommand, PasswordsBehindKnownWordsAreHidden) {
     expectHidden({
         "expdp system/{} directory=x",
         "sqlplus -s sys/{} as sysdba",
@@ -57,14 +57,14 @@ TEST(IGSecretCommand, PasswordsThatAreWrittenToAPipeAreHidden) {
     });
 }
 
-TEST(IGSecretCommand, SettingsThatAreWrittenLikeCommandsAreKnown) {
+TEST(IGSecretCommand, PasswordsInSettingsThatAreWrittenLikeCommandsAreHidden) {
     expectHidden({
         "qemu -object secret,id=s0,data={},format=raw -m 1",
         R"(qemu -object {"qom-type":"secret","id":"s0","data":"{}"} -m 1)",
     });
 }
 
-TEST(IGSecretCommand, WhatAScriptSendsAfterAPasswordPromptIsHidden) {
+TEST(IGSecretCommand, TheTextThatAScriptSendsAfterAPasswordPromptIsHidden) {
     expectMasked({
         {lines({"expect \"assword:\"", "send \"abc\\r\"", "send \"ls\\r\""}),
          lines({"expect \"assword:\"", "send \"" + MASK + "\"", "send \"ls\\r\""})},

@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(IGSecretDialog, WhatAClientSendsToLogInIsHidden) {
+TEST(IGSecretDialog, ThePasswordThatAClientSendsIsHidden) {
     expectHidden({
         "AUTH {}",
         "redis> AUTH bob {}",

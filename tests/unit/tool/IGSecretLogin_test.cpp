@@ -31,7 +31,7 @@ TEST(IGSecretLogin, ANameThatNoUserHasIsHidden) {
     });
 }
 
-TEST(IGSecretLogin, ANameMayHoldBlanksAndEndsAtTheLastPlace) {
+TEST(IGSecretLogin, ANameMayHaveBlanksAndEndsAtTheLastPlace) {
     expectMasked({
         {lines({"sshd[1]: Invalid user a b from c from 10.0.0.1 port 22"}),
          lines({"sshd[1]: Invalid user " + MASK + " from 10.0.0.1 port 22"})},

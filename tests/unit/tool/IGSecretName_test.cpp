@@ -12,7 +12,7 @@ namespace {
 TEST(IGSecretName, EveryWordForASecretHidesItsValueAlsoInsideALongerName) {
     for (const std::string_view word : SECRET_WORDS) {
         if (word == "authorization") {
-            continue;  // takes the whole rest of its line
+            continue;  // its value is the whole rest of the line
         }
         const bool optional = word.find('~') != std::string::npos;
         for (const std::string_view sign : {"-", "_", ".", ""}) {

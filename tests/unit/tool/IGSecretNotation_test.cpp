@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(IGSecretNotation, TheNotationsOfLanguagesAndProgramsAreKnown) {
+TEST(IGSecretNotation, ValuesInNotationsOfLanguagesAndProgramsAreHidden) {
     expectHidden({
         "getenv('DB_PASSWORD') ?: '{}'",
         R"(os.environ["DB_PASSWORD"] or "{}")",

@@ -14,8 +14,9 @@ double secondsFor(const std::string& given) {
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-// What each rule looks ahead for without finding it. Were any of them sought anew at each place, a
-// line would take sixteen times as long as sixteen lines of the same size in all.
+// Each unit begins a value that a rule reads ahead for and does not find. If a rule read ahead anew
+// at each place, a line would take sixteen times as long as sixteen lines of the same size
+// together.
 TEST(IGSecretTime, TheTimeIsLinearInTheSizeOfAnyLine) {
     const std::vector<std::string> units = {
         "a",
