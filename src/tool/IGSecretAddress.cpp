@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

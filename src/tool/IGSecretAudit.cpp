@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

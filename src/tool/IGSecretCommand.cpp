@@ -1,8 +1,11 @@
+// Passwords in command lines.
 #include <algorithm>
 #include <iterator>
 
+#include "tool/IGSecretBeginning.h"
 #include "tool/IGSecretCommandRules.h"
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretOption.h"
 #include "tool/IGSecretSentenceRules.h"
 

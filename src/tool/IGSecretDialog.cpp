@@ -4,6 +4,7 @@
 
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretLoginRules.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

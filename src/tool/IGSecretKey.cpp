@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretShapeRules.h"
 
 namespace {

@@ -3,73 +3,18 @@
 #define QUENDIL_TOOL_IGSECRETLINE_H
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
 
 #include "tool/IGSecret.h"
+#include "tool/IGSecretByte.h"
 
 /// No place in a line.
 inline constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);
 
 /// What may follow the last word of a sentence.
 inline constexpr std::string_view SENTENCE_STOPS = ".,;:!?)\r";
-
-/// Sets of bytes.
-enum byte_set : std::uint16_t {
-    BLANK = 1,               ///< blank, tab
-    DIGIT = 2,               ///< 0 to 9
-    LETTER = 4,              ///< A to Z, a to z
-    NAME = 8,                ///< bytes of names: letters of any language, digits, "_", ".", "-"
-    QUOTE = 16,              ///< " and '
-    BASE64 = 32,             ///< letters, digits, "+", "/", "="
-    VALUE_END = 64,          ///< bytes that end a value in the middle of a line
-    ADDRESS_END = 128,       ///< bytes that end an address
-    KEY = 256,               ///< letters, digits, "_", "-"
-    HASH = 512,              ///< bytes of hashes of passwords
-    SEPARATOR = 1024,        ///< : and =
-    HEXADECIMAL = 2048,      ///< 0 to 9, A to F
-    ANY_HEXADECIMAL = 4096,  ///< 0 to 9, A to F, a to f
-};
-
-constexpr std::array<std::uint16_t, 256> makeByteSets() {
-    std::array<std::uint16_t, 256> sets{};
-    const auto add = [&sets](std::string_view bytes, unsigned set) {
-        for (const char c : bytes) {
-            auto& of = sets[static_cast<unsigned char>(c)];
-            of = static_cast<std::uint16_t>(of | set);
-        }
-    };
-    add("0123456789", DIGIT | NAME | BASE64 | KEY | HASH | HEXADECIMAL);
-    add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz",
-        LETTER | NAME | BASE64 | KEY | HASH);
-    add("ABCDEF", HEXADECIMAL);
-    add("0123456789ABCDEFabcdef", ANY_HEXADECIMAL);
-    add("_.-", NAME);
-    for (std::size_t byte = 0x80; byte < sets.size(); ++byte) {
-        sets[byte] = NAME;  // letters of other languages
-    }
-    add("_-", KEY);
-    add(" \t", BLANK | VALUE_END | ADDRESS_END);
-    add("\"'", QUOTE | VALUE_END | ADDRESS_END);
-    add("&<", VALUE_END);
-    add("<>", ADDRESS_END);
-    add("+/=", BASE64);
-    add("./$=,+", HASH);
-    add(":=", SEPARATOR);
-    return sets;
-}
-inline constexpr std::array<std::uint16_t, 256> BYTE_SETS = makeByteSets();
-
-/// Whether a byte is in one of the sets.
-constexpr bool isIn(char c, unsigned sets) {
-    return (BYTE_SETS[static_cast<unsigned char>(c)] & sets) != 0;
-}
-constexpr char lowered(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 /// A line, or a part of a very long one. A place is an offset in bytes. Any place can be read:
 /// behind the end there is a line feed, which no line has inside. No function fails.
@@ -287,124 +232,5 @@ class FirstPlace {
     bool searched_ = false;
     std::size_t place_ = NOWHERE;
 };
-
-/// The first two letters of the words of a table. At most places of a line none of them begins.
-class PairFilter {
-  public:
-    constexpr void add(char first, char second) {
-        const unsigned pair = pairOf(first, second);
-        bits_[pair / 64] |= std::uint64_t{1} << pair % 64;
-    }
-    constexpr void addInAnySize(char first, char second) {
-        for (const char one : {first, raised(first)}) {
-            add(one, second);
-            add(one, raised(second));
-        }
-    }
-    constexpr void addInAnySize(std::string_view word) { addInAnySize(word[0], word[1]); }
-    [[nodiscard]] constexpr bool has(char first, char second) const {
-        const unsigned pair = pairOf(first, second);
-        return (bits_[pair / 64] >> pair % 64 & 1) != 0;
-    }
-
-  private:
-    static constexpr unsigned pairOf(char first, char second) {
-        return static_cast<unsigned>(static_cast<unsigned char>(first)) << 8 |
-               static_cast<unsigned char>(second);
-    }
-    static constexpr char raised(char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-    std::array<std::uint64_t, 1024> bits_{};
-};
-
-/// The first three letters of the words of a table.
-class BeginningFilter {
-  public:
-    constexpr void add(std::string_view word) {
-        first_.add(word[0], word[1]);
-        for (int byte = 0; byte < 256; ++byte) {
-            if (word.size() == 2 || word[2] == static_cast<char>(byte)) {
-                second_.add(word[1], static_cast<char>(byte));
-            }
-        }
-    }
-    constexpr void addInAnySize(std::string_view word) {
-        first_.addInAnySize(word);
-        if (word.size() > 2) {
-            second_.addInAnySize(word[1], word[2]);
-            return;
-        }
-        for (int byte = 0; byte < 256; ++byte) {
-            second_.addInAnySize(word[1], static_cast<char>(byte));
-        }
-    }
-    [[nodiscard]] constexpr bool has(char front, char middle, char back) const {
-        return first_.has(front, middle) && second_.has(middle, back);
-    }
-    /// Whether one of the words may begin at a place.
-    [[nodiscard]] bool has(const SecretLine& line, std::size_t place) const {
-        return has(line.at(place), line.at(place + 1), line.at(place + 2));
-    }
-
-  private:
-    PairFilter first_;
-    PairFilter second_;
-};
-
-/// The first letters of the words of a table. The filter may have other pairs too: the caller
-/// checks the whole word.
-template <typename Filter, std::size_t N>
-constexpr Filter filterOf(const std::string_view (&words)[N]) {
-    Filter filter;
-    for (const std::string_view word : words) {
-        filter.addInAnySize(word);
-    }
-    return filter;
-}
-/// The same for the words of its rows.
-template <typename Filter, typename Row, std::size_t N>
-constexpr Filter filterOf(const Row (&rows)[N], std::string_view Row::*word) {
-    Filter filter;
-    for (const Row& row : rows) {
-        filter.addInAnySize(row.*word);
-    }
-    return filter;
-}
-
-// Each of these functions marks one kind of secret in a line as hidden. None fails.
-
-/// Values of names of secrets: password = x, "token": "x", <secret>x</secret>, --password x.
-void markNames(SecretLine& line);
-/// Passwords in command lines, and in settings that look like them.
-void markCommands(SecretLine& line);
-/// Passwords that a command writes to a pipe, for a program that reads one.
-void markPipes(SecretLine& line);
-/// Passwords in settings of programs that are written like words of a command line.
-void markSettings(SecretLine& line);
-/// Names that were typed at a login and that no user has: people often type their password there.
-void markLogins(SecretLine& line);
-/// Passwords of addresses: user:x@host.
-void markAddresses(SecretLine& line);
-/// Fields of lines of known files.
-void markFields(SecretLine& line);
-/// Values of a known format: hashes of passwords, the keys of well known services.
-void markShapes(SecretLine& line);
-/// Passwords among the arguments of calls of functions.
-void markCalls(SecretLine& line);
-/// Passwords that a client sends to a server.
-void markDialogs(SecretLine& line);
-/// Secrets in remarks of administrators, and tokens of log services.
-void markRemarks(SecretLine& line);
-/// Secrets in command lines and other texts in the records of the audit system.
-void markAudit(SecretLine& line);
-/// Private keys that begin in the line.
-/// @return whether the last one may continue in the next lines
-bool markKeys(SecretLine& line);
-/// Whether the line continues the private key of the lines before.
-bool continuesKey(const SecretLine& line);
-/// Where the last line of a key ends; text behind it is no part of the key.
-/// @return the end of the line when no words are behind it, NOWHERE for any other line
-std::size_t behindKeyEnd(const SecretLine& line);
 
 #endif

@@ -2,6 +2,7 @@
 // name may have any bytes, blanks too, so it ends at the last place where it can.
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretLoginRules.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

@@ -4,8 +4,10 @@
 #include <iterator>
 
 #include "tool/IGSecretAssignment.h"
+#include "tool/IGSecretBeginning.h"
 #include "tool/IGSecretDirective.h"
 #include "tool/IGSecretElement.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretNameRules.h"
 #include "tool/IGSecretNamedLine.h"
 #include "tool/IGSecretNotation.h"

@@ -4,6 +4,7 @@
 
 #include "tool/IGSecretCommandRules.h"
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretSentenceRules.h"
 
 namespace {

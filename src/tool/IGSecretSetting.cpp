@@ -1,5 +1,6 @@
 // Passwords in settings of programs that are written like words of a command line.
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 

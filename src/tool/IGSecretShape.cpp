@@ -1,5 +1,7 @@
 // Values that are known by their format: hashes of passwords, keys of well known services.
+#include "tool/IGSecretBeginning.h"
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretShapeRules.h"
 
 namespace {

@@ -1,9 +1,11 @@
+#include "tool/IGSecretWord.h"
+
 #include <algorithm>
 #include <iterator>
 
+#include "tool/IGSecretBeginning.h"
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretNameRules.h"
-#include "tool/IGSecretWord.h"
 
 namespace {
 

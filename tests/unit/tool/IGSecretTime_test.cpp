@@ -9,7 +9,7 @@
 namespace {
 
 double secondsFor(const std::string& given) {
-    const std::clock_t start = std::clock();  // of this process alone, whatever else runs
+    const std::clock_t start = std::clock();  // without the time of other processes
     EXPECT_FALSE(masked(given).empty());
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
