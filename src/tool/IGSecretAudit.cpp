@@ -106,7 +106,7 @@ bool isText(const SecretLine& line, std::size_t from, std::size_t to) {
     return (to - from) % 2 == 0 && printed * 8 >= (to - from) * 3;
 }
 
-// Hides a stretch of digits when their text holds a secret.
+// Hides a stretch of digits when their text has a secret.
 void markText(SecretLine& line, std::size_t from, std::size_t to, bool typed) {
     Decoded decoded(line);
     decoded.putDigits(from, to);

@@ -84,7 +84,7 @@ class CommandScan {
 
     std::size_t keyword(std::size_t from, std::size_t to);
     [[nodiscard]] std::size_t behindKind(std::size_t from) const;
-    [[nodiscard]] bool isSaid(std::size_t from) const;
+    [[nodiscard]] bool isSentenceWord(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
     std::size_t login(std::size_t sign);
@@ -288,7 +288,8 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     }
     for (std::size_t i = 0; i < KEYWORD_FLAGS.size(); ++i) {
         const secret_keyword& row = SECRET_KEYWORDS[i];
-        if (hasFlag(KEYWORD_FLAGS[i]) && line_.isExactly(from, to, row.word) && !isSaid(next)) {
+        if (hasFlag(KEYWORD_FLAGS[i]) && line_.isExactly(from, to, row.word) &&
+            !isSentenceWord(next)) {
             const std::size_t value = behindKind(next);
             const std::size_t begin = line_.skipOne(value, QUOTE);
             const std::size_t end = line_.until(begin, BLANK | QUOTE);
@@ -332,7 +333,7 @@ std::size_t CommandScan::behindKind(std::size_t from) const {
 }
 
 // Whether a word is one of a sentence: "username and password for the initiator".
-bool CommandScan::isSaid(std::size_t from) const {
+bool CommandScan::isSentenceWord(std::size_t from) const {
     return line_.at(from) == '(' || line_.isOneOf(from, line_.skip(from, LETTER), ORDINARY_WORDS);
 }
 

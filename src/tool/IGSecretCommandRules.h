@@ -127,7 +127,7 @@ inline constexpr std::string_view OPEN_PROGRAMS[] = {
     "sysctl",     "systemctl", "tar",  "touch", "udevadm",
 };
 
-/// Commands in which a word comes before a secret.
+/// Commands in which a word is in front of a secret.
 struct secret_keyword {
     std::string_view command;
     std::string_view word;

@@ -22,8 +22,9 @@ std::size_t DirectiveScan::mark(const secret_name& name) {
     if (isPamType(name, rest)) {
         return name.to;
     }
-    if (const std::size_t said = saidOf(line_, name); said != 0 && isOrdinary(line_, name, said)) {
-        return said;
+    if (const std::size_t value = behindVerb(line_, name);
+        value != 0 && isOrdinary(line_, name, value)) {
+        return value;
     }
     return lineValue(rest);
 }
@@ -101,7 +102,7 @@ bool DirectiveScan::isNetrc(std::size_t from) const {
            (login != NOWHERE && line_.says(login, "login") && line_.in(login + 5, BLANK));
 }
 
-// machine h login me password x, and passwd/root-password password x: a password may hold blanks.
+// machine h login me password x, and passwd/root-password password x: a password may have blanks.
 std::size_t DirectiveScan::netrc(const secret_name& name) {
     line_.hideToEnd(line_.skip(name.to, BLANK));
     return line_.size();

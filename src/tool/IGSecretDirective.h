@@ -18,7 +18,7 @@ class DirectiveScan {
     /// Whether the word "password" at a place is that of a line of ".netrc", or has "login me" in
     /// front.
     [[nodiscard]] bool isNetrc(std::size_t from) const;
-    /// Hides the rest of such a line, for a password may hold blanks.
+    /// Hides the rest of such a line, for a password may have blanks.
     /// @return the end of the line
     std::size_t netrc(const secret_name& name);
 

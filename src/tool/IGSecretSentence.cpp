@@ -8,7 +8,7 @@
 #include "tool/IGSecretSettingRules.h"
 #include "tool/IGSecretUserPair.h"
 
-std::size_t saidOf(const SecretLine& line, const secret_name& name) {
+std::size_t behindVerb(const SecretLine& line, const secret_name& name) {
     std::size_t place = line.skip(name.to, BLANK);
     const std::size_t verb = line.skip(place, LETTER);
     if (place == name.to || !line.in(verb, BLANK) || !line.isOneOf(place, verb, SAYING_VERBS)) {
@@ -49,7 +49,7 @@ bool isOrdinary(const SecretLine& line, const secret_name& name, std::size_t fro
 
 std::size_t SentenceScan::mark(const secret_name& name) {
     const std::size_t rest = line_.skip(name.to, BLANK);
-    if (const std::size_t next = called(name, rest); next != 0) {
+    if (const std::size_t next = argument(name, rest); next != 0) {
         return next;
     }
     if (name.is_short && (quotedAtEnd(name, rest) || quotedSecret(name, rest))) {
@@ -71,11 +71,11 @@ std::size_t SentenceScan::mark(const secret_name& name) {
         return next;
     }
     const std::size_t next = number(name, rest);
-    return next != 0 ? next : spoken(name, rest);
+    return next != 0 ? next : nextWord(name, rest);
 }
 
 // password("x"), password("x", "y"), ConvertTo-SecureString -String "x"
-std::size_t SentenceScan::called(const secret_name& name, std::size_t rest) {
+std::size_t SentenceScan::argument(const secret_name& name, std::size_t rest) {
     if (name.word.to != name.to) {
         return 0;
     }
@@ -132,7 +132,7 @@ bool SentenceScan::quotedAtEnd(const secret_name& name, std::size_t quote) {
 }
 
 std::size_t SentenceScan::sentence(const secret_name& name) {
-    const std::size_t from = saidOf(line_, name);
+    const std::size_t from = behindVerb(line_, name);
     if (from == 0 || line_.hasEnd(from)) {
         return 0;
     }
@@ -142,12 +142,12 @@ std::size_t SentenceScan::sentence(const secret_name& name) {
     if (isOrdinary(line_, name, from)) {
         return from;
     }
-    return hideSaid(from);
+    return hideSentenceWord(from);
 }
 
 // Hides a word of a sentence. A stop behind it is not part of it; a sign such as "!", with which
 // many passwords end, is.
-std::size_t SentenceScan::hideSaid(std::size_t from) {
+std::size_t SentenceScan::hideSentenceWord(std::size_t from) {
     std::size_t end = from;
     while (!line_.hasEnd(end) && !line_.in(end, BLANK | QUOTE) && line_.at(end) != '<' &&
            !named_.isHome(end)) {
@@ -184,11 +184,11 @@ std::size_t SentenceScan::number(const secret_name& name, std::size_t from) {
 
 // with token x, user me password x: the word behind a name that is a whole word, where it looks
 // like a secret. Behind "key" the word needs "with" or a filler, because there are many other keys.
-std::size_t SentenceScan::spoken(const secret_name& name, std::size_t rest) {
+std::size_t SentenceScan::nextWord(const secret_name& name, std::size_t rest) {
     const bool key =
         name.word.from == NOWHERE && line_.endsWith(name.from, name.to, "key") && !name.is_second;
     const char sign = name.from > 0 ? line_.at(name.from - 1) : ' ';
-    if (!endsInName(name, key) || sign == '@' || (sign == '/' && !isOneOfTwo(name))) {
+    if (!endsInName(name, key) || sign == '@' || (sign == '/' && !followsPairWord(name))) {
         return 0;
     }
     const std::size_t from = behindFiller(rest);
@@ -198,7 +198,7 @@ std::size_t SentenceScan::spoken(const secret_name& name, std::size_t rest) {
     const std::size_t before = line_.wordBefore(name.from);
     const bool with = !key || from != rest || (before != NOWHERE && line_.says(before, "with "));
     const bool user = line_.at(name.from) != '-' && named_.first() == line_.wordBefore(before) &&
-                      ofUser(name) && !isOrdinary(line_, name, from);
+                      followsUser(name) && !isOrdinary(line_, name, from);
     if (!user && (!with || !line_.looksSecret(from, line_.wordEnd(from, end)))) {
         if (key) {
             return 0;
@@ -208,9 +208,9 @@ std::size_t SentenceScan::spoken(const secret_name& name, std::size_t rest) {
             return next;
         }
         const std::size_t next = beforeSign(from, middle);
-        return next != 0 ? next : distant(name, rest);
+        return next != 0 ? next : laterWord(name, rest);
     }
-    return hideSaid(from);
+    return hideSentenceWord(from);
 }
 
 // Where a value may begin behind a name without a sign: with token x, password to x, key 1: x.
@@ -225,13 +225,13 @@ std::size_t SentenceScan::behindFiller(std::size_t from) const {
 }
 
 // Whether "user me" is in front of the name.
-bool SentenceScan::ofUser(const secret_name& name) const {
+bool SentenceScan::followsUser(const secret_name& name) const {
     const std::size_t word = line_.wordBefore(line_.wordBefore(name.from));
     return word != NOWHERE && line_.says(word, "user") && line_.in(word + 4, BLANK);
 }
 
 // login/password x, kv put shop/password x
-bool SentenceScan::isOneOfTwo(const secret_name& name) {
+bool SentenceScan::followsPairWord(const secret_name& name) {
     std::size_t from = name.from - 1;
     while (from > 0 && line_.in(from - 1, LETTER) && name.from - from < 20) {
         --from;
@@ -262,7 +262,7 @@ std::size_t SentenceScan::beforeSign(std::size_t from, std::size_t sign) {
 
 // pw -> x, the password of bob is x, mot de passe du site : x: a value that looks like a secret,
 // with a few words between it and the name at most. In "password for x" it is no password.
-std::size_t SentenceScan::distant(const secret_name& name, std::size_t from) {
+std::size_t SentenceScan::laterWord(const secret_name& name, std::size_t from) {
     constexpr int MOST = 4;
     const bool verb = line_.isOneOf(name.from, name.to, SECRET_VERBS) &&
                       !line_.saysExactly(from, "->") && !line_.saysExactly(from, "→");
@@ -273,10 +273,10 @@ std::size_t SentenceScan::distant(const secret_name& name, std::size_t from) {
     }
     for (int words = 0; words < MOST && !line_.hasEnd(from); ++words) {
         from = behindOpening(from);
-        const std::size_t end = distantEnd(from);
+        const std::size_t end = laterWordEnd(from);
         const std::size_t value_end = withoutClosing(from, end);
-        if (isDistantValue(from, value_end, behind_colon)) {
-            return object ? 0 : hideDistant(from, value_end, end);
+        if (isLaterValue(from, value_end, behind_colon)) {
+            return object ? 0 : hideLaterValue(from, value_end, end);
         }
         const bool divided = line_.at(end - 1) == ':' && end > from + 1;
         const std::size_t word = divided ? end - 1 : end;
@@ -291,7 +291,7 @@ std::size_t SentenceScan::distant(const secret_name& name, std::size_t from) {
 }
 
 // The end of a word of a sentence, which may have an apostrophe inside.
-std::size_t SentenceScan::distantEnd(std::size_t from) const {
+std::size_t SentenceScan::laterWordEnd(std::size_t from) const {
     std::size_t end = from;
     while (!line_.hasEnd(end) && line_.at(end) != '`' && line_.at(end) != ']' &&
            (!line_.in(end, BLANK | QUOTE) || isApostrophe(end))) {
@@ -309,7 +309,7 @@ std::size_t SentenceScan::withoutClosing(std::size_t from, std::size_t end) cons
     return value_end;
 }
 
-bool SentenceScan::isDistantValue(std::size_t from, std::size_t to, bool behind_colon) const {
+bool SentenceScan::isLaterValue(std::size_t from, std::size_t to, bool behind_colon) const {
     constexpr std::size_t SHORTEST = 8;
     // Behind a colon a stop may belong to the value: it ends no sentence there.
     const std::size_t stop = line_.text().substr(from, to - from).find('.');
@@ -317,8 +317,8 @@ bool SentenceScan::isDistantValue(std::size_t from, std::size_t to, bool behind_
     return to >= from + SHORTEST && line_.looksSecret(from, end);
 }
 
-// Hides a value. One that may go on in the next part of the line is hidden whole.
-std::size_t SentenceScan::hideDistant(std::size_t from, std::size_t value_end, std::size_t end) {
+// Hides a value. One that may continue in the next part of the line is hidden whole.
+std::size_t SentenceScan::hideLaterValue(std::size_t from, std::size_t value_end, std::size_t end) {
     const bool goes_on = line_.hasEnd(end) && !line_.ends();
     line_.hide(from, goes_on ? end : value_end, secret_rest::WORD);
     return end;

@@ -7,7 +7,7 @@
 #include "tool/IGSecretWord.h"
 
 /// Where the value begins in "the token is x"; 0 when the name has no such verb behind it.
-std::size_t saidOf(const SecretLine& line, const secret_name& name);
+std::size_t behindVerb(const SecretLine& line, const secret_name& name);
 
 /// Whether the word at `from`, behind "is", is a word of a sentence and no value: a word of the
 /// table, or one like "moved" and "usually". Behind a short name any word without a digit is one,
@@ -26,24 +26,24 @@ class SentenceScan {
 
   private:
     [[nodiscard]] bool takesNextWord(const secret_name& name) const;
-    std::size_t called(const secret_name& name, std::size_t rest);
+    std::size_t argument(const secret_name& name, std::size_t rest);
     [[nodiscard]] bool quotedAtEnd(const secret_name& name, std::size_t quote);
     [[nodiscard]] bool quotedSecret(const secret_name& name, std::size_t quote) const;
     std::size_t sentence(const secret_name& name);
-    std::size_t hideSaid(std::size_t from);
+    std::size_t hideSentenceWord(std::size_t from);
     std::size_t remark(const secret_name& name, std::size_t from);
     std::size_t number(const secret_name& name, std::size_t from);
-    std::size_t spoken(const secret_name& name, std::size_t rest);
+    std::size_t nextWord(const secret_name& name, std::size_t rest);
     [[nodiscard]] std::size_t behindFiller(std::size_t from) const;
-    [[nodiscard]] bool ofUser(const secret_name& name) const;
-    [[nodiscard]] bool isOneOfTwo(const secret_name& name);
+    [[nodiscard]] bool followsUser(const secret_name& name) const;
+    [[nodiscard]] bool followsPairWord(const secret_name& name);
     [[nodiscard]] bool endsInName(const secret_name& name, bool key) const;
     std::size_t beforeSign(std::size_t from, std::size_t sign);
-    std::size_t distant(const secret_name& name, std::size_t from);
-    [[nodiscard]] std::size_t distantEnd(std::size_t from) const;
+    std::size_t laterWord(const secret_name& name, std::size_t from);
+    [[nodiscard]] std::size_t laterWordEnd(std::size_t from) const;
     [[nodiscard]] std::size_t withoutClosing(std::size_t from, std::size_t end) const;
-    [[nodiscard]] bool isDistantValue(std::size_t from, std::size_t to, bool behind_colon) const;
-    std::size_t hideDistant(std::size_t from, std::size_t value_end, std::size_t end);
+    [[nodiscard]] bool isLaterValue(std::size_t from, std::size_t to, bool behind_colon) const;
+    std::size_t hideLaterValue(std::size_t from, std::size_t value_end, std::size_t end);
     [[nodiscard]] bool mayPrecedeValue(std::size_t from, std::size_t to) const;
     [[nodiscard]] std::size_t behindOpening(std::size_t from) const;
     [[nodiscard]] bool isApostrophe(std::size_t place) const;

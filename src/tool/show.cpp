@@ -1,7 +1,7 @@
 // Prints files with the values of passwords, keys and the like masked.
 //
 // usage: show [-v] [-l MIB] PATH...
-//   -v       files of one value each: one line for a file, its name and what it holds
+//   -v       files of one value each: one line for a file, its name and its content
 //   -l MIB   print at most the last MIB MiB of a file (default: 5), and at most four times as much
 //            of all files together
 // PATH may be a wildcard. Of a directory all files are printed, and symlinks in it are not
