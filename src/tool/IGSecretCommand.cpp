@@ -1,5 +1,6 @@
 // Passwords in command lines.
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "tool/IGSecretBeginning.h"

@@ -1,6 +1,7 @@
 #include "tool/IGSecretWord.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "tool/IGSecretBeginning.h"
