@@ -8,7 +8,7 @@ void ElementScan::atName(const secret_name& name) {
     }
 }
 
-std::size_t ElementScan::atSign(std::size_t place) {
+std::size_t ElementScan::atTagSign(std::size_t place) {
     const char c = line_.at(place);
     if (c == '<') {
         tag_ = Tag::NAME;

@@ -19,7 +19,9 @@ class ElementScan {
     /// Takes a byte that is no part of a name.
     /// @return the place where to continue: behind the text of an element that was hidden, or
     ///   behind the byte
-    std::size_t atSign(std::size_t place);
+    std::size_t atSign(std::size_t place) {
+        return inTag() || line_.at(place) == '<' ? atTagSign(place) : place + 1;
+    }
     /// Takes the name of an element.
     void atName(const secret_name& name);
     /// Hides what belongs to an attribute whose value names a secret: name="password" value="x",
@@ -48,6 +50,7 @@ class ElementScan {
     };
     enum class Tag { NONE, NAME, INSIDE };
 
+    std::size_t atTagSign(std::size_t place);
     Region& regionAt(std::size_t place);
     [[nodiscard]] std::size_t attributeValue(const secret_name& name) const;
     [[nodiscard]] std::size_t elementBehind(std::size_t quote) const;

@@ -12,6 +12,7 @@ TEST(IGSecretAudit, TheWordsOfARecordedCommandLineAreCheckedTogether) {
         R"(type=EXECVE msg=audit(1.1:2): argc=4 a0="mysql" a1="--password" a2="{}" a3="-h")",
         R"(type=EXECVE msg=audit(1.1:2): argc=4 a0="mysql" a1="-u" a2="root" a3="-p{}")",
         R"(audit: type=1309 audit(1.1:2): argc=4 a0="redis-cli" a1="-a" a2="{}" a3="info")",
+        R"(type=EXECVE msg=audit(1.1:2): a7[0]="--pass" a7[1]="word" a8="{}")",
     });
 }
 

@@ -16,6 +16,8 @@ TEST(IGSecretDialog, ThePasswordThatAClientSendsIsHidden) {
         "a1 AUTHENTICATE PLAIN {}",
         "a1 LOGIN bob {}",
         R"(C: 12 LOGIN "bob" "{}")",
+        "USER bob BYPASS 1 PASS {}",
+        "USER bob PASS {}",
     });
 }
 
