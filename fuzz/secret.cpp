@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "fuzz.h"
-#include "tool/IGSecretRules.h"
 #include "tool/IGSecretText.h"
 
 namespace {

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Writes so many bytes from the front of what is held back.
+// Writes the first bytes of the buffer, and removes them from it.
 int flush(ToolOutput& out, std::size_t length) {
     for (std::size_t done = 0; done < length && !out.failed;) {
         const ssize_t written = ::write(out.fd, out.bytes.data() + done, length - done);
@@ -77,7 +77,8 @@ std::size_t sequenceLength(unsigned char first) {
     return first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
 }
 
-// Neither a longer form of a shorter sequence, nor half of a pair, nor beyond the last character.
+// Whether a second byte is valid: the sequence is not too long a form, not half of a surrogate
+// pair, and not beyond the last character.
 bool isSecond(unsigned char first, unsigned char second) {
     const unsigned char least = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
     const unsigned char most = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
@@ -110,7 +111,7 @@ void writeSequence(Escape& escape) {
     escape.partial_length = 0;
 }
 
-// The first byte is part of no sequence; those behind it may begin one.
+// Writes a first byte that is part of no sequence. The bytes behind it may begin one.
 void writeStray(Escape& escape) {
     const unsigned char byte = escape.partial[0];
     byte >= 0x80 && byte <= 0x9f ? writeOctal(*escape.out, byte) : writeByte(*escape.out, byte);
@@ -179,8 +180,8 @@ void takeOfLongLines(Escape& escape, char character) {
     }
 }
 
-// A name stands behind ` users:(("`, or behind `,("` when it is not the first; ss reads it up to
-// the first closing parenthesis, so none is in it. No name of a socket has a blank in front of
+// A name is behind ` users:(("`, or behind `,("` when it is not the first. ss reads it up to the
+// first closing parenthesis, so it has none inside. No name of a socket has a blank in front of
 // "users".
 void takeOfSocketUsers(Escape& escape, char character) {
     if (character == '\n' && !escape.in_name) {

@@ -1,5 +1,5 @@
-// Makes text safe to read: no name that a user has chosen can send a sequence to the reader's
-// terminal or begin a line of its own.
+// Makes text safe to read: no name that a user has chosen can control the reader's terminal or
+// begin a line.
 #ifndef QUENDIL_TOOL_IGESCAPE_H
 #define QUENDIL_TOOL_IGESCAPE_H
 
@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <string_view>
 
-/// Text on its way to a descriptor, which is the caller's. Once writing has failed the rest is
-/// dropped: the reader has gone.
+/// A buffer in front of a descriptor, which the caller closes. After a failed write the rest of the
+/// text is dropped: the reader has gone.
 struct ToolOutput {
     int fd;
     bool failed = false;
@@ -16,24 +16,26 @@ struct ToolOutput {
     std::array<char, 65536> bytes{};
 };
 
-/// Holds text back until there is no more room for it.
+/// Adds text to the buffer, and writes lines when that is full.
 void toolWrite(ToolOutput& out, std::string_view text);
-/// Writes what is held back. 0, or -1 when this or an earlier write failed (errno is kept).
+/// Writes the whole buffer.
+/// @return 0, or -1 when this or an earlier write failed; errno is that of the write
 int toolFlush(ToolOutput& out);
-/// Writes the lines that are complete and keeps the rest, unless that fills the room. 0 or -1 as
-/// above.
+/// Writes the whole lines of the buffer and keeps the rest, unless that fills the buffer.
+/// @return 0 or -1, as toolFlush()
 int toolFlushLines(ToolOutput& out);
 
-/// Which line feeds end a line; all others belong to names and are shown as "\012".
+/// Which line feeds end a line. All others are parts of names and are shown as "\012".
 enum class LineEnd {
-    FEED,        // every one
-    NUL,         // none: a NUL ends a line, as find -print0 writes it
-    LONG_LINES,  // one before 16 bytes: what is shorter is the rest of a process's name, which has
-                 // 15 at most, for all lines of such a program (pidstat) are longer
-    SOCKET_USERS,  // one outside of the names of processes that ss lists behind a socket
+    FEED,  ///< every line feed
+    NUL,   ///< none: a NUL ends a line, as in the output of find -print0
+    /// A line feed that 16 bytes without another follow. A shorter line is the rest of a process's
+    /// name, which has 15 bytes at most, because all lines of such a program (pidstat) are longer.
+    LONG_LINES,
+    SOCKET_USERS,  ///< a line feed outside of the names of processes that ss prints behind a socket
 };
 
-/// The state of a text that is escaped piece by piece.
+/// The state of a text that is escaped in pieces. Each text starts with a new one.
 struct Escape {
     LineEnd ends;
     ToolOutput* out;
@@ -45,7 +47,7 @@ struct Escape {
     std::size_t feeds = 0;
     std::size_t held_length = 0;
     std::array<char, 16> held{};
-    // SOCKET_USERS: what has been seen of the text in front of a name.
+    // SOCKET_USERS: how much of the text in front of a name was read.
     bool in_name = false;
     bool in_users = false;
     std::size_t matched = 0;
@@ -54,10 +56,10 @@ struct Escape {
 /// Writes text with every control character but tab and line end as a backslash and three octal
 /// digits: 0 to 31, 127, U+0080 to U+009F, and bytes 128 to 159 that are no part of UTF-8.
 void escapeText(Escape& escape, std::string_view text);
-/// Ends the text: what was held back is written too.
+/// Ends the text: writes the bytes that were held back to `out`.
 void escapeEnd(Escape& escape);
 
-/// A name with all its control characters, tab and line feed too, shown so.
+/// Writes a name with all control characters, tab and line feed too, as octal digits.
 void escapeName(ToolOutput& out, std::string_view name);
 
 #endif

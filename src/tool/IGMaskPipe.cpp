@@ -22,8 +22,9 @@ struct MaskProgram {
     std::array<char, std::size_t{PATH_MAX}> path{};
 };
 
-// The filter's path: in the directory of this program, as the kernel knows it, or without /proc as
-// the caller wrote it.
+// Finds the path of the filter: in the directory of this program, which /proc reports, or without
+// /proc in that of `command`.
+// @return 0, or -1 with errno set when the path is too long
 int findMask(const char* command, MaskProgram& program) {
     constexpr const char* NAME = "mask";
     const ssize_t length = ::readlink("/proc/self/exe", program.path.data(), program.path.size());
@@ -88,7 +89,7 @@ MaskEnd maskFinish(MaskPipe& mask) {
     }
     constexpr int LIMIT = 128 + SIGXFSZ;  // the status that a shell has for the signal
     if (WIFSIGNALED(status) ? WTERMSIG(status) == SIGXFSZ : WEXITSTATUS(status) == LIMIT) {
-        return MaskEnd::CUT;
+        return MaskEnd::LIMITED;
     }
     return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? MaskEnd::ALL : MaskEnd::FAILED;
 }

@@ -1,43 +1,7 @@
 #include "tool/IGSecret.h"
 
 #include "tool/IGSecretLine.h"
-
-std::size_t SecretLine::closing(std::size_t from, std::string_view quote) const {
-    if (quote.size() > 1) {
-        const std::size_t found = find(quote, from);
-        return found == NOWHERE ? size() : found;
-    }
-    std::size_t place = untilByte(from, quote[0]);
-    while (!hasEnd(place)) {
-        if (place > from && at(place - 1) == '\\') {
-            ++place;
-        } else if (at(place + 1) == quote[0]) {
-            place += 2;
-        } else {
-            return place;
-        }
-        place = untilByte(place, quote[0]);
-    }
-    return size();
-}
-
-std::size_t SecretLine::hideQuoted(std::size_t quote) {
-    const std::size_t end = closing(quote + 1, text_.substr(quote, 1));
-    hide(quote + 1, end,
-         at(quote) == '"' ? secret_rest::DOUBLE_QUOTED : secret_rest::SINGLE_QUOTED);
-    return hasEnd(end) ? end : end + 1;
-}
-
-std::size_t SecretLine::hideWord(std::size_t from) {
-    if (in(from, QUOTE)) {
-        return hideQuoted(from);
-    }
-    const std::size_t end = until(from, BLANK);
-    // A quote at the end of the word is one of the command line, which is in quotes.
-    const std::size_t last = end > from + 1 && in(end - 1, QUOTE) ? end - 1 : end;
-    hide(from, last, secret_rest::WORD);
-    return end;
-}
+#include "tool/IGSecretMark.h"
 
 namespace {
 
@@ -45,7 +9,8 @@ constexpr secret_fate LEFT_OUT{.left_out = true};
 
 // ---- Lines that are secret because of those before them -----------------------------------------
 
-// Passes the line of a private key over. Sets where to go on when that ends in this line.
+// Leaves a line of a private key out. Sets where to continue when the key ends in this line.
+// @return whether the whole line is left out
 bool leaveKeyOut(const SecretLine& line, secret_fate* fate) {
     secret_state& state = line.state();
     if (const std::size_t end = behindKeyEnd(line); end != NOWHERE) {
@@ -67,8 +32,8 @@ bool leaveKeyOut(const SecretLine& line, secret_fate* fate) {
     return false;
 }
 
-// Hides a value that was begun in a line before, up to its end.
-// @return whether that is the whole line
+// Hides a value that began in a line before, up to its end.
+// @return whether the whole line is hidden
 bool hideOpenValue(SecretLine* line, secret_fate* fate) {
     secret_state& state = line->state();
     const std::size_t end = line->find(state.open_until);
@@ -86,7 +51,9 @@ bool hideOpenValue(SecretLine* line, secret_fate* fate) {
     return false;
 }
 
-// The block that a name without a value opened lasts as long as its lines are indented.
+// Hides a line of the block that a name without a value opened: it lasts while its lines are
+// indented.
+// @return whether the line is part of the block
 bool hideBlock(SecretLine* line, secret_fate* fate) {
     secret_state& state = line->state();
     const std::size_t indent = line->skip(0, BLANK);
@@ -105,7 +72,8 @@ bool hideBlock(SecretLine* line, secret_fate* fate) {
     return false;
 }
 
-// The passwords that a new machine of a cloud has got, one user a line.
+// Hides the password of a user of a new cloud machine: one line for each user.
+// @return whether the line is such a one
 bool hideRandomPassword(SecretLine* line) {
     const std::size_t from = line->skip(0, BLANK);
     const std::size_t colon = line->skip(from, NAME);
@@ -118,7 +86,7 @@ bool hideRandomPassword(SecretLine* line) {
     return true;
 }
 
-// What a backslash at the end of the line before has parted from its name.
+// Hides a value whose name is in the line before, in front of a backslash.
 void hideNextWord(SecretLine* line) {
     if (line->state().next_word) {
         line->state().next_word = false;
@@ -127,7 +95,8 @@ void hideNextWord(SecretLine* line) {
     }
 }
 
-// value: x, where the name is in the line before.
+// value: x, with the name in the line before.
+// @return whether the line has such a value
 bool hideValueLine(SecretLine* line) {
     if (!line->state().after_name) {
         return false;
@@ -145,7 +114,7 @@ bool hideValueLine(SecretLine* line) {
     return true;
 }
 
-// "keys:" alone in a line: keys of tunnels, indented below it.
+// "keys:" alone in a line: a block of keys of tunnels.
 bool opensKeys(const SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
     std::size_t place = from;
@@ -215,7 +184,7 @@ void markLine(SecretLine* line) {
     markAudit(*line);
 }
 
-// What was hidden at the end of the part before goes on until its own end.
+// Hides the rest of a value that was hidden at the end of the part before.
 void hideRest(SecretLine* line) {
     const secret_rest rest = line->state().rest;
     line->state().rest = secret_rest::NOTHING;
@@ -230,8 +199,8 @@ void hideRest(SecretLine* line) {
     }
 }
 
-// The rules that look at the lines before.
-// @return whether they have decided on the whole line
+// Checks whether the line continues what the lines before have begun.
+// @return whether this was decided for the whole line
 bool followsOthers(SecretLine* line, secret_fate* fate) {
     secret_state& state = line->state();
     if (state.in_key && leaveKeyOut(*line, fate)) {
@@ -241,7 +210,7 @@ bool followsOthers(SecretLine* line, secret_fate* fate) {
         return true;
     }
     if (state.in_block && hideBlock(line, fate)) {
-        // A key in a block is left out as any other.
+        // A key in a block is left out like any other.
         state.in_key = markKeys(*line);
         return true;
     }
@@ -251,7 +220,7 @@ bool followsOthers(SecretLine* line, secret_fate* fate) {
 secret_fate markStart(SecretLine* line) {
     secret_state& state = line->state();
     if (line->saysExactly(0, "==> /")) {
-        state = secret_state{};  // the next file that is shown
+        state = secret_state{};  // the title of the next file that is printed
     }
     state.rest = secret_rest::NOTHING;
     state.dropped = false;

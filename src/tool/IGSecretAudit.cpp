@@ -1,13 +1,14 @@
-// Records of the audit system. What a user or a program chose is in hexadecimal digits there when
-// it holds a blank or a quote, and each word of a command line is in a field of its own. Such a
-// text is put together again and goes through the same rules, once.
+// Records of the audit system. There, a text of a user or a program is in hexadecimal digits when
+// it has a blank or a quote, and each word of a command line is in a field of its own. Such a text
+// is put together again and goes through the same rules, once.
 #include <cstring>
 
 #include "tool/IGSecretLine.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 
-constexpr std::size_t SHORTEST = 16;  // digits that are checked
+constexpr std::size_t SHORTEST = 16;  // number of digits that are checked
 
 unsigned digitOf(char c) {
     return static_cast<unsigned>(isIn(c, DIGIT) ? c - '0' : lowered(c) - 'a' + 10);
@@ -22,12 +23,12 @@ bool isControl(char c) {
 }
 
 // A text that was put together from a line, with the stretch of that line that each byte was made
-// from. No record is longer; of one that is, each part is checked by itself.
+// from. Records are not longer than ROOM bytes; of a longer text, each part is checked by itself.
 class Decoded {
   public:
     explicit Decoded(SecretLine& line) : line_(line) {}
 
-    /// Adds a byte that was made from a stretch. What is no text parts words.
+    /// Adds a byte that was made from a stretch. A control character separates words.
     void put(char c, std::size_t from, std::size_t to) {
         if (size_ == ROOM) {
             mark();
@@ -36,14 +37,15 @@ class Decoded {
         stretches_[size_] = {from, to};
         ++size_;
     }
-    /// The digits of a stretch, which are hidden all or none.
+    /// Adds the bytes of a stretch of digits, which are all hidden or all shown.
     void putDigits(std::size_t from, std::size_t to) {
         for (std::size_t place = from; place + 1 < to; place += 2) {
             put(byteAt(line_, place), from, to);
         }
     }
-    /// Hides what the rules hide in the text, which ends.
-    /// @param typed it was typed at a terminal, where a password has no name in front
+    /// Hides the stretches of the line from which the secrets of the text were made, and begins a
+    /// new text.
+    /// @param typed the text was typed at a terminal, where a password has no name in front
     void mark(bool typed = false) {
         if (size_ == 0) {
             return;
@@ -72,7 +74,7 @@ class Decoded {
         }
     }
     void hideStretches() {
-        std::size_t last = NOWHERE;  // where the stretch begins that was hidden last
+        std::size_t last = NOWHERE;  // where the last hidden stretch begins
         for (std::size_t place = 0; place < size_; ++place) {
             const Stretch& stretch = stretches_[place];
             if (hidden_[place] != 0 && stretch.from != last && stretch.from < stretch.to) {
@@ -94,7 +96,7 @@ class Decoded {
     Stretch stretches_[ROOM];
 };
 
-// Whether digits are those of a text: three of four bytes are printed.
+// Whether digits are those of a text: three of four bytes are printable.
 bool isText(const SecretLine& line, std::size_t from, std::size_t to) {
     std::size_t printed = 0;
     for (std::size_t place = from; place < to; place += 2) {
@@ -104,14 +106,14 @@ bool isText(const SecretLine& line, std::size_t from, std::size_t to) {
     return (to - from) % 2 == 0 && printed * 8 >= (to - from) * 3;
 }
 
-// Hides a stretch of digits when their text holds a secret.
+// Hides a stretch of digits when their text has a secret.
 void markText(SecretLine& line, std::size_t from, std::size_t to, bool typed) {
     Decoded decoded(line);
     decoded.putDigits(from, to);
     decoded.mark(typed);
 }
 
-// proctitle=6D7973716C..., cmd=..., data=..., any field.
+// proctitle=6D7973716C..., cmd=..., data=...: any field.
 void markDigits(SecretLine& line) {
     const bool terminal = line.find("TTY") != NOWHERE;
     for (std::size_t sign = line.untilByte(0, '='); !line.hasEnd(sign);) {
@@ -152,7 +154,7 @@ bool hasBlank(const SecretLine& line, std::size_t from, std::size_t to, bool dig
     return false;
 }
 
-// Adds the word of a field: one with blanks in quotes, as it is written on a command line.
+// Adds the word of a field, in quotes when it has blanks, as on a command line.
 // @return where the field ends
 std::size_t putArgument(const SecretLine& line, std::size_t value, Decoded* decoded) {
     const bool digits = line.at(value) != '"';

@@ -1,14 +1,15 @@
-// Calls of functions with passwords among their arguments, as traces of a program's stack and its
-// source show them: mysqli_connect('host', 'me', 'x'). And rows that are put into a data base.
+// Calls of functions with a password among their arguments, in stack traces and sources:
+// mysqli_connect('host', 'me', 'x'). And rows that are inserted into a database.
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretLoginRules.h"
+#include "tool/IGSecretMark.h"
 #include "tool/IGSecretWord.h"
 
 namespace {
 
-// What the name of a function is made of, with that of its class: PDO->__construct, A\B::c.
+// Whether a byte may be in the name of a function and its class: PDO->__construct, A\B::c.
 bool isCallee(char c) {
     return isIn(c, NAME) || c == '>' || c == ':' || c == '\\' || c == '$';
 }
@@ -26,7 +27,7 @@ class CallScan {
     }
 
   private:
-    // Where the name of a function begins that ends there.
+    // Where the name of a function begins that ends at a sign.
     [[nodiscard]] std::size_t calleeBefore(std::size_t sign, std::size_t seen) const {
         while (sign > seen && isCallee(line_.at(sign - 1))) {
             --sign;
@@ -54,8 +55,8 @@ class CallScan {
         }
         return false;
     }
-    // Hides the texts in quotes from the one that the function takes a password in.
-    // @return where to go on
+    // Hides the texts in quotes, from the argument that is the password.
+    // @return the place where to continue
     std::size_t arguments(std::size_t place, const secret_call& call) {
         int quoted = 0;
         std::size_t seen = place;
@@ -74,14 +75,14 @@ class CallScan {
         }
         return place;
     }
-    // The text that a quote opens.
+    // Hides the text that a quote opens, when it is a secret.
     // @return the place behind it
     std::size_t text(std::size_t quote, bool secret) {
         const std::size_t end = line_.closing(quote + 1, line_.text().substr(quote, 1));
         return secret && !line_.isPlain(quote + 1, end) ? line_.hideQuoted(quote)
                                                         : line_.behindQuoted(quote);
     }
-    // Object(mysqli): an argument that is no text. 0 for anything else.
+    // The place behind Object(mysqli), an argument that is no text; 0 for any other argument.
     [[nodiscard]] std::size_t behindObject(std::size_t place) const {
         const bool object = line_.endsWith(0, place, "object") || line_.endsWith(0, place, "array");
         std::size_t end = place + 1;
@@ -115,7 +116,7 @@ class InsertScan {
 
   private:
     static constexpr unsigned MOST = 64;  // columns
-    // The names of columns, of which those of secrets are set in columns_.
+    // Reads the names of columns, and sets the bits of those of secrets in columns_.
     // @return the place behind the last one
     std::size_t readColumns(std::size_t place) {
         columns_ = 0;

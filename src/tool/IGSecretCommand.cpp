@@ -1,22 +1,28 @@
+// Passwords in command lines.
 #include <algorithm>
+#include <array>
 #include <iterator>
 
+#include "tool/IGSecretBeginning.h"
+#include "tool/IGSecretCommandRules.h"
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretMark.h"
+#include "tool/IGSecretOption.h"
+#include "tool/IGSecretSentenceRules.h"
 
 namespace {
 
-// Words that a line has held, for what follows further behind.
+// Words that were read in a line, for the words behind them.
 enum command_flag : std::uint32_t {
     HAS_KEYS = 1,        ///< ip xfrm, macsec: every hexadecimal number is a key
     HAS_ORACLE = 2,      ///< user/password@database
-    HAS_PROMPT = 4,      ///< "assword:": what is sent next is one
+    HAS_PROMPT = 4,      ///< "assword:": the next text that is sent is a password
     HAS_WIRELESS = 8,    ///< iw, iwconfig
     HAS_AWS = 16,        ///< aws configure
     HAS_CRYPTO = 32,     ///< the line begins with crypto
     HAS_CHPASSWD = 64,   ///< chpasswd: user:password
-    HAS_LOGIN = 128,     ///< a user
-    FIRST_KEYWORD = 256  ///< from here on: the commands of SECRET_KEYWORDS, a bit each
+    HAS_LOGIN = 128,     ///< user, acct: a login may follow
+    FIRST_KEYWORD = 256  ///< and higher: a bit for each command of SECRET_KEYWORDS
 };
 
 // The flag of each row of SECRET_KEYWORDS. Rows of the same command follow each other.
@@ -34,7 +40,7 @@ constexpr std::array<std::uint32_t, std::size(SECRET_KEYWORDS)> keywordFlags() {
 constexpr auto KEYWORD_FLAGS = keywordFlags();
 static_assert(KEYWORD_FLAGS.back() != 0, "each command needs a bit");
 
-// How the words begin that say something of those behind them, and how the names of programs do.
+// The first letters of the words that setFlags() knows.
 constexpr BeginningFilter makeWordFilter() {
     BeginningFilter filter;
     for (const std::string_view program : ORACLE_PROGRAMS) {
@@ -56,11 +62,11 @@ constexpr auto ARGUMENT_BEGINNINGS =
 constexpr auto PROGRAM_BEGINNINGS = filterOf<PairFilter>(SECRET_PROGRAMS, &secret_program::name);
 constexpr auto OPEN_BEGINNINGS = filterOf<PairFilter>(OPEN_PROGRAMS);
 
-// Goes through the words of a command line once. What it must know of the words before is in the
-// state of the line, so that it outlasts a part of a very long one.
+// Goes through the words of a command line once. What it remembers of the words before is in the
+// state of the line, so that the next part of a very long line has it too.
 class CommandScan {
   public:
-    explicit CommandScan(SecretLine& line) : line_(line), state_(line.state()) {}
+    explicit CommandScan(SecretLine& line) : line_(line), state_(line.state()), options_(line) {}
     void run();
 
   private:
@@ -74,24 +80,12 @@ class CommandScan {
     void setProgram(std::size_t from, std::size_t to);
     [[nodiscard]] bool isProgram(const secret_program& program, std::size_t from,
                                  std::size_t to) const;
-    [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
-        return to - from == word.size() && line_.saysExactly(from, word);
-    }
     [[nodiscard]] bool hasFlag(unsigned flag) const { return (state_.flags & flag) != 0; }
     void set(unsigned flag) { state_.flags |= flag; }
 
-    std::size_t option(std::size_t from, std::size_t to);
-    bool isBind(std::size_t from, std::size_t to);
-    std::size_t doubtful(std::size_t from, std::size_t to);
-    std::size_t doubtfulPair(std::size_t from, std::size_t to);
-    bool isAuditRule();
-    [[nodiscard]] std::size_t valueOf(std::size_t from) const;
-    std::size_t optionValue(std::size_t from, bool with_user);
-    std::size_t userAndPassword(std::size_t from);
     std::size_t keyword(std::size_t from, std::size_t to);
     [[nodiscard]] std::size_t behindKind(std::size_t from) const;
-    std::size_t literal(std::size_t from);
-    [[nodiscard]] bool isSaid(std::size_t from) const;
+    [[nodiscard]] bool isSentenceWord(std::size_t from) const;
     std::size_t argument(std::size_t from, std::size_t to);
     std::size_t hereString(std::size_t place);
     std::size_t login(std::size_t sign);
@@ -101,17 +95,10 @@ class CommandScan {
 
     SecretLine& line_;
     secret_state& state_;
-    std::size_t word_from_ = 0;  // where the last stretch without / @ and quotes began
-    std::size_t user_from_ = 0;  // and the one without % , and quotes
-    FirstPlace audit_;           // the mark of a rule of the audit system
-    FirstPlace bind_;            // the user of a directory
+    OptionScan options_;
+    std::size_t word_from_ = 0;  // where the last stretch without blanks, "/", "@" and quotes began
+    std::size_t user_from_ = 0;  // where the last stretch without blanks, "%", "," and quotes began
 };
-
-// What may follow a secret on a command line.
-constexpr std::string_view STOPS = ",;)]}\\";
-
-constexpr std::uint16_t NO_PROGRAM = 0;
-constexpr std::uint16_t OPEN_PROGRAM = 0xFFFF;
 
 void CommandScan::run() {
     if (line_.starts()) {
@@ -133,7 +120,8 @@ void CommandScan::run() {
     }
 }
 
-// ---- What a word says of those behind it --------------------------------------------------------
+// ---- Words that change the words behind them
+// --------------------------------------------------------
 
 void CommandScan::setFlags(std::size_t from, std::size_t to) {
     const std::string_view word = line_.text().substr(from, to - from);
@@ -166,7 +154,7 @@ void CommandScan::setFlags(std::size_t from, std::size_t to) {
 
 void CommandScan::setKeywordFlags(std::size_t from, std::size_t to) {
     for (std::size_t row = 0; row < KEYWORD_FLAGS.size(); ++row) {
-        if (is(from, to, SECRET_KEYWORDS[row].command) && line_.in(to, BLANK)) {
+        if (line_.isExactly(from, to, SECRET_KEYWORDS[row].command) && line_.in(to, BLANK)) {
             set(KEYWORD_FLAGS[row]);
         }
     }
@@ -195,14 +183,14 @@ void CommandScan::setProgram(std::size_t from, std::size_t to) {
 bool CommandScan::isOpen(std::size_t from, std::size_t to) const {
     return line_.in(to, BLANK) &&
            std::any_of(std::begin(OPEN_PROGRAMS), std::end(OPEN_PROGRAMS),
-                       [&](std::string_view one) { return is(from, to, one); });
+                       [&](std::string_view one) { return line_.isExactly(from, to, one); });
 }
 
 std::size_t CommandScan::atName(std::size_t from, std::size_t to) {
     const bool behind_blank = from == 0 || line_.in(from - 1, BLANK);
     const bool in_list = from > 0 && line_.in(from - 1, QUOTE);
     if ((behind_blank || in_list) && line_.at(from) == '-') {
-        const std::size_t next = option(from, to);
+        const std::size_t next = options_.mark(from, to);
         return next != 0 ? next : to;
     }
     if (behind_blank && state_.flags != 0) {
@@ -287,147 +275,7 @@ std::size_t CommandScan::slash(std::size_t place) {
     return place + 1;
 }
 
-// ---- Options ------------------------------------------------------------------------------------
-
-// An option of the program that was named last, and the password that it takes.
-std::size_t CommandScan::option(std::size_t from, std::size_t to) {
-    if (state_.commands == NO_PROGRAM && isBind(from, to)) {
-        return optionValue(to, false);
-    }
-    if (const std::size_t next = doubtful(from, to); next != 0) {
-        return next;
-    }
-    if (is(from, to, "--from-literal")) {
-        return literal(to);
-    }
-    for (const std::string_view name : AUTH_OPTIONS) {
-        if (is(from, to, name) && (line_.in(to, BLANK) || line_.at(to) == '=')) {
-            return optionValue(to, true);
-        }
-    }
-    if (const std::size_t next = doubtfulPair(from, to); next != 0) {
-        return next;
-    }
-    if (state_.commands == NO_PROGRAM || state_.commands == OPEN_PROGRAM) {
-        return 0;
-    }
-    const secret_program& program = SECRET_PROGRAMS[state_.commands - 1];
-    std::size_t letter = from + 1;
-    if ((program.letters == "w" && line_.at(letter) == 'x') ||
-        (program.name == "rar" && line_.at(letter) == 'h')) {
-        ++letter;  // ldapsearch -xw, rar -hp
-    }
-    while (program.name == "curl" && line_.at(letter) != '\0' &&
-           std::string_view("sSkLvifgIjN").find(line_.at(letter)) != NOWHERE) {
-        ++letter;  // curl -sku
-    }
-    if (program.letters.find(line_.at(letter)) != NOWHERE &&
-        (!program.apart || line_.in(letter + 1, BLANK))) {
-        return optionValue(letter + 1, program.with_user);
-    }
-    for (const std::string_view name : USER_OPTIONS) {
-        if (program.with_user && is(from + 1, to, name)) {
-            return optionValue(to, true);
-        }
-    }
-    return 0;
-}
-
-// The password of who asks a directory: -D cn=me -w x, also where the program is in a line before.
-bool CommandScan::isBind(std::size_t from, std::size_t to) {
-    return is(from, to, "-w") &&
-           bind_.of(line_, {"-D cn=", "-D uid=", "-D \"cn=", "-D \"uid=", "-D 'cn=", "-D 'uid="}) <
-               from;
-}
-
-// -k x of a program that is not known, and --license x, where x looks like a secret. In the rules
-// of the audit system it names a rule.
-std::size_t CommandScan::doubtful(std::size_t from, std::size_t to) {
-    const bool is_short = to - from == 2;
-    if (!line_.isOneOf(from, to, DOUBTFUL_OPTIONS) || (is_short && state_.commands != NO_PROGRAM)) {
-        return 0;
-    }
-    const std::size_t value = valueOf(to);
-    const std::size_t begin = line_.skipOne(value, QUOTE);
-    const std::size_t end = line_.until(begin, BLANK | QUOTE);
-    if (value == to || !line_.looksSecret(begin, line_.withoutEnd(begin, end, STOPS)) ||
-        line_.isOneOf(begin, line_.skip(begin, LETTER), DEVICE_NAMES) ||
-        (is_short && line_.at(from + 1) == 'k' && isAuditRule())) {
-        return 0;
-    }
-    line_.hideWithoutEnd(begin, end, STOPS);
-    return end;
-}
-
-// -u me:x, --user me%x of any program, where x looks like a secret.
-std::size_t CommandScan::doubtfulPair(std::size_t from, std::size_t to) {
-    const auto says = [&](std::string_view name) { return is(from, to, name); };
-    if (std::none_of(std::begin(DOUBTFUL_PAIRS), std::end(DOUBTFUL_PAIRS), says)) {
-        return 0;
-    }
-    const std::size_t user = line_.skipOne(valueOf(to), QUOTE);
-    const std::size_t sign = line_.skip(user, NAME);
-    const std::size_t end = line_.until(sign, BLANK | QUOTE);
-    if ((line_.at(sign) != ':' && line_.at(sign) != '%') || sign == user ||
-        !line_.looksSecret(sign + 1, line_.withoutEnd(sign + 1, end, STOPS))) {
-        return 0;
-    }
-    line_.hideWithoutEnd(sign + 1, end, STOPS);
-    return end;
-}
-
-// --from-literal=name=x
-std::size_t CommandScan::literal(std::size_t from) {
-    const std::size_t value = valueOf(from);
-    const std::size_t sign = line_.skip(line_.skipOne(value, QUOTE), NAME);
-    return value > from && line_.at(sign) == '=' ? line_.hideWord(sign + 1) : 0;
-}
-
-bool CommandScan::isAuditRule() {
-    return audit_.of(line_, {"-a always,", "-a exit,", "-w /"}) != NOWHERE;
-}
-
-// Where the value of an option begins: -k x, -k=x, and "-k", "x" in a list.
-std::size_t CommandScan::valueOf(std::size_t from) const {
-    const std::size_t quote = from + (line_.at(from) == '\\' ? 1 : 0);
-    if (line_.in(quote, QUOTE) && line_.at(quote + 1) == ',') {
-        const std::size_t next = line_.skip(quote + 2, BLANK);
-        const std::size_t begin = line_.skipByte(next, '\\');
-        return line_.in(begin, QUOTE) ? begin : from;
-    }
-    while (line_.in(from, BLANK) || line_.at(from) == '=') {
-        ++from;
-    }
-    return from;
-}
-
-std::size_t CommandScan::optionValue(std::size_t from, bool with_user) {
-    from = valueOf(from);
-    if (line_.hasEnd(from)) {
-        return from;
-    }
-    return with_user ? userAndPassword(from) : line_.hideWord(from);
-}
-
-// me:x, 'me:x y', a=x: what is behind the first sign.
-std::size_t CommandScan::userAndPassword(std::size_t from) {
-    const bool quoted = line_.in(from, QUOTE);
-    const std::size_t begin = quoted ? from + 1 : from;
-    const std::size_t end =
-        quoted ? line_.closing(begin, line_.text().substr(from, 1)) : line_.until(begin, BLANK);
-    for (std::size_t place = begin; place < end; ++place) {
-        const char c = line_.at(place);
-        if (c == ':' || c == ',' || c == '%' || c == '=') {
-            const std::size_t last =
-                !quoted && line_.in(end - 1, QUOTE) && end > place + 1 ? end - 1 : end;
-            line_.hide(place + 1, last, secret_rest::WORD);
-            break;
-        }
-    }
-    return quoted && !line_.hasEnd(end) ? end + 1 : end;
-}
-
-// ---- Passwords in places of their own -----------------------------------------------------------
+// ---- Passwords behind known words -----------------------------------------------------------
 
 // chpasswd me:x, nmcli ... password x, aws configure set x.secret x, crypto ... pw x, iw ... key
 // 0:x, send "x"
@@ -441,25 +289,26 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     }
     for (std::size_t i = 0; i < KEYWORD_FLAGS.size(); ++i) {
         const secret_keyword& row = SECRET_KEYWORDS[i];
-        if (hasFlag(KEYWORD_FLAGS[i]) && is(from, to, row.word) && !isSaid(next)) {
+        if (hasFlag(KEYWORD_FLAGS[i]) && line_.isExactly(from, to, row.word) &&
+            !isSentenceWord(next)) {
             const std::size_t value = behindKind(next);
             const std::size_t begin = line_.skipOne(value, QUOTE);
             const std::size_t end = line_.until(begin, BLANK | QUOTE);
             return row.doubtful && !line_.looksSecret(begin, end) ? 0 : line_.hideWord(value);
         }
     }
-    if (hasFlag(HAS_CRYPTO) && is(from, to, "pw")) {
+    if (hasFlag(HAS_CRYPTO) && line_.isExactly(from, to, "pw")) {
         return line_.hideWord(next);
     }
-    if (hasFlag(HAS_WIRELESS) && is(from, to, "key")) {
+    if (hasFlag(HAS_WIRELESS) && line_.isExactly(from, to, "key")) {
         const std::size_t colon = line_.at(next) == 's' ? next + 1 : line_.skip(next, DIGIT);
         return colon > next && line_.at(colon) == ':' ? line_.hideWord(next) : 0;
     }
-    if (hasFlag(HAS_PROMPT) && is(from, to, "send")) {
+    if (hasFlag(HAS_PROMPT) && line_.isExactly(from, to, "send")) {
         const std::size_t quote = line_.saysExactly(next, "-- ") ? next + 3 : next;
         return line_.at(quote) == '"' && line_.at(quote + 1) != '$' ? line_.hideQuoted(quote) : 0;
     }
-    if (hasFlag(HAS_AWS) && is(from, to, "set")) {
+    if (hasFlag(HAS_AWS) && line_.isExactly(from, to, "set")) {
         const std::size_t end = line_.until(next, BLANK);
         const std::string_view name = line_.text().substr(next, end - next);
         const bool secret = name.find("secret") != NOWHERE || name.find("pass") != NOWHERE ||
@@ -469,7 +318,7 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// Behind the kind of an encryption, as the commands of routers have it: 7 x, md5 x, aes 128 x.
+// The place behind the kind of an encryption in commands of routers: 7 x, md5 x, aes 128 x.
 std::size_t CommandScan::behindKind(std::size_t from) const {
     constexpr std::string_view KINDS[] = {"md5", "sha", "aes", "des", "3des", "clear", "ENC"};
     for (int words = 0; words < 2; ++words) {
@@ -485,14 +334,14 @@ std::size_t CommandScan::behindKind(std::size_t from) const {
 }
 
 // Whether a word is one of a sentence: "username and password for the initiator".
-bool CommandScan::isSaid(std::size_t from) const {
+bool CommandScan::isSentenceWord(std::size_t from) const {
     return line_.at(from) == '(' || line_.isOneOf(from, line_.skip(from, LETTER), ORDINARY_WORDS);
 }
 
 // htpasswd -b FILE USER x, rabbitmqctl add_user USER x
 std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
     for (const secret_argument& row : SECRET_ARGUMENTS) {
-        if (!is(from, to, row.command)) {
+        if (!line_.isExactly(from, to, row.command)) {
             continue;
         }
         std::size_t place = line_.skip(to, BLANK);
@@ -502,7 +351,7 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
             option && line_.at(place) == '-' &&
             line_.text().substr(place, end - place).find(row.next[1]) != NOWHERE;
         const bool beginning = row.next.back() == ':' && line_.says(place, row.next);
-        if (!has_letter && !beginning && !is(place, end, row.next)) {
+        if (!has_letter && !beginning && !line_.isExactly(place, end, row.next)) {
             continue;
         }
         place = line_.skip(end, BLANK);
@@ -517,7 +366,7 @@ std::size_t CommandScan::argument(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// <<<x: three signs, no more, as the marks of conflicts have.
+// <<<x: exactly three signs, because the marks of conflicts in sources have more.
 std::size_t CommandScan::hereString(std::size_t place) {
     if (line_.saysExactly(place, "<(echo ") || line_.saysExactly(place, "<(printf ")) {
         std::size_t word = line_.skip(line_.until(place, BLANK), BLANK);
@@ -541,12 +390,12 @@ std::size_t CommandScan::hereString(std::size_t place) {
         return end;
     }
     if (hasFlag(HAS_CHPASSWD)) {
-        return userAndPassword(word);
+        return options_.userAndPassword(word);
     }
     return line_.hideWord(word);
 }
 
-// sqlplus me/x: no file, and no word of a sentence.
+// sqlplus me/x, where x is neither a file nor a word of a sentence.
 std::size_t CommandScan::login(std::size_t sign) {
     const bool user = hasFlag(HAS_ORACLE) && sign > word_from_ && word_from_ > 0 &&
                       line_.in(word_from_ - 1, BLANK | QUOTE) && line_.in(word_from_, LETTER) &&
@@ -607,106 +456,6 @@ bool CommandScan::namesUser(std::size_t from, std::size_t to) const {
     return line_.endsWith(0, end, "-u") && line_.at(end - 1) == 'U';
 }
 
-// ---- What lies around commands ------------------------------------------------------------------
-
-// echo me:x | chpasswd: from the echo to the pipe before what reads the password.
-class PipeScan {
-  public:
-    explicit PipeScan(SecretLine& line) : line_(line) {}
-    void run() {
-        for (std::size_t place = 0; place < line_.size(); ++place) {
-            const char c = line_.at(place);
-            if (c == '|') {
-                pipe_ = place;
-            } else if (written_ == NOWHERE && (c == 'e' || c == 'p')) {
-                begin(place);
-            } else if (written_ != NOWHERE && pipe_ != NOWHERE && pipe_ > written_ &&
-                       reads(place)) {
-                hide();
-            }
-        }
-    }
-
-  private:
-    void begin(std::size_t place) {
-        const std::size_t size = line_.saysExactly(place, "echo")     ? 4
-                                 : line_.saysExactly(place, "printf") ? 6
-                                                                      : 0;
-        if (size != 0 && line_.in(place + size, BLANK)) {
-            written_ = line_.skip(place + size, BLANK);
-        }
-    }
-    [[nodiscard]] bool reads(std::size_t place) const {
-        return std::any_of(
-            std::begin(PASSWORD_READERS), std::end(PASSWORD_READERS),
-            [&](std::string_view reader) { return line_.saysExactly(place, reader); });
-    }
-    void hide() {
-        std::size_t end = pipe_;
-        while (end > written_ && line_.in(end - 1, BLANK)) {
-            --end;
-        }
-        line_.hide(written_, end, secret_rest::LINE);
-        written_ = NOWHERE;
-    }
-    SecretLine& line_;
-    std::size_t written_ = NOWHERE;  // where what echo writes begins
-    std::size_t pipe_ = NOWHERE;     // the last pipe
-};
-
-// :ommysql:host,db,user,x
-void markLogSettings(SecretLine& line) {
-    for (const std::string_view name : {":ommysql:", ":ompgsql:"}) {
-        const std::size_t found = line.find(name);
-        if (found == NOWHERE) {
-            continue;
-        }
-        const std::size_t end = line.until(found, BLANK);
-        std::size_t comma = end;
-        while (comma > found && line.at(comma) != ',') {
-            --comma;
-        }
-        if (comma > found) {
-            const std::size_t stop = line.untilByte(comma, ';');
-            line.hide(comma + 1, stop < end ? stop : end, secret_rest::WORD);
-        }
-    }
-}
-
-// -object secret,id=a,data=x, and the same in JSON: the secrets of a virtual machine
-void markObjects(SecretLine& line) {
-    for (const std::string_view kind : {"secret,", R"("qom-type":"secret")"}) {
-        for (std::size_t at = line.find(kind); at != NOWHERE; at = line.find(kind, at)) {
-            const std::size_t end = line.until(at, BLANK);
-            const std::size_t data = line.text().substr(at, end - at).find("data");
-            std::size_t from = data == NOWHERE ? end : at + data + 4;
-            from = line.skipOne(line.skipOne(line.skipOne(from, QUOTE), SEPARATOR), QUOTE);
-            std::size_t last = from;
-            while (last < end && line.at(last) != ',' && !line.in(last, QUOTE)) {
-                ++last;
-            }
-            line.hide(from, last, secret_rest::WORD);
-            at = end;
-        }
-    }
-}
-
-// stats auth user:x
-void markStatistics(SecretLine& line) {
-    for (std::size_t at = line.find("stats"); at != NOWHERE; at = line.find("stats", at + 5)) {
-        const std::size_t auth = line.skip(at + 5, BLANK);
-        const std::size_t user = line.skip(auth + 4, BLANK);
-        if (auth == at + 5 || !line.saysExactly(auth, "auth") || user == auth + 4) {
-            continue;
-        }
-        const std::size_t end = line.until(user, BLANK | SEPARATOR);
-        if (end > user && line.at(end) == ':') {
-            line.hideToEnd(end + 1);
-            return;
-        }
-    }
-}
-
 }  // namespace
 
 void markCommands(SecretLine& line) {
@@ -714,16 +463,8 @@ void markCommands(SecretLine& line) {
         return;
     }
     CommandScan(line).run();
-    if (line.find("|") != NOWHERE) {
-        PipeScan(line).run();
-    }
-    if (line.find("sql:") != NOWHERE) {
-        markLogSettings(line);
-    }
-    markStatistics(line);
-    if (line.find("data") != NOWHERE) {
-        markObjects(line);
-    }
+    markPipes(line);
+    markSettings(line);
     if ((line.state().flags & HAS_PROMPT) != 0 && line.ends()) {
         const std::size_t first = line.skip(0, BLANK);
         line.state().prompted = line.saysExactly(first, "expect") && line.find("send") == NOWHERE;

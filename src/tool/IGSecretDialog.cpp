@@ -1,16 +1,17 @@
-// What a client says to a server to log in, as logs and traces of mail, file and directory servers
-// show it: AUTH PLAIN x, USER me and PASS x, a1 LOGIN me x.
+// Passwords that a client sends to a mail, file or directory server, in logs and traces: AUTH PLAIN
+// x, USER me and PASS x, a1 LOGIN me x.
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretLoginRules.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 
-constexpr int ANSWERS = 3;  // lines in which a password follows its user
+constexpr int ANSWERS = 3;  // number of lines in which a password may follow its user
 
-// Whether a word is an answer in Base64, which has signs of equality at its end alone. One of
-// capitals is the name of another mechanism.
+// Whether a word is an answer in Base64, which has "=" only at its end. A word of capitals is the
+// name of another mechanism.
 bool isAnswer(const SecretLine& line, std::size_t from, std::size_t to) {
     bool small = false;
     for (std::size_t place = from; place < to; ++place) {
@@ -41,7 +42,7 @@ void markMechanism(SecretLine& line, std::size_t word) {
     }
 }
 
-// AUTH x, AUTH me x, "AUTH" "me" "x", of a data base in memory: what looks like a secret.
+// AUTH x, AUTH me x, "AUTH" "me" "x" of a database in memory, where x looks like a secret.
 void markPlainAuth(SecretLine& line, std::size_t at) {
     if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
         return;
@@ -86,7 +87,7 @@ void markAnswer(SecretLine& line) {
                                    [&](std::string_view one) { return line.find(one) != NOWHERE; });
 }
 
-// The first place where the words are and no name goes on; NOWHERE when there is none.
+// The first place where the words are and no name is in front; NOWHERE when there is none.
 std::size_t findWord(const SecretLine& line, std::string_view words) {
     std::size_t at = line.find(words);
     while (at != NOWHERE && at > 0 && line.in(at - 1, NAME)) {
@@ -95,7 +96,7 @@ std::size_t findWord(const SecretLine& line, std::string_view words) {
     return at;
 }
 
-// USER me, and in the same line or one of the next PASS x
+// PASS x, in the same line as USER me or in one of the next.
 void markPass(SecretLine& line) {
     secret_state& state = line.state();
     if (findWord(line, "USER ") != NOWHERE) {
@@ -113,7 +114,7 @@ void markPass(SecretLine& line) {
     }
 }
 
-// a1 LOGIN me x: a mark with a number, the word, a user and a password end the line.
+// a1 LOGIN me x: a tag with a number, the word, a user and a password end the line.
 void markTagged(SecretLine& line) {
     constexpr std::string_view WORD = " LOGIN ";
     std::size_t at = line.find(WORD);

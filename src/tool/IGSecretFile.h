@@ -1,9 +1,10 @@
-// Files of keys and passwords, by their names.
+// Files of keys and passwords, known by their names.
 #ifndef QUENDIL_TOOL_IGSECRETFILE_H
 #define QUENDIL_TOOL_IGSECRETFILE_H
 
-/// True when the path's name or place tells that the file holds keys or passwords and little else.
-/// A link has another name than what it leads to: ask for both.
+/// Whether the name or the directory of a path is that of a file of keys or passwords. The file is
+/// not opened. A symlink and its target have different names: check both.
+/// @param path without a trailing slash; "" is no such file
 bool isSecretFile(const char* path);
 
 #endif

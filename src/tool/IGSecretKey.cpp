@@ -1,24 +1,24 @@
-// Private keys. One ends at its end line, or at the first line that is neither Base64 nor one of
-// the headers that encrypted keys have: a line that only mentions a key hides nothing of what
-// follows.
+// Private keys. A key ends at its end line, or at the first line that is neither Base64 nor a
+// header of an encrypted key: a line that only mentions a key hides no line behind it.
 #include <algorithm>
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretMark.h"
+#include "tool/IGSecretShapeRules.h"
 
 namespace {
 
-// So many characters of Base64 in one piece are no word of a sentence.
+// The length of a piece of Base64 that is no word of a sentence, in bytes.
 constexpr std::size_t SURE = 32;
 
-// Where the line that begins a key is in a line, and ends; from is NOWHERE when there is none.
+// The first or last line of a key, inside a line; `from` is NOWHERE when there is none.
 struct Marker {
     std::size_t from = NOWHERE;
     std::size_t to = 0;
 };
 
-// Where the words end, behind capitals, digits and blanks only; 0 when they do not stand there.
+// The end of a title of capitals, digits and blanks with "PRIVATE KEY" in it; 0 for any other text.
 std::size_t behindTitle(const SecretLine& line, std::size_t from) {
     std::size_t end = from;
     bool has_key = false;
@@ -42,7 +42,8 @@ std::size_t titleEnd(const SecretLine& line, std::size_t from) {
     return end;
 }
 
-// How many dashes stand in front of a place, behind which one blank may be.
+// The number of dashes in front of a place, with one blank between or without.
+// @param from where the dashes begin
 std::size_t dashesBefore(const SecretLine& line, std::size_t place, std::size_t* from) {
     const std::size_t end = place > 0 && line.at(place - 1) == ' ' ? place - 1 : place;
     *from = end;
@@ -52,7 +53,7 @@ std::size_t dashesBefore(const SecretLine& line, std::size_t place, std::size_t*
     return end - *from;
 }
 
-// The next line of dashes and this word, "BEGIN " or "END ", that belongs to a private key.
+// The next title with dashes and a word, "BEGIN " or "END ", of a private key.
 Marker findMarker(const SecretLine& line, std::size_t from, std::string_view word) {
     for (std::size_t at = line.find(word, from); at != NOWHERE; at = line.find(word, at + 1)) {
         std::size_t dashes = 0;
@@ -65,10 +66,10 @@ Marker findMarker(const SecretLine& line, std::size_t from, std::string_view wor
     return {};
 }
 
-// The end of the key behind a marker in the same line, its end line not being there.
-// What follows is part of it as far as it looks like it.
+// The end of a key that follows its title in the same line, without a last line: the text behind
+// the title is part of it while it looks like Base64.
 std::size_t keyEnd(SecretLine& line, std::size_t from) {
-    if (line.at(from) == '\\') {  // the lines of the key, with their line feeds escaped
+    if (line.at(from) == '\\') {  // lines of the key, with escaped line feeds
         return line.until(from, QUOTE);
     }
     std::size_t end = line.skip(from, BASE64);
@@ -82,8 +83,8 @@ std::size_t keyEnd(SecretLine& line, std::size_t from) {
     return end;
 }
 
-// A line without what programs put around it: blanks, marks of quotations and comments; or what it
-// has in quotes. An escaped line feed at the end is left out.
+// A line without the bytes that programs put around it: blanks, marks of quotations and comments;
+// or the text that it has in quotes. An escaped line feed at the end is left out.
 struct Stretch {
     std::size_t from;
     std::size_t to;
@@ -109,7 +110,7 @@ Stretch withoutMarks(const SecretLine& line) {
     return stretch;
 }
 
-// Whether so much Base64 is in one piece anywhere in the line that this is no sentence.
+// Whether the line has a piece of Base64 that is too long for a word.
 bool hasSurePiece(const SecretLine& line) {
     for (std::size_t place = 0; place < line.size(); ++place) {
         const std::size_t end = line.skip(place, BASE64);
@@ -126,16 +127,16 @@ bool isHeader(const SecretLine& line, std::size_t from) {
                        [&](std::string_view header) { return line.saysExactly(from, header); });
 }
 
-// A header of an encrypted key, and the empty line behind the headers, where each line of the key
-// has something in front, as lines of logs have.
+// Whether a line of a log, which has a prefix in front of each line of the key, has a header of an
+// encrypted key or the empty line behind the headers.
 bool isPrefixedHeader(const SecretLine& line, const Stretch& stretch) {
     const secret_state& state = line.state();
     return state.key_column > 0 && (isHeader(line, state.key_column) ||
                                     (state.key_headers && stretch.to <= state.key_column));
 }
 
-// Whether a line that is not empty belongs to the key. What is too short to be sure of does so
-// behind other lines of the key, or where the key began in a line of its own.
+// Whether a line that is not empty belongs to the key. A line that is too short to be sure belongs
+// to it behind other lines of the key, or when the key began in a line of its own.
 bool isKeyText(const SecretLine& line, const Stretch& stretch) {
     secret_state& state = line.state();
     std::size_t word = stretch.to;

@@ -1,75 +1,23 @@
-// One line on its way through the rules: its text, and which of its bytes are hidden. Shared by the
-// units of the engine, and by nothing else.
+// One line: its text, and which of its bytes are hidden. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETLINE_H
 #define QUENDIL_TOOL_IGSECRETLINE_H
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
 
 #include "tool/IGSecret.h"
+#include "tool/IGSecretByte.h"
 
+/// No place in a line.
 inline constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);
 
-/// Sets of bytes.
-enum byte_set : std::uint16_t {
-    BLANK = 1,           ///< blank, tab
-    DIGIT = 2,           ///< 0 to 9
-    LETTER = 4,          ///< A to Z, a to z
-    NAME = 8,            ///< what names are made of: letters of any language, digits, "_", ".", "-"
-    QUOTE = 16,          ///< " and '
-    BASE64 = 32,         ///< letters, digits, "+", "/", "="
-    VALUE_END = 64,      ///< what ends a value in the middle of a line
-    ADDRESS_END = 128,   ///< what ends an address
-    KEY = 256,           ///< letters, digits, "_", "-"
-    HASH = 512,          ///< what hashes of passwords are made of
-    SEPARATOR = 1024,    ///< : and =
-    HEXADECIMAL = 2048,  ///< 0 to 9, A to F
-    ANY_HEXADECIMAL = 4096,  ///< 0 to 9, A to F, a to f
-};
+/// What may follow the last word of a sentence.
+inline constexpr std::string_view SENTENCE_STOPS = ".,;:!?)\r";
 
-constexpr std::array<std::uint16_t, 256> makeByteSets() {
-    std::array<std::uint16_t, 256> sets{};
-    const auto add = [&sets](std::string_view bytes, unsigned set) {
-        for (const char c : bytes) {
-            auto& of = sets[static_cast<unsigned char>(c)];
-            of = static_cast<std::uint16_t>(of | set);
-        }
-    };
-    add("0123456789", DIGIT | NAME | BASE64 | KEY | HASH | HEXADECIMAL);
-    add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz",
-        LETTER | NAME | BASE64 | KEY | HASH);
-    add("ABCDEF", HEXADECIMAL);
-    add("0123456789ABCDEFabcdef", ANY_HEXADECIMAL);
-    add("_.-", NAME);
-    for (std::size_t byte = 0x80; byte < sets.size(); ++byte) {
-        sets[byte] = NAME;  // letters of other languages
-    }
-    add("_-", KEY);
-    add(" \t", BLANK | VALUE_END | ADDRESS_END);
-    add("\"'", QUOTE | VALUE_END | ADDRESS_END);
-    add("&<", VALUE_END);
-    add("<>", ADDRESS_END);
-    add("+/=", BASE64);
-    add("./$=,+", HASH);
-    add(":=", SEPARATOR);
-    return sets;
-}
-inline constexpr std::array<std::uint16_t, 256> BYTE_SETS = makeByteSets();
-
-/// Whether a byte is in one of the sets.
-constexpr bool isIn(char c, unsigned sets) {
-    return (BYTE_SETS[static_cast<unsigned char>(c)] & sets) != 0;
-}
-constexpr char lowered(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// A line, or a part of a very long one. Places are offsets; any place may be asked for: behind the
-/// end is a line feed, which no line holds.
+/// A line, or a part of a very long one. A place is an offset in bytes. Any place can be read:
+/// behind the end there is a line feed, which no line has inside. No function fails.
 class SecretLine {
   public:
     SecretLine(const secret_part& part, secret_state* state)
@@ -90,35 +38,35 @@ class SecretLine {
     [[nodiscard]] bool in(std::size_t place, unsigned sets) const { return isIn(at(place), sets); }
     [[nodiscard]] bool hasEnd(std::size_t place) const { return place >= text_.size(); }
 
-    /// The first place from there on that is not in the sets.
+    /// The first place at or behind `from` whose byte is not in the sets.
     [[nodiscard]] std::size_t skip(std::size_t from, unsigned sets) const {
         while (in(from, sets)) {
             ++from;
         }
         return from;
     }
-    /// The place behind one byte of the sets, or the same place where none is.
+    /// The place behind a byte of the sets; the same place when the byte is in none of them.
     [[nodiscard]] std::size_t skipOne(std::size_t place, unsigned sets) const {
         return in(place, sets) ? place + 1 : place;
     }
     [[nodiscard]] std::size_t skipByte(std::size_t place, char c) const {
         return at(place) == c ? place + 1 : place;
     }
-    /// The first place from there on that holds none of the bytes.
+    /// The first place at or behind `from` that has none of the bytes.
     [[nodiscard]] std::size_t skipBytes(std::size_t from, std::string_view bytes) const {
         while (bytes.find(at(from)) != NOWHERE) {
             ++from;
         }
         return from;
     }
-    /// The first place from there on that is in the sets, or the end.
+    /// The first place at or behind `from` whose byte is in the sets, or the end.
     [[nodiscard]] std::size_t until(std::size_t from, unsigned sets) const {
         while (from < text_.size() && !isIn(text_[from], sets)) {
             ++from;
         }
         return from;
     }
-    /// The first place from there on that is in the sets or holds one of the bytes, or the end.
+    /// The first place at or behind `from` whose byte is in the sets or one of `bytes`, or the end.
     [[nodiscard]] std::size_t untilOneOf(std::size_t from, unsigned sets,
                                          std::string_view bytes) const {
         while (!hasEnd(from) && !in(from, sets) && bytes.find(at(from)) == NOWHERE) {
@@ -126,7 +74,7 @@ class SecretLine {
         }
         return from;
     }
-    /// The end of a stretch without the bytes at its end.
+    /// The end of a stretch when such bytes at its end are left out.
     [[nodiscard]] std::size_t withoutEnd(std::size_t from, std::size_t to,
                                          std::string_view bytes) const {
         while (to > from && bytes.find(at(to - 1)) != NOWHERE) {
@@ -134,14 +82,20 @@ class SecretLine {
         }
         return to;
     }
-    /// Whether a stretch holds a byte of the sets.
+    /// The end of a word of a sentence, without the stop behind it.
+    [[nodiscard]] std::size_t wordEnd(std::size_t from, std::size_t to) const {
+        return withoutEnd(from, to, SENTENCE_STOPS);
+    }
+    /// Where the word in front of a place begins; NOWHERE when there is none, or for NOWHERE.
+    [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
+    /// Whether a stretch has a byte of the sets.
     [[nodiscard]] bool has(std::size_t from, std::size_t to, unsigned sets) const {
         while (from < to && !in(from, sets)) {
             ++from;
         }
         return from < to;
     }
-    /// The first place from there on that holds the byte, or the end.
+    /// The first place at or behind `from` that has the byte, or the end.
     [[nodiscard]] std::size_t untilByte(std::size_t from, char c) const {
         const void* found =
             from < size() ? std::memchr(text_.data() + from, c, size() - from) : nullptr;
@@ -149,11 +103,11 @@ class SecretLine {
                    ? size()
                    : static_cast<std::size_t>(static_cast<const char*>(found) - text_.data());
     }
-    /// Where the words are next, or NOWHERE.
+    /// The first place at or behind `from` where the words begin, or NOWHERE.
     [[nodiscard]] std::size_t find(std::string_view words, std::size_t from = 0) const {
         return text_.find(words, from);
     }
-    /// Whether these words, given in small letters, are there in letters of any size.
+    /// Whether these words, given in small letters, begin at a place in letters of any size.
     [[nodiscard]] bool says(std::size_t place, std::string_view words) const {
         std::size_t i = 0;
         while (i < words.size() && lowered(at(place + i)) == words[i]) {
@@ -161,7 +115,7 @@ class SecretLine {
         }
         return i == words.size();
     }
-    /// Whether exactly these bytes are there.
+    /// Whether exactly these bytes begin at a place.
     [[nodiscard]] bool saysExactly(std::size_t place, std::string_view words) const {
         std::size_t i = 0;
         while (i < words.size() && at(place + i) == words[i]) {
@@ -176,6 +130,10 @@ class SecretLine {
     [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
         return to - from == word.size() && says(from, word);
     }
+    /// Whether a stretch is exactly this word.
+    [[nodiscard]] bool isExactly(std::size_t from, std::size_t to, std::string_view word) const {
+        return to - from == word.size() && saysExactly(from, word);
+    }
     /// Whether a stretch is one of the words of a table, in letters of any size.
     template <std::size_t N>
     [[nodiscard]] bool isOneOf(std::size_t from, std::size_t to,
@@ -184,28 +142,34 @@ class SecretLine {
                            [&](std::string_view word) { return is(from, to, word); });
     }
 
-    /// Whether an absolute path begins there.
+    /// Whether an absolute path begins at a place.
     [[nodiscard]] bool isPath(std::size_t from) const;
-    /// Whether a value tells nothing: yes, 1, a path, a variable of a script.
+    /// Whether a value is no secret: yes, 1, a path, a variable of a script.
     [[nodiscard]] bool isPlain(std::size_t from, std::size_t to) const;
-    /// Whether a stretch is xxx or more of them, or of "*": programs write it in place of a secret.
+    /// Whether a stretch is three or more of "x", "X" or "*", which programs write in place of a
+    /// secret.
     [[nodiscard]] bool isCrossedOut(std::size_t from, std::size_t to) const;
-    /// Whether the name of a processor architecture is there.
+    /// Whether the name of a processor architecture begins at a place.
     [[nodiscard]] bool isArchitecture(std::size_t from) const;
-    /// Whether the version of a package is there.
+    /// Whether the version of a package begins at a place.
     [[nodiscard]] bool isVersion(std::size_t from) const;
-    /// Whether the rest of the line is a sentence of so many words at least. One of two words ends
-    /// with a stop.
+    /// Whether the rest of the line is a sentence of at least `fewest` words. A sentence of two
+    /// words ends with "." or ":".
     [[nodiscard]] bool isSentence(std::size_t from, std::size_t fewest) const;
-    /// Whether a word mixes letters and digits as a secret does and as no name, path, host, number
-    /// or version does.
+    /// Whether a word of 6 bytes or more mixes letters and digits as secrets do, unlike names,
+    /// paths, hosts, numbers and versions.
     [[nodiscard]] bool looksSecret(std::size_t from, std::size_t to) const;
 
-    /// Whether a word is one of a sentence by its looks: letters, of which the first alone or all
-    /// are capitals, or a number.
+    /// Whether a place has a quote that opens a text that looks like a secret.
+    [[nodiscard]] bool isSecretText(std::size_t quote) const {
+        return in(quote, QUOTE) && looksSecret(quote + 1, until(quote + 1, QUOTE));
+    }
+
+    /// Whether a word is a number or looks like a word of a sentence: letters, of which no letter,
+    /// the first alone or all are capitals.
     [[nodiscard]] bool looksOrdinary(std::size_t from, std::size_t to) const;
 
-    /// Hides a stretch. Of a line that goes on in another part, `rest` says what hides there too.
+    /// Hides a stretch. When it ends with a part of its line, `rest` is hidden in the next part.
     void hide(std::size_t from, std::size_t to, secret_rest rest) {
         if (from >= to || from >= size()) {
             return;
@@ -217,26 +181,26 @@ class SecretLine {
     }
     void hideToEnd(std::size_t from) { hide(from, size(), secret_rest::LINE); }
 
-    /// Hides a word without such bytes at its end. One that may go on in the next part of the line
-    /// is hidden whole.
+    /// Hides a word without such bytes at its end. A word that may continue in the next part of the
+    /// line is hidden whole.
     void hideWithoutEnd(std::size_t from, std::size_t to, std::string_view bytes) {
         const bool goes_on = hasEnd(to) && !ends();
         hide(from, goes_on ? to : withoutEnd(from, to, bytes), secret_rest::WORD);
     }
 
-    /// The place of the quote that closes what begins at `from`: it has no backslash before it and
-    /// no quote behind it. The end of the line when there is none. A quote of two bytes is an
-    /// escaped one.
+    /// The place of the quote that closes a text that begins at `from`: it has no backslash in
+    /// front and no second quote behind it. The end of the line when there is none.
+    /// @param quote one byte, or the quote with the backslashes in front of it
     [[nodiscard]] std::size_t closing(std::size_t from, std::string_view quote) const;
-    /// The place behind what a quote at that place opens.
+    /// The place behind the text that a quote opens, and behind the closing quote.
     [[nodiscard]] std::size_t behindQuoted(std::size_t quote) const {
         const std::size_t end = closing(quote + 1, text_.substr(quote, 1));
         return hasEnd(end) ? end : end + 1;
     }
-    /// Hides what a quote at that place opens.
+    /// Hides the text that a quote opens.
     /// @return the place behind the closing quote, or the end of the line
     std::size_t hideQuoted(std::size_t quote);
-    /// Hides one word, quoted or not.
+    /// Hides a word, in quotes or not.
     /// @return the place behind it
     std::size_t hideWord(std::size_t from);
 
@@ -248,15 +212,15 @@ class SecretLine {
     secret_state* state_;
 };
 
-/// The first place of one of some words in a line, sought once, when it is first asked for.
+/// The first place of one of some words in a line. The line is searched once, at the first call.
 class FirstPlace {
   public:
     /// @param all the words, the same in each call
     /// @return the place, or NOWHERE
     [[nodiscard]] std::size_t of(const SecretLine& line,
                                  std::initializer_list<std::string_view> all) {
-        if (!sought_) {
-            sought_ = true;
+        if (!searched_) {
+            searched_ = true;
             for (const std::string_view words : all) {
                 place_ = std::min(place_, line.find(words));
             }
@@ -265,120 +229,8 @@ class FirstPlace {
     }
 
   private:
-    bool sought_ = false;
+    bool searched_ = false;
     std::size_t place_ = NOWHERE;
 };
-
-/// The pairs of letters that the words of a table begin with: most places of a line begin none.
-class PairFilter {
-  public:
-    constexpr void add(char first, char second) {
-        const unsigned pair = pairOf(first, second);
-        bits_[pair / 64] |= std::uint64_t{1} << pair % 64;
-    }
-    constexpr void addInAnySize(char first, char second) {
-        for (const char one : {first, raised(first)}) {
-            add(one, second);
-            add(one, raised(second));
-        }
-    }
-    constexpr void addInAnySize(std::string_view word) { addInAnySize(word[0], word[1]); }
-    [[nodiscard]] constexpr bool has(char first, char second) const {
-        const unsigned pair = pairOf(first, second);
-        return (bits_[pair / 64] >> pair % 64 & 1) != 0;
-    }
-
-  private:
-    static constexpr unsigned pairOf(char first, char second) {
-        return static_cast<unsigned>(static_cast<unsigned char>(first)) << 8 |
-               static_cast<unsigned char>(second);
-    }
-    static constexpr char raised(char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    }
-    std::array<std::uint64_t, 1024> bits_{};
-};
-
-/// The same for the first three letters of words.
-class BeginningFilter {
-  public:
-    constexpr void add(std::string_view word) {
-        first_.add(word[0], word[1]);
-        for (int byte = 0; byte < 256; ++byte) {
-            if (word.size() == 2 || word[2] == static_cast<char>(byte)) {
-                second_.add(word[1], static_cast<char>(byte));
-            }
-        }
-    }
-    constexpr void addInAnySize(std::string_view word) {
-        first_.addInAnySize(word);
-        if (word.size() > 2) {
-            second_.addInAnySize(word[1], word[2]);
-            return;
-        }
-        for (int byte = 0; byte < 256; ++byte) {
-            second_.addInAnySize(word[1], static_cast<char>(byte));
-        }
-    }
-    [[nodiscard]] constexpr bool has(char front, char middle, char back) const {
-        return first_.has(front, middle) && second_.has(middle, back);
-    }
-    /// Whether one of the words may begin at a place.
-    [[nodiscard]] bool has(const SecretLine& line, std::size_t place) const {
-        return has(line.at(place), line.at(place + 1), line.at(place + 2));
-    }
-
-  private:
-    PairFilter first_;
-    PairFilter second_;
-};
-
-/// The beginnings of the words of a table. It may have others too: what it has is checked again.
-template <typename Filter, std::size_t N>
-constexpr Filter filterOf(const std::string_view (&words)[N]) {
-    Filter filter;
-    for (const std::string_view word : words) {
-        filter.addInAnySize(word);
-    }
-    return filter;
-}
-/// The same for the words of its rows.
-template <typename Filter, typename Row, std::size_t N>
-constexpr Filter filterOf(const Row (&rows)[N], std::string_view Row::*word) {
-    Filter filter;
-    for (const Row& row : rows) {
-        filter.addInAnySize(row.*word);
-    }
-    return filter;
-}
-
-/// What is named like a secret: password = x, "token": "x", <secret>x</secret>, --password x.
-void markNames(SecretLine& line);
-/// Passwords in command lines, and in settings that look like them.
-void markCommands(SecretLine& line);
-/// Names typed at a login that no user has: people often type their password there.
-void markLogins(SecretLine& line);
-/// Passwords of addresses: user:x@host.
-void markAddresses(SecretLine& line);
-/// Lines of known files, in which the place of a field makes it a secret.
-void markFields(SecretLine& line);
-/// Values that betray themselves: hashes of passwords, the keys of well known services.
-void markShapes(SecretLine& line);
-/// Calls of functions that take a password.
-void markCalls(SecretLine& line);
-/// What a client says to a server to log in.
-void markDialogs(SecretLine& line);
-/// Secrets in remarks and in the names of things.
-void markRemarks(SecretLine& line);
-/// Command lines and other texts in the records of the audit system.
-void markAudit(SecretLine& line);
-/// Private keys in this line.
-/// @return whether the last one may go on in the next lines
-bool markKeys(SecretLine& line);
-/// Whether this line goes on with the private key of the lines before.
-bool continuesKey(const SecretLine& line);
-/// Where the end line of a key ends: what is behind it is no part of the key.
-/// @return the end of the line where no words do, NOWHERE for any other line
-std::size_t behindKeyEnd(const SecretLine& line);
 
 #endif

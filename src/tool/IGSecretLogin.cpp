@@ -1,18 +1,19 @@
-// Names that were typed at a login and that no user has: many a password is typed there. A name may
-// hold blanks and whatever else, so it ends at the last place where it can.
+// Names that were typed at a login and that no user has: people often type their password there. A
+// name may have any bytes, blanks too, so it ends at the last place where it can.
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretLoginRules.h"
+#include "tool/IGSecretMark.h"
 
 namespace {
 
-// The last place of a text in a line, behind a place; NOWHERE when it is not there.
+// The last place of a text at or behind `from`; NOWHERE when there is none.
 std::size_t lastOf(const SecretLine& line, std::string_view text, std::size_t from) {
     const std::size_t found = line.text().rfind(text);
     return found == NOWHERE || found < from ? NOWHERE : found;
 }
 
 // Where the name ends in "invalid user NAME from ADDRESS port 22", "invalid user NAME ADDRESS port
-// 22" and "invalid user NAME [preauth]"; NOWHERE when this is a message of something else.
+// 22" and "invalid user NAME [preauth]"; NOWHERE in a message of another program.
 std::size_t typedEnd(const SecretLine& line, std::size_t from) {
     if (const std::size_t place = lastOf(line, " from ", from - 1); place != NOWHERE) {
         return place;

@@ -1,9 +1,10 @@
-// Secrets in the remarks of administrators, which follow no form ("iLO: Administrator/x"), and in
-// the tokens of log services ("[x@41058]").
+// Secrets in remarks of administrators, which have no fixed format ("iLO: Administrator/x"), and
+// tokens of log services ("[x@41058]").
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretMark.h"
+#include "tool/IGSecretSentenceRules.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ class AccountScan {
     }
 
   private:
-    // Where the name of an administrator begins that ends there, or NOWHERE.
+    // Where the name of an administrator begins that ends at a place, or NOWHERE.
     [[nodiscard]] std::size_t accountBefore(std::size_t end) const {
         constexpr std::size_t LONGEST = 16;
         std::size_t from = end;
@@ -37,7 +38,7 @@ class AccountScan {
             from == 0 || line_.in(from - 1, BLANK | QUOTE | SEPARATOR) || line_.at(from - 1) == '(';
         return apart && line_.isOneOf(from, end, SECRET_ACCOUNTS) ? from : NOWHERE;
     }
-    // Whether a password is behind the slash, and no file below a directory.
+    // Whether a password is behind the slash, and not a file in a directory.
     bool isPassword(std::size_t account, std::size_t from, std::size_t to) {
         constexpr std::size_t SHORTEST = 6;
         const std::string_view value = line_.text().substr(from, to - from);
@@ -54,22 +55,22 @@ class AccountScan {
                 value.find_first_of("./\\@") == NOWHERE);
     }
     bool isAnnounced(std::size_t account) {
-        for (; !announced_ && sought_ < account; ++sought_) {
-            if (sought_ == 0 || !line_.in(sought_ - 1, NAME)) {
-                const std::size_t end = line_.skip(sought_, NAME);
-                announced_ = line_.isOneOf(sought_, end, ACCESS_WORDS);
+        for (; !announced_ && searched_ < account; ++searched_) {
+            if (searched_ == 0 || !line_.in(searched_ - 1, NAME)) {
+                const std::size_t end = line_.skip(searched_, NAME);
+                announced_ = line_.isOneOf(searched_, end, ACCESS_WORDS);
             }
         }
         return announced_;
     }
 
     SecretLine& line_;
-    std::size_t sought_ = 0;  // up to where such a word was sought
-    bool announced_ = false;  // one was found
+    std::size_t searched_ = 0;  // the end of the stretch that was searched for such a word
+    bool announced_ = false;    // one was found
 };
 
-// [x@41058 tag="a"]: what is before the number of a company is the name of its data or, in
-// the settings of services that store logs, the token of a customer.
+// [x@41058 tag="a"]: in front of the number of a company is the name of its data or, in settings of
+// log services, the token of a customer.
 void markStructuredData(SecretLine& line) {
     constexpr std::size_t SHORTEST = 8;
     for (std::size_t at = line.untilByte(0, '['); !line.hasEnd(at);) {

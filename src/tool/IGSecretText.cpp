@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tool/IGSecretRules.h"
-
 namespace {
 
 void flush(secret_text* text) {
@@ -31,7 +29,7 @@ void putMask(secret_text* text) {
     put(text, SECRET_MASK.data(), SECRET_MASK.size());
 }
 
-// The end of the stretch that is hidden, or shown, as its first byte is.
+// The end of a stretch whose bytes are all hidden, or all shown.
 std::size_t stretchEnd(const unsigned char* hidden, std::size_t from, std::size_t to) {
     const bool is_hidden = hidden[from] != 0;
     while (from < to && (hidden[from] != 0) == is_hidden) {
@@ -40,7 +38,7 @@ std::size_t stretchEnd(const unsigned char* hidden, std::size_t from, std::size_
     return from;
 }
 
-// Writes a stretch of a line, with one mask in the place of each stretch that is hidden.
+// Writes a stretch of a line, with one mask in place of each hidden stretch.
 void putStretch(secret_text* text, const char* bytes, const unsigned char* hidden, std::size_t from,
                 std::size_t to) {
     while (from < to) {
@@ -68,7 +66,7 @@ void takeLine(secret_text* text, std::size_t from, std::size_t size, bool ends) 
     const secret_part part{{text->line + from, size}, hidden, !text->goes_on, ends};
     const secret_fate fate = markSecrets(part, &text->state);
     putBlankLines(text, fate.blank_lines);
-    // What is hidden at the end of a part is done with; of the rest the next part needs the end.
+    // A hidden end needs no second check; any other is read again with the next part.
     const bool keep = !ends && !fate.left_out && hidden[size - 1] == 0;
     const std::size_t kept = keep ? size / 16 : 0;
     const std::size_t end = size - kept;

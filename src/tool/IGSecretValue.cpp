@@ -1,8 +1,9 @@
-// What a value says of itself: that it is none, or that it looks like a secret.
+// Properties of values: whether one is no secret, or looks like one.
 #include <iterator>
 
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
+#include "tool/IGSecretSentenceRules.h"
+#include "tool/IGSecretValueRules.h"
 
 namespace {
 
@@ -26,8 +27,8 @@ bool isBraced(const SecretLine& line, std::size_t from, std::size_t to) {
     return !filled && (end + 1 >= to || !line.looksSecret(end + 1, to));
 }
 
-// $1, $NAME, ${NAME}, $(program): what a script puts there is known when it runs. What else begins
-// with the sign is a password like any other.
+// $1, $NAME, ${NAME}, $(program): the shell puts a value there when the script runs. Any other word
+// that begins with "$" is a password.
 bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
     if (line.at(from) != '$') {
         return false;
@@ -60,7 +61,7 @@ bool isKeyFile(const SecretLine& line, std::size_t from, std::size_t to) {
                        [&](std::string_view ending) { return line.endsWith(from, to, ending); });
 }
 
-// The address of a page that explains something: whatever is secret in one has digits.
+// The address of a page that explains something: an address with a secret has digits.
 bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     if (!line.says(from, "http://") && !line.says(from, "https://") && !line.says(from, "//")) {
         return false;
@@ -69,8 +70,7 @@ bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     return value.find_first_of("0123456789@? \t\"'") == std::string_view::npos;
 }
 
-// xxxxx, (hidden), <path>, (252:10): what is in the place of a value, or is no more than a
-// number.
+// xxxxx, (hidden), <path>, (252:10): a placeholder for a value, or only numbers.
 bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
     if (line.isCrossedOut(from, to)) {
         return true;
@@ -84,7 +84,7 @@ bool isPlaceholder(const SecretLine& line, std::size_t from, std::size_t to) {
     return last != '\0' && line.at(place) == last && place + 1 == to && place > from + 1;
 }
 
-// "0 172032 crypt", as of a device of this name: two numbers and a word.
+// "0 172032 crypt": two numbers and a word, as behind the name of a device.
 bool isDeviceRow(const SecretLine& line, std::size_t from) {
     const std::size_t second = line.skip(line.skip(from, DIGIT), BLANK);
     const std::size_t word = line.skip(line.skip(second, DIGIT), BLANK);
@@ -92,14 +92,14 @@ bool isDeviceRow(const SecretLine& line, std::size_t from) {
            line.in(word, LETTER) && line.in(word - 1, BLANK);
 }
 
-// Whether a byte may stand in a value that looks like a secret. What others hold are paths, hosts,
-// versions, times, lists.
+// Whether a byte may be in a value that looks like a secret. Values with other bytes are paths,
+// hosts, versions, times, lists.
 bool isSecretByte(char c) {
     return isIn(c, LETTER | DIGIT) ||
            std::string_view("+-_!#%^~?@$*").find(c) != std::string_view::npos;
 }
 
-// $name1: a variable of a program. Behind a digit it is none: $3x.
+// $name1: a variable of a program. A name that begins with a digit is none: $3x.
 bool isReference(const SecretLine& line, std::size_t from, std::size_t to) {
     return line.at(from) == '$' && !line.in(from + 1, DIGIT) && line.skip(from + 1, KEY) == to;
 }
@@ -109,11 +109,11 @@ struct Mixture {
     bool lower = false;
     bool upper = false;
     bool digit = false;
-    bool sign = false;  // inside, one that only passwords hold
+    bool sign = false;  // an odd sign inside
     int changes = 0;    // from letters to digits and back
 };
 
-// Whether a sign is one that nothing but a password has between other signs.
+// Whether a sign is one that only passwords have inside.
 bool isOddSign(char c) {
     return c == '!' || c == '$' || c == '^';
 }
@@ -137,7 +137,7 @@ Mixture mixtureOf(const SecretLine& line, std::size_t from, std::size_t to) {
     return found;
 }
 
-// \S+, [^ ]*, (?:a|b), <HOST>: what a filter of logs looks for.
+// \S+, [^ ]*, (?:a|b), <HOST>: an expression of a filter of logs.
 bool isExpression(const SecretLine& line, std::size_t from) {
     constexpr std::string_view BEGINNINGS[] = {".*", ".+",  "\\S",    "\\w", "\\d",   "[^",
                                                "(?", "(.*", "<HOST>", "<F-", "<ADDR>"};

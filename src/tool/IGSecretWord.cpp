@@ -1,17 +1,19 @@
-// Names of secrets. What counts as one is in the tables.
+#include "tool/IGSecretWord.h"
+
 #include <algorithm>
+#include <array>
 #include <iterator>
 
+#include "tool/IGSecretBeginning.h"
 #include "tool/IGSecretLine.h"
-#include "tool/IGSecretRules.h"
-#include "tool/IGSecretWord.h"
+#include "tool/IGSecretNameRules.h"
 
 namespace {
 
 constexpr auto WORD_BEGINNINGS = filterOf<BeginningFilter>(SECRET_WORDS);
 constexpr auto SHORT_BEGINNINGS = filterOf<PairFilter>(SECRET_SHORTS, &secret_short::word);
 
-// Where a word of the table that begins there ends; 0 when it is not there.
+// Where a word of the table ends that begins at a place; 0 when the place has another word.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
     std::size_t place = from;
     for (const char c : word) {
@@ -27,7 +29,7 @@ std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view
     return place;
 }
 
-// The secret word that begins there.
+// The secret word that begins at a place.
 secret_word wordAt(const SecretLine& line, std::size_t from) {
     if (WORD_BEGINNINGS.has(line, from)) {
         const char first = lowered(line.at(from));
@@ -50,7 +52,7 @@ std::size_t withoutDigits(const SecretLine& line, std::size_t from, std::size_t 
     return to;
 }
 
-// The letters that endings of names end with.
+// The last letters of SECRET_ENDINGS.
 constexpr std::array<bool, 256> lastLetters() {
     std::array<bool, 256> letters{};
     for (const secret_short& one : SECRET_ENDINGS) {
@@ -62,7 +64,7 @@ constexpr std::array<bool, 256> lastLetters() {
 }
 constexpr std::array<bool, 256> LAST_LETTERS = lastLetters();
 
-// Which short word a part of a name is.
+// The row of a short word; null for any other part of a name.
 const secret_short* shortWord(const SecretLine& line, std::size_t from, std::size_t to) {
     if (!SHORT_BEGINNINGS.has(line.at(from), line.at(from + 1))) {
         return nullptr;
@@ -126,7 +128,7 @@ bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
     });
 }
 
-// dbPwdProd: a short word inside of a name whose words begin with capitals.
+// dbPwdProd: a short word inside a name whose words begin with capitals.
 bool hasCapitalPart(const SecretLine& line, std::size_t from, std::size_t to) {
     constexpr std::size_t SHORTEST = 5;
     if (to < from + SHORTEST) {
@@ -156,7 +158,7 @@ bool hasPart(const SecretLine& line, const secret_name& name, std::string_view p
     return false;
 }
 
-// A key that is none: the sense key of a disk, the public key of a peer.
+// A key that is no secret: the sense key of a disk, the public key of a peer.
 bool isHarmlessKey(const SecretLine& line, const secret_name& name) {
     if (!line.endsWith(name.from, name.to, "key")) {
         return false;

@@ -26,7 +26,7 @@ constexpr std::string_view HEADER = "==> ";
 
 std::array<char, 65536> piece;
 
-// A line that says something of a path, with `lead` in front.
+// Prints a line about a path, with `lead` in front.
 void say(Show& show, std::string_view lead, const char* path, std::string_view what) {
     toolWrite(show.out, lead);
     escapeName(show.out, path);
@@ -60,8 +60,9 @@ void sayNotFollowed(Show& show, std::string_view lead, const char* path, int err
                               : " is not there");
 }
 
-// Opens a file that may be printed; says why when it may not. -1 then, also when it cannot be read
-// (`error` is not 0).
+// Opens a file that may be printed, or prints the reason why it may not.
+// @param error the errno of a file that cannot be read, or 0; nothing is printed about it here
+// @return the descriptor, or -1
 int openFile(Show& show, std::string_view lead, const char* path, const Source& source,
              int& error) {
     error = 0;
@@ -80,7 +81,8 @@ int openFile(Show& show, std::string_view lead, const char* path, const Source& 
 
 // --- contents ---
 
-// Reads the next piece, of at most `most` bytes. Its length; 0 at the end; -1 with errno set.
+// Reads the next piece, of at most `most` bytes.
+// @return its length; 0 at the end; -1 with errno set
 ssize_t readPiece(const Show& show, int fd, std::int64_t most) {
     const auto size = static_cast<std::size_t>(
         std::min<std::int64_t>(most, static_cast<std::int64_t>(piece.size())));
@@ -93,7 +95,8 @@ ssize_t readPiece(const Show& show, int fd, std::int64_t most) {
     return 0;
 }
 
-// Passes so many bytes over; returns how many there were.
+// Reads at most `most` bytes and drops them.
+// @return how many were read
 std::int64_t skip(const Show& show, int fd, std::int64_t most) {
     std::int64_t skipped = 0;
     for (ssize_t length = 1; length > 0 && skipped < most;) {
@@ -103,7 +106,7 @@ std::int64_t skip(const Show& show, int fd, std::int64_t most) {
     return skipped;
 }
 
-// The kernel's own files tell no size: those are read to their end.
+// The size of a file. Files of the kernel report none: they are read to their end.
 std::int64_t sizeOf(const Show& show, int fd, const struct stat& st) {
     if (st.st_size != 0) {
         return st.st_size;
@@ -113,7 +116,7 @@ std::int64_t sizeOf(const Show& show, int fd, const struct stat& st) {
     return size;
 }
 
-// Goes on to the last bytes of a longer file, and says so.
+// Skips to the last bytes of a file that is longer than the limit, and reports its size.
 void skipToEnd(Show& show, int fd) {
     struct stat st = {};
     if (::fstat(fd, &st) != 0) {

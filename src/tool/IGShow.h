@@ -1,4 +1,4 @@
-// Files as "show" prints them.
+// Prints files, for the program "show".
 #ifndef QUENDIL_TOOL_IGSHOW_H
 #define QUENDIL_TOOL_IGSHOW_H
 
@@ -6,23 +6,25 @@
 
 #include "tool/IGEscape.h"
 
-/// What a printing needs to know.
+/// The output of the files, and its limits.
 struct Show {
     ToolOutput out;
-    int mib;                               // at most the last so many MiB of a file are printed
-    const volatile sig_atomic_t* stopped;  // not 0 when the time is over
+    int mib;                               ///< at most the last so many MiB of a file are printed
+    const volatile sig_atomic_t* stopped;  ///< set to another value than 0 when the time is over
 };
 
-/// True when nothing more is to be read: the time is over, or the reader has gone.
+/// Whether the reading must end: the time is over, or a write failed.
 bool showIsOver(const Show& show);
 
-/// Prints a file, or all files of a directory and those below it, in the order of their names: each
-/// with "==> " and its name in front. Links on the way to the path are followed under the rules of
-/// sourceFollow, those in the directory not at all. What is not printed is named with the reason.
+/// Prints a file, or all files of a directory and of the directories below it, in the order of
+/// their names. Each has "==> " and its name in front. Symlinks on the path are followed under the
+/// rules of sourceFollow(), symlinks in a directory are not followed. A file that is not printed is
+/// named with the reason; so is any failure.
 void showPath(Show& show, const char* path);
 
-/// Prints the lines of a file, each with its name in front. Nothing when it is a directory, cannot
-/// be read, or is not there; `must_exist` has the last said.
+/// Prints the lines of a file, each with the name of the file in front. Prints nothing for a
+/// directory, a file that cannot be read, or one that does not exist.
+/// @param must_exist report a file that does not exist
 void showValues(Show& show, const char* path, bool must_exist);
 
 #endif

@@ -2,7 +2,7 @@
 //
 // usage: escape [-0 | -s | -u | -w] <FILE
 //   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); implies -w
-//   -s  what is shorter than 16 bytes is the rest of a process's name in the line before (pidstat)
+//   -s  a line of less than 16 bytes is the rest of a process's name in the line before (pidstat)
 //   -u  a line feed in a name among the users of a socket belongs to that name (ss)
 //   -w  writes whole lines only, for an output that others write to as well
 //
@@ -42,7 +42,7 @@ constexpr std::array<Option, 4> OPTIONS{{{"-0", LineEnd::NUL, true},
                                          {"-u", LineEnd::SOCKET_USERS, false},
                                          {"-w", LineEnd::FEED, true}}};
 
-// What the arguments say, or null.
+// The option of the arguments; null for wrong usage.
 const Option* readOption(int argc, char** argv) {
     if (argc != 2) {
         return argc < 2 ? &NONE : nullptr;
@@ -56,7 +56,8 @@ int failed() {
     return errno == EFBIG ? LIMIT : FAILED;
 }
 
-// What was read, or its whole lines, is written at once: the program that is read may be slow.
+// Writes all input, or all whole lines of it, before it reads more: the next input may be late.
+// @return the exit status
 int copy(const Option& option) {
     static ToolOutput out{.fd = STDOUT_FILENO};
     static std::array<char, 65536> piece;

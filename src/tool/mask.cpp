@@ -2,9 +2,9 @@
 //
 // usage: mask <FILE
 //
-// What it has masked it writes before it waits for more. It ends with 0; with 153, as the
-// shell reports SIGXFSZ, when the output reached a file-size limit, ignored or not;
-// with 1 when its input could not be read or its output not be written for another reason.
+// It writes all whole lines before it waits for more input. The exit status is 0; 153, a shell's
+// status for SIGXFSZ, when the output reached a file-size limit, also when the signal is ignored; 1
+// when the input cannot be read, or the output cannot be written for another reason.
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -20,7 +20,8 @@ namespace {
 constexpr int STATUS_FAILED = 1;
 constexpr int STATUS_LIMIT = 128 + SIGXFSZ;
 
-// Waits where a descriptor that another process has made non-blocking is not ready.
+// Waits until a descriptor is ready that another process has made non-blocking.
+// @return false when errno is another error than EAGAIN, or the wait fails
 bool waitFor(int fd, short events) {
     struct pollfd one = {fd, events, 0};
     return errno == EAGAIN && ::poll(&one, 1, -1) >= 0;

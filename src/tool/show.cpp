@@ -1,12 +1,13 @@
 // Prints files with the values of passwords, keys and the like masked.
 //
 // usage: show [-v] [-l MIB] PATH...
-//   -v       files of one value each: one line for a file, its name and what it holds
-//   -l MIB   print at most the last so many MiB of a file, 5 without this, and of all files
-//            together four times as much
-// PATH may be a wildcard. Of a directory all files are printed, but not what lies behind links. A
-// link that a user has made is followed to that user's own files only. Files of keys are named and
-// not opened, and so is what is not a regular file. Control characters are shown.
+//   -v       files of one value each: one line for a file, its name and its content
+//   -l MIB   print at most the last MIB MiB of a file (default: 5), and at most four times as much
+//            of all files together
+// PATH may be a wildcard. Of a directory all files are printed, and symlinks in it are not
+// followed. A symlink that a user has made is followed to that user's own files only. Files of
+// keys, and files that are not regular, are named and not opened. Control characters are printed as
+// octal digits.
 //
 // The exit status is 0; 1 when the filter "mask" does not run, 2 for wrong usage.
 #include <glob.h>
@@ -66,7 +67,7 @@ bool readArguments(int argc, char** argv, Arguments& arguments) {
     return *arguments.paths != nullptr;
 }
 
-// A limit of the time ends the reading: what was read is printed.
+// SIGTERM, from a time limit, ends the reading: what was read is still printed.
 void settleSignals() {
     struct sigaction action = {};
     action.sa_handler = stop;
@@ -76,7 +77,7 @@ void settleSignals() {
 
 void printMatches(Show& show, const char* wildcard, bool values) {
     glob_t found = {};
-    // The wildcards are expanded here, for there is no shell that does it before.
+    // Wildcards are expanded here, because no shell did so.
     if (::glob(wildcard, GLOB_NOCHECK, nullptr, &found) != 0) {
         toolWrite(show.out, "show: there is not enough memory\n");
         return;
@@ -113,7 +114,7 @@ int main(int argc, char** argv) {
     }
     printAll(arguments, mask.fd);
     switch (maskFinish(mask)) {
-        case MaskEnd::CUT:
+        case MaskEnd::LIMITED:
             std::printf("\nshow: the output was cut here, after %d MiB\n", most_mib);
             break;
         case MaskEnd::FAILED:

@@ -13,7 +13,7 @@ namespace {
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
-// What is written to a pipe while `write` runs; everything here fits into one.
+// The text that `write` writes to a pipe, which has room for each text of these tests.
 template <typename Write>
 std::string written(Write write) {
     int ends[2];
@@ -59,7 +59,7 @@ void expectShown(LineEnd ends, std::initializer_list<Case> cases) {
     }
 }
 
-TEST(IGEscape, ControlCharactersButTabAndLineFeedAreShownAsOctal) {
+TEST(IGEscape, ControlCharactersExceptTabAndLineFeedAreShownAsOctal) {
     expectShown(LineEnd::FEED, {
                                    {"", ""},
                                    {"a\tb\nc", "a\tb\nc"},
@@ -69,24 +69,25 @@ TEST(IGEscape, ControlCharactersButTabAndLineFeedAreShownAsOctal) {
 }
 
 TEST(IGEscape, BytesOutsideOfUtf8AreShownWhereATerminalTakesThemForControlCharacters) {
-    expectShown(LineEnd::FEED, {
-                                   {"\x9b[7m", "\\233[7m"},
-                                   {"\x7f\x80\x9f\xa0\xff", "\\177\\200\\237\xa0\xff"},
-                                   {"\xe2\x9b", "\xe2\\233"},      // the text ends in a sequence
-                                   {"\xe2\x9b\n", "\xe2\\233\n"},  // the line does
-                                   {"\xe2\x9b\x9b\x9b", "\xe2\x9b\x9b\\233"},
-                                   {"\xe2\xe2\x9b\x9b", "\xe2\xe2\x9b\x9b"},
-                                   {"\xc2\033", "\xc2\\033"},
-                                   {"\xc0\x9b \xc1\x9b", "\xc0\\233 \xc1\\233"},  // too long a form
-                                   {"\xe0\x9b\x9b", "\xe0\\233\\233"},
-                                   {"\xf0\x8f\x9b\x9b", "\xf0\\217\\233\\233"},
-                                   {"\xed\xa0\x9b", "\xed\xa0\\233"},            // half of a pair
-                                   {"\xf4\x90\x9b\x9b", "\xf4\\220\\233\\233"},  // none so high
-                                   {"\xf5\x9b\x9b\x9b", "\xf5\\233\\233\\233"},
-                               });
+    expectShown(LineEnd::FEED,
+                {
+                    {"\x9b[7m", "\\233[7m"},
+                    {"\x7f\x80\x9f\xa0\xff", "\\177\\200\\237\xa0\xff"},
+                    {"\xe2\x9b", "\xe2\\233"},      // the text ends in a sequence
+                    {"\xe2\x9b\n", "\xe2\\233\n"},  // the line does
+                    {"\xe2\x9b\x9b\x9b", "\xe2\x9b\x9b\\233"},
+                    {"\xe2\xe2\x9b\x9b", "\xe2\xe2\x9b\x9b"},
+                    {"\xc2\033", "\xc2\\033"},
+                    {"\xc0\x9b \xc1\x9b", "\xc0\\233 \xc1\\233"},  // too long a form
+                    {"\xe0\x9b\x9b", "\xe0\\233\\233"},
+                    {"\xf0\x8f\x9b\x9b", "\xf0\\217\\233\\233"},
+                    {"\xed\xa0\x9b", "\xed\xa0\\233"},            // half of a surrogate pair
+                    {"\xf4\x90\x9b\x9b", "\xf4\\220\\233\\233"},  // beyond the last character
+                    {"\xf5\x9b\x9b\x9b", "\xf5\\233\\233\\233"},
+                });
 }
 
-TEST(IGEscape, Utf8StaysButForItsControlCharacters) {
+TEST(IGEscape, Utf8IsKeptExceptItsControlCharacters) {
     expectShown(LineEnd::FEED, {
                                    {"\xc3\xa4 \xc3\x9b \xe2\x9b\x84 \xf0\x9f\x98\x80 \xef\xbf\xbd",
                                     "\xc3\xa4 \xc3\x9b \xe2\x9b\x84 \xf0\x9f\x98\x80 \xef\xbf\xbd"},
@@ -94,7 +95,7 @@ TEST(IGEscape, Utf8StaysButForItsControlCharacters) {
                                });
 }
 
-TEST(IGEscape, ANulEndsALineWhereItShould) {
+TEST(IGEscape, ANulEndsALineInTheOutputOfFindPrint0) {
     expectShown(LineEnd::NUL, {{"a\nFORGED\0b\0"sv, "a\\012FORGED\nb\n"}, {"a\n", "a\\012"}});
 }
 
@@ -120,7 +121,7 @@ TEST(IGEscape, ALineFeedInTheNameOfASocketsUserEndsNoLine) {
                      "x  users:((\"a\\012FORGED\",pid=1,fd=2)) ino:3\ny\n"},
                     {"x  users:((\"a\",pid=1,fd=2),(\"b\n\n\",pid=1,fd=2))\ny\n",
                      "x  users:((\"a\",pid=1,fd=2),(\"b\\012\\012\",pid=1,fd=2))\ny\n"},
-                    // Names of sockets hold no blanks.
+                    // Names of sockets have no blanks.
                     {"/tmp/users:((\"a 0\ny\n", "/tmp/users:((\"a 0\ny\n"},
                     {"x  users:((\"a\",pid=1,fd=2)) x,(\"\ny\n",
                      "x  users:((\"a\",pid=1,fd=2)) x,(\"\ny\n"},
@@ -133,7 +134,7 @@ TEST(IGEscape, ANameHasNeitherTabNorLineFeed) {
         "/tmp/a\\011b\\012\xc3\xa4\xe2\\011\\233\xe2");
 }
 
-TEST(IGEscape, ALongTextPassesWhole) {
+TEST(IGEscape, ALongTextIsWrittenWhole) {
     std::string text;
     while (text.size() < 200'000) {
         text += "a line " + std::to_string(text.size()) + "\n";
@@ -173,7 +174,7 @@ TEST(IGEscape, ALineIsHeldBackUntilItIsWhole) {
     toolWrite(out, large + "\ny");
     EXPECT_EQ(toolFlushLines(out), 0);
     EXPECT_EQ(arrived(), "d" + large + "\n");
-    // One that is larger than the room for it.
+    // A line that is longer than the buffer.
     toolWrite(out, std::string(out.bytes.size() - 1, 'z') + "\n");
     EXPECT_EQ(toolFlushLines(out), 0);
     EXPECT_EQ(arrived(), "y" + std::string(out.bytes.size() - 1, 'z') + "\n");
@@ -184,7 +185,7 @@ TEST(IGEscape, ALineIsHeldBackUntilItIsWhole) {
     close(ends[1]);
 }
 
-TEST(IGEscape, AFailedWriteIsAnsweredAndEndsTheWriting) {
+TEST(IGEscape, AFailedWriteIsReportedAndNothingIsWrittenAfterIt) {
     const int full = open("/dev/full", O_WRONLY);
     ToolOutput out{.fd = full};
     toolWrite(out, "text");

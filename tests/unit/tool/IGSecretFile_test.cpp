@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(IGSecretFile, NamesAndPlacesTellFilesOfSecrets) {
+TEST(IGSecretFile, FilesOfSecretsAreKnownByTheirNameOrDirectory) {
     for (const char* path : {"/a/x.key",
                              "/a/x.keys",
                              "/a/x.keytab",
@@ -37,7 +37,7 @@ TEST(IGSecretFile, NamesAndPlacesTellFilesOfSecrets) {
     }
 }
 
-TEST(IGSecretFile, OtherFilesAreNone) {
+TEST(IGSecretFile, OtherFilesAreNotTakenForFilesOfSecrets) {
     for (const char* path : {"/etc/passwd", "/a/key", "/a/x.key.conf", "/a/keys/x", "/a/id_rs",
                              "/etc/ssl/privat/x", "/a/private", "/a/x.pem", ""}) {
         EXPECT_FALSE(isSecretFile(path)) << path;
