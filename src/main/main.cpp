@@ -1,5 +1,6 @@
 // The program's entry: the steps of a run, in their order.
 #include <fcntl.h>
+#include <langinfo.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "collect/IGCmnProcess.h"
 #include "common/IGCmnLog.h"
@@ -67,6 +69,19 @@ void settleSignals() {
     ::sigprocmask(SIG_UNBLOCK, &interrupting, nullptr);
 }
 
+void chooseLocale() {
+    std::setlocale(LC_ALL, "");
+#ifdef QUENDIL_STATIC
+    // A static C library converts other character sets than these two with modules that it loads,
+    // and one of another version ends the process.
+    const std::string_view characters = ::nl_langinfo(CODESET);
+    if (characters != "UTF-8" && characters != "ANSI_X3.4-1968" &&
+        std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+        std::setlocale(LC_CTYPE, "C");
+    }
+#endif
+}
+
 void prepareProcess() {
     openStandardDescriptors();
     settleSignals();
@@ -77,7 +92,7 @@ void prepareProcess() {
     run_hooks = {IgMainEnd, IgMainRemoveOutput, IgMainStopChild, IgCmnProcReportDeferred,
                  IgMainIsSuperUserCached};
     run_state.memoryp = nullptr;
-    std::setlocale(LC_ALL, "");
+    chooseLocale();
     IgCmnMemoryInit();
     IgCmnMsgHistRotate();
 }
