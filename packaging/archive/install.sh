@@ -143,7 +143,7 @@ uninstall_all() {
     say "quendil is removed"
 }
 
-[ "$(id -u)" -eq 0 ] || fail "run this as root: sudo $0 $*"
+[ "$(id -u)" -eq 0 ] || fail "run this as root: sudo $0${1:+ $1}"
 if [ -z "$root" ] && dpkg-query -S "$program/bin/quendil" >/dev/null 2>&1; then
     fail "quendil was installed as a package: apt-get remove quendil"
 fi
