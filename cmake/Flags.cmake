@@ -2,7 +2,7 @@
 add_library(quendil_flags INTERFACE)
 target_compile_definitions(quendil_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(quendil_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Werror
+  -Wall -Wextra -Wpedantic $<$<BOOL:${QUENDIL_WERROR}>:-Werror>
   -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef -Wcast-align -Wcast-qual
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor>
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wlogical-op -Wduplicated-cond>

@@ -16,10 +16,17 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${world_readable_directory})
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackageTree.cmake)
 set(CPACK_QUENDIL_SOURCE_DIR ${PROJECT_SOURCE_DIR})
 
+# What a static program has in common with a dynamic one would be taken for a library that it needs.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_RPM_PACKAGE_AUTOREQ ON)
+if(QUENDIL_STATIC)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_RPM_PACKAGE_AUTOREQ OFF)
+endif()
+
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "tar, gzip")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
@@ -29,10 +36,13 @@ set(CPACK_RPM_PACKAGE_GROUP "Applications/System")
 set(CPACK_RPM_PACKAGE_REQUIRES "tar, gzip")
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
-# The tree is stripped and compressed already, and nothing outside of our directories is ours.
+# The tree is stripped and compressed already, nothing outside of our directories is ours, and the same
+# tree gives the same package.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%global __os_install_post %{nil}
 %global _build_id_links none
-%global _buildhost localhost")
+%global _buildhost localhost
+%global use_source_date_epoch_as_buildtime 1
+%global clamp_mtime_to_source_date_epoch 1")
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/preun)
 set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttrans)
 # Directories that belong to the system or to nobody, which an rpm would claim otherwise.

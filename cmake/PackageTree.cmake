@@ -1,5 +1,5 @@
-# Run by cpack on the tree that it has installed, before a package is made of it: adds what only a
-# package has.
+# Run on a tree that was installed, before a package is made of it, by cpack or by scripts/package: adds
+# what only a package has.
 set(tree ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 set(source ${CPACK_QUENDIL_SOURCE_DIR})
 set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
@@ -35,7 +35,7 @@ if(CPACK_GENERATOR STREQUAL "RPM")
   set(CPACK_ABSOLUTE_DESTINATION_FILES)  # each of them would become configuration
   list(TRANSFORM configuration PREPEND "%config(noreplace) ")
   set(CPACK_RPM_USER_FILELIST ${configuration})
-else()
+elseif(CPACK_GENERATOR STREQUAL "DEB")
   list(JOIN configuration "\n" conffiles)
   set(control ${CPACK_TOPLEVEL_DIRECTORY}/control)
   file(WRITE ${control}/conffiles "${conffiles}\n")

@@ -56,16 +56,23 @@ quietly() {
     "$@" </dev/null >"$log" 2>&1 || { cat "$log" >&2; fail "failed: $*"; }
 }
 
-# Configures a preset and builds the named targets (all if none is named).
+# Configures a preset and builds the named targets (all if none is named). Warnings stop the build only where
+# the caller has set `werror`: a newer compiler may have new ones.
 build_preset() {
     preset=$1
     shift
     say "building: $preset"
-    quietly "build/$preset.log" cmake --preset "$preset"
+    quietly "build/$preset.log" cmake --preset "$preset" "-DQUENDIL_WERROR=${werror:-OFF}"
     quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
 }
 
-# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the release preset. Not below
+# The time that everything in a package has: that of the last commit, so that the same commit gives the same
+# package; without a history that of the list of changes.
+package_time() {
+    git --git-dir=.git log -1 --format=%ct 2>/dev/null || date -r CHANGELOG.md +%s
+}
+
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the portable preset. Not below
 # this directory, whose path may hold a blank: rpmbuild takes none.
 make_package() {
     generator=$1
@@ -73,17 +80,42 @@ make_package() {
     shift 2
     tree=$(mktemp -d)
     trap 'rm -rf "$tree"' EXIT
-    quietly build/package.log cpack --config build/release/CPackConfig.cmake -G "$generator" \
+    quietly build/package.log cpack --config build/portable/CPackConfig.cmake -G "$generator" \
         -B "$tree" "$@"
     mkdir -p "$directory"
     mv "$tree"/quendil* "$directory/"
     rm -rf "$tree"
 }
 
-# Makes both packages in build/packages, in place of what is there.
+# make_archive DIRECTORY: makes the archive for any distribution there, with its install.sh.
+make_archive() {
+    version=$(sed -n 's/^QUENDIL_PACKAGE_VERSION:STRING=//p' build/portable/CMakeCache.txt)
+    name=quendil-$version-linux-$(uname -m)
+    tree=$(mktemp -d)
+    trap 'rm -rf "$tree"' EXIT
+    mkdir "$tree/$name"
+    quietly build/package.log env DESTDIR="$tree/$name/root" cmake --install build/portable --strip
+    quietly build/package.log cmake -D "CPACK_TEMPORARY_INSTALL_DIRECTORY=$tree/$name/root" \
+        -D "CPACK_QUENDIL_SOURCE_DIR=$PWD" -P cmake/PackageTree.cmake
+    cp packaging/archive/install.sh "$tree/$name/"
+    uname -m >"$tree/$name/machine"
+    # What it installs, with modes: of the directories those that are its own.
+    find "$tree/$name/root" -type d \( -path '*/norvale*' -o -path '*/doc/quendil' \) \
+        -printf 'd %m /%P\n' -o -type f -printf 'f %m /%P\n' -o -type l -printf 'l %l /%P\n' |
+        LC_ALL=C sort -k 3 >"$tree/$name/list"
+    mkdir -p "$1"
+    tar -c -C "$tree" --format=ustar --sort=name --owner=root:0 --group=root:0 \
+        --mtime="@$SOURCE_DATE_EPOCH" "$name" | gzip -9n >"$1/$name.tar.gz"
+    rm -rf "$tree"
+}
+
+# Makes both packages and the archive in build/packages, in place of what is there.
 make_packages() {
     say "making packages"
     rm -rf build/packages
+    SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(package_time)}
+    export SOURCE_DATE_EPOCH
     make_package DEB build/packages
     make_package RPM build/packages
+    make_archive build/packages
 }

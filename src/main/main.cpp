@@ -1,5 +1,6 @@
 // The program's entry: the steps of a run, in their order.
 #include <fcntl.h>
+#include <langinfo.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGCmnStr.h"
@@ -57,6 +59,19 @@ void settleSignals() {
     ::sigprocmask(SIG_UNBLOCK, &interrupting, nullptr);
 }
 
+void chooseLocale() {
+    std::setlocale(LC_ALL, "");
+#ifdef QUENDIL_STATIC
+    // A static C library converts other character sets than these two with modules that it loads,
+    // and one of another version ends the process.
+    const std::string_view characters = ::nl_langinfo(CODESET);
+    if (characters != "UTF-8" && characters != "ANSI_X3.4-1968" &&
+        std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+        std::setlocale(LC_CTYPE, "C");
+    }
+#endif
+}
+
 RootChange prepareProcess() {
     openStandardDescriptors();
     settleSignals();
@@ -65,7 +80,7 @@ RootChange prepareProcess() {
     ::unsetenv("TAR_OPTIONS");
     ::unsetenv("GZIP");
     run_hooks = {IgMainEndAfterLogFailure, IgMainReportInterruption};
-    std::setlocale(LC_ALL, "");
+    chooseLocale();
     IgCmnMemoryInit();
     IgCmnMsgHistRotate();
     return change;

@@ -1,11 +1,14 @@
 #include "process/IGCmnProcessChild.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -26,6 +29,56 @@ void endWith(pid_t parent) {
     const pid_t now = ::getppid();
     if (now != parent && now != 0) {  // 0: our parent is not of our process-id namespace
         ::_exit(255);                 // it was killed before
+    }
+}
+
+// The number that a name consists of; -1 where it has another character.
+int descriptorOf(const char* name) {
+    int number = 0;
+    for (; *name != '\0'; ++name) {
+        if (*name < '0' || *name > '9') {
+            return -1;
+        }
+        number = number * 10 + (*name - '0');
+    }
+    return number;
+}
+
+// Closes the descriptors from `first` on that /proc names. False where it cannot be read.
+bool closeNamed(int first) {
+    const int directory = ::open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory == -1) {
+        return false;
+    }
+    std::array<char, 4096> entries;
+    ssize_t length = 0;
+    // Closing moves no other entry: the kernel goes on behind the number that it named last.
+    while ((length = ::getdents64(directory, entries.data(), entries.size())) > 0) {
+        const char* end = entries.data() + length;
+        for (const char* entry = entries.data(); entry < end;) {
+            const int number = descriptorOf(entry + offsetof(struct dirent64, d_name));
+            if (number >= first && number != directory) {
+                ::close(number);
+            }
+            decltype(dirent64::d_reclen) size = 0;
+            std::memcpy(&size, entry + offsetof(struct dirent64, d_reclen), sizeof size);
+            entry += size;
+        }
+    }
+    ::close(directory);
+    return length == 0;
+}
+
+// Closes every descriptor from `first` on, also what our own caller left open. It allocates
+// nothing, so that it cannot use readdir.
+void closeFrom(int first) {
+    constexpr int MOST = 1048576;  // descriptors that a kernel allows by default
+    // Kernels before 5.9, and some sandboxes, lack the call.
+    if (::close_range(static_cast<unsigned>(first), UINT_MAX, 0) == 0 || closeNamed(first)) {
+        return;
+    }
+    for (int number = first; number < MOST; ++number) {
+        ::close(number);
     }
 }
 
@@ -62,7 +115,7 @@ void restoreSignals(const sigset_t& mask) {
     if (own_group) {
         ::setpgid(0, 0);
     }
-    ::close_range(STDERR_FILENO + 1, UINT_MAX, 0);  // also what our own caller left open
+    closeFrom(STDERR_FILENO + 1);
     restoreSignals(mask);
     ::execv(request.command_path, request.argv);
     leave(request.command_path, errno);

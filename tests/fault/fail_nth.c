@@ -112,8 +112,8 @@ extern int fcntl64(int descriptor, int command, ...);
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
     X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
     X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens)         \
-    X(fwrite) X(getc) X(getcwd) X(gethostname) X(kill) X(localtime_r) X(lstat64) X(mbstowcs)      \
-    X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                                 \
+    X(fwrite) X(getc) X(getcwd) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)    \
+    X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                     \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
     X(sigaction) X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall)             \
@@ -224,6 +224,8 @@ FAILS_WITH(-1, "fchown", NULL, int, fchown, (int fd, uid_t uid, gid_t gid), (fd,
 FAILS_WITH(-1, "fstat", NULL, int, fstat64, (int fd, struct stat64* st), (fd, st))
 FAILS_WITH(-1, "futimens", NULL, int, futimens, (int fd, const struct timespec times[2]),
            (fd, times))
+FAILS_WITH(-1, "getdents64", NULL, ssize_t, getdents64, (int fd, void* entries, size_t size),
+           (fd, entries, size))
 FAILS_WITH(-1, "gethostname", NULL, int, gethostname, (char* name, size_t size), (name, size))
 FAILS_WITH(-1, "pread", NULL, ssize_t, pread64, (int fd, void* bytes, size_t size, off64_t at),
            (fd, bytes, size, at))

@@ -98,3 +98,12 @@ def test_an_installed_package_is_left_to_its_package_manager(installed: Machine)
     done = installed.exec(f"PATH=/opt/played:$PATH {SOURCE}/scripts/uninstall", check=False)
     assert done.status == 1 and "as a package: apt-get remove quendil" in done.stderr
     assert installed.exists("/opt/norvale/quendil/bin/quendil")
+
+
+def test_an_installation_from_an_archive_is_left_to_its_own_script(installed: Machine):
+    installed.directory(f"{TOP}/opt/norvale/quendil/package")
+    done = uninstall(installed)
+    assert (done.status, done.stdout, done.stderr) == (
+        1, "", "quendil was installed from an archive: "
+        "/opt/norvale/quendil/package/install.sh --uninstall\n")
+    assert installed.exists(f"{TOP}/opt/norvale/quendil/bin/quendil")

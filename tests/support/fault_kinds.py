@@ -142,6 +142,8 @@ CUT_ARCHIVE = (Kind("pread", errno.EIO),)
 AFTERWARDS = (
     Kind("execv", errno.EACCES, child=True, also="dprintf",
          words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
+    Kind("getdents64", errno.ENOSYS, child=True, also="close_range"),
+    Kind("open", errno.EMFILE, child=True, also="close_range"),
     Kind("fflush", errno.ENOSPC, calls=("fflush",), also="truncate"),
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,), also="unlink"),
 )

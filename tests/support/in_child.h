@@ -75,8 +75,10 @@ inline void exhaustMemory() {
         std::abort();
     }
     for (std::size_t size = std::size_t{1} << 20; size >= 16; size /= 2) {
-        while (static_cast<void*>(std::malloc(size)) != nullptr) {
-        }
+        void* volatile taken = nullptr;  // an optimizer leaves out a block that has no use
+        do {
+            taken = std::malloc(size);
+        } while (taken != nullptr);
     }
 }
 

@@ -177,6 +177,12 @@ pid_t __wrap_fork() {
     return failsNow(Call::FORK) ? -1 : __real_fork();
 }
 
+int __real_close_range(unsigned first, unsigned last, int flags);
+int __wrap_close_range(unsigned first, unsigned last, int flags);
+int __wrap_close_range(unsigned first, unsigned last, int flags) {
+    return failsNow(Call::CLOSE_RANGE) ? -1 : __real_close_range(first, last, flags);
+}
+
 char* __real_setlocale(int category, const char* locale);
 char* __wrap_setlocale(int category, const char* locale);
 char* __wrap_setlocale(int category, const char* locale) {

@@ -17,6 +17,7 @@ enum class Call {
     REMOVE,  // with no error: it succeeds, but what it removed is there again at once
     GETHOSTNAME,
     FORK,
+    CLOSE_RANGE,
     SETLOCALE,
     MBSTOWCS,
     WCSTOMBS,

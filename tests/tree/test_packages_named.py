@@ -30,6 +30,7 @@ TESTS = ROOT / "tests"
 #: What each preset links: one program of every kind.
 LINKED = {
     "release": ["src/quendil"],
+    "portable": ["src/quendil"],
     "clang": ["src/quendil"],
     "sanitize": ["src/quendil", "tests/IGCmnStr_test", "tests/behave", "tests/fail_nth.so"],
     "fuzz": ["fuzz/fuzz_word"],
@@ -38,15 +39,17 @@ LINKED = {
 #: The commands, with the presets that each builds.
 COMMANDS = {
     "scripts/run": ["release"],
-    "scripts/package": ["release"],
-    "scripts/test": ["release", "clang", "sanitize", "fuzz"],
+    "scripts/package": ["portable"],
+    "scripts/test": ["release", "portable", "clang", "sanitize", "fuzz"],
 }
 
 #: What other programs start, and what the tests name in tables of their own.
 STARTED_BY_BUILD = {"ld": "the compilers", "ar": "cmake", "ranlib": "cmake", "/bin/tar": "quendil",
                     "/bin/gzip": "quendil"}
-STARTED_BY_CPACK = {name: "cpack" for name in ("dpkg-deb", "dpkg-shlibdeps", "file", "rpmbuild", "strip")}
+STARTED_BY_CPACK = {name: "cpack" for name in ("dpkg-deb", "rpmbuild", "strip")}
 STARTED_BY_TESTS = {
+    "make": "scripts/test",
+    "/usr/share/i18n/charmaps/ISO-8859-1.gz": "tests/package/test_install_script.py",
     "mandoc": "tests/tree/test_manual.py",
     "groff": "tests/tree/test_manual.py",
     **{name: "tests/cli/test_tool_run.py"
@@ -61,7 +64,7 @@ STARTED = {
 }
 
 #: Asked for only where they are, and missed by nothing.
-NOT_NEEDED = {"sudo"}
+NOT_NEEDED = {"sudo", "git"}
 
 #: Modules that no test imports: pytest's own options ask for them.
 MODULES = {"xdist"}

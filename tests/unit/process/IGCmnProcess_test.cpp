@@ -1,5 +1,6 @@
 #include "process/IGCmnProcess.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -286,26 +287,76 @@ TEST_F(IGCmnProcess, LeavesTheSignalMaskOfTheRunAsItWas) {
     EXPECT_EQ(readReport(report)["blocked"], std::to_string(SIGUSR2));
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
-    const std::string report = path("report");
-    const std::string err = path("err");
-    const int inherited = ::open("/dev/null", O_RDONLY);  // not close-on-exec, on purpose
-    ASSERT_NE(inherited, -1);
-    exec_req request;
-    request.stderr_path = err.c_str();
-    request.timeout = 30;
-    EXPECT_EQ(behave({"report", report}, request).result, EXEC_OK);
-    ::close(inherited);
-    auto child = readReport(report);
+// Descriptors that are not closed at an exec, many and one far away.
+class InheritedDescriptors {
+  public:
+    InheritedDescriptors() {
+        opened_.push_back(::open("/dev/null", O_RDONLY));  // not close-on-exec, on purpose
+        for (int i = 0; i < 300; ++i) {
+            opened_.push_back(::dup(opened_[0]));
+        }
+        opened_.push_back(::dup2(opened_[0], FAR));
+        EXPECT_EQ(std::count(opened_.begin(), opened_.end(), -1), 0);
+    }
+    ~InheritedDescriptors() { std::for_each(opened_.begin(), opened_.end(), ::close); }
+    InheritedDescriptors(const InheritedDescriptors&) = delete;
+    InheritedDescriptors& operator=(const InheritedDescriptors&) = delete;
+
+  private:
+    static constexpr int FAR = 900;
+    std::vector<int> opened_;
+};
+
+// The descriptors that a program had, as it reported them.
+std::vector<std::string> descriptorsOf(const std::string& report) {
     std::vector<std::string> descriptors;
-    for (const auto& [key, value] : child) {
+    for (const auto& [key, value] : readReport(report)) {
         if (key.starts_with("fd")) {
             descriptors.push_back(key);
         }
     }
-    EXPECT_THAT(descriptors, ::testing::ElementsAre("fd0", "fd1", "fd2"));
+    return descriptors;
+}
+
+TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
+    const std::string report = path("report");
+    const std::string err = path("err");
+    const InheritedDescriptors inherited;
+    exec_req request;
+    request.stderr_path = err.c_str();
+    request.timeout = 30;
+    EXPECT_EQ(behave({"report", report}, request).result, EXEC_OK);
+    EXPECT_THAT(descriptorsOf(report), ::testing::ElementsAre("fd0", "fd1", "fd2"));
+    auto child = readReport(report);
     EXPECT_EQ(child["fd0"], "r /dev/null");
     EXPECT_EQ(child["fd2"], "w " + err);
+}
+
+TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheKernelClosesNoRange) {
+    const std::string report = path("report");
+    const InheritedDescriptors inherited;
+    const FailingCall unknown(Call::CLOSE_RANGE, 1, ENOSYS);
+    EXPECT_EQ(behave({"report", report}).result, EXEC_OK);
+    EXPECT_THAT(descriptorsOf(report), ::testing::ElementsAre("fd0", "fd1", "fd2"));
+}
+
+TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheyCannotBeListedEither) {
+    const std::string report = path("report");
+    const ChildResult child = inChild([&report] {
+        const InheritedDescriptors inherited;
+        const FailingCall unknown(Call::CLOSE_RANGE, 1, ENOSYS);
+        const struct rlimit few = {16, 16};  // all in use: no directory can be opened
+        ::Arguments words({BEHAVE, "report", report});
+        exec_req request;
+        request.command_path = BEHAVE;
+        request.argv = words.vector();
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        sigset_t none;
+        sigemptyset(&none);
+        procChildRun(request, none, false, ::getppid());
+    });
+    EXPECT_EQ(child.status, 0);
+    EXPECT_THAT(descriptorsOf(report), ::testing::ElementsAre("fd0", "fd1", "fd2"));
 }
 
 // --- the archiver's commands ---
