@@ -17,7 +17,7 @@ from support.machine import (
 )
 from support.run import Run
 
-CATALOGUE = Path(__file__).resolve().parents[2] / "src/common/IGCmnMessageTable.inc"
+CATALOGUE = Path(__file__).resolve().parents[2] / "src/common/report/IGCmnMessageTable.inc"
 HISTORY = f"{LOG_DIRECTORY}/quendil_hist.log"
 HISTORY_LOCK = f"{BIN_DIRECTORY}/.quendil_hist.lck"
 OUTPUT = expect.OUTPUT_DIRECTORY

@@ -87,13 +87,13 @@ ESCAPES = {"n": "\n", "t": "\t", '"': '"'}
 def messages():
     """The texts of all messages by their identifier; parts that make one message are joined."""
     texts = {}
-    for name, literals in ROW.findall(source("common/IGCmnMessageTable.inc")):
+    for name, literals in ROW.findall(source("common/report/IGCmnMessageTable.inc")):
         text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', literals))
         text = re.sub(r"\\(.)", lambda escape: ESCAPES[escape[1]], text)
         part = re.match(r"ZEPA\d+_[EWI]", name)
         key = part[0] if part else name
         texts[key] = texts.get(key, "") + text
-    memory = re.search(r'MEMORY_WARNING = "(.*)\\n"', source("common/IGCmnMessage.cpp"))[1]
+    memory = re.search(r'MEMORY_WARNING = "(.*)\\n"', source("common/report/IGCmnMessage.cpp"))[1]
     return {**texts, "ZEPA143_W": memory + "\n"}
 
 
@@ -105,8 +105,8 @@ def documented():
 
 
 def test_the_source_has_the_messages_that_are_compared():
-    rows = len(re.findall(r"^IG_MSG\(", source("common/IGCmnMessageTable.inc"), re.M))
-    assert len(ROW.findall(source("common/IGCmnMessageTable.inc"))) == rows
+    rows = len(re.findall(r"^IG_MSG\(", source("common/report/IGCmnMessageTable.inc"), re.M))
+    assert len(ROW.findall(source("common/report/IGCmnMessageTable.inc"))) == rows
     assert len(messages()) > 60
 
 
@@ -138,7 +138,7 @@ OTHER_PLACES = {
 
 def test_a_message_is_said_to_appear_where_one_of_its_kind_does():
     rows = re.findall(r"IG_MSG\(\d+, (ZEPA\d+)_([EWI])\w*, MSGKIND_(\w+),",
-                      source("common/IGCmnMessageTable.inc"))
+                      source("common/report/IGCmnMessageTable.inc"))
     wanted = {f"{number}-{letter}": PLACES[kind] for number, letter, kind in rows} | OTHER_PLACES
     reported = {head[:9]: re.search(r"\(((?:terminal|run log|history log)\b[^)]*)\)", text)
                 for head, text in entries(rendered("quendil_messages.7")).items()}
@@ -182,7 +182,7 @@ def test_every_option_is_in_the_synopsis():
 
 def test_every_exit_status_is_explained():
     page = rendered("quendil.8").split("EXIT STATUS")[1].split("EXAMPLES")[0]
-    codes = re.findall(r"RETCODE_\w+ = (\d+)", source("common/IGRunState.h"))
+    codes = re.findall(r"RETCODE_\w+ = (\d+)", source("common/base/IGRunState.h"))
     assert sorted(codes) == ["0", "10", "20", "255"]
     assert sorted(re.findall(r"^ {5}(\d+) ", page, re.M)) == sorted(codes)
 
@@ -282,7 +282,7 @@ def test_every_special_string_is_explained():
 
 
 def test_every_mark_that_a_pattern_file_may_hold_is_shown():
-    marks = re.search(r'ALLOWED_MARKS = L"((?:[^"\\]|\\.)*)"', source("common/IGCmnStr.cpp"))[1]
+    marks = re.search(r'ALLOWED_MARKS = L"((?:[^"\\]|\\.)*)"', source("common/base/IGCmnStr.cpp"))[1]
     marks = set(re.sub(r"\\[nrt]", "", marks).replace("\\", "")) - {" "} | {"\\"}
     shown = next(line for line in rendered("quendil_pattern.5").splitlines() if " ! " in line)
     assert set(shown.split()) == marks

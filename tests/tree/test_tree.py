@@ -11,14 +11,24 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
 
-# Which floors a floor may include.
-FLOORS = {
-    "common": {"common"},
-    "ini": {"common", "ini"},
-    "collect": {"common", "ini", "collect"},
-    "main": {"common", "ini", "collect", "main"},
-    "tool": {"common", "tool"},
+# Which rooms of src a room may include, beside itself.
+BELOW = {
+    "common/base": set(),
+    "common/report": {"common/base"},
+    "common/file": {"common/base", "common/report"},
 }
+COMMON = set(BELOW)
+BELOW |= {
+    "process": COMMON,
+    "ini": COMMON,
+    "collect": COMMON | {"ini", "process"},
+    "main": COMMON | {"ini", "process", "collect"},
+    "tool": COMMON,
+}
+# The lowest room reports its failures through the messages of the next one.
+REPORTS = "common/report/IGCmnMessage.h"
+# Units that include each other: the messages allocate memory, and memory that runs out is a message.
+CIRCLES = [{"IGCmnMemory", "IGCmnMessage"}]
 
 # The programs that are installed.
 PROGRAMS = ["quendil", "escape", "mask", "show"]
@@ -55,13 +65,50 @@ def sources():
     return files
 
 
-@pytest.mark.parametrize("floor", FLOORS)
-def test_no_file_includes_one_from_a_floor_above_it(floor):
-    files = [path for path in sources() if path.parts[-2] == floor]
+def room_of(path):
+    return str(path.parent.relative_to(ROOT / "src"))
+
+
+def included(path):
+    return re.findall(r'^#include "([^"]+)"', path.read_text(), re.M)
+
+
+def test_every_source_is_in_a_room():
+    assert {room_of(path) for path in sources()} == set(BELOW)
+
+
+@pytest.mark.parametrize("room", BELOW)
+def test_no_file_includes_one_from_a_room_above_it(room):
+    files = [path for path in sources() if room_of(path) == room]
     assert files
     for path in files:
-        included = set(re.findall(r'^#include "([a-z]+)/', path.read_text(), re.M))
-        assert included <= FLOORS[floor], path
+        above = {name for name in included(path)
+                 if str(Path(name).parent) not in {room, *BELOW[room]}}
+        assert above <= ({REPORTS} if room == "common/base" else set()), path
+
+
+def circles(graph):
+    """The groups of units that reach each other."""
+    reached = {unit: set(next_ones) for unit, next_ones in graph.items()}
+    changed = True
+    while changed:
+        changed = False
+        for unit, units in reached.items():
+            more = set().union(*(reached[other] for other in units)) - units
+            units |= more
+            changed = changed or bool(more)
+    groups = {frozenset(other for other in reached[unit] if unit in reached[other])
+              for unit in graph}
+    return [set(group) for group in groups if len(group) > 1]
+
+
+def test_no_units_include_each_other():
+    graph = {}
+    for path in sources():
+        names = {Path(name).stem for name in included(path)}
+        graph.setdefault(path.stem, set()).update(names - {path.stem})
+    assert len(graph) > 80
+    assert circles(graph) == CIRCLES
 
 
 def test_the_sources_have_the_form_that_the_formatter_gives_them():
@@ -90,12 +137,16 @@ def test_the_product_reads_no_environment_variable():
 
 
 def test_the_signal_handler_calls_async_signal_safe_functions_only():
-    library = BUILD / "release/src/libquendil_main.a"
-    symbols = run("nm", "--undefined-only", "--format=posix", library)
-    handler = symbols.split("[IGMainSignal.cpp.o]:")[1].split("[", 1)[0]
-    undefined = {line.split()[0] for line in handler.splitlines() if line.strip()}
-    assert {"kill", "waitpid"} <= undefined  # the right object was looked at
-    assert undefined <= HANDLER_MAY_CALL
+    library = BUILD / "release/src/libquendil_process.a"
+    symbols = run("nm", "--format=posix", library)
+    undefined, defined = set(), set()
+    for unit in ("IGMainSignal", "IGCurrentChild"):
+        for line in symbols.split(f"[{unit}.cpp.o]:")[1].split("[", 1)[0].splitlines():
+            if line.strip():
+                name, kind = line.split()[:2]
+                (undefined if kind == "U" else defined).add(name)
+    assert {"kill", "waitpid"} <= undefined  # the right objects were read
+    assert undefined - defined <= HANDLER_MAY_CALL
 
 
 @pytest.mark.parametrize("program", PROGRAMS)

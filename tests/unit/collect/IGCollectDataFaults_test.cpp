@@ -108,7 +108,7 @@ TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndGoesOn
         SCOPED_TRACE(call);
         EXPECT_EQ(
             collectWhile(call, copy("/below"), ""),
-            trio(call, EPERM, "Operation not permitted", copy("/below"), "IGCollectData", true));
+            trio(call, EPERM, "Operation not permitted", copy("/below"), "IGAttributes", true));
         EXPECT_EQ(attributes(copy("/below/empty")), AS_THE_SOURCE);
         EXPECT_EQ(attributes(copy("")), AS_THE_SOURCE);
         // The step ends for that directory with the call that failed.
@@ -124,7 +124,7 @@ TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndGoesOn
         SCOPED_TRACE(call);
         EXPECT_EQ(
             collectWhile(call, copy("/below"), "/below/file"),
-            trio(call, EPERM, "Operation not permitted", copy("/below"), "IGCollectData", true));
+            trio(call, EPERM, "Operation not permitted", copy("/below"), "IGAttributes", true));
         EXPECT_EQ(attributes(copy("")), AS_THE_SOURCE);
         std::filesystem::remove_all(copy(""));
     }

@@ -44,7 +44,7 @@ class WildcardList : public RunTest {
     // The trio of a report that the listing makes.
     static std::string failure(const std::string& call, int error, const std::string& text,
                                const std::string& file) {
-        return trio(call, error, text, file, "IGCmnPath");
+        return trio(call, error, text, file, "IGCmnDir");
     }
     int list(const std::string& search, int skip_directories = 0) {
         list_ = nullptr;

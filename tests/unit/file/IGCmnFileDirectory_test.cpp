@@ -7,7 +7,6 @@
 #include <string>
 
 #include "../../support/file_fixture.h"
-#include "common/file/IGCmnPath.h"
 
 namespace {
 
@@ -91,37 +90,6 @@ TEST(IGCmnFileDeathTest, AssertsPaths) {
     EXPECT_DEATH(IgCmnFileMkdir(nullptr), nullOf("`path"));
     EXPECT_DEATH(IgCmnFileChdir(nullptr), nullOf("`path"));
     EXPECT_DEATH(IgCmnFileCreateDirAllPath(nullptr), nullOf("`dirpath"));
-}
-
-// The name of the current directory
-
-TEST_F(IGCmnFile, NamesTheCurrentDirectory) {
-    std::array<char, PATH_MAX> buffer{};
-    fs::current_path(path());
-    EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), buffer.size()), buffer.data());
-    EXPECT_EQ(buffer.data(), path());
-    fs::current_path("/");
-}
-
-TEST_F(IGCmnFile, ReportsACurrentDirectoryThatCannotBeNamed) {
-    const std::string report =
-        "ZEPA113-E:An error occurred during the following system call. system call name = getcwd, "
-        "error code = ";
-    const std::string place = "ZEPA114-E:source = IGCmnFile, line no = N.\n";
-    std::array<char, PATH_MAX> buffer{};
-    fs::current_path(path());
-    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), 3), nullptr); }),
-              report + "34, msg = Numerical result out of range.\n" + place);
-    fs::create_directory(path("gone"));
-    fs::current_path(path("gone"));
-    fs::remove(path("gone"));
-    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), PATH_MAX), nullptr); }),
-              report + "2, msg = No such file or directory.\n" + place);
-    fs::current_path("/");
-}
-
-TEST(IGCmnFileDeathTest, AssertsABufferForTheCurrentDirectory) {
-    EXPECT_DEATH(IgCmnFileGetCwd(nullptr, 10), nullOf("`buffer"));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "common/file/IGCmnPath.h"
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -8,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "../../support/run_fixture.h"
+#include "../../support/file_fixture.h"
 #include "../../support/standing_in.h"
 
 namespace {
@@ -21,21 +23,18 @@ Text textOf(const char* text) {
     return text == nullptr ? Text() : Text(text);
 }
 
-class IGCmnPath : public RunTest {
+class IGCmnPath : public FileTest {
   protected:
     void TearDown() override {
         fs::current_path("/");
-        RunTest::TearDown();
+        FileTest::TearDown();
     }
-    std::string path(const std::string& name = "") { return dir_.path(name); }
 
     static std::string conversionFailure() {
         return "ZEPA113-E:An error occurred during the following system call. system call name = "
                "mbstowcs, error code = 84, msg = Invalid or incomplete multibyte or wide "
                "character.\nZEPA114-E:source = IGCmnStr, line no = N.\n";
     }
-
-    TempDir dir_;
 };
 
 // Splitting
@@ -248,7 +247,7 @@ TEST_F(IGCmnPath, ReportsARelativePathWithoutACurrentDirectory) {
     EXPECT_EQ(takeLog(),
               "ZEPA113-E:An error occurred during the following system call. system call name = "
               "getcwd, error code = 2, msg = No such file or directory.\n"
-              "ZEPA114-E:source = IGCmnFile, line no = N.\n");
+              "ZEPA114-E:source = IGCmnPath, line no = N.\n");
     EXPECT_EQ(IgCmnFileNormPath(pool(), "/x", &normal), 0) << "an absolute one needs none";
 }
 
@@ -328,6 +327,35 @@ TEST(IGCmnPathDeathTest, AssertsWhatMustNotBeNull) {
     EXPECT_DEATH(IgCmnFileNormPath(nullptr, "/x", &text), nullOf("memoryp"));
     EXPECT_DEATH(IgCmnFileNormPath(&pool, nullptr, &text), nullOf("path"));
     EXPECT_DEATH(IgCmnIsAbsPath(nullptr), nullOf("path"));
+}
+
+TEST_F(IGCmnPath, NamesTheCurrentDirectory) {
+    std::array<char, PATH_MAX> buffer{};
+    fs::current_path(path());
+    EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), buffer.size()), buffer.data());
+    EXPECT_EQ(buffer.data(), path());
+    fs::current_path("/");
+}
+
+TEST_F(IGCmnPath, ReportsACurrentDirectoryThatCannotBeNamed) {
+    const std::string report =
+        "ZEPA113-E:An error occurred during the following system call. system call name = getcwd, "
+        "error code = ";
+    const std::string place = "ZEPA114-E:source = IGCmnPath, line no = N.\n";
+    std::array<char, PATH_MAX> buffer{};
+    fs::current_path(path());
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), 3), nullptr); }),
+              report + "34, msg = Numerical result out of range.\n" + place);
+    fs::create_directory(path("gone"));
+    fs::current_path(path("gone"));
+    fs::remove(path("gone"));
+    EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetCwd(buffer.data(), PATH_MAX), nullptr); }),
+              report + "2, msg = No such file or directory.\n" + place);
+    fs::current_path("/");
+}
+
+TEST(IGCmnPathDeathTest, AssertsABufferForTheCurrentDirectory) {
+    EXPECT_DEATH(IgCmnFileGetCwd(nullptr, 10), nullOf("buffer"));
 }
 
 }  // namespace

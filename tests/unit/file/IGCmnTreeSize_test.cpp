@@ -36,7 +36,7 @@ class IGCmnFileGetSize : public FileTest {
   protected:
     static std::string failure(const std::string& call, int error, const std::string& text,
                                const std::string& file) {
-        return trio(call, error, text, file, "IGCmnFile");
+        return trio(call, error, text, file, "IGCmnTree");
     }
 };
 
@@ -126,7 +126,7 @@ TEST_F(IGCmnFileGetSize, ReportsADirectoryThatCannotBeListedAsEmpty) {
         size = IgCmnFileGetSize(tree.c_str());
     }
     EXPECT_EQ(size, 0);
-    EXPECT_EQ(takeLog(), trio("opendir", EMFILE, "Too many open files", tree, "IGCmnPath"));
+    EXPECT_EQ(takeLog(), trio("opendir", EMFILE, "Too many open files", tree, "IGCmnDir"));
 }
 
 TEST_F(IGCmnFileGetSize, CountsWhatWasReadOfADirectoryBeforeReadingFailed) {
@@ -140,7 +140,7 @@ TEST_F(IGCmnFileGetSize, CountsWhatWasReadOfADirectoryBeforeReadingFailed) {
                   EXPECT_GE(size, 2);
                   EXPECT_LE(size, 3);
               }),
-              trio("readdir", EIO, "Input/output error", path(), "IGCmnPath"));
+              trio("readdir", EIO, "Input/output error", path(), "IGCmnDir"));
 }
 
 TEST(IGCmnFileGetSizeDeathTest, AssertsAPath) {

@@ -234,7 +234,7 @@ TEST_F(TreeList, HoldsADirectoryThatCannotBeListed) {
     Capture err(stderr);
     EXPECT_EQ(list(path("tree")), 0);
     EXPECT_THAT(listed(), ElementsAre(path("tree") + " (dir)"));
-    EXPECT_EQ(takeLog(), trio("readdir", EIO, "Input/output error", path("tree"), "IGCmnPath"));
+    EXPECT_EQ(takeLog(), trio("readdir", EIO, "Input/output error", path("tree"), "IGCmnDir"));
 }
 
 TEST_F(TreeList, ReportsAPathThatCannotBeLookedAt) {

@@ -181,7 +181,7 @@ TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_THAT(log_, ::testing::EndsWith("    PP_NAME = \n" + trio("opendir", 2,
                                                                     "No such file or directory",
-                                                                    PATTERN_DIR, "IGCmnPath")));
+                                                                    PATTERN_DIR, "IGCmnDir")));
 }
 
 TEST_F(IGIniCtrl, DoesNotCallADirectoryEmptyThatCouldNotBeListed) {
@@ -190,7 +190,7 @@ TEST_F(IGIniCtrl, DoesNotCallADirectoryEmptyThatCouldNotBeListed) {
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_THAT(
         log_, ::testing::EndsWith("    PP_NAME = \n" +
-                                  trio("stat", 2, "No such file or directory", link, "IGCmnPath")));
+                                  trio("stat", 2, "No such file or directory", link, "IGCmnDir")));
 }
 
 TEST_F(IGIniCtrl, SummarisesTheParameters) {

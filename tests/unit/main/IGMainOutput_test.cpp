@@ -26,6 +26,11 @@ class IGMainOutput : public CollectTest {
         fs::remove(history_);
     }
 
+    void TearDown() override {
+        IgCmnMemoryFree(&main_run.memoryp, nullptr, 0);
+        CollectTest::TearDown();
+    }
+
     std::string history() const { return readText(history_); }
 
     // What is reported of the result: on the standard output, which the run log must hold as well.
@@ -86,7 +91,7 @@ TEST_F(IGMainOutput, CountsFromOneWhereTheEntriesCannotBeRead) {
         EXPECT_TRUE(chooseOutputName(pool(), *root_));
     }
     EXPECT_EQ(root_->output_name, name + "_1");
-    const std::string report = trio("readdir", EIO, "Input/output error", base_, "IGCmnPath");
+    const std::string report = trio("readdir", EIO, "Input/output error", base_, "IGCmnDir");
     EXPECT_EQ(takeLog(), report);
     EXPECT_EQ(err.take(), report.substr(0, report.rfind("ZEPA1")));
 }

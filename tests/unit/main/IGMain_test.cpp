@@ -34,6 +34,7 @@ class IGMain : public CollectTest {
     void TearDown() override {
         IgMainUnlock();
         fs::remove_all(lock_);
+        IgCmnMemoryFree(&main_run.memoryp, nullptr, 0);
         CollectTest::TearDown();
     }
 

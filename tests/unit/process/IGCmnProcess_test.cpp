@@ -3,11 +3,17 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
+
+#include "../../support/in_child.h"
 #include "../../support/process_fixture.h"
+#include "../../support/standing_in.h"
 #include "common/base/IGRunState.h"
+#include "process/IGCmnProcessChild.h"
 #include "process/IGCmnUser.h"
 #include "process/IGCurrentChild.h"
 

@@ -271,6 +271,7 @@ TEST(IGCmnProgress, StandsStillOnceTheRunIsInterrupted) {
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();
+        resetRunState();  // the interruption is reported
         run_state.signal_no = 15;
         run_state.interrupted = 1;
         steps(3);
