@@ -222,7 +222,7 @@ def test_a_run_packs_though_its_working_directory_was_removed(machine: Machine):
 
 # ---- When compressing fails ---------------------------------------------------------------------
 
-NO_GZ = expect.system_error("stat", 2, expect.OUTPUT_DIRECTORY + ".tar.gz", "IGCmnFile",
+NO_GZ = expect.system_error("stat", 2, expect.OUTPUT_DIRECTORY + ".tar.gz", "IGCmnTree",
                             warning=True)
 GZIP_FAILURES = {
     "missing": (without, "", NOT_COMPRESSED + USE_AS_IS),

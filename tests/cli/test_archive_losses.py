@@ -75,15 +75,11 @@ def test_an_archives_directory_that_is_removed_before_it_is_compressed_is_report
     check_whole(read_archive(machine.path("/opt/elsewhere/name.tar")))
 
 
-def test_a_working_directory_that_vanishes_while_packing_leaves_the_tar_file(machine: Machine):
+def test_a_working_directory_that_vanishes_while_packing_costs_nothing(machine: Machine):
     machine.directory("/opt/cwd")
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.remove("/opt/cwd"))
     run = collect_one(machine, cwd="/opt/cwd")
-    assert run.status == 10 and run.stderr == NOT_PACKED
-    assert run.log is not None
-    assert expect.system_error("chdir", 2, "/opt/cwd", "IGCmnFile", warning=True) in run.log
-    assert run.stdout.endswith(expect.archive_file())
-    assert machine.outputs() == [expect.OUTPUT_NAME + ".tar"]
+    assert (run.status, run.stderr) == (0, "")
     check_whole(run.archive)
 
 

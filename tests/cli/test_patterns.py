@@ -152,7 +152,7 @@ def test_a_failed_stat_of_a_pattern_file_ends_the_run(machine: Machine):
     machine.link(path_of("20_nowhere"), "/opt/none")
     log = expect.RunLog("-g demo").parameters(["demo"])
     shown = expect.system_error("stat", 2, path_of("20_nowhere"))
-    reported = expect.system_error("stat", 2, path_of("20_nowhere"), "IGCmnPath")
+    reported = expect.system_error("stat", 2, path_of("20_nowhere"), "IGCmnDir")
     check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], reported, 3, log, shown)
 
 

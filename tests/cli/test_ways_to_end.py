@@ -220,7 +220,7 @@ def test_no_pattern_file(machine: Machine):
 def test_no_pattern_directory(machine: Machine):
     machine.remove(PATTERN_DIRECTORY)
     shown = expect.system_error("opendir", 2, PATTERN_DIRECTORY)
-    place = "ZEPA114-E:source = IGCmnPath, line no = <LINE>.\n"
+    place = "ZEPA114-E:source = IGCmnDir, line no = <LINE>.\n"
     expected = refused_patterns("", shown + place)
     assert Ending.of(machine, machine.run(*GROUP)) == replace(
         expected, stderr=shown + expect.LOOK_AT_LOG)

@@ -112,7 +112,7 @@ extern int fcntl64(int descriptor, int command, ...);
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
     X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
     X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens)         \
-    X(fwrite) X(getc) X(getcwd) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)    \
+    X(fwrite) X(getc) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)    \
     X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                     \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
@@ -164,8 +164,7 @@ __attribute__((constructor)) static void start(void) {
     call = getenv("FAIL_CALL");
 }
 
-/* ---- Memory ------------------------------------------------------------------------------------
- */
+/* --- Memory --- */
 
 void* malloc(size_t size) {
     return failsFor("malloc", (long)size) ? NULL : __libc_malloc(size);
@@ -179,8 +178,7 @@ void* realloc(void* block, size_t size) {
     return failsFor("malloc", (long)size) ? NULL : __libc_realloc(block, size);
 }
 
-/* ---- What fails with -1 ------------------------------------------------------------------------
- */
+/* --- What fails with -1 --- */
 
 #define FAILS_WITH(failure, kind, subject, type, name, parameters, arguments) \
     type name parameters {                                                    \
@@ -334,11 +332,9 @@ int close(int descriptor) {
     return fails("close", NULL) ? -1 : result;
 }
 
-/* ---- What fails with null ----------------------------------------------------------------------
- */
+/* --- What fails with null --- */
 
 FAILS_WITH(NULL, "fdopen", mode, FILE*, fdopen, (int fd, const char* mode), (fd, mode))
-FAILS_WITH(NULL, "getcwd", NULL, char*, getcwd, (char* path, size_t size), (path, size))
 FAILS_WITH(NULL, "localtime", NULL, struct tm*, localtime_r,
            (const time_t* restrict now, struct tm* restrict parts), (now, parts))
 FAILS_WITH(NULL, "opendir", NULL, DIR*, fdopendir, (int fd), (fd))
@@ -347,8 +343,7 @@ FAILS_WITH(NULL, "readdir", NULL, struct dirent64*, readdir64, (DIR * directory)
 FAILS_WITH(NULL, "setlocale", locale, char*, setlocale, (int category, const char* locale),
            (category, locale))
 
-/* ---- What fails in its own way -----------------------------------------------------------------
- */
+/* --- What fails in its own way --- */
 
 #define FAILURE_IS_RESULT(kind, name, parameters, arguments) \
     FAILS_WITH(error_number, kind, NULL, int, name, parameters, arguments)
@@ -369,8 +364,7 @@ FAILS_WITH((size_t)-1, "wcrtomb", NULL, size_t, wcrtomb,
 FAILS_WITH((size_t)-1, "wcstombs", NULL, size_t, wcstombs,
            (char* restrict text, const wchar_t* restrict wide, size_t size), (text, wide, size))
 
-/* ---- Streams -----------------------------------------------------------------------------------
- */
+/* --- Streams --- */
 
 FAILS_WITH(EOF, kindOf("fflush", stream), NULL, int, fflush, (FILE * stream), (stream))
 FAILS_WITH(EOF, kindOf("fputc", stream), NULL, int, fputc, (int c, FILE* stream), (c, stream))

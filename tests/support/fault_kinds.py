@@ -75,7 +75,6 @@ KINDS = (
     Kind("futimens", errno.EPERM, calls=("utime",), words=(NOT_COPIED,)),
     Kind("fwrite", errno.ENOSPC, calls=("fputs",)),
     Kind("getc", errno.EIO, calls=("fgets",)),
-    Kind("getcwd", errno.ENOENT, calls=("getcwd",)),
     Kind("gethostname", errno.ENAMETOOLONG, calls=("gethostname",)),
     Kind("localtime", errno.EOVERFLOW),
     Kind("lstat", errno.EACCES, calls=("lstat",), words=(MADE_AGAIN,)),
