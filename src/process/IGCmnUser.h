@@ -1,6 +1,6 @@
-// Another effective user for a while. The program does not call this, and its unit is alone in its file: a
-// program that does not call it must not link it, because a static C library looks a user up with
-// libraries that it loads.
+// Another effective user for a while. The program does not call these functions, and they have a
+// file of their own so that it does not link them: a static C library looks up a user with modules
+// that it loads.
 #ifndef QUENDIL_PROCESS_IGCMNUSER_H
 #define QUENDIL_PROCESS_IGCMNUSER_H
 

@@ -3,6 +3,7 @@
 // is put together again and goes through the same rules, once.
 #include <cstring>
 
+#include "tool/IGSecret.h"
 #include "tool/IGSecretLine.h"
 #include "tool/IGSecretMark.h"
 

@@ -7,8 +7,8 @@
 #include <initializer_list>
 #include <string_view>
 
-#include "tool/IGSecret.h"
 #include "tool/IGSecretByte.h"
+#include "tool/IGSecretState.h"
 
 /// No place in a line.
 inline constexpr std::size_t NOWHERE = static_cast<std::size_t>(-1);

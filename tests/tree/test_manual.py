@@ -233,11 +233,22 @@ def test_the_shipped_configuration_names_the_settings_of_the_page():
 
 # ---- Pattern files ------------------------------------------------------------------------------
 
-TEXT = re.compile(r"\btext\(\"(\w+)\", [^,]+, [^,]+, [^,]+, (\w+),\s*(\w+),\s*(\w+)\)")
-INTEGER = re.compile(r"\binteger\(\"(\w+)\", [^,]+, [^,]+, (-?\w+), (\w+)\)")
-OPENING = re.compile(r"\bopening\(\"(\w+)\"")
-REPEATED = {"ONCE": "Once", "AGAIN": "Any number of times"}
-EMPTY = {"NEVER_EMPTY": "must not be empty", "MAY_BE_EMPTY": "may be empty"}
+REPEATED = {True: "Once", False: "Any number of times"}
+EMPTY = {False: "must not be empty", True: "may be empty"}
+
+
+def begin_of(code, fields):
+    """How the entry of a keyword with these fields must begin."""
+    repeated = REPEATED[fields.get("only_once") == "true"]
+    if "opens" in fields:
+        return repeated
+    begin = f"{repeated}; {EMPTY[fields.get('may_be_empty') == 'true']}"
+    if "longest" in fields:
+        begin += f"; at most {limit(code, fields['longest'])} bytes"
+    if "number" in fields:
+        high = fields["highest"].replace("INT_MAX", str(2**31 - 1))
+        begin += f"; from {fields['lowest']} to {high}"
+    return begin
 
 
 def keywords():
@@ -245,15 +256,9 @@ def keywords():
     code = source("ini/IGIniReadPtn.cpp")
     table = code.split("constexpr Keyword KEYWORDS[]")[1].split("};")[0]
     begin = {}
-    for name, once, empty, longest in TEXT.findall(table):
-        begin[name] = f"{REPEATED[once]}; {EMPTY[empty]}"
-        if longest != "0":
-            begin[name] += f"; at most {limit(code, longest)} bytes"
-    for name, low, high in INTEGER.findall(table):
-        high = high.replace("INT_MAX", str(2**31 - 1))
-        begin[name] = f"{REPEATED['ONCE']}; {EMPTY['MAY_BE_EMPTY']}; from {low} to {high}"
-    for name in OPENING.findall(table):
-        begin[name] = REPEATED["AGAIN"]
+    for row in re.findall(r"\{(\.name.*?)\}", table, re.DOTALL):
+        fields = dict(re.findall(r"\.(\w+) = ([^,}]+)", row))
+        begin[fields["name"].strip('"')] = begin_of(code, fields)
     assert len(begin) == len(re.findall(r'"[A-Z_]+"', table))
     # Limited by the function that stores it, because only its first value is.
     assert "std::strlen(value) > TEXT_LIMIT" in code.split("Outcome storeDescription")[1]

@@ -13,6 +13,7 @@
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGSourcePlace.h"
 #include "common/report/IGCmnMessageTable.h"
+#include "common/report/IGSysErr.h"
 
 /// This release's version, as every log and the usage text show it.
 inline constexpr const char* QUENDIL_VERSION = "01-02";
@@ -50,19 +51,6 @@ void IgCmnMsgReprint();
 
 /// Frees the saved warning.
 void IgCmnMsgFree();
-
-/// The system's untranslated text for an error number (static storage); null when `suppress` is
-/// non-zero or the locale of messages cannot be read or switched.
-const char* IgCmnStrError(int error, int suppress);
-
-/// A failed system call and what is known of it.
-struct SysErr {
-    const char* call;               ///< name of the call
-    int error;                      ///< error number
-    const char* text = nullptr;     ///< null: the system's text for the number
-    const char* what = "path";      ///< what the subject is
-    const char* subject = nullptr;  ///< null: the call is about no such thing
-};
 
 /// Reports it: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject, when there is
 /// one), ZEPA114-E (place). Control characters of the subject are shown as octal.

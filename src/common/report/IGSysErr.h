@@ -4,7 +4,20 @@
 #define QUENDIL_COMMON_REPORT_IGSYSERR_H
 
 #include "common/base/IGSourcePlace.h"
-#include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnMessageTable.h"
+
+/// A failed system call and what is known of it.
+struct SysErr {
+    const char* call;               ///< name of the call
+    int error;                      ///< error number
+    const char* text = nullptr;     ///< null: the system's text for the number
+    const char* what = "path";      ///< what the subject is
+    const char* subject = nullptr;  ///< null: the call is about no such thing
+};
+
+/// The system's untranslated text for an error number (static storage); null when `suppress` is
+/// non-zero or the locale of messages cannot be read or switched.
+const char* IgCmnStrError(int error, int suppress);
 
 /// The messages of the three lines.
 struct SysErrTexts {
