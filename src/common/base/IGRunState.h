@@ -9,7 +9,7 @@
 #include <array>
 #include <atomic>
 
-// The return codes, which are also the exit statuses: the state in which the run leaves its result.
+// The return codes, which are also the exit statuses: named after the result of the run.
 inline constexpr int RETCODE_FAILED = 255;    ///< nothing usable; the start value
 inline constexpr int RETCODE_DIRECTORY = 20;  ///< the output directory, not packed
 inline constexpr int RETCODE_ARCHIVE = 10;    ///< the ".tar" archive, not compressed

@@ -27,7 +27,7 @@ enum class Listing {
 /// Lists `search_name` itself when it exists; else the entries of its directory that match its last
 /// component as a shell wildcard (a backslash is an ordinary character, "*" matches a leading dot),
 /// in the order of the directory. Skips directories when `skip_directories` is non-zero. The list
-/// and its strings are of the pool.
+/// and its strings are from the pool.
 Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
                     memory_pool* memoryp, int skip_directories);
 /// The same as a code: 0; 9 when nothing matched or a read failed; -1 when memory ran out.

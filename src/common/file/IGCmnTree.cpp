@@ -29,7 +29,7 @@ struct Name {
     int error;    // errno of that stat
     dev_t device;
     ino_t inode;
-    bool own;  // isRootsOwn of a directory
+    bool own;  // result of isRootsOwn, for a directory
 };
 
 // A directory that the walk is in. All its names are read before the first one is entered, so the
@@ -368,8 +368,8 @@ class TreeLister {
         return links_.push(link);
     }
 
-    // In kernel file systems symlinks connect everything, and lead out of them: a process's "root"
-    // is the whole machine. A file system of unknown type is treated as one of them.
+    // In kernel file systems symlinks point anywhere, also out of them: a process's "root" is the
+    // whole machine. If statfs fails, the file system is treated as one of them.
     static bool mayEnter(const Level& level, const FileEntry& entry, const Source& source) {
         const int there = kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path);
         if (there != 0) {
@@ -425,7 +425,7 @@ std::int64_t sizeOfEntries(const char* directory, IgCmnListHeader** directories,
     LocalPool local;
     IgCmnListHeader* names = nullptr;
     IgCmnDirReadNames(directory, nullptr, &names,
-                      local.get());  // reports; the names it has read count
+                      local.get());  // reports; the names read count
     std::int64_t sum = 0;
     for (const char& name : walkStrings(names)) {
         char* path = IgCmnStrCatDir(memoryp, directory, &name);

@@ -36,8 +36,8 @@ int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries, me
 bool sourceOfEntry(const FileEntry& entry, Source& source, const char* ours = nullptr);
 
 /// The bytes of a file, or of all files below a directory (symlinks followed, each directory
-/// entered once; directories themselves count 0). 0 after a reported failure of the path itself;
-/// the partial sum when an entry fails or the run is interrupted.
+/// entered once; directories themselves count 0). 0 after a reported failure at the start; the
+/// partial sum when an entry fails or the run is interrupted.
 std::int64_t IgCmnFileGetSize(const char* path);
 /// The same; 0 without a report when the file does not exist.
 std::int64_t IgCmnFileSizeIfThere(const char* path);

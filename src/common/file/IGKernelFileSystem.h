@@ -5,7 +5,7 @@
 #include <sys/types.h>
 
 /// 1 when the path (symlinks followed) is in proc, sysfs, a cgroup hierarchy, debugfs or similar,
-/// where file sizes mean nothing and symlinks connect everything. 0 when it is not, -1 after
+/// where file sizes are meaningless and symlinks point anywhere. 0 when it is not, -1 after
 /// reporting "statfs".
 int liesInKernelFileSystem(const char* path);
 

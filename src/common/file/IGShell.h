@@ -7,7 +7,7 @@
 /// has ended. A command that SIGINT ended interrupts the run too, because the terminal sends that
 /// signal to both. The command also ignores the interrupting signals that are ignored when it
 /// starts, so nothing stops the removal at the end of a run.
-/// @return the wait status as of waitpid(2); -1 with errno set when the shell could not be started
+/// @return the wait status from waitpid(2); -1 with errno set when the shell could not be started
 ///         or waited for
 int runShell(const char* command);
 

@@ -144,7 +144,8 @@ class PathWalk {
             errno = ELOOP;
             return false;
         }
-        // A tool may have copied a user's symlink into the output: check it as in its first place.
+        // A tool may have copied a user's symlink into the output: check it as at its original
+        // path.
         const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
         if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
             return false;

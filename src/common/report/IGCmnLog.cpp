@@ -203,8 +203,8 @@ HistoryResult writeHistoryLine(const char* text, std::va_list args) {
 // Bytes that are copied at a time; before each block the copy checks for an interruption.
 constexpr std::size_t BLOCK_SIZE = 65536;
 
-// The end of the copied bytes: the last line, or of a line over 1023 bytes the part after its last
-// whole 1023. Bytes, not a text: a tool may print a NUL.
+// The end of the copied bytes: the last line, or of a longer one than 1023 bytes the part after its
+// last whole 1023. Bytes, not a text: a tool may print a NUL.
 class LastPiece {
   public:
     void take(const char* bytes, std::size_t length) {
