@@ -32,8 +32,8 @@ int IgCmnProcRun(proc_ctl& ctl) {
     return 0;
 }
 
-// Tells a child that could not become its program from a tool that merely exits with 255: its first
-// line is a message of ours.
+// Distinguishes a child that could not run its program from a tool that merely exits with 255: the
+// child's first line is a message of this program.
 bool IgCmnProcCheckToolMsg(const char* path) {
     if (path == nullptr) {
         return false;
@@ -57,7 +57,7 @@ bool IgCmnProcCheckToolMsg(const char* path) {
     return true;
 }
 
-// The file that the child's standard error went to.
+// The file of the child's standard error.
 const char* stderrFile(const proc_ctl& ctl) {
     const bool joined = !isArchiving() && ctl.stdout_file != nullptr;
     return joined ? ctl.stdout_file : ctl.stderr_file;
@@ -123,8 +123,8 @@ int IgCmnExecCmdlineStr(const char* path, const char* command_line, exec_req* re
 
 namespace {
 
-// What the two forms of IgCmnExecCommand share: `run` starts the request, which says where its
-// output goes.
+// Common part of IgCmnExecCommand and IgCmnExecCommandWords: `run` starts the request, whose output
+// paths are set here.
 template <typename Run>
 int runCommand(Run run) {
     std::array<char, PATH_MAX + 1> stderr_path{};

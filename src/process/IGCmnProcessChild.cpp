@@ -17,22 +17,22 @@
 #include "common/report/IGCmnMessage.h"
 #include "process/IGExecRequest.h"
 
-// The texts come from the catalogue.
+// The texts are in the catalogue.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
 
-// A run that is killed leaves no program behind that would run on. (The kernel forgets this
-// for a program that is set-user-ID.)
-void endWith(pid_t parent) {
+// Ends the program when this run is killed, so that it does not run on. (The kernel forgets this
+// for a set-user-ID program.)
+void dieWithParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     const pid_t now = ::getppid();
-    if (now != parent && now != 0) {  // 0: our parent is not of our process-id namespace
-        ::_exit(255);                 // it was killed before
+    if (now != parent && now != 0) {  // 0: the parent is in another process-id namespace
+        ::_exit(255);                 // the parent was killed before prctl
     }
 }
 
-// The number that a name consists of; -1 where it has another character.
+// The number that a name consists of; -1 when the name has another character.
 int descriptorOf(const char* name) {
     int number = 0;
     for (; *name != '\0'; ++name) {
@@ -44,7 +44,7 @@ int descriptorOf(const char* name) {
     return number;
 }
 
-// Closes the descriptors from `first` on that /proc names. False where it cannot be read.
+// Closes the descriptors from `first` on that /proc lists. False when it cannot be read.
 bool closeNamed(int first) {
     const int directory = ::open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory == -1) {
@@ -52,7 +52,7 @@ bool closeNamed(int first) {
     }
     std::array<char, 4096> entries;
     ssize_t length = 0;
-    // Closing moves no other entry: the kernel goes on behind the number that it named last.
+    // Closing does not move other entries: the kernel continues after the last number it returned.
     while ((length = ::getdents64(directory, entries.data(), entries.size())) > 0) {
         const char* end = entries.data() + length;
         for (const char* entry = entries.data(); entry < end;) {
@@ -69,10 +69,10 @@ bool closeNamed(int first) {
     return length == 0;
 }
 
-// Closes every descriptor from `first` on, also what our own caller left open. It allocates
-// nothing, so that it cannot use readdir.
+// Closes every descriptor from `first` on, also those that this program inherited. It must not
+// allocate, so it cannot use readdir.
 void closeFrom(int first) {
-    constexpr int MOST = 1048576;  // descriptors that a kernel allows by default
+    constexpr int MOST = 1048576;  // the kernel's default limit of descriptors
     // Kernels before 5.9, and some sandboxes, lack the call.
     if (::close_range(static_cast<unsigned>(first), UINT_MAX, 0) == 0 || closeNamed(first)) {
         return;
@@ -82,13 +82,13 @@ void closeFrom(int first) {
     }
 }
 
-// A tool starts as a shell would start it, whatever this program does with signals for itself.
+// Gives a tool the signal actions that a shell would give it, regardless of this program's own.
 void restoreSignals(const sigset_t& mask) {
     for (const int signo : {SIGINT, SIGTERM, SIGPIPE, SIGXFSZ}) {
         ::signal(signo, SIG_DFL);
     }
     ::signal(SIGHUP, run_state.hangup_ignored != 0 ? SIG_IGN : SIG_DFL);
-    // Only now: what arrived since the fork ends the child here.
+    // Last: a signal that arrived since the fork ends the child here.
     ::sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
@@ -111,7 +111,7 @@ void restoreSignals(const sigset_t& mask) {
 
 [[noreturn]] void procChildRun(const exec_req& request, const sigset_t& mask, bool own_group,
                                pid_t parent) {
-    endWith(parent);
+    dieWithParent(parent);
     if (own_group) {
         ::setpgid(0, 0);
     }

@@ -1,4 +1,4 @@
-// What runs in the child between fork and execv, alone in its file: it must touch no log and
+// The code that runs in the child between fork and execv, alone in its file: it must use no log and
 // allocate nothing.
 #ifndef QUENDIL_PROCESS_IGCMNPROCESSCHILD_H
 #define QUENDIL_PROCESS_IGCMNPROCESSCHILD_H
@@ -8,9 +8,9 @@
 
 struct exec_req;
 
-/// Becomes the requested program with default signal actions, the signal mask given and no
-/// descriptor but 0, 1 and 2; it ends with its `parent`, the caller of fork. Where that fails,
-/// writes this program's message to the standard error and leaves with 255.
+/// Runs the requested program in this process with default signal actions, the given signal mask
+/// and no descriptor but 0, 1 and 2; the program is killed when its `parent`, the caller of fork,
+/// ends. On failure writes this program's message to the standard error and exits with 255.
 [[noreturn]] void procChildRun(const exec_req& request, const sigset_t& mask, bool own_group,
                                pid_t parent);
 

@@ -13,7 +13,7 @@
 int IgCmnChangeUser(const char* user_name, usr_inf* usr_inf) {
     IG_ASSERT_NOT_NULL(user_name);
     IG_ASSERT_NOT_NULL(usr_inf);
-    constexpr long USUAL_RECORD = 16384;  // bytes, where the system names no largest size
+    constexpr long USUAL_RECORD = 16384;  // bytes, if the system gives no maximum size
     usr_inf->euid = ::geteuid();
     const long largest = ::sysconf(_SC_GETPW_R_SIZE_MAX);
     const auto size = static_cast<std::size_t>(largest > 0 ? largest : USUAL_RECORD) + 1;

@@ -1,4 +1,4 @@
-// The running child, which the process runner and the signal handler share. Everything here is
+// The running child, shared by the process runner and the signal handler. Everything here is
 // async-signal-safe.
 #ifndef QUENDIL_PROCESS_IGCURRENTCHILD_H
 #define QUENDIL_PROCESS_IGCURRENTCHILD_H
@@ -9,14 +9,14 @@
 #include <atomic>
 #include <cerrno>
 
-/// The running child, shared with the signal handler, which stops it. The handler only records what
-/// went wrong; the runner reports it later.
+/// The running child, shared with the signal handler, which stops it. The handler only records
+/// failures; the runner reports them later.
 struct CurrentChild {
     std::atomic<pid_t> pid = 0;          // 0 when no child is running
-    std::atomic<int> reaped = 0;         // 1 once the handler has reaped the child itself
-    std::atomic<int> reaped_status = 0;  // its wait status then; may well be 0
+    std::atomic<int> reaped = 0;         // 1 once the handler has reaped the child
+    std::atomic<int> reaped_status = 0;  // its wait status in that case; may be 0
     std::atomic<int> stop_failure = 0;   // 1 once waiting for or stopping a child has failed
-    // a failure of the handler; a later one overwrites an earlier one
+    // a failure in the handler; a later one overwrites an earlier one
     std::atomic<const char*> failed_call = nullptr;  // null: none
     std::atomic<int> failed_error = 0;
     std::atomic<const char*> failed_file = nullptr;
@@ -25,23 +25,23 @@ struct CurrentChild {
 };
 extern CurrentChild crnt_child;
 
-/// Signals a child by its pid, or a tool and all of its group by the negated pid; a tool that has
-/// gone over to another group gets the signal alone. As kill(2), and async-signal-safe like it.
+/// Signals a child by its pid, or a tool and its whole group by the negated pid; a tool that has
+/// moved to another group gets the signal alone. Same result as kill(2), and async-signal-safe.
 inline int signalProcess(pid_t target, int signo) {
     const int result = ::kill(target, signo);
     return result == -1 && errno == ESRCH && target < 0 ? ::kill(-target, signo) : result;
 }
 
-/// Whether a child has ended, without reaping it: its pid when it has, 0 while it runs, -1 with
-/// errno.
+/// Checks whether a child has ended, without reaping it: its pid if so, 0 while it runs, -1 with
+/// errno set.
 pid_t endedChild(pid_t pid);
 
-/// Reaps the child when it has ended. With `kill_group` what is left of its group is killed before
-/// that: as long as the child is not reaped, no other group can have its number. A child that ends
-/// between the check and the reaping is left for the next call. The caller blocks the interrupting
-/// signals or is their handler.
+/// Reaps the child if it has ended. With `kill_group` it first kills the rest of the child's group:
+/// while the child is not reaped, no other group can get its number. A child that ends between the
+/// check and the reaping is left for the next call. The caller blocks the interrupting signals or
+/// is their handler.
 /// @param status as waitpid(2) sets it, when the child was reaped
-/// @return the child's pid, 0 while it runs, -1 with errno
+/// @return the child's pid, 0 while it runs, -1 with errno set
 pid_t reapChild(pid_t pid, bool kill_group, int& status);
 
 #endif

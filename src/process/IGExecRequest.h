@@ -1,4 +1,4 @@
-// What is asked of the process runner, and its results.
+// The request to the process runner, and its results.
 #ifndef QUENDIL_PROCESS_IGEXECREQUEST_H
 #define QUENDIL_PROCESS_IGEXECREQUEST_H
 
@@ -6,16 +6,16 @@
 
 #include <cstdint>
 
-/// What the caller asks to run.
+/// A request to run a program. The caller owns all strings.
 struct exec_req {
-    const char* command_path = nullptr;  // for execv, and the name shown in messages
+    const char* command_path = nullptr;  // for execv; also shown in messages
     char* const* argv = nullptr;         // ends in a null; element 0 is the command as written
     const char* stdout_path = nullptr;   // null leaves the standard output as it is
-    mode_t directory_mode = 0777;        // of directories that are made for it
+    mode_t directory_mode = 0777;        // of directories made for it
     const char* stderr_path = nullptr;   // null leaves the standard error as it is
-    std::int32_t timeout = 0;            // seconds; below 1 none
-    std::int32_t timeout_signal = -1;    // -1: not given, SIGTERM is sent
-    std::int32_t wait_termination = 0;   // seconds from that signal to SIGKILL; 0 or less none
+    std::int32_t timeout = 0;            // seconds; below 1 no time-out
+    std::int32_t timeout_signal = -1;    // -1: none given, SIGTERM is sent
+    std::int32_t wait_termination = 0;   // seconds from that signal to SIGKILL; 0 or less: none
 };
 
 /// Results of the runner.

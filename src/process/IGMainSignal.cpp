@@ -26,7 +26,7 @@ void recordFailure(const char* call, int error, SourcePlace place = SourcePlace:
     crnt_child.failed_call = call;
 }
 
-// True when the signal was sent, or no process is left to take it.
+// True when the signal was sent, or no process is left to receive it.
 bool sendSignal(pid_t target, int signo) {
     if (signalProcess(target, signo) == 0 || errno == ESRCH) {
         return true;
@@ -56,7 +56,7 @@ Poll sleepAndPoll(long microseconds) {
     return poll();
 }
 
-// The grace period before SIGKILL: a second in short steps, then one and a half in long ones. True
+// The grace period before SIGKILL: one second in short steps, then 1.5 seconds in long ones. True
 // when the child ended.
 bool endsInTime() {
     constexpr long SHORT_STEP = 200000;  // microseconds
@@ -76,9 +76,9 @@ bool endsInTime() {
     return result == Poll::REAPED;
 }
 
-// A process that even SIGKILL does not end hangs in the kernel, on a device or a file server that
-// is gone. It is left behind when the run has waited for it long enough.
-void awaitKilled() {
+// A process that survives SIGKILL hangs in the kernel, on a device or a file server that is gone.
+// It is left behind when the run's patience is used up.
+void waitForKilled() {
     constexpr long ROUND = 50000;
     Poll result = poll();
     for (long left = run_state.patience; result == Poll::RUNNING && left > 0; left -= ROUND) {
@@ -101,7 +101,7 @@ void IgCmnProcStopOnInterrupt() {
     if (!sendSignal(target, SIGTERM) || endsInTime() || !sendSignal(target, SIGKILL)) {
         return;
     }
-    awaitKilled();
+    waitForKilled();
 }
 
 void signalHandler(int signo) {

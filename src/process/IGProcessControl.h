@@ -1,4 +1,4 @@
-// One execution, as the parts of the process runner share it.
+// One execution, as shared by the units of the process runner.
 #ifndef QUENDIL_PROCESS_IGPROCESSCONTROL_H
 #define QUENDIL_PROCESS_IGPROCESSCONTROL_H
 
@@ -13,19 +13,19 @@ struct proc_ctl {
     exec_req* request = nullptr;
     pid_t pid = 0;
     LocalPool pool{};
-    char* stdout_file = nullptr;  // the normalised paths, once they are redirected to
+    char* stdout_file = nullptr;  // the normalised paths, once redirected
     char* stderr_file = nullptr;
     FdGuard saved_stdout{};
     FdGuard saved_stderr{};
-    int status = 0;  // as waitpid gives it
+    int status = 0;  // as returned by waitpid
     bool timed_out = false;
-    bool killed = false;  // SIGKILL was sent: there is nothing more to try
-    bool unsent = false;  // a signal of ours could not be sent: that stays a failure to stop it
+    bool killed = false;  // SIGKILL was sent: nothing more can be tried
+    bool unsent = false;  // a signal could not be sent: the stop counts as failed
 };
 
 inline constexpr const char* NULL_DEVICE = "/dev/null";
 
-/// The place that a report of the process runner names: readers of a log know it as one unit.
+/// The place in reports of the process runner: readers of a log know it as one unit.
 constexpr SourcePlace runnerPlace(int line = __builtin_LINE()) {
     return {"IGCmnProcess", line};
 }

@@ -13,7 +13,7 @@
 
 namespace {
 
-// What the kernel says of a process.
+// The fields of a process's stat file.
 struct Process {
     char state;
     long parent;
@@ -21,8 +21,8 @@ struct Process {
     long threads;
 };
 
-// The text behind so many blanks; null when there are fewer.
-const char* behindBlanks(const char* text, int count) {
+// Skips the given number of blanks; null when there are fewer.
+const char* skipBlanks(const char* text, int count) {
     while (count-- > 0 && text != nullptr) {
         text = std::strchr(text, ' ');
         text = text == nullptr ? nullptr : text + 1;
@@ -30,21 +30,21 @@ const char* behindBlanks(const char* text, int count) {
     return text;
 }
 
-// "pid (name) state parent group ...", the number of threads being the twentieth; a name may hold
-// anything.
+// Parses "pid (name) state parent group ..."; the number of threads is the 20th field. A name may
+// contain any character.
 bool parse(const char* line, Process& process) {
     const char* name_end = std::strrchr(line, ')');
-    const char* state = name_end == nullptr ? nullptr : behindBlanks(name_end, 1);
-    const char* threads = behindBlanks(state, 17);
+    const char* state = name_end == nullptr ? nullptr : skipBlanks(name_end, 1);
+    const char* threads = skipBlanks(state, 17);
     if (state == nullptr || threads == nullptr) {
         return false;
     }
-    process = {*state, std::strtol(behindBlanks(state, 1), nullptr, 10),
-               std::strtol(behindBlanks(state, 2), nullptr, 10), std::strtol(threads, nullptr, 10)};
+    process = {*state, std::strtol(skipBlanks(state, 1), nullptr, 10),
+               std::strtol(skipBlanks(state, 2), nullptr, 10), std::strtol(threads, nullptr, 10)};
     return true;
 }
 
-bool look(const char* pid, Process& process) {
+bool readProcess(const char* pid, Process& process) {
     std::array<char, 64> path{};
     std::snprintf(path.data(), path.size(), "/proc/%s/stat", pid);
     const FdGuard fd(::open(path.data(), O_RDONLY | O_CLOEXEC));
@@ -52,14 +52,14 @@ bool look(const char* pid, Process& process) {
     return fd && ::read(fd.get(), line.data(), line.size() - 1) > 0 && parse(line.data(), process);
 }
 
-// A process whose first thread alone has ended is shown like a dead one.
+// A process whose first thread alone has ended has the same state as a dead one.
 bool isDead(const Process& process) {
     return (process.state == 'Z' || process.state == 'X') && process.threads <= 1;
 }
 
 bool isOurDeadChild(const char* pid) {
     Process process{};
-    return look(pid, process) && isDead(process) && process.parent == ::getpid();
+    return readProcess(pid, process) && isDead(process) && process.parent == ::getpid();
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ bool processGroupLives(pid_t leader) {
     while (const struct dirent* entry = ::readdir(proc.get())) {
         Process process{};
         const bool is_process = entry->d_name[0] >= '1' && entry->d_name[0] <= '9';
-        if (is_process && look(entry->d_name, process) && process.group == leader &&
+        if (is_process && readProcess(entry->d_name, process) && process.group == leader &&
             !isDead(process)) {
             return true;
         }

@@ -24,7 +24,7 @@ bool isNullDevice(const char* path) {
     return std::strcmp(path, NULL_DEVICE) == 0;
 }
 
-// Puts `fd` in the place of a standard descriptor, whose old file goes to `saved`.
+// Replaces a standard descriptor by a copy of `fd`; `saved` gets a copy of the old one.
 bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
     saved.reset(::fcntl(standard_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!saved) {
@@ -38,9 +38,8 @@ bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
     return true;
 }
 
-// What replaces an output and is none: removing it would take a device or a directory
-// from the machine, writing to it could change one or wait for ever. 0, or the error that tells why
-// it is not opened.
+// Finds a path that must not be replaced by an output: removing a device or directory would damage
+// the machine; writing to one could change it or block for ever. 0, or the error that is reported.
 int notAnOutput(const char* file) {
     struct stat st = {};
     if (::lstat(file, &st) != 0 || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode)) {
@@ -49,7 +48,8 @@ int notAnOutput(const char* file) {
     return S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
 }
 
-// Prepares the place of a standard output. Only what stays in `ctl` may be removed after a failure.
+// Prepares the path of the standard output. After a failure, only the file that is in `ctl` may be
+// removed.
 bool prepareOutput(proc_ctl& ctl) {
     char* const file = std::exchange(ctl.stdout_file, nullptr);
     if (IgCmnFileCreateDirAllPath(file, ctl.request->directory_mode) != 0) {
@@ -81,9 +81,9 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
     if (which == STANDARD_ERROR && !isArchiving() && ctl.request->stdout_path != nullptr) {
         return putInPlace(STDOUT_FILENO, standard_fd, saved);
     }
-    // Never write to anything planted after remove(): a symlink would redirect the output, another
-    // user's file would reveal it, a FIFO would block. The mode is given here and not left to the
-    // umask, which has no effect where the directory has a default ACL.
+    // Never write to a file planted after remove(): a symlink would redirect the output, another
+    // user's file would reveal it, a FIFO would block. The mode is given here, because a default
+    // ACL of the directory overrides the umask.
     const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | (null_device ? 0 : O_NOFOLLOW) |
                       (gone ? O_EXCL : O_NONBLOCK);
     const FdGuard fd(::open(file, flags, 0600));
@@ -103,8 +103,8 @@ void restoreDescriptor(FdGuard& saved, int standard_fd) {
     }
 }
 
-// Starts the child and records it. Its pid; -1 with errno set when that fails; 0 when the run was
-// interrupted before: the handler has come and found nobody to stop.
+// Starts the child and records it. Returns its pid; -1 with errno set on failure; 0 when the run
+// was interrupted before: the handler has already run and found no child to stop.
 pid_t startChild(proc_ctl& ctl) {
     const bool own_group = !isArchiving();
     const InterruptionBlock block;
@@ -118,7 +118,7 @@ pid_t startChild(proc_ctl& ctl) {
     }
     if (pid > 0) {
         if (own_group) {
-            ::setpgid(pid, pid);  // as the child does itself: a signal then never comes too early
+            ::setpgid(pid, pid);  // as in the child: the group exists before any signal
         }
         ctl.pid = pid;
         crnt_child.reaped = 0;

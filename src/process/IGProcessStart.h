@@ -1,16 +1,16 @@
-// Starting a command: its output redirected, the child made and recorded.
+// Starts a command: redirects its output, forks and records the child.
 #ifndef QUENDIL_PROCESS_IGPROCESSSTART_H
 #define QUENDIL_PROCESS_IGPROCESSSTART_H
 
 #include "process/IGProcessControl.h"
 
-/// Redirects the output as the request says and starts the child, whose pid goes to `ctl` and
-/// `crnt_child`. False after reporting, and without a report when the run was interrupted before.
-/// An output that was redirected already stays when the error output cannot be redirected.
+/// Redirects the output as requested and starts the child, whose pid is stored in `ctl` and
+/// `crnt_child`. False after reporting; false without a report when the run was interrupted before.
+/// If redirecting the error output fails, the already redirected output stays redirected.
 bool startProcess(proc_ctl& ctl);
 
-/// Removes the file that the output went to, unless it is "/dev/null". Reports nothing: the failure
-/// that matters was reported.
+/// Removes the file of the redirected output, unless it is "/dev/null". Reports nothing: the
+/// failure that matters is already reported.
 void removeRedirected(const proc_ctl& ctl);
 
 #endif

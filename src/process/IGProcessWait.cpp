@@ -15,15 +15,15 @@
 
 namespace {
 
-// How often the child is checked: the numbers of rounds follow from these.
+// Intervals between checks of the child; the numbers of rounds are calculated from these.
 constexpr long SHORT_STEP = 100000;  // microseconds
 constexpr long LONG_STEP = 500000;
 constexpr std::int64_t FIRST_ROUNDS = roundsIn<SECOND, SHORT_STEP>();
 constexpr std::int64_t ROUNDS_A_SECOND = roundsIn<SECOND, LONG_STEP>();
 constexpr std::int64_t KILL_ROUNDS = roundsIn<SECOND / 2, SHORT_STEP>();  // after SIGKILL
 
-// Takes the finished child's status. The child is reaped and forgotten in one step that the signal
-// handler cannot come between: it would signal a process that is no longer ours.
+// Reaps the child and stores its status. Reaping and clearing the pid must not be interrupted by
+// the signal handler, which would then signal a process that is no longer the child.
 pid_t reap(proc_ctl& ctl) {
     const InterruptionBlock block;
     const bool kill_group = ctl.timed_out && !isArchiving();
@@ -34,26 +34,26 @@ pid_t reap(proc_ctl& ctl) {
     return result;
 }
 
-// Whether the tool has ended, is not reaped yet, and has left others of its group running.
+// Whether the tool has ended, is not reaped yet, and other processes of its group still run.
 bool leavesOthers(pid_t pid) {
     return endedChild(pid) > 0 && processGroupLives(pid);
 }
 
 // Signals the child or, with a negative number, its group, unless the handler has reaped the child:
-// the number would then not be its own any more. 0 or the error.
+// its number may then belong to another process. 0 or the error.
 int signalChild(pid_t target, int signo) {
-    const InterruptionBlock block;  // it must not be reaped between the look and the signal
+    const InterruptionBlock block;  // it must not be reaped between the check and the signal
     return crnt_child.reaped == 0 && signalProcess(target, signo) == -1 ? errno : 0;
 }
 
-// How a wait stands.
+// The state of a wait.
 enum class Wait {
     RUNNING,
     ENDED,
-    OVER,  // nothing more to be had: interrupted, or a failure that was reported
+    OVER,  // the wait cannot continue: interrupted, or a reported failure
 };
 
-// A wait with a time-out, and what follows when it passes.
+// A wait with a time-out, and the steps when it expires.
 class TimedWait {
   public:
     explicit TimedWait(proc_ctl& ctl)
@@ -70,7 +70,7 @@ class TimedWait {
     }
 
   private:
-    // The first second is watched in short steps, the rest of the time-out in long ones.
+    // Checks in short steps during the first second, in long ones for the rest of the time-out.
     void waitForEnd() {
         poll();
         sleepRounds(FIRST_ROUNDS, SHORT_STEP);
@@ -97,10 +97,10 @@ class TimedWait {
         sleepRounds(KILL_ROUNDS, SHORT_STEP);
     }
 
-    // True when a call said that the wait is over. `error` is 0 for a call that succeeded.
+    // True when a call's result ends the wait. `error` is 0 for a successful call.
     bool isOver(const char* call, int error, SourcePlace place = runnerPlace()) {
         if (crnt_child.reaped != 0 || run_state.interrupted != 0 || error == EINTR) {
-            state_ = Wait::OVER;  // the handler has done what can be done
+            state_ = Wait::OVER;  // the handler has done all it can
         } else if (error != 0 && error != ESRCH) {
             reportWaitFailure(call, error, ctl_.pid, place);
             state_ = Wait::OVER;
@@ -114,7 +114,7 @@ class TimedWait {
         }
         only_others_left_ = spares_group_ && !isArchiving() && leavesOthers(ctl_.pid);
         if (only_others_left_) {
-            return;  // they have the rest of its time
+            return;  // they get the rest of its time
         }
         const pid_t result = reap(ctl_);
         const int error = result == -1 ? errno : 0;
@@ -129,7 +129,7 @@ class TimedWait {
         isOver("kill", error);
     }
 
-    // Sleeps, but no longer than the child lives where the kernel can tell.
+    // Sleeps, but wakes when the child ends if the kernel has pidfd_open.
     void sleepAndPoll(long microseconds) {
         fd_set ended;
         FD_ZERO(&ended);
@@ -148,16 +148,16 @@ class TimedWait {
     proc_ctl& ctl_;
     FdGuard child_;
     Wait state_ = Wait::RUNNING;
-    bool spares_group_ = false;      // the tool's group has time left after the tool's own end
-    bool only_others_left_ = false;  // which has come: nothing more to watch
+    bool spares_group_ = false;      // the tool's group keeps its time after the tool's own end
+    bool only_others_left_ = false;  // the tool has ended: no end to watch for
 };
 
-// Waits without a limit. The child is not reaped by the call that sleeps: reaping it and forgetting
-// it are one step.
+// Waits without a limit. The call that sleeps does not reap the child: reaping it and clearing its
+// pid must be one step.
 void waitWithoutLimit(proc_ctl& ctl) {
     siginfo_t info = {};
     const auto pid = static_cast<id_t>(ctl.pid);
-    int error = EINTR;  // a handler that could not end the child would have us wait for ever
+    int error = EINTR;  // if the handler could not end the child, waiting would never end
     if (run_state.interrupted == 0) {
         error = ::waitid(P_PID, pid, &info, WEXITED | WNOWAIT) == -1 ? errno : 0;
     }
@@ -169,9 +169,9 @@ void waitWithoutLimit(proc_ctl& ctl) {
     }
 }
 
-// A wait that failed leaves the child running: nothing of it stays. The archiver's programs have no
-// group of their own; one that went on would change the result behind our back. True when the child
-// has ended.
+// Kills a child whose wait failed, so that nothing of it stays running. The archiver's programs
+// have no group of their own; one that runs on would change the result unnoticed. True when the
+// child has ended.
 bool endChild(proc_ctl& ctl) {
     signalChild(isArchiving() ? ctl.pid : -ctl.pid, SIGKILL);
     pid_t reaped = reap(ctl);
@@ -180,7 +180,7 @@ bool endChild(proc_ctl& ctl) {
         reaped = reap(ctl);
     }
     if (reaped <= 0 && isArchiving()) {
-        ctl.status = SIGKILL;  // an end that nobody saw: what was made may be cut
+        ctl.status = SIGKILL;  // its end was not seen: its output may be truncated
     }
     return reaped > 0;
 }
@@ -202,7 +202,7 @@ void waitForChild(proc_ctl& ctl) {
     }
     const bool left = crnt_child.pid != 0 && crnt_child.reaped == 0;
     if (left && !ctl.killed && endChild(ctl) && !ctl.unsent) {
-        crnt_child.stop_failure = failed_before;  // the wait failed, and nothing of it is left
+        crnt_child.stop_failure = failed_before;  // the wait failed, but nothing of it is left
     }
     const InterruptionBlock block;
     if (crnt_child.reaped != 0) {

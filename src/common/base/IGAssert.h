@@ -1,5 +1,5 @@
 // Checks of pointers that a caller must never pass as null. They stay in release builds: a null
-// here is a programming error, and going on would only hide where it came from.
+// here is a programming error, and continuing would only hide its cause.
 #ifndef QUENDIL_COMMON_BASE_IGASSERT_H
 #define QUENDIL_COMMON_BASE_IGASSERT_H
 

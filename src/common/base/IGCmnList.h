@@ -1,6 +1,6 @@
 // The program's one container: a singly linked list of pointers that only grows. Lists and nodes
-// live as long as the pool they come from. An absent list is a null pointer; its owner makes the
-// header on the first insertion.
+// live as long as their pool. A null pointer is a list without elements: its owner makes the header
+// on the first insertion.
 #ifndef QUENDIL_COMMON_BASE_IGCMNLIST_H
 #define QUENDIL_COMMON_BASE_IGCMNLIST_H
 
@@ -19,37 +19,37 @@ struct IgCmnListHeader {
     IgCmnListNode* last;
 };
 
-/// Where a walk stands; kept by the caller, so that several walks over one list can run at once.
+/// The position of a walk. Each caller has its own, so several walks over one list can run at once.
 struct IgCmnListFindHandle {
     const IgCmnListHeader* list;
     const IgCmnListNode* current;
 };
 
-/// Appends a value (not null: a walk could not tell it from its end) and returns the new count; -1
-/// when memory runs out, the list then being unchanged. Pool and list are asserted non-null.
+/// Appends a value and returns the new count; -1 when memory runs out, with the list unchanged. The
+/// value must not be null, because null is the end of a walk. The list does not own the value. Pool
+/// and list are asserted non-null.
 int IgCmnListAdd(memory_pool* memoryp, IgCmnListHeader* list, void* value);
-/// Begins a walk: the first value, null when the list is empty. Both asserted non-null.
+/// Begins a walk: returns the first value, null when the list is empty. Both are asserted non-null.
 void* IgCmnListFindFirst(const IgCmnListHeader* list, IgCmnListFindHandle* handle);
-/// The next value; null at the end, where the walk then stays. Asserted non-null.
+/// Returns the next value; null at the end, from where the walk does not move. Asserted non-null.
 void* IgCmnListFindNext(IgCmnListFindHandle* handle);
 
-/// 1 when the list of strings holds an equal one (bytes); 0 also when either argument is null.
+/// 1 when the list of strings has an equal one (bytes compared); 0 also when either is null.
 int IgCmnListContains(const char* text, const IgCmnListHeader* list);
-/// 1 when the two lists of strings share one; 0 also when either is null.
+/// 1 when the two lists of strings have one in common; 0 also when either is null.
 int IgCmnListIntersects(const IgCmnListHeader* first, const IgCmnListHeader* second);
 
 /// Issues the message once per string of the list, in order; for a null list once, with "".
 void IgCmnListPrint(int message, const IgCmnListHeader* list);
 
-/// Appends to the list at `listp`, making its header first when there is none. The new count, or
-/// -1.
+/// Appends to the list at `listp`, making its header first when it is null. The new count, or -1.
 int IgCmnListAppend(memory_pool* memoryp, IgCmnListHeader** listp, void* value);
 
-/// Appends a copy of the name to the list, making the list when it is still null. 0, or -1.
+/// Appends a copy of the name, making the list when it is null; both from the pool. 0, or -1.
 int makeList(const char* find_file, IgCmnListHeader** search_file_list, memory_pool* memoryp);
 
-/// A typed walk: `for (const char& s : walkList<const char>(list))` gives the values as references.
-/// A null list is empty.
+/// A typed walk: `for (const char& s : walkList<const char>(list))` iterates over the values as
+/// references. A null list is empty.
 template <typename T>
 class ListWalk {
   public:

@@ -26,8 +26,8 @@ namespace {
 
 constexpr std::size_t CHUNK_SIZE = 4096;
 
-// A chunk's header; the slots follow it. The chunks of a class hang together from the newest to the
-// oldest, which is the order in which both allocation and free look through them.
+// A chunk's header; the slots follow it. The chunks of a class are linked from the newest to the
+// oldest; allocation and free search them in this order.
 struct Chunk {
     Chunk* older;
     std::uint32_t capacity;
@@ -44,7 +44,7 @@ struct SizeClass {
     }
 };
 
-// The last class lies 200 bytes apart instead of 196, so that every block is 8-byte aligned.
+// The slots of the last class are 200 bytes apart, not 196, so that every block is 8-byte aligned.
 constexpr std::array<SizeClass, 6> SMALL_CLASSES{
     {{8, 8}, {24, 24}, {48, 48}, {72, 72}, {96, 96}, {196, 200}}};
 constexpr std::size_t LARGE_CLASS = SMALL_CLASSES.size();
@@ -156,7 +156,7 @@ void releaseChunk(ClassChunks& chunks, Chunk** link) {
     std::free(chunk);
 }
 
-// Index of the slot that begins at `block`; the capacity when none does.
+// Index of the slot that begins at `block`; the capacity when no slot does.
 std::uint32_t slotIndex(Chunk* chunk, const void* block, std::size_t slot_size) {
     const auto offset =
         static_cast<std::size_t>(static_cast<const std::uint8_t*>(block) - slotsOf(chunk));
@@ -172,7 +172,7 @@ bool holds(Chunk* chunk, const void* block, std::size_t span) {
     return start < address && address - start < span;
 }
 
-// Gives one small block back; a slot in use keeps its chunk alive.
+// Frees one small block, and the chunk when no slot of it is in use.
 void freeSlot(ClassChunks& chunks, Chunk** link, std::uint32_t index, std::size_t slot_size) {
     Chunk* chunk = *link;
     chunk->bitmap[index / 8] =
@@ -180,7 +180,7 @@ void freeSlot(ClassChunks& chunks, Chunk** link, std::uint32_t index, std::size_
     --chunk->used;
     ++chunks.free_slots;
     std::uint8_t* slot = slotsOf(chunk) + index * slot_size;
-    unpoison(slot, slot_size);  // freed twice it is poisoned already
+    unpoison(slot, slot_size);  // a block that is freed twice is already poisoned
     std::memset(slot, 0, slot_size);
     poison(slot, slot_size);
     if (chunk->used == 0) {
@@ -258,7 +258,7 @@ void* IgCmnMemoryAlloc(memory_pool* memoryp, std::size_t size) {
     IG_ASSERT_NOT_NULL(memoryp);
     void* block = allocLocked(memoryp, size);
     if (block == nullptr) {
-        // After the mutex is free: the message module allocates from a pool itself.
+        // Once the mutex is unlocked: the message module allocates from a pool itself.
         IgCmnMsg<ZEPA122_E>();
     }
     return block;

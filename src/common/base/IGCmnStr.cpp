@@ -21,8 +21,8 @@ static_assert(ALLOWED_MARKS.size() == 36);
 
 constexpr std::size_t CONVERSION_FAILED = static_cast<std::size_t>(-1);
 
-// A wide copy of `text` with one replacement per character, back in multibyte form.
-// `replace` writes one or two wide characters for one and returns how many.
+// Copies `text` with its characters replaced. `replace` writes one or two wide characters for each
+// and returns their number. 0 with the copy in `result`, or -1.
 template <typename Replace>
 int replaceChars(memory_pool* memoryp, const char* text, char** result, Replace replace) {
     LocalPool local;
@@ -38,7 +38,7 @@ int replaceChars(memory_pool* memoryp, const char* text, char** result, Replace 
     for (const wchar_t* c = wide; *c != L'\0'; ++c) {
         end += replace(*c, end);
     }
-    *end = L'\0';  // a replacement may have written further than it counts
+    *end = L'\0';  // `replace` may have written more than it counted
     char* bytes = IgCmnWCS2MBS(memoryp, replaced);
     if (bytes == nullptr) {
         return -1;
@@ -58,7 +58,7 @@ char* IgCmnStrndup(memory_pool* memoryp, const char* text, std::size_t length) {
     IG_ASSERT_NOT_NULL(text);
     auto* copy = newFromPool<char>(memoryp, length + 1);
     if (copy != nullptr) {
-        std::memcpy(copy, text, length);  // the block is zero-filled: it ends the text
+        std::memcpy(copy, text, length);  // the block is zero-filled: it is terminated
     }
     return copy;
 }
@@ -199,7 +199,7 @@ char* IgCmnStrRemoveDQ(memory_pool* memoryp, const char* text) {
     if (length == 0 || wide[0] != L'"' || wide[length - 1] != L'"') {
         return IgCmnWCS2MBS(memoryp, wide);
     }
-    wide[length - 1] = L'\0';  // a lone quote is both ends: nothing is left of it
+    wide[length - 1] = L'\0';  // a lone quote is both ends: the result is empty
     return IgCmnWCS2MBS(memoryp, length == 1 ? wide : wide + 1);
 }
 
@@ -343,7 +343,7 @@ int IgCmnStrUnescapePercent(char* text) {
     if (bytes == nullptr) {
         return -1;
     }
-    std::memcpy(text, bytes, std::strlen(bytes) + 1);  // never longer than before
+    std::memcpy(text, bytes, std::strlen(bytes) + 1);  // never longer than `text`
     return 0;
 }
 

@@ -13,8 +13,9 @@ constexpr const char* TOP_DIR = "/opt/norvale/quendil";
 constexpr const char* VAR_DIR = "/var/opt/norvale/quendil";
 constexpr const char* ETC_DIR = "/etc/opt/norvale/quendil";
 
-// Writes `text` behind the `used` bytes (terminator included) that the buffer holds, 0 for none.
-// The room must exceed the result by `spare` bytes. The new count, or 0 with the buffer as it was.
+// Appends `text` to the buffer, which has `used` bytes (terminator included) or is empty (0). The
+// buffer must be larger than the result by `spare` bytes. The new count, or 0 with the buffer
+// unchanged.
 std::size_t append(char* buf, std::size_t size, std::size_t used, const char* text,
                    std::size_t spare = 1) {
     const std::size_t start = used == 0 ? 0 : used - 1;

@@ -7,20 +7,19 @@
 #include <cstddef>
 
 // Every function takes a buffer (asserted non-null) of `size` bytes and returns the number of bytes
-// written including the terminating NUL, or 0 when the buffer is too small or the path is unusable.
-// Each wants one byte more than its path takes, those below "/var/opt/norvale/quendil" just its
-// size.
+// written, including the terminating NUL; 0 when the buffer is too small or the path is unusable. A
+// buffer must have one byte more than is written, except below "/var/opt/norvale/quendil".
 
 /// "/opt/norvale/quendil": the program tree.
 std::size_t IgCmnGetKestrumTopDir(char* buf, std::size_t size);
 /// "/opt/norvale/quendil/bin": the program and the lock files.
 std::size_t IgCmnGetKestrumBinDir(char* buf, std::size_t size);
-/// "/opt/norvale/quendil/tool": collecting tools of our own.
+/// "/opt/norvale/quendil/tool": quendil's own tools.
 std::size_t IgCmnGetKestrumToolDir(char* buf, std::size_t size);
 /// "/opt/norvale/quendil/template": examples to copy.
 std::size_t IgCmnGetKestrumTemplateDir(char* buf, std::size_t size);
-/// "/var/opt/norvale/quendil/data": where the output goes by default. 0 after ZEPA104-E when
-/// "/var/opt/norvale/quendil" does not exist; "data" itself is not looked at.
+/// "/var/opt/norvale/quendil/data": the default output directory. 0 after ZEPA104-E when
+/// "/var/opt/norvale/quendil" does not exist; "data" itself is not checked.
 std::size_t IgCmnGetKestrumOutputDir(char* buf, std::size_t size);
 /// "/var/opt/norvale/quendil/log": run log, history log, tool error output. Fails like the output
 /// directory.
@@ -32,8 +31,8 @@ std::size_t IgCmnGetKestrumConfigFile(char* buf, std::size_t size);
 /// "/etc/opt/norvale/quendil/pattern": the collection pattern definition files.
 std::size_t IgCmnGetKestrumPtnDir(char* buf, std::size_t size);
 
-/// Joins a directory of this table, a "/" and `name` in the buffer. Same result as the functions
-/// above; 0 as well when the directory has none.
+/// Writes a directory of this table, a "/" and `name` to the buffer. Same result as the functions
+/// above; 0 also when `directory` returns 0.
 std::size_t IgCmnGetKestrumFile(std::size_t (*directory)(char*, std::size_t), const char* name,
                                 char* buf, std::size_t size);
 

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 
-/// Room in bytes for the time text, for any year of a 32-bit count.
+/// Size in bytes of the time text's buffer, enough for any year of a 32-bit count.
 inline constexpr std::size_t TIME_STR_SIZE = 64;
-/// Room in bytes for the stamp.
+/// Size in bytes of the stamp's buffer.
 inline constexpr std::size_t TIME_STAMP_SIZE = 64;
 
 /// Writes the local time as "2026/11/15 09:53:18" into `buf` of TIME_STR_SIZE bytes.

@@ -1,4 +1,4 @@
-// Guards: each undoes one thing at the end of its scope. They cannot be copied, keep errno and
+// Guards: each undoes one thing at the end of its scope. They cannot be copied, preserve errno and
 // never report.
 #ifndef QUENDIL_COMMON_BASE_IGGUARDS_H
 #define QUENDIL_COMMON_BASE_IGGUARDS_H
@@ -15,7 +15,7 @@
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGRunState.h"
 
-/// Keeps errno over a scope whose calls may change it.
+/// Preserves errno over a scope whose calls may change it.
 class ErrnoKeeper {
   public:
     ErrnoKeeper() = default;
@@ -27,7 +27,7 @@ class ErrnoKeeper {
     int saved_ = errno;
 };
 
-/// Owns a descriptor; -1 is none.
+/// Owns a descriptor; -1 when it has none.
 class FdGuard {
   public:
     explicit FdGuard(int fd = -1) : fd_(fd) {}
@@ -49,7 +49,7 @@ class FdGuard {
     int fd_;
 };
 
-/// Owns a stream; null is none.
+/// Owns a stream; null when it has none.
 class FileGuard {
   public:
     explicit FileGuard(std::FILE* stream) : stream_(stream) {}
@@ -69,7 +69,7 @@ class FileGuard {
     std::FILE* stream_;
 };
 
-/// Owns an open directory; null is none.
+/// Owns an open directory; null when it has none.
 class DirGuard {
   public:
     explicit DirGuard(DIR* dir) : dir_(dir) {}
@@ -100,7 +100,7 @@ class UmaskGuard {
     mode_t saved_;
 };
 
-/// Blocks the interrupting signals for a scope, so that the handler cannot see a half-made change.
+/// Blocks the interrupting signals for a scope, so that the handler never sees a half-made change.
 class InterruptionBlock {
   public:
     InterruptionBlock() {
@@ -119,7 +119,7 @@ class InterruptionBlock {
     sigset_t saved_{};
 };
 
-/// A pool for one function's temporaries, released whole at the end of the scope.
+/// A pool for one function's temporaries, freed at the end of the scope.
 class LocalPool {
   public:
     LocalPool() = default;

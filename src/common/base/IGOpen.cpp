@@ -27,8 +27,8 @@ int accessFlags(const char* mode) {
     }
 }
 
-// Opening never waits: a FIFO in a file's place would hold up the run, and with it every other one
-// that waits for a lock of this one.
+// Opening never waits: a FIFO in a file's place would block the run, and so every other run that
+// waits for a lock of this one.
 int openFlags(const char* mode) {
     return accessFlags(mode) | O_NONBLOCK | O_NOCTTY;
 }
@@ -47,8 +47,8 @@ int openSameFile(const char* path, const struct stat& found, int flags) {
     return fd.release();
 }
 
-// Opens without waiting, but tries for up to a second while another process holds a lease on the
-// file: it is asked to give that up, and a file server does so at once.
+// Opens without waiting, but retries for up to a second while another process holds a lease on the
+// file: the kernel asks that process to release it, and a file server does so at once.
 int openLeased(const char* path, int flags) {
     constexpr long STEP = 50000;
     constexpr long TRIES = roundsIn<SECOND, STEP>();
@@ -65,16 +65,16 @@ int openLeased(const char* path, int flags) {
     }
 }
 
-// Opens the very file that was found, not another one that has its name now.
+// Opens exactly the file that was found, not a new file with the same name.
 int openFound(int found, const struct stat& st, const char* path, int flags) {
     std::array<char, 32> same{};
     std::snprintf(same.data(), same.size(), "/proc/self/fd/%d", found);
     const int fd = openLeased(same.data(), flags);
-    // A machine in trouble may have no /proc.
+    // A damaged system may have no /proc.
     return fd != -1 || errno != ENOENT ? fd : openSameFile(path, st, flags);
 }
 
-// Opens a file unless it is a lock file: closing that again would drop our lock.
+// Opens a file unless it is a lock file: closing a lock file again would drop this run's lock.
 int openUnlessLock(const char* path, int flags) {
     const FdGuard found(::open(path, O_PATH | O_CLOEXEC));
     struct stat st = {};
@@ -121,7 +121,8 @@ int reopenForReading(int found, const struct stat& st, const char* path) {
 }
 
 std::FILE* openStream(const char* path, const char* mode, int flags) {
-    // Nobody else's mode: a default ACL of the directory would take the place of the umask.
+    // Only the owner may use it. Set here, because a default ACL of the directory overrides the
+    // umask.
     constexpr mode_t PRIVATE_FILE = 0600;
     flags |= openFlags(mode) | O_CLOEXEC;
     FdGuard fd((flags & O_CREAT) != 0 ? ::open(path, flags, PRIVATE_FILE)

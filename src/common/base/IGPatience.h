@@ -1,5 +1,5 @@
-// How long a run that was interrupted still waits for others: for the reader of its terminal, for
-// the history lock, for a process that even SIGKILL does not end. It is to end, whatever they do.
+// How long an interrupted run still waits: for the reader of its terminal, for the history lock,
+// for a process that not even SIGKILL ends. The run must end even if they do not respond.
 #ifndef QUENDIL_COMMON_BASE_IGPATIENCE_H
 #define QUENDIL_COMMON_BASE_IGPATIENCE_H
 
@@ -12,22 +12,22 @@
 /// Microseconds in a second.
 inline constexpr long SECOND = 1000000;
 
-/// How many steps make up a span of time, both in microseconds; the span must be a multiple of the
-/// step, so that a changed step never changes how long is waited.
+/// The number of steps in a span of time, both in microseconds. The span must be a multiple of the
+/// step, so that another step does not change the total wait.
 template <long SPAN, long STEP>
 consteval long roundsIn() {
     static_assert(STEP > 0 && SPAN % STEP == 0, "the steps do not make up the span");
     return SPAN / STEP;
 }
 
-/// True once the run is interrupted and has waited for as long as it does in all.
+/// True when the run is interrupted and has used up its whole waiting time.
 inline bool isPatienceOver() {
     return run_state.interrupted != 0 && run_state.patience <= 0;
 }
 
-/// Waits until one of the descriptors can be written, as select(2) does, or sleeps where there are
-/// none. A run that was interrupted takes the time from its patience, and waits no longer than that
-/// lasts. For the signal handler too.
+/// Waits until one of the descriptors is writable, as select(2) does; without a set it sleeps. An
+/// interrupted run deducts the time from its patience and waits no longer than that. The signal
+/// handler may call it.
 /// @param count one more than the highest descriptor of the set; 0 without a set
 /// @param longest in microseconds
 /// @return as select(2): 0 when the time is over
@@ -37,8 +37,8 @@ inline int waitPatiently(int count, fd_set* writable, long longest) {
     struct timeval time = {span / SECOND, span % SECOND};
     const int result = ::select(count, nullptr, writable, nullptr, &time);
     if (interrupted) {
-        // The kernel leaves there what it has not waited. A wait that fails must not be repeated
-        // for ever.
+        // The kernel stores the unused time there. A failed wait uses it all up: a retry must not
+        // loop for ever.
         const long left = result == -1 ? 0 : time.tv_sec * SECOND + time.tv_usec;
         run_state.patience -= span - left;
     }

@@ -9,13 +9,12 @@ bool isContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
 }
 
-// Length in bytes of the UTF-8 sequence of several bytes that begins at `text`, 0 when there is
-// none.
+// Length in bytes of the multibyte UTF-8 sequence that begins at `text`; 0 when there is none.
 std::size_t sequenceLength(const char* text) {
     struct Lead {
-        unsigned char first, last;  // the leading byte
+        unsigned char first, last;  // the range of the leading byte
         unsigned char lowest,
-            highest;  // the byte behind it: no longer form than needed, no surrogate
+            highest;  // the range of the second byte: no overlong form, no surrogate
         std::size_t length;
     };
     constexpr Lead LEADS[] = {{0xc2, 0xdf, 0x80, 0xbf, 2}, {0xe0, 0xe0, 0xa0, 0xbf, 3},
@@ -37,15 +36,15 @@ std::size_t sequenceLength(const char* text) {
     return 0;
 }
 
-// What stands at the beginning of a text: so many bytes, to be escaped or not.
+// The first unit of a text: its length in bytes, and whether to escape it.
 struct Unit {
     std::size_t length;
     bool escaped;
     [[nodiscard]] std::size_t shown() const { return escaped ? 4 * length : length; }
 };
 
-// A terminal obeys the C1 set like an escape sequence: in the form that UTF-8 gives it, and as
-// bytes of 0x80 to 0x9f where they belong to no sequence.
+// A terminal obeys a C1 character like an escape sequence: both in its UTF-8 form and as a byte of
+// 0x80 to 0x9f outside a sequence.
 Unit firstUnit(const char* text, Tabs tabs) {
     const auto first = static_cast<unsigned char>(text[0]);
     if (first < 0x80) {

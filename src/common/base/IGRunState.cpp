@@ -20,7 +20,7 @@ int IgMainIsInterrupted() {
         return 0;
     }
     if (run_state.interruption_reported == 0) {
-        run_state.interruption_reported = 1;  // first: reporting calls this function again
+        run_state.interruption_reported = 1;  // set first: reporting calls this function again
         if (run_hooks.report_interruption != nullptr) {
             run_hooks.report_interruption();
         }

@@ -1,5 +1,5 @@
-// What every floor must know of the run: its return code, whether it was interrupted, and the few
-// process-wide values around them.
+// The state of the run that every layer needs: its return code, whether it was interrupted, and a
+// few process-wide values.
 #ifndef QUENDIL_COMMON_BASE_IGRUNSTATE_H
 #define QUENDIL_COMMON_BASE_IGRUNSTATE_H
 
@@ -9,20 +9,20 @@
 #include <array>
 #include <atomic>
 
-// The return codes, which are the exit statuses: what the run leaves behind.
+// The return codes, which are also the exit statuses: named after the result of the run.
 inline constexpr int RETCODE_FAILED = 255;    ///< nothing usable; the start value
 inline constexpr int RETCODE_DIRECTORY = 20;  ///< the output directory, not packed
 inline constexpr int RETCODE_ARCHIVE = 10;    ///< the ".tar" archive, not compressed
 inline constexpr int RETCODE_COMPRESSED = 0;  ///< the compressed archive
 
-/// The file-creation mask of everything that the program makes for itself.
+/// The file-creation mask for every file that the program makes for itself.
 inline constexpr mode_t PRIVATE_MASK = 066;
 
-/// Value of the super-user cache before the first test.
+/// Value of the super-user cache before the first check.
 inline constexpr int SUPER_USER_NOT_TESTED = 104;
 
 /// The signals that interrupt a run: a terminal's key, an operator, a terminal or connection that
-/// is closed.
+/// closes.
 inline constexpr std::array<int, 3> INTERRUPTING_SIGNALS = {SIGINT, SIGTERM, SIGHUP};
 
 /// These signals as a set.
@@ -35,7 +35,7 @@ inline sigset_t interruptingSignals() {
     return set;
 }
 
-/// Microseconds that a run which was interrupted still waits for others, in all; IGPatience.h.
+/// The total time in microseconds that an interrupted run still waits; see IGPatience.h.
 inline constexpr long PATIENCE = 3000000;
 
 /// The action that ignores a signal.
@@ -53,7 +53,7 @@ struct RunState {
     std::atomic<int> interrupted = 0;           // 1 once a signal arrived
     std::atomic<int> interruption_handled = 0;  // 1 once the handler has stopped the child
     std::atomic<int> signal_no = 0;             // the signal that interrupted the run
-    std::atomic<long> patience = PATIENCE;      // what is left of it, once the run is interrupted
+    std::atomic<long> patience = PATIENCE;      // what remains of it once the run is interrupted
     int interruption_reported = 0;              // 1 once the interruption has been reported
     int super_user = SUPER_USER_NOT_TESTED;     // then 0 (super user) or -1
     int hangup_ignored = 0;                     // 1 when SIGHUP was ignored at the start: nohup(1)
@@ -62,8 +62,8 @@ struct RunState {
 extern RunState run_state;
 static_assert(std::atomic<int>::is_always_lock_free, "the signal handler writes these");
 
-/// True while the archiver runs: its programs get no process group and no joined output of their
-/// own.
+/// True while the archiver runs: its programs get neither a process group nor a joined output of
+/// their own.
 inline bool isArchiving() {
     const int code = run_state.ret_code;
     return code == RETCODE_ARCHIVE || code == RETCODE_DIRECTORY;
@@ -72,8 +72,8 @@ inline bool isArchiving() {
 void IgMainSetRetCode(int code);
 int IgMainGetRetCode();
 
-/// 1 once the run has been interrupted, else 0. The first call that returns 1 also has the
-/// interruption reported (RunHooks).
+/// 1 once the run has been interrupted, else 0. The first call that returns 1 also triggers the
+/// report (RunHooks).
 int IgMainIsInterrupted();
 
 /// The command name as the usage text and the index header show it.
@@ -81,7 +81,7 @@ const char* IgMainGetCmdName();
 
 /// True for the super user: real or effective user ID 0.
 bool isSuperUser();
-/// 0 for the super user, else -1: checked once and remembered.
+/// 0 for the super user, else -1; checked once and cached.
 int IgMainIsSuperUserCached();
 
 /// Ignores the interrupting signals from now on.

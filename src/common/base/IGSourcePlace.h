@@ -1,5 +1,5 @@
-// The place in the source that an error report names: its unit (the file's name without directory
-// and suffix, such as "IGMain") and its line.
+// The place in the source that an error report names: the unit (the file's name without directory
+// and suffix, such as "IGMain") and the line.
 #ifndef QUENDIL_COMMON_BASE_IGSOURCEPLACE_H
 #define QUENDIL_COMMON_BASE_IGSOURCEPLACE_H
 
@@ -11,14 +11,14 @@ struct SourcePlace {
     const char* file = "";
     int line = 0;
 
-    /// The place of the caller: meant to be the default value of a last parameter. It does the work
-    /// of std::source_location, which the older of our two compilers does not have.
+    /// The caller's place, for use as the default value of a last parameter. Replaces
+    /// std::source_location, which the older of the two supported compilers lacks.
     static constexpr SourcePlace current(const char* file = __builtin_FILE(),
                                          int line = __builtin_LINE()) {
         return {file, line};
     }
 
-    /// The unit's name as a terminated text; a name over 63 bytes is cut.
+    /// The unit's name as a terminated text, truncated to 63 bytes.
     [[nodiscard]] constexpr std::array<char, 64> unit() const {
         std::string_view name(file);
         name.remove_prefix(name.rfind('/') + 1);  // npos + 1 is 0: no slash, nothing to remove

@@ -21,7 +21,7 @@ bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp) 
 }
 
 int matchName(const char* wildcard, const char* name) {
-    // "*" by itself also matches what the locale cannot decode.
+    // "*" also matches names that the locale cannot decode.
     if (wildcard == nullptr || std::strcmp(wildcard, "*") == 0) {
         return 0;
     }

@@ -1,4 +1,4 @@
-// The entries of one directory: read, matched by a wildcard, counted, listed.
+// Reads, matches, counts and lists the entries of one directory.
 #ifndef QUENDIL_COMMON_FILE_IGCMNDIR_H
 #define QUENDIL_COMMON_FILE_IGCMNDIR_H
 
@@ -16,7 +16,7 @@
 /// Result of the listing functions: nothing matched, or a reported failure.
 inline constexpr int FILE_LIST_FAILED = 9;
 
-/// What became of a listing.
+/// The result of a listing.
 enum class Listing {
     FOUND,
     NOTHING,    // nothing matched
@@ -24,19 +24,18 @@ enum class Listing {
     NO_MEMORY,  // reported
 };
 
-/// Lists what `search_name` names: itself when it exists, else the entries of its directory that
-/// match its last component as a shell wildcard (a backslash is an ordinary character, "*" matches
-/// a leading dot), in the order the directory gives. Directories are left out when
-/// `skip_directories` is non-zero.
+/// Lists `search_name` itself when it exists; else the entries of its directory that match its last
+/// component as a shell wildcard (a backslash is an ordinary character, "*" matches a leading dot),
+/// in the order of the directory. Skips directories when `skip_directories` is non-zero. The list
+/// and its strings are from the pool.
 Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
                     memory_pool* memoryp, int skip_directories);
-/// The same as a code: 0; 9 when nothing matched or something could not be read; -1 when memory ran
-/// out.
+/// The same as a code: 0; 9 when nothing matched or a read failed; -1 when memory ran out.
 int IgCmnFileMakeList(const char* search_name, IgCmnListHeader** search_file_list,
                       memory_pool* memoryp, int skip_directories);
 
-/// Directory and last component of a search name, as bytes: a name that the locale cannot decode is
-/// a name all the same.
+/// Directory and last component of a search name, as bytes: the locale need not be able to decode
+/// them.
 struct Search {
     const char* directory;
     const char* wildcard;
@@ -45,18 +44,18 @@ struct Search {
 /// ran out.
 bool splitSearch(const char* search_name, Search& search, memory_pool* memoryp);
 
-/// Names of the entries of a directory without "." and "..", in its order; with a wildcard only
-/// those that match it (null: all). 0; 9 after reporting "opendir", "readdir" or "fnmatch", the
-/// names read so far being kept; -1 when memory ran out.
+/// Lists the names of a directory's entries without "." and "..", in its order; with a wildcard
+/// only those that match (null: all). 0; 9 after reporting "opendir", "readdir" or "fnmatch", with
+/// the names read so far in the list; -1 when memory ran out.
 int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHeader** names,
                       memory_pool* memoryp);
 
-/// 0 when a name matches the wildcard (null: every name does), FNM_NOMATCH when not; anything else
-/// is a failure of the comparison.
+/// 0 when a name matches the wildcard (null matches every name), FNM_NOMATCH when not; any other
+/// value is an error of the comparison.
 int matchName(const char* wildcard, const char* name);
 
-/// The same of a directory that was opened: `take` gets each entry (const struct dirent&) and
-/// returns false when memory ran out, which ends the reading.
+/// The same for an open directory: calls `take` with each entry (const struct dirent&), until it
+/// returns false because memory ran out.
 /// @param directory its path, for the reports
 template <typename Take>
 int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) {
@@ -84,8 +83,8 @@ int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) 
     }
     return 0;
 }
-/// How many entries of a directory have a name that begins so, "." and ".." left out. Keeps none of
-/// them. 0 after reporting "opendir", or what was counted until a "readdir" that is reported.
+/// Counts the entries of a directory whose names begin with `beginning`, without "." and "..", and
+/// stores none. 0 after reporting "opendir"; after a reported "readdir" the count so far.
 std::uint32_t countEntries(const char* directory, const char* beginning);
 
 #endif

@@ -21,7 +21,8 @@ bool isSeparator(wchar_t c) {
     return c == L' ' || c == L'\t';
 }
 
-// The end of the command that begins at `text`: a blank or tab outside its quotes, or the end.
+// Finds the end of the command that begins at `text`: a blank or tab outside its quotes, or the end
+// of the text.
 wchar_t* endOfCommand(wchar_t* text) {
     wchar_t* c = text;
     if (*text == L'"') {
@@ -45,7 +46,7 @@ int toPool(const wchar_t* wide, char** result, memory_pool* memoryp) {
     return 0;
 }
 
-// Appends one component to the absolute path from `start` to `end`; the new end.
+// Appends one component to the absolute path from `start` to `end`. Returns the new end.
 char* appendComponent(const char* start, char* end, const char* component, std::size_t length) {
     if (length == 0 || (length == 1 && component[0] == '.')) {
         return end;
@@ -100,7 +101,7 @@ int IgCmnFileNormPath(memory_pool* memoryp, const char* path, char** result) {
     if (path[0] != '/' && IgCmnFileGetCwd(cwd.data(), cwd.size()) == nullptr) {
         return -1;
     }
-    // Each component brings one slash: that is at most one byte more than the two texts together.
+    // Each component gets one slash, so the result has at most one byte more than the two texts.
     LocalPool local;
     auto* normal = newFromPool<char>(local.get(), std::strlen(cwd.data()) + std::strlen(path) + 3);
     if (normal == nullptr) {

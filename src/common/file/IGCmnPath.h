@@ -1,4 +1,4 @@
-// Paths as texts, and lists of the paths that a directory or wildcard names.
+// Operations on paths as texts.
 #ifndef QUENDIL_COMMON_FILE_IGCMNPATH_H
 #define QUENDIL_COMMON_FILE_IGCMNPATH_H
 
@@ -11,27 +11,28 @@
 
 #include "common/base/IGCmnMemory.h"
 
-// All strings that come out are blocks of the caller's pool. Pointers are asserted non-null unless
-// said otherwise; 0 is success, -1 memory or conversion failure (reported).
+// All returned strings are blocks of the caller's pool. Pointers are asserted non-null unless said
+// otherwise; 0 is success, -1 a memory or conversion failure (reported).
 
-/// Splits at the last "/": `directory` is what stands before it (empty for "/name"), `file` what
-/// follows. Without a slash the whole text is the `directory` and `file` is null, so the file part
-/// of a bare name is taken from the directory. Either output may be null when not wanted.
+/// Splits at the last "/": `directory` is the part before it (empty for "/name"), `file` the part
+/// after it. Without a slash, `directory` is the whole text and `file` is null, so callers find the
+/// name of a bare file in `directory`. Either output may be null when not needed.
 int IgCmnFileSplitPath(const char* path_name, char** directory, char** file, memory_pool* memoryp);
 
-/// The buffer, or null after reporting. `size` in bytes; callers pass PATH_MAX or one more.
+/// Returns the buffer with the current directory, or null after reporting. `size` in bytes; callers
+/// pass PATH_MAX or one more.
 char* IgCmnFileGetCwd(char* buffer, std::size_t size);
 
-/// The path made absolute with the current directory, without empty and "." components and trailing
-/// slash; ".." removes the component before it and stops at "/". Works on bytes and resolves no
-/// links.
+/// Makes the path absolute with the current directory, without empty and "." components and without
+/// a trailing slash; ".." removes the component before it and stops at "/". Works on bytes and
+/// follows no symlinks.
 int IgCmnFileNormPath(memory_pool* memoryp, const char* path, char** result);
 
 /// 1 when the path begins with "/", else 0.
 int IgCmnIsAbsPath(const char* path);
 
-/// Splits a command line into the command, with its quotes, and everything after the one separator
-/// behind it; either is null when there is none.
+/// Splits a command line into the command, with its quotes, and the text after the one separator
+/// that follows; either is null when there is none.
 int IgCmnFileSplitCmdOpt(const char* path_name, char** command, char** options,
                          memory_pool* memoryp);
 

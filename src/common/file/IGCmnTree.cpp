@@ -20,43 +20,43 @@
 
 namespace {
 
-// An entry of a directory as it was when the directory was read, links not followed. Its text lies
-// behind it, in the same block.
+// An entry of a directory at the time the directory was read, symlinks not followed. Its text
+// follows it in the same block.
 struct Name {
     Name* next;  // in the order of the directory; null at the end
     const char* text;
-    mode_t type;  // S_IFMT's bits; 0 for what could not be looked at
-    int error;    // why not
+    mode_t type;  // bits of S_IFMT; 0 when stat failed
+    int error;    // errno of that stat
     dev_t device;
     ino_t inode;
-    bool own;  // as isRootsOwn says of a directory
+    bool own;  // result of isRootsOwn, for a directory
 };
 
-// A directory that the walk is inside of. Its names are read before the first one is entered, so
-// that no descriptor stays open on the way down.
+// A directory that the walk is in. All its names are read before the first one is entered, so the
+// walk keeps no descriptor open on the way down.
 struct Level {
     SourceDirectory* directory = nullptr;
     const char* shown = nullptr;  // its path in the list
     dev_t device = 0;
     ino_t inode = 0;
-    bool matching = false;       // its entries were matched by the search's wildcard
-    bool behind_link = false;    // it was reached through a link, here or further up
+    bool matching = false;       // its entries matched the search's wildcard
+    bool behind_link = false;    // it was reached through a symlink, here or above
     bool ours = false;           // it is part of the output
-    Name* next = nullptr;        // the name that comes next; null when all were taken
-    memory_pool pool = nullptr;  // of the names; freed with the level
+    Name* next = nullptr;        // the next name; null at the end
+    memory_pool pool = nullptr;  // owns the names; freed with the level
     Level* outer = nullptr;      // null for the outermost
 };
 
-// A link to a directory, kept for the end.
+// A symlink to a directory, listed at the end.
 struct Link {
     FileEntry entry;
     SourceDirectory* target;
     dev_t device;
     ino_t inode;
-    bool enters;  // unless the directory was listed by then
+    bool enters;  // enters it, unless it is already listed by then
 };
 
-// The links that are left, as a heap: the one with the lowest path comes first.
+// The remaining symlinks, as a heap: the one with the lowest path is first.
 class LinkHeap {
   public:
     explicit LinkHeap(memory_pool* memoryp) : memoryp_(memoryp) {}
@@ -129,7 +129,7 @@ class TreeLister {
             return 0;
         }
         if (IgCmnFileIsTaken(search_name) != 0) {
-            return 0;  // a link to nowhere: nothing is found, which the caller reports
+            return 0;  // a dangling symlink finds nothing, which the caller reports
         }
         return startWithMatches(search_name) ? walk() : -1;
     }
@@ -183,7 +183,7 @@ class TreeLister {
         return directory;
     }
 
-    // Goes through the levels, and when all are done through the links that were kept.
+    // Walks the levels, and after them the symlinks that were kept.
     int walk() {
         for (;;) {
             if (IgMainIsInterrupted() != 0) {
@@ -229,7 +229,7 @@ class TreeLister {
 
     static bool readLevel(Level& level, const char* wildcard) {
         const DirGuard dir(sourceOpenDirectory(*level.directory));
-        if (!dir || !settle(level, ::dirfd(dir.get()))) {
+        if (!dir || !checkOpened(level, ::dirfd(dir.get()))) {
             IgCmnSysErrPath("opendir", errno, level.shown);
             return true;
         }
@@ -245,9 +245,9 @@ class TreeLister {
         return readNames(dir.get(), level.shown, wildcard, take) != -1;
     }
 
-    // Judges the directory that was opened: something may have been mounted on the one that was
-    // looked at. Where others than root can exchange it, it must be that one. False with errno set.
-    static bool settle(const Level& level, int opened) {
+    // Checks the opened directory: a file system may have been mounted on it after its stat. Where
+    // other users can replace it, it must be the same one. False with errno set.
+    static bool checkOpened(const Level& level, int opened) {
         struct stat st = {};
         if (::fstat(opened, &st) != 0) {
             return false;
@@ -296,20 +296,20 @@ class TreeLister {
             return false;
         }
         if (name.type == 0) {
-            return reportUnseen("fstatat", name.error, path);
+            return reportSkipped("fstatat", name.error, path);
         }
         const bool is_link = S_ISLNK(name.type);
         const bool is_directory = S_ISDIR(name.type);
         const FileEntry entry{path, is_directory, is_link, level.directory};
         if (is_link) {
-            return judgeLink(level, entry);
+            return addLink(level, entry);
         }
         return append(entry) && (!is_directory || enterReal(level, path, name));
     }
 
-    // Enters a directory from its own parent.
+    // Enters a directory from its parent.
     bool enterReal(const Level& level, const char* path, const Name& name) {
-        if (isInside(name) || leadsIntoKernel(level, path, name)) {
+        if (isInside(name) || isKernelMount(level, path, name)) {
             return true;
         }
         struct stat st = {};
@@ -343,17 +343,17 @@ class TreeLister {
         return false;
     }
 
-    // Whether a directory behind a link is where a file system of the kernel's own is mounted.
-    static bool leadsIntoKernel(const Level& level, const char* path, const Name& name) {
+    // Whether a kernel file system is mounted on a directory behind a symlink.
+    static bool isKernelMount(const Level& level, const char* path, const Name& name) {
         return level.behind_link && name.device != level.device &&
                liesInKernelFileSystem(path) != 0;
     }
 
-    // A link to a file is listed where it is found, a link to a directory is kept.
-    bool judgeLink(const Level& level, const FileEntry& entry) {
+    // Lists a symlink to a file at once; keeps a symlink to a directory for the end.
+    bool addLink(const Level& level, const FileEntry& entry) {
         Source source;
         if (!sourceOfEntry(entry, source, ours_) && errno != LINK_REFUSED) {
-            return reportUnseen("open", errno, entry.path);
+            return reportSkipped("open", errno, entry.path);
         }
         if (!source.fd || !S_ISDIR(source.st.st_mode)) {
             return append(entry);
@@ -368,9 +368,8 @@ class TreeLister {
         return links_.push(link);
     }
 
-    // In the kernel's own file systems links lead from everywhere to everywhere, and out of them: a
-    // process's "root" is the whole machine. Where the file system cannot be told it might be one
-    // of those.
+    // In kernel file systems symlinks point anywhere, also out of them: a process's "root" is the
+    // whole machine. If statfs fails, the file system is treated as one of them.
     static bool mayEnter(const Level& level, const FileEntry& entry, const Source& source) {
         const int there = kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path);
         if (there != 0) {
@@ -399,7 +398,7 @@ class TreeLister {
     }
 
     // Reports an entry that is skipped. False when memory ran out.
-    bool reportUnseen(const char* call, int error, const char* path) {
+    bool reportSkipped(const char* call, int error, const char* path) {
         if (!leadsNowhere(error)) {
             IgCmnSysErrPath(call, error, path);
             return true;
@@ -420,12 +419,13 @@ class TreeLister {
     Level* level_ = nullptr;  // the innermost
 };
 
-// Adds the sizes of the files in one directory; its directories go to the list, each once.
+// Sums the sizes of the files in one directory; appends its directories to the list, each once.
 std::int64_t sizeOfEntries(const char* directory, IgCmnListHeader** directories, InodeSet& entered,
                            memory_pool* memoryp) {
     LocalPool local;
     IgCmnListHeader* names = nullptr;
-    IgCmnDirReadNames(directory, nullptr, &names, local.get());  // reports; what was read counts
+    IgCmnDirReadNames(directory, nullptr, &names,
+                      local.get());  // reports; the names read count
     std::int64_t sum = 0;
     for (const char& name : walkStrings(names)) {
         char* path = IgCmnStrCatDir(memoryp, directory, &name);
@@ -483,7 +483,7 @@ std::int64_t IgCmnFileGetSize(const char* path) {
     }
     LocalPool local;
     InodeSet entered(local.get());
-    IgCmnListHeader* directories = nullptr;  // grows while it is walked
+    IgCmnListHeader* directories = nullptr;  // grows during the walk
     char* first = IgCmnStrdup(local.get(), path);
     if (first == nullptr || entered.add(st) == InodeSet::Added::NO_MEMORY ||
         IgCmnListAppend(local.get(), &directories, first) == -1) {

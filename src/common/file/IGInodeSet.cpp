@@ -15,7 +15,7 @@ std::size_t hashOf(dev_t device, ino_t inode) {
 
 }  // namespace
 
-// The slot that holds the file, or the free one that would take it.
+// Finds the slot of the file, or the free slot for it.
 InodeSet::Slot* InodeSet::find(const struct stat& st) const {
     std::size_t at = hashOf(st.st_dev, st.st_ino) & (capacity_ - 1);
     while (slots_[at].used && (slots_[at].device != st.st_dev || slots_[at].inode != st.st_ino)) {

@@ -1,4 +1,4 @@
-// A set of files by device and inode, in a pool: what a walk has already entered.
+// A set of files by device and inode, in a pool: records what a walk has entered.
 #ifndef QUENDIL_COMMON_FILE_IGINODESET_H
 #define QUENDIL_COMMON_FILE_IGINODESET_H
 
@@ -14,7 +14,7 @@ class InodeSet {
     explicit InodeSet(memory_pool* memoryp) : memoryp_(memoryp) {}
 
     enum class Added { NEW, KNOWN, NO_MEMORY };
-    /// Adds the file, unless it is there.
+    /// Adds the file, unless the set has it.
     Added add(const struct stat& st);
 
   private:

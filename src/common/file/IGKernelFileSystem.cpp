@@ -11,7 +11,7 @@
 
 namespace {
 
-// Types as statfs(2) gives them. The last ones have no name in the C library's headers.
+// Types as statfs(2) returns them. The C library's headers do not name the last ones.
 constexpr unsigned long KERNEL_FILE_SYSTEMS[] = {
     PROC_SUPER_MAGIC,     SYSFS_MAGIC,          CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC,
     DEBUGFS_MAGIC,        TRACEFS_MAGIC,        SECURITYFS_MAGIC,   SELINUX_MAGIC,
@@ -39,7 +39,7 @@ int liesInKernelFileSystem(const char* path) {
 }
 
 int kernelFileSystemOf(int fd, dev_t device, const char* path) {
-    static dev_t known_device = 0;  // no file system has this number
+    static dev_t known_device = 0;  // no file system has device 0
     static int known = 0;
     if (device != known_device) {
         struct statfs fs = {};

@@ -1,16 +1,17 @@
-// The kernel's own file systems: proc, sysfs and the like.
+// Kernel file systems: proc, sysfs and similar.
 #ifndef QUENDIL_COMMON_FILE_IGKERNELFILESYSTEM_H
 #define QUENDIL_COMMON_FILE_IGKERNELFILESYSTEM_H
 
 #include <sys/types.h>
 
-/// 1 when the path (links followed) lies in proc, sysfs, a cgroup hierarchy, debugfs or the like:
-/// files there have sizes that say nothing, and links that lead from everywhere to everywhere. 0
-/// when it lies elsewhere, -1 after reporting "statfs".
+/// 1 when the path (symlinks followed) is in proc, sysfs, a cgroup hierarchy, debugfs or similar,
+/// where file sizes are meaningless and symlinks point anywhere. 0 when it is not, -1 after
+/// reporting "statfs".
 int liesInKernelFileSystem(const char* path);
 
-/// The same of an open file. One call of the system serves all files in a row on one device.
-/// @param device the descriptor's, as fstat(2) gives it
+/// The same for an open file. Caches the last device, so consecutive files on one device need one
+/// system call.
+/// @param device the descriptor's, from fstat(2)
 /// @param path its path, for the report
 int kernelFileSystemOf(int fd, dev_t device, const char* path);
 

@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr int NO_SHELL = 127;  // what the shell says of a command that it cannot run
+constexpr int NO_SHELL = 127;  // the shell's exit status for a command that it cannot run
 
-// The program's own signals while a command runs: a terminal's SIGQUIT is for the command, and its
-// end is for us to ask for.
+// The program's own signals while a command runs: a terminal's SIGQUIT is for the command alone,
+// and SIGCHLD is blocked because the program waits for the command itself.
 class ShellSignals {
   public:
     ShellSignals() {
@@ -41,17 +41,17 @@ class ShellSignals {
     sigset_t mask_{};
 };
 
-// The child becomes the shell. Unlike a tool it does not end with this program: what it removes is
-// to go in any case, and half a directory would stay.
-[[noreturn]] void becomeShell(const char* command, const ShellSignals& signals) {
+// Runs the shell in the child. Unlike a tool, it does not end with this program: its removal must
+// finish, or half a directory would be left.
+[[noreturn]] void execShell(const char* command, const ShellSignals& signals) {
     for (const int signo : INTERRUPTING_SIGNALS) {
         struct sigaction action = {};
         ::sigaction(signo, nullptr, &action);
         if (action.sa_handler != SIG_IGN) {
-            ::signal(signo, SIG_DFL);  // the handler is the run's, not the command's
+            ::signal(signo, SIG_DFL);  // the handler belongs to the run, not to the command
         }
     }
-    signals.restore();  // only now: what arrived since the fork ends the command
+    signals.restore();  // last: a signal that arrived since the fork ends the command
     char name[] = "sh";
     char option[] = "-c";
     char* const argv[] = {name, option, const_cast<char*>(command), nullptr};
@@ -63,7 +63,7 @@ pid_t startShell(const char* command, const ShellSignals& signals) {
     const InterruptionBlock block;  // the handler must not run in the child
     const pid_t pid = ::fork();
     if (pid == 0) {
-        becomeShell(command, signals);
+        execShell(command, signals);
     }
     return pid;
 }
@@ -77,9 +77,9 @@ bool reapShell(pid_t pid, int& status) {
     return true;
 }
 
-// 0 when it was waited for. After a failure it is waited for once more, so that no command is left
-// running behind us; it is not killed, for the number may not be a child's any more.
-int awaitShell(pid_t pid, int& status) {
+// 0 when the child was reaped. After a failure it waits once more, so that no command is left
+// running; it does not kill, because the number may now belong to another process.
+int waitForShell(pid_t pid, int& status) {
     if (reapShell(pid, status)) {
         return 0;
     }
@@ -100,7 +100,7 @@ int runShell(const char* command) {
     int status = 0;
     const ShellSignals signals;
     const pid_t pid = startShell(command, signals);
-    if (pid == -1 || awaitShell(pid, status) != 0) {
+    if (pid == -1 || waitForShell(pid, status) != 0) {
         return -1;
     }
     if (endedByInterrupt(status) && run_state.interrupted == 0) {

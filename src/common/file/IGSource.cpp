@@ -19,21 +19,21 @@
 
 namespace {
 
-constexpr int LINKS_LIMIT = 40;    // as many as the kernel follows in one path
-constexpr int STEPS_LIMIT = 4096;  // names in one path and its links: the longest path has half
+constexpr int LINKS_LIMIT = 40;    // the kernel's limit for one path
+constexpr int STEPS_LIMIT = 4096;  // names in one path and its symlinks: the longest path has half
 constexpr std::size_t DESCRIPTOR_PATH_SIZE = 32;
 
-// One way along a path. `source` is where it has come to.
-class Way {
+// A walk along a path. `source` is the current position.
+class PathWalk {
   public:
-    Way(Source& source, const char* ours, int links)
+    PathWalk(Source& source, const char* ours, int links)
         : source_(source), ours_(ours), links_(links) {}
 
     bool go(const char* path) { return toRoot() && follow(path); }
 
   private:
-    // Makes what was opened the place where the way stands. Takes the descriptor.
-    bool arrive(int opened) {
+    // Makes the opened file the current position. Owns the descriptor from here on.
+    bool moveTo(int opened) {
         source_.fd.reset(opened);
         return opened != -1 && ::fstat(opened, &source_.st) == 0;
     }
@@ -41,17 +41,17 @@ class Way {
     bool toRoot() {
         length_ = 0;
         source_.path[0] = '\0';
-        return arrive(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        return moveTo(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
 
     bool toParent() {
         while (length_ > 0 && source_.path[--length_] != '/') {
         }
         source_.path[length_] = '\0';
-        return arrive(::openat(source_.fd.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        return moveTo(::openat(source_.fd.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
 
-    // Goes along a text: from the root when it begins with a slash, else from here.
+    // Walks along a text: from the root when it begins with a slash, else from here.
     bool follow(const char* text) {
         if (*text == '/') {
             own_ = source_.own;
@@ -91,20 +91,20 @@ class Way {
             return false;
         }
         name.copy(text.data(), name.size());
-        judge();
+        checkDirectory();
         return take(text.data(), last);
     }
 
-    // Judges the directory that is left for one of its entries. What lies below one that is not
-    // root's own does not count as root's own again.
-    void judge() {
+    // Checks the current directory before its entry is opened. Below a directory that is not root's
+    // own, nothing counts as root's own again.
+    void checkDirectory() {
         const bool in_ours = liesInOurs();
         own_ = own_ && (in_ours || isRootsOwn(source_.st));
         source_.own = in_ours || own_;
     }
 
-    // Goes on to an entry of the directory. Only a directory is entered with O_DIRECTORY, which has
-    // an automounter mount it.
+    // Moves to an entry of the directory. Only directories are opened with O_DIRECTORY, which makes
+    // an automounter mount them.
     bool take(const char* name, bool last) {
         const int here = source_.fd.get();
         int next = last ? -1 : ::openat(here, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -144,7 +144,8 @@ class Way {
             errno = ELOOP;
             return false;
         }
-        // A tool may have copied a user's link into the output: it is judged as where it was.
+        // A tool may have copied a user's symlink into the output: check it as at its original
+        // path.
         const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
         if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
             return false;
@@ -166,16 +167,15 @@ class Way {
         return follow(text.data());
     }
 
-    // A link in proc leads to a file, whatever its text says. Where the file has no name that we
-    // can find it by, because it was deleted or lies in another mount namespace, the link is its
-    // name.
+    // A symlink in proc leads to a file, regardless of its text. If no name leads to that file,
+    // because it was deleted or is in another mount namespace, the symlink's path is used.
     bool takeOfProc(const char* name) {
         const bool ours = isOfOurNamespace(source_.fd.get());
-        if (!arrive(::openat(source_.fd.get(), name, O_PATH | O_CLOEXEC))) {
+        if (!moveTo(::openat(source_.fd.get(), name, O_PATH | O_CLOEXEC))) {
             return false;
         }
         if (ours && takeName()) {
-            own_ = own_ && isOfProc(source_.fd.get());  // what lies above was not judged
+            own_ = own_ && isOfProc(source_.fd.get());  // the directories above were not checked
             source_.own = source_.own && own_;
             return true;
         }
@@ -183,7 +183,8 @@ class Way {
         return append(name);
     }
 
-    // False when a directory of proc is that of a process with mounts of its own, or one below it.
+    // False when a directory of proc, or its parent, is that of a process with another mount
+    // namespace.
     static bool isOfOurNamespace(int fd) {
         struct stat theirs = {};
         struct stat ours = {};
@@ -193,7 +194,7 @@ class Way {
                 ours.st_ino == theirs.st_ino);
     }
 
-    // Makes the name under which the kernel knows the file the path, if it leads to that file.
+    // Sets the path to the kernel's name of the file, if that name leads to the file.
     bool takeName() {
         std::array<char, DESCRIPTOR_PATH_SIZE> self{};
         std::array<char, std::size_t{PATH_MAX}> path{};
@@ -204,7 +205,7 @@ class Way {
             st.st_ino != source_.st.st_ino) {
             return false;
         }
-        length_ = length == 1 ? 0 : static_cast<std::size_t>(length);  // "/" has no name
+        length_ = length == 1 ? 0 : static_cast<std::size_t>(length);  // "/" is stored as ""
         path[length_] = '\0';
         source_.path = path;
         return true;
@@ -217,7 +218,7 @@ class Way {
 
     [[nodiscard]] bool liesInOurs() const { return liesIn(ours_, source_.path.data()); }
 
-    // Whether a link that a user may have made is followed to the place where the way now stands.
+    // Whether a symlink that a user may have made may be followed to the current position.
     [[nodiscard]] bool mayFollow(const struct stat& link) const {
         const bool owned = link.st_uid == 0 || link.st_uid == source_.st.st_uid;
         return owned &&
@@ -227,25 +228,25 @@ class Way {
     Source& source_;
     const char* ours_;
     int steps_ = STEPS_LIMIT;
-    int links_;               // how many more are followed
-    bool own_ = true;         // as source_.own, but for what being in the output adds
+    int links_;               // how many more may be followed
+    bool own_ = true;         // source_.own without the exception for the output
     std::size_t length_ = 0;  // of the path
 };
 
 bool go(const char* path, Source& source, const char* ours, int links) {
     source.own = true;
-    if (Way(source, ours, links).go(path)) {
+    if (PathWalk(source, ours, links).go(path)) {
         return true;
     }
     source.fd.reset();
     return false;
 }
 
-// Opens a path on which no component may be a link. `flags` are those of open(2).
+// Opens a path without symlinks in any component. `flags` are those of open(2).
 int openWithoutLinks(const char* path, int flags) {
 #ifdef SYS_openat2
-    static bool is_there = true;  // kernels before 5.6, and some sandboxes, lack the call
-    if (is_there) {
+    static bool available = true;  // kernels before 5.6, and some sandboxes, lack the call
+    if (available) {
         struct open_how how = {};
         how.flags = static_cast<__u64>(flags | O_CLOEXEC);
         how.resolve = RESOLVE_NO_SYMLINKS;
@@ -253,7 +254,7 @@ int openWithoutLinks(const char* path, int flags) {
         if (fd != -1 || (errno != ENOSYS && errno != EPERM)) {
             return static_cast<int>(fd);
         }
-        is_there = false;
+        available = false;
     }
 #endif
     Source source;

@@ -25,7 +25,7 @@
 #include "common/report/IGCmnMessageState.h"
 #include "common/report/IGSysErr.h"
 
-// History texts come from the catalogue.
+// History texts are in the catalogue.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
@@ -43,7 +43,7 @@ bool isThere(const char* path) {
     return ::stat(path, &st) == 0;
 }
 
-// Makes room for a new run log: the present one becomes the old one.
+// Makes way for a new run log: renames the current one to the old one's name.
 bool rotateRunLog(const Path& current, const Path& old) {
     if (!isThere(current.data())) {
         return true;
@@ -59,7 +59,7 @@ bool rotateRunLog(const Path& current, const Path& old) {
     return true;
 }
 
-// The history log's lock. It is held until the end of the scope and its file is never removed.
+// The history log's lock, held until the end of the scope. Its file is never removed.
 class HistoryLock {
   public:
     enum class Wait { KERNEL, POLLING };
@@ -117,7 +117,7 @@ class HistoryLock {
     const char* failed_call_ = nullptr;
 };
 
-// A warning of the rotation, which runs before there is a run log: it goes to the standard error.
+// A warning of the rotation, which runs before the run log is open: it goes to the standard error.
 void warn(const char* call, int error, const char* path,
           SourcePlace place = SourcePlace::current()) {
     writeSysErr({.call = call, .error = error, .subject = path}, place, SYSERR_WARNING,
@@ -138,7 +138,7 @@ void rotateHistory(const Path& current, const Path& old) {
     }
 }
 
-// One line of a history failure, straight into the run log.
+// Writes one line of a history failure directly to the run log.
 void writeFailureLine(const char* text, ...) {
     std::va_list args;
     va_start(args, text);
@@ -149,7 +149,7 @@ void writeFailureLine(const char* text, ...) {
     }
 }
 
-// What became of a history line: the call that failed, null for none, with what it was about.
+// The result of writing a history line: the failed call, null for none, and its details.
 struct HistoryResult {
     const char* call = nullptr;
     int error = 0;
@@ -163,7 +163,7 @@ struct HistoryResult {
     }
 };
 
-// Appends the line, or nothing of it: what a failed write has left is cut off again.
+// Appends the whole line or nothing: after a failed write it truncates the log to its old size.
 void appendHistoryLine(const char* text, std::va_list args, HistoryResult& result) {
     if (!logPath(HISTORY_NAME, result.path)) {
         return;
@@ -180,14 +180,14 @@ void appendHistoryLine(const char* text, std::va_list args, HistoryResult& resul
     } else if (std::fflush(history.get()) != 0) {
         result.fail("fflush");
     }
-    std::fclose(history.release());  // before cutting: closing writes what is still buffered
+    std::fclose(history.release());  // before truncate: closing writes what is still buffered
     if (result.call != nullptr && ::truncate(result.path.data(), before.st_size) != 0) {
-        errno = result.error;  // the failed write is what counts
+        errno = result.error;  // the failed write is what is reported
     }
 }
 
-// Locks, appends, unlocks. Nothing is reported before the log and its lock are closed: a report
-// that fails ends the run, and the end writes to this log again.
+// Locks, appends, unlocks. Reports nothing before the log and its lock are closed: a report that
+// fails ends the run, which writes to this log again.
 HistoryResult writeHistoryLine(const char* text, std::va_list args) {
     HistoryResult result;
     const HistoryLock lock(HistoryLock::Wait::POLLING);
@@ -200,15 +200,15 @@ HistoryResult writeHistoryLine(const char* text, std::va_list args) {
     return result;
 }
 
-// A file is copied in blocks of so many bytes, with a check for an interruption before each.
+// Bytes that are copied at a time; before each block the copy checks for an interruption.
 constexpr std::size_t BLOCK_SIZE = 65536;
 
-// The last piece of what was copied: the last line, or of a longer one what follows its last whole
-// 1023 bytes. Bytes, not a text: a tool may print a NUL.
+// The end of the copied bytes: the last line, or of a longer one than 1023 bytes the part after its
+// last whole 1023. Bytes, not a text: a tool may print a NUL.
 class LastPiece {
   public:
     void take(const char* bytes, std::size_t length) {
-        // No piece begins before the last line feed with anything behind it.
+        // Skips everything up to the last line feed that has bytes after it.
         if (const void* feed = ::memrchr(bytes, '\n', length - 1); feed != nullptr) {
             const auto skipped =
                 static_cast<std::size_t>(static_cast<const char*>(feed) + 1 - bytes);
@@ -246,15 +246,15 @@ int writeBytes(const char* bytes, std::size_t length) {
     return 0;
 }
 
-// How many bytes of an open file are to be copied: those that it has now. What was left behind by a
-// tool may write to it as fast as it is read, and there would be no end.
+// How many bytes of an open file to copy: its size now. A process that a tool left behind may write
+// to it as fast as it is read, and the copy would never end.
 std::size_t bytesToCopy(int fd) {
     struct stat st = {};
     const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     return sized ? static_cast<std::size_t>(st.st_size) : SIZE_MAX;
 }
 
-// Copies the file into the run log, or as much of it as an interruption lets it. 0 or -1.
+// Copies the file to the run log until its end or an interruption. 0 or -1.
 int copyBlocks(int fd, const char* path, LastPiece& last) {
     std::array<char, BLOCK_SIZE> block{};
     std::size_t left = bytesToCopy(fd);
@@ -280,13 +280,13 @@ int copyBlocks(int fd, const char* path, LastPiece& last) {
     return 0;
 }
 
-// The next message must begin on a line of its own.
+// Ends the last line, so that the next message begins on its own line.
 int endLastLine(const LastPiece& last) {
     return last.empty() || last.endsItsLine() ? 0 : writeBytes("\n", 1);
 }
 
-// Proves that the locale can read the end of what was copied.
-int proveReadable(const LastPiece& last) {
+// Checks that the locale can decode the end of the copy. 0 or -1.
+int checkReadable(const LastPiece& last) {
     LocalPool pool;
     return last.empty() || IgCmnMBS2WCS(pool.get(), last.text()) != nullptr ? 0 : -1;
 }
@@ -320,7 +320,7 @@ int IgCmnMsgOpenLog() {
     std::array<char, TIME_STR_SIZE> now{};
     IgCmnGetTimeStr(now.data());
     IgCmnMsgInfo<ZEPA201_I>(QUENDIL_VERSION, static_cast<const char*>(now.data()));
-    msg_state.log_opened = 1;  // after its first line: nobody need look at a log that has none
+    msg_state.log_opened = 1;  // after the first line: messages name only a log that has one
     return 0;
 }
 
@@ -352,12 +352,12 @@ int IgCmnMsgCopyFile(const char* path) {
     int result = endLastLine(last);
     const bool interrupted = run_state.interrupted != 0;
     if (result == 0 && !interrupted) {
-        result = proveReadable(last);
+        result = checkReadable(last);
     }
     if (flushRunLog() != 0) {
         return -1;
     }
-    // Reported only now, on a line of its own.
+    // Reported last, on its own line.
     return interrupted && IgMainIsInterrupted() != 0 ? -1 : result;
 }
 

@@ -18,7 +18,7 @@
 #include "common/report/IGSysErr.h"
 #include "common/report/IGTerminal.h"
 
-// The texts come from the catalogue; IgCmnMsg<> has compared them with their arguments.
+// The texts are in the catalogue; IgCmnMsg<> has checked their arguments.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 MsgState msg_state;
@@ -27,7 +27,7 @@ namespace {
 
 constexpr const char* MEMORY_WARNING = "ZEPA143-W:Memory is insufficient.\n";
 
-// The last run-log warning of a run that has failed so far.
+// The latest run-log warning, stored while the run counts as failed.
 struct SavedMessage {
     memory_pool pool;
     char* text;
@@ -40,7 +40,7 @@ struct Output {
     std::int32_t kind;
 };
 
-// While a collection is under way a failed system call is a warning in the run log.
+// During a collection, a failed system call is a warning in the run log.
 Output chooseText(int number) {
     const MsgEntry& entry = msgEntry(number);
     const Output as_listed{entry.text, entry.kind};
@@ -62,7 +62,7 @@ Output chooseText(int number) {
     }
 }
 
-// Shows what `write` writes on a line of its own.
+// Shows the output of `write` on its own line.
 template <typename Write>
 void show(std::FILE* stream, Write write) {
     IgCmnProgressNewline();
@@ -161,7 +161,7 @@ void writeMessage(int number, const Output& out, std::va_list args) {
 }  // namespace
 
 void IgCmnMsgOut(int number, ...) {
-    const int kept_errno = errno;  // a report must not disturb what its caller still has to look at
+    const int kept_errno = errno;  // a caller may still check errno after a report
     const Output out = chooseText(number);
     if (out.text != nullptr) {
         std::va_list args;
@@ -234,7 +234,7 @@ ShownText::ShownText(const char* text) : text_(text) {
     }
     const std::size_t size = IgCmnMsgPrintableSize(text, Tabs::KEPT);
     if (size == std::strlen(text) + 1) {
-        return;  // by far the most texts
+        return;  // true for most texts
     }
     const int kept_errno = errno;
     auto* shown = static_cast<char*>(IgCmnMemoryAlloc(&pool_, size));
@@ -262,8 +262,7 @@ ShownText::~ShownText() {
                     });
     });
     std::fclose(std::exchange(msg_state.log, nullptr));
-    IgCmnMsgSetMode(
-        MSGMODE_NORMAL);  // with no run log left, what fails from here on must reach the terminal
+    IgCmnMsgSetMode(MSGMODE_NORMAL);  // without a run log, later failures must reach the terminal
     const auto end = run_hooks.end_after_log_failure;
     std::exit(end != nullptr ? end() : IgMainGetRetCode());
 }

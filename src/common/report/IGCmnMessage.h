@@ -1,5 +1,5 @@
-// Numbered messages: every text that the program shows or logs, apart from the index file, comes
-// from one catalogue, and its kind decides where it goes. The run log and history log are in
+// Numbered messages: one catalogue has every text that the program shows or logs, except for the
+// index file, and a message's kind decides where it goes. The run log and history log are in
 // IGCmnLog, the progress line in IGCmnProgress.
 #ifndef QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
 #define QUENDIL_COMMON_REPORT_IGCMNMESSAGE_H
@@ -15,19 +15,20 @@
 #include "common/report/IGCmnMessageTable.h"
 #include "common/report/IGSysErr.h"
 
-/// This release's version, as every log and the usage text show it.
+/// The version of this release, as shown in every log and the usage text.
 inline constexpr const char* QUENDIL_VERSION = "01-02";
 
-/// Writes the message `number` with printf-style arguments to the destinations of its kind,
-/// flushing each. An unknown number writes nothing. A failed write to the run log ends the process
-/// through the end routine; failures on the standard streams are ignored. Use IgCmnMsg<> where the
-/// number is known: it checks the arguments and shows texts without control characters.
+/// Writes the message `number` with printf-style arguments to the destinations of its kind and
+/// flushes each. An unknown number writes nothing. A failed write to the run log ends the process
+/// through the end routine; failures on the standard streams are ignored. Use IgCmnMsg<> for a
+/// number known at compile time: it checks the arguments and shows texts without control
+/// characters.
 void IgCmnMsgOut(int number, ...);
 
 /// Sets how failures are reported from now on.
 void IgCmnMsgSetMode(MsgMode mode);
 
-/// A mode for a scope. The former one is restored.
+/// Sets a mode for a scope, then restores the former one.
 class MessageMode {
   public:
     explicit MessageMode(MsgMode mode);
@@ -39,32 +40,32 @@ class MessageMode {
     MsgMode former_;
 };
 
-/// The catalogue's text of a number; null when there is none.
+/// The catalogue's text for a number (static storage); null when it has none.
 const char* IgCmnMsgGetText(int number);
 
 /// 1 once the run log has been opened in this run.
 int IgCmnMsgLogOpened();
 
-/// At the end of a failed run: shows the last saved warning when the standard error has seen no
-/// message, then names the run log (ZEPA216-I) when it was opened.
+/// At the end of a failed run: shows the saved warning if no message went to the standard error,
+/// then names the run log (ZEPA216-I) if it was opened.
 void IgCmnMsgReprint();
 
 /// Frees the saved warning.
 void IgCmnMsgFree();
 
-/// Reports it: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject, when there is
-/// one), ZEPA114-E (place). Control characters of the subject are shown as octal.
+/// Reports it: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject, if any),
+/// ZEPA114-E (place). Control characters of the subject are shown as octal.
 void IgCmnSysErr(const SysErr& failed, SourcePlace place = SourcePlace::current());
 /// The same for a path.
 void IgCmnSysErrPath(const char* call, int error, const char* path,
                      SourcePlace place = SourcePlace::current());
-/// The same where no path is concerned: ZEPA113-E and ZEPA114-E.
+/// The same without a path: ZEPA113-E and ZEPA114-E.
 void IgCmnSysErrPlain(const char* call, int error, SourcePlace place = SourcePlace::current());
 
-/// A text as messages show it, with tabs kept. IgCmnMsg<> shows every text that it is given in this
-/// way, so that no argument and no path made of one can forge a line, and whoever uses a text can
-/// go on using it as it is. A text that needs no escaping is not copied and must live as long as
-/// this. Where memory runs out (reported) the others are shown as "?".
+/// A text as messages show it, with tabs kept. IgCmnMsg<> shows every text in this form, so that no
+/// argument, and no path made from one, can forge a line, while callers use the text unchanged. A
+/// text that needs no escaping is not copied and must outlive this object. Other texts are shown as
+/// "?" when memory runs out (reported).
 class ShownText {
   public:
     explicit ShownText(const char* text);
@@ -78,8 +79,8 @@ class ShownText {
     const char* text_;
 };
 
-// What a catalogue text expects at each placeholder, and what a caller passes: compared when the
-// program is compiled, because a wrong variable argument is undefined behaviour.
+// Compares a catalogue text's placeholders with the types of the caller's arguments at compile
+// time, because a wrong variable argument is undefined behaviour.
 namespace msg_check {
 
 template <typename T>
@@ -117,7 +118,7 @@ struct Number {
     [[nodiscard]] T get() const { return value; }
 };
 
-// What a value is passed as lives until the message is out.
+// Converts an argument to what printf takes; it lives until the message is written.
 template <typename T>
 auto passed(T value) {
     if constexpr (kindOf<T>() == 's') {
@@ -131,15 +132,15 @@ auto passed(T value) {
 
 }  // namespace msg_check
 
-/// IgCmnMsgOut for a number known at compile time, with checked arguments and ShownTexts of them.
+/// IgCmnMsgOut for a number known at compile time: checks the arguments, shows texts as ShownText.
 template <MsgNo N, typename... Args>
 void IgCmnMsg(Args... args) {
     static_assert(msg_check::fits<Args...>(msgEntry(N).text), "arguments do not match the text");
     IgCmnMsgOut(N, msg_check::passed(args).get()...);
 }
 
-/// IgCmnMsgOut for a message of two parts: `text` is both, with the printf placeholders of the
-/// second.
+/// IgCmnMsgOut for a message of two parts: `text` is both parts, with the printf placeholders of
+/// the second.
 void IgCmnMsgOutWhole(MsgNo number, const char* text, ...);
 
 namespace msg_check {
@@ -148,7 +149,7 @@ constexpr std::size_t lengthOf(const char* text) {
     return std::string_view(text).size();
 }
 
-// The identifier N and the text that follows it in number order, as one.
+// The identifier N joined with the text that follows it in number order.
 template <MsgNo N>
 constexpr auto wholeText() {
     constexpr const char* IDENTIFIER = msgEntry(N).text;
@@ -166,8 +167,8 @@ constexpr auto wholeText() {
 
 }  // namespace msg_check
 
-/// A message of two parts: the identifier N, then the text that follows it in number order. It is
-/// written whole, so that no failure can leave half of it on the terminal.
+/// A message of two parts: the identifier N, then the text that follows it in number order. One
+/// write shows both, so that no failure leaves half of it on the terminal.
 template <MsgNo N, typename... Args>
 void IgCmnMsgInfo(Args... args) {
     static constexpr auto WHOLE = msg_check::wholeText<N>();

@@ -1,4 +1,4 @@
-// What the message function and the run log share.
+// State shared by the message function and the run log.
 #ifndef QUENDIL_COMMON_REPORT_IGCMNMESSAGESTATE_H
 #define QUENDIL_COMMON_REPORT_IGCMNMESSAGESTATE_H
 
@@ -18,7 +18,7 @@ struct MsgState {
 extern MsgState msg_state;
 
 /// Ends the process after a failed write to the run log: reports the call on the standard error,
-/// closes the run log and has the run ended (RunHooks).
+/// closes the run log and ends the run (RunHooks).
 [[noreturn]] void msgLogFailed(const char* call, int error);
 
 #endif

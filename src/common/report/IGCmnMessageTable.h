@@ -1,5 +1,5 @@
-// The message catalogue as data: the numbers by name, and the table that carries text, kind and
-// flags of each.
+// The message catalogue as data: the numbers by name, and the table with the text, kind and flags
+// of each.
 #ifndef QUENDIL_COMMON_REPORT_IGCMNMESSAGETABLE_H
 #define QUENDIL_COMMON_REPORT_IGCMNMESSAGETABLE_H
 
@@ -16,7 +16,7 @@ enum MsgKind : std::int32_t {
     MSGKIND_HISTORY = 5,     ///< nowhere: written through the history log's writer
 };
 
-/// Message numbers by name. ZEPA202_I is the identifier "ZEPA202-I:" where a text follows it as a
+/// Message numbers by name. ZEPA202_I is only the identifier "ZEPA202-I:" when its text is a
 /// message of its own (ZEPA202_I_TEXT), else the whole message.
 enum MsgNo : std::int32_t {
 #define IG_MSG(number, name, kind, f1, f2, text) name = (number),
@@ -36,8 +36,8 @@ enum MsgMode : std::int32_t {
 struct MsgEntry {
     std::int32_t number;
     const char* text;  // printf format
-    std::uint32_t f1;  // kept as data, read by nothing
-    std::uint32_t f2;  // kept as data, read by nothing
+    std::uint32_t f1;  // stored, never read
+    std::uint32_t f2;  // stored, never read
     std::int32_t kind;
 };
 
@@ -49,8 +49,8 @@ inline constexpr MsgEntry msg_tbl[] = {
     {MSG_TERMINATOR, nullptr, 0, 0, MSGKIND_LOG},
 };
 
-// A message is found by its number: two with one number, or one with the terminator's, would be
-// lost.
+// Messages are found by number: of two with one number, or one with the terminator's, one would
+// never be found.
 namespace msg_check {
 
 constexpr bool numbersAreUnique() {
@@ -77,7 +77,8 @@ static_assert(onlyTheLastIsTheTerminator(), "a message has the number of the ter
 
 }  // namespace msg_check
 
-/// The entry with the given number, or the terminator. Found by number: the table is not sorted.
+/// Returns the entry with the given number, or the terminator. Linear search: the table is not
+/// sorted.
 constexpr const MsgEntry& msgEntry(std::int32_t number) {
     const MsgEntry* entry = msg_tbl;
     while (entry->number != number && entry->number != MSG_TERMINATOR) {

@@ -10,12 +10,12 @@
 namespace {
 
 constexpr std::int32_t BAR_WIDTH = 68;
-constexpr std::int32_t DISABLED = -1;  // of the star counter
+constexpr std::int32_t DISABLED = -1;  // value of the star counter
 
 constexpr std::size_t MOST_STEPS = 4;
 
-// A phase, and the columns of the bar that each of its steps fills. Collecting has as many steps as
-// there are items, which share its columns.
+// A phase, and the columns of the bar that each of its steps fills. Collecting has one step per
+// item; the items share its columns.
 struct Phase {
     const char* label;
     std::array<std::int32_t, MOST_STEPS> columns;
@@ -35,13 +35,13 @@ struct Progress {
     std::int32_t stars = DISABLED;
     bool on_screen = false;
     std::int32_t step = 0;
-    // the collect phase spreads its stars over its items
+    // the collect phase distributes its stars over its items
     std::int64_t collect_accumulator = 0;
     std::int32_t collect_total = 0;
 };
 Progress progress;
 
-// Every character is flushed on its own, so that a slow terminal shows the bar as it grows.
+// Flushes every character, so that a slow terminal shows the bar as it grows.
 void put(char c) {
     writeTerminal(stdout, [c](std::FILE* terminal) { std::fputc(c, terminal); });
 }
@@ -77,7 +77,7 @@ bool collecting() {
     return progress.phase == &COLLECT;
 }
 
-// A step behind the last one of its phase fills no column.
+// A step after the last one of its phase fills no column.
 void takeStep() {
     const auto step = static_cast<std::size_t>(progress.step);
     progress.stars += step < MOST_STEPS ? progress.phase->columns[step] : 0;
@@ -85,7 +85,7 @@ void takeStep() {
     ++progress.step;
 }
 
-// A phase in which no step was taken gets no stars.
+// A phase without steps gets no stars.
 void finishPhase() {
     if (collecting()) {
         draw();

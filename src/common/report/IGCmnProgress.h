@@ -6,21 +6,21 @@
 
 #include <cstdint>
 
-/// Allows the display: until then nothing is drawn.
+/// Enables the display: nothing is drawn before.
 void IgCmnProgressEnable();
 /// Starts the display with the phase "initialize:".
 void IgCmnProgressInit();
-/// Goes to the phase "collect   :" of `items` steps.
+/// Starts the phase "collect   :" of `items` steps.
 void IgCmnProgressCollect(std::int32_t items);
-/// Goes to the phase "archive   :" of four steps.
+/// Starts the phase "archive   :" of four steps.
 void IgCmnProgressArchive();
-/// Goes to the phase "cleanup   :" of one step.
+/// Starts the phase "cleanup   :" of one step.
 void IgCmnProgressCleanup();
-/// Takes one step of the current phase. Does nothing once the run has been interrupted.
+/// Takes one step of the current phase. Does nothing once the run is interrupted.
 void IgCmnProgressStep();
 /// Draws the full bar and ends the line.
 void IgCmnProgressEnd();
-/// Ends the line when the bar is on the screen, so that other text starts on a line of its own.
+/// Ends the line when it shows the bar, so that other text starts on its own line.
 void IgCmnProgressNewline();
 
 #endif

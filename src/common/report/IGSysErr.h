@@ -1,5 +1,5 @@
-// The report of a failed system call, for every place that it is written to: the call with its
-// error, what it was about, and the place in the source.
+// The report of a failed system call, for all its destinations: the call with its error, its
+// subject, and the place in the source.
 #ifndef QUENDIL_COMMON_REPORT_IGSYSERR_H
 #define QUENDIL_COMMON_REPORT_IGSYSERR_H
 
@@ -28,7 +28,8 @@ struct SysErrTexts {
 inline constexpr SysErrTexts SYSERR_ERROR{ZEPA113_E, ZEPA151_E, ZEPA114_E};
 inline constexpr SysErrTexts SYSERR_WARNING{ZEPA140_W, ZEPA152_W, ZEPA141_W};
 
-/// The subject with its control characters shown as octal, in static storage.
+/// The subject with its control characters shown as octal, in static storage; the next call
+/// overwrites it.
 const char* shownSubject(const char* subject);
 
 /// Writes the lines with `write(MsgNo, arguments of its text...)`. A failure without a subject has

@@ -13,5 +13,5 @@ bool terminalTakes(std::FILE* stream) {
     fd_set ready;
     FD_ZERO(&ready);
     FD_SET(fd, &ready);
-    return waitPatiently(fd + 1, &ready, PATIENCE) != 0;  // what fails is for the write to tell
+    return waitPatiently(fd + 1, &ready, PATIENCE) != 0;  // on an error the write itself fails
 }

@@ -1,17 +1,16 @@
-// What the run shows to whoever has started it: the standard output and the standard error.
+// The terminal of the run: the standard output and the standard error.
 #ifndef QUENDIL_COMMON_REPORT_IGTERMINAL_H
 #define QUENDIL_COMMON_REPORT_IGTERMINAL_H
 
 #include <cstdio>
 
-/// Whether to write to the terminal now. A reader that is slow holds a run up, as it does every
-/// program; but a run that has been interrupted is to end, also when its output is not read any
-/// more (IGPatience.h).
-/// @param stream the standard output or the standard error, with nothing in its buffer
-/// @return false when the run is interrupted, its patience is over and a write would wait
+/// Whether to write to the terminal now. A slow reader blocks a run, as it does every program; but
+/// an interrupted run must end even if its output is no longer read (IGPatience.h).
+/// @param stream the standard output or the standard error, with an empty buffer
+/// @return false when the run is interrupted, its patience is used up and a write would block
 [[nodiscard]] bool terminalTakes(std::FILE* stream);
 
-/// Has `write` write to the stream, when the terminal takes it, and shows it at once.
+/// Calls `write` with the stream if the terminal takes output, and flushes.
 template <typename Write>
 void writeTerminal(std::FILE* stream, Write write) {
     if (terminalTakes(stream)) {
