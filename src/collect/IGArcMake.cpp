@@ -215,7 +215,7 @@ std::int64_t tarMemberSize(const TarBlock& header) {
 // What the headers of an archive say of it.
 enum class TarState {
     WHOLE,
-    CUT,
+    TRUNCATED,
     UNKNOWN,  // it cannot be read, or does not begin with a header of tar's
 };
 
@@ -229,7 +229,7 @@ TarState stateOfTar(const char* path) {
     const FdGuard fd(openForReading(path));
     TarBlock header{};
     std::int64_t at = 0;
-    bool is_tars = false;
+    bool from_tar = false;
     ssize_t got = fd ? TAR_BLOCK : -1;
     while (got == TAR_BLOCK) {
         got = ::pread(fd.get(), header.data(), header.size(), at);
@@ -239,14 +239,14 @@ TarState stateOfTar(const char* path) {
         if (std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; })) {
             return TarState::WHOLE;
         }
-        is_tars = is_tars || (at == 0 && isTarHeader(header));
+        from_tar = from_tar || (at == 0 && isTarHeader(header));
         const std::int64_t size = tarMemberSize(header);
         if (size < 0 || size > INT64_MAX - at - 2 * TAR_BLOCK) {
             break;
         }
         at += TAR_BLOCK + (size + TAR_BLOCK - 1) / TAR_BLOCK * TAR_BLOCK;
     }
-    return got != -1 && is_tars ? TarState::CUT : TarState::UNKNOWN;
+    return got != -1 && from_tar ? TarState::TRUNCATED : TarState::UNKNOWN;
 }
 
 // --- making ---
@@ -358,7 +358,7 @@ bool isArchive(const Archive& archive) {
     }
     const TarState state = stateOfTar(archive.tar);
     archive.root.output_kept = state != TarState::WHOLE;
-    return state != TarState::CUT;
+    return state != TarState::TRUNCATED;
 }
 
 // Packs the output directory under the name that was claimed. RESULT_DONE when the archive is

@@ -85,15 +85,15 @@ const char* relativeName(const Item& item, const char* path) {
 
 // Brings one regular file in. While the run makes an archive a link serves, because tar follows it,
 // but only where no user can put something else in the file's place until then.
-Brought bringFile(const Item& item, const Source& source, const char* destination,
-                  std::int64_t& bytes) {
+Collected collectFile(const Item& item, const Source& source, const char* destination,
+                      std::int64_t& bytes) {
     const char* path = source.path.data();
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
     if (kernel_file != 0 || !source.own) {
-        return bringContent(item.root, source, kernel_file, destination, bytes);
+        return copyContent(item.root, source, kernel_file, destination, bytes);
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
-    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Brought::WHOLE : Brought::FAILED;
+    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Collected::WHOLE : Collected::FAILED;
 }
 
 Step reportFailed(const char* shown) {
@@ -104,7 +104,7 @@ Step reportFailed(const char* shown) {
 
 // Opens what the entry stands for, in order to look at it. What the rules for links refuse is a
 // failed copy and no failed call.
-bool lookAt(const Item& item, const FileEntry& entry, Source& source) {
+bool openEntry(const Item& item, const FileEntry& entry, Source& source) {
     if (sourceOfEntry(entry, source, item.ours)) {
         return true;
     }
@@ -141,11 +141,11 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
 bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
     Source source;
     // Where it cannot be opened there is nothing to take over.
-    return !lookAt(item, entry, source) || rememberDirectory(item, source.st, destination);
+    return !openEntry(item, entry, source) || rememberDirectory(item, source.st, destination);
 }
 
-Step bringDirectory(Item& item, const struct stat& source, const char* shown,
-                    const char* destination) {
+Step collectDirectory(Item& item, const struct stat& source, const char* shown,
+                      const char* destination) {
     if (IgCmnFileMkdir(destination) != 0) {
         IgCmnMsg<ZEPA130_W>();
         return Step::NEXT;
@@ -156,34 +156,34 @@ Step bringDirectory(Item& item, const struct stat& source, const char* shown,
 }
 
 // Brings a regular file in under a name that is free, when it fits.
-Step bringRegular(Item& item, const Source& source, const char* shown, const char* destination) {
+Step collectRegular(Item& item, const Source& source, const char* shown, const char* destination) {
     const std::int64_t size = source.st.st_size;
     if (!fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
         return Step::NEXT;
     }
     std::int64_t bytes = 0;
-    switch (bringFile(item, source, destination, bytes)) {
-        case Brought::FAILED:
+    switch (collectFile(item, source, destination, bytes)) {
+        case Collected::FAILED:
             return reportFailed(shown);
-        case Brought::OVER_LIMIT:
+        case Collected::OVER_LIMIT:
             reportOverLimit(shown, bytes);
             return Step::NEXT;
-        case Brought::CUT:
+        case Collected::TRUNCATED:
             reportFailed(shown);
             break;
-        case Brought::WHOLE:
+        case Collected::WHOLE:
             break;
     }
     reportCopied(shown, size);
     return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
 }
 
-Step bringSource(Item& item, const Source& source, const char* shown, const char* destination) {
+Step collectSource(Item& item, const Source& source, const char* shown, const char* destination) {
     if (S_ISDIR(source.st.st_mode)) {
-        return bringDirectory(item, source.st, shown, destination);
+        return collectDirectory(item, source.st, shown, destination);
     }
-    return isData(source) ? bringRegular(item, source, shown, destination) : reportFailed(shown);
+    return isData(source) ? collectRegular(item, source, shown, destination) : reportFailed(shown);
 }
 
 // Up to where the destination's directories are ready: those that the last one is in too. Else
@@ -226,7 +226,7 @@ bool prepareParents(Item& item, const char* destination) {
 }
 
 // Brings an entry in under a name in the output.
-Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
+Step collectTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
     if (!prepareParents(item, destination)) {
         return Step::NEXT;
     }
@@ -246,18 +246,18 @@ Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* 
     }
     Source source;
     const bool good =
-        lookAt(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
-    return good ? bringSource(item, source, shown, destination) : reportFailed(shown);
+        openEntry(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
+    return good ? collectSource(item, source, shown, destination) : reportFailed(shown);
 }
 
-Step bringEntry(Item& item, const FileEntry& entry) {
+Step collectEntry(Item& item, const FileEntry& entry) {
     LocalPool local;
     const char* destination = IgCmnStrCat(item.memoryp, item.place, entry.path);
     const char* shown = IgCmnStrPrintable(local.get(), entry.path);
     if (destination == nullptr || shown == nullptr) {
         return Step::FAILED;
     }
-    return bringTo(item, entry, shown, destination);
+    return collectTo(item, entry, shown, destination);
 }
 
 // --- data that a tool wrote into the data directory ---
@@ -287,7 +287,7 @@ char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
 }
 
 // Takes something out of the output that must not stay in it. False after reporting.
-bool takeOut(const char* path) {
+bool removeFromOutput(const char* path) {
     if (std::remove(path) == 0) {
         return true;
     }
@@ -301,7 +301,7 @@ Step countFile(Item& item, const char* path, const char* shown, std::int64_t siz
     const bool is_index = std::strcmp(path, item.index) == 0;
     if (!is_index && !fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
-        return takeOut(path) ? Step::NEXT : Step::SIZE_LIMIT;
+        return removeFromOutput(path) ? Step::NEXT : Step::SIZE_LIMIT;
     }
     reportCopied(shown, size);
     return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
@@ -311,15 +311,15 @@ Step countFile(Item& item, const char* path, const char* shown, std::int64_t siz
 // tar follows it.
 Step countLink(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     Source source;
-    const bool good = lookAt(item, entry, source);
+    const bool good = openEntry(item, entry, source);
     if (good && source.own && isData(source) &&
         kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
         return countFile(item, path, shown, source.st.st_size);
     }
-    if (!takeOut(path)) {
+    if (!removeFromOutput(path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
 }
 
 // An entry that lies in the output and behind no link there.
@@ -328,7 +328,7 @@ Step countWritten(Item& item, const FileEntry& entry, const char* shown, const c
     if (::lstat(path, &st) != 0) {
         if (errno == ENOENT) {
             // It lay behind a link that has become a directory.
-            return bringTo(item, entry, shown, path);
+            return collectTo(item, entry, shown, path);
         }
         IgCmnSysErrPath("lstat", errno, path);
         return reportFailed(shown);
@@ -343,14 +343,14 @@ Step countWritten(Item& item, const FileEntry& entry, const char* shown, const c
         reportCopied(shown, 0);
         return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
     }
-    takeOut(path);  // a socket, a FIFO, a device
+    removeFromOutput(path);  // a socket, a FIFO, a device
     return reportFailed(shown);
 }
 
 // An entry whose path only begins like that of the output.
 Step countOther(Item& item, const FileEntry& entry, const char* shown) {
     Source source;
-    if (!lookAt(item, entry, source)) {
+    if (!openEntry(item, entry, source)) {
         return reportFailed(shown);
     }
     const std::int64_t size = S_ISDIR(source.st.st_mode) ? 0 : source.st.st_size;
@@ -366,14 +366,14 @@ Step countOther(Item& item, const FileEntry& entry, const char* shown) {
 Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* path,
                  const char* link) {
     Source source;
-    const bool good = lookAt(item, entry, source);
-    if (!takeOut(link) || IgCmnFileMkdir(link) != 0) {
+    const bool good = openEntry(item, entry, source);
+    if (!removeFromOutput(link) || IgCmnFileMkdir(link) != 0) {
         return reportFailed(shown);
     }
     if (!prepareParents(item, path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
 }
 
 Step countEntry(Item& item, const FileEntry& entry) {
@@ -543,7 +543,7 @@ Result collectItem(Item& item, IgCmnListHeader** records) {
         return RESULT_DONE;
     }
     describe(item);
-    switch (eachEntry(item, entries, item.own_output ? countEntry : bringEntry)) {
+    switch (eachEntry(item, entries, item.own_output ? countEntry : collectEntry)) {
         case Step::NEXT:
             break;
         case Step::INTERRUPTED:

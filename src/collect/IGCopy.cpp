@@ -46,7 +46,7 @@ ssize_t readSome(int fd, char* bytes, std::size_t size) {
     }
 }
 
-Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
+Copied copyBytes(int from, int to, std::int64_t most, std::int64_t& bytes) {
     static std::array<char, std::size_t{256} << 10> block;
     bytes = 0;
     while (bytes < most) {
@@ -95,9 +95,9 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
     if (!to) {
         return Copied::FAILED;
     }
-    if (copyContent(from.get(), to.get(), most, bytes) == Copied::ALL) {
+    if (copyBytes(from.get(), to.get(), most, bytes) == Copied::ALL) {
         copyAttributes(to.get(), source.st, destination);
-        return bytes == most && hasMore(from.get()) ? Copied::CUT : Copied::ALL;
+        return bytes == most && hasMore(from.get()) ? Copied::TRUNCATED : Copied::ALL;
     }
     if (::unlink(destination) != 0) {
         IgCmnSysErrPath("unlink", errno, destination);
@@ -105,24 +105,24 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
     return Copied::FAILED;
 }
 
-Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
-                     const char* destination, std::int64_t& bytes) {
+Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
+                      const char* destination, std::int64_t& bytes) {
     const std::int64_t size = source.st.st_size;
     if (kernel_file == 0) {
         const Copied copied = copySource(source, destination, size, bytes);
-        return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
+        return copied == Copied::FAILED ? Collected::FAILED : Collected::WHOLE;
     }
     const Copied copied = kernel_file == 1
                               ? copySource(source, destination, KERNEL_FILE_LIMIT, bytes)
                               : Copied::FAILED;
     if (copied == Copied::FAILED) {
-        return Brought::FAILED;
+        return Collected::FAILED;
     }
     if (bytes > size && !fitsLimit(root, bytes - size)) {
         if (::unlink(destination) != 0) {
             IgCmnSysErrPath("unlink", errno, destination);
         }
-        return Brought::OVER_LIMIT;
+        return Collected::OVER_LIMIT;
     }
-    return copied == Copied::CUT ? Brought::CUT : Brought::WHOLE;
+    return copied == Copied::TRUNCATED ? Collected::TRUNCATED : Collected::WHOLE;
 }

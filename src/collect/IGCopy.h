@@ -15,8 +15,8 @@ inline constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
 /// What became of a copy.
 enum class Copied {
     ALL,
-    CUT,     // there is more than `most` bytes
-    FAILED,  // nothing is left of it
+    TRUNCATED,  // there is more than `most` bytes
+    FAILED,     // nothing is left of it
 };
 
 /// Reads the regular file that was looked at and makes a file of what was read, with the mode,
@@ -31,9 +31,9 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
                   std::int64_t& bytes);
 
 /// What became of a file that was to be brought in.
-enum class Brought {
+enum class Collected {
     WHOLE,
-    CUT,         // up to the bound of a kernel file; what was read is there
+    TRUNCATED,   // up to the bound of a kernel file; what was read is there
     OVER_LIMIT,  // it had more to read than the limit leaves; nothing is there
     FAILED,      // nothing is there
 };
@@ -43,7 +43,7 @@ enum class Brought {
 /// padded with zeros: what is read beyond it counts too.
 /// @param kernel_file as kernelFileSystemOf says of the source
 /// @param bytes how many were read
-Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
-                     const char* destination, std::int64_t& bytes);
+Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
+                      const char* destination, std::int64_t& bytes);
 
 #endif

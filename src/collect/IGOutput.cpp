@@ -53,13 +53,13 @@ bool removeEntry(const Entry& entry) {
     return false;
 }
 
-void takeOut(const Entry& entry) {
+void removeAndReport(const Entry& entry) {
     removeEntry(entry);
     reportPath(entry);
 }
 
 // Names the file that a link of the output leads to, or led to.
-void reportGone(const Entry& link) {
+void reportMissing(const Entry& link) {
     std::array<char, std::size_t{PATH_MAX}> source{};
     LocalPool local;
     const bool known = ::readlinkat(AT_FDCWD, link.path, source.data(), source.size() - 1) > 0;
@@ -75,27 +75,27 @@ void replaceLink(const Sweep& sweep, const Entry& link, const Source& source, in
         return;
     }
     std::int64_t bytes = source.st.st_size;
-    Brought brought = Brought::OVER_LIMIT;
+    Collected collected = Collected::OVER_LIMIT;
     if (fitsLimit(sweep.root, bytes)) {
-        brought = bringContent(sweep.root, source, kernel_file, link.path, bytes);
+        collected = copyContent(sweep.root, source, kernel_file, link.path, bytes);
     }
-    if (brought == Brought::OVER_LIMIT) {
+    if (collected == Collected::OVER_LIMIT) {
         reportOverLimit(link.shown, bytes);
-    } else if (brought != Brought::WHOLE) {
+    } else if (collected != Collected::WHOLE) {
         reportPath(link);
     }
 }
 
 // Judges a link as if it were brought in now.
-void judgeLink(const Sweep& sweep, const Entry& link) {
+void checkAnyLink(const Sweep& sweep, const Entry& link) {
     Source source;
     if (!sourceFollow(link.path, source, sweep.ours)) {
         if (errno == LINK_REFUSED) {
-            takeOut(link);
+            removeAndReport(link);
             return;
         }
         if (leadsNowhere(errno)) {
-            reportGone(link);
+            reportMissing(link);
         } else {
             IgCmnSysErrPath("open", errno, link.shown);
         }
@@ -107,19 +107,19 @@ void judgeLink(const Sweep& sweep, const Entry& link) {
     }
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link.path);
     if (!S_ISREG(source.st.st_mode)) {
-        takeOut(link);
+        removeAndReport(link);
     } else if (kernel_file != 0 || !source.own) {
         replaceLink(sweep, link, source, kernel_file);
     }
 }
 
 // A link of ours: its file was root's own.
-void lookAtLink(const Entry& link) {
+void checkOwnLink(const Entry& link) {
     struct stat st = {};
     if (::stat(link.path, &st) != 0) {
-        reportGone(link);
+        reportMissing(link);
     } else if (!S_ISREG(st.st_mode)) {
-        takeOut(link);
+        removeAndReport(link);
     }
 }
 
@@ -159,11 +159,11 @@ bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry)
         return false;
     }
     if (type != DT_LNK) {
-        takeOut(swept);
+        removeAndReport(swept);
     } else if (sweep.root.tools_ran) {
-        judgeLink(sweep, swept);
+        checkAnyLink(sweep, swept);
     } else {
-        lookAtLink(swept);
+        checkOwnLink(swept);
     }
     return true;
 }
