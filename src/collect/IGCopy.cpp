@@ -32,8 +32,8 @@ bool writeAll(int fd, const char* bytes, std::size_t length) {
     return true;
 }
 
-// The next bytes of a file: their number, 0 at its end or when it has no more for now, -1 after a
-// failure.
+// Reads the next bytes of a file. Returns their number, 0 at the end or when no data is there yet,
+// -1 after a failure.
 ssize_t readSome(int fd, char* bytes, std::size_t size) {
     for (;;) {
         const ssize_t got = ::read(fd, bytes, size);
@@ -66,16 +66,16 @@ Copied copyBytes(int from, int to, std::int64_t most, std::int64_t& bytes) {
     return Copied::ALL;
 }
 
-// A file system that knows no owners still takes the content, mode and times. The owner comes
-// first: a change of it clears the set-user-ID bits.
+// A file system without owners still stores content, mode and times. The owner is set first,
+// because a change of owner clears the set-user-ID bits.
 void copyAttributes(int to, const struct stat& source, const char* destination) {
     for (const Attribute attribute : {Attribute::OWNER, Attribute::MODE, Attribute::TIMES}) {
         giveAttribute(attribute, to, source, destination);
     }
 }
 
-// Whether there is something behind what was read. Some files of the kernel give whole records
-// only.
+// Whether the file has more data. The buffer is not one byte because some kernel files return whole
+// records only.
 bool hasMore(int fd) {
     std::array<char, 4096> bytes{};
     return readSome(fd, bytes.data(), bytes.size()) > 0;
