@@ -283,8 +283,7 @@ bool liesInOwn(const Archive& archive) {
         return false;
     }
     const bool there = sourceFollow(name.directory, directory);
-    return directory.own &&
-           (!there || isRootsOwn(directory.st));  // if missing: the path up to where it ends
+    return directory.own && (!there || isRootsOwn(directory.st));  // else where its path ends
 }
 
 // Creates the archive's file before tar does: tar would write through a symlink, or into a file,

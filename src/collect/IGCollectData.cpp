@@ -186,8 +186,8 @@ Step collectSource(Item& item, const Source& source, const char* shown, const ch
     return isData(source) ? collectRegular(item, source, shown, destination) : reportFailed(shown);
 }
 
-// Length of the part of the destination whose directories exist: those of the last destination too.
-// Otherwise each entry of a tree would cost an lstat of every directory above it.
+// Length of the part of the destination whose directories exist: the last destination is in them
+// too. Otherwise each entry of a tree would cost an lstat of every directory above it.
 std::size_t readyLength(const Item& item, const char* destination) {
     std::size_t ready = std::strlen(item.place) + 1;
     if (item.prepared == nullptr) {
@@ -202,8 +202,8 @@ std::size_t readyLength(const Item& item, const char* destination) {
 }
 
 // Makes the destination's parent directories in the output, which only this run writes to. A
-// symlink among them is a file collected earlier that its owner has replaced with a directory
-// since, and leads out of the output.
+// symlink among them was made for a file that its owner has since replaced with a directory; it
+// leads out of the output.
 bool prepareParents(Item& item, const char* destination) {
     const std::size_t ready = readyLength(item, destination);
     LocalPool local;
@@ -309,7 +309,7 @@ Step countFile(Item& item, const char* path, const char* shown, std::int64_t siz
 }
 
 // Collects the target of a tool's symlink. The symlink stays only if the target is safe until tar
-// follows it; otherwise a copy replaces it.
+// follows it; otherwise it is removed and a copy made.
 Step countLink(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     Source source;
     const bool good = openEntry(item, entry, source);
@@ -363,8 +363,8 @@ Step countOther(Item& item, const FileEntry& entry, const char* shown) {
     return addFile(item, entry.path + std::strlen(item.data_dir)) ? Step::NEXT : Step::FAILED;
 }
 
-// Collects an entry that a symlink on its path leads to, out of the output: a directory replaces
-// the symlink.
+// Collects an entry behind a symlink that leads out of the output: a directory replaces the
+// symlink.
 Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* path,
                  const char* link) {
     Source source;
