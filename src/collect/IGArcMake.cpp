@@ -35,7 +35,7 @@
 
 namespace {
 
-constexpr std::int32_t GZIP_WARNING = 2;  // exit code of a gzip that warned
+constexpr std::int32_t GZIP_WARNING = 2;  // exit code of gzip after a warning
 
 // The paths of one archive.
 struct Archive {
@@ -48,18 +48,18 @@ struct Archive {
     bool tar_nonzero = false;
     std::int32_t gzip_exit_cd = 0;  // of a gzip that failed
     FdGuard claimed{};              // the file that tar writes to
-    bool own = false;               // its directory is root's own
+    bool own = false;               // only root can replace entries of its directory
 };
 
-// Another working directory for a while. It is left when the scope ends at the latest. The former
-// one is held by a descriptor: it may be renamed or deleted meanwhile.
+// Changes the working directory until leave() or the end of the scope. A descriptor holds the
+// former one, which may be renamed or deleted meanwhile.
 class WorkingDirectory {
   public:
     WorkingDirectory() = default;
     ~WorkingDirectory() {
         const ErrnoKeeper keeper;
         if (entered_ && ::fchdir(former_.get()) != 0) {
-            entered_ = false;  // already on the way out of a failure
+            entered_ = false;  // a failure is already being handled
         }
     }
     WorkingDirectory(const WorkingDirectory&) = delete;
@@ -89,9 +89,9 @@ class WorkingDirectory {
     bool entered_ = false;
 };
 
-// Where tar runs, which is given no more than the output's name: the base directory. Where a user
-// can exchange what stands there under that name, it is a directory of our own among the program's
-// data, with a link to the output itself.
+// The directory in which tar runs; tar gets only the output's name. This is the base directory.
+// Where another user can replace the output there, it is a new directory among the program's data
+// with a symlink to the output.
 class PackingPlace {
   public:
     PackingPlace() = default;
@@ -143,7 +143,7 @@ class PackingPlace {
 
 // --- copying the logs ---
 
-// cp would read from it until somebody writes to it.
+// cp would wait until a process writes to it.
 bool isFifo(const char* path) {
     struct stat st = {};
     return ::stat(path, &st) == 0 && S_ISFIFO(st.st_mode);
@@ -185,13 +185,13 @@ Result copyLogs(memory_pool* memoryp, const root_tbl& root) {
     return result;
 }
 
-// --- a whole archive ---
+// --- checking the archive ---
 
 constexpr std::int64_t TAR_BLOCK = 512;
 using TarBlock = std::array<unsigned char, TAR_BLOCK>;
 
 // The size field of a header: octal digits, or from 8 GiB on a binary number marked by its first
-// bit. -1 for what is neither.
+// bit. -1 if it is neither.
 std::int64_t tarMemberSize(const TarBlock& header) {
     constexpr std::size_t FIELD = 124;
     constexpr std::size_t LENGTH = 12;
@@ -212,11 +212,11 @@ std::int64_t tarMemberSize(const TarBlock& header) {
     return size;
 }
 
-// What the headers of an archive say of it.
+// The state of an archive by its headers.
 enum class TarState {
     WHOLE,
-    CUT,
-    UNKNOWN,  // it cannot be read, or does not begin with a header of tar's
+    TRUNCATED,
+    UNKNOWN,  // it cannot be read, or does not begin with a tar header
 };
 
 bool isTarHeader(const TarBlock& block) {
@@ -224,12 +224,12 @@ bool isTarHeader(const TarBlock& block) {
     return std::memcmp(block.data() + MAGIC, "ustar", 5) == 0;
 }
 
-// Whether the archive was written to its end: from header to header one comes to a block of zeros.
+// Checks that the archive is complete: its headers lead to a block of zeros.
 TarState stateOfTar(const char* path) {
     const FdGuard fd(openForReading(path));
     TarBlock header{};
     std::int64_t at = 0;
-    bool is_tars = false;
+    bool from_tar = false;
     ssize_t got = fd ? TAR_BLOCK : -1;
     while (got == TAR_BLOCK) {
         got = ::pread(fd.get(), header.data(), header.size(), at);
@@ -239,14 +239,14 @@ TarState stateOfTar(const char* path) {
         if (std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; })) {
             return TarState::WHOLE;
         }
-        is_tars = is_tars || (at == 0 && isTarHeader(header));
+        from_tar = from_tar || (at == 0 && isTarHeader(header));
         const std::int64_t size = tarMemberSize(header);
         if (size < 0 || size > INT64_MAX - at - 2 * TAR_BLOCK) {
             break;
         }
         at += TAR_BLOCK + (size + TAR_BLOCK - 1) / TAR_BLOCK * TAR_BLOCK;
     }
-    return got != -1 && is_tars ? TarState::CUT : TarState::UNKNOWN;
+    return got != -1 && from_tar ? TarState::TRUNCATED : TarState::UNKNOWN;
 }
 
 // --- making ---
@@ -275,7 +275,7 @@ bool choosePaths(Archive& archive) {
     return archive.collected != nullptr && archive.tar != nullptr && archive.gz != nullptr;
 }
 
-// Whether only root can exchange what lies in the archive's directory.
+// Whether only root can replace entries of the archive's directory.
 bool liesInOwn(const Archive& archive) {
     Search name{};
     Source directory;
@@ -283,16 +283,16 @@ bool liesInOwn(const Archive& archive) {
         return false;
     }
     const bool there = sourceFollow(name.directory, directory);
-    return directory.own && (!there || isRootsOwn(directory.st));  // or where its way ends
+    return directory.own && (!there || isRootsOwn(directory.st));  // else where its path ends
 }
 
-// Takes the archive's name before tar does, which would write through a link, or into another's
-// file, that another user puts there meanwhile: in /tmp everybody may. False when it is taken
-// already.
+// Creates the archive's file before tar does: tar would write through a symlink, or into a file,
+// that another user puts there meanwhile, as any user can in /tmp. Returns false when the name is
+// taken.
 bool claimName(Archive& archive) {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY | O_CLOEXEC;
     {
-        const UmaskGuard mask(PRIVATE_MASK);  // also where the caller's mask leaves no right at all
+        const UmaskGuard mask(PRIVATE_MASK);  // even if the caller's mask removes every permission
         archive.claimed.reset(::open(archive.tar, FLAGS, 0600));
     }
     const int error = errno;
@@ -304,11 +304,11 @@ bool claimName(Archive& archive) {
     if (!archive.claimed && !archive.own) {
         IgCmnSysErrPath("open", error, archive.tar);
     }
-    return true;  // what else keeps the file from being made keeps tar from it, which tells
+    return true;  // any other error stops tar too, and tar reports it
 }
 
-// What tar is given to write to: the claimed file itself where its name can be exchanged. Null when
-// there is none or memory runs out.
+// The file name for tar: that of the claimed file's descriptor where another user can replace the
+// archive's name. Null when no file was claimed or memory runs out.
 char* nameForTar(const Archive& archive) {
     if (archive.own) {
         return archive.tar;
@@ -321,7 +321,7 @@ char* nameForTar(const Archive& archive) {
     return name;
 }
 
-// Whether the archive's name still is that of the claimed file.
+// Whether the archive's name still names the claimed file.
 bool isClaimed(const Archive& archive) {
     struct stat claimed = {};
     struct stat there = {};
@@ -330,7 +330,7 @@ bool isClaimed(const Archive& archive) {
             claimed.st_dev == there.st_dev && claimed.st_ino == there.st_ino);
 }
 
-// Removes what tar has left. What has taken its name is not ours.
+// Removes the file that tar has left, unless another one has taken its name.
 void dropTar(const Archive& archive) {
     if (isClaimed(archive)) {
         removePartial(archive.tar);
@@ -338,7 +338,7 @@ void dropTar(const Archive& archive) {
 }
 
 int runTar(const Archive& archive, std::int32_t* exit_cd) {
-    // Create the named file, follow links; the directory is relative to the one we are in.
+    // Create the named file, follow symlinks; the directory is relative to the working directory.
     char program[] = "/bin/tar";
     char options[] = "cfh";
     char* name = nameForTar(archive);
@@ -346,9 +346,9 @@ int runTar(const Archive& archive, std::int32_t* exit_cd) {
     return name == nullptr ? EXEC_FAILED : IgCmnExecCommandWords(argv, exit_cd);
 }
 
-// Whether tar has left something that counts as the archive, although it may have failed. One that
-// was cut short, by a full disk or a tar that died, counts as none: the directory is the last whole
-// copy, and the name must be free for the next run.
+// Whether tar has left an archive, even if tar failed. A truncated one, from a full disk or a
+// killed tar, does not count: the directory is then the last complete copy, and the name must be
+// free for the next run.
 bool isArchive(const Archive& archive) {
     if (!isClaimed(archive) || IgCmnFileGetSize(archive.tar) <= 0) {
         return false;
@@ -358,11 +358,11 @@ bool isArchive(const Archive& archive) {
     }
     const TarState state = stateOfTar(archive.tar);
     archive.root.output_kept = state != TarState::WHOLE;
-    return state != TarState::CUT;
+    return state != TarState::TRUNCATED;
 }
 
-// Packs the output directory under the name that was claimed. RESULT_DONE when the archive is
-// there, else the result of IgArcMake.
+// Packs the output directory under the claimed name. Returns RESULT_DONE when the archive exists,
+// else the result of IgArcMake.
 Result pack(Archive& archive) {
     if (IgMainIsInterrupted() != 0) {
         dropTar(archive);
@@ -379,7 +379,7 @@ Result pack(Archive& archive) {
         dropTar(archive);
         return RESULT_INTERRUPTED;
     }
-    // A tar that met a file changing under it ends with a code of its own; the archive is good.
+    // tar exits with a code of its own when a file changed while it was read; the archive is good.
     archive.tar_nonzero = result != EXEC_OK;
     if (result == EXEC_FAILED || !isArchive(archive)) {
         dropTar(archive);
@@ -388,7 +388,7 @@ Result pack(Archive& archive) {
     return RESULT_DONE;
 }
 
-// The archive takes the directory's place, unless it is not known to be whole.
+// Makes the archive the result and removes the directory, unless the archive may be incomplete.
 void replaceDirectoryByArchive(const Archive& archive) {
     const char* collected = archive.collected;
     IgCmnProgressStep();
@@ -402,8 +402,8 @@ void replaceDirectoryByArchive(const Archive& archive) {
     IgCmnProgressStep();
 }
 
-// The name under which the compressed archive is reported: without "." and "..", where that still
-// means the same file.
+// The name under which the compressed archive is reported: without "." and "..", if that still
+// names the same file.
 char* resultName(const Archive& archive) {
     struct stat made = {};
     struct stat named = {};
@@ -414,7 +414,7 @@ char* resultName(const Archive& archive) {
     return same ? name : archive.gz;
 }
 
-// Takes the compressed archive as the run's result.
+// Makes the compressed archive the run's result.
 void takeCompressed(const Archive& archive) {
     root_tbl& root = archive.root;
     root.output_file = IgCmnIsAbsPath(root.output_file) != 0 ? resultName(archive) : archive.gz;
@@ -422,9 +422,8 @@ void takeCompressed(const Archive& archive) {
     IgMainSetRetCode(RETCODE_COMPRESSED);
 }
 
-// After a compression that failed: its partial file is removed while the ".tar" is there. When gzip
-// had finished its work and removed the ".tar", the compressed archive is all there is, and the
-// result.
+// After a failed compression: removes the partial file if the ".tar" exists. If gzip had finished
+// and removed the ".tar", the compressed archive is the only copy and becomes the result.
 Result keepWhatIsThere(const Archive& archive, Result result) {
     struct stat st = {};
     if (IgCmnFileIsTaken(archive.tar) != 0) {
@@ -437,7 +436,7 @@ Result keepWhatIsThere(const Archive& archive, Result result) {
     return result;
 }
 
-// gzip shortens a name that is too long for the file system, and nobody would find the result.
+// gzip shortens a name that is too long for the file system, and the result would not be found.
 bool isNameTooLong(const char* path) {
     struct stat st = {};
     if (::lstat(path, &st) == 0 || errno != ENAMETOOLONG) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The call's result, and the name under which it is reported.
+// Returns the call's result and sets `call` to its name for the report.
 int give(Attribute attribute, int fd, const struct stat& source, const char** call) {
     switch (attribute) {
         case Attribute::MODE:

@@ -34,7 +34,7 @@
 
 namespace {
 
-// A directory that was made in the output, with the attributes it is to get in the end.
+// A directory made in the output, and the attributes to set on it at the end.
 struct MadeDirectory {
     const char* path;
     struct stat source;
@@ -47,18 +47,18 @@ struct Item {
     const data_block& block;
     const char* data_dir = nullptr;   // normalised, without trailing slash
     const char* path_name = nullptr;  // expanded and normalised
-    const char* place = nullptr;      // the data directory as pathInOutput gives it
+    const char* place = nullptr;      // the data directory's path from pathInOutput
     const char* index = nullptr;      // the index file, likewise
-    bool own_output = false;          // what the pattern's own tools wrote is listed
-    const char* ours = nullptr;       // then: the output directory without links
+    bool own_output = false;          // the pattern's own tools wrote the entries
+    const char* ours = nullptr;       // then: the output directory, symlinks resolved
     IndexRecord record{};
     IgCmnListHeader* made = nullptr;     // MadeDirectory
-    const char* first_source = nullptr;  // of the first entry: its ancestors get their attributes
+    const char* first_source = nullptr;  // of the first entry; for restoreAncestors
     const char* first_destination = nullptr;
-    const char* prepared = nullptr;  // the last destination whose directories are ready; or null
+    const char* prepared = nullptr;  // the last destination whose directories exist; or null
 };
 
-// How the steps over the entries go on.
+// How to continue after an entry.
 enum class Step {
     NEXT,         // with the next entry
     INTERRUPTED,  // the item ends without a record
@@ -75,25 +75,25 @@ bool addFile(Item& item, const char* relative) {
     return shown != nullptr && IgCmnListAppend(item.memoryp, &item.record.files, shown) != -1;
 }
 
-// The path below the data directory's place; empty for the directory itself.
+// The path relative to the data directory; empty for the directory itself.
 const char* relativeName(const Item& item, const char* path) {
     const char* rest = path + std::strlen(item.place);
     return *rest == '/' ? rest + 1 : rest;
 }
 
-// --- data elsewhere ---
+// --- data outside the output ---
 
-// Brings one regular file in. While the run makes an archive a link serves, because tar follows it,
-// but only where no user can put something else in the file's place until then.
-Brought bringFile(const Item& item, const Source& source, const char* destination,
-                  std::int64_t& bytes) {
+// Copies one regular file into the output. If the run makes an archive, a symlink is enough,
+// because tar follows it, but only where no other user can replace the file until then.
+Collected collectFile(const Item& item, const Source& source, const char* destination,
+                      std::int64_t& bytes) {
     const char* path = source.path.data();
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
     if (kernel_file != 0 || !source.own) {
-        return bringContent(item.root, source, kernel_file, destination, bytes);
+        return copyContent(item.root, source, kernel_file, destination, bytes);
     }
     const int link = item.root.output_file != nullptr ? 1 : 0;
-    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Brought::WHOLE : Brought::FAILED;
+    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Collected::WHOLE : Collected::FAILED;
 }
 
 Step reportFailed(const char* shown) {
@@ -102,9 +102,9 @@ Step reportFailed(const char* shown) {
     return Step::NEXT;
 }
 
-// Opens what the entry stands for, in order to look at it. What the rules for links refuse is a
-// failed copy and no failed call.
-bool lookAt(const Item& item, const FileEntry& entry, Source& source) {
+// Opens an entry to check it. If the rules for symlinks refuse it, that is a failed copy and not a
+// failed call, and is not reported here.
+bool openEntry(const Item& item, const FileEntry& entry, Source& source) {
     if (sourceOfEntry(entry, source, item.ours)) {
         return true;
     }
@@ -114,12 +114,12 @@ bool lookAt(const Item& item, const FileEntry& entry, Source& source) {
     return false;
 }
 
-// What is not data counts as a failed copy, and so do the lock files.
+// Whether the source is data. Anything else counts as a failed copy, and so do the lock files.
 bool isData(const Source& source) {
     return S_ISREG(source.st.st_mode) && !isLockFile(source.st);
 }
 
-// Remembers a directory of the output for the attributes that it gets when everything is in it.
+// Remembers a directory of the output. Its attributes are set when everything is in it.
 bool rememberDirectory(Item& item, const struct stat& source, const char* destination) {
     struct stat there = {};
     if (::lstat(destination, &there) != 0) {
@@ -127,7 +127,7 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
         return true;
     }
     if (!S_ISDIR(there.st_mode)) {
-        return true;  // a file brought in earlier has become a directory since: not ours to change
+        return true;  // a file collected earlier is a directory now: not ours to change
     }
     auto* made = newFromPool<MadeDirectory>(item.memoryp);
     if (made == nullptr) {
@@ -140,12 +140,12 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
 // The same with the attributes that the entry has now.
 bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
     Source source;
-    // Where it cannot be opened there is nothing to take over.
-    return !lookAt(item, entry, source) || rememberDirectory(item, source.st, destination);
+    // An entry that cannot be opened has no attributes to copy.
+    return !openEntry(item, entry, source) || rememberDirectory(item, source.st, destination);
 }
 
-Step bringDirectory(Item& item, const struct stat& source, const char* shown,
-                    const char* destination) {
+Step collectDirectory(Item& item, const struct stat& source, const char* shown,
+                      const char* destination) {
     if (IgCmnFileMkdir(destination) != 0) {
         IgCmnMsg<ZEPA130_W>();
         return Step::NEXT;
@@ -155,39 +155,39 @@ Step bringDirectory(Item& item, const struct stat& source, const char* shown,
     return kept && addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
 }
 
-// Brings a regular file in under a name that is free, when it fits.
-Step bringRegular(Item& item, const Source& source, const char* shown, const char* destination) {
+// Copies a regular file to a free name if it fits the size limit.
+Step collectRegular(Item& item, const Source& source, const char* shown, const char* destination) {
     const std::int64_t size = source.st.st_size;
     if (!fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
         return Step::NEXT;
     }
     std::int64_t bytes = 0;
-    switch (bringFile(item, source, destination, bytes)) {
-        case Brought::FAILED:
+    switch (collectFile(item, source, destination, bytes)) {
+        case Collected::FAILED:
             return reportFailed(shown);
-        case Brought::OVER_LIMIT:
+        case Collected::OVER_LIMIT:
             reportOverLimit(shown, bytes);
             return Step::NEXT;
-        case Brought::CUT:
+        case Collected::TRUNCATED:
             reportFailed(shown);
             break;
-        case Brought::WHOLE:
+        case Collected::WHOLE:
             break;
     }
     reportCopied(shown, size);
     return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
 }
 
-Step bringSource(Item& item, const Source& source, const char* shown, const char* destination) {
+Step collectSource(Item& item, const Source& source, const char* shown, const char* destination) {
     if (S_ISDIR(source.st.st_mode)) {
-        return bringDirectory(item, source.st, shown, destination);
+        return collectDirectory(item, source.st, shown, destination);
     }
-    return isData(source) ? bringRegular(item, source, shown, destination) : reportFailed(shown);
+    return isData(source) ? collectRegular(item, source, shown, destination) : reportFailed(shown);
 }
 
-// Up to where the destination's directories are ready: those that the last one is in too. Else
-// each entry of a tree would cost a look at every directory above it.
+// Length of the part of the destination whose directories exist: the last destination is in them
+// too. Otherwise each entry of a tree would cost an lstat of every directory above it.
 std::size_t readyLength(const Item& item, const char* destination) {
     std::size_t ready = std::strlen(item.place) + 1;
     if (item.prepared == nullptr) {
@@ -201,9 +201,9 @@ std::size_t readyLength(const Item& item, const char* destination) {
     return ready;
 }
 
-// Makes the directories that the destination is in. They lie in the output, which is ours
-// alone: one that is a link is a file brought in earlier that its owner has made a directory since,
-// and leads out.
+// Makes the destination's parent directories in the output, which only this run writes to. A
+// symlink among them was made for a file that its owner has since replaced with a directory; it
+// leads out of the output.
 bool prepareParents(Item& item, const char* destination) {
     const std::size_t ready = readyLength(item, destination);
     LocalPool local;
@@ -217,7 +217,7 @@ bool prepareParents(Item& item, const char* destination) {
         struct stat st = {};
         const bool is_ready = ::lstat(prefix, &st) == 0 && S_ISDIR(st.st_mode);
         if (!is_ready && IgCmnFileMkdir(prefix) != 0) {
-            return false;  // said so: something else is in the way
+            return false;  // reported: another entry has the name
         }
         *slash = '/';
     }
@@ -225,8 +225,8 @@ bool prepareParents(Item& item, const char* destination) {
     return true;
 }
 
-// Brings an entry in under a name in the output.
-Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
+// Collects an entry under a name in the output.
+Step collectTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
     if (!prepareParents(item, destination)) {
         return Step::NEXT;
     }
@@ -238,32 +238,33 @@ Step bringTo(Item& item, const FileEntry& entry, const char* shown, const char* 
         return Step::INTERRUPTED;
     }
     if (IgCmnFileIsTaken(destination) != 0) {
-        // The first copy of a name stays. A directory may have been made for what lies below it;
-        // that of the root of all paths is our own and keeps its mode.
+        // The first copy of a name stays. A directory may have been made as a parent and still
+        // needs its attributes, except that of "/": this is the data directory itself and keeps its
+        // mode.
         const bool ours = *relativeName(item, destination) == '\0';
         const bool kept = !entry.is_directory || ours || rememberEntry(item, entry, destination);
         return kept ? Step::NEXT : Step::FAILED;
     }
     Source source;
     const bool good =
-        lookAt(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
-    return good ? bringSource(item, source, shown, destination) : reportFailed(shown);
+        openEntry(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
+    return good ? collectSource(item, source, shown, destination) : reportFailed(shown);
 }
 
-Step bringEntry(Item& item, const FileEntry& entry) {
+Step collectEntry(Item& item, const FileEntry& entry) {
     LocalPool local;
     const char* destination = IgCmnStrCat(item.memoryp, item.place, entry.path);
     const char* shown = IgCmnStrPrintable(local.get(), entry.path);
     if (destination == nullptr || shown == nullptr) {
         return Step::FAILED;
     }
-    return bringTo(item, entry, shown, destination);
+    return collectTo(item, entry, shown, destination);
 }
 
 // --- data that a tool wrote into the data directory ---
 
-// The first symbolic link on the way from the data directory to the entry, the entry itself
-// included, as a new text; null when there is none or memory ran out.
+// The first symlink on the path from the data directory to the entry, the entry included, as a new
+// string; null when there is none or memory ran out.
 char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
     char* prefix = IgCmnStrdup(memoryp, path);
     if (prefix == nullptr) {
@@ -286,8 +287,8 @@ char* firstLink(const Item& item, const char* path, memory_pool* memoryp) {
     return nullptr;
 }
 
-// Takes something out of the output that must not stay in it. False after reporting.
-bool takeOut(const char* path) {
+// Removes an entry that must not stay in the output. Returns false after reporting.
+bool removeFromOutput(const char* path) {
     if (std::remove(path) == 0) {
         return true;
     }
@@ -295,40 +296,40 @@ bool takeOut(const char* path) {
     return false;
 }
 
-// What has been written there, or a link to what lies elsewhere, is counted as it stands.
+// Counts a file that was written there, or a symlink to one elsewhere, as it is.
 Step countFile(Item& item, const char* path, const char* shown, std::int64_t size) {
-    // The index may lie among a tool's output, but it is ours.
+    // The index may be among a tool's output, but it is the run's own.
     const bool is_index = std::strcmp(path, item.index) == 0;
     if (!is_index && !fitsLimit(item.root, size)) {
         reportOverLimit(shown, size);
-        return takeOut(path) ? Step::NEXT : Step::SIZE_LIMIT;
+        return removeFromOutput(path) ? Step::NEXT : Step::SIZE_LIMIT;
     }
     reportCopied(shown, size);
     return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
 }
 
-// Brings in what a tool's link leads to. A link stays only where it may stand for the file until
-// tar follows it.
+// Collects the target of a tool's symlink. The symlink stays only if the target is safe until tar
+// follows it; otherwise it is removed and a copy made.
 Step countLink(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     Source source;
-    const bool good = lookAt(item, entry, source);
+    const bool good = openEntry(item, entry, source);
     if (good && source.own && isData(source) &&
         kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
         return countFile(item, path, shown, source.st.st_size);
     }
-    if (!takeOut(path)) {
+    if (!removeFromOutput(path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
 }
 
-// An entry that lies in the output and behind no link there.
+// Counts an entry of the output that is behind no symlink there.
 Step countWritten(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     struct stat st = {};
     if (::lstat(path, &st) != 0) {
         if (errno == ENOENT) {
-            // It lay behind a link that has become a directory.
-            return bringTo(item, entry, shown, path);
+            // It was behind a symlink that a directory has replaced.
+            return collectTo(item, entry, shown, path);
         }
         IgCmnSysErrPath("lstat", errno, path);
         return reportFailed(shown);
@@ -343,14 +344,14 @@ Step countWritten(Item& item, const FileEntry& entry, const char* shown, const c
         reportCopied(shown, 0);
         return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
     }
-    takeOut(path);  // a socket, a FIFO, a device
+    removeFromOutput(path);  // a socket, a FIFO, a device
     return reportFailed(shown);
 }
 
-// An entry whose path only begins like that of the output.
+// Counts an entry whose path only begins with the same text as the data directory.
 Step countOther(Item& item, const FileEntry& entry, const char* shown) {
     Source source;
-    if (!lookAt(item, entry, source)) {
+    if (!openEntry(item, entry, source)) {
         return reportFailed(shown);
     }
     const std::int64_t size = S_ISDIR(source.st.st_mode) ? 0 : source.st.st_size;
@@ -362,18 +363,19 @@ Step countOther(Item& item, const FileEntry& entry, const char* shown) {
     return addFile(item, entry.path + std::strlen(item.data_dir)) ? Step::NEXT : Step::FAILED;
 }
 
-// An entry to which a link on the way leads out of the output: a directory takes the link's place.
+// Collects an entry behind a symlink that leads out of the output: a directory replaces the
+// symlink.
 Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* path,
                  const char* link) {
     Source source;
-    const bool good = lookAt(item, entry, source);
-    if (!takeOut(link) || IgCmnFileMkdir(link) != 0) {
+    const bool good = openEntry(item, entry, source);
+    if (!removeFromOutput(link) || IgCmnFileMkdir(link) != 0) {
         return reportFailed(shown);
     }
     if (!prepareParents(item, path)) {
         return Step::NEXT;
     }
-    return good ? bringSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
 }
 
 Step countEntry(Item& item, const FileEntry& entry) {
@@ -396,7 +398,8 @@ Step countEntry(Item& item, const FileEntry& entry) {
                : countWritten(item, entry, shown, path);
 }
 
-// Gives a directory of the output the mode, owner and times of its source. Never through a link.
+// Sets mode, owner and times of a directory of the output to those of its source. Follows no
+// symlink.
 void restoreAttributes(const char* path, const struct stat& source) {
     const FdGuard fd(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
@@ -410,7 +413,7 @@ void restoreAttributes(const char* path, const struct stat& source) {
     }
 }
 
-// The directories above the first entry, upwards.
+// Sets the attributes of the directories above the first entry, upwards.
 void restoreAncestors(const Item& item) {
     if (item.first_source == nullptr) {
         return;
@@ -439,7 +442,7 @@ void restoreMade(const Item& item) {
 
 // --- the item ---
 
-// Expands and normalises; false ends the item silently.
+// Expands and normalises the paths; false ends the item without a message.
 bool prepare(Item& item) {
     char* data_dir = nullptr;
     char* path_name = nullptr;
@@ -462,9 +465,9 @@ bool prepare(Item& item) {
     return item.place != nullptr;
 }
 
-// Finds the output directory without links: what lies in it no other user can exchange. Where he
-// can exchange the output itself, what stands under its path is looked at like anything else of
-// his.
+// Finds the output directory, symlinks resolved: no other user can replace what is in it. Where a
+// user can replace the output itself, what its path names is checked like any other file of that
+// user.
 bool findOurs(Item& item) {
     if (item.root.output_held) {
         return true;
@@ -482,8 +485,8 @@ bool findOurs(Item& item) {
     return item.ours != nullptr;
 }
 
-// Whether the item names output of the pattern's own tools: a comparison of texts, on the directory
-// that is looked into.
+// Whether the item names output of the pattern's own tools: compares the text of the directory that
+// is read.
 bool isOwnOutput(const Item& item) {
     std::size_t length = std::strlen(item.path_name);
     if (IgCmnFileIsDir(item.path_name) == 0) {
@@ -520,7 +523,7 @@ bool makeDataDirectory(const char* place) {
     return IgCmnFileExists(place) != 0 || IgCmnFileMkdir(place) == 0;
 }
 
-// RESULT_DONE with the record in `records` when there is one, else the item's result.
+// Collects the item and appends its record to `records` if it has one.
 Result collectItem(Item& item, IgCmnListHeader** records) {
     if (!prepare(item)) {
         return RESULT_DONE;
@@ -543,7 +546,7 @@ Result collectItem(Item& item, IgCmnListHeader** records) {
         return RESULT_DONE;
     }
     describe(item);
-    switch (eachEntry(item, entries, item.own_output ? countEntry : bringEntry)) {
+    switch (eachEntry(item, entries, item.own_output ? countEntry : collectEntry)) {
         case Step::NEXT:
             break;
         case Step::INTERRUPTED:
@@ -571,7 +574,7 @@ Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data
         IgCmnMsg<ZEPA104_E>(static_cast<const char*>(root_tblp->output_dir));
         return RESULT_FAILED;
     }
-    // A tree may hold very many long paths: they go with their item.
+    // A tree may have very many long paths: they are freed with their item.
     LocalPool local;
     const char* directory = pathInOutput(local.get(), *root_tblp, root_tblp->d);
     if (directory == nullptr ||

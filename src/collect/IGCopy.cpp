@@ -32,8 +32,8 @@ bool writeAll(int fd, const char* bytes, std::size_t length) {
     return true;
 }
 
-// The next bytes of a file: their number, 0 at its end or when it has no more for now, -1 after a
-// failure.
+// Reads the next bytes of a file. Returns their number, 0 at the end or when no data is there yet,
+// -1 after a failure.
 ssize_t readSome(int fd, char* bytes, std::size_t size) {
     for (;;) {
         const ssize_t got = ::read(fd, bytes, size);
@@ -46,7 +46,7 @@ ssize_t readSome(int fd, char* bytes, std::size_t size) {
     }
 }
 
-Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
+Copied copyBytes(int from, int to, std::int64_t most, std::int64_t& bytes) {
     static std::array<char, std::size_t{256} << 10> block;
     bytes = 0;
     while (bytes < most) {
@@ -66,16 +66,16 @@ Copied copyContent(int from, int to, std::int64_t most, std::int64_t& bytes) {
     return Copied::ALL;
 }
 
-// A file system that knows no owners still takes the content, mode and times. The owner comes
-// first: a change of it clears the set-user-ID bits.
+// A file system without owners still stores content, mode and times. The owner is set first,
+// because a change of owner clears the set-user-ID bits.
 void copyAttributes(int to, const struct stat& source, const char* destination) {
     for (const Attribute attribute : {Attribute::OWNER, Attribute::MODE, Attribute::TIMES}) {
         giveAttribute(attribute, to, source, destination);
     }
 }
 
-// Whether there is something behind what was read. Some files of the kernel give whole records
-// only.
+// Whether the file has more data. The buffer is not one byte because some kernel files return whole
+// records only.
 bool hasMore(int fd) {
     std::array<char, 4096> bytes{};
     return readSome(fd, bytes.data(), bytes.size()) > 0;
@@ -95,9 +95,9 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
     if (!to) {
         return Copied::FAILED;
     }
-    if (copyContent(from.get(), to.get(), most, bytes) == Copied::ALL) {
+    if (copyBytes(from.get(), to.get(), most, bytes) == Copied::ALL) {
         copyAttributes(to.get(), source.st, destination);
-        return bytes == most && hasMore(from.get()) ? Copied::CUT : Copied::ALL;
+        return bytes == most && hasMore(from.get()) ? Copied::TRUNCATED : Copied::ALL;
     }
     if (::unlink(destination) != 0) {
         IgCmnSysErrPath("unlink", errno, destination);
@@ -105,24 +105,24 @@ Copied copySource(const Source& source, const char* destination, std::int64_t mo
     return Copied::FAILED;
 }
 
-Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
-                     const char* destination, std::int64_t& bytes) {
+Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
+                      const char* destination, std::int64_t& bytes) {
     const std::int64_t size = source.st.st_size;
     if (kernel_file == 0) {
         const Copied copied = copySource(source, destination, size, bytes);
-        return copied == Copied::FAILED ? Brought::FAILED : Brought::WHOLE;
+        return copied == Copied::FAILED ? Collected::FAILED : Collected::WHOLE;
     }
     const Copied copied = kernel_file == 1
                               ? copySource(source, destination, KERNEL_FILE_LIMIT, bytes)
                               : Copied::FAILED;
     if (copied == Copied::FAILED) {
-        return Brought::FAILED;
+        return Collected::FAILED;
     }
     if (bytes > size && !fitsLimit(root, bytes - size)) {
         if (::unlink(destination) != 0) {
             IgCmnSysErrPath("unlink", errno, destination);
         }
-        return Brought::OVER_LIMIT;
+        return Collected::OVER_LIMIT;
     }
-    return copied == Copied::CUT ? Brought::CUT : Brought::WHOLE;
+    return copied == Copied::TRUNCATED ? Collected::TRUNCATED : Collected::WHOLE;
 }

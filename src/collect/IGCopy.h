@@ -1,4 +1,4 @@
-// Content that is copied into the output where a link cannot take its place.
+// Copies content into the output where a symlink is not enough.
 #ifndef QUENDIL_COLLECT_IGCOPY_H
 #define QUENDIL_COLLECT_IGCOPY_H
 
@@ -8,42 +8,41 @@
 
 struct root_tbl;
 
-/// Largest content taken of one file of the kernel's own file systems, in bytes: some, like the
-/// kernel's own memory, never end.
+/// Most bytes copied from one file of the kernel's own file systems: some, like the kernel's own
+/// memory, never end.
 inline constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
 
-/// What became of a copy.
+/// Result of a copy.
 enum class Copied {
     ALL,
-    CUT,     // there is more than `most` bytes
-    FAILED,  // nothing is left of it
+    TRUNCATED,  // the source has more than `most` bytes
+    FAILED,     // no copy is left
 };
 
-/// Reads the regular file that was looked at and makes a file of what was read, with the mode,
-/// owner and times of the source. Reads without waiting for more than is there. Ends early, as a
-/// failure, when the run is interrupted. An attribute that cannot be set is reported ("chown",
-/// "chmod", "utime"), and the copy stays; a part of a copy that cannot be removed is reported
-/// ("unlink").
+/// Copies the regular file that `source` holds to a new file with its mode, owner and times. Does
+/// not wait for data that is not there yet. Fails when the run is interrupted. An attribute that
+/// cannot be set is reported ("chown", "chmod", "utime"), and the copy stays; a partial copy that
+/// cannot be removed is reported ("unlink").
 /// @param destination must not exist
-/// @param most how many bytes are read
-/// @param bytes how many were
+/// @param most largest number of bytes to copy
+/// @param bytes set to the number of bytes copied
 Copied copySource(const Source& source, const char* destination, std::int64_t most,
                   std::int64_t& bytes);
 
-/// What became of a file that was to be brought in.
-enum class Brought {
+/// Result of copying one file into the output.
+enum class Collected {
     WHOLE,
-    CUT,         // up to the bound of a kernel file; what was read is there
-    OVER_LIMIT,  // it had more to read than the limit leaves; nothing is there
-    FAILED,      // nothing is there
+    TRUNCATED,   // copied up to KERNEL_FILE_LIMIT
+    OVER_LIMIT,  // more than the size limit allows; no copy is left
+    FAILED,      // no copy is left
 };
 
-/// Brings the content of a file in, its size being counted already. Files of the kernel's own file
-/// systems have a size that says nothing about their content, and tar would store them empty or
-/// padded with zeros: what is read beyond it counts too.
-/// @param kernel_file as kernelFileSystemOf says of the source
-/// @param bytes how many were read
-Brought bringContent(const root_tbl& root, const Source& source, int kernel_file,
-                     const char* destination, std::int64_t& bytes);
+/// Copies a file's content into the output; the caller has counted its size. The size of a file of
+/// the kernel's own file systems says nothing about its content, and tar would store the file empty
+/// or padded with zeros: the bytes read beyond that size are counted here.
+/// @param kernel_file result of kernelFileSystemOf for the source
+/// @param bytes set to the number of bytes read, unless `kernel_file` is -1
+Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
+                      const char* destination, std::int64_t& bytes);
 
 #endif

@@ -27,13 +27,13 @@ namespace {
 struct Tool {
     const char* command_line;
     const char* redirect_path;  // null when the block has none
-    mode_t directory_mode;      // of directories that are made for it
+    mode_t directory_mode;      // of directories made for it
     std::array<char, PATH_MAX + 1> stderr_path;
 };
 
-// Others may neither enter nor write in the output, so directories of a tool's own have every
-// permission there, and its file is made by the output's descriptor where its path may be
-// exchanged. Elsewhere no other user may put files into them.
+// Other users cannot enter the output, so directories made for a tool get every permission there;
+// its file is made through the output's descriptor where another user can replace the path.
+// Elsewhere only root may write to the directories.
 bool chooseDirectoryMode(memory_pool* memoryp, const root_tbl& root, Tool& tool) {
     constexpr mode_t INSIDE = 0777;
     constexpr mode_t OUTSIDE = 0755;
@@ -87,8 +87,8 @@ void announceEnd(std::int32_t exit_cd, std::int32_t status) {
     IgCmnMsgInfo<ZEPA207_I>(exit_cd, status, static_cast<const char*>(now.data()));
 }
 
-// Proves that the command line can be split. `names_program` tells whether it holds anything to
-// run.
+// Checks that the command line can be split, and sets `names_program` to whether it names a
+// program.
 bool canBeSplit(memory_pool* memoryp, const char* command_line, bool& names_program) {
     char* command = nullptr;
     char* options = nullptr;

@@ -1,4 +1,4 @@
-// Running the tools that patterns name.
+// Runs the tools that patterns name.
 #ifndef QUENDIL_COLLECT_IGEXETOOL_H
 #define QUENDIL_COLLECT_IGEXETOOL_H
 
@@ -8,10 +8,10 @@
 struct root_tbl;
 struct tool_block;
 
-/// Runs one tool: announces it, runs it under its time-out, announces its end and passes its error
-/// output on to the run log. RESULT_DONE when it was run, whatever its outcome; RESULT_INTERRUPTED
-/// when the run was interrupted before anything was started; RESULT_FAILED when its command line or
-/// output path could not be made. All pointers are asserted non-null.
+/// Runs one tool: reports its start, runs it with its time-out, reports its end and copies its
+/// error output to the run log. Returns RESULT_DONE when it was run, with any outcome;
+/// RESULT_INTERRUPTED when the run was interrupted before it was started; RESULT_FAILED when its
+/// command line or output path could not be made. All pointers are asserted non-null.
 Result IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_block);
 
 #endif

@@ -100,7 +100,7 @@ int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir
                 const IgCmnListHeader* records) {
     const char* output = outputDirectory(memoryp, root);
     const char* path = indexPath(memoryp, root);
-    char* directory = nullptr;  // however the base directory is spelt
+    char* directory = nullptr;  // normalised, like `data_dir`
     if (output == nullptr || path == nullptr ||
         IgCmnFileNormPath(memoryp, output, &directory) != 0) {
         return -1;

@@ -1,4 +1,4 @@
-// The index file: it tells which data item brought which files of the output.
+// The index file: it lists which data item collected which files of the output.
 #ifndef QUENDIL_COLLECT_IGINDEX_H
 #define QUENDIL_COLLECT_IGINDEX_H
 
@@ -26,19 +26,18 @@ struct IndexRecord {
     const IgCmnListHeader* description;                 // strings; null when the item has none
 };
 
-/// The open index. Every line goes through print(), which reports the first failure at the place
-/// that opened the index; the rest of the lines is then left out.
+/// The open index. print() writes every line. It reports the first failure for the place in the
+/// source that opened the index, and then skips all further lines.
 class IndexFile {
   public:
-    /// `mode` is "w" or "a"; a failure to open is reported. The file is readable by its owner
-    /// alone.
+    /// `mode` is "w" or "a"; a failure to open is reported. Only its owner can read the file.
     IndexFile(const char* path, const char* mode, SourcePlace place = SourcePlace::current());
     ~IndexFile();
     IndexFile(const IndexFile&) = delete;
     IndexFile& operator=(const IndexFile&) = delete;
 
     __attribute__((format(printf, 2, 3))) void print(const char* format, ...);
-    /// Flushes; 0 when everything was written, else -1 (reported).
+    /// Flushes. Returns 0 when everything was written, else -1 (reported).
     int finish();
 
   private:
@@ -50,8 +49,8 @@ class IndexFile {
 /// The index's path in the output directory; null when memory runs out.
 const char* indexPath(memory_pool* memoryp, const root_tbl& root);
 
-/// Appends the records of the list. File names get the data directory's last component in front
-/// when that is not the output directory itself. 0, or -1 after reporting.
+/// Appends the records of the list. File names get the data directory's last component as a prefix
+/// unless that directory is the output directory itself. Returns 0, or -1 after reporting.
 int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir,
                 const IgCmnListHeader* records);
 

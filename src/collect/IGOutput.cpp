@@ -29,12 +29,13 @@ namespace {
 struct Sweep {
     memory_pool* memoryp;
     const root_tbl& root;
-    const char* place;                       // the output as pathInOutput gives it
+    const char* place;                       // the output's path from pathInOutput
     const char* ours;                        // as for sourceFollow
     IgCmnListHeader* directories = nullptr;  // paths; grows while it is walked
 };
 
-// An entry of the output. Only root can exchange what lies there, but not always its place.
+// An entry of the output. Only root can replace it, but other users may be able to replace the
+// output's path.
 struct Entry {
     const char* path;
     const char* shown;
@@ -53,13 +54,13 @@ bool removeEntry(const Entry& entry) {
     return false;
 }
 
-void takeOut(const Entry& entry) {
+void removeAndReport(const Entry& entry) {
     removeEntry(entry);
     reportPath(entry);
 }
 
-// Names the file that a link of the output leads to, or led to.
-void reportGone(const Entry& link) {
+// Reports the missing file that a symlink of the output leads to.
+void reportMissing(const Entry& link) {
     std::array<char, std::size_t{PATH_MAX}> source{};
     LocalPool local;
     const bool known = ::readlinkat(AT_FDCWD, link.path, source.data(), source.size() - 1) > 0;
@@ -69,37 +70,38 @@ void reportGone(const Entry& link) {
     }
 }
 
-// Puts content in the place of a link whose file could be exchanged, or has no size of its own.
+// Replaces a symlink with the content of its file, which another user could replace or which is the
+// kernel's.
 void replaceLink(const Sweep& sweep, const Entry& link, const Source& source, int kernel_file) {
     if (!removeEntry(link)) {
         return;
     }
     std::int64_t bytes = source.st.st_size;
-    Brought brought = Brought::OVER_LIMIT;
+    Collected collected = Collected::OVER_LIMIT;
     if (fitsLimit(sweep.root, bytes)) {
-        brought = bringContent(sweep.root, source, kernel_file, link.path, bytes);
+        collected = copyContent(sweep.root, source, kernel_file, link.path, bytes);
     }
-    if (brought == Brought::OVER_LIMIT) {
+    if (collected == Collected::OVER_LIMIT) {
         reportOverLimit(link.shown, bytes);
-    } else if (brought != Brought::WHOLE) {
+    } else if (collected != Collected::WHOLE) {
         reportPath(link);
     }
 }
 
-// Judges a link as if it were brought in now.
-void judgeLink(const Sweep& sweep, const Entry& link) {
+// Checks a symlink as if it were collected now.
+void checkAnyLink(const Sweep& sweep, const Entry& link) {
     Source source;
     if (!sourceFollow(link.path, source, sweep.ours)) {
         if (errno == LINK_REFUSED) {
-            takeOut(link);
+            removeAndReport(link);
             return;
         }
         if (leadsNowhere(errno)) {
-            reportGone(link);
+            reportMissing(link);
         } else {
             IgCmnSysErrPath("open", errno, link.shown);
         }
-        // Where users can write, what is there when tar comes is their choice.
+        // Where users can write, they choose what the symlink leads to when tar runs.
         if (!source.own) {
             removeEntry(link);
         }
@@ -107,19 +109,19 @@ void judgeLink(const Sweep& sweep, const Entry& link) {
     }
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, link.path);
     if (!S_ISREG(source.st.st_mode)) {
-        takeOut(link);
+        removeAndReport(link);
     } else if (kernel_file != 0 || !source.own) {
         replaceLink(sweep, link, source, kernel_file);
     }
 }
 
-// A link of ours: its file was root's own.
-void lookAtLink(const Entry& link) {
+// Checks a symlink that this run made: only root could replace its file.
+void checkOwnLink(const Entry& link) {
     struct stat st = {};
     if (::stat(link.path, &st) != 0) {
-        reportGone(link);
+        reportMissing(link);
     } else if (!S_ISREG(st.st_mode)) {
-        takeOut(link);
+        removeAndReport(link);
     }
 }
 
@@ -129,7 +131,7 @@ unsigned char typeOf(const char* path, const struct dirent& entry) {
     }
     struct stat st = {};
     if (::lstat(path, &st) != 0) {
-        return DT_REG;  // there is nothing to do
+        return DT_REG;  // it has gone: nothing to do
     }
     return static_cast<unsigned char>(IFTODT(st.st_mode));
 }
@@ -159,11 +161,11 @@ bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry)
         return false;
     }
     if (type != DT_LNK) {
-        takeOut(swept);
+        removeAndReport(swept);
     } else if (sweep.root.tools_ran) {
-        judgeLink(sweep, swept);
+        checkAnyLink(sweep, swept);
     } else {
-        lookAtLink(swept);
+        checkOwnLink(swept);
     }
     return true;
 }
@@ -188,11 +190,11 @@ bool sweepAll(Sweep& sweep) {
     return true;
 }
 
-// What has the output's name now.
+// What the output's path names now.
 enum class Place {
     OURS,
     LOST,
-    UNKNOWN,  // reported; no user can bring that about
+    UNKNOWN,  // reported; no user can cause it
 };
 
 Place placeOf(const root_tbl& root) {
@@ -212,14 +214,14 @@ Place placeOf(const root_tbl& root) {
     return ours ? Place::OURS : Place::LOST;
 }
 
-// What our directory is when it has just been made.
+// Whether a directory is like one that this run has just made.
 bool isPrivate(const struct stat& st) {
     return st.st_uid == 0 && (st.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
-// The directory belongs to somebody else, or others may enter it. Some file systems know no owners
-// or give files to one of their own, and there it stays so. Elsewhere it is another user's that has
-// taken the place of ours: it becomes root's, and will do if nothing lies in it.
+// Takes over a directory that has another owner or that others may enter. Some file systems have no
+// owners or a fixed one: it is accepted unchanged there. Elsewhere another user has put it in the
+// place of ours: it becomes root's, and is accepted if it is empty.
 bool makePrivate(const Source& source, const char* path) {
     const DirGuard dir(sourceOpenDirectory({path, true}));
     struct stat st = {};
@@ -257,11 +259,11 @@ bool noteOutput(memory_pool* memoryp, root_tbl& root, const char* path) {
     }
     const bool same = source.st.st_dev == st.st_dev && source.st.st_ino == st.st_ino;
     if (!same || (!isPrivate(source.st) && !makePrivate(source, path))) {
-        IgCmnSysErrPath("lstat", ESTALE, path);  // another one has taken its place just now
+        IgCmnSysErrPath("lstat", ESTALE, path);  // another directory has just replaced it
         return false;
     }
     if (root.output_held) {
-        ::close(root.output_fd);  // of one that has gone
+        ::close(root.output_fd);  // of a directory that was lost
     }
     root.output_path = path;
     root.output_normal = normal;
@@ -310,7 +312,7 @@ bool settleOutput(const root_tbl& root) {
     }
     if (!sourceFollow(place, source)) {
         IgCmnSysErrPath("open", errno, root.output_path);
-        return true;  // what is there is packed as it is
+        return true;  // the output is packed as it is
     }
     Sweep sweep{.memoryp = local.get(),
                 .root = root,
@@ -336,7 +338,7 @@ void removeOutput(const root_tbl& root) {
             IgCmnFileRemoveAll(path);
         }
     }
-    // Whatever has its name now: nothing but an empty directory goes.
+    // The path may name something else by now: only an empty directory is removed.
     if (::unlinkat(AT_FDCWD, root.output_path, AT_REMOVEDIR) != 0) {
         IgCmnSysErrPath("rmdir", errno, root.output_path);
     }

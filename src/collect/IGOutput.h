@@ -6,37 +6,39 @@
 
 struct root_tbl;
 
-/// Remembers which directory the run's output is, just after it was made. The path lives as long as
-/// the root table. False after reporting.
+/// Records the identity of the output directory just after it was made. `path` must live as long as
+/// the root table. Returns false after reporting.
 bool noteOutput(memory_pool* memoryp, root_tbl& root, const char* path);
 
-/// True while the directory that was made still has its name. Who owns a directory above it can
-/// move it away and put another one, or a link, in its place: what is written there would be his,
-/// and what is packed or removed not ours.
+/// True while the output's path still names the directory that this run made. The owner of a
+/// directory above it can move it away and put another directory or a symlink in its place: the run
+/// would then write into that user's files, and pack or remove them.
 bool outputIsOurs(const root_tbl& root);
 
-/// The same for a run that cannot go on without it: reports the lost directory (ZEPA104-E).
+/// False, after reporting ZEPA104-E, when the directory is lost: the run cannot go on. True also
+/// when the check itself failed (reported).
 bool checkOutput(const root_tbl& root);
 
-/// The path by which something is made in the output. Where the output's own path can be exchanged,
-/// it begins with the directory itself, by its descriptor, and leads there whatever has its name.
-/// @param path spelt as the output's own path is, or normalised; one outside of the output is given
-///             back as it is
+/// The path to use for making something in the output. Where another user can replace the output's
+/// own path, it begins with the directory's descriptor and always leads to this run's directory.
+/// @param path spelt like the output's own path, or normalised; a path outside of the output is
+///             returned unchanged
 /// @return null when memory runs out
 const char* pathInOutput(memory_pool* memoryp, const root_tbl& root, const char* path);
 
-/// Readies the output for tar, which follows every link in it. A link whose file has gone is
-/// reported (ZEPA129-W, one stat a link), so that the log in the archive tells its reader. What is
-/// no data is taken out and reported (ZEPA130-W, ZEPA151-E): links to directories, with which tar
-/// would walk in circles, sockets, FIFOs and devices. Where a tool has run, any link may be its
-/// work, and all are judged as if they were brought in now: where the file could be exchanged, the
-/// content takes the link's place, as far as the limit goes, and a link to nowhere goes too.
+/// Prepares the output for tar, which follows every symlink in it. A symlink whose file is missing
+/// is reported (ZEPA129-W, one stat per symlink), so that the log in the archive shows it. Entries
+/// that are not data are removed and reported (ZEPA130-W, ZEPA151-E): symlinks to directories,
+/// which would lead tar in circles, sockets, FIFOs and devices. A tool that has run may have made
+/// any symlink, so all are then checked as if they were collected now: where another user could
+/// replace the file, its content replaces the symlink, as far as the size limit allows, or the
+/// symlink is removed if it is dangling.
 /// @return false when memory ran out
 bool settleOutput(const root_tbl& root);
 
-/// Removes the output directory with all that is in it; what fails is reported. It must be ours
-/// still (see outputIsOurs). Where its path can be exchanged, what lies in it is removed by its
-/// descriptor.
+/// Removes the output directory and everything in it; failures are reported. Its path must still
+/// name this run's directory (see outputIsOurs). Where another user can replace the path, the
+/// contents are removed through the directory's descriptor.
 void removeOutput(const root_tbl& root);
 
 #endif

@@ -1,5 +1,5 @@
-// How a step of the collection ended. One type for the driver, the items and the archive maker: a
-// result is handed on as it is.
+// How a step of the collection ended. The driver, the items and the archive maker share one type,
+// so that each can return another's result unchanged.
 #ifndef QUENDIL_COLLECT_IGRESULT_H
 #define QUENDIL_COLLECT_IGRESULT_H
 

@@ -67,13 +67,13 @@ bool isWordChar(CharClass c) {
     return isNameChar(c) || c == CharClass::OTHER;
 }
 
-// The three characters that a backslash takes the meaning from.
+// The three characters that a backslash escapes.
 bool isEscapable(CharClass c) {
     return c == CharClass::HASH || c == CharClass::QUOTE || c == CharClass::BACKSLASH;
 }
 
-// Reads one word. Every mode is a member that takes the next character and says whether the word
-// goes on; MORE is the only result that is not a result of the whole call.
+// Reads one word. Each mode is a member function that handles the next character. It returns MORE
+// when the word continues; any other result is that of the whole call.
 class WordReader {
   public:
     WordReader(IgCmnFileHandle& handle, read_word& word) : handle_(handle), word_(word) {}
@@ -105,7 +105,7 @@ class WordReader {
         if (word_.text != nullptr) {
             std::memset(word_.text, 0, word_.text_size);
         } else if (concat_data(&handle_.pool, &word_.text, &word_.text_size, "") != 0) {
-            return -1;  // the text is never null, not even that of an empty word
+            return -1;  // the text is never null, even for an empty word
         }
         if (word_.type == WORD_NEWLINE || word_.type == WORD_COMMENT) {
             ++handle_.line_no;
@@ -140,7 +140,7 @@ class WordReader {
         if (errno == EILSEQ) {
             return finish(WORD_INVALID, "");  // a sequence that the locale cannot decode
         }
-        // A stream that got no memory for its buffer bears no mark of it.
+        // A stream that got no memory for its buffer does not set its error flag.
         if (std::ferror(handle_.stream) != 0 || errno == ENOMEM) {
             IgCmnSysErrPath("fgetwc", errno, handle_.name);
             return WORD_READ_FAILED;

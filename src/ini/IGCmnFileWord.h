@@ -20,7 +20,7 @@ enum WordType : std::int32_t {
     WORD_SPECIAL = 8,   ///< a special string: "%" and its name, without the closing "%"
     WORD_NEWLINE = 9,   ///< empty text
     WORD_PERCENT = 10,  ///< "%"
-    WORD_INVALID = 11,  ///< empty text: a character that files of ours may not hold
+    WORD_INVALID = 11,  ///< empty text: a character that pattern files may not contain
 };
 
 /// Results of the word reader besides 0 and -1.
@@ -44,9 +44,9 @@ struct read_word {
 };
 
 /// Reads the next word of the open file in the current locale. The line number in the handle is
-/// that of the word; it goes up at the start of the call after a line feed or comment. 0 with the
-/// word in the record; WORD_READ_END; WORD_READ_SYNTAX (unreported: the caller names the line);
-/// WORD_READ_FAILED; -1 when memory ran out. `root` and `memoryp` are not used.
+/// that of the word; it goes up at the start of the call after a line feed or comment. Returns 0
+/// with the word in the record; WORD_READ_END; WORD_READ_SYNTAX (unreported: the caller reports the
+/// line); WORD_READ_FAILED; -1 when memory ran out. `root` and `memoryp` are not used.
 int IgCmnFileWordRead(struct root_tbl* root, IgCmnFileHandle* handle, read_word* word,
                       memory_pool* memoryp);
 

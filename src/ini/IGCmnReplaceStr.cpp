@@ -18,8 +18,8 @@
 
 namespace {
 
-// A special string. Its name carries the opening "%" but not the closing one: expansion splits the
-// text at each "%" and leaves the opening one with the name.
+// A special string. Its name has the opening "%" but not the closing one: expansion splits the text
+// at each "%" and leaves the opening one with the name.
 struct SpecialStr {
     int code;
     const char* name;
@@ -55,8 +55,8 @@ const SpecialStr* getSpecialStr(const char* name) {
 }
 
 // Splits a text at its percent signs: plain(segment) for text outside special strings and for an
-// unclosed rest, special(segment) for a closed one with its opening "%". Stops when either says
-// false; false then.
+// unclosed rest, special(segment) for a closed one with its opening "%". Stops and returns false
+// when either returns false.
 template <typename Plain, typename Special>
 bool splitAtPercent(wchar_t* text, Plain plain, Special special) {
     wchar_t* segment = text;
@@ -84,7 +84,7 @@ bool isKnown(const wchar_t* segment) {
            }) != nullptr;
 }
 
-// What a closed special string becomes; "" when it is dropped.
+// The replacement of a closed special string; "" when it is dropped.
 const char* expand(const char* name, int flag, const root_tbl* root, memory_pool* memoryp) {
     const char* value = IgCmnRepSpecialStr(name, flag, root, memoryp);
     if (value == nullptr) {
@@ -94,7 +94,7 @@ const char* expand(const char* name, int flag, const root_tbl* root, memory_pool
     return unchanged && std::strcmp(name, "%") != 0 ? "" : value;
 }
 
-// The pieces of an expansion, put together in a pool of their own.
+// An expansion, built up in a pool of its own.
 class Expansion {
   public:
     Expansion(int flag, const root_tbl* root) : flag_(flag), root_(root) {}
@@ -167,7 +167,7 @@ int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp) {
         IgCmnSysErrPlain("gethostname", errno);
         return -1;
     }
-    host.back() = '\0';  // a name that fills the buffer may come without an end
+    host.back() = '\0';  // a name that fills the buffer may not be terminated
     return IgCmnStrHostToFileName(memoryp, host.data(), &root->HOST);
 }
 

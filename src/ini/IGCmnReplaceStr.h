@@ -7,7 +7,8 @@
 
 struct root_tbl;
 
-/// Fills the root table's special-string values from the clock and the host name. 0, or -1.
+/// Fills the root table's special-string values from the clock and the host name. Returns 0, or -1
+/// after reporting.
 int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp);
 
 /// 1 when `name`, which includes its leading "%" but no closing one, is a special string.

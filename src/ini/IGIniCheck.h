@@ -1,4 +1,4 @@
-// Checks of where a run's result is to go, which command line and configuration share.
+// Checks of the paths of a run's result, shared by command line and configuration.
 #ifndef QUENDIL_INI_IGINICHECK_H
 #define QUENDIL_INI_IGINICHECK_H
 
@@ -6,17 +6,17 @@
 
 #include "common/base/IGCmnMemory.h"
 
-/// 1 when the owner bits of the file's mode include all of `bits` (such as 0200), and for a
-/// directory its owner may also enter it (0100). 0 otherwise. The super user could do all of it
-/// anyhow; the bits tell what the owner means to allow.
+/// Returns 1 when the owner bits of the file's mode include all of `bits` (such as 0200), and for a
+/// directory also 0100; else 0. The super user has access in any case; the bits show what the owner
+/// wants to allow.
 int IgCmnFileCheckMode(const char* path, std::uint16_t bits);
 
-/// The same after leading double quotes, and 1 as well when a "%" follows them: a special string
-/// expands to an absolute path.
+/// IgCmnIsAbsPath of the text after its leading double quotes; also 1 when that begins with "%": a
+/// special string expands to an absolute path.
 int IgCmnIsAbsPathIgnoreDQ(const char* path);
 
-/// True when `path` is a directory whose owner may write to it and enter it; otherwise false after
-/// ZEPA104-E or ZEPA105-E with the text `shown`.
+/// Returns true when `path` is a directory whose owner may write to it and enter it, else false
+/// after ZEPA104-E or ZEPA105-E with the text `shown`.
 bool isWritableDirectory(const char* path, const char* shown);
 
 #endif

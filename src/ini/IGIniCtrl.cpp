@@ -133,7 +133,7 @@ bool isSelected(const root_tbl& root, const pickptn_tbl& ptn) {
     return IgIniMatchSelection(ptn.group, ptn.name, root.pp_group, root.pp_name) != 0;
 }
 
-// Keeps the current pattern when some of its blocks are wanted. Their number, or -1.
+// Keeps the current pattern when some of its blocks are selected. Returns their number, or -1.
 int selectPattern(memory_pool* memoryp, root_tbl& root) {
     pickptn_tbl* ptn = root.crnt_ptn_def;
     const int blocks = isSelected(root, *ptn) ? blockSelect(memoryp, &root) : 0;
@@ -143,7 +143,7 @@ int selectPattern(memory_pool* memoryp, root_tbl& root) {
     return blocks;
 }
 
-// Reads one file and selects from it. `blocks` counts up what was selected. 0, PTN_SKIPPED or -1.
+// Reads one file and adds the number of selected blocks to `blocks`. Returns 0, PTN_SKIPPED or -1.
 int readPattern(Ctrl& ctrl, const char* file, int& blocks) {
     ctrl.root->crnt_ptn_def = IgIniGetPickPtn(ctrl.memoryp);
     if (ctrl.root->crnt_ptn_def == nullptr) {
@@ -181,7 +181,7 @@ int readPatterns(Ctrl& ctrl) {
             return -1;
         }
         if (IgMainIsInterrupted() != 0) {
-            return 0;  // the run ends where the collecting begins, cleaning included
+            return 0;  // the collection then ends at its start, with its cleanup
         }
         failed += result == 0 ? 0 : 1;
     }

@@ -1,4 +1,4 @@
-// From command line, configuration file and pattern directory to the run's configuration.
+// Builds the run's configuration from command line, configuration file and pattern directory.
 #ifndef QUENDIL_INI_IGINICTRL_H
 #define QUENDIL_INI_IGINICTRL_H
 
@@ -11,25 +11,25 @@ struct root_tbl;
 inline constexpr int CTRL_ALL_FAILED = 8;         ///< every pattern file failed
 inline constexpr int CTRL_NOTHING_SELECTED = 12;  ///< no pattern matches the options
 
-/// A new root table with the values of the special strings, the default output directory and name,
-/// and nothing selected; null on any failure (reported).
+/// Returns a new root table of the pool with the values of the special strings, the default output
+/// directory and name, and nothing selected; null on any failure (reported).
 root_tbl* IgIniGetCmnRoot(memory_pool* memoryp);
 
-/// Fills the root table. 0 when there is something to collect, or the run was interrupted while the
-/// pattern files were read; otherwise, after its messages, -1, OPTION_ERROR, OPTION_HELP,
-/// CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the configuration reader's result.
+/// Fills the root table. Returns 0 when there is something to collect, or when the run was
+/// interrupted while it read the pattern files; otherwise, after reporting, -1, OPTION_ERROR,
+/// OPTION_HELP, CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the configuration reader's result.
 int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root);
 
-/// Marks the blocks of the current pattern that the TARGET selection wants (all without one) and
-/// returns how many it marked.
+/// Marks the blocks of the current pattern that match the TARGET selection (all if there is none)
+/// and returns how many it marked; the pool is not used.
 int blockSelect(memory_pool* memoryp, root_tbl* root);
 
 /// The names of the list in ascending byte order, null entries last, as an array of `list->count`
 /// pointers; null when memory runs out.
 char** sortFileArray(const IgCmnListHeader* list, memory_pool* memoryp);
 
-/// 1 when the pattern's names and groups each share an entry with the selection of their kind, a
-/// null selection restricting nothing. All comparisons are exact.
+/// Returns 1 when the pattern's names and groups each share an entry with the selection of their
+/// kind, else 0. A null selection matches everything. All comparisons are exact.
 int IgIniMatchSelection(const IgCmnListHeader* groups, const IgCmnListHeader* names,
                         const IgCmnListHeader* group_selection,
                         const IgCmnListHeader* name_selection);

@@ -19,20 +19,20 @@
 
 namespace {
 
-// The owner's bit that a file must have to be read.
+// The owner permission that a file needs to be read.
 constexpr std::uint16_t OWNER_READ = 0400;
 
 // The command line while it is read.
 struct Parse {
     memory_pool* memoryp;
     root_tbl* root;
-    bool selected;            // at least one -g or -t value was taken
+    bool selected;            // at least one -g or -t value was given
     const char* directory;    // last -d value
     const char* output_file;  // last -o value
     const char* config;       // last -c value
 };
 
-// What an option does with its value: 0, OPTION_ERROR or -1. `option` is its spelling on the line.
+// Handles an option's value. Returns 0, OPTION_ERROR or -1. `option` is its spelling on the line.
 using TakeValue = int (*)(Parse& parse, const char* option, const char* value);
 
 int takeTarget(Parse& parse, const char* option, const char* value) {
@@ -145,7 +145,7 @@ int checkDirectory(const Parse& parse) {
     return 0;
 }
 
-// The archive's name must be free, with each suffix that the making appends one by one.
+// The archive's name must be free, with each of the suffixes that packing appends.
 int checkArchiveNames(const Parse& parse) {
     char* absolute = nullptr;
     if (IgCmnFileNormPath(parse.memoryp, parse.output_file, &absolute) != 0) {

@@ -31,11 +31,11 @@ constexpr std::size_t DIRECTORY_LIMIT = 260;
 enum class Outcome {
     GOOD,
     SYNTAX,            // reported with its line
-    SYNTAX_CHARACTER,  // the same, but the lines before it are not taken over
+    SYNTAX_CHARACTER,  // the same, but the values of earlier lines are dropped
     FAILED,            // reported where it happened
 };
 
-// The values while the file is read: they reach the root table when reading ends.
+// The values while the file is read: they are copied to the root table at the end.
 struct Values {
     char* output_dir;
     std::int32_t cleanup;
@@ -71,7 +71,7 @@ Outcome setDirectory(Context& context, const char* value) {
     if (std::strlen(directory) > DIRECTORY_LIMIT || IgCmnIsAbsPath(directory) == 0) {
         return Outcome::SYNTAX;
     }
-    // As the option's is: behind a link, ".." would lead elsewhere than the text says.
+    // Normalised like the option's value: after a symlink, ".." would not lead where the text says.
     const int normal = IgCmnFileNormPath(context.memoryp, directory, &context.values.output_dir);
     return normal == 0 ? Outcome::GOOD : Outcome::FAILED;
 }
@@ -172,7 +172,7 @@ Outcome readLine(Context& context, char* line, std::size_t length) {
     return line[0] == KEYS[0].name[0] ? readSetting(context, line) : Outcome::SYNTAX;
 }
 
-// A read that a signal broke off, as of a pipe that nobody fills, is an interruption and no fault
+// A read that a signal ended, such as from a pipe without data, is an interruption and not an error
 // of the file.
 Outcome readFailed(int error, const char* path) {
     if (IgMainIsInterrupted() == 0) {
@@ -186,7 +186,7 @@ Outcome readLines(Context& context, std::FILE* stream, const char* path) {
     for (int line_no = 1;; ++line_no) {
         const std::size_t length = readTextLine(stream, line.data(), line.size());
         if (length == 0 || std::ferror(stream) != 0) {
-            break;  // what a failed read has left of a line is no line
+            break;  // an incomplete line of a failed read is dropped
         }
         const Outcome outcome = readLine(context, line.data(), length);
         if (outcome == Outcome::SYNTAX || outcome == Outcome::SYNTAX_CHARACTER) {
@@ -200,7 +200,7 @@ Outcome readLines(Context& context, std::FILE* stream, const char* path) {
     return std::ferror(stream) == 0 ? Outcome::GOOD : readFailed(errno, path);
 }
 
-// Opening did not wait; reading does, for the rest of what a pipe is still bringing.
+// The file was opened without waiting; reads wait for the rest of a pipe's data.
 void waitForContent(std::FILE* stream) {
     const int flags = ::fcntl(::fileno(stream), F_GETFL);
     ::fcntl(::fileno(stream), F_SETFL, flags & ~O_NONBLOCK);

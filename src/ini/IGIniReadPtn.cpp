@@ -25,7 +25,7 @@
 
 namespace {
 
-// What became of a word or a value.
+// Result of handling a word or a value.
 enum class Outcome {
     GOOD,
     SYNTAX,      // ZEPA137-W, or ZEPA139-W before the format version was accepted
@@ -46,10 +46,10 @@ enum class Context {
 
 enum class State {
     STATEMENT,    // a keyword, or a closing brace
-    EQUAL,        // the "=" behind a keyword
+    EQUAL,        // the "=" after a keyword
     VALUE,        // the words of a value
     AFTER_VALUE,  // nothing but a comment, up to the end of the line
-    BRACE,        // the brace behind a block keyword, then the end of the line
+    BRACE,        // the brace after a block keyword, then the end of the line
 };
 
 constexpr std::size_t PATH_LIMIT = 260;  // bytes
@@ -72,7 +72,7 @@ struct Keyword {
     std::size_t longest = 0;  // value in bytes; 0 no limit
     Store store = nullptr;    // null: the keyword opens `opens`
     Context opens = Context::NONE;
-    // where the general stores put the value
+    // the members that the general store functions set
     IgCmnListHeader* pickptn_tbl::*pattern_list = nullptr;
     IgCmnListHeader* ptn_block::*block_list = nullptr;
     std::int32_t tool_block::*number = nullptr;
@@ -96,11 +96,11 @@ struct Reader {
     LocalPool value_pool{};
     char* value = nullptr;
     std::uint32_t value_size = 0;
-    bool has_value = false;  // a word of it was read, be it an empty quoted one
+    bool has_value = false;  // a word of it was read, even an empty quoted one
 
     [[nodiscard]] bool versionAccepted() const { return (ptn->flags & PTN_FORMAT_VERSION) != 0; }
 
-    // The flags that say what the innermost open block was given.
+    // The flags of the keywords given in the innermost open block.
     [[nodiscard]] std::uint32_t& flags() const {
         switch (context) {
             case Context::BLOCK:
@@ -120,7 +120,7 @@ Outcome orNoMemory(bool done) {
     return done ? Outcome::GOOD : Outcome::NO_MEMORY;
 }
 
-// A copy for the table, every "%%" being one "%".
+// A copy for the table with each "%%" replaced by "%".
 char* unescaped(const Reader& reader, const char* value) {
     char* copy = IgCmnStrdup(reader.memoryp, value);
     return copy != nullptr && IgCmnStrUnescapePercent(copy) == 0 ? copy : nullptr;
@@ -152,7 +152,7 @@ constexpr int versionPart(std::string_view digits) {
     return number;
 }
 
-// Major version times 100 plus minor version; -1 for what is no version.
+// Major version times 100 plus minor version; -1 if the text is no version.
 constexpr int versionNumber(std::string_view text) {
     const std::size_t dot = text.find('.');
     if (dot == std::string_view::npos) {
@@ -239,7 +239,8 @@ Outcome storeRedirectPath(Reader& reader, const Keyword& /*keyword*/, const char
 
 // --- data items ---
 
-// Only the first DESCRIPTION is limited and has its "%%" collapsed; further ones stand as written.
+// Only the first DESCRIPTION is limited and has its "%%" collapsed; further ones are stored as
+// written.
 Outcome storeDescription(Reader& reader, const Keyword& /*keyword*/, const char* value) {
     if ((reader.flags() & DATA_DESCRIPTION) != 0) {
         return orNoMemory(IgIniCollectList(value, &reader.data().description, reader.memoryp) == 0);
@@ -378,8 +379,8 @@ constexpr Keyword KEYWORDS[] = {
      .store = storePathName},
 };
 
-// A general store needs the member that it stores to, and nothing else has one. A keyword opens a
-// block or stores a value under a flag of its own.
+// A general store function needs the member that it sets, and no other row has one. A keyword opens
+// a block, or stores a value and has a flag of its own.
 constexpr bool isWhole(const Keyword& keyword) {
     const bool opens = keyword.opens != Context::NONE;
     return opens == (keyword.store == nullptr) && opens == (keyword.flag == 0) &&
@@ -660,7 +661,8 @@ int report(const Reader& reader, Outcome outcome, int line_no) {
     if (outcome == Outcome::GOOD || outcome == Outcome::NO_MEMORY) {
         return outcome == Outcome::GOOD ? 0 : -1;
     }
-    // The directory may hold any name: none may forge a line of the log or reach the terminal.
+    // The directory may contain any name: none may forge a line of the log or send control
+    // characters to the terminal.
     LocalPool local;
     const char* shown = IgCmnStrPrintable(local.get(), reader.file_name);
     if (shown == nullptr) {

@@ -10,7 +10,8 @@ struct root_tbl;
 inline constexpr int PTN_SKIPPED = 9;
 
 /// Reads one pattern file into the root table's current pattern (`crnt_ptn_def`, asserted
-/// non-null). 0; PTN_SKIPPED, also when the run is interrupted meanwhile; -1 when memory ran out.
+/// non-null). Returns 0; PTN_SKIPPED, also when the run is interrupted meanwhile; -1 when memory
+/// ran out.
 int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp);
 
 #endif

@@ -12,7 +12,7 @@
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnMemory.h"
 
-/// Flags of a pattern table: what its file has said.
+/// Flags of a pattern table: the keywords that its file has given.
 enum PtnFlag : std::uint32_t {
     PTN_VRS = 1U << 0,
     PTN_KATAMEI = 1U << 1,
@@ -54,10 +54,10 @@ enum FileType : std::int32_t {
     FILE_BINARY = 1,
     FILE_ARCHIVE = 2,
     FILE_DIRECTORY = 3,
-    FILE_OTHER = 4,  // the word itself tells
+    FILE_OTHER = 4,  // any other word; kept as text
 };
 
-/// What a TOOL_BLOCK says.
+/// Values of a TOOL_BLOCK.
 struct tool_block {
     std::int32_t timeout;           // seconds; below 1 none
     std::int32_t timeout_signal;    // signal number
@@ -69,7 +69,7 @@ struct tool_block {
     std::array<char, 13> start_stamp;  // YYMMDDhhmmss, set just before the tool starts
 };
 
-/// What a DATA_BLOCK says.
+/// Values of a DATA_BLOCK.
 struct data_block {
     IgCmnListHeader* description;  // strings; null when none
     char* file_type_word;          // as written; null when not given
@@ -111,7 +111,7 @@ struct pickptn_tbl {
 /// Number of the special strings %reg0% to %reg9%, which have no values here.
 inline constexpr std::size_t REG_COUNT = 10;
 
-/// Cleanup starts OFF: a run without a configuration file's word deletes nothing.
+/// Cleanup is OFF by default: a run deletes nothing unless the configuration file sets it ON.
 inline constexpr std::int32_t CLEANUP_OFF = 1;
 inline constexpr std::int32_t CLEANUP_ON = 0;
 
@@ -126,14 +126,14 @@ struct root_tbl {
     char* d;  // the current pattern's output directory; null outside its collection
     std::array<char*, REG_COUNT> reg;  // reserved, never set
     char* HOST;
-    // what the command line said
+    // values of the command line
     IgCmnListHeader* opt_target;
     IgCmnListHeader* opt_group;
     char* opt_directory;
     char* opt_output_file;
     char* opt_config;
     std::int32_t opt_mark;  // -2: reserved
-    // what selects the patterns; null restricts nothing
+    // selection of the patterns; null selects all
     IgCmnListHeader* target;
     IgCmnListHeader* pp_group;
     IgCmnListHeader* pp_name;
@@ -145,11 +145,11 @@ struct root_tbl {
     bool output_made;           // this run has made its output directory
     const char* output_path;    // its path; null before
     const char* output_normal;  // the same, normalised
-    dev_t output_device;        // which directory that is
+    dev_t output_device;        // identity of that directory
     ino_t output_inode;
-    bool output_held;              // its path can be exchanged by others than root
+    bool output_held;              // users other than root can replace its path
     int output_fd;                 // then: its O_PATH descriptor, until the process ends
-    bool output_kept;              // the directory is the last whole copy of what was collected
+    bool output_kept;              // the directory is the last complete copy of the data
     bool tools_ran;                // a tool may have written into the output
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
     std::int64_t max_output_size;  // as configured; 0 or less is no limit
@@ -157,12 +157,13 @@ struct root_tbl {
     pickptn_tbl* crnt_ptn_def;     // the pattern being read
 };
 
-/// Zero-filled records with their defaults; null when memory runs out.
+/// New records of the pool, zero except for their defaults; null when memory runs out.
 pickptn_tbl* IgIniGetPickPtn(memory_pool* memoryp);
 ptn_block* IgIniGetPickPtnBlock(memory_pool* memoryp);
 collect_item* IgIniGetPickPtnCmdData(memory_pool* memoryp, ItemKind kind);
 
-/// Appends a copy of the string to the list, making the list on first use. 0, or -1.
+/// Appends a copy of the string to the list, making the list on first use. Returns 0, or -1 when
+/// memory runs out.
 int IgIniCollectList(const char* value, IgCmnListHeader** list, memory_pool* memoryp);
 
 #endif

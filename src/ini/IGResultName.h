@@ -1,5 +1,5 @@
-// Where the run's result is: the output directory, the archives, and which of them a return code
-// means.
+// Paths of the run's result: the output directory, the archives, and which of them belongs to a
+// return code.
 #ifndef QUENDIL_INI_IGRESULTNAME_H
 #define QUENDIL_INI_IGRESULTNAME_H
 
@@ -21,12 +21,13 @@ char* tarName(memory_pool* memoryp, const char* base);
 /// The archive as gzip leaves it: `base` with ".tar.gz".
 char* compressedName(memory_pool* memoryp, const char* base);
 
-/// Path of what a return code means: the output directory for RETCODE_DIRECTORY, the ".tar" archive
-/// for RETCODE_ARCHIVE, else the output file, which is the compressed archive once there is one.
+/// Path of the result for a return code: the output directory for RETCODE_DIRECTORY, the ".tar"
+/// archive for RETCODE_ARCHIVE, else the output file, which is the compressed archive once there is
+/// one.
 char* resultPath(memory_pool* memoryp, const root_tbl& root, int ret_code);
 
-/// Whether the names that the archive will have are free: tarName and compressedName of `base`. 0;
-/// 1 after ZEPA109-E with the first that is taken; -1 when memory ran out.
+/// Checks that the archive's names, tarName and compressedName of `base`, are free. Returns 0; 1
+/// after ZEPA109-E with the first name that is taken; -1 when memory ran out.
 int resultNamesTaken(memory_pool* memoryp, const char* base);
 
 #endif

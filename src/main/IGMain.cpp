@@ -49,7 +49,7 @@ std::int32_t countItems(const root_tbl& root) {
     return count;
 }
 
-// The head of the index: the version, then the command and its arguments.
+// Writes the head of the index: the version, then the command and its arguments.
 int writeIndexHead(memory_pool* memoryp, const root_tbl& root) {
     const char* path = indexPath(memoryp, root);
     if (path == nullptr) {
@@ -77,7 +77,7 @@ Result collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
     IgCmnMsgInfo<ZEPA202_I>(phase);
     const Result result =
         is_data ? IgCollectData(memoryp, &root, &item.data) : IgExeTool(memoryp, &root, &item.tool);
-    // What becomes of a tool is told by messages; only an interruption ends the collection there.
+    // Messages report how a tool ended; only an interruption ends the collection here.
     if (result == RESULT_INTERRUPTED || (is_data && result != RESULT_DONE)) {
         return result;
     }
@@ -103,7 +103,7 @@ Result collectBlock(memory_pool* memoryp, root_tbl& root, const ptn_block& block
     return RESULT_DONE;
 }
 
-// One pattern. A directory that cannot be had leaves the pattern out.
+// Collects one pattern. Skips it when its directory cannot be made.
 Result collectPattern(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn, bool& index_written) {
     char* directory = choosePatternDirectory(memoryp, root, ptn);
     const char* output = outputDirectory(memoryp, root);
@@ -282,7 +282,7 @@ int IgMainCollect(int /*unused*/) {
 }
 
 void IgMainStopChild() {
-    const InterruptionBlock block;  // the handler must not do the same in the middle of it
+    const InterruptionBlock block;  // the handler must not stop it at the same time
     IgCmnProcStopOnInterrupt();
 }
 
@@ -297,7 +297,7 @@ int IgMainEnd() {
     };
     static std::size_t next = 0;
     while (next < STEPS.size()) {
-        STEPS[next++]();  // counted first: a second entry must not repeat the step it came from
+        STEPS[next++]();  // counted first: a second call must not repeat the step that made it
     }
     return IgMainGetRetCode();
 }

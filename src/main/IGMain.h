@@ -1,4 +1,4 @@
-// Run control: the checks that a run passes, the collection driver and the end routine.
+// Run control: the checks that a run must pass, the collection driver and the end routine.
 #ifndef QUENDIL_MAIN_IGMAIN_H
 #define QUENDIL_MAIN_IGMAIN_H
 
@@ -8,22 +8,23 @@ int IgMainIsSuperUser(int quiet);
 
 /// Result of IgMainLock when another run holds the lock.
 inline constexpr int LOCK_HELD = 5;
-/// Takes the single-run lock, which lasts as long as the process. 0, LOCK_HELD or -1 after
-/// reporting on the terminal and in the history log.
+/// Takes the single-run lock, which is held at most until the process ends. Returns 0, or LOCK_HELD
+/// or -1 after reporting on the terminal and in the history log.
 int IgMainLock();
 /// Closes the lock's descriptor.
 void IgMainUnlock();
 
 /// The collection driver: makes the output directory, collects item by item and makes the archive.
-/// The argument is not used. 0 done, -1 error, 2 interrupted, 4 stopped at the output size limit.
+/// The argument is not used. Returns 0 when done, -1 after an error, 2 when interrupted, 4 when
+/// stopped at the size limit.
 int IgMainCollect(int unused);
 
-/// Stops a running child and all of its group before the run ends without waiting for it.
+/// Stops a running child and its process group, before the run ends without waiting for it.
 void IgMainStopChild();
 
-/// The end routine: reports the result, frees the main pool, ends both logs and drops the lock.
-/// Returns the return code. When a step's own report cannot be written it is entered a second time
-/// and goes on behind that step.
+/// The end routine: reports the result, frees the main pool, closes both logs and releases the
+/// lock. Returns the return code. When a step's own report cannot be written, the routine is called
+/// again and continues after that step.
 int IgMainEnd();
 
 /// Ends the run after a failed write to the run log: stops a running child, removes the output

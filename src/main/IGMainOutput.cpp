@@ -27,8 +27,8 @@
 
 namespace {
 
-// Collected data is secret, and no other user may place anything in it: the directories below it
-// may then carry the modes of their sources.
+// Collected data is secret, and no other user may add to it: the directories below it can then have
+// the modes of their sources.
 constexpr mode_t PRIVATE_DIRECTORY = 0700;
 
 // 1 when the directory has an entry of that name, 0 when it has none; -1 after a failure.
@@ -55,7 +55,8 @@ char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
     }
 }
 
-// The distinct targets of the pattern's selected blocks, in file order; null when it has none.
+// Lists the distinct targets of the pattern's selected blocks in `ptn.targets`, in file order; null
+// when there are none. False when memory runs out.
 bool listTargets(memory_pool* memoryp, pickptn_tbl& ptn) {
     for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
         if (block.skip != 0) {
@@ -83,7 +84,7 @@ bool equalLists(const IgCmnListHeader& first, const IgCmnListHeader& second) {
     return a == nullptr && b == nullptr;
 }
 
-// The directory that an earlier pattern with the same targets was given; null when there is none.
+// The directory of an earlier pattern with the same targets; null when there is none.
 char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
     for (const pickptn_tbl& earlier : walkList<pickptn_tbl>(&root.selected)) {
         if (&earlier == &ptn) {
@@ -97,7 +98,7 @@ char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
     return nullptr;
 }
 
-// Removes this run's own output directory; with `message` it says so first.
+// Removes this run's own output directory; with `message`, reports that first.
 void removeOwnOutput(bool message) {
     const root_tbl* root = main_run.root;
     if (root == nullptr || !root->output_made || root->output_kept || !outputIsOurs(*root)) {
@@ -135,7 +136,7 @@ bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root) {
     }
     root.output_made = noteOutput(memoryp, root, path);
     if (!root.output_made) {
-        ::unlinkat(AT_FDCWD, path, AT_REMOVEDIR);  // it is empty, and nothing would know it again
+        ::unlinkat(AT_FDCWD, path, AT_REMOVEDIR);  // it is empty, and no later step would remove it
     }
     return root.output_made;
 }
@@ -157,7 +158,7 @@ char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn
         return nullptr;
     }
     if (std::strcmp(name, INDEX_NAME) == 0) {
-        name = IgCmnStrCat(memoryp, name, "_1");  // the index itself is still to be made
+        name = IgCmnStrCat(memoryp, name, "_1");  // the index itself is made later
     }
     const char* unique = name == nullptr ? nullptr : makeUnique(memoryp, output, name);
     return unique == nullptr ? nullptr : IgCmnStrCatDir(memoryp, output, unique);

@@ -1,4 +1,4 @@
-// The run's output: its name and directories, its removal, and the result that is left.
+// The run's output: its name, directories and removal, and the report of the result.
 #ifndef QUENDIL_MAIN_IGMAINOUTPUT_H
 #define QUENDIL_MAIN_IGMAINOUTPUT_H
 
@@ -9,30 +9,31 @@ struct root_tbl;
 
 // Paths are strings of the pool; null or false means a failure that has been reported.
 
-/// Makes the output name unique in the base directory with "_N" where it is taken; without -o the
-/// archive gets the same name.
+/// Makes the output name unique in the base directory by appending "_N" if it is taken; without -o
+/// the archive gets the same name.
 bool chooseOutputName(memory_pool* memoryp, root_tbl& root);
-/// Makes the directory under the name just found free. Somebody else's that has appeared meanwhile
-/// is not taken.
+/// Makes the output directory under the chosen name. Fails when another user has taken the name
+/// meanwhile.
 bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root);
-/// Makes a directory unless it is there.
+/// Makes a directory unless it exists.
 bool makeDirectory(const char* path);
-/// The directory in the output that takes the pattern's data, named after its first target;
-/// patterns with equal targets share one, a pattern without any uses the output directory itself.
+/// Returns the directory in the output for the pattern's data, named after its first target;
+/// patterns with equal targets share one, a pattern without targets uses the output directory
+/// itself.
 char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn_tbl& ptn);
 
-/// Removes the output directory of a run that failed, after saying so (ZEPA212-I).
+/// Removes the output directory of a failed run, after reporting that (ZEPA212-I).
 void IgMainCleanup();
 /// Removes the output directory when cleanup is ON; for a run that ends because its run log cannot
 /// be written.
 void IgMainRemoveOutput();
 
-/// Path of what the run leaves (resultPath); null too before there is a root table.
+/// Path of the run's result (resultPath); null too if there is no root table yet.
 char* IgMainGetOutputPath(memory_pool* memoryp);
 /// Writes the result's path to the history log (ZEPA303-I) unless the run failed.
 void IgMainHistOutput();
-/// Names the result on the terminal and in the run log: ZEPA215-I, or ZEPA211-I and ZEPA214-I with
-/// its size; nothing when it has none.
+/// Reports the result on the terminal and in the run log: the directory with ZEPA215-I, an archive
+/// with ZEPA211-I or ZEPA214-I and its size in bytes; nothing when its size is 0 or unknown.
 void IgMainReportOutput();
 
 #endif

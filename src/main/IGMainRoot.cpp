@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* OWN_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
-// How times, texts and names are to be read: what an output depends on, and nothing else.
+// The variables that are kept: the format of times and texts depends on them. No others are.
 struct Kept {
     const char* name;
     bool is_zone;
@@ -39,8 +39,8 @@ constexpr Kept KEPT[] = {
     {"LC_TIME", false},
 };
 
-// The C library opens the files that these values name: none but its own below its own directories.
-// Of these, only a zone's name has a slash in it ("Europe/Berlin").
+// The C library opens the files that these values name. Accepts only names of its own files in its
+// own directories. Of these, only a zone's name contains a slash ("Europe/Berlin").
 bool isHarmless(const char* value, bool is_zone) {
     constexpr const char* LETTERS =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
@@ -62,7 +62,7 @@ void makeEnvironment() {
         const char* value = ::getenv(KEPT[i].name);
         values[i] = value != nullptr && isHarmless(value, KEPT[i].is_zone) ? value : nullptr;
     }
-    ::clearenv();  // the values themselves stay where the kernel has put them
+    ::clearenv();  // `values` stay valid: the kernel has stored them elsewhere
     ::setenv("PATH", OWN_PATH, 1);
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (values[i] != nullptr) {
@@ -78,7 +78,7 @@ RootChange IgMainBecomeRoot() {
         return {};
     }
     makeEnvironment();
-    // The user last: the others need its rights.
+    // The user last: the other calls need its rights.
     if (::setgroups(0, nullptr) != 0) {
         return {"setgroups", errno};
     }

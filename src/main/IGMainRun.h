@@ -1,4 +1,4 @@
-// What the steps of a run share, from the first to the end routine.
+// Data that the steps of a run share, up to the end routine.
 #ifndef QUENDIL_MAIN_IGMAINRUN_H
 #define QUENDIL_MAIN_IGMAINRUN_H
 
@@ -16,7 +16,7 @@ struct MainRun {
     int cleanup_wanted = 0;           // 1 when the cleanup phase is to run
     int lock_fd = -1;                 // descriptor of the single-run lock
 };
-/// The one run of the process: the end routine has no caller to hand it over.
+/// The process's only run. It is global because the end routine has no caller that could pass it.
 extern MainRun main_run;
 
 #endif

@@ -34,20 +34,20 @@
 
 namespace {
 
-// A closed standard descriptor would be given to the next file that is opened, and messages would
-// go into that file.
+// Otherwise the next file that is opened would get a closed standard descriptor, and messages would
+// be written to that file.
 void openStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        // What is opened takes the lowest free descriptor: this one. Where there is no null device,
-        // anything that cannot be written serves.
+        // open() returns the lowest free descriptor: this one. Without a null device, anything that
+        // cannot be written will do.
         if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", O_RDWR) == -1) {
             static_cast<void>(::open("/", O_RDONLY | O_DIRECTORY));
         }
     }
 }
 
-// What a caller may have left behind must not end the run or lose its children: a closed pipe or a
-// file-size limit makes a write fail, and finished children wait to be asked for.
+// Signal settings of the caller must not end the run or lose its children: a closed pipe or a
+// file-size limit only makes a write fail, and finished children stay until waited for.
 void settleSignals() {
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
@@ -62,8 +62,8 @@ void settleSignals() {
 void chooseLocale() {
     std::setlocale(LC_ALL, "");
 #ifdef QUENDIL_STATIC
-    // A static C library converts other character sets than these two with modules that it loads,
-    // and one of another version ends the process.
+    // For any other character set a static C library loads a module, and a module of another
+    // version of the library ends the process.
     const std::string_view characters = ::nl_langinfo(CODESET);
     if (characters != "UTF-8" && characters != "ANSI_X3.4-1968" &&
         std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
@@ -76,7 +76,7 @@ RootChange prepareProcess() {
     openStandardDescriptors();
     settleSignals();
     const RootChange change = IgMainBecomeRoot();
-    // The archiver's programs take options from these; a run's result must not depend on them.
+    // tar and gzip read options from these; a run's result must not depend on them.
     ::unsetenv("TAR_OPTIONS");
     ::unsetenv("GZIP");
     run_hooks = {IgMainEndAfterLogFailure, IgMainReportInterruption};
@@ -92,7 +92,7 @@ void recordStart() {
     IgCmnMsgHist(ZEPA301_I, QUENDIL_VERSION, now.data());
 }
 
-// Makes room for `needed` bytes, and some to spare.
+// Grows `argument` to `needed` bytes and some more.
 bool growArgument(std::uint32_t needed) {
     if (main_run.argument != nullptr && main_run.argument_size >= needed) {
         return true;
@@ -107,9 +107,9 @@ bool growArgument(std::uint32_t needed) {
     return true;
 }
 
-// All arguments in one string, as they are shown; one with a blank in it is in single quotes.
+// Joins all arguments in one printable string; one that contains a blank is put in single quotes.
 bool joinArguments(int argc, char** argv) {
-    std::size_t present = 0;  // counted, for there may be very many of them
+    std::size_t present = 0;  // length so far; no strlen, because there may be very many
     for (int i = 1; i < argc; ++i) {
         LocalPool local;
         const char* argument = IgCmnStrPrintable(local.get(), argv[i], Tabs::KEPT);
@@ -135,12 +135,12 @@ void installSignalHandler() {
     ::sigemptyset(&action.sa_mask);
     for (const int signo : INTERRUPTING_SIGNALS) {
         if (signo != SIGHUP || run_state.hangup_ignored == 0) {
-            ::sigaction(signo, &action, nullptr);  // no SA_RESTART: waiting calls must come back
+            ::sigaction(signo, &action, nullptr);  // no SA_RESTART: waiting calls must return
         }
     }
 }
 
-// The command's name as messages and the index show it, without its directory.
+// Stores the command's name for messages and the index, without its directory.
 bool keepCommandName(int argc, char** argv) {
     LocalPool local;
     char* directory = nullptr;
@@ -180,7 +180,7 @@ void clean() {
     IgCmnProgressCleanup();
     IgCmnMsgInfo<ZEPA202_I>("cleaning");
     {
-        const MessageMode warn(MSGMODE_COLLECTING);  // what cannot be removed is a warning
+        const MessageMode warn(MSGMODE_COLLECTING);  // a file that cannot be removed is a warning
         IgMainCleanup();
     }
     IgCmnMsgInfo<ZEPA203_I>("cleaning");
@@ -197,7 +197,7 @@ void collectAndClean() {
     }
 }
 
-// The steps of a run, in their order. One that fails has said why and ends the run.
+// Runs the steps in their order. One that fails has reported why and ends the run.
 void run(int argc, char** argv) {
     const RootChange change = prepareProcess();
     recordStart();

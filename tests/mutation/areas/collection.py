@@ -108,7 +108,7 @@ RULES = [
          "IgCmnFileGetSize(archive.tar) <= 0", "IgCmnFileGetSize(archive.tar) < 0",
          "cli:test_archive.py"),
     Rule("a truncated archive is not a result",
-         "return state != TarState::CUT;", "return state != TarState::UNKNOWN;",
+         "return state != TarState::TRUNCATED;", "return state != TarState::UNKNOWN;",
          "cli:test_exchanged_sources.py:truncated"),
     Rule("the last whole copy stays whatever fails",
          "output_kept = state != TarState::WHOLE;", "output_kept = state == TarState::WHOLE;",

@@ -57,14 +57,14 @@ TEST_F(IGCopy, CopiesAsManyBytesAsItIsToldAndSaysWhetherThereAreMore) {
     const std::string source = directory_.path("source");
     const std::string copy = directory_.path("copy");
     writeText(source, std::string(700000, 'a') + "b");
-    EXPECT_EQ(this->copy(source, copy, 700000), Copied::CUT);
+    EXPECT_EQ(this->copy(source, copy, 700000), Copied::TRUNCATED);
     EXPECT_EQ(bytes_, 700000);
     EXPECT_EQ(readText(copy), std::string(700000, 'a'));
     std::filesystem::remove(copy);
     EXPECT_EQ(this->copy(source, copy, 700001), Copied::ALL);
     EXPECT_EQ(bytes_, 700001);
     std::filesystem::remove(copy);
-    EXPECT_EQ(this->copy(source, copy, 0), Copied::CUT);
+    EXPECT_EQ(this->copy(source, copy, 0), Copied::TRUNCATED);
     EXPECT_EQ(std::filesystem::file_size(copy), 0U);
 }
 
