@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(IGAssertDeathTest, StaysWhereTheChecksOfTheLibraryAreDropped) {
+TEST(IGAssertDeathTest, ChecksInAReleaseBuildToo) {
     const int* memoryp = nullptr;
     assert(memoryp != nullptr);  // is nothing here
     EXPECT_DEATH(IG_ASSERT_NOT_NULL(memoryp),
@@ -24,7 +24,7 @@ TEST(IGAssertDeathTest, AbortsAndDoesNotExit) {
     EXPECT_EXIT(IG_ASSERT_NOT_NULL(path), ::testing::KilledBySignal(SIGABRT), "path != ");
 }
 
-TEST(IGAssert, LetsEverythingElsePassAndLooksAtItOnce) {
+TEST(IGAssert, AcceptsOtherPointersAndEvaluatesThemOnce) {
     int looks = 0;
     const auto pointer = [&looks] { return ++looks != 0 ? &looks : nullptr; };
     IG_ASSERT_NOT_NULL(pointer());

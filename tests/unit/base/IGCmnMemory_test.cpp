@@ -68,7 +68,7 @@ class IGCmnMemory : public ::testing::Test {
     Pool pool_;
 };
 
-TEST_F(IGCmnMemory, LaysTheBlocksOfAClassSideBySideUntilTheChunkIsFull) {
+TEST_F(IGCmnMemory, PlacesTheBlocksOfAClassSideBySideUntilTheChunkIsFull) {
     for (const ClassRow& row : CLASSES) {
         for (const std::size_t size : {row.smallest, row.largest}) {
             SCOPED_TRACE(size);
@@ -95,7 +95,7 @@ TEST_F(IGCmnMemory, ServesEveryRequestUpTo196BytesFromAClass) {
     }
 }
 
-TEST_F(IGCmnMemory, GivesARequestAbove196BytesAChunkOfItsOwn) {
+TEST_F(IGCmnMemory, AllocatesARequestAbove196BytesInItsOwnChunk) {
     for (const std::size_t size : {197U, 198U, 4096U, 100000U}) {
         SCOPED_TRACE(size);
         const Bytes first = alloc(size);
@@ -115,7 +115,7 @@ TEST_F(IGCmnMemory, AlignsEveryBlockTo8Bytes) {
     }
 }
 
-TEST_F(IGCmnMemory, FillsBlocksWithZerosAlsoWhereOthersHaveBeen) {
+TEST_F(IGCmnMemory, FillsReusedBlocksWithZerosToo) {
     for (const std::size_t size : {1U, 8U, 24U, 48U, 72U, 96U, 97U, 196U, 197U, 5000U}) {
         SCOPED_TRACE(size);
         const std::vector<Bytes> blocks = alloc(size, 4);
@@ -142,7 +142,7 @@ TEST_F(IGCmnMemory, TakesTheLowestFreeSlotOfAChunk) {
     EXPECT_EQ(alloc(8), blocks[19] + 8);
 }
 
-TEST_F(IGCmnMemory, LooksForRoomInTheNewestChunkFirst) {
+TEST_F(IGCmnMemory, SearchesTheNewestChunkFirst) {
     const std::vector<Bytes> oldest = alloc(196, 20);
     const std::vector<Bytes> middle = alloc(196, 20);
     const std::vector<Bytes> newest = alloc(196, 20);
@@ -154,7 +154,7 @@ TEST_F(IGCmnMemory, LooksForRoomInTheNewestChunkFirst) {
     EXPECT_EQ(alloc(196), oldest[2]);
 }
 
-TEST_F(IGCmnMemory, FillsAChunkOf502SlotsAndGoesOnInASecond) {
+TEST_F(IGCmnMemory, FillsAChunkOf502SlotsAndThenASecond) {
     const std::vector<Bytes> blocks = alloc(8, 503);
     EXPECT_EQ(blocks[501], blocks[0] + std::size_t{501} * 8);
     EXPECT_EQ(alloc(8), blocks[502] + 8);
@@ -206,7 +206,7 @@ TEST_F(IGCmnMemory, FreesWithAnySizeOfTheBlocksClass) {
     EXPECT_EQ(alloc(16), blocks[0]);
 }
 
-TEST_F(IGCmnMemory, LeavesABlockAloneThatIsFreedWithASizeOfAnotherClass) {
+TEST_F(IGCmnMemory, KeepsABlockThatIsFreedWithASizeOfAnotherClass) {
     struct Case {
         std::size_t allocated;
         std::size_t freed;
@@ -224,7 +224,7 @@ TEST_F(IGCmnMemory, LeavesABlockAloneThatIsFreedWithASizeOfAnotherClass) {
     }
 }
 
-TEST_F(IGCmnMemory, IgnoresAPointerThatBeginsNoBlock) {
+TEST_F(IGCmnMemory, IgnoresAPointerThatIsNoBlocksStart) {
     const std::vector<Bytes> blocks = alloc(24, 3);
     const Bytes large = alloc(1000);
     std::memset(blocks[1], 'x', 24);
@@ -240,7 +240,7 @@ TEST_F(IGCmnMemory, IgnoresAPointerThatBeginsNoBlock) {
     EXPECT_EQ(alloc(24), blocks[2] + 24);
 }
 
-TEST_F(IGCmnMemory, DoesNotHandOutABlockThatWasFreedTwice) {
+TEST_F(IGCmnMemory, DoesNotAllocateABlockAgainThatWasFreedTwice) {
     const std::vector<Bytes> blocks = alloc(24, 4);
     free(blocks[1], 24);
     free(blocks[1], 24);
@@ -258,7 +258,7 @@ TEST_F(IGCmnMemory, FreesNothingForANullPointerWithASizeOrAPointerWithoutOne) {
     EXPECT_EQ(alloc(24), block + 24);
 }
 
-TEST_F(IGCmnMemory, FreesAnEmptyPoolInSilence) {
+TEST_F(IGCmnMemory, FreesAnEmptyPoolWithoutAReport) {
     Capture error(stderr);
     free(nullptr, 0);
     std::array<std::uint8_t, 8> foreign{};
@@ -267,7 +267,7 @@ TEST_F(IGCmnMemory, FreesAnEmptyPoolInSilence) {
     EXPECT_EQ(error.take(), "");
 }
 
-TEST_F(IGCmnMemory, StartsAFreshPoolAfterItWasFreedWhole) {
+TEST_F(IGCmnMemory, StartsANewPoolAfterTheWholePoolWasFreed) {
     ASSERT_EQ(*pool(), nullptr);
     std::memset(alloc(8), 'x', 8);
     EXPECT_NE(*pool(), nullptr);
@@ -279,7 +279,7 @@ TEST_F(IGCmnMemory, StartsAFreshPoolAfterItWasFreedWhole) {
     EXPECT_NE(*pool(), nullptr);
 }
 
-TEST_F(IGCmnMemory, KeepsPoolsApart) {
+TEST_F(IGCmnMemory, KeepsPoolsSeparate) {
     Pool other;
     const Bytes mine = alloc(8);
     const auto theirs = static_cast<Bytes>(IgCmnMemoryAlloc(other.get(), 8));
@@ -291,13 +291,13 @@ TEST_F(IGCmnMemory, KeepsPoolsApart) {
     EXPECT_EQ(*theirs, 't');
 }
 
-TEST_F(IGCmnMemory, ReportsARequestOfNothing) {
+TEST_F(IGCmnMemory, ReportsARequestOfSizeZero) {
     Capture error(stderr);
     EXPECT_EQ(alloc(0), nullptr);
     EXPECT_EQ(error.take(), NO_MEMORY);
 }
 
-TEST_F(IGCmnMemory, ReportsARequestThatNobodyCanServe) {
+TEST_F(IGCmnMemory, ReportsARequestThatIsTooLarge) {
     for (const std::size_t size :
          {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() - 79,
           std::numeric_limits<std::size_t>::max() / 2}) {
@@ -308,7 +308,7 @@ TEST_F(IGCmnMemory, ReportsARequestThatNobodyCanServe) {
     }
 }
 
-TEST_F(IGCmnMemory, ReportsEachStepThatTheSystemHasNoMemoryFor) {
+TEST_F(IGCmnMemory, ReportsEachStepThatRunsOutOfMemory) {
     struct Step {
         std::size_t size;
         int nth;  // 1 is the pool's own record, 2 the chunk
@@ -330,7 +330,7 @@ TEST_F(IGCmnMemory, ReportsEachStepThatTheSystemHasNoMemoryFor) {
     }
 }
 
-TEST_F(IGCmnMemory, ServesFromWhatItHasWhenTheSystemHasNoMemory) {
+TEST_F(IGCmnMemory, ServesFromFreeSlotsWhenTheSystemHasNoMemory) {
     const Bytes block = alloc(8);
     Capture error(stderr);
     const FailingCall failing(Call::CALLOC, 1, ENOMEM);
@@ -341,7 +341,7 @@ TEST_F(IGCmnMemory, ServesFromWhatItHasWhenTheSystemHasNoMemory) {
     EXPECT_EQ(alloc(8), block + 16);
 }
 
-TEST_F(IGCmnMemory, AddsNothingWhenAFurtherChunkCannotBeHad) {
+TEST_F(IGCmnMemory, AddsNothingWhenAnotherChunkCannotBeAllocated) {
     const std::vector<Bytes> full = alloc(196, 20);
     Capture error(stderr);
     {
@@ -354,7 +354,7 @@ TEST_F(IGCmnMemory, AddsNothingWhenAFurtherChunkCannotBeHad) {
     EXPECT_NE(alloc(196), nullptr);
 }
 
-TEST_F(IGCmnMemory, MakesItsRecordAlsoForARequestOfNothing) {
+TEST_F(IGCmnMemory, AllocatesItsRecordForARequestOfSizeZeroToo) {
     Capture error(stderr);
     EXPECT_EQ(alloc(0), nullptr);
     EXPECT_NE(*pool(), nullptr);
@@ -362,7 +362,7 @@ TEST_F(IGCmnMemory, MakesItsRecordAlsoForARequestOfNothing) {
     EXPECT_EQ(error.take(), std::string(NO_MEMORY) + NO_MEMORY);
 }
 
-TEST_F(IGCmnMemory, CountsABlockThatWasFreedTwiceTwice) {
+TEST_F(IGCmnMemory, CountsADoubleFreeTwice) {
     const std::vector<Bytes> older = alloc(196, 20);
     const std::vector<Bytes> newer = alloc(196, 2);
     free(older[4], 196);
@@ -383,7 +383,7 @@ TEST_F(IGCmnMemory, FreesALargeBlockWithAnySizeOfItsClassThatReachesIt) {
     }
 }
 
-TEST_F(IGCmnMemory, GivesBackEachChunkAsSoonAsNothingOfItIsUsed) {
+TEST_F(IGCmnMemory, FreesEachChunkWithItsLastUsedBlock) {
     const std::size_t before = liveChunks();
     for (const ClassRow& row : CLASSES) {
         SCOPED_TRACE(row.largest);
@@ -402,7 +402,7 @@ TEST_F(IGCmnMemory, GivesBackEachChunkAsSoonAsNothingOfItIsUsed) {
     }
 }
 
-TEST_F(IGCmnMemory, FreedWholeReleasesEveryChunkOfEveryClass) {
+TEST_F(IGCmnMemory, ReleasesEveryChunkOfEveryClassWhenFreedWhole) {
     const std::size_t before = liveChunks();
     for (const ClassRow& row : CLASSES) {
         ASSERT_THAT(alloc(row.largest, row.capacity + 1), ::testing::Each(::testing::NotNull()));
@@ -432,7 +432,7 @@ TEST_F(IGCmnMemory, MovesAGrowingBlockAndFreesTheOldOne) {
     EXPECT_EQ(alloc(8), block) << "the old block is free";
 }
 
-TEST_F(IGCmnMemory, MovesABlockAlsoWithinItsClass) {
+TEST_F(IGCmnMemory, MovesABlockWithinItsClassToo) {
     const Bytes block = alloc(10);
     *block = 'x';
     const auto grown = static_cast<Bytes>(IgCmnMemoryRealloc(pool(), block, 10, 12));
@@ -440,7 +440,7 @@ TEST_F(IGCmnMemory, MovesABlockAlsoWithinItsClass) {
     EXPECT_EQ(*grown, 'x');
 }
 
-TEST_F(IGCmnMemory, ReallocatesFromNothing) {
+TEST_F(IGCmnMemory, ReallocatesANullPointer) {
     const auto block = static_cast<Bytes>(IgCmnMemoryRealloc(pool(), nullptr, 0, 30));
     ASSERT_NE(block, nullptr);
     EXPECT_TRUE(isZero(block, 30));
@@ -458,7 +458,7 @@ TEST_F(IGCmnMemory, KeepsTheOldBlockWhenItCannotGrow) {
     EXPECT_EQ(alloc(8), block + 8) << "the old block is still taken";
 }
 
-TEST_F(IGCmnMemory, GivesTypedObjectsFilledWithZeros) {
+TEST_F(IGCmnMemory, AllocatesTypedObjectsFilledWithZeros) {
     struct Record {
         std::int64_t number;
         const char* text;
@@ -472,7 +472,7 @@ TEST_F(IGCmnMemory, GivesTypedObjectsFilledWithZeros) {
     EXPECT_EQ(alloc(48), reinterpret_cast<const std::uint8_t*>(records) + 48);
 }
 
-TEST_F(IGCmnMemory, ReportsACountOfObjectsThatNoSizeCanHold) {
+TEST_F(IGCmnMemory, ReportsACountOfObjectsThatOverflowsASize) {
     Capture error(stderr);
     EXPECT_EQ(newFromPool<std::int64_t>(pool(), std::numeric_limits<std::size_t>::max() / 4),
               nullptr);
@@ -669,7 +669,7 @@ class ModelledPool {
     std::map<std::size_t, Bytes> starts_;  // first slot of each chunk
 };
 
-TEST(IGCmnMemoryStress, TakesThePlacesThatItsRulesNameThroughAMillionOperations) {
+TEST(IGCmnMemoryStress, UsesThePlacesOfTheModelInAMillionOperations) {
     std::mt19937 random(20261115);
     const auto below = [&random](std::size_t limit) { return random() % limit; };
     const std::size_t before = liveChunks();

@@ -62,7 +62,7 @@ TEST_F(IGCmnStr, CopiesAText) {
     }
 }
 
-TEST_F(IGCmnStr, CopiesTheBeginningOfAText) {
+TEST_F(IGCmnStr, CopiesAPrefixOfAText) {
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 3), "abc");
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 6), "abcdef");
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 0), "");
@@ -141,7 +141,7 @@ TEST_F(IGCmnStr, ReportsWhatTheLocaleCannotConvert) {
               conversionFailure("wcstombs"));
 }
 
-TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterItWasMeasured) {
+TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterTheLengthIsKnown) {
     for (const int nth : {1, 2}) {
         SCOPED_TRACE(nth);
         std::string told = reported([&] {
@@ -167,7 +167,7 @@ TEST_F(IGCmnStr, KnowsLettersAndDigitsOfAsciiOnly) {
     }
 }
 
-TEST_F(IGCmnStr, AllowsLettersDigitsAnd36Others) {
+TEST_F(IGCmnStr, AllowsLettersDigitsAnd36OtherCharacters) {
     const std::string others = "\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
     ASSERT_EQ(others.size(), 36U);
     int allowed = 0;
@@ -235,7 +235,7 @@ TEST_F(IGCmnStr, RemovesOnePairOfEnclosingDoubleQuotes) {
 
 // Comparison
 
-TEST_F(IGCmnStr, ComparesWithoutRegardToTheCaseOfAsciiLetters) {
+TEST_F(IGCmnStr, IgnoresTheCaseOfAsciiLettersInComparisons) {
     struct Case {
         const char* first;
         const char* second;
@@ -302,7 +302,7 @@ TEST_F(IGCmnStr, MakesAFileNameOfAText) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnStr, MakesNoFileNameOfWhatTheLocaleCannotDecode) {
+TEST_F(IGCmnStr, MakesNoFileNameOfUndecodableText) {
     char* name = nullptr;
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnStrToFileName(pool(), NOT_CONVERTIBLE.c_str(), &name), -1);
@@ -337,7 +337,7 @@ TEST_F(IGCmnStr, FindsTheParentDirectory) {
 
 // Texts for the shell and the terminal
 
-TEST_F(IGCmnStr, EscapesWhatTheShellObeysInsideDoubleQuotes) {
+TEST_F(IGCmnStr, EscapesWhatTheShellInterpretsInDoubleQuotes) {
     struct Case {
         const char* text;
         const char* escaped;
@@ -366,7 +366,7 @@ TEST_F(IGCmnStr, ShowsANameWithoutControlCharacters) {
 
 // Without memory
 
-TEST_F(IGCmnStr, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnStr, ReturnsNothingWhenMemoryRunsOut) {
     const std::string text(1000, 't');  // every copy needs a chunk of its own
     const std::wstring wide(1000, L't');
     char* out = nullptr;
@@ -440,7 +440,7 @@ TEST_F(IGCmnStr, HandlesTextsLongerThanAnyPath) {
     EXPECT_EQ(name, inner);
 }
 
-TEST_F(IGCmnStr, TakesEveryCharacterOfAHostNameByItsClass) {
+TEST_F(IGCmnStr, TreatsEveryCharacterOfAHostNameByItsClass) {
     const std::string marks = "\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
     for (int byte = 1; byte < 0x80; ++byte) {
         const auto c = static_cast<char>(byte);

@@ -55,7 +55,7 @@ class IGCmnSystem : public RunTest {};
 
 class FixedPath : public IGCmnSystem, public ::testing::WithParamInterface<PathRow> {};
 
-TEST_P(FixedPath, FitsItsBufferOrGivesNothing) {
+TEST_P(FixedPath, FitsItsBufferOrReturnsNothing) {
     const PathRow& row = GetParam();
     for (std::size_t size = 0; size <= 64; ++size) {
         SCOPED_TRACE(size);
@@ -130,7 +130,7 @@ TEST_F(IGCmnSystem, NeedsTheTreeOfVariableDataForItsDirectories) {
     EXPECT_EQ(err.take(), missing + missing);
 }
 
-TEST_F(IGCmnSystem, LooksForNoOtherDirectory) {
+TEST_F(IGCmnSystem, ChecksNoOtherDirectory) {
     std::array<char, 4096> buffer{};
     fs::rename(LOG_DIR, LOG_DIR + std::string(".away"));
     const std::size_t log = IgCmnGetKestrumLogDir(buffer.data(), buffer.size());
@@ -158,7 +158,7 @@ TEST_F(IGCmnSystem, JoinsADirectoryAndAFileName) {
     EXPECT_EQ(IgCmnGetKestrumFile(no_directory, "x", buffer.data(), 4096), 0U);
 }
 
-TEST_F(IGCmnSystem, KnowsALockFileByWhateverNameItIsFound) {
+TEST_F(IGCmnSystem, RecognisesALockFileUnderAnyName) {
     TempDir dir;
     for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
         const std::string lock = BIN_DIR + "/"s + name;

@@ -32,7 +32,7 @@ class IGCmnFileLease : public RunTest {
 };
 
 // What is left for a run is kept by the process, so this is the only test of its program.
-TEST_F(IGCmnFileLease, CostsAFileOneSecondAndARunTen) {
+TEST_F(IGCmnFileLease, WaitsOneSecondForAFileAndTenForARun) {
     std::vector<std::string> files;
     for (int number = 0; number < 12; ++number) {
         files.push_back(directory_.path("file" + std::to_string(number)));

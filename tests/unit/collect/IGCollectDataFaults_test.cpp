@@ -103,7 +103,7 @@ class IGCollectDataFaults : public CollectTest {
 constexpr const char* AS_THE_SOURCE = "457 3";  // 0711
 constexpr const char* AS_MADE = "511 0";        // 0777
 
-TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndGoesOnWithTheOthers) {
+TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndContinues) {
     for (const char* call : {"chmod", "chown", "utime"}) {
         SCOPED_TRACE(call);
         EXPECT_EQ(
@@ -119,7 +119,7 @@ TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndGoesOn
     }
 }
 
-TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndGoesOnUpwards) {
+TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndContinues) {
     for (const char* call : {"chmod", "chown", "utime"}) {
         SCOPED_TRACE(call);
         EXPECT_EQ(
@@ -130,7 +130,7 @@ TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndGoesOn
     }
 }
 
-TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeLookedAtAndGoesOnUpwards) {
+TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeReadAndContinues) {
     EXPECT_EQ(
         collectWhile("stat", source_ + "/below", "/below/file"),
         trio("stat", EPERM, "Operation not permitted", source_ + "/below", "IGCollectData", true));

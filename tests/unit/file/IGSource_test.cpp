@@ -69,7 +69,7 @@ class IGSource : public RunTest {
 
 // Whose a path is
 
-TEST_F(IGSource, IsRootsOwnWhereOnlyRootCanWrite) {
+TEST_F(IGSource, BelongsToRootWhereOnlyRootCanWrite) {
     fs::create_directories(own("a/b"));
     writeText(own("a/b/file"), "x");
     give(own("a/b/file"), USER);  // the file's owner does not count
@@ -79,7 +79,7 @@ TEST_F(IGSource, IsRootsOwnWhereOnlyRootCanWrite) {
     EXPECT_EQ(follow("/opt/./../opt"), Found::OWN);
 }
 
-TEST_F(IGSource, IsNotRootsOwnBelowADirectoryThatOthersCanChange) {
+TEST_F(IGSource, DoesNotBelongToRootBelowADirectoryThatOthersCanChange) {
     struct Case {
         mode_t mode;
         uid_t user;
@@ -104,7 +104,7 @@ TEST_F(IGSource, IsNotRootsOwnBelowADirectoryThatOthersCanChange) {
     }
 }
 
-TEST_F(IGSource, CountsTheOutputAsRootsOwn) {
+TEST_F(IGSource, CountsTheOutputAsRoots) {
     const TempDir shared;  // below /tmp
     fs::create_directories(shared.path("out/sub"));
     ASSERT_EQ(::chmod(shared.path("out/sub").c_str(), 0777), 0);
@@ -120,7 +120,7 @@ TEST_F(IGSource, CountsTheOutputAsRootsOwn) {
 
 // Whose links are followed
 
-TEST_F(IGSource, FollowsEveryLinkInRootsOwnDirectories) {
+TEST_F(IGSource, FollowsEveryLinkInDirectoriesOfRoot) {
     writeText(own("file"), "x");
     EXPECT_EQ(follow(link("file", own("relative"))), Found::OWN);
     EXPECT_EQ(place_, own("file"));
@@ -130,7 +130,7 @@ TEST_F(IGSource, FollowsEveryLinkInRootsOwnDirectories) {
     EXPECT_EQ(follow(link("/proc/version", own("kernel"))), Found::OWN);
 }
 
-TEST_F(IGSource, FollowsALinkOfAUsersOnlyToWhatIsHisOwn) {
+TEST_F(IGSource, FollowsAUsersLinkOnlyToHisOwnFiles) {
     writeText(own("secret"), "x");
     writeText(own("others"), "x");
     give(own("others"), OTHER);
@@ -144,18 +144,18 @@ TEST_F(IGSource, FollowsALinkOfAUsersOnlyToWhatIsHisOwn) {
     EXPECT_EQ(follow(link("none", home("dangling"), USER)), Found::NOT_THERE);
 }
 
-TEST_F(IGSource, FollowsNoLinkOfAUsersIntoTheKernelsFiles) {
+TEST_F(IGSource, FollowsNoUsersLinkIntoTheKernelsFiles) {
     EXPECT_EQ(follow(link("/proc/version", home("kernel"))), Found::REFUSED);
     EXPECT_EQ(follow(link("/sys", home("sys")) + "/kernel"), Found::REFUSED);
 }
 
-TEST_F(IGSource, StaysForeignBehindALinkOfAUsers) {
+TEST_F(IGSource, StaysForeignBehindAUsersLink) {
     writeText(own("file"), "x");
     link(own(), home("back"));  // root's own link leads out of the user's directory
     EXPECT_EQ(follow(home("back/file")), Found::FOREIGN);
 }
 
-TEST_F(IGSource, FollowsTheLinksOfProcToTheFileThatTheyMean) {
+TEST_F(IGSource, FollowsTheLinksOfProcToTheirFiles) {
     const std::string gone = own("gone");
     writeText(gone, "still open");
     const FdGuard fd(::open(gone.c_str(), O_RDONLY | O_CLOEXEC));
@@ -180,7 +180,7 @@ TEST_F(IGSource, EndsAtALoopOfLinks) {
     EXPECT_EQ(follow(own("1")), Found::OWN);
 }
 
-TEST_F(IGSource, RefusesWhatIsNoPath) {
+TEST_F(IGSource, RefusesInvalidPaths) {
     writeText(own("file"), "x");
     Source source;
     struct Case {
@@ -203,7 +203,7 @@ TEST_F(IGSource, RefusesWhatIsNoPath) {
 
 // Opening
 
-TEST_F(IGSource, OpensAnEntryOfAUsersDirectoryThroughNoLink) {
+TEST_F(IGSource, OpensNoLinkInAUsersDirectory) {
     const std::string place = home();
     const SourceDirectory directory{place.c_str(), false};
     Source source;
@@ -221,7 +221,7 @@ TEST_F(IGSource, OpensAnEntryOfAUsersDirectoryThroughNoLink) {
     EXPECT_EQ(errno, ELOOP);
 }
 
-TEST_F(IGSource, ReadsTheFileThatWasLookedAt) {
+TEST_F(IGSource, ReadsTheFileThatWasChecked) {
     const std::string place = own();
     const SourceDirectory directory{place.c_str(), true};
     writeText(own("file"), "first");
@@ -236,7 +236,7 @@ TEST_F(IGSource, ReadsTheFileThatWasLookedAt) {
     EXPECT_STREQ(text.data(), "first");
 }
 
-TEST_F(IGSource, ReadsNothingButRegularFiles) {
+TEST_F(IGSource, ReadsRegularFilesOnly) {
     const std::string place = own();
     const SourceDirectory directory{place.c_str(), true};
     ASSERT_EQ(::mkfifo(own("fifo").c_str(), 0600), 0);
@@ -248,7 +248,7 @@ TEST_F(IGSource, ReadsNothingButRegularFiles) {
     }
 }
 
-TEST_F(IGSource, WaitsForALeaseThatIsGivenUp) {
+TEST_F(IGSource, WaitsForALeaseToBeReleased) {
     writeText(own("file"), "x");
     const LeaseHolder holder({own("file")}, WhenAsked::GIVES_UP);
     ASSERT_TRUE(holder.holds());

@@ -218,7 +218,7 @@ struct Table {
 
 class WordTable : public IGCmnFileWord, public ::testing::WithParamInterface<Table> {};
 
-TEST_P(WordTable, GivesTheseWords) {
+TEST_P(WordTable, ReturnsTheseWords) {
     for (const Case& c : GetParam().cases) {
         SCOPED_TRACE(::testing::PrintToString(c.input));
         std::string expected;
@@ -310,7 +310,7 @@ const std::array<ModeRow, 11> MODES{{
       "BLANK( ) 1", "BLANK( ) 1"}},
 }};
 
-TEST_F(IGCmnFileWord, TakesACharacterOfEveryClassInEveryMode) {
+TEST_F(IGCmnFileWord, HandlesACharacterOfEveryClassInEveryMode) {
     static_assert(CHARACTERS.size() == std::tuple_size_v<decltype(ModeRow::words)>);
     for (const ModeRow& mode : MODES) {
         for (std::size_t i = 0; i < CHARACTERS.size(); ++i) {
@@ -327,7 +327,7 @@ TEST_F(IGCmnFileWord, TakesACharacterOfEveryClassInEveryMode) {
     }
 }
 
-TEST_F(IGCmnFileWord, LosesTheWordThatTheEndOfTheFileMeetsInAnyMode) {
+TEST_F(IGCmnFileWord, DropsTheWordAtTheEndOfTheFileInAnyMode) {
     for (const ModeRow& mode : MODES) {
         for (const std::string& before : {""s, "x\n"s, "\r"s}) {
             SCOPED_TRACE(::testing::PrintToString(before + mode.prefix));
@@ -339,7 +339,7 @@ TEST_F(IGCmnFileWord, LosesTheWordThatTheEndOfTheFileMeetsInAnyMode) {
     }
 }
 
-TEST_F(IGCmnFileWord, EndsInAnyModeAtACharacterThatIsNotAllowed) {
+TEST_F(IGCmnFileWord, EndsAtAForbiddenCharacterInAnyMode) {
     for (const char* locale : {"C", "C.utf8"}) {
         ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
         for (const ModeRow& mode : MODES) {
@@ -358,7 +358,7 @@ TEST_F(IGCmnFileWord, EndsInAnyModeAtACharacterThatIsNotAllowed) {
 }
 
 // The C library calls it an end or an undecodable sequence, depending on what it has buffered.
-TEST_F(IGCmnFileWord, GivesNoWordOfACharacterThatTheEndOfTheFileCuts) {
+TEST_F(IGCmnFileWord, ReturnsNoWordForATruncatedCharacterAtTheEndOfTheFile) {
     for (const ModeRow& mode : MODES) {
         for (const char* cut : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
             SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(cut)));
@@ -370,7 +370,7 @@ TEST_F(IGCmnFileWord, GivesNoWordOfACharacterThatTheEndOfTheFileCuts) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFileWord, NumbersItsWordTypesAsItsReadersCompareThem) {
+TEST_F(IGCmnFileWord, KeepsTheNumbersOfItsWordTypes) {
     EXPECT_EQ(WORD_QUOTED, 0);
     EXPECT_EQ(WORD_EQUAL, 1);
     EXPECT_EQ(WORD_COMMENT, 2);
@@ -455,7 +455,7 @@ TEST_F(IGCmnFileWord, RefusesALineOf1026Characters) {
     }
 }
 
-TEST_F(IGCmnFileWord, CountsACharacterOnceThatWasReadAgain) {
+TEST_F(IGCmnFileWord, CountsAPushedBackCharacterOnce) {
     // Every word of this line ends with a character that goes back for the next one.
     std::string line;
     std::string expected;
@@ -492,7 +492,7 @@ TEST_F(IGCmnFileWord, CountsTheLineFeedBehindACarriageReturn) {
     EXPECT_EQ(place(), "1:1026");
 }
 
-TEST_F(IGCmnFileWord, DoesNotCountWhatIsNotAllowed) {
+TEST_F(IGCmnFileWord, DoesNotCountForbiddenCharacters) {
     open(std::string(1025, '{') + "\xc3\xa9\n");
     for (int i = 0; i < 1025; ++i) {
         ASSERT_EQ(read(), 0);
@@ -503,7 +503,7 @@ TEST_F(IGCmnFileWord, DoesNotCountWhatIsNotAllowed) {
     EXPECT_EQ(read(), 9);
 }
 
-TEST_F(IGCmnFileWord, MeetsTheEndOfTheFileBeforeTheLimitOfTheLine) {
+TEST_F(IGCmnFileWord, ReachesTheEndOfTheFileBeforeTheLineLimit) {
     EXPECT_EQ(words(std::string(1025, 'a')), "END 1:1025");
 }
 
@@ -521,7 +521,7 @@ TEST_F(IGCmnFileWord, CountsEveryLineFromOne) {
     EXPECT_EQ(handle_.line_no, 5001);
 }
 
-TEST_F(IGCmnFileWord, GivesASequenceThatTheLocaleCannotDecodeAsInvalid) {
+TEST_F(IGCmnFileWord, ReturnsAnUndecodableSequenceAsInvalid) {
     for (const std::string& content : {"\xff\n"s, "a\xff\n"s, "\"\xc3\"\n"s, "# \x80\n"s}) {
         SCOPED_TRACE(::testing::PrintToString(content));
         open(content);
@@ -532,7 +532,7 @@ TEST_F(IGCmnFileWord, GivesASequenceThatTheLocaleCannotDecodeAsInvalid) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFileWord, GivesANonAsciiByteAsInvalidInThePlainLocaleToo) {
+TEST_F(IGCmnFileWord, ReturnsANonAsciiByteAsInvalidInThePlainLocaleToo) {
     ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
     open("\xc3\xa9\n");
     ASSERT_EQ(read(), 0);
@@ -580,7 +580,7 @@ TEST_F(IGCmnFileWord, ReportsAStreamThatCannotBeRead) {
     EXPECT_EQ(error.take(), report.substr(0, report.find("ZEPA114")));
 }
 
-TEST_F(IGCmnFileWord, ReportsACharacterThatTheStreamDoesNotTakeBack) {
+TEST_F(IGCmnFileWord, ReportsARefusedPushBack) {
     const std::string report =
         trio("ungetwc", ENOMEM, "Cannot allocate memory", dir_.path("words"), "IGCmnFileWord");
     for (const char* content :
@@ -595,7 +595,7 @@ TEST_F(IGCmnFileWord, ReportsACharacterThatTheStreamDoesNotTakeBack) {
     }
 }
 
-TEST_F(IGCmnFileWord, GivesUpWhereverMemoryRunsOut) {
+TEST_F(IGCmnFileWord, FailsWhenMemoryRunsOut) {
     const std::string content = "a \"" + std::string(250, 'b') + "\" %c% #d\n";
     bool failed = true;
     for (int nth = 1; failed; ++nth) {

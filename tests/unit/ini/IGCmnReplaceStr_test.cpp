@@ -141,7 +141,7 @@ Model modelOf(const std::string& text, const std::map<std::string, std::string>&
     }
 }
 
-TEST_F(IGCmnReplaceStr, TakesAnyNumberOfPercentSignsBesideAName) {
+TEST_F(IGCmnReplaceStr, AcceptsAnyNumberOfPercentSignsBesideAName) {
     const std::map<std::string, std::string> values = {
         {"YY", "09"}, {"MM", "01"}, {"DD", "03"},       {"hh", "21"},
         {"mm", "05"}, {"ss", "07"}, {"HOST", "web_01"}, {"d", ""}};
@@ -176,7 +176,7 @@ TEST_F(IGCmnReplaceStr, CollapsesRunsOfPercentSignsByHalvesRoundedUp) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnReplaceStr, ReturnsNothingWhenMemoryRunsOut) {
     std::string text = "%HOST%" + std::string(300, 'x') + "%YY%%%" + std::string(300, 'y') + "%NO%";
     const std::vector<std::function<bool(memory_pool*)>> calls = {
         [&](memory_pool* p) {
@@ -222,7 +222,7 @@ TEST_F(IGCmnReplaceStr, DoesNotExpandAValueAgain) {
     EXPECT_EQ(expanded("%d%/x"), "/out/50%/%HOST%/%%/x");
 }
 
-TEST_F(IGCmnReplaceStr, LeavesABadStatusAsItIs) {
+TEST_F(IGCmnReplaceStr, KeepsABadStatus) {
     int status = 1;
     EXPECT_STREQ(IgCmnReplaceStrs("%HOST%", 1, &root_, pool(), &status), "");
     EXPECT_EQ(status, 1);
@@ -266,7 +266,7 @@ TEST_F(IGCmnReplaceStr, KnowsTheNamesWithTheirOpeningPercent) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheFirstNameThatBeginsAText) {
+TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheNameAtTheStartOfAText) {
     const std::vector<std::pair<const char*, int>> cases = {
         {"%YY", 1},     {"%YY%", 1},    {"%YYabc", 1}, {"%MM", 2}, {"%DD", 3},   {"%hh", 4},
         {"%mm", 5},     {"%ss", 6},     {"%d", 7},     {"%dd", 7}, {"%reg0", 8}, {"%reg1x", 9},
@@ -278,7 +278,7 @@ TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheFirstNameThatBeginsAText) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, GivesTheValueOfOneNameOrTheNameItself) {
+TEST_F(IGCmnReplaceStr, ReturnsTheValueOfANameOrTheNameItself) {
     EXPECT_STREQ(IgCmnRepSpecialStr("%YY", 1, &root_, pool()), "09");
     EXPECT_STREQ(IgCmnRepSpecialStr("%HOST", 0, &root_, pool()), "web_01");
     EXPECT_STREQ(IgCmnRepSpecialStr("%d", 1, &root_, pool()), "%d");
@@ -320,7 +320,7 @@ TEST_F(IGCmnReplaceStr, WritesANumberWithTwoDigitsAtLeast) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, TakesTheValuesOfARunFromTheClockAndTheHostOnce) {
+TEST_F(IGCmnReplaceStr, ReadsTheClockAndTheHostOncePerRun) {
     ::setenv("TZ", "XYZ-5", 1);  // local time is not the time of the world
     ::tzset();
     const StandingClock clock(1700000040);  // 22:14:00 of the day before, in the world's time
@@ -376,7 +376,7 @@ TEST_F(IGCmnReplaceStr, HasNoValuesForAHostWithoutAName) {
               "ZEPA114-E:source = IGCmnReplaceStr, line no = N.\n");
 }
 
-TEST_F(IGCmnReplaceStr, TakesAHostNameOfAnyLengthAndCharacter) {
+TEST_F(IGCmnReplaceStr, AcceptsAHostNameOfAnyLengthAndCharacter) {
     const auto host = [this](const std::string& name) {
         const HostNamed named(name);
         root_tbl root{};
@@ -421,7 +421,7 @@ TEST_F(IGCmnReplaceStr, MakesAHostNameSafeForFileNames) {
     ASSERT_EQ(::sethostname("testhost", 8), 0);
 }
 
-TEST_F(IGCmnReplaceStr, MustNotBeGivenNull) {
+TEST_F(IGCmnReplaceStr, AssertsItsArgumentsAreNotNull) {
     char* out = nullptr;
     EXPECT_DEATH(IgCmnReplaceStrs(nullptr, 1, &root_, pool(), nullptr),
                  "text != \\(\\(void \\*\\)0\\)");

@@ -139,14 +139,14 @@ TEST_F(IGIniCtrl, ReadsThePatternFilesInByteOrder) {
     EXPECT_THAT(selected(), ElementsAre("hidden+", "first+", "second+", "third+", "fourth+"));
 }
 
-TEST_F(IGIniCtrl, TakesEqualPatternsAsManyTimesAsTheyAreThere) {
+TEST_F(IGIniCtrl, KeepsEveryOneOfEqualPatterns) {
     pattern("a", "same", "g");
     pattern("b", "same", "g");
     EXPECT_EQ(control({"-g", "g"}), 0);
     EXPECT_THAT(selected(), ElementsAre("same+", "same+"));
 }
 
-TEST_F(IGIniCtrl, GoesOnBehindAPatternFileThatFails) {
+TEST_F(IGIniCtrl, ContinuesAfterAPatternFileThatFails) {
     writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 1.0\nFOO\n");
     pattern("b", "B", "g");
     EXPECT_EQ(control({"-g", "g"}), 0);
@@ -176,7 +176,7 @@ TEST_F(IGIniCtrl, FailsWithoutAnyPatternFile) {
     EXPECT_EQ(control({"-g", "g"}), -1);
 }
 
-TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
+TEST_F(IGIniCtrl, ReportsAMissingPatternDirectoryOnce) {
     fs::remove(PATTERN_DIR);
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_THAT(log_, ::testing::EndsWith("    PP_NAME = \n" + trio("opendir", 2,
@@ -184,7 +184,7 @@ TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
                                                                     PATTERN_DIR, "IGCmnDir")));
 }
 
-TEST_F(IGIniCtrl, DoesNotCallADirectoryEmptyThatCouldNotBeListed) {
+TEST_F(IGIniCtrl, DoesNotReportAnUnlistedDirectoryAsEmpty) {
     const std::string link = std::string(PATTERN_DIR) + "/link";
     fs::create_symlink("/nowhere", link);
     EXPECT_EQ(control({"-g", "g"}), -1);
@@ -212,7 +212,7 @@ TEST_F(IGIniCtrl, SummarisesTheParameters) {
     EXPECT_EQ(root_->output_dir, directory_.path());
 }
 
-TEST_F(IGIniCtrl, LetsTheCommandLineWin) {
+TEST_F(IGIniCtrl, PrefersTheCommandLineToTheConfiguration) {
     pattern("a", "A", "g");
     writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=/nowhere\n");
     fs::create_directory(directory_.path("out"));
@@ -222,7 +222,7 @@ TEST_F(IGIniCtrl, LetsTheCommandLineWin) {
     EXPECT_EQ(root_->target, nullptr);
 }
 
-TEST_F(IGIniCtrl, PassesOnWhatTheOptionsAndTheConfigurationSay) {
+TEST_F(IGIniCtrl, ReportsErrorsInTheOptionsAndTheConfiguration) {
     pattern("a", "A", "g");
     EXPECT_EQ(control({}), -1);
     EXPECT_EQ(errors_, "ZEPA115-E:A required option is not specified.\n");
@@ -235,7 +235,7 @@ TEST_F(IGIniCtrl, PassesOnWhatTheOptionsAndTheConfigurationSay) {
               "ZEPA118-E:A configuration file(" + std::string(CONFIG_FILE) + ") does not exist.\n");
 }
 
-TEST_F(IGIniCtrl, WantsAWritableOutputDirectory) {
+TEST_F(IGIniCtrl, RequiresAWritableOutputDirectory) {
     pattern("a", "A", "g");
     writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=" + directory_.path("out") + "\n");
     EXPECT_EQ(control({"-g", "g"}), -1);
@@ -449,7 +449,7 @@ class Selection : public IGIniCtrl {
     std::vector<Pattern> patterns_;
 };
 
-TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
+TEST_F(Selection, SelectsWhatSharesAWordWithEverySelection) {
     const std::vector<Words> groups = {{}, {"a"}, {"b"}, {"a", "b"}, {"c"}};
     const std::vector<Words> targets = {{}, {"x"}, {"y"}, {"x", "y"}, {"z"}};
     const std::vector<Words> names = {{}, {"n"}, {"m"}, {"m", "n"}, {"o"}};
@@ -472,7 +472,7 @@ TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
     }
 }
 
-TEST_F(IGIniCtrl, ReadsNoFurtherPatternFileOnceTheRunIsInterrupted) {
+TEST_F(IGIniCtrl, StopsReadingPatternFilesOnceTheRunIsInterrupted) {
     writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 9.9\n");
     pattern("b", "B", "g");
     run_state.signal_no = SIGTERM;
@@ -502,7 +502,7 @@ TEST_F(IGIniCtrl, ReadsTenThousandPatternFilesInByteOrder) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
+TEST_F(IGIniCtrl, FailsWhenMemoryRunsOut) {
     for (int i = 0; i < 4; ++i) {
         pattern(std::to_string(i), std::string(100, 'n'), std::string(100, 'g'),
                 {std::string(100, 't'), ""});
@@ -536,7 +536,7 @@ TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
     }
 }
 
-TEST_F(IGIniCtrl, MustNotBeGivenNull) {
+TEST_F(IGIniCtrl, AssertsItsArgumentsAreNotNull) {
     ::Arguments arguments({"quendil"});
     EXPECT_DEATH(IgIniCtrl(1, nullptr, pool(), root_), "argv != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniCtrl(1, arguments.vector(), nullptr, root_),

@@ -119,7 +119,7 @@ TEST_F(IGIniOption, CollectsTargetsAndGroupsInOrder) {
     EXPECT_THAT(strings(root_->opt_target), ::testing::ElementsAre(""));
 }
 
-TEST_F(IGIniOption, RefusesWhatIsNoOptionOrLacksItsValue) {
+TEST_F(IGIniOption, RefusesUnknownOptionsAndMissingValues) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"a"}, invalid("a")},
         {{""}, invalid("")},
@@ -208,7 +208,7 @@ TEST_F(IGIniOption, MakesTheDirectoryAbsolute) {
     std::filesystem::current_path(before);
 }
 
-TEST_F(IGIniOption, WantsADirectoryThatItsOwnerMayWriteToAndEnter) {
+TEST_F(IGIniOption, RequiresADirectoryThatItsOwnerMayWriteToAndEnter) {
     const std::string path = directory_.path("out");
     std::filesystem::create_directory(path);
     const std::vector<std::pair<mode_t, bool>> modes = {{0700, true},  {0300, true},  {0500, false},
@@ -225,7 +225,7 @@ TEST_F(IGIniOption, WantsADirectoryThatItsOwnerMayWriteToAndEnter) {
     EXPECT_EQ(parse({"-t", "a", "-d", file + "/x"}), bad(noDirectory(file + "/x")));
 }
 
-TEST_F(IGIniOption, WarnsOfASecondValueAndTakesTheLast) {
+TEST_F(IGIniOption, WarnsOfASecondValueAndUsesTheLast) {
     const std::string one = directory_.path("one");
     const std::string two = directory_.path("two");
     std::filesystem::create_directory(one);
@@ -245,7 +245,7 @@ TEST_F(IGIniOption, WarnsOfASecondValueAndTakesTheLast) {
     EXPECT_EQ(root_->opt_config, config);
 }
 
-TEST_F(IGIniOption, WantsAFreeAbsoluteOutputFile) {
+TEST_F(IGIniOption, RequiresAFreeAbsoluteOutputFile) {
     const std::string path = directory_.path("out");
     EXPECT_EQ(parse({"-t", "a", "-o", path}), good());
     EXPECT_EQ(root_->output_file, path);
@@ -289,7 +289,7 @@ TEST_F(IGIniOption, ReportsAnOutputFileThatTheLocaleCannotDecode) {
               "character.\nZEPA114-E:source = IGCmnStr, line no = N.\n");
 }
 
-TEST_F(IGIniOption, WantsAReadableConfigurationFile) {
+TEST_F(IGIniOption, RequiresAReadableConfigurationFile) {
     const std::string path = directory_.path("conf");
     EXPECT_EQ(parse({"-t", "a", "-c", path}), bad(noConfig(path)));
     EXPECT_EQ(parse({"-t", "a", "-c", directory_.path()}), bad(noConfig(directory_.path())));
@@ -311,7 +311,7 @@ TEST_F(IGIniOption, WantsAReadableConfigurationFile) {
     std::filesystem::current_path(before);
 }
 
-TEST_F(IGIniOption, StopsAtTheFirstErrorInItsOrder) {
+TEST_F(IGIniOption, StopsAtTheFirstErrorInOrder) {
     const std::string none = directory_.path("none");
     EXPECT_EQ(parse({"-c", none, "-o", none + "/x", "-d", none, "-t", "a"}),
               bad(noDirectory(none)));
@@ -332,7 +332,7 @@ TEST_F(IGIniOption, AppendsAValueToANewOrExistingList) {
     EXPECT_EQ(list->count, 2U);
 }
 
-TEST_F(IGIniOption, MustNotBeGivenNull) {
+TEST_F(IGIniOption, AssertsItsArgumentsAreNotNull) {
     ::Arguments arguments({"quendil", "-t", "a"});
     IgCmnListHeader* list = nullptr;
     EXPECT_DEATH(IgIniCkOption(1, nullptr, "-h"), "argv != \\(\\(void \\*\\)0\\)");

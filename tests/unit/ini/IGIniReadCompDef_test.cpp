@@ -57,7 +57,7 @@ class IGIniReadCompDef : public RunTest {
 
 const std::string DEFAULTS = std::string(DATA_DIR) + " OFF -1";
 
-TEST_F(IGIniReadCompDef, TakesSettingsAndComments) {
+TEST_F(IGIniReadCompDef, ReadsSettingsAndComments) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", DEFAULTS},
         {"#\n", DEFAULTS},
@@ -151,7 +151,7 @@ TEST_F(IGIniReadCompDef, RefusesEverythingElse) {
     }
 }
 
-TEST_F(IGIniReadCompDef, TakesNothingOverFromAFileWithAForbiddenCharacter) {
+TEST_F(IGIniReadCompDef, UsesNothingOfAFileWithAForbiddenCharacter) {
     const std::vector<std::string> lines = {"#\ttab",
                                             "QUENDIL_CLEANUP=ON\t",
                                             "\t",
@@ -204,7 +204,7 @@ TEST_F(IGIniReadCompDef, LimitsTheDirectoryBeforeAndAfterExpansion) {
     EXPECT_EQ(read(key + "/" + std::string(252, 'd') + "%HOST%\n"), "syntax 1: " + DEFAULTS);
 }
 
-TEST_F(IGIniReadCompDef, DoesNotLookWhetherTheDirectoryExists) {
+TEST_F(IGIniReadCompDef, DoesNotCheckWhetherTheDirectoryExists) {
     EXPECT_EQ(read("QUENDIL_DATA_DIRECTORY=/no/where\n"), "/no/where OFF -1");
 }
 
@@ -235,7 +235,7 @@ TEST_F(IGIniReadCompDef, KeepsNoDescriptor) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(IGIniReadCompDef, MustNotBeGivenNull) {
+TEST_F(IGIniReadCompDef, AssertsItsArgumentsAreNotNull) {
     root_tbl* root = IgIniGetCmnRoot(pool());
     EXPECT_DEATH(IgIniReadCompDef(nullptr, root, pool()), "compdef_file != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniReadCompDef("/x", nullptr, pool()), "root_tbl != \\(\\(void \\*\\)0\\)");

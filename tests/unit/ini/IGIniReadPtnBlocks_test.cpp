@@ -9,7 +9,7 @@ class IGIniReadPtn : public PatternTest {};
 
 // --- the top level ---
 
-TEST_F(IGIniReadPtn, StoresWhatAProductIs) {
+TEST_F(IGIniReadPtn, StoresTheStatementsOfAProduct) {
     const std::string full = times(256, "n");
     expectAll(
         {
@@ -42,7 +42,7 @@ TEST_F(IGIniReadPtn, StoresWhatAProductIs) {
         VERSION, "BLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, KnowsNoOtherKeywordAtTheTop) {
+TEST_F(IGIniReadPtn, AcceptsNoOtherKeywordAtTheTop) {
     std::vector<Case> cases = {
         {"FOO = 1\n", "syntax 2"},
         {"PP_NAMES = a\n", "syntax 2"},
@@ -230,7 +230,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
         VERSION + "BLOCK {\nTOOL_BLOCK {\n", "COMMAND_LINE = /x\n}\n}\n");
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsoluteCommand) {
+TEST_F(IGIniReadPtn, RequiresAnAbsoluteCommand) {
     const auto tool = [](const std::string& command) {
         return "{ tool(10, 15, 10, " + command + ", -) }";
     };
@@ -279,7 +279,7 @@ TEST_F(IGIniReadPtn, KeepsACommandLineTwice) {
     EXPECT_NE(tool.command_line, tool.command_line_copy);
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsoluteRedirection) {
+TEST_F(IGIniReadPtn, RequiresAnAbsoluteRedirection) {
     const auto tool = [](const std::string& path) {
         return "{ tool(10, 15, 10, /x, " + path + ") }";
     };
@@ -313,7 +313,7 @@ TEST_F(IGIniReadPtn, WantsAnAbsoluteRedirection) {
 
 // --- data blocks ---
 
-TEST_F(IGIniReadPtn, KnowsFourFileTypesAndTakesAnyOtherWord) {
+TEST_F(IGIniReadPtn, KnowsFourFileTypesAndAcceptsAnyOtherWord) {
     const auto data = [](const std::string& type) { return "{ data(" + type + ", /p) }"; };
     expectAll(
         {
@@ -373,7 +373,7 @@ TEST_F(IGIniReadPtn, LimitsAndCollapsesTheFirstDescriptionOnly) {
               "{ data(0, -, /p, 1%) data(0, -, /p, 2%) }");
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsolutePath) {
+TEST_F(IGIniReadPtn, RequiresAnAbsolutePath) {
     const auto data = [](const std::string& path) { return "{ data(0, -, " + path + ") }"; };
     const std::string full = "/" + times(259, "p");
     expectAll(

@@ -85,7 +85,7 @@ class EveryKeyword : public IGIniReadPtn {
     }
 };
 
-TEST_F(EveryKeyword, IsKnownInItsOwnPlaceOnly) {
+TEST_F(EveryKeyword, IsAcceptedInItsOwnPlaceOnly) {
     for (const KeywordRow& keyword : KEYWORDS) {
         for (const Place& place : PLACES) {
             const std::string text =
@@ -124,7 +124,7 @@ TEST_F(EveryKeyword, IsMatchedInAnyCase) {
     }
 }
 
-TEST_F(EveryKeyword, IsGivenOnceOrAsOftenAsItMay) {
+TEST_F(EveryKeyword, IsAcceptedOnceOrRepeatedly) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         const std::string once = statement(keyword.name, keyword.value);
@@ -141,7 +141,7 @@ TEST_F(EveryKeyword, IsGivenOnceOrAsOftenAsItMay) {
     }
 }
 
-TEST_F(EveryKeyword, MarksItsOwnFlagWithAValueOrWithout) {
+TEST_F(EveryKeyword, SetsItsOwnFlagWithAndWithoutAValue) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         if (keyword.name == "FORMAT_VERSION" || keyword.value.starts_with("{")) {
@@ -167,7 +167,7 @@ TEST_F(EveryKeyword, MarksItsOwnFlagWithAValueOrWithout) {
     }
 }
 
-TEST_F(EveryKeyword, TakesAnEmptyValueOrRefusesIt) {
+TEST_F(EveryKeyword, AcceptsOrRefusesAnEmptyValue) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         for (const char* empty : {"", "\"\"", "  ", "\"\"\"\"", "\t\"\"\t# note"}) {
@@ -185,7 +185,7 @@ TEST_F(EveryKeyword, TakesAnEmptyValueOrRefusesIt) {
     }
 }
 
-TEST_F(EveryKeyword, TakesAValueUpToItsLimit) {
+TEST_F(EveryKeyword, AcceptsAValueUpToItsLimit) {
     for (const KeywordRow& keyword : KEYWORDS) {
         if (keyword.longest == 0) {
             continue;
@@ -227,7 +227,7 @@ TEST_F(EveryKeyword, ChecksTheSpecialStringsOfItsValue) {
 
 // Rows: states; columns: the words that may come. "+" and a text: what the file then is; a number:
 // the line that is at fault.
-TEST_F(IGIniReadPtn, TakesOrRefusesEveryWordInEveryState) {
+TEST_F(IGIniReadPtn, AcceptsOrRefusesEveryWordInEveryState) {
     constexpr std::array<const char*, 11> WORDS{"\"x\"", "=",      "#x", "x", "{", "}",
                                                 " ",     "%HOST%", "\n", "%", "\v"};
     struct State {

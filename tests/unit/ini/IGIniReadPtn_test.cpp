@@ -71,7 +71,7 @@ TEST_F(IGIniReadPtn, AcceptsItsOwnFormatVersionAndNoOther) {
         "FORMAT_VERSION = ", "\nBLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, WantsTheFormatVersionFirst) {
+TEST_F(IGIniReadPtn, RequiresTheFormatVersionFirst) {
     const std::string rest = VERSION + "BLOCK {\n}\n";
     expectAll({
         {rest, "{}"},
@@ -135,7 +135,7 @@ TEST_F(IGIniReadPtn, AcceptsAFileThatEndsInItsLastBrace) {
     });
 }
 
-TEST_F(IGIniReadPtn, ReportsWhatTheReaderRefusesAsASyntaxErrorEvenBeforeTheVersion) {
+TEST_F(IGIniReadPtn, ReportsAReadersRefusalAsASyntaxErrorEvenBeforeTheVersion) {
     const std::string body = "BLOCK {\n}\n";
     expectAll({
         {"#" + times(1023, "x") + "\n" + VERSION + body, "{}"},
@@ -152,7 +152,7 @@ TEST_F(IGIniReadPtn, ReportsWhatTheReaderRefusesAsASyntaxErrorEvenBeforeTheVersi
 
 // --- flags, files and truncated files ---
 
-TEST_F(IGIniReadPtn, RemembersWhatWasGiven) {
+TEST_F(IGIniReadPtn, RecordsWhichStatementsWereGiven) {
     ASSERT_EQ(read(VERSION + "BLOCK {\n}\n"), "{}");
     EXPECT_EQ(ptn_->flags, static_cast<std::uint32_t>(PTN_FORMAT_VERSION | PTN_BLOCK));
     EXPECT_EQ(ptn_->current->flags, 0U);
@@ -277,7 +277,7 @@ TEST_F(IGIniReadPtn, ReadsAFileTruncatedAnywhere) {
     }
 }
 
-TEST_F(IGIniReadPtn, MustNotBeGivenNull) {
+TEST_F(IGIniReadPtn, AssertsItsArgumentsAreNotNull) {
     writeText(file_, VERSION + "BLOCK {\n}\n");
     root_.crnt_ptn_def = IgIniGetPickPtn(pool());
     EXPECT_DEATH(IgIniReadPtnDef(nullptr, &root_, pool()), "file_name != \\(\\(void \\*\\)0\\)");

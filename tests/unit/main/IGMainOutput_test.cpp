@@ -96,7 +96,7 @@ TEST_F(IGMainOutput, CountsFromOneWhereTheEntriesCannotBeRead) {
     EXPECT_EQ(err.take(), report.substr(0, report.rfind("ZEPA1")));
 }
 
-TEST_F(IGMainOutput, MakesTheDirectoryPrivateFromItsFirstMoment) {
+TEST_F(IGMainOutput, CreatesTheDirectoryAsPrivate) {
     std::string name = "fresh";
     root_->output_name = name.data();
     const FdGuard watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -177,14 +177,14 @@ TEST_F(IGMainOutput, RemovesTheOutputOfARunWithoutALogWhenCleanupIsOn) {
     IgMainRemoveOutput();
 }
 
-TEST_F(IGMainOutput, RemovesNoDirectoryThatItHasNotMade) {
+TEST_F(IGMainOutput, RemovesNoDirectoryThatItDidNotCreate) {
     root_->cleanup = CLEANUP_ON;
     IgMainRemoveOutput();
     IgMainCleanup();
     EXPECT_TRUE(fs::exists(output_));
 }
 
-TEST_F(IGMainOutput, ReportsAResultThatIsThere) {
+TEST_F(IGMainOutput, ReportsAnExistingResult) {
     std::string absolute = path("archive");
     root_->output_file = absolute.data();
     IgMainSetRetCode(RETCODE_DIRECTORY);

@@ -96,7 +96,7 @@ class IGMain : public CollectTest {
     std::string output_file_;
 };
 
-TEST_F(IGMain, LosesNothingThatItTellsOfWhereverMemoryRunsOut) {
+TEST_F(IGMain, KeepsEveryReportedResultWhenMemoryRunsOut) {
     const fs::path before = fs::current_path();
     bool failed = true;
     for (int nth = 1; failed; ++nth) {
@@ -145,7 +145,7 @@ TEST_F(IGMain, LetsTheSuperUserRun) {
         ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(IGMain, LetsNobodyElseRun) {
+TEST_F(IGMain, LetsNoOtherUserRun) {
     // The rights to come back let the process write its coverage.
     const auto exit_as_nobody = [](bool (*refused)()) {
         const bool left = ::setresuid(NOBODY, NOBODY, 0) == 0;
@@ -162,12 +162,12 @@ TEST_F(IGMain, LetsNobodyElseRun) {
                 ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(IGMain, AsksForTheSuperUserOnce) {
+TEST_F(IGMain, ChecksTheUserOnce) {
     run_state.super_user = -1;
     EXPECT_EQ(IgMainIsSuperUserCached(), -1);
 }
 
-TEST_F(IGMain, TakesTheLockAndDropsIt) {
+TEST_F(IGMain, LocksAndUnlocks) {
     const mode_t mask = ::umask(0);
     EXPECT_EQ(IgMainLock(), 0);
     ::umask(mask);
@@ -275,7 +275,7 @@ TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
     EXPECT_EQ(root_->d, nullptr);
 }
 
-TEST_F(IGMain, HeadsTheIndexWithTheCommandLine) {
+TEST_F(IGMain, WritesTheCommandLineIntoTheIndexHeader) {
     fs::remove_all(output_);
     keepOutput();
     writeText(path("a"), "a");

@@ -22,7 +22,7 @@ const std::string TIMED_OUT =
     std::string("ZEPA126-W:A timeout occurred while information collecting tool(") + BEHAVE +
     ") was being executed.\n";
 
-TEST_F(Timeout, SendsTerminateWhenTheTimePassesWithoutASignalOfItsOwn) {
+TEST_F(Timeout, SendsSigtermAfterTheTimeOutByDefault) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
@@ -39,7 +39,7 @@ TEST_F(Timeout, SendsTerminateWhenTheTimePassesWithoutASignalOfItsOwn) {
     expectOwnDescriptors();
 }
 
-TEST_F(Timeout, SendsTheSignalGivenToAllThatTheToolHasStarted) {
+TEST_F(Timeout, SendsTheGivenSignalToAllProcessesOfTheTool) {
     const std::string noted = path("noted");
     exec_req request;
     request.timeout = 1;
@@ -71,7 +71,7 @@ TEST_F(Timeout, KillsAToolThatIgnoresTheSignal) {
     EXPECT_EQ(takeLog(), TIMED_OUT);
 }
 
-TEST_F(Timeout, GoesOnWaitingWhenTheSignalIsNone) {
+TEST_F(Timeout, KeepsWaitingWhenTheSignalIsZero) {
     exec_req request;
     request.timeout = 1;
     request.timeout_signal = 0;  // tests for existence only
@@ -99,7 +99,7 @@ TEST_F(Timeout, ReportsASignalThatDoesNotExistAndLeavesNothingRunning) {
     EXPECT_EQ(::kill(pid, 0) == -1 ? errno : 0, ESRCH);
 }
 
-TEST_F(Timeout, DoesNotWaitForWhatAFinishedToolHasLeftBehind) {
+TEST_F(Timeout, DoesNotWaitForProcessesThatAFinishedToolLeft) {
     const std::string out = path("out");
     const std::string left = path("left");
     for (const std::int32_t timeout : {0, 30}) {
@@ -114,7 +114,7 @@ TEST_F(Timeout, DoesNotWaitForWhatAFinishedToolHasLeftBehind) {
     }
 }
 
-TEST_F(Timeout, WaitsAlsoWhereItsDescriptorsAreTooManyForASelect) {
+TEST_F(Timeout, WaitsWithTooManyDescriptorsForASelectToo) {
     struct rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     const struct rlimit wide = {4 * FD_SETSIZE, std::max<rlim_t>(before.rlim_max, 4 * FD_SETSIZE)};

@@ -101,7 +101,7 @@ class IGCmnProcessWait : public ChildTest {
 
 // --- the runner's wait ---
 
-TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsTheRequestSays) {
+TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsRequested) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     for (const std::int32_t timeout : {1, 2, 5, 36000}) {
         for (const std::int32_t wait : {-1, 0, 1, 600}) {
@@ -174,7 +174,7 @@ TEST_F(IGCmnProcessWait, WatchesTheToolWhileItSleeps) {
     EXPECT_THAT(ready, ElementsAre(0, 1));  // a sleep of any length ends with the tool
 }
 
-TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
+TEST_F(IGCmnProcessWait, SendsNoFurtherTerminationToAToolThatEndsInItsGracePeriod) {
     fake_wait.lost = {SIGTERM};
     // Ten sleeps up to the time-out, two a second of the time given, five after SIGKILL.
     for (const std::size_t number : {11U, 14U}) {
@@ -233,7 +233,7 @@ class IGCmnProcessGroupWait : public IGCmnProcessWait {
     pid_t other_ = 0;
 };
 
-TEST_F(IGCmnProcessGroupWait, GivesWhatAToolLeavesOfItsGroupTheRestOfItsTime) {
+TEST_F(IGCmnProcessGroupWait, GivesTheRestOfTheGroupTheRemainingTime) {
     EXPECT_THAT(runBoth(3, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
     Sleeps expected = upToTimeOut(1);
     add(expected, 6, HALF);
@@ -247,7 +247,7 @@ TEST_F(IGCmnProcessGroupWait, GivesWhatAToolLeavesOfItsGroupTheRestOfItsTime) {
     EXPECT_EQ(crnt_child.stop_failure, 0);
 }
 
-TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanSomethingOfTheGroupLives) {
+TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanTheGroupLives) {
     const auto end_later = [](pid_t other) {
         if (fake_wait.sleeps.size() == 13) {
             reallyKill(other, SIGKILL);
@@ -258,12 +258,12 @@ TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanSomethingOfTheGroupLives) {
     EXPECT_EQ(fake_wait.sleeps.size(), 13U);
 }
 
-TEST_F(IGCmnProcessGroupWait, GivesNoTimeWhereTheRequestHasNone) {
+TEST_F(IGCmnProcessGroupWait, AllowsNoTimeWhereTheRequestHasNone) {
     EXPECT_THAT(runBoth(0, [](pid_t) {}).front(), EXEC_TIMEOUT);
     EXPECT_TRUE(awaitEnd(other_));
 }
 
-TEST_F(IGCmnProcessGroupWait, KillsWhatAToolLeavesThatEndsWithTheSignalItself) {
+TEST_F(IGCmnProcessGroupWait, KillsTheRestOfTheGroupOfAToolThatEndsWithTheSignal) {
     fake_wait.on_signal = [] { endChild(crnt_child.pid); };
     EXPECT_THAT(runBoth(0, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
     const pid_t group = fake_wait.sent.front().first;
@@ -271,7 +271,7 @@ TEST_F(IGCmnProcessGroupWait, KillsWhatAToolLeavesThatEndsWithTheSignalItself) {
     EXPECT_TRUE(awaitEnd(other_));
 }
 
-TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatComesMeanwhile) {
+TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatRunsMeanwhile) {
     const HandlerInstalled handler;
     const auto interrupt = [](pid_t) {
         if (run_state.interrupted == 0) {
@@ -325,7 +325,7 @@ TEST_F(IGCmnProcessWait, ReportsASignalThatCannotBeSent) {
     EXPECT_EQ(crnt_child.stop_failure, 1);
 }
 
-TEST_F(IGCmnProcessWait, HasNoEndWithoutATimeOut) {
+TEST_F(IGCmnProcessWait, WaitsWithoutLimitWithoutATimeOut) {
     for (const std::int32_t timeout : {0, -1}) {
         ::Arguments arguments({BEHAVE, "nap", "50", "exit", "3"});
         EXPECT_THAT(run(arguments, timeout, -1, 0), ElementsAre(EXEC_NONZERO, 3, 3 << 8));
@@ -334,7 +334,7 @@ TEST_F(IGCmnProcessWait, HasNoEndWithoutATimeOut) {
     }
 }
 
-TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+TEST_F(IGCmnProcessWait, ContinuesWhenNoProcessTakesTheSignal) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     fake_wait.kill_error = ESRCH;
     EXPECT_THAT(run(1, -1, 1), ElementsAre(EXEC_TIMEOUT, 0, 0));
@@ -434,7 +434,7 @@ class IGMainSignalWait : public IGCmnProcessWait {
     pid_t pid_ = 0;
 };
 
-TEST_F(IGMainSignalWait, LeavesAToolBehindThatSigkillDoesNotEndInTime) {
+TEST_F(IGMainSignalWait, AbandonsAToolThatSigkillDoesNotEndInTime) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     for (const long patience : {PATIENCE, PATIENCE / 10, 0L}) {
         SCOPED_TRACE(patience);
@@ -453,7 +453,7 @@ TEST_F(IGMainSignalWait, LeavesAToolBehindThatSigkillDoesNotEndInTime) {
     }
 }
 
-TEST_F(IGMainSignalWait, LeavesSuchAToolBehindOfARunThatIsNotInterruptedToo) {
+TEST_F(IGMainSignalWait, AbandonsSuchAToolInAnUninterruptedRunToo) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     stop();
     EXPECT_EQ(sum(fake_wait.sleeps), sum(grace()) + PATIENCE);
@@ -461,7 +461,7 @@ TEST_F(IGMainSignalWait, LeavesSuchAToolBehindOfARunThatIsNotInterruptedToo) {
     EXPECT_EQ(crnt_child.reaped, 0);
 }
 
-TEST_F(IGMainSignalWait, GivesAToolTwoAndAHalfSecondsBeforeItIsKilled) {
+TEST_F(IGMainSignalWait, WaitsTwoAndAHalfSecondsBeforeItKillsATool) {
     fake_wait.lost = {SIGTERM};
     endOnceKilled();
     stop();
@@ -491,7 +491,7 @@ TEST_F(IGMainSignalWait, EndsWithTheTool) {
     EXPECT_EQ(crnt_child.reaped, 1);
 }
 
-TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
+TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndStops) {
     for (const int number : {SIGTERM, SIGKILL}) {
         SCOPED_TRACE(number);
         fake_wait = FakeWait{};
@@ -513,7 +513,7 @@ TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
     }
 }
 
-TEST_F(IGMainSignalWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+TEST_F(IGMainSignalWait, ContinuesWhenNoProcessTakesTheSignal) {
     fake_wait.lost = {SIGTERM};
     endOnceKilled();
     fake_wait.kill_error = ESRCH;

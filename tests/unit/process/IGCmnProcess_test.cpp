@@ -49,7 +49,7 @@ TEST_F(IGCmnProcess, ClassifiesHowTheChildEnded) {
     expectOwnDescriptors();
 }
 
-TEST_F(IGCmnProcess, NeedsNoRoomForTheStatus) {
+TEST_F(IGCmnProcess, AcceptsANullStatus) {
     ::Arguments arguments({BEHAVE, "exit", "3"});
     exec_req request;
     request.command_path = BEHAVE;
@@ -90,7 +90,7 @@ TEST_F(IGCmnProcess, DistinguishesItsOwnMessageFromAToolThatEndsWith255) {
     }
 }
 
-TEST_F(IGCmnProcess, SearchesItsMessageOnlyInTheFileOfTheErrorOutput) {
+TEST_F(IGCmnProcess, SearchesItsMessageInTheErrorOutputOnly) {
     const std::string out = path("out");
     const std::string err = path("err");
     exec_req request;
@@ -129,7 +129,7 @@ TEST_F(IGCmnProcess, ReportsAnOutputThatWasRemovedBeforeItIsRead) {
 
 // --- programs that cannot be run ---
 
-TEST_F(IGCmnProcess, ReportsAProgramThatDoesNotExistOnlyWhileTheRunHasFailedSoFar) {
+TEST_F(IGCmnProcess, ReportsAMissingProgramOnlyWhileTheRunCountsAsFailed) {
     const std::string none = path("none");
     const std::string message = "ZEPA125-W:An information collecting tool(" + none +
                                 ") that collects system information does not exist.\n";
@@ -246,7 +246,7 @@ TEST_F(IGCmnProcess, StartsTheChildWithAPrivateMaskAndSignalsAsAShellWould) {
     EXPECT_EQ(child["euid"], "0");
 }
 
-TEST_F(IGCmnProcess, HandsOnAHangupThatWasIgnoredWhenTheRunStarted) {
+TEST_F(IGCmnProcess, PassesOnAHangupThatWasIgnoredWhenTheRunStarted) {
     const std::string report = path("report");
     run_state.hangup_ignored = 1;
     const SignalAction hangup(SIGHUP, SIG_IGN);
@@ -277,7 +277,7 @@ TEST_F(IGCmnProcess, EndsItsChildWithItself) {
     }
 }
 
-TEST_F(IGCmnProcess, LeavesTheSignalMaskOfTheRunAsItWas) {
+TEST_F(IGCmnProcess, RestoresTheSignalMaskOfTheRun) {
     sigset_t usr;
     ::sigemptyset(&usr);
     ::sigaddset(&usr, SIGUSR2);
@@ -324,7 +324,7 @@ std::vector<std::string> descriptorsOf(const std::string& report) {
     return descriptors;
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnly) {
     const std::string report = path("report");
     const std::string err = path("err");
     const InheritedDescriptors inherited;
@@ -338,7 +338,7 @@ TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
     EXPECT_EQ(child["fd2"], "w " + err);
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheKernelClosesNoRange) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnlyWithoutCloseRange) {
     const std::string report = path("report");
     const InheritedDescriptors inherited;
     const FailingCall unknown(Call::CLOSE_RANGE, 1, ENOSYS);
@@ -346,7 +346,7 @@ TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheKernelClosesNoRang
     EXPECT_THAT(descriptorsOf(report), ::testing::ElementsAre("fd0", "fd1", "fd2"));
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheyCannotBeListedEither) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnlyWithoutAListEither) {
     const std::string report = path("report");
     const ChildResult child = inChild([&report] {
         const InheritedDescriptors inherited;
@@ -447,7 +447,7 @@ TEST_F(IGCmnProcess, ChangesTheEffectiveUserAndBack) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnProcess, DoesNotChangeToAUserThatIsNotThereOrNotAllowed) {
+TEST_F(IGCmnProcess, DoesNotChangeToAMissingOrForbiddenUser) {
     usr_inf before{UINT32_MAX};
     EXPECT_EQ(IgCmnChangeUser("no such user", &before), USER_FAILED);
     EXPECT_EQ(::geteuid(), 0U);
@@ -463,7 +463,7 @@ TEST_F(IGCmnProcess, DoesNotChangeToAUserThatIsNotThereOrNotAllowed) {
               "seteuid, error code = 1, msg = Operation not permitted.\n");
 }
 
-TEST_F(IGCmnProcess, MustNotBeGivenNull) {
+TEST_F(IGCmnProcess, AssertsItsArgumentsAreNotNull) {
     exec_req request;
     std::int32_t exit_cd = 0;
     EXPECT_DEATH(IgCmnExecProcess(nullptr, &exit_cd, nullptr), "request != \\(\\(void \\*\\)0\\)");

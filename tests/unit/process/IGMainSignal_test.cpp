@@ -72,7 +72,7 @@ class IGMainSignal : public ChildTest {
 
 using ::testing::ElementsAre;
 
-TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
+TEST_F(IGMainSignal, StopsTheRunningToolAndRecordsTheSignal) {
     for (const auto& [name, number] : std::vector<std::pair<std::string, int>>{
              {"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}}) {
         for (const std::int32_t timeout : {0, 60}) {
@@ -94,7 +94,7 @@ TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
     }
 }
 
-TEST_F(IGMainSignal, CountsAToolThatEndsWellAsReaped) {
+TEST_F(IGMainSignal, CountsASuccessfulToolAsReaped) {
     for (const std::int32_t timeout : {0, 60}) {
         settle();
         EXPECT_THAT(run({"exiton", "TERM", "0", "kill", "INT", "parent", "forever"}, timeout),
@@ -105,7 +105,7 @@ TEST_F(IGMainSignal, CountsAToolThatEndsWellAsReaped) {
     }
 }
 
-TEST_F(IGMainSignal, KillsAToolThatOutlivesItsGrace) {
+TEST_F(IGMainSignal, KillsAToolAfterItsGracePeriod) {
     const auto start = steady_clock::now();
     EXPECT_THAT(run({"ignore", "TERM", "kill", "INT", "parent", "forever"}, 60),
                 ElementsAre(EXEC_NONZERO, 0, SIGKILL));
@@ -114,14 +114,14 @@ TEST_F(IGMainSignal, KillsAToolThatOutlivesItsGrace) {
     EXPECT_LT(took, milliseconds(30000));
 }
 
-TEST_F(IGMainSignal, StopsAllThatTheToolHasStarted) {
+TEST_F(IGMainSignal, StopsAllProcessesOfTheTool) {
     const std::string pid = path("pid");
     run({"child", "ready", pid, "forever", "end", "await", pid, "kill", "INT", "parent", "forever"},
         60);
     EXPECT_TRUE(awaitEnd(std::stoi(readText(pid))));
 }
 
-TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesOurGroup) {
+TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesTheRunsGroup) {
     for (const int code : {RETCODE_ARCHIVE, RETCODE_DIRECTORY}) {
         settle();
         IgMainSetRetCode(code);
@@ -146,20 +146,20 @@ TEST_F(IGMainSignal, DoesNothingWithoutAChild) {
     EXPECT_EQ(run_state.signal_no, SIGTERM);
 }
 
-TEST_F(IGMainSignal, LetsASecondSignalPass) {
+TEST_F(IGMainSignal, IgnoresASecondSignal) {
     ASSERT_EQ(::raise(SIGINT), 0);
     ASSERT_EQ(::raise(SIGTERM), 0);
     ASSERT_EQ(::raise(SIGHUP), 0);
     EXPECT_EQ(run_state.signal_no, SIGINT);
 }
 
-TEST_F(IGMainSignal, KeepsErrnoOfWhatItInterrupts) {
+TEST_F(IGMainSignal, KeepsErrnoOfTheInterruptedCode) {
     errno = 33;
     ASSERT_EQ(::raise(SIGINT), 0);
     EXPECT_EQ(errno, 33);
 }
 
-TEST_F(IGMainSignal, RecordsWhatFailsAndTheRunReportsItOnce) {
+TEST_F(IGMainSignal, RecordsAFailureThatTheRunReportsOnce) {
     ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: waiting for the child must fail
     const pid_t pid = ::fork();
     if (pid == 0) {
@@ -198,7 +198,7 @@ TEST_F(IGMainSignal, RecordsWhatFailsAndTheRunReportsItOnce) {
 // running child call must be safe there. The list has what the C library promises to be safe, the
 // two records that the handler shares with the run, and the one function that it calls of the other
 // file.
-TEST_F(IGMainSignal, CallsNothingThatIsNotSafeInAHandler) {
+TEST_F(IGMainSignal, CallsOnlySignalSafeFunctions) {
     const fs::path build = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
     const fs::path library = build / "src" / "libquendil_process.a";
     ASSERT_TRUE(fs::exists(library)) << library;

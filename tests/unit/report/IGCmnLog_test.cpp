@@ -104,7 +104,7 @@ TEST_F(RunLog, BeginsWithVersionAndStartTime) {
     EXPECT_FALSE(fs::exists(OLD_LOG));
 }
 
-TEST_F(RunLog, IsReadableAndWritableByItsOwnerAloneAndLeavesTheUmask) {
+TEST_F(RunLog, IsPrivateToItsOwnerAndKeepsTheUmask) {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         ::umask(mask);
         ASSERT_EQ(IgCmnMsgOpenLog(), 0);
@@ -237,13 +237,13 @@ class CopyIntoRunLog : public LogTest {
     std::size_t start_ = 0;
 };
 
-TEST_F(CopyIntoRunLog, TakesTheTextAsItIs) {
+TEST_F(CopyIntoRunLog, CopiesTheTextUnchanged) {
     const std::string text = "one\n\n two\t%s\r\n\xc3\xa9\n";
     EXPECT_EQ(copy(text), 0);
     EXPECT_EQ(gained(), text);
 }
 
-TEST_F(CopyIntoRunLog, EndsALastLineThatHasNoEnd) {
+TEST_F(CopyIntoRunLog, TerminatesAnUnterminatedLastLine) {
     EXPECT_EQ(copy("one\ntwo"), 0);
     IgCmnMsg<ZEPA137_W>();
     EXPECT_EQ(gained(), "one\ntwo\nZEPA137-W:Internal error occurred.\n");
@@ -254,7 +254,7 @@ TEST_F(CopyIntoRunLog, AddsNothingForAnEmptyFile) {
     EXPECT_EQ(gained(), "");
 }
 
-TEST_F(CopyIntoRunLog, TakesLinesOfEveryLength) {
+TEST_F(CopyIntoRunLog, CopiesLinesOfEveryLength) {
     // Around the 1023 bytes that one piece holds, with and without a line feed.
     for (const std::size_t length : {1021U, 1022U, 1023U, 1024U, 2046U, 2047U, 100000U}) {
         for (const char* end : {"", "\n"}) {
@@ -267,7 +267,7 @@ TEST_F(CopyIntoRunLog, TakesLinesOfEveryLength) {
     }
 }
 
-TEST_F(CopyIntoRunLog, TakesWhatFollowsANul) {
+TEST_F(CopyIntoRunLog, CopiesTheTextBehindANul) {
     EXPECT_EQ(copy("one\0two\n"s), 0);
     EXPECT_EQ(copy("\0\n"s), 0);
     EXPECT_EQ(gained(), "one\0two\n\0\n"s);
@@ -285,12 +285,12 @@ TEST_F(CopyIntoRunLog, CopiesAndThenReportsALastLineThatTheLocaleCannotDecode) {
               "fine\n\xff\xfe\n" + report + "ZEPA114-E:source = IGCmnStr, line no = N.\n");
 }
 
-TEST_F(CopyIntoRunLog, DoesNotMindALineBeforeTheLastOneThatTheLocaleCannotDecode) {
+TEST_F(CopyIntoRunLog, AcceptsAnUndecodableLineBeforeTheLastOne) {
     EXPECT_EQ(copy("\xff\nfine\n"), 0);
     EXPECT_EQ(gained(), "\xff\nfine\n");
 }
 
-TEST_F(CopyIntoRunLog, ProvesNoMoreThanTheLastPieceReadable) {
+TEST_F(CopyIntoRunLog, ChecksOnlyTheLastPiece) {
     // A piece ends with its line or holds 1023 bytes, wherever what is read at a time ends.
     struct Case {
         std::size_t before;  // plain bytes, then one that the locale cannot decode
@@ -316,7 +316,7 @@ TEST_F(CopyIntoRunLog, ProvesNoMoreThanTheLastPieceReadable) {
     }
 }
 
-TEST_F(CopyIntoRunLog, EndsThoughTheFileGrowsAsFastAsItIsRead) {
+TEST_F(CopyIntoRunLog, EndsEvenIfTheFileGrowsAsFastAsItIsRead) {
     std::fputs((std::string(100000, 'x') + "\n").c_str(), msg_state.log);
     std::fflush(msg_state.log);
     const std::string whole = readText(LOG);
@@ -358,7 +358,7 @@ TEST_F(CopyIntoRunLog, EndsWithAWholeLineWhenTheRunIsInterrupted) {
     EXPECT_EQ(child.err, interruption);
 }
 
-TEST_F(CopyIntoRunLog, BlamesNoTextThatAnInterruptionHasCut) {
+TEST_F(CopyIntoRunLog, ReportsNoErrorInATextThatAnInterruptionTruncated) {
     // A character of two bytes lies across the end of the first block.
     writeText(dir_.path("text"), std::string(65535, 'x') + "\xc3\xa9" + std::string(9999, 'y'));
     const ChildResult child = inChild([&] {
@@ -454,7 +454,7 @@ class HistoryLog : public LogTest {
     }
 };
 
-TEST_F(HistoryLog, GetsEachLineAppended) {
+TEST_F(HistoryLog, AppendsEachLine) {
     IgCmnMsgHist(ZEPA301_I, "01-02", "2026/11/15 09:53:18");
     EXPECT_EQ(readText(HIST), "ZEPA301-I:quendil [Ver. 01-02] started at 2026/11/15 09:53:18.\n");
     IgCmnMsgHist(ZEPA302_I, "-g net");
@@ -469,7 +469,7 @@ TEST_F(HistoryLog, GetsEachLineAppended) {
               "ZEPA305-I:quendil ended at 2026/11/15 09:53:20.\n");
 }
 
-TEST_F(HistoryLog, TakesAnyMessageWhateverItsKindAndTheMode) {
+TEST_F(HistoryLog, AcceptsMessagesOfEveryKindInEveryMode) {
     IgCmnMsgSetMode(MSGMODE_COLLECTING);
     errors([] {
         IgCmnMsgHist(ZEPA116_E);
@@ -483,7 +483,7 @@ TEST_F(HistoryLog, TakesAnyMessageWhateverItsKindAndTheMode) {
               "ZEPA114-E:source = IGMain, line no = 7.\n");
 }
 
-TEST_F(HistoryLog, SaysNothingOnTheTerminalAndInTheRunLog) {
+TEST_F(HistoryLog, WritesNothingToTheTerminalAndTheRunLog) {
     ASSERT_EQ(IgCmnMsgOpenLog(), 0);
     const std::string before = readText(LOG);
     Capture out(stdout);
@@ -492,7 +492,7 @@ TEST_F(HistoryLog, SaysNothingOnTheTerminalAndInTheRunLog) {
     EXPECT_EQ(readText(LOG), before);
 }
 
-TEST_F(HistoryLog, IsReadableAndWritableByItsOwnerAloneLikeItsLock) {
+TEST_F(HistoryLog, IsPrivateToItsOwnerLikeItsLock) {
     ::umask(0);
     IgCmnMsgHist(ZEPA304_I, 0);
     EXPECT_EQ(umaskNow(), "0");
@@ -564,7 +564,7 @@ TEST_F(HistoryLog, IsNotMovedWhenThereIsNone) {
     EXPECT_EQ(modeOf(HIST_LOCK), 0600U);
 }
 
-TEST_F(HistoryLog, GrowsOnWhenTheOldOneCannotBeRemoved) {
+TEST_F(HistoryLog, KeepsGrowingWhenTheOldOneCannotBeRemoved) {
     fs::create_directories(OLD_HIST + "/full");
     writeText(HIST, std::string(9933, 'x'));
     EXPECT_EQ(errors(IgCmnMsgHistRotate),
@@ -591,7 +591,7 @@ TEST_F(HistoryLog, ReportsALockFileThatCannotBeOpened) {
     fs::remove(HIST_LOCK);
 }
 
-TEST_F(HistoryLog, ReportsIntoTheRunLogOnceThatIsOpen) {
+TEST_F(HistoryLog, ReportsToTheRunLogOnceItIsOpen) {
     ASSERT_EQ(IgCmnMsgOpenLog(), 0);
     const std::size_t start = readText(LOG).size();
     fs::create_directory(HIST);
@@ -730,7 +730,7 @@ TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
     EXPECT_EQ(readText(HIST), "ZEPA304-I:quendil exit code = 0.\n");
 }
 
-TEST_F(HistoryLog, GivesItsTurnUpWhenAnInterruptedRunHasWaitedLongEnough) {
+TEST_F(HistoryLog, StopsWaitingWhenAnInterruptedRunHasWaitedLongEnough) {
     const OtherRun other;
     run_state.interrupted = 1;
     for (const long patience : {250000L, 0L}) {

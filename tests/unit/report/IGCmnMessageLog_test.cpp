@@ -81,7 +81,7 @@ TEST_F(BrokenRunLog, ReportsItselfAsAnErrorInEveryMode) {
     EXPECT_EQ(child.err, failure("fflush"));
 }
 
-TEST_F(BrokenRunLog, LetsLaterFailuresReachTheTerminal) {
+TEST_F(BrokenRunLog, ShowsLaterFailuresOnTheTerminal) {
     const ChildResult child = inChild([] {
         run_hooks.end_after_log_failure = [] {
             IgCmnSysErrPath("rmdir", EBUSY, "/out");

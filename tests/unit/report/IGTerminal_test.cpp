@@ -41,13 +41,13 @@ class IGTerminal : public testing::Test {
     std::FILE* stream_ = nullptr;
 };
 
-TEST_F(IGTerminal, TakesEverythingUntilTheRunIsInterrupted) {
+TEST_F(IGTerminal, AcceptsEverythingUntilTheRunIsInterrupted) {
     EXPECT_TRUE(terminalTakes(stream_));
     fill();
     EXPECT_TRUE(terminalTakes(stream_));
 }
 
-TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatItsReaderMakesRoomForInTime) {
+TEST_F(IGTerminal, AcceptsInAnInterruptedRunWhatTheReaderReadsInTime) {
     run_state.interrupted = 1;
     EXPECT_TRUE(terminalTakes(stream_));
     fill();
@@ -59,7 +59,7 @@ TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatItsReaderMakesRoomForInTime) {
     reader.join();
 }
 
-TEST_F(IGTerminal, WaitsForTheReaderOfAnInterruptedRunNoLongerThanItsPatience) {
+TEST_F(IGTerminal, LimitsTheWaitForTheReaderOfAnInterruptedRun) {
     run_state.interrupted = 1;
     fill();
     using Clock = std::chrono::steady_clock;
@@ -73,7 +73,7 @@ TEST_F(IGTerminal, WaitsForTheReaderOfAnInterruptedRunNoLongerThanItsPatience) {
     EXPECT_EQ(child.out, "0 0 1");
 }
 
-TEST_F(IGTerminal, TakesWhatFailsAtOnce) {
+TEST_F(IGTerminal, AcceptsAtOnceAWriteThatWillFail) {
     run_state.interrupted = 1;
     fill();
     reader_.reset();  // the write will fail, and nobody waits
