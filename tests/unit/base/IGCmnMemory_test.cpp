@@ -19,7 +19,7 @@
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 
-// An allocation that the system refuses must come back as null here too.
+// The address sanitizer must return null for a failed allocation too.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
@@ -30,7 +30,7 @@ namespace {
 using Bytes = std::uint8_t*;
 
 constexpr const char* NO_MEMORY = "ZEPA122-E:Memory is insufficient.\n";
-constexpr std::size_t SLOTS_BYTES = 4096 - 80;  // what a chunk's header leaves of it
+constexpr std::size_t SLOTS_BYTES = 4096 - 80;  // of a chunk, without its header
 
 struct ClassRow {
     std::size_t smallest;
@@ -185,7 +185,7 @@ TEST_F(IGCmnMemory, ReleasesChunksAtBothEndsAndBetween) {
 
 TEST_F(IGCmnMemory, ReturnsEverythingToTheSystem) {
     const auto in_use = [] { return ::mallinfo2().uordblks; };
-    // The system's allocator keeps a few small blocks at hand that it counts as used.
+    // The system's allocator caches a few small blocks that it counts as used.
     const std::size_t limit = in_use() + 8192;
     for (const std::size_t size : {8U, 196U, 197U, 3000U}) {
         for (const Bytes block : alloc(size, 1000)) {
@@ -302,7 +302,7 @@ TEST_F(IGCmnMemory, ReportsARequestThatIsTooLarge) {
          {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() - 79,
           std::numeric_limits<std::size_t>::max() / 2}) {
         const ChildResult child = inChild(
-            [&] { std::exit(alloc(size) == nullptr ? 0 : 1); });  // apart: a sanitizer warns
+            [&] { std::exit(alloc(size) == nullptr ? 0 : 1); });  // in a child: a sanitizer warns
         EXPECT_EQ(child.status, 0) << size;
         EXPECT_THAT(child.err, ::testing::EndsWith(NO_MEMORY)) << size;
     }
@@ -479,8 +479,8 @@ TEST_F(IGCmnMemory, ReportsACountOfObjectsThatOverflowsASize) {
     EXPECT_EQ(error.take(), NO_MEMORY);
 }
 
-// A pool as its rules have it: which slot of which chunk an operation takes, and which chunks are
-// there. Chunks are told apart by numbers that the first block out of each fixes to an address.
+// A model of a pool: which slot of which chunk an operation uses, and which chunks exist. Each
+// chunk has a number; the first block allocated from it maps the number to an address.
 class PoolModel {
   public:
     struct Chunk {
@@ -513,7 +513,7 @@ class PoolModel {
         return take(chunks.back(), 0, distance);
     }
 
-    /// The number of the chunk that this gives back, or 0.
+    /// The number of the chunk that this releases, or 0.
     std::size_t free(const Place& place, std::size_t size) {
         const std::size_t index = classOf(size);
         std::vector<Chunk>& chunks = classes_[index];
@@ -561,7 +561,7 @@ class PoolModel {
     std::size_t next_number_ = 1;
 };
 
-// A pool beside its model: every operation must take the same place and leave the same chunks.
+// A pool and its model: every operation must use the same place and leave the same chunks.
 class ModelledPool {
   public:
     struct Block {
@@ -608,7 +608,7 @@ class ModelledPool {
         }
     }
 
-    /// Small blocks only: a large one is gone after the first time.
+    /// Small blocks only: a large one is released by the first call.
     void freeTwice(std::size_t index) {
         const Block block = blocks_[index];
         if (block.size > CLASSES.back().largest) {
@@ -630,7 +630,7 @@ class ModelledPool {
         starts_.clear();
     }
 
-    /// Blocks of the system's allocator that the pool ought to hold.
+    /// Blocks of the system's allocator that the pool should hold.
     [[nodiscard]] std::size_t held() { return (*pool_.get() == nullptr ? 0 : 1) + model_.chunks(); }
 
   private:
@@ -638,7 +638,7 @@ class ModelledPool {
         ASSERT_NE(start, nullptr);
         const PoolModel::Place place = model_.alloc(size);
         const auto [chunk, is_new] = starts_.try_emplace(place.chunk, start - place.offset);
-        ASSERT_EQ(start, chunk->second + place.offset) << "another place than the rules have it";
+        ASSERT_EQ(start, chunk->second + place.offset) << "the model expects another place";
         ASSERT_EQ(reinterpret_cast<std::uintptr_t>(start) % 8, 0U);
         ASSERT_EQ(std::count(start + copied, start + size, 0),
                   static_cast<std::ptrdiff_t>(size - copied));
@@ -655,7 +655,7 @@ class ModelledPool {
         blocks_.pop_back();
         forget(gone);
     }
-    // A chunk that is given back takes all of its blocks with it.
+    // A released chunk invalidates all of its blocks.
     void forget(std::size_t chunk) {
         if (chunk != 0) {
             starts_.erase(chunk);
@@ -674,7 +674,7 @@ TEST(IGCmnMemoryStress, UsesThePlacesOfTheModelInAMillionOperations) {
     const auto below = [&random](std::size_t limit) { return random() % limit; };
     const std::size_t before = liveChunks();
     std::array<ModelledPool, 2> pools;
-    // Grows and shrinks by turns, so that chunks fill up, thin out and go.
+    // Grows and shrinks by turns, so that chunks fill up, empty and are released.
     for (std::size_t step = 0; step < 1000000; ++step) {
         ModelledPool& pool = pools[below(pools.size())];
         const std::size_t size = below(50) == 0 ? 197 + below(500) : 1 + below(196);

@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::string_literals;
 
-const std::string NOT_CONVERTIBLE = "fine \xff not";  // in no locale of ours
+const std::string NOT_CONVERTIBLE = "fine \xff not";  // in no locale of the tests
 
 std::string conversionFailure(const std::string& call) {
     return "ZEPA113-E:An error occurred during the following system call. system call name = " +
@@ -31,8 +31,8 @@ std::string conversionFailure(const std::string& call) {
 
 class IGCmnStr : public RunTest {
   protected:
-    /// A result is a block of its length + 1 bytes: freed with that size, the next request of the
-    /// size gets the same block, as long as a neighbour keeps the chunk.
+    /// A result is a block of its length + 1 bytes. After it is freed with that size, the next
+    /// request of the size gets the same block, as long as another block keeps the chunk.
     void expectFreeable(char* text) {
         const std::size_t size = std::strlen(text) + 1;
         if (size > 196) {
@@ -42,7 +42,7 @@ class IGCmnStr : public RunTest {
         IgCmnMemoryFree(pool(), text, size);
         EXPECT_EQ(IgCmnMemoryAlloc(pool(), size), text);
     }
-    /// What the body reports, as the run log has it.
+    /// What the body reports, as the run log shows it.
     template <typename Body>
     std::string reported(Body body) {
         Capture err(stderr);
@@ -144,16 +144,16 @@ TEST_F(IGCmnStr, ReportsWhatTheLocaleCannotConvert) {
 TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterTheLengthIsKnown) {
     for (const int nth : {1, 2}) {
         SCOPED_TRACE(nth);
-        std::string told = reported([&] {
+        std::string report = reported([&] {
             const FailingCall failing(Call::MBSTOWCS, nth, EILSEQ);
             EXPECT_EQ(IgCmnMBS2WCS(pool(), "text"), nullptr);
         });
-        EXPECT_EQ(told, conversionFailure("mbstowcs"));
-        told = reported([&] {
+        EXPECT_EQ(report, conversionFailure("mbstowcs"));
+        report = reported([&] {
             const FailingCall failing(Call::WCSTOMBS, nth, EILSEQ);
             EXPECT_EQ(IgCmnWCS2MBS(pool(), L"text"), nullptr);
         });
-        EXPECT_EQ(told, conversionFailure("wcstombs"));
+        EXPECT_EQ(report, conversionFailure("wcstombs"));
     }
 }
 

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-// What the buffer holds when it is too small for the path but not for its first part.
+// What a buffer holds that fits the first part of the path but not all of it.
 struct Partial {
     std::size_t smallest;  // of the buffer, in bytes
     std::string text;
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(IGCmnSystem, FixedPath, ::testing::ValuesIn(ROWS),
                          });
 
 TEST_F(IGCmnSystem, ReturnsTheLengthOfThePathAndOne) {
-    // The numbers that callers of old rely on.
+    // The numbers that existing callers rely on.
     std::array<char, 4096> buffer{};
     std::vector<std::size_t> results;
     for (const PathRow& row : ROWS) {

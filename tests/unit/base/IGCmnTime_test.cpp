@@ -28,7 +28,7 @@ TEST(IGCmnTime, WritesAStampOfTwelveDigits) {
 TEST(IGCmnTime, GivesLocalTime) {
     ::setenv("TZ", "XYZ-12", 1);
     ::tzset();
-    const StandingClock clock(1700000040);  // 22:14:00 of the day before, in the world's time
+    const StandingClock clock(1700000040);  // 22:14:00 UTC of the day before
     std::array<char, TIME_STR_SIZE> text{};
     IgCmnGetTimeStr(text.data());
     EXPECT_STREQ(text.data(), "2023/11/15 10:14:00");

@@ -150,7 +150,7 @@ TEST(IGGuards, FreeALocalPool) {
         errno = ENOENT;
     }
     EXPECT_EQ(errno, ENOENT);
-    // The system's allocator keeps a few small blocks at hand; a thousand chunks are 4 MB.
+    // The system's allocator caches a few small blocks; a thousand chunks are 4 MB.
     EXPECT_LT(::mallinfo2().uordblks, before + 8192);
 }
 

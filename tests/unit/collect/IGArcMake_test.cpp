@@ -101,7 +101,7 @@ TEST_F(IGArcMake, KeepsTheOutputWhenPackingFails) {
 }
 
 TEST_F(IGArcMake, ReportsALogThatCannotBeCopied) {
-    fs::create_directory(output_ + "/quendil.log");  // in the way
+    fs::create_directory(output_ + "/quendil.log");  // a directory instead of the log
     fs::remove(std::string(LOG_DIR) + "/quendil_hist.log");
     Capture errors(stderr);
     EXPECT_EQ(IgArcMakeOutput(pool(), root_), 0);

@@ -1,5 +1,5 @@
-// Attributes that cannot be taken over. The calls that do it are stood in for: they fail for one
-// place, when a test says so.
+// Attributes that cannot be copied. The test replaces the calls that copy them: they fail for one
+// path when a test requests it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// The call that fails, and for which path.
+// The call that fails, and its path.
 struct Failing {
     std::string call;
     std::string path;
@@ -77,7 +77,7 @@ class IGCollectDataFaults : public CollectTest {
 
     std::string copy(const std::string& name) const { return data_dir_ + source_ + name; }
 
-    // Collects the tree or one file of it while a call fails; what is told of that.
+    // Collects the tree or one file of it while a call fails; returns the reports of that.
     std::string collectWhile(const std::string& call, const std::string& where,
                              const std::string& name) {
         failing = {call, where};

@@ -73,7 +73,7 @@ class IGCollectData : public CollectTest {
         CollectTest::SetUp();
         source_ = path("source");
         fs::create_directory(source_);
-        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as the driver collects
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as in a collection
     }
 
     std::string source(const std::string& name) const { return source_ + "/" + name; }
@@ -90,7 +90,7 @@ class IGCollectData : public CollectTest {
         block_.path_name = path_name_.data();
         return IgCollectData(pool(), root_, &block_);
     }
-    // The same; what it put into the run log, for a result of 0.
+    // The same; returns its reports in the run log; the result must be 0.
     std::string collectAndLog(const std::string& path_name) {
         const int result = collect(path_name);
         return (result == 0 ? "" : "result " + std::to_string(result) + " ") + takeLog();
@@ -123,8 +123,8 @@ TEST_F(IGCollectData, StopsOrContinuesWhenMemoryRunsOut) {
             const int result = collect(wanted);
             failed = FailingCall::happened();
             EXPECT_TRUE(result == 0 || (result == -1 && failed)) << result;
-            const bool told = takeLog().find("Memory is insufficient.") != std::string::npos;
-            EXPECT_EQ(told, failed);
+            const bool reported = takeLog().find("Memory is insufficient.") != std::string::npos;
+            EXPECT_EQ(reported, failed);
             EXPECT_TRUE(fs::exists(source("directory/large")));
             EXPECT_TRUE(failed || nth > 20);
         }
@@ -195,7 +195,7 @@ TEST_F(IGCollectData, CopiesADirectoryBeforeItsEntries) {
     EXPECT_THAT(files, ::testing::StartsWith("\nFILE:" + listed("a") + "\nFILE:"));
     EXPECT_EQ(std::count(files.begin(), files.end(), '\n'), 1 + 6 + 3);
     for (std::size_t i = 0; i < directories.size(); ++i) {
-        // The time of access may have moved by looking at it.
+        // Reading the attributes may have changed the time of access.
         EXPECT_EQ(attributes(copy(directories[i])).substr(0, 22), before[i].substr(0, 22));
     }
 }
@@ -217,7 +217,7 @@ TEST_F(IGCollectData, CopiesTheAttributesOfTheDirectoriesAboveTheFirstEntry) {
     EXPECT_EQ(st.st_mode & 07777, 01777U);  // as /tmp itself, the first level below the root
 }
 
-// As process 1 of a small world would find it: its root is a directory of ours.
+// A child process whose root directory is a directory of the test.
 TEST_F(IGCollectData, KeepsTheOutputPrivateForAnyModeOfTheRootDirectory) {
     const std::string world = path("world");
     fs::create_directories(world + "/data/output");
@@ -285,7 +285,7 @@ TEST_F(IGCollectData, KeepsTheFirstCopyOfAName) {
     EXPECT_EQ(collectAndLog(source("*")), copied(source("more"), 1) + total(11));
     EXPECT_EQ(index(), record({listed("file")}) + record({""}) + record({listed("more")}));
 
-    // A link to what has vanished since is a copy all the same.
+    // A link to a file that was removed since counts as a copy too.
     std::string archive = "archive";
     root_->output_file = archive.data();
     fs::remove(copy("file"));
@@ -352,7 +352,7 @@ TEST_F(IGCollectData, DoesNotReenterAnAncestorDirectory) {
 TEST_F(IGCollectData, StoresAKernelFileAsARegularFile) {
     std::string archive = "archive";
     root_->output_file = archive.data();
-    // Its size says nothing; what was read counts.
+    // Its reported size is 0; the bytes that were read count.
     const auto read = static_cast<long>(readText("/proc/version").size());
     EXPECT_EQ(collectAndLog("/proc/version"), copied("/proc/version", 0) + total(read));
     EXPECT_FALSE(fs::is_symlink(data_dir_ + "/proc/version"));
@@ -459,7 +459,7 @@ TEST_F(IGCollectData, RemovesAToolsDataBeyondTheLimit) {
 
 TEST_F(IGCollectData, RemovesNothingOutsideTheDataDirectory) {
     root_->max_output_size = 1;
-    // Its name begins like that of the data directory, as the output of another run may.
+    // Its name begins with the data directory's name, as the output of another run may.
     fs::create_directory(output_ + "_1");
     writeText(output_ + "_1/big", std::string(513, 'x'));
     EXPECT_EQ(collectAndLog(output_ + "_1/big"), overLimit(output_ + "_1/big", 513) + total(0));
@@ -519,7 +519,7 @@ TEST_F(IGCollectData, DescribesTheDataInTheIndex) {
 }
 
 // The configuration may spell the base directory in another way than the normal one; the output
-// directory is the data directory all the same.
+// directory is still the data directory.
 TEST_F(IGCollectData, AddsNoPrefixForAnySpellingOfTheBaseDirectory) {
     make("file", 1);
     std::string base = base_ + "/./../base";

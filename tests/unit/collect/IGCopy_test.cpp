@@ -69,7 +69,7 @@ TEST_F(IGCopy, CopiesUpToALimitAndReportsWhetherThereAreMoreBytes) {
 }
 
 TEST_F(IGCopy, CopiesRegularFilesOnly) {
-    // A pipe that another process still holds open: it does not end.
+    // A pipe that another process still holds open: reading it does not end.
     const std::string pipe = directory_.path("pipe");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0640), 0);
     const int both = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC);
@@ -84,7 +84,7 @@ TEST_F(IGCopy, FailsWithoutAReportAndLeavesNoFile) {
     const std::string copy = directory_.path("copy");
     EXPECT_EQ(this->copy("/proc/none", copy), Copied::FAILED);
     EXPECT_EQ(this->copy("/proc/self", copy), Copied::FAILED);      // a directory cannot be read
-    EXPECT_EQ(this->copy("/proc/self/mem", copy), Copied::FAILED);  // nothing at its beginning
+    EXPECT_EQ(this->copy("/proc/self/mem", copy), Copied::FAILED);  // nothing at offset 0
     EXPECT_FALSE(std::filesystem::exists(copy));
     EXPECT_EQ(this->copy("/proc/version", directory_.path("none/copy")), Copied::FAILED);
     EXPECT_EQ(takeLog(), "");

@@ -16,7 +16,7 @@ namespace {
 
 class NoteOutput : public CollectTest {
   protected:
-    // Another directory has the output's name when it is looked at.
+    // Replaces the output by another directory of its name.
     void exchange(uid_t owner, mode_t mode) {
         std::filesystem::remove(output_);
         std::filesystem::create_directory(output_);
@@ -94,7 +94,7 @@ TEST_F(NoteOutput, HoldsADirectoryThatAnotherUserCanMove) {
 
 class SettleOutput : public CollectTest {
   protected:
-    // A link in the output; whether it is there after the output was settled.
+    // Makes a link in the output; returns whether it is still a link after settleOutput().
     bool staysAsLink(const std::string& target) {
         const std::string link = output_ + "/link";
         std::filesystem::remove(link);

@@ -41,7 +41,7 @@ class WildcardList : public RunTest {
         }
         return result;
     }
-    // The trio of a report that the listing makes.
+    // The three lines that the listing reports for a failed call.
     static std::string failure(const std::string& call, int error, const std::string& text,
                                const std::string& file) {
         return trio(call, error, text, file, "IGCmnDir");
@@ -193,7 +193,7 @@ TEST_F(WildcardList, DistinguishesNoMatchFromAReadError) {
 }
 
 TEST_F(WildcardList, ReturnsNineForADirectoryThatCannotBeReadToItsEnd) {
-    for (const int nth : {1, 4, 9}) {  // the last call is the one that would find the end
+    for (const int nth : {1, 4, 9}) {  // the last call would find the end
         Capture err(stderr);
         const std::size_t before = openDescriptors();
         const FailingCall failing(Call::READDIR, nth, EIO);

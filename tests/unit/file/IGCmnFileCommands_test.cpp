@@ -102,7 +102,7 @@ TEST_F(IGCmnFile, ReportsNothingOfACopyWithoutAShell) {
     EXPECT_EQ(run_state.interrupted, 0);
 }
 
-// A byte by itself, and where it could begin and end something that the shell obeys.
+// Each byte alone, and where it could begin and end a construct that the shell interprets.
 TEST_F(IGCmnFile, CopiesAndRemovesNamesOfEveryByte) {
     fs::current_path(path());
     fs::create_directory(path("to"));
@@ -127,7 +127,7 @@ TEST_F(IGCmnFile, CopiesAndRemovesNamesOfEveryByte) {
         const auto c = static_cast<char>(byte);
         SCOPED_TRACE(byte);
         all += c;
-        // Letters and digits mean the same to the shell wherever they stand.
+        // The shell treats all letters and digits the same.
         if (IgCmnStrIsAlnum(static_cast<wchar_t>(byte)) == 0 || c == 'n') {
             survives(std::string("x") + c + "touch ran" + c);
         }
@@ -269,7 +269,7 @@ class InterruptedCommand : public IGCmnFile {
         }
         IGCmnFile::TearDown();
     }
-    // A command whose script takes the place of another.
+    // The path of a command that runs the given script.
     std::string script(const std::string& body) {
         writeText(path("script"), "#!/bin/sh\n" + body + "\n");
         ::chmod(path("script").c_str(), 0755);

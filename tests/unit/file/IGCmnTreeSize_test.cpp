@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Takes all descriptors away for a scope: what opens a file fails with EMFILE.
+/// Allows no new descriptor in a scope: opening a file fails with EMFILE.
 class NoDescriptors {
   public:
     NoDescriptors() {

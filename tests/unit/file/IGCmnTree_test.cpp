@@ -210,7 +210,7 @@ TEST_F(TreeList, HoldsNothingForABrokenLink) {
     fs::create_symlink("nowhere", path("dangling"));
     EXPECT_EQ(list(path("dangling")), 0);
     EXPECT_EQ(list_, nullptr);
-    EXPECT_EQ(takeLog(), "") << "its caller tells";
+    EXPECT_EQ(takeLog(), "") << "its caller reports it";
 }
 
 TEST_F(TreeList, StaysNullWhenNothingIsFound) {

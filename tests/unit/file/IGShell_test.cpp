@@ -71,7 +71,7 @@ TEST_F(IGShell, ReportsThatItCouldNotBeStarted) {
 }
 
 TEST_F(IGShell, ReportsThatItCouldNotBeWaitedFor) {
-    ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: there is nothing to wait for
+    ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: waiting fails
     EXPECT_EQ(runShell("exit 0"), -1);
     EXPECT_EQ(errno, ECHILD);
 }

@@ -23,7 +23,7 @@ constexpr uid_t OTHER = 1001;
 
 class IGSource : public RunTest {
   protected:
-    // Whether the path can be followed, and is root's own.
+    // Whether the path can be followed, and belongs to root.
     enum class Found { OWN, FOREIGN, REFUSED, NOT_THERE };
     Found follow(const std::string& path, const char* ours = nullptr) {
         const std::size_t before = openDescriptors();
@@ -44,7 +44,7 @@ class IGSource : public RunTest {
     }
     std::string own(const std::string& name = "") { return own_.path(name); }
 
-    // A directory of a user's, with a file of his.
+    // A user's directory with a file of his.
     std::string home(const std::string& name = "") {
         if (!fs::exists(own("home"))) {
             fs::create_directory(own("home"));
@@ -64,10 +64,10 @@ class IGSource : public RunTest {
     }
 
     TempDir own_{"/opt"};
-    std::string place_;  // where the last path has led
+    std::string place_;  // what the last path resolved to
 };
 
-// Whose a path is
+// Owners of paths
 
 TEST_F(IGSource, BelongsToRootWhereOnlyRootCanWrite) {
     fs::create_directories(own("a/b"));
@@ -151,7 +151,7 @@ TEST_F(IGSource, FollowsNoUsersLinkIntoTheKernelsFiles) {
 
 TEST_F(IGSource, StaysForeignBehindAUsersLink) {
     writeText(own("file"), "x");
-    link(own(), home("back"));  // root's own link leads out of the user's directory
+    link(own(), home("back"));  // root's link leads out of the user's directory
     EXPECT_EQ(follow(home("back/file")), Found::FOREIGN);
 }
 

@@ -38,7 +38,7 @@ class IGCmnFileWord : public RunTest {
     }
     int read() { return IgCmnFileWordRead(nullptr, &handle_, &word_, pool()); }
 
-    /// One line a word, "TYPE(text) line:column", and how the reading ended.
+    /// One line per word, "TYPE(text) line:column", and how the reading ended.
     std::string words(const std::string& content) {
         open(content);
         std::string result;
@@ -240,9 +240,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Table{"InvalidCharacters", INVALID_CHARACTERS}),
     [](const ::testing::TestParamInfo<Table>& table) { return std::string(table.param.name); });
 
-// One character of every class in every mode: the first word that comes of it, and the column
-// behind that word. The prefix leads into the mode, the tail ends a word that the character does
-// not end.
+// One character of every class in every mode: the first word that results, and the column after
+// that word. The prefix selects the mode, the tail ends a word that the character does not end.
 struct ModeRow {
     const char* prefix;
     const char* tail;
@@ -357,12 +356,12 @@ TEST_F(IGCmnFileWord, EndsAtAForbiddenCharacterInAnyMode) {
     EXPECT_EQ(takeLog(), "");
 }
 
-// The C library calls it an end or an undecodable sequence, depending on what it has buffered.
+// The C library reports an end or an undecodable sequence, depending on its buffer.
 TEST_F(IGCmnFileWord, ReturnsNoWordForATruncatedCharacterAtTheEndOfTheFile) {
     for (const ModeRow& mode : MODES) {
-        for (const char* cut : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
-            SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(cut)));
-            open(mode.prefix + std::string(cut));
+        for (const char* truncated : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
+            SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(truncated)));
+            open(mode.prefix + std::string(truncated));
             const int code = read();
             EXPECT_TRUE(code == 1 || (code == 0 && word_.type == WORD_INVALID)) << code;
         }
@@ -394,7 +393,7 @@ TEST_F(IGCmnFileWord, ClassifiesEveryByteAtTheStartOfAWord) {
         std::int32_t expected = WORD_INVALID;
         switch (c) {
             case '\n':
-            case '\r':  // vanishes: the line feed after it is read
+            case '\r':  // it is skipped: the line feed after it is read
                 expected = WORD_NEWLINE;
                 break;
             case ' ':
@@ -456,7 +455,7 @@ TEST_F(IGCmnFileWord, RefusesALineOf1026Characters) {
 }
 
 TEST_F(IGCmnFileWord, CountsAPushedBackCharacterOnce) {
-    // Every word of this line ends with a character that goes back for the next one.
+    // Every word of this line ends with a character that is pushed back for the next one.
     std::string line;
     std::string expected;
     for (int i = 0; i < 512; ++i) {

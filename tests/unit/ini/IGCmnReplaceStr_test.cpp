@@ -33,7 +33,7 @@ class IGCmnReplaceStr : public RunTest {
         return result == nullptr ? "(failed)" : result;
     }
 
-    // The status of the check, which must not touch a status that is already bad.
+    // The status of the check, which must not change a status that is already bad.
     int checked(const std::string& text) {
         int status = 0;
         const char* result = IgCmnReplaceStrs(text.c_str(), 1, &root_, pool(), &status);
@@ -111,7 +111,7 @@ TEST_F(IGCmnReplaceStr, ExpandsAndChecks) {
     EXPECT_EQ(takeLog(), "");
 }
 
-// The rules told another way: the pieces between percent signs are plain text and names by turns.
+// A model of the rules: the pieces between percent signs are alternately plain text and names.
 struct Model {
     std::string expanded;
     int bad = 0;
@@ -124,7 +124,7 @@ Model modelOf(const std::string& text, const std::map<std::string, std::string>&
         const std::size_t end = text.find('%', start);
         const std::string piece = text.substr(start, end == std::string::npos ? end : end - start);
         if (end == std::string::npos) {
-            model.expanded += (name ? "%" : "") + piece;  // nothing closes it
+            model.expanded += (name ? "%" : "") + piece;  // it is not closed
             model.bad |= name ? 1 : 0;
             return model;
         }
@@ -321,9 +321,9 @@ TEST_F(IGCmnReplaceStr, WritesANumberWithTwoDigitsAtLeast) {
 }
 
 TEST_F(IGCmnReplaceStr, ReadsTheClockAndTheHostOncePerRun) {
-    ::setenv("TZ", "XYZ-5", 1);  // local time is not the time of the world
+    ::setenv("TZ", "XYZ-5", 1);  // local time is not UTC
     ::tzset();
-    const StandingClock clock(1700000040);  // 22:14:00 of the day before, in the world's time
+    const StandingClock clock(1700000040);  // 22:14:00 UTC of the day before
     root_tbl root{};
     ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
     ::unsetenv("TZ");
@@ -394,7 +394,7 @@ TEST_F(IGCmnReplaceStr, AcceptsAHostNameOfAnyLengthAndCharacter) {
     EXPECT_EQ(host(std::string(255, 'h')), std::string(255, 'h'));
     EXPECT_EQ(host(std::string(256, 'h')), std::string(256, 'h'));
     EXPECT_EQ(host(std::string(256, '\v')), std::string(512, '_'));
-    EXPECT_EQ(host(std::string(257, 'h')), std::string(256, 'h')) << "what comes without an end";
+    EXPECT_EQ(host(std::string(257, 'h')), std::string(256, 'h')) << "a name without a terminator";
     EXPECT_EQ(host(std::string(5000, 'h')), std::string(256, 'h'));
     EXPECT_EQ(takeLog(), "");
 }

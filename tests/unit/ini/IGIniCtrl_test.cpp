@@ -172,7 +172,7 @@ TEST_F(IGIniCtrl, FailsWhenEveryPatternFileFails) {
 TEST_F(IGIniCtrl, FailsWithoutAnyPatternFile) {
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_EQ(errors_, NO_SYSTEM_INFORMATION);
-    fs::create_directory(std::string(PATTERN_DIR) + "/sub");  // directories are no pattern files
+    fs::create_directory(std::string(PATTERN_DIR) + "/sub");  // a directory is no pattern file
     EXPECT_EQ(control({"-g", "g"}), -1);
 }
 
@@ -250,7 +250,8 @@ TEST_F(IGIniCtrl, RequiresAWritableOutputDirectory) {
 
 TEST_F(IGIniCtrl, RefusesADefaultArchiveThatExists) {
     pattern("a", "A", "g");
-    // The name comes from the clock: the run table of this test gets one that cannot be met again.
+    // The name contains the time: each call builds a new run table and creates the file of its
+    // name.
     const auto run = [this](const std::string& suffix) {
         ::Arguments arguments({"quendil", "-g", "g", "-d", directory_.path()});
         root_ = IgIniGetCmnRoot(pool());
@@ -303,7 +304,7 @@ TEST_F(IGIniCtrl, MatchesNamesAndGroupsEachInItsSelection) {
     EXPECT_EQ(IgIniMatchSelection(a, nullptr, a, b), 0);
 }
 
-// Every selection against every kind of pattern, told by sets of words.
+// Every selection for every kind of pattern, modelled by sets of words.
 class Selection : public IGIniCtrl {
   protected:
     using Words = std::set<std::string>;
@@ -325,7 +326,7 @@ class Selection : public IGIniCtrl {
         for (const Words& of_file : groups) {
             for (const char* name : {"", "n", "m", "N"}) {
                 patterns_.push_back({of_file, name, targets});
-                // And files in which nothing, or little, can be wanted.
+                // And files with no target, or with one.
                 patterns_.push_back({of_file, name, {{}}});
                 patterns_.push_back({of_file, name, {{"x"}, {"x"}}});
             }
@@ -396,7 +397,7 @@ class Selection : public IGIniCtrl {
         return result;
     }
 
-    // What a run selects; names have no option, they stand in the root table before.
+    // What a run selects; no option selects names, they are put into the root table.
     std::vector<std::string> run(const Wanted& wanted, int& result) {
         std::vector<std::string> options = {"quendil"};
         for (const std::string& group : wanted.groups) {
@@ -417,7 +418,7 @@ class Selection : public IGIniCtrl {
         return selected;
     }
 
-    // The same where no option says what is wanted, pattern by pattern.
+    // The same by direct calls for each pattern, without options.
     std::vector<std::string> choose(const Wanted& wanted) {
         std::vector<std::string> selected;
         for (const Pattern& pattern : patterns_) {
@@ -462,7 +463,7 @@ TEST_F(Selection, SelectsWhatSharesAWordWithEverySelection) {
                 const std::vector<std::string> all = expected(wanted);
                 EXPECT_EQ(choose(wanted), all);
                 if (group.empty() && target.empty()) {
-                    continue;  // the command line refuses that
+                    continue;  // the command line refuses this
                 }
                 int result = -1;
                 EXPECT_EQ(run(wanted, result), all);

@@ -51,20 +51,22 @@ class IGIniOption : public RunTest {
         ASSERT_NE(root_, nullptr);
     }
 
-    // The result and what was said on the standard error, which the run log must hold as well.
+    // The result and the text on the standard error, which the run log must hold too.
     std::pair<int, std::string> parse(std::vector<std::string> options) {
         options.insert(options.begin(), "quendil");
         root_ = IgIniGetCmnRoot(pool());
         ::Arguments arguments(options);
         Capture errors(stderr);
         const int result = IgIniOption(arguments.count(), arguments.vector(), pool(), root_);
-        const std::string said = errors.take();
-        EXPECT_EQ(takeLog(), said);
-        return {result, said};
+        const std::string shown = errors.take();
+        EXPECT_EQ(takeLog(), shown);
+        return {result, shown};
     }
 
-    static std::pair<int, std::string> good(const std::string& said = "") { return {0, said}; }
-    static std::pair<int, std::string> bad(const std::string& said) { return {OPTION_ERROR, said}; }
+    static std::pair<int, std::string> good(const std::string& shown = "") { return {0, shown}; }
+    static std::pair<int, std::string> bad(const std::string& shown) {
+        return {OPTION_ERROR, shown};
+    }
 
     TempDir directory_;
     root_tbl* root_ = nullptr;

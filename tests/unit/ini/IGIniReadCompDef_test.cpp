@@ -15,8 +15,8 @@ class IGIniReadCompDef : public RunTest {
         file_ = directory_.path("quendil_conf");
     }
 
-    // "DIRECTORY CLEANUP SIZE" as they stand in the root table, "syntax N: " before them when line
-    // N was refused.
+    // "DIRECTORY CLEANUP SIZE" of the root table, with "syntax N: " in front when line N was
+    // refused.
     std::string read(const std::string& text) {
         writeText(file_, text);
         root_ = IgIniGetCmnRoot(pool());
@@ -29,7 +29,7 @@ class IGIniReadCompDef : public RunTest {
                std::to_string(root_->max_output_size);
     }
 
-    // The result and messages for a file as it is.
+    // The result and messages for the file.
     std::pair<int, std::string> readFile(const std::string& file) {
         root_ = IgIniGetCmnRoot(pool());
         Capture errors(stderr);
@@ -139,7 +139,7 @@ TEST_F(IGIniReadCompDef, RefusesEverythingElse) {
         "QUENDIL_DATA_DIRECTORY=%d%",
     };
     for (const std::string& line : lines) {
-        // The lines before it count, those behind are not looked at.
+        // The lines before it are used, those after it are not read.
         EXPECT_EQ(read("# first\n" + line + "\nQUENDIL_DATA_DIRECTORY=/x\n"),
                   "syntax 2: " + DEFAULTS)
             << line;
@@ -198,7 +198,7 @@ TEST_F(IGIniReadCompDef, LimitsTheDirectoryBeforeAndAfterExpansion) {
     EXPECT_EQ(read(key + "\"/" + std::string(258, 'd') + "\"\n"), "syntax 1: " + DEFAULTS);
     const std::string percent = "/" + std::string(258, '%');
     EXPECT_EQ(read(key + percent + "\n"), "/" + std::string(129, '%') + " OFF -1");
-    // %HOST% takes 6 bytes and stands for 8.
+    // %HOST% has 6 bytes and expands to 8.
     EXPECT_EQ(read(key + "/" + std::string(251, 'd') + "%HOST%\n"),
               "/" + std::string(251, 'd') + "testhost OFF -1");
     EXPECT_EQ(read(key + "/" + std::string(252, 'd') + "%HOST%\n"), "syntax 1: " + DEFAULTS);
@@ -215,7 +215,7 @@ TEST_F(IGIniReadCompDef, ReportsAFileThatCannotBeOpened) {
     EXPECT_EQ(readFile(file_),
               (std::pair<int, std::string>{
                   -1, "ZEPA118-E:A configuration file(" + file_ + ") does not exist.\n"}));
-    std::filesystem::create_symlink(file_, file_);  // leads nowhere but to itself
+    std::filesystem::create_symlink(file_, file_);  // a link to itself
     EXPECT_EQ(readFile(file_),
               (std::pair<int, std::string>{
                   -1, "ZEPA112-E:You do not have access permissions for the specified file(" +

@@ -185,7 +185,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
             {"TIMEOUT = +5\n", tool("5, 15, 10")},
             {"TIMEOUT = 007\n", tool("7, 15, 10")},
             {"TIMEOUT = \"5\"\n", tool("5, 15, 10")},
-            {"TIMEOUT = \" 5\"\n", tool("5, 15, 10")},  // as strtol reads it
+            {"TIMEOUT = \" 5\"\n", tool("5, 15, 10")},  // as strtol parses it
             {"TIMEOUT =\n", tool("10, 15, 10")},
             {"TIMEOUT = 5 # s\n", tool("5, 15, 10")},
             {"TIMEOUT_SIGNAL = 0\n", tool("10, 0, 10")},
@@ -199,7 +199,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
 
             {"TIMEOUT = -2\n", "syntax 4"},
             {"TIMEOUT = 36001\n", "syntax 4"},
-            {"TIMEOUT = 4294967297\n", "syntax 4"},  // 1, were it narrowed first
+            {"TIMEOUT = 4294967297\n", "syntax 4"},  // would be 1 if it were narrowed first
             {"TIMEOUT = 18446744073709551617\n", "syntax 4"},
             {"TIMEOUT = -99999999999999999999\n", "syntax 4"},
             {"TIMEOUT = 10s\n", "syntax 4"},

@@ -76,7 +76,7 @@ TEST_F(IGIniReadPtn, ResolvesABackslash) {
             {R"(PP_NAME = \#b)", "name=#b {}"},
             {R"(PP_NAME = \\b)", "name=\\b {}"},
             {R"(PP_NAME = \b)", "name=\\b {}"},
-            {R"(PP_NAME = \ b)", "syntax 2"},  // a word by itself, then a blank
+            {R"(PP_NAME = \ b)", "syntax 2"},  // a word of its own, then a blank
             {R"(PP_NAME = a\)", "name=a\\ {}"},
             {R"(PP_NAME = \)", "name=\\ {}"},
             {R"(PP_NAME = a\%HOST%)", "name=a\\%HOST% {}"},
@@ -111,7 +111,7 @@ TEST_F(IGIniReadPtn, ChecksSpecialStringsAndKeepsThemAsWritten) {
             {"%%%%", "name=%% {}"},
             {"\"%%\"", "name=% {}"},
             {"\"a%%b%%\"", "name=a%b% {}"},
-            {"%YY%%MM%", "name=%YY%MM% {}"},  // collapsed wherever two of them meet
+            {"%YY%%MM%", "name=%YY%MM% {}"},  // collapsed wherever two are adjacent
             {"%", "syntax 2"},
             {"a%", "syntax 2"},
             {"100% x", "syntax 2"},

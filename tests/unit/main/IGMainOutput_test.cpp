@@ -33,7 +33,7 @@ class IGMainOutput : public CollectTest {
 
     std::string history() const { return readText(history_); }
 
-    // What is reported of the result: on the standard output, which the run log must hold as well.
+    // The report of the result on the standard output, which the run log must hold too.
     std::string reported() {
         Capture output(stdout);
         IgMainReportOutput();
@@ -47,7 +47,7 @@ class IGMainOutput : public CollectTest {
 
 TEST_F(IGMainOutput, CountsUpFromTheEntriesThatBeginWithATakenName) {
     struct Case {
-        std::vector<std::string> present;  // behind the name
+        std::vector<std::string> present;  // after the name
         std::string chosen;
     };
     const std::string name = root_->output_name;
@@ -58,7 +58,7 @@ TEST_F(IGMainOutput, CountsUpFromTheEntriesThatBeginWithATakenName) {
         fs::remove_all(base_);
         fs::create_directory(base_);
         for (const std::string& ending : c.present) {
-            fs::create_symlink("nowhere", base_ + "/" + name + ending);  // takes a name as well
+            fs::create_symlink("nowhere", base_ + "/" + name + ending);  // uses up a name too
         }
         std::string own = name;
         root_->output_name = root_->output_file = own.data();

@@ -63,8 +63,8 @@ TEST_F(Redirection, KeepsTheArchiversOutputsSeparate) {
 }
 
 TEST_F(Redirection, SendsBothOutputsAccordingToTheRequestAndThePhase) {
-    // The paths of a request, and what then is in the output file, the error file, our own output
-    // and our own error output. "-" is no path, "0" the null device; "x" means no file.
+    // The paths of a request, and what the output file, the error file, the test's output and the
+    // test's error output then hold. "-" is no path, "0" the null device; "x" means no file.
     struct Case {
         const char* stdout_path;
         const char* stderr_path;

@@ -35,7 +35,7 @@ TEST_F(Timeout, SendsSigtermAfterTheTimeOutByDefault) {
     EXPECT_GE(took, milliseconds(1000));
     EXPECT_LT(took, milliseconds(9000));  // it did not wait for the termination time
     EXPECT_EQ(takeLog(), TIMED_OUT);
-    EXPECT_EQ(readText(out), "one\n");  // what a tool has written stays
+    EXPECT_EQ(readText(out), "one\n");  // the output of a tool is kept
     expectOwnDescriptors();
 }
 
@@ -51,7 +51,7 @@ TEST_F(Timeout, SendsTheGivenSignalToAllProcessesOfTheTool) {
                      request),
               (Outcome{EXEC_TIMEOUT, 8, 8 << 8}));
     EXPECT_EQ(takeLog(), TIMED_OUT);
-    // The child that wanted to live on has been swept up with its group.
+    // The child that survived the signal has been killed with its group.
     EXPECT_TRUE(awaitEnd(std::stoi(readText(path("pid")))));
 }
 
@@ -74,7 +74,7 @@ TEST_F(Timeout, KillsAToolThatIgnoresTheSignal) {
 TEST_F(Timeout, KeepsWaitingWhenTheSignalIsZero) {
     exec_req request;
     request.timeout = 1;
-    request.timeout_signal = 0;  // tests for existence only
+    request.timeout_signal = 0;  // a check for existence only
     EXPECT_EQ(behave({"forever"}, request), (Outcome{EXEC_TIMEOUT, 0, SIGKILL}));
     EXPECT_EQ(takeLog(), TIMED_OUT);
     EXPECT_EQ(crnt_child.stop_failure, 0);
@@ -109,7 +109,7 @@ TEST_F(Timeout, DoesNotWaitForProcessesThatAFinishedToolLeft) {
         EXPECT_EQ(behave({"child", "ready", left, "forever", "end", "await", left}, request).result,
                   EXEC_OK);
         const pid_t pid = std::stoi(readText(left));
-        EXPECT_EQ(::kill(pid, SIGKILL), 0);  // it is the tool's own business, and still there
+        EXPECT_EQ(::kill(pid, SIGKILL), 0);  // it is still running
         std::filesystem::remove(left);
     }
 }
@@ -135,7 +135,7 @@ TEST_F(Timeout, WaitsWithTooManyDescriptorsForASelectToo) {
 }
 
 TEST_F(Timeout, ReportsAWaitThatFails) {
-    const SignalAction children(SIGCHLD, SIG_IGN);  // the kernel reaps them: nobody to wait for
+    const SignalAction children(SIGCHLD, SIG_IGN);  // the kernel reaps them: waiting fails
     const std::string ready = path("ready");
     for (const std::int32_t timeout : {0, 30}) {
         SCOPED_TRACE(timeout);

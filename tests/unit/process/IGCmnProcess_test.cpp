@@ -107,11 +107,11 @@ TEST_F(IGCmnProcess, SearchesItsMessageInTheErrorOutputOnly) {
         EXPECT_EQ(takeLog(), "ZEPA140-W:x\n");
         EXPECT_FALSE(std::filesystem::exists(out));
         EXPECT_EQ(behave({"err", "ZEPA125-W:x\n", "exit", "255"}, request).result, EXEC_FAILED);
-        EXPECT_EQ(takeLog(), "");  // the caller says what is missing
+        EXPECT_EQ(takeLog(), "");  // the caller reports what is missing
     }
-    // Another exit code is the tool's own, whatever it wrote.
+    // Another exit code is the tool's own, for any output.
     EXPECT_EQ(behave({"err", "ZEPA140-W:x\n", "exit", "254"}, request).result, EXEC_NONZERO);
-    // No file, no question.
+    // Without a file there is nothing to check.
     Capture errors(stderr);
     EXPECT_EQ(behave({"err", "ZEPA140-W:x\n", "exit", "255"}).result, EXEC_NONZERO);
     EXPECT_EQ(errors.take(), "ZEPA140-W:x\n");
@@ -153,7 +153,7 @@ TEST_F(IGCmnProcess, ReportsAMissingProgramOnlyWhileTheRunCountsAsFailed) {
     EXPECT_EQ(takeLog(), "");
     EXPECT_EQ(readText(err), message);
 
-    // With the output going nowhere there is nothing to read, and nothing to remove.
+    // Without an output file there is nothing to read and nothing to remove.
     IgMainSetRetCode(RETCODE_FAILED);
     request.stdout_path = "/dev/null";
     EXPECT_EQ(execute(none, {}, request).result, EXEC_NONZERO);
@@ -169,7 +169,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
-    request.stderr_path = "/dev/null";  // the output file takes its place
+    request.stderr_path = "/dev/null";  // the output file is used instead
     const auto message = [](int error, const std::string& text) {
         return "ZEPA140-W:An error occurred during the following system call. system call name = "
                "execv, error code = " +
@@ -201,7 +201,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     EXPECT_EQ(execute(BEHAVE, {std::string(1 << 20, 'x')}, request).result, EXEC_FAILED);
     EXPECT_EQ(takeLog(), message(7, "Argument list too long"));
 
-    // What is missing is not always the file itself.
+    // The missing file is not always the program itself.
     writeText(script, "#!/no/such/interpreter\n");
     EXPECT_EQ(execute(script, {}, request).result, EXEC_FAILED);
     EXPECT_EQ(takeLog(), "ZEPA125-W:An information collecting tool(" + script +
@@ -209,7 +209,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 
-// --- what the child inherits ---
+// --- inheritance of the child ---
 
 TEST_F(IGCmnProcess, LeadsAGroupOfItsOwnExceptWhileTheArchiverRuns) {
     const std::string report = path("report");
@@ -400,7 +400,7 @@ TEST_F(IGCmnProcess, StartsNothingOnceTheRunWasInterrupted) {
     EXPECT_EQ(takeLog(), "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
 }
 
-// --- what is reported later ---
+// --- later reports ---
 
 TEST_F(IGCmnProcess, ReportsWhatTheSignalHandlerRecorded) {
     Capture errors(stderr);

@@ -42,7 +42,7 @@ class IGMainSignal : public ChildTest {
         ChildTest::TearDown();
     }
 
-    // Runs a tool; its result, exit code and status.
+    // Runs a tool; returns its result, exit code and status.
     std::vector<int> run(std::vector<std::string> words, std::int32_t timeout) {
         words.insert(words.begin(), BEHAVE);
         ::Arguments arguments(words);
@@ -56,7 +56,7 @@ class IGMainSignal : public ChildTest {
         return {result, exit_cd, status};
     }
 
-    // What the next run finds.
+    // The state in which the next run starts.
     void settle() {
         SetUp();
         run_state.interrupted = 0;
@@ -89,7 +89,7 @@ TEST_F(IGMainSignal, StopsTheRunningToolAndRecordsTheSignal) {
             EXPECT_TRUE(isIgnored(SIGINT));
             EXPECT_TRUE(isIgnored(SIGTERM));
             EXPECT_TRUE(isIgnored(SIGHUP));
-            EXPECT_EQ(takeLog(), "");  // said later, at the run's next look
+            EXPECT_EQ(takeLog(), "");  // reported later, at the run's next check
         }
     }
 }
@@ -130,7 +130,7 @@ TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesTheRunsGroup) {
                          "parent", "forever"},
                         0),
                     ElementsAre(EXEC_NONZERO, 0, SIGTERM));
-        EXPECT_EQ(::kill(std::stoi(readText(pid)), SIGKILL), 0);  // not stopped, still there
+        EXPECT_EQ(::kill(std::stoi(readText(pid)), SIGKILL), 0);  // not stopped, still running
     }
 }
 
@@ -172,7 +172,7 @@ TEST_F(IGMainSignal, RecordsAFailureThatTheRunReportsOnce) {
     crnt_child.pid = pid;
     signalHandler(SIGINT);
     ::signal(SIGCHLD, SIG_DFL);
-    EXPECT_TRUE(awaitEnd(pid));  // nobody to wait for is said a moment before it is gone
+    EXPECT_TRUE(awaitEnd(pid));  // waitpid fails shortly before it has ended
     EXPECT_EQ(crnt_child.reaped, 0);
     EXPECT_STREQ(crnt_child.failed_call, "waitpid");
     EXPECT_EQ(crnt_child.failed_error, ECHILD);
@@ -194,10 +194,10 @@ TEST_F(IGMainSignal, RecordsAFailureThatTheRunReportsOnce) {
     crnt_child.pid = 0;
 }
 
-// The handler may run between any two instructions: everything that its object file and that of the
-// running child call must be safe there. The list has what the C library promises to be safe, the
-// two records that the handler shares with the run, and the one function that it calls of the other
-// file.
+// The handler may run between any two instructions: every function that its object file and the
+// object file of the running child call must be safe in a handler. The list names the safe
+// functions of the C library, the two records that the handler shares with the run, and the one
+// function that it calls in the other file.
 TEST_F(IGMainSignal, CallsOnlySignalSafeFunctions) {
     const fs::path build = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
     const fs::path library = build / "src" / "libquendil_process.a";

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A child of this process; it does what `body` does and then waits to be killed.
+// Starts a child of this process that runs `body` and then waits to be killed.
 template <typename Body>
 pid_t start(Body body) {
     const pid_t pid = ::fork();
@@ -54,7 +54,7 @@ class IGProcessGroup : public testing::Test {
 
 TEST_F(IGProcessGroup, IsDeadAfterItsLeader) {
     EXPECT_FALSE(processGroupLives(leader_));
-    EXPECT_EQ(::kill(-leader_, 0), 0);  // which does not tell
+    EXPECT_EQ(::kill(-leader_, 0), 0);  // which a signal cannot detect
 }
 
 TEST_F(IGProcessGroup, LivesAsLongAsOneMember) {

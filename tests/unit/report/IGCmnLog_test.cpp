@@ -40,7 +40,7 @@ const std::string VAR_TREE = "/var/opt/norvale/quendil";
 
 constexpr const char* TIME = "[0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
 
-// Times are the clock's business.
+// Masks the times, which the clock determines.
 std::string timeless(const std::string& text) {
     return std::regex_replace(text, std::regex(TIME), "TIME");
 }
@@ -291,7 +291,7 @@ TEST_F(CopyIntoRunLog, AcceptsAnUndecodableLineBeforeTheLastOne) {
 }
 
 TEST_F(CopyIntoRunLog, ChecksOnlyTheLastPiece) {
-    // A piece ends with its line or holds 1023 bytes, wherever what is read at a time ends.
+    // A piece ends with its line or holds 1023 bytes, wherever a block that is read ends.
     struct Case {
         std::size_t before;  // plain bytes, then one that the locale cannot decode
         std::size_t behind;  // plain bytes behind it
@@ -324,13 +324,13 @@ TEST_F(CopyIntoRunLog, EndsEvenIfTheFileGrowsAsFastAsItIsRead) {
         const struct rlimit enough = {1 << 20, 1 << 20};
         ::setrlimit(RLIMIT_FSIZE, &enough);
         ::signal(SIGXFSZ, SIG_IGN);
-        ::_exit(IgCmnMsgCopyFile(LOG.c_str()));  // what is written is there to be read
+        ::_exit(IgCmnMsgCopyFile(LOG.c_str()));  // the copy can read what it has written
     });
     EXPECT_EQ(child.status, 0);
     EXPECT_EQ(readText(LOG), whole + whole);
 }
 
-// A run log that has a signal arrive as soon as it is written to.
+// A run log that a signal interrupts at its first write.
 std::string interrupted_log;
 
 ssize_t interruptAndKeep(void* /*cookie*/, const char* bytes, std::size_t length) {
@@ -359,7 +359,7 @@ TEST_F(CopyIntoRunLog, EndsWithAWholeLineWhenTheRunIsInterrupted) {
 }
 
 TEST_F(CopyIntoRunLog, ReportsNoErrorInATextThatAnInterruptionTruncated) {
-    // A character of two bytes lies across the end of the first block.
+    // A character of two bytes crosses the end of the first block.
     writeText(dir_.path("text"), std::string(65535, 'x') + "\xc3\xa9" + std::string(9999, 'y'));
     const ChildResult child = inChild([&] {
         msg_state.log = ::fopencookie(nullptr, "w", {nullptr, interruptAndKeep, nullptr, nullptr});
@@ -691,7 +691,7 @@ pid_t start(Body body) {
     return pid;
 }
 
-// How often a process has gone to sleep of its own accord; -1 when it has ended.
+// How often a process has slept voluntarily; -1 when it has ended.
 long sleeps(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string line;
@@ -716,7 +716,7 @@ TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
     {
         const OtherRun other;
         writer = start([] { IgCmnMsgHist(ZEPA304_I, 0); });
-        // It tries again after each sleep: three of them, and it has not written.
+        // It tries again after each sleep: after three sleeps it has still not written.
         const long first = sleeps(writer);
         while (sleeps(writer) != -1 && sleeps(writer) < first + 3) {
             ::sched_yield();

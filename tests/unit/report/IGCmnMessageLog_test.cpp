@@ -14,7 +14,7 @@ namespace {
 
 class BrokenRunLog : public MessageTest {
   protected:
-    // Puts a full device in the place of the run log; unbuffered, the write itself fails.
+    // Replaces the run log by a full device; unbuffered, the write itself fails.
     static void breakLog(bool unbuffered) {
         std::fclose(msg_state.log);
         msg_state.log = std::fopen("/dev/full", "w");

@@ -36,7 +36,7 @@ TEST_F(IGCmnMessage, RestoresTheLocaleOfMessages) {
 }
 
 TEST_F(IGCmnMessage, HasNoTextForAnErrorWhenTheLocaleCannotBeSet) {
-    for (const int nth : {1, 2}) {  // asked for its name, changed
+    for (const int nth : {1, 2}) {  // the query, the change
         const FailingCall failing(Call::SETLOCALE, nth, 0);
         EXPECT_EQ(IgCmnStrError(ENOENT, 0), nullptr) << nth;
     }
@@ -133,7 +133,7 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         {"\xc2\x80\xc2\x9f", "\\302\\200\\302\\237"},
         {"\xc2\xa0", "\xc2\xa0"},
         {"\xc2", "\xc2"},
-        // Bytes of the C1 set that belong to no sequence, and sequences that are none.
+        // Bytes of the C1 set that belong to no sequence, and invalid sequences.
         {"\x9b"
          "2J",
          "\\2332J"},

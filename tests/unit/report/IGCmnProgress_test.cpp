@@ -9,7 +9,7 @@
 #include "../../support/run_fixture.h"
 #include "common/base/IGRunState.h"
 
-// The display lives as long as the process: each test draws in a process of its own.
+// The display keeps its state as long as the process: each test draws in a child process.
 
 namespace {
 
@@ -35,7 +35,7 @@ void steps(int count) {
     }
 }
 
-// To the start of the collect phase of so many items, with four stars.
+// Draws up to the start of the collect phase with `items` items and four stars.
 void startCollect(int items) {
     IgCmnProgressEnable();
     IgCmnProgressInit();
@@ -289,7 +289,7 @@ TEST(IGCmnProgress, HasNoPositionToStopAtBeforeAPhaseStarts) {
 }
 
 TEST(IGCmnProgress, ShowsEveryCharacterAtOnce) {
-    // Nothing waits in the stream's buffer: what ends the process at once loses nothing.
+    // Nothing stays in the stream's buffer: an immediate end of the process loses nothing.
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();

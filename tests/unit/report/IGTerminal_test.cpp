@@ -15,7 +15,7 @@
 
 namespace {
 
-// A stream into a pipe that takes one page.
+// A stream into a pipe of one page.
 class IGTerminal : public testing::Test {
   protected:
     void SetUp() override {
@@ -66,7 +66,7 @@ TEST_F(IGTerminal, LimitsTheWaitForTheReaderOfAnInterruptedRun) {
     const ChildResult child = inChild([this] {
         const bool first = terminalTakes(stream_);
         const Clock::time_point began = Clock::now();
-        const bool second = terminalTakes(stream_);  // there is no patience left
+        const bool second = terminalTakes(stream_);  // no patience is left
         const bool at_once = Clock::now() - began < std::chrono::seconds(1);
         std::printf("%d %d %d", first, second, at_once);
     });
@@ -76,7 +76,7 @@ TEST_F(IGTerminal, LimitsTheWaitForTheReaderOfAnInterruptedRun) {
 TEST_F(IGTerminal, AcceptsAtOnceAWriteThatWillFail) {
     run_state.interrupted = 1;
     fill();
-    reader_.reset();  // the write will fail, and nobody waits
+    reader_.reset();  // the write will fail without a wait
     EXPECT_TRUE(terminalTakes(stream_));
 }
 
