@@ -204,7 +204,7 @@ TEST_F(IGCmnReplaceStr, ReturnsNothingWhenMemoryRunsOut) {
             return failed;
         },
     };
-    expectNothingWhereverMemoryRunsOut(calls);
+    expectNothingWhenMemoryRunsOut(calls);
 }
 
 TEST_F(IGCmnReplaceStr, DropsAStringWithoutAValueThatTheCheckAccepts) {
@@ -323,7 +323,7 @@ TEST_F(IGCmnReplaceStr, WritesANumberWithTwoDigitsAtLeast) {
 TEST_F(IGCmnReplaceStr, ReadsTheClockAndTheHostOncePerRun) {
     ::setenv("TZ", "XYZ-5", 1);  // local time is not UTC
     ::tzset();
-    const StandingClock clock(1700000040);  // 22:14:00 UTC of the day before
+    const FixedClock clock(1700000040);  // 22:14:00 UTC of the day before
     root_tbl root{};
     ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
     ::unsetenv("TZ");
@@ -353,7 +353,7 @@ TEST_F(IGCmnReplaceStr, WritesBothEndsOfEveryUnitOfTimeWithTwoDigits) {
         {0, "70 01 01 00 00 00"},
     };
     for (const auto& [now, expected] : cases) {
-        const StandingClock clock(now);
+        const FixedClock clock(now);
         root_tbl root{};
         ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
         EXPECT_EQ(std::string(root.YY) + " " + root.MM + " " + root.DD + " " + root.hh + " " +

@@ -72,7 +72,7 @@ TEST_F(IGIniTable, ReturnsNothingWhenMemoryRunsOut) {
             return failed;
         },
     };
-    expectNothingWhereverMemoryRunsOut(calls);
+    expectNothingWhenMemoryRunsOut(calls);
 }
 
 TEST_F(IGIniTable, FillsEveryRecordWithItsDefaults) {
