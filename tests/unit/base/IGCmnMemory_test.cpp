@@ -168,13 +168,13 @@ TEST_F(IGCmnMemory, ReleasesAChunkWithItsLastUsedSlot) {
     EXPECT_EQ(alloc(8), second[0]) << "one slot in use keeps the chunk";
     free(second[0], 8);
     free(second[1], 8);
-    EXPECT_EQ(alloc(8), full[5]) << "with the chunk its room is gone";
+    EXPECT_EQ(alloc(8), full[5]) << "its slot was released with the chunk";
 }
 
 TEST_F(IGCmnMemory, ReleasesChunksAtBothEndsAndBetween) {
     const std::array<std::vector<Bytes>, 3> chunks{alloc(196, 20), alloc(196, 20), alloc(196, 20)};
-    for (const std::size_t gone : {1U, 2U, 0U}) {
-        for (const Bytes block : chunks[gone]) {
+    for (const std::size_t released : {1U, 2U, 0U}) {
+        for (const Bytes block : chunks[released]) {
             free(block, 196);
         }
     }
@@ -368,7 +368,7 @@ TEST_F(IGCmnMemory, CountsADoubleFreeTwice) {
     free(older[4], 196);
     free(newer[0], 196);
     free(newer[0], 196);
-    EXPECT_EQ(alloc(196), older[4]) << "with its count at nothing the newer chunk is gone";
+    EXPECT_EQ(alloc(196), older[4]) << "the newer chunk is released when its count reaches zero";
 }
 
 TEST_F(IGCmnMemory, FreesALargeBlockWithAnySizeOfItsClassThatReachesIt) {
@@ -650,10 +650,10 @@ class ModelledPool {
                   static_cast<std::ptrdiff_t>(size));
     }
     void drop(std::size_t index, std::size_t size) {
-        const std::size_t gone = model_.free(blocks_[index].place, size);
+        const std::size_t released = model_.free(blocks_[index].place, size);
         blocks_[index] = blocks_.back();
         blocks_.pop_back();
-        forget(gone);
+        forget(released);
     }
     // A released chunk invalidates all of its blocks.
     void forget(std::size_t chunk) {

@@ -410,7 +410,7 @@ TEST_F(IGCmnStr, ReturnsNothingWhenMemoryRunsOut) {
                 EXPECT_EQ(out, nullptr);
             }
             IgCmnMemoryFree(fresh.get(), nullptr, 0);
-            EXPECT_EQ(liveChunks(), before) << "temporaries are gone in every case";
+            EXPECT_EQ(liveChunks(), before) << "temporaries are freed in every case";
         }
     }
 }

@@ -77,7 +77,7 @@ class IGCollectData : public CollectTest {
     }
 
     std::string source(const std::string& name) const { return source_ + "/" + name; }
-    // Where a source goes, and its name in the index.
+    // The destination of a source, and its name in the index.
     std::string copy(const std::string& name) const { return data_dir_ + source(name); }
     std::string listed(const std::string& name) const { return source(name).substr(1); }
 

@@ -102,7 +102,7 @@ class SettleOutput : public CollectTest {
         EXPECT_TRUE(settleOutput(*root_));
         return std::filesystem::is_symlink(link);
     }
-    static std::string gone(const std::string& path) {
+    static std::string missing(const std::string& path) {
         return "ZEPA129-W:A system information(" + path + ") is not found.\n";
     }
 };
@@ -111,14 +111,14 @@ TEST_F(SettleOutput, ReportsALinkWhoseFileIsMissing) {
     for (const bool tools_ran : {false, true}) {
         root_->tools_ran = tools_ran;
         EXPECT_TRUE(staysAsLink("/opt/none"));
-        EXPECT_EQ(takeLog(), gone("/opt/none"));
+        EXPECT_EQ(takeLog(), missing("/opt/none"));
     }
 }
 
 TEST_F(SettleOutput, RemovesABrokenLinkWhoseTargetAUserCanCreate) {
     root_->tools_ran = true;
     EXPECT_FALSE(staysAsLink(path("none")));
-    EXPECT_EQ(takeLog(), gone(path("none")));
+    EXPECT_EQ(takeLog(), missing(path("none")));
     EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
 }
 

@@ -151,15 +151,15 @@ TEST_F(IGSource, FollowsNoUsersLinkIntoTheKernelsFiles) {
 
 TEST_F(IGSource, StaysForeignBehindAUsersLink) {
     writeText(own("file"), "x");
-    link(own(), home("back"));  // root's link leads out of the user's directory
+    link(own(), home("back"));  // root's link points out of the user's directory
     EXPECT_EQ(follow(home("back/file")), Found::FOREIGN);
 }
 
 TEST_F(IGSource, FollowsTheLinksOfProcToTheirFiles) {
-    const std::string gone = own("gone");
-    writeText(gone, "still open");
-    const FdGuard fd(::open(gone.c_str(), O_RDONLY | O_CLOEXEC));
-    fs::remove(gone);
+    const std::string removed = own("gone");
+    writeText(removed, "still open");
+    const FdGuard fd(::open(removed.c_str(), O_RDONLY | O_CLOEXEC));
+    fs::remove(removed);
     Source source;
     const std::string path = "/proc/self/fd/" + std::to_string(fd.get());
     ASSERT_TRUE(sourceFollow(path.c_str(), source));

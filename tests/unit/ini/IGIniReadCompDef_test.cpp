@@ -22,9 +22,9 @@ class IGIniReadCompDef : public RunTest {
         root_ = IgIniGetCmnRoot(pool());
         Capture errors(stderr);
         const int result = IgIniReadCompDef(file_.c_str(), root_, pool());
-        const std::string said = errors.take();
-        EXPECT_EQ(takeLog(), said);
-        return outcome(result, said) + root_->output_dir + " " +
+        const std::string shown = errors.take();
+        EXPECT_EQ(takeLog(), shown);
+        return outcome(result, shown) + root_->output_dir + " " +
                (root_->cleanup == CLEANUP_ON ? "ON" : "OFF") + " " +
                std::to_string(root_->max_output_size);
     }
@@ -42,16 +42,16 @@ class IGIniReadCompDef : public RunTest {
     root_tbl* root_ = nullptr;
 
   private:
-    std::string outcome(int result, const std::string& said) const {
+    std::string outcome(int result, const std::string& shown) const {
         const std::string before =
             "ZEPA119-E:A syntax error occurred.\nZEPA120-E:filename = " + file_ + ", line no = ";
-        if (result == 0 && said.empty()) {
+        if (result == 0 && shown.empty()) {
             return "";
         }
-        if (result == -1 && said.starts_with(before)) {
-            return "syntax " + said.substr(before.size(), said.size() - before.size() - 2) + ": ";
+        if (result == -1 && shown.starts_with(before)) {
+            return "syntax " + shown.substr(before.size(), shown.size() - before.size() - 2) + ": ";
         }
-        return std::to_string(result) + " " + said;
+        return std::to_string(result) + " " + shown;
     }
 };
 

@@ -94,7 +94,7 @@ TEST_F(IGProcessGroup, CountsAsAliveWhenItsStateIsUnknown) {
     EXPECT_TRUE(processGroupLives(living));
     killAndAwait(living);
     reap(living);
-    EXPECT_TRUE(processGroupLives(living));  // gone: a leader must not be reaped
+    EXPECT_TRUE(processGroupLives(living));  // already reaped: its state is unknown
 }
 
 }  // namespace

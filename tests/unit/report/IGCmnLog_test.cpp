@@ -202,9 +202,9 @@ TEST_F(RunLog, ReportsALogThatCannotBeCreated) {
 TEST_F(RunLog, NeedsTheTreeOfVariableData) {
     fs::rename(VAR_TREE, VAR_TREE + ".away");
     int result = 0;
-    const std::string said = errors([&] { result = IgCmnMsgOpenLog(); });
+    const std::string shown = errors([&] { result = IgCmnMsgOpenLog(); });
     fs::rename(VAR_TREE + ".away", VAR_TREE);
-    EXPECT_EQ(said,
+    EXPECT_EQ(shown,
               "ZEPA104-E:The specified directory(/var/opt/norvale/quendil) does not exist.\n");
     EXPECT_EQ(result, -1);
 }
@@ -212,9 +212,9 @@ TEST_F(RunLog, NeedsTheTreeOfVariableData) {
 TEST_F(RunLog, NeedsItsDirectoryToo) {
     fs::rename(LOG_DIR, LOG_DIR + ".away"s);
     int result = 0;
-    const std::string said = errors([&] { result = IgCmnMsgOpenLog(); });
+    const std::string shown = errors([&] { result = IgCmnMsgOpenLog(); });
     fs::rename(LOG_DIR + ".away"s, LOG_DIR);
-    EXPECT_EQ(said, withoutPlace(trio("fopen", ENOENT, "No such file or directory", LOG, "")));
+    EXPECT_EQ(shown, withoutPlace(trio("fopen", ENOENT, "No such file or directory", LOG, "")));
     EXPECT_EQ(result, -1);
 }
 
@@ -275,12 +275,12 @@ TEST_F(CopyIntoRunLog, CopiesTheTextBehindANul) {
 
 TEST_F(CopyIntoRunLog, CopiesAndThenReportsALastLineThatTheLocaleCannotDecode) {
     int result = 0;
-    const std::string said = errors([&] { result = copy("fine\n\xff\xfe"); });
+    const std::string shown = errors([&] { result = copy("fine\n\xff\xfe"); });
     EXPECT_EQ(result, -1);
     const std::string report =
         "ZEPA113-E:An error occurred during the following system call. system call name = "
         "mbstowcs, error code = 84, msg = Invalid or incomplete multibyte or wide character.\n";
-    EXPECT_EQ(said, report);
+    EXPECT_EQ(shown, report);
     EXPECT_EQ(gained(),
               "fine\n\xff\xfe\n" + report + "ZEPA114-E:source = IGCmnStr, line no = N.\n");
 }
@@ -294,20 +294,20 @@ TEST_F(CopyIntoRunLog, ChecksOnlyTheLastPiece) {
     // A piece ends with its line or holds 1023 bytes, wherever a block that is read ends.
     struct Case {
         std::size_t before;  // plain bytes, then one that the locale cannot decode
-        std::size_t behind;  // plain bytes behind it
+        std::size_t after;   // plain bytes after it
         int result;
     };
     for (const Case& c : {Case{0, 1021, -1}, Case{0, 1022, -1}, Case{0, 1023, 0}, Case{1022, 0, -1},
                           Case{1023, 0, -1}, Case{65535, 500, -1}, Case{65536, 500, -1},
                           Case{65471, 63, 0}, Case{65472, 63, -1}, Case{131071, 900, 0}}) {
         for (const char* end : {"", "\n"}) {
-            SCOPED_TRACE(::testing::Message() << c.before << " " << c.behind << " " << end);
+            SCOPED_TRACE(::testing::Message() << c.before << " " << c.after << " " << end);
             start_ = readText(LOG).size();
             const std::string line =
-                std::string(c.before, 'x') + "\xff" + std::string(c.behind, 'y');
+                std::string(c.before, 'x') + "\xff" + std::string(c.after, 'y');
             // With its line feed the line may take one piece more.
             const bool last_piece_is_the_feed =
-                end[0] != '\0' && (c.before + 1 + c.behind) % 1023 == 0;
+                end[0] != '\0' && (c.before + 1 + c.after) % 1023 == 0;
             int result = 0;
             errors([&] { result = copy("first\n" + line + end); });
             EXPECT_EQ(result, last_piece_is_the_feed ? 0 : c.result);

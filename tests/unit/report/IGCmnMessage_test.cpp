@@ -21,7 +21,7 @@ class IGCmnMessage : public MessageTest {
         return outputs([&] { issue(entry); });
     }
 
-    // Where a message of this kind goes, with an open run log.
+    // The text on each output for a message of this kind, with an open run log.
     static Outputs expected(int kind, const std::string& text) {
         switch (kind) {
             case 0:
