@@ -1,14 +1,14 @@
 /*
- * behave: a program that performs its arguments; it plays every tool and archiver in the tests.
+ * behave: a program that performs its arguments; it acts as every tool and archiver in the tests.
  *
  *     behave ACTION...  [-- ARGUMENT...]
  *     behave play SCRIPT [ARGUMENT...]
  *
  * The actions are performed in order; after the last one the program exits with 0. Each action is
- * one word followed by a fixed number of words. ARGUMENTs are not actions: they are what a caller
- * of the played program passed, for the actions that read them. SCRIPT holds one word to a
+ * one word followed by a fixed number of words. ARGUMENTs are not actions: a caller of
+ * the imitated program passed them, for the actions that read them. SCRIPT holds one word to a
  * line; empty lines and lines that begin with '#' are skipped. So a file whose first line is
- * "#!/opt/behave play" is a program of its own, and stands in for any other one.
+ * "#!/opt/behave play" is a program of its own, and can replace any other one.
  *
  * In every word \n \t \r \s (blank) \q (double quote) \z (nothing) \\ and \xHH stand for one byte.
  * A signal is a number or a name without SIG. PATH "-" is the standard output.
@@ -30,22 +30,22 @@
  * Signals
  *     ignore SIGNAL, default SIGNAL, block SIGNAL, unblock SIGNAL
  *     note SIGNAL PATH            from now on append the number of each such signal to PATH
- *     exiton SIGNAL CODE          from now on exit with CODE when the signal comes
+ *     exiton SIGNAL CODE          from now on exit with CODE when the signal arrives
  *     kill SIGNAL WHO             WHO: self, parent, group, or the path of a file with a process id
  *     stop                        stop itself, until continued
  * Waiting
- *     forever                     sleep until killed, whatever signal handlers run
- *     nap MILLISECONDS            sleep so long, whatever signal handlers run
- *     ready PATH                  make PATH, complete from its first moment, with the process id
- *     await PATH                  go on when PATH exists
+ *     forever                     sleep until killed, even if signal handlers run
+ *     nap MILLISECONDS            sleep so long, even if signal handlers run
+ *     ready PATH                  make PATH with the process id, complete at once
+ *     await PATH                  continue when PATH exists
  *     drain PATH                  read the standard input to its end, write the byte count to PATH
  * Processes
- *     child ACTION... end         a child performs these actions; the program itself goes on
+ *     child ACTION... end         a child performs these actions; the program itself continues
  *     wait                        wait for all children
  *     group                       become the leader of a new process group
- *     leave                       go over to the process group of the parent
+ *     leave                       join the process group of the parent
  *     session                     become the leader of a new session
- *     daemon                      go on as an orphan in a new session; the first process exits 0
+ *     daemon                      continue as an orphan in a new session; the first process exits 0
  * The caller's arguments
  *     ifarg TEXT ACTION... end    perform these actions if an argument contains TEXT
  *     once PATH ACTION... end     perform these actions unless PATH exists, and make it
@@ -54,8 +54,8 @@
  *     tarwrite BYTES              write so many bytes to the archive that "tar cf... NAME" names
  *     gzwrite BYTES               write so many bytes to the last argument with ".gz" appended
  *     gzconsume                   remove the file that the last argument names
- * Looking at itself
- *     report PATH                 write what it inherited, as lines KEY=VALUE, complete at once:
+ * Report
+ *     report PATH                 write the inherited state as lines KEY=VALUE, complete at once:
  *                                 argN, pid, ppid, pgid, sid, uid, euid, gid, egid, umask, cwd,
  *                                 blocked, ignored, caught (signal numbers, comma-separated) and,
  *                                 for every open descriptor, fdN=MODE TARGET with MODE r, w or rw
@@ -221,7 +221,7 @@ static void fill_file(const char* path, long size) {
     close(fd);
 }
 
-/* A file that is complete from the moment at which it can be seen. */
+/* Makes a file that is complete as soon as it exists. */
 static void publish(const char* path, const char* text) {
     char hidden[PATH_MAX];
     if (strcmp(path, "-") == 0) {
@@ -443,7 +443,7 @@ static void report(const char* path) {
     free(text);
 }
 
-/* Makes the marker of "once"; answers whether it is new. */
+/* Makes the marker of "once"; returns whether it is new. */
 static int first_time(const char* path) {
     int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0 && errno != EEXIST)
@@ -455,7 +455,7 @@ static int first_time(const char* path) {
 
 /* ---- Actions -------------------------------------------------------------------------------- */
 
-/* Each takes its words; one that opens a block finds next_word at the block's begin. */
+/* Each gets its words; for one that opens a block, next_word is at the block's start. */
 
 static void do_out(char** w) {
     put(1, w[0], strlen(w[0]));
@@ -716,7 +716,7 @@ static const struct action* take_action(char*** taken) {
     return &actions[i];
 }
 
-/* Goes on after the "end" of the block that begins here. */
+/* Skips to the word after the "end" of the block that begins here. */
 static void skip_block(void) {
     for (int depth = 1; depth > 0 && next_word < word_count;) {
         char** taken;
@@ -725,7 +725,7 @@ static void skip_block(void) {
     }
 }
 
-/* Performs actions up to the end of the present block, or of all words. */
+/* Performs actions up to the end of the current block, or of all words. */
 static void perform(void) {
     while (next_word < word_count) {
         char** taken;

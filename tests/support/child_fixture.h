@@ -1,4 +1,4 @@
-// A run whose tests start children: the program "behave" plays them.
+// A run whose tests start children: the program "behave" acts as each of them.
 #ifndef QUENDIL_TESTS_SUPPORT_CHILD_FIXTURE_H
 #define QUENDIL_TESTS_SUPPORT_CHILD_FIXTURE_H
 
@@ -11,7 +11,7 @@
 #include "process/IGCurrentChild.h"
 #include "run_fixture.h"
 
-/// What a child wrote with "report", by key.
+/// The report that a child wrote with "report", by key.
 inline std::map<std::string, std::string> readReport(const std::string& path) {
     std::map<std::string, std::string> report;
     std::istringstream lines(readText(path));
@@ -22,8 +22,8 @@ inline std::map<std::string, std::string> readReport(const std::string& path) {
     return report;
 }
 
-/// Waits until a process that is not ours has ended, be it as a zombie that was not reaped;
-/// false when it still runs after half a minute.
+/// Waits until a process that is not a child of this one has ended or is a zombie; false when it
+/// still runs after half a minute.
 inline bool awaitEnd(pid_t pid) {
     const std::string stat = "/proc/" + std::to_string(pid) + "/stat";
     for (int round = 0; round < 3000; ++round) {

@@ -45,10 +45,10 @@ class CollectTest : public ChildTest {
     root_tbl* root_ = nullptr;
     std::string base_;
     std::string output_;    // the output directory
-    std::string data_dir_;  // where the pattern's data goes
+    std::string data_dir_;  // where the pattern's data is collected
 
   private:
-    TempDir own_{"/opt"};  // root's own, as the installed data directory is
+    TempDir own_{"/opt"};  // owned by root, as the installed data directory is
     std::string name_ = "host_250101000000";
 };
 

@@ -1,4 +1,4 @@
-// What every function that allocates must bear: each of its allocations fails once.
+// A check for every function that allocates: each of its allocations fails once.
 #ifndef QUENDIL_TESTS_EVERY_ALLOCATION_H
 #define QUENDIL_TESTS_EVERY_ALLOCATION_H
 
@@ -10,11 +10,11 @@
 #include "run_fixture.h"
 #include "standing_in.h"
 
-/// Makes each of the calls with its first, second, ... allocation failing, until one passes. A call
-/// takes a pool of its own and says whether it gave nothing, which it must, with one report,
+/// Makes each of the calls with its first, second, ... allocation failing, until none fails. A call
+/// gets a pool of its own and returns whether it gave nothing; it must do so, with one report,
 /// exactly when an allocation failed.
 template <typename Calls>
-void expectNothingWhereverMemoryRunsOut(const Calls& calls) {
+void expectNothingWhenMemoryRunsOut(const Calls& calls) {
     for (std::size_t i = 0; i < calls.size(); ++i) {
         bool failed = true;
         for (int nth = 1; failed; ++nth) {

@@ -1,6 +1,6 @@
-// Stands in for the two calls that waiting for a child and stopping it are made of: a sleep is
-// noted and costs no time, a signal is noted and may be kept from its target. To be included by one
-// file of a test: it defines the C library's functions for the whole program.
+// Replaces the two calls that wait for a child and stop it: a sleep is recorded and takes no time,
+// a signal is recorded and may be withheld from its target. Only one file of a test may include
+// this: it defines the C library's functions for the whole program.
 #ifndef QUENDIL_TESTS_SUPPORT_FAKE_WAIT_H
 #define QUENDIL_TESTS_SUPPORT_FAKE_WAIT_H
 
@@ -26,7 +26,7 @@ struct FakeWait {
     int select_error = 0;                     // of every sleep
     int kill_error = 0;                       // of every signal that is lost
     std::function<void()> on_sleep;
-    std::function<void()> on_signal;  // once, before the next signal is sent and noted
+    std::function<void()> on_signal;  // once, before the next signal is recorded and sent
 };
 inline FakeWait fake_wait;
 
@@ -48,7 +48,7 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* spe
     }
     errno = fake_wait.select_error;
     if (fake_wait.select_error == 0) {
-        *time = {0, 0};  // as the kernel does: nothing is left of it
+        *time = {0, 0};  // as the kernel does: no time is left
     }
     return fake_wait.select_error == 0 ? 0 : -1;
 }

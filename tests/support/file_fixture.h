@@ -1,4 +1,4 @@
-// A run with a directory of its own, whose tests compare what a call reports.
+// A run with a directory of its own, whose tests compare the reports of a call.
 #ifndef QUENDIL_TESTS_SUPPORT_FILE_FIXTURE_H
 #define QUENDIL_TESTS_SUPPORT_FILE_FIXTURE_H
 
@@ -8,7 +8,7 @@
 
 #include "run_fixture.h"
 
-/// The permissions of a file, whose links are not followed.
+/// The permissions of a file; a link is not followed.
 inline mode_t modeOf(const std::string& path) {
     struct stat st = {};
     return ::lstat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
@@ -20,7 +20,7 @@ inline mode_t umaskNow() {
     return mask;
 }
 
-/// How a call that must not get a null pointer says so.
+/// The assertion message of a call that must not get a null pointer.
 inline std::string nullOf(const std::string& name) {
     return name + " != \\(\\(void \\*\\)0\\)";
 }
@@ -37,8 +37,7 @@ class FileTest : public RunTest {
     }
     std::string path(const std::string& name = "") { return dir_.path(name); }
 
-    /// What a call reports, that is what it adds to the run log; the terminal shows the same
-    /// without the place.
+    /// What a call adds to the run log; the terminal must show the same without the places.
     template <typename Body>
     std::string reported(Body body) {
         Capture err(stderr);

@@ -1,5 +1,5 @@
-// Runs code in a child process of its own and keeps what it printed: for state that lives as long
-// as the process, for code that ends the process, and for limits that must not outlast a test.
+// Runs code in a child process and keeps its output: for state that lasts as long as the process,
+// for code that ends the process, and for limits that must not outlast a test.
 #ifndef QUENDIL_TESTS_SUPPORT_IN_CHILD_H
 #define QUENDIL_TESTS_SUPPORT_IN_CHILD_H
 
@@ -67,8 +67,8 @@ ChildResult inChild(Body body) {
             in_child::takeScratch(err)};
 }
 
-/// Leaves the process without memory: no block of 16 bytes or more can be had any more. For
-/// children only, and not where the address sanitizer stands in for the allocator.
+/// Uses up all memory of the process: no block of 16 bytes or more can be allocated any more. For
+/// children only, and not where the address sanitizer replaces the allocator.
 inline void exhaustMemory() {
     const struct rlimit none = {0, 0};
     if (::setrlimit(RLIMIT_AS, &none) != 0) {

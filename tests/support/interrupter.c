@@ -4,19 +4,19 @@
  *     interrupter REPORT [WHERE SIGNAL WHO]... -- PROGRAM [ARGUMENT...]
  *
  * The program stops twice at every system call: before it and after it. Of a series of one-byte
- * writes, which is how a progress bar is drawn, only the first counts. The program's life is cut
- * into segments: a new one begins each time it has made a child and each time it has reaped one,
- * and the stops of a segment are counted from 1. WHERE is SEGMENT:STOP with segments counted from
- * 0, or +N: the N-th stop after the signal before this one, or before:CALL or after:CALL: the first
- * such stop after that signal. WHO is "process", or "group" for everything that shares the
+ * writes, which is how a progress bar is drawn, only the first counts. The program's run is
+ * divided into segments: a new one begins each time it has made a child and each time it has reaped
+ * one, and the stops of a segment are counted from 1. WHERE is SEGMENT:STOP with segments counted
+ * from 0, or +N: the N-th stop after the signal before this one, or before:CALL or after:CALL: the
+ * first such stop after that signal. WHO is "process", or "group" for everything that shares the
  * program's process group, which it leads.
  *
- * Children run free. All the program's own signals take their course.
+ * Children run untraced. All the program's own signals are delivered.
  *
  * REPORT gets a line for every signal sent: "SEGMENT STOP before|after CALL". Without any signal to
- * send it gets such a line for every stop. Calls that no test asks for are shown by their number.
+ * send it gets such a line for every stop. Calls that no test names are shown by their number.
  *
- * The program's end becomes that of this one: the same exit code, or death by the same signal. A
+ * This program ends like PROGRAM: with the same exit code, or killed by the same signal. A
  * wrong word or a failed call ends it with 121 and a line on the standard error.
  */
 
@@ -78,7 +78,7 @@ static long number(const char* word) {
     return value;
 }
 
-/* The rest of a word that begins so; NULL when it does not. */
+/* The rest of a word after its beginning; NULL when it begins otherwise. */
 static const char* behind(const char* word, const char* beginning) {
     const size_t length = strlen(beginning);
     return strncmp(word, beginning, length) == 0 ? word + length : NULL;
@@ -176,7 +176,7 @@ static bool makes_child(unsigned long call) {
     return call == SYS_clone || call == SYS_clone3;
 }
 
-/* ptrace(2); false when SIGKILL, which waits for nobody, has ended the program meanwhile. */
+/* ptrace(2); false when SIGKILL has ended the program meanwhile. */
 static bool trace(enum __ptrace_request request, pid_t process, void* address, void* data) {
     const bool done = ptrace(request, process, address, data) != -1;
     if (!done && errno != ESRCH)
@@ -208,7 +208,7 @@ static bool is_due(bool before, unsigned long call) {
     }
 }
 
-/* One stop. `call` is the call that is about to be made, or has been made. */
+/* Handles one stop before or after `call`. */
 static void visit(bool before, unsigned long call) {
     stop++;
     since_signal++;
@@ -220,7 +220,7 @@ static void visit(bool before, unsigned long call) {
         send_signal(&orders[orders_done]);
 }
 
-static unsigned long call = SYS_execve; /* the one that is made; at first that of the program */
+static unsigned long call = SYS_execve; /* the current one; at first the start of PROGRAM */
 static bool tiny_write;
 static bool repeated;
 
@@ -245,8 +245,8 @@ static void take_syscall_stop(void) {
     }
 }
 
-/* Lets a child go that the kernel has attached to us. The first segment that we need to see may
- * begin with it: stopping at every call before would cost time and show nothing. */
+/* Detaches a child that the kernel has attached. The first segment with a signal may begin with it:
+ * stopping at every earlier call would only cost time. */
 static void take_new_child(void) {
     static long children;
     unsigned long child = 0;
@@ -262,7 +262,7 @@ static void take_new_child(void) {
     }
 }
 
-/* One stop of the program; returns the signal that it is to take. */
+/* Handles one stop of the program; returns the signal to deliver to it. */
 static int take_stop(int status) {
     switch (status >> 8) {
         case SYSCALL_STOP:
@@ -286,7 +286,7 @@ static int take_stop(int status) {
 static int follow(void) {
     for (int pass_on = 0;;) {
         if (order_count > 0 && orders_done == order_count)
-            watching = CHILDREN; /* only to let them go */
+            watching = CHILDREN; /* only to detach them */
         const int request = watching == CALLS ? PTRACE_SYSCALL : PTRACE_CONT;
         trace(request, program, NULL, (void*)(long)pass_on);
         int status = 0;

@@ -17,7 +17,7 @@
 /// What a holder does once another process opens a file.
 enum class WhenAsked { GIVES_UP, KEEPS };
 
-/// Write leases on files, from the beginning of its life to its end at the latest.
+/// Holds write leases on files while it exists.
 class LeaseHolder {
   public:
     LeaseHolder(const std::vector<std::string>& paths, WhenAsked when_asked) {

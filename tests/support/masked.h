@@ -23,8 +23,8 @@ inline bool appendTo(void* result, const char* bytes, std::size_t size) {
     return true;
 }
 
-/// What the filter makes of a text that it gets in blocks of a size, with long lines in parts of a
-/// size.
+/// The output of the filter for a text that it gets in blocks of `block` bytes, with long lines in
+/// parts of `part` bytes.
 inline std::string masked(const std::string& given, std::size_t block = SECRET_PART,
                           std::size_t part = SECRET_PART) {
     const auto text = std::make_unique<secret_text>();
@@ -42,7 +42,7 @@ inline std::string masked(const std::string& given, std::size_t block = SECRET_P
     return result;
 }
 
-/// As many copies of a text as reach a size in bytes.
+/// Enough copies of a text to reach a size in bytes.
 inline std::string repeated(const std::string& unit, std::size_t size) {
     std::string text;
     while (text.size() < size) {
@@ -78,7 +78,7 @@ inline std::string withValue(std::string line, const std::string& value) {
     return line + "\n";
 }
 
-/// Checks that of each line the secrets are hidden, and nothing else. "{}" is the place of a
+/// Checks that the filter hides the secrets of each line, and nothing else. "{}" is the place of a
 /// secret.
 template <std::size_t N>
 void expectHidden(const char* const (&rows)[N]) {
@@ -95,7 +95,7 @@ void expectKept(const char* const (&rows)[N]) {
     }
 }
 
-/// A text and what the filter makes of it.
+/// A text and the output of the filter for it.
 struct MaskedText {
     std::string given;
     std::string result;

@@ -1,4 +1,4 @@
-// The catalogue of messages once more, and a call that issues any of them.
+// A second copy of the catalogue of messages, and a call that issues any of them.
 #ifndef QUENDIL_TESTS_SUPPORT_MESSAGE_CATALOGUE_H
 #define QUENDIL_TESTS_SUPPORT_MESSAGE_CATALOGUE_H
 
@@ -18,8 +18,8 @@ struct Entry {
     const char* text;
 };
 
-// The catalogue once more, in the order of its numbers: what users, their scripts and our documents
-// rely on. A change of a text has to be made in both places.
+// A second copy of the catalogue, in the order of its numbers: users, their scripts and the
+// documents rely on these texts. A change of a text has to be made in both places.
 inline const std::vector<Entry> CATALOGUE{
     {0, 2, 0, 0, "ZEPA101-E:The specified option(%s) is invalid.\n"},
     {1, 2, 0, 0, "ZEPA102-E:The specified option(%s) requires an argument.\n"},
@@ -155,7 +155,7 @@ inline const std::vector<Entry> CATALOGUE{
      "skip the file (%s).\n"},
 };
 
-// One value for each kind of placeholder, past 32 bits where the placeholder is.
+// One value for each kind of placeholder; the one for %lld needs more than 32 bits.
 inline constexpr const char* TEXT = "some text";
 inline constexpr int NUMBER = -7;
 inline constexpr long long LONG_NUMBER = 5'000'000'000;
@@ -172,7 +172,7 @@ inline std::string filledIn(std::string text) {
     return text;
 }
 
-// Issues a message with the values above, as its text wants them.
+// Issues a message with the values above for its placeholders.
 inline void issue(const Entry& entry) {
     std::string kinds;
     const std::string text = entry.text;

@@ -1,4 +1,4 @@
-// Mounts for one scope, on the private machine that a unit test runs on: what makes system calls
+// Mounts for one scope, on the private machine that a unit test runs on: they make system calls
 // fail for the super user too.
 #ifndef QUENDIL_TESTS_SUPPORT_MOUNTED_H
 #define QUENDIL_TESTS_SUPPORT_MOUNTED_H

@@ -4,8 +4,8 @@
  *
  *     old_kernel PROGRAM [ARGUMENT...]
  *
- * It holds for all that the program starts. A wrong word or a failed call ends it with 121 and a
- * line on the standard error.
+ * It applies to every process that the program starts. A wrong word or a failed call ends it with
+ * 121 and a line on the standard error.
  */
 
 #define _GNU_SOURCE
@@ -20,7 +20,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-/* The calls of this machine, and the number of the first that Linux 4.18 does not have. */
+/* This architecture, and the number of the first call that Linux 4.18 does not have. */
 #if defined(__x86_64__)
 static const unsigned MACHINE = AUDIT_ARCH_X86_64;
 enum { FIRST_NEW = 335 };

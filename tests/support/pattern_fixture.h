@@ -1,4 +1,4 @@
-// A run whose tests read a pattern file and compare the table that it becomes.
+// A run whose tests read a pattern file and compare the resulting table.
 #ifndef QUENDIL_TESTS_SUPPORT_PATTERN_FIXTURE_H
 #define QUENDIL_TESTS_SUPPORT_PATTERN_FIXTURE_H
 
@@ -74,10 +74,10 @@ inline std::string patternText(const pickptn_tbl& ptn) {
     return text;
 }
 
-// A text of the file and what becomes of it: the table in one line, or one of
+// A text of the file and the result of reading it: the table in one line, or one of
 //     "syntax N"   the file is skipped for a syntax error in line N
 //     "format"     the file is skipped for its format version
-//     "newer"      the file is skipped for a format version beyond ours
+//     "newer"      the file is skipped for a newer format version
 struct Case {
     std::string text;
     std::string expected;
@@ -90,7 +90,7 @@ class PatternTest : public RunTest {
         file_ = directory_.path("10_pattern");
     }
 
-    // Result of reading the file at hand.
+    // Reads the current file; returns the result.
     int readFile() {
         ptn_ = IgIniGetPickPtn(pool());
         root_.crnt_ptn_def = ptn_;

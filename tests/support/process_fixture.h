@@ -17,7 +17,7 @@ using Words = std::vector<std::string>;
 
 inline constexpr std::int32_t UNTOUCHED = 12345;
 
-// What the runner made of a request.
+// The runner's results for a request.
 struct Outcome {
     int result;
     std::int32_t exit_cd;
@@ -30,7 +30,7 @@ inline void PrintTo(const Outcome& outcome, std::ostream* out) {
          << outcome.status;
 }
 
-// A signal action or mask of the test's own process, put back in the end.
+// A signal action of the test's own process, restored in the end.
 class SignalAction {
   public:
     SignalAction(int signo, void (*handler)(int)) : signo_(signo) {
@@ -75,7 +75,7 @@ class ProcessTest : public ChildTest {
         Outcome outcome{UNTOUCHED, UNTOUCHED, 0};
         const mode_t mask = ::umask(022);
         outcome.result = IgCmnExecProcess(&request, &outcome.exit_cd, &outcome.status);
-        EXPECT_EQ(::umask(mask), 022U);  // the parent's own is back
+        EXPECT_EQ(::umask(mask), 022U);  // the parent's umask is restored
         EXPECT_EQ(crnt_child.pid, 0);
         return outcome;
     }
@@ -83,7 +83,7 @@ class ProcessTest : public ChildTest {
         return execute(BEHAVE, words, request);
     }
 
-    // Nothing of a redirection is left in the parent.
+    // The parent keeps no descriptor of a redirection.
     void expectOwnDescriptors() const {
         EXPECT_TRUE(sameFile(STDOUT_FILENO, stdout_));
         EXPECT_TRUE(sameFile(STDERR_FILENO, stderr_));

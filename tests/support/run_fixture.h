@@ -1,5 +1,5 @@
-// What tests of the upper floors share: a run in its start state with an open run log that can be
-// read back, a pool and a directory that free themselves, and capture of the standard streams.
+// Shared by most unit tests: a run in its start state with an open run log that can be read back, a
+// pool and a directory that free themselves, and capture of the standard streams.
 #ifndef QUENDIL_TESTS_SUPPORT_RUN_FIXTURE_H
 #define QUENDIL_TESTS_SUPPORT_RUN_FIXTURE_H
 
@@ -33,8 +33,8 @@ inline constexpr const char* BIN_DIR = "/opt/norvale/quendil/bin";
 inline constexpr const char* PATTERN_DIR = "/etc/opt/norvale/quendil/pattern";
 inline constexpr const char* CONFIG_FILE = "/etc/opt/norvale/quendil/config/quendil_conf";
 
-/// What a file holds; nothing when it cannot be opened or read, as the files of a process that ends
-/// meanwhile (ESRCH).
+/// The content of a file; empty when it cannot be opened or read, as the files of a process that
+/// ends meanwhile (ESRCH).
 inline std::string readText(const std::filesystem::path& path) {
     const std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
@@ -49,11 +49,11 @@ inline void writeText(const std::filesystem::path& path, const std::string& text
     ASSERT_TRUE(file.good()) << path;
 }
 
-/// The line of the source changes with every edit: "line no = N" in every report
-/// of a place. A line of a user's file (ZEPA120-E, ZEPA138-W) stays.
+/// Masks the source line of every reported place, which changes with every edit, as "line no = N".
+/// A line of a user's file (ZEPA120-E, ZEPA138-W) is kept.
 inline std::string masked(const std::string& text) {
     if (text.find(":source = ") == std::string::npos) {
-        return text;  // by far the most texts; the search is slow
+        return text;  // true of most texts; the search below is slow
     }
     static const std::regex place("(ZEPA1(14-E|41-W):source = [A-Za-z]+, line no = )[1-9][0-9]*");
     return std::regex_replace(text, place, "$1N");
@@ -138,7 +138,7 @@ class TempDir {
     std::string path_;
 };
 
-/// Sends a standard stream's descriptor into a file until its text is taken or the owner ends.
+/// Redirects a standard stream's descriptor to a file until its text is taken or the scope ends.
 class Capture {
   public:
     explicit Capture(std::FILE* stream)
@@ -184,7 +184,7 @@ class Capture {
     int saved_;
 };
 
-/// Puts the variables of the run into their start state.
+/// Sets the variables of the run to their start state.
 inline void resetRunState() {
     run_state.cmd_name = nullptr;
     run_state.ret_code = RETCODE_FAILED;
@@ -199,7 +199,7 @@ inline void resetRunState() {
     run_hooks.report_interruption = [] { IgCmnMsg<ZEPA136_E>(run_state.signal_no.load()); };
 }
 
-/// A run in its start state, its run log open. What the run log gains is taken with takeLog().
+/// A run in its start state, its run log open. takeLog() returns what was added to the run log.
 class RunTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -213,12 +213,12 @@ class RunTest : public ::testing::Test {
         std::setlocale(LC_ALL, "C");
     }
 
-    /// What the run log has gained since the last call, places masked.
+    /// The text added to the run log since the last call, places masked.
     std::string takeLog() {
         const std::string text = readText(std::string(LOG_DIR) + "/quendil.log");
-        const std::string gained = text.substr(taken_);
+        const std::string added = text.substr(taken_);
         taken_ = text.size();
-        return masked(gained);
+        return masked(added);
     }
 
     memory_pool* pool() { return pool_.get(); }

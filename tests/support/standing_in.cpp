@@ -15,7 +15,7 @@
 
 namespace {
 
-// Plain data only: the allocator is called before any constructor has run.
+// Plain data only: the allocator is called before any constructor runs.
 struct Order {
     bool given;
     Call call;
@@ -24,8 +24,8 @@ struct Order {
     bool happened;
 };
 Order order;
-std::time_t standing_time;
-bool clock_stands;
+std::time_t fixed_time;
+bool clock_fixed;
 const std::string* host_name;
 void (*at_end_of_directory)();
 std::atomic<std::size_t> live_chunks;  // may wrap around: blocks from elsewhere are freed too
@@ -62,13 +62,13 @@ bool FailingCall::happened() {
     return order.happened;
 }
 
-StandingClock::StandingClock(std::time_t now) {
-    standing_time = now;
-    clock_stands = true;
+FixedClock::FixedClock(std::time_t now) {
+    fixed_time = now;
+    clock_fixed = true;
 }
 
-StandingClock::~StandingClock() {
-    clock_stands = false;
+FixedClock::~FixedClock() {
+    clock_fixed = false;
 }
 
 HostNamed::HostNamed(std::string name) {
@@ -91,11 +91,11 @@ std::size_t liveChunks() {
     return live_chunks;
 }
 
-bool nothingStandsIn() {
-    return !order.given && !clock_stands && host_name == nullptr && at_end_of_directory == nullptr;
+bool noCallIsReplaced() {
+    return !order.given && !clock_fixed && host_name == nullptr && at_end_of_directory == nullptr;
 }
 
-// IgCmnMemoryAlloc(memory_pool*, std::size_t), by the name that the linker knows it by.
+// IgCmnMemoryAlloc(memory_pool*, std::size_t), by its symbol name.
 void* realPoolAlloc(memory_pool* memoryp,
                     std::size_t size) asm("__real__Z16IgCmnMemoryAllocPP10MemoryPoolm");
 void* wrapPoolAlloc(memory_pool* memoryp,
@@ -166,7 +166,7 @@ int __wrap_gethostname(char* name, std::size_t size) {
     if (host_name == nullptr) {
         return __real_gethostname(name, size);
     }
-    // As POSIX allows: a name that does not fit is cut off, with or without its end.
+    // As POSIX allows: a name that does not fit is truncated, perhaps without a terminator.
     std::copy_n(host_name->c_str(), std::min(host_name->size() + 1, size), name);
     return 0;
 }
@@ -206,12 +206,12 @@ std::size_t __wrap_wcstombs(char* out, const wchar_t* text, std::size_t count) {
 std::time_t __real_time(std::time_t* now);
 std::time_t __wrap_time(std::time_t* now);
 std::time_t __wrap_time(std::time_t* now) {
-    if (!clock_stands) {
+    if (!clock_fixed) {
         return __real_time(now);
     }
     if (now != nullptr) {
-        *now = standing_time;
+        *now = fixed_time;
     }
-    return standing_time;
+    return fixed_time;
 }
 }

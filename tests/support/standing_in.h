@@ -1,6 +1,6 @@
-// Calls of the system that a unit test stands in for: they fail when the test says so, or answer
-// what it wants. The linker leads the product's calls here (--wrap), in every build and under every
-// sanitizer; without an order they do what they always do.
+// System calls that a unit test replaces: they fail or return a given result when the test requests
+// it. The linker redirects the product's calls here (--wrap), in every build and under every
+// sanitizer; without a request each calls the real function.
 #ifndef QUENDIL_TESTS_SUPPORT_STANDING_IN_H
 #define QUENDIL_TESTS_SUPPORT_STANDING_IN_H
 
@@ -8,13 +8,13 @@
 #include <ctime>
 #include <string>
 
-/// What can be made to fail.
+/// The calls that can be made to fail.
 enum class Call {
     CALLOC,  // the one allocator behind the memory pool
-    POOL,    // a block from a pool, whether or not it would need the allocator
+    POOL,    // a block from a pool, with or without a call of the allocator
     UNGETWC,
     READDIR,
-    REMOVE,  // with no error: it succeeds, but what it removed is there again at once
+    REMOVE,  // with no error: it succeeds, but the removed file exists again at once
     GETHOSTNAME,
     FORK,
     CLOSE_RANGE,
@@ -23,7 +23,7 @@ enum class Call {
     WCSTOMBS,
 };
 
-/// While it lives, one call fails with an error number: the n-th, counted from 1 at its start.
+/// While it exists, one call fails with an error number: the n-th, counted from 1 at its start.
 class FailingCall {
   public:
     FailingCall(Call call, int nth, int error);
@@ -34,16 +34,16 @@ class FailingCall {
     [[nodiscard]] static bool happened();
 };
 
-/// While it lives, the clock stands still.
-class StandingClock {
+/// While it exists, the clock does not move.
+class FixedClock {
   public:
-    explicit StandingClock(std::time_t now);
-    ~StandingClock();
-    StandingClock(const StandingClock&) = delete;
-    StandingClock& operator=(const StandingClock&) = delete;
+    explicit FixedClock(std::time_t now);
+    ~FixedClock();
+    FixedClock(const FixedClock&) = delete;
+    FixedClock& operator=(const FixedClock&) = delete;
 };
 
-/// While it lives, the host has this name, which may be longer than the kernel would take.
+/// While it exists, the host has this name, which may be longer than the kernel would accept.
 class HostNamed {
   public:
     explicit HostNamed(std::string name);
@@ -52,7 +52,7 @@ class HostNamed {
     HostNamed& operator=(const HostNamed&) = delete;
 };
 
-/// While it lives, something happens when the next directory has been read to its end.
+/// While it exists, `happens` is called when the next directory has been read to its end.
 class AtEndOfDirectory {
   public:
     explicit AtEndOfDirectory(void (*happens)());
@@ -64,7 +64,7 @@ class AtEndOfDirectory {
 /// Blocks that the product has from calloc and has not freed yet. Only differences count.
 std::size_t liveChunks();
 
-/// True when no test has left anything behind that still stands in.
-bool nothingStandsIn();
+/// True when no call is replaced any more.
+bool noCallIsReplaced();
 
 #endif

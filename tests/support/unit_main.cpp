@@ -7,11 +7,10 @@
 
 namespace {
 
-// What stands in for a call of the system ends with its test, and so does an interruption of the
-// run.
+// Every test must end its replacements of system calls, and the interruption of its run.
 class NothingLeft : public ::testing::EmptyTestEventListener {
     void OnTestEnd(const ::testing::TestInfo& /*test*/) override {
-        EXPECT_TRUE(nothingStandsIn());
+        EXPECT_TRUE(noCallIsReplaced());
         EXPECT_EQ(run_state.interrupted, 0);
         EXPECT_EQ(run_state.patience, PATIENCE);
     }

@@ -1,4 +1,4 @@
-// As a release build has it: without the checks of the C library.
+// As in a release build: without the assertions of the C library.
 #ifndef NDEBUG
 #define NDEBUG
 #endif
@@ -11,9 +11,9 @@
 
 namespace {
 
-TEST(IGAssertDeathTest, StaysWhereTheChecksOfTheLibraryAreDropped) {
+TEST(IGAssertDeathTest, ChecksInAReleaseBuildToo) {
     const int* memoryp = nullptr;
-    assert(memoryp != nullptr);  // is nothing here
+    assert(memoryp != nullptr);  // expands to nothing here
     EXPECT_DEATH(IG_ASSERT_NOT_NULL(memoryp),
                  "^[^:]*IGAssert_test.cpp:[1-9][0-9]*: [A-Za-z]+: Assertion `memoryp != \\(\\(void "
                  "\\*\\)0\\)' failed\\.\n$");
@@ -24,11 +24,11 @@ TEST(IGAssertDeathTest, AbortsAndDoesNotExit) {
     EXPECT_EXIT(IG_ASSERT_NOT_NULL(path), ::testing::KilledBySignal(SIGABRT), "path != ");
 }
 
-TEST(IGAssert, LetsEverythingElsePassAndLooksAtItOnce) {
-    int looks = 0;
-    const auto pointer = [&looks] { return ++looks != 0 ? &looks : nullptr; };
+TEST(IGAssert, AcceptsOtherPointersAndEvaluatesThemOnce) {
+    int evaluations = 0;
+    const auto pointer = [&evaluations] { return ++evaluations != 0 ? &evaluations : nullptr; };
     IG_ASSERT_NOT_NULL(pointer());
-    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(evaluations, 1);
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ TEST_F(IGCmnList, ReturnsTheNewCountOfEachAddition) {
     }
 }
 
-TEST_F(IGCmnList, GivesItsValuesInTheOrderAdded) {
+TEST_F(IGCmnList, ReturnsItsValuesInTheOrderAdded) {
     IgCmnListHeader list{};
     std::array<int, 100> values{};
     for (int& value : values) {
@@ -70,7 +70,7 @@ TEST_F(IGCmnList, StaysAtItsEnd) {
     EXPECT_EQ(IgCmnListFindFirst(&list, &handle), &value) << "and can begin again";
 }
 
-TEST_F(IGCmnList, CanBeWalkedSeveralTimesAtOnce) {
+TEST_F(IGCmnList, SupportsSeveralWalksAtOnce) {
     const IgCmnListHeader* list = listOf({"a", "b", "c"});
     std::string pairs;
     for (const char& outer : walkStrings(list)) {
@@ -100,7 +100,7 @@ TEST_F(IGCmnList, HasTypedWalks) {
     }
 }
 
-TEST_F(IGCmnList, IsMadeByItsFirstValue) {
+TEST_F(IGCmnList, IsCreatedByItsFirstValue) {
     IgCmnListHeader* list = nullptr;
     int value = 0;
     EXPECT_EQ(IgCmnListAppend(pool(), &list, &value), 1);
@@ -111,7 +111,7 @@ TEST_F(IGCmnList, IsMadeByItsFirstValue) {
     EXPECT_EQ(list->first->next, nullptr);
 }
 
-TEST_F(IGCmnList, StaysAsItIsWhenMemoryRunsOut) {
+TEST_F(IGCmnList, IsUnchangedWhenMemoryRunsOut) {
     IgCmnListHeader list{};
     int value = 0;
     ASSERT_EQ(IgCmnListAdd(pool(), &list, &value), 1);

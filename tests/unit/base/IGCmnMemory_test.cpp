@@ -19,7 +19,7 @@
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 
-// An allocation that the system refuses must come back as null here too.
+// The address sanitizer must return null for a failed allocation too.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
@@ -30,7 +30,7 @@ namespace {
 using Bytes = std::uint8_t*;
 
 constexpr const char* NO_MEMORY = "ZEPA122-E:Memory is insufficient.\n";
-constexpr std::size_t SLOTS_BYTES = 4096 - 80;  // what a chunk's header leaves of it
+constexpr std::size_t SLOTS_BYTES = 4096 - 80;  // of a chunk, without its header
 
 struct ClassRow {
     std::size_t smallest;
@@ -68,7 +68,7 @@ class IGCmnMemory : public ::testing::Test {
     Pool pool_;
 };
 
-TEST_F(IGCmnMemory, LaysTheBlocksOfAClassSideBySideUntilTheChunkIsFull) {
+TEST_F(IGCmnMemory, PlacesTheBlocksOfAClassSideBySideUntilTheChunkIsFull) {
     for (const ClassRow& row : CLASSES) {
         for (const std::size_t size : {row.smallest, row.largest}) {
             SCOPED_TRACE(size);
@@ -95,7 +95,7 @@ TEST_F(IGCmnMemory, ServesEveryRequestUpTo196BytesFromAClass) {
     }
 }
 
-TEST_F(IGCmnMemory, GivesARequestAbove196BytesAChunkOfItsOwn) {
+TEST_F(IGCmnMemory, AllocatesARequestAbove196BytesInItsOwnChunk) {
     for (const std::size_t size : {197U, 198U, 4096U, 100000U}) {
         SCOPED_TRACE(size);
         const Bytes first = alloc(size);
@@ -115,7 +115,7 @@ TEST_F(IGCmnMemory, AlignsEveryBlockTo8Bytes) {
     }
 }
 
-TEST_F(IGCmnMemory, FillsBlocksWithZerosAlsoWhereOthersHaveBeen) {
+TEST_F(IGCmnMemory, FillsReusedBlocksWithZerosToo) {
     for (const std::size_t size : {1U, 8U, 24U, 48U, 72U, 96U, 97U, 196U, 197U, 5000U}) {
         SCOPED_TRACE(size);
         const std::vector<Bytes> blocks = alloc(size, 4);
@@ -142,7 +142,7 @@ TEST_F(IGCmnMemory, TakesTheLowestFreeSlotOfAChunk) {
     EXPECT_EQ(alloc(8), blocks[19] + 8);
 }
 
-TEST_F(IGCmnMemory, LooksForRoomInTheNewestChunkFirst) {
+TEST_F(IGCmnMemory, SearchesTheNewestChunkFirst) {
     const std::vector<Bytes> oldest = alloc(196, 20);
     const std::vector<Bytes> middle = alloc(196, 20);
     const std::vector<Bytes> newest = alloc(196, 20);
@@ -154,7 +154,7 @@ TEST_F(IGCmnMemory, LooksForRoomInTheNewestChunkFirst) {
     EXPECT_EQ(alloc(196), oldest[2]);
 }
 
-TEST_F(IGCmnMemory, FillsAChunkOf502SlotsAndGoesOnInASecond) {
+TEST_F(IGCmnMemory, FillsAChunkOf502SlotsAndThenASecond) {
     const std::vector<Bytes> blocks = alloc(8, 503);
     EXPECT_EQ(blocks[501], blocks[0] + std::size_t{501} * 8);
     EXPECT_EQ(alloc(8), blocks[502] + 8);
@@ -168,13 +168,13 @@ TEST_F(IGCmnMemory, ReleasesAChunkWithItsLastUsedSlot) {
     EXPECT_EQ(alloc(8), second[0]) << "one slot in use keeps the chunk";
     free(second[0], 8);
     free(second[1], 8);
-    EXPECT_EQ(alloc(8), full[5]) << "with the chunk its room is gone";
+    EXPECT_EQ(alloc(8), full[5]) << "its slot was released with the chunk";
 }
 
 TEST_F(IGCmnMemory, ReleasesChunksAtBothEndsAndBetween) {
     const std::array<std::vector<Bytes>, 3> chunks{alloc(196, 20), alloc(196, 20), alloc(196, 20)};
-    for (const std::size_t gone : {1U, 2U, 0U}) {
-        for (const Bytes block : chunks[gone]) {
+    for (const std::size_t released : {1U, 2U, 0U}) {
+        for (const Bytes block : chunks[released]) {
             free(block, 196);
         }
     }
@@ -185,7 +185,7 @@ TEST_F(IGCmnMemory, ReleasesChunksAtBothEndsAndBetween) {
 
 TEST_F(IGCmnMemory, ReturnsEverythingToTheSystem) {
     const auto in_use = [] { return ::mallinfo2().uordblks; };
-    // The system's allocator keeps a few small blocks at hand that it counts as used.
+    // The system's allocator caches a few small blocks that it counts as used.
     const std::size_t limit = in_use() + 8192;
     for (const std::size_t size : {8U, 196U, 197U, 3000U}) {
         for (const Bytes block : alloc(size, 1000)) {
@@ -206,7 +206,7 @@ TEST_F(IGCmnMemory, FreesWithAnySizeOfTheBlocksClass) {
     EXPECT_EQ(alloc(16), blocks[0]);
 }
 
-TEST_F(IGCmnMemory, LeavesABlockAloneThatIsFreedWithASizeOfAnotherClass) {
+TEST_F(IGCmnMemory, KeepsABlockThatIsFreedWithASizeOfAnotherClass) {
     struct Case {
         std::size_t allocated;
         std::size_t freed;
@@ -224,7 +224,7 @@ TEST_F(IGCmnMemory, LeavesABlockAloneThatIsFreedWithASizeOfAnotherClass) {
     }
 }
 
-TEST_F(IGCmnMemory, IgnoresAPointerThatBeginsNoBlock) {
+TEST_F(IGCmnMemory, IgnoresAPointerThatIsNoBlocksStart) {
     const std::vector<Bytes> blocks = alloc(24, 3);
     const Bytes large = alloc(1000);
     std::memset(blocks[1], 'x', 24);
@@ -240,7 +240,7 @@ TEST_F(IGCmnMemory, IgnoresAPointerThatBeginsNoBlock) {
     EXPECT_EQ(alloc(24), blocks[2] + 24);
 }
 
-TEST_F(IGCmnMemory, DoesNotHandOutABlockThatWasFreedTwice) {
+TEST_F(IGCmnMemory, DoesNotAllocateABlockAgainThatWasFreedTwice) {
     const std::vector<Bytes> blocks = alloc(24, 4);
     free(blocks[1], 24);
     free(blocks[1], 24);
@@ -258,7 +258,7 @@ TEST_F(IGCmnMemory, FreesNothingForANullPointerWithASizeOrAPointerWithoutOne) {
     EXPECT_EQ(alloc(24), block + 24);
 }
 
-TEST_F(IGCmnMemory, FreesAnEmptyPoolInSilence) {
+TEST_F(IGCmnMemory, FreesAnEmptyPoolWithoutAReport) {
     Capture error(stderr);
     free(nullptr, 0);
     std::array<std::uint8_t, 8> foreign{};
@@ -267,7 +267,7 @@ TEST_F(IGCmnMemory, FreesAnEmptyPoolInSilence) {
     EXPECT_EQ(error.take(), "");
 }
 
-TEST_F(IGCmnMemory, StartsAFreshPoolAfterItWasFreedWhole) {
+TEST_F(IGCmnMemory, StartsANewPoolAfterTheWholePoolWasFreed) {
     ASSERT_EQ(*pool(), nullptr);
     std::memset(alloc(8), 'x', 8);
     EXPECT_NE(*pool(), nullptr);
@@ -279,7 +279,7 @@ TEST_F(IGCmnMemory, StartsAFreshPoolAfterItWasFreedWhole) {
     EXPECT_NE(*pool(), nullptr);
 }
 
-TEST_F(IGCmnMemory, KeepsPoolsApart) {
+TEST_F(IGCmnMemory, KeepsPoolsSeparate) {
     Pool other;
     const Bytes mine = alloc(8);
     const auto theirs = static_cast<Bytes>(IgCmnMemoryAlloc(other.get(), 8));
@@ -291,24 +291,24 @@ TEST_F(IGCmnMemory, KeepsPoolsApart) {
     EXPECT_EQ(*theirs, 't');
 }
 
-TEST_F(IGCmnMemory, ReportsARequestOfNothing) {
+TEST_F(IGCmnMemory, ReportsARequestOfSizeZero) {
     Capture error(stderr);
     EXPECT_EQ(alloc(0), nullptr);
     EXPECT_EQ(error.take(), NO_MEMORY);
 }
 
-TEST_F(IGCmnMemory, ReportsARequestThatNobodyCanServe) {
+TEST_F(IGCmnMemory, ReportsARequestThatIsTooLarge) {
     for (const std::size_t size :
          {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() - 79,
           std::numeric_limits<std::size_t>::max() / 2}) {
         const ChildResult child = inChild(
-            [&] { std::exit(alloc(size) == nullptr ? 0 : 1); });  // apart: a sanitizer warns
+            [&] { std::exit(alloc(size) == nullptr ? 0 : 1); });  // in a child: a sanitizer warns
         EXPECT_EQ(child.status, 0) << size;
         EXPECT_THAT(child.err, ::testing::EndsWith(NO_MEMORY)) << size;
     }
 }
 
-TEST_F(IGCmnMemory, ReportsEachStepThatTheSystemHasNoMemoryFor) {
+TEST_F(IGCmnMemory, ReportsEachStepThatRunsOutOfMemory) {
     struct Step {
         std::size_t size;
         int nth;  // 1 is the pool's own record, 2 the chunk
@@ -330,7 +330,7 @@ TEST_F(IGCmnMemory, ReportsEachStepThatTheSystemHasNoMemoryFor) {
     }
 }
 
-TEST_F(IGCmnMemory, ServesFromWhatItHasWhenTheSystemHasNoMemory) {
+TEST_F(IGCmnMemory, ServesFromFreeSlotsWhenTheSystemHasNoMemory) {
     const Bytes block = alloc(8);
     Capture error(stderr);
     const FailingCall failing(Call::CALLOC, 1, ENOMEM);
@@ -341,7 +341,7 @@ TEST_F(IGCmnMemory, ServesFromWhatItHasWhenTheSystemHasNoMemory) {
     EXPECT_EQ(alloc(8), block + 16);
 }
 
-TEST_F(IGCmnMemory, AddsNothingWhenAFurtherChunkCannotBeHad) {
+TEST_F(IGCmnMemory, AddsNothingWhenAnotherChunkCannotBeAllocated) {
     const std::vector<Bytes> full = alloc(196, 20);
     Capture error(stderr);
     {
@@ -354,7 +354,7 @@ TEST_F(IGCmnMemory, AddsNothingWhenAFurtherChunkCannotBeHad) {
     EXPECT_NE(alloc(196), nullptr);
 }
 
-TEST_F(IGCmnMemory, MakesItsRecordAlsoForARequestOfNothing) {
+TEST_F(IGCmnMemory, AllocatesItsRecordForARequestOfSizeZeroToo) {
     Capture error(stderr);
     EXPECT_EQ(alloc(0), nullptr);
     EXPECT_NE(*pool(), nullptr);
@@ -362,13 +362,13 @@ TEST_F(IGCmnMemory, MakesItsRecordAlsoForARequestOfNothing) {
     EXPECT_EQ(error.take(), std::string(NO_MEMORY) + NO_MEMORY);
 }
 
-TEST_F(IGCmnMemory, CountsABlockThatWasFreedTwiceTwice) {
+TEST_F(IGCmnMemory, CountsADoubleFreeTwice) {
     const std::vector<Bytes> older = alloc(196, 20);
     const std::vector<Bytes> newer = alloc(196, 2);
     free(older[4], 196);
     free(newer[0], 196);
     free(newer[0], 196);
-    EXPECT_EQ(alloc(196), older[4]) << "with its count at nothing the newer chunk is gone";
+    EXPECT_EQ(alloc(196), older[4]) << "the newer chunk is released when its count reaches zero";
 }
 
 TEST_F(IGCmnMemory, FreesALargeBlockWithAnySizeOfItsClassThatReachesIt) {
@@ -383,7 +383,7 @@ TEST_F(IGCmnMemory, FreesALargeBlockWithAnySizeOfItsClassThatReachesIt) {
     }
 }
 
-TEST_F(IGCmnMemory, GivesBackEachChunkAsSoonAsNothingOfItIsUsed) {
+TEST_F(IGCmnMemory, FreesEachChunkWithItsLastUsedBlock) {
     const std::size_t before = liveChunks();
     for (const ClassRow& row : CLASSES) {
         SCOPED_TRACE(row.largest);
@@ -402,7 +402,7 @@ TEST_F(IGCmnMemory, GivesBackEachChunkAsSoonAsNothingOfItIsUsed) {
     }
 }
 
-TEST_F(IGCmnMemory, FreedWholeReleasesEveryChunkOfEveryClass) {
+TEST_F(IGCmnMemory, ReleasesEveryChunkOfEveryClassWhenFreedWhole) {
     const std::size_t before = liveChunks();
     for (const ClassRow& row : CLASSES) {
         ASSERT_THAT(alloc(row.largest, row.capacity + 1), ::testing::Each(::testing::NotNull()));
@@ -432,7 +432,7 @@ TEST_F(IGCmnMemory, MovesAGrowingBlockAndFreesTheOldOne) {
     EXPECT_EQ(alloc(8), block) << "the old block is free";
 }
 
-TEST_F(IGCmnMemory, MovesABlockAlsoWithinItsClass) {
+TEST_F(IGCmnMemory, MovesABlockWithinItsClassToo) {
     const Bytes block = alloc(10);
     *block = 'x';
     const auto grown = static_cast<Bytes>(IgCmnMemoryRealloc(pool(), block, 10, 12));
@@ -440,7 +440,7 @@ TEST_F(IGCmnMemory, MovesABlockAlsoWithinItsClass) {
     EXPECT_EQ(*grown, 'x');
 }
 
-TEST_F(IGCmnMemory, ReallocatesFromNothing) {
+TEST_F(IGCmnMemory, ReallocatesANullPointer) {
     const auto block = static_cast<Bytes>(IgCmnMemoryRealloc(pool(), nullptr, 0, 30));
     ASSERT_NE(block, nullptr);
     EXPECT_TRUE(isZero(block, 30));
@@ -458,7 +458,7 @@ TEST_F(IGCmnMemory, KeepsTheOldBlockWhenItCannotGrow) {
     EXPECT_EQ(alloc(8), block + 8) << "the old block is still taken";
 }
 
-TEST_F(IGCmnMemory, GivesTypedObjectsFilledWithZeros) {
+TEST_F(IGCmnMemory, AllocatesTypedObjectsFilledWithZeros) {
     struct Record {
         std::int64_t number;
         const char* text;
@@ -472,15 +472,15 @@ TEST_F(IGCmnMemory, GivesTypedObjectsFilledWithZeros) {
     EXPECT_EQ(alloc(48), reinterpret_cast<const std::uint8_t*>(records) + 48);
 }
 
-TEST_F(IGCmnMemory, ReportsACountOfObjectsThatNoSizeCanHold) {
+TEST_F(IGCmnMemory, ReportsACountOfObjectsThatOverflowsASize) {
     Capture error(stderr);
     EXPECT_EQ(newFromPool<std::int64_t>(pool(), std::numeric_limits<std::size_t>::max() / 4),
               nullptr);
     EXPECT_EQ(error.take(), NO_MEMORY);
 }
 
-// A pool as its rules have it: which slot of which chunk an operation takes, and which chunks are
-// there. Chunks are told apart by numbers that the first block out of each fixes to an address.
+// A model of a pool: which slot of which chunk an operation uses, and which chunks exist. Each
+// chunk has a number; the first block allocated from it maps the number to an address.
 class PoolModel {
   public:
     struct Chunk {
@@ -513,7 +513,7 @@ class PoolModel {
         return take(chunks.back(), 0, distance);
     }
 
-    /// The number of the chunk that this gives back, or 0.
+    /// The number of the chunk that this releases, or 0.
     std::size_t free(const Place& place, std::size_t size) {
         const std::size_t index = classOf(size);
         std::vector<Chunk>& chunks = classes_[index];
@@ -561,7 +561,7 @@ class PoolModel {
     std::size_t next_number_ = 1;
 };
 
-// A pool beside its model: every operation must take the same place and leave the same chunks.
+// A pool and its model: every operation must use the same place and leave the same chunks.
 class ModelledPool {
   public:
     struct Block {
@@ -608,7 +608,7 @@ class ModelledPool {
         }
     }
 
-    /// Small blocks only: a large one is gone after the first time.
+    /// Small blocks only: a large one is released by the first call.
     void freeTwice(std::size_t index) {
         const Block block = blocks_[index];
         if (block.size > CLASSES.back().largest) {
@@ -630,7 +630,7 @@ class ModelledPool {
         starts_.clear();
     }
 
-    /// Blocks of the system's allocator that the pool ought to hold.
+    /// Blocks of the system's allocator that the pool should hold.
     [[nodiscard]] std::size_t held() { return (*pool_.get() == nullptr ? 0 : 1) + model_.chunks(); }
 
   private:
@@ -638,7 +638,7 @@ class ModelledPool {
         ASSERT_NE(start, nullptr);
         const PoolModel::Place place = model_.alloc(size);
         const auto [chunk, is_new] = starts_.try_emplace(place.chunk, start - place.offset);
-        ASSERT_EQ(start, chunk->second + place.offset) << "another place than the rules have it";
+        ASSERT_EQ(start, chunk->second + place.offset) << "the model expects another place";
         ASSERT_EQ(reinterpret_cast<std::uintptr_t>(start) % 8, 0U);
         ASSERT_EQ(std::count(start + copied, start + size, 0),
                   static_cast<std::ptrdiff_t>(size - copied));
@@ -650,12 +650,12 @@ class ModelledPool {
                   static_cast<std::ptrdiff_t>(size));
     }
     void drop(std::size_t index, std::size_t size) {
-        const std::size_t gone = model_.free(blocks_[index].place, size);
+        const std::size_t released = model_.free(blocks_[index].place, size);
         blocks_[index] = blocks_.back();
         blocks_.pop_back();
-        forget(gone);
+        forget(released);
     }
-    // A chunk that is given back takes all of its blocks with it.
+    // A released chunk invalidates all of its blocks.
     void forget(std::size_t chunk) {
         if (chunk != 0) {
             starts_.erase(chunk);
@@ -669,12 +669,12 @@ class ModelledPool {
     std::map<std::size_t, Bytes> starts_;  // first slot of each chunk
 };
 
-TEST(IGCmnMemoryStress, TakesThePlacesThatItsRulesNameThroughAMillionOperations) {
+TEST(IGCmnMemoryStress, UsesThePlacesOfTheModelInAMillionOperations) {
     std::mt19937 random(20261115);
     const auto below = [&random](std::size_t limit) { return random() % limit; };
     const std::size_t before = liveChunks();
     std::array<ModelledPool, 2> pools;
-    // Grows and shrinks by turns, so that chunks fill up, thin out and go.
+    // Grows and shrinks by turns, so that chunks fill up, empty and are released.
     for (std::size_t step = 0; step < 1000000; ++step) {
         ModelledPool& pool = pools[below(pools.size())];
         const std::size_t size = below(50) == 0 ? 197 + below(500) : 1 + below(196);

@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::string_literals;
 
-const std::string NOT_CONVERTIBLE = "fine \xff not";  // in no locale of ours
+const std::string NOT_CONVERTIBLE = "fine \xff not";  // in no locale of the tests
 
 std::string conversionFailure(const std::string& call) {
     return "ZEPA113-E:An error occurred during the following system call. system call name = " +
@@ -31,8 +31,8 @@ std::string conversionFailure(const std::string& call) {
 
 class IGCmnStr : public RunTest {
   protected:
-    /// A result is a block of its length + 1 bytes: freed with that size, the next request of the
-    /// size gets the same block, as long as a neighbour keeps the chunk.
+    /// A result is a block of its length + 1 bytes. After it is freed with that size, the next
+    /// request of the size gets the same block, as long as another block keeps the chunk.
     void expectFreeable(char* text) {
         const std::size_t size = std::strlen(text) + 1;
         if (size > 196) {
@@ -42,7 +42,7 @@ class IGCmnStr : public RunTest {
         IgCmnMemoryFree(pool(), text, size);
         EXPECT_EQ(IgCmnMemoryAlloc(pool(), size), text);
     }
-    /// What the body reports, as the run log has it.
+    /// What the body reports, as the run log shows it.
     template <typename Body>
     std::string reported(Body body) {
         Capture err(stderr);
@@ -62,7 +62,7 @@ TEST_F(IGCmnStr, CopiesAText) {
     }
 }
 
-TEST_F(IGCmnStr, CopiesTheBeginningOfAText) {
+TEST_F(IGCmnStr, CopiesAPrefixOfAText) {
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 3), "abc");
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 6), "abcdef");
     EXPECT_STREQ(IgCmnStrndup(pool(), "abcdef", 0), "");
@@ -141,19 +141,19 @@ TEST_F(IGCmnStr, ReportsWhatTheLocaleCannotConvert) {
               conversionFailure("wcstombs"));
 }
 
-TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterItWasMeasured) {
+TEST_F(IGCmnStr, ReportsAConversionThatFailsAfterTheLengthIsKnown) {
     for (const int nth : {1, 2}) {
         SCOPED_TRACE(nth);
-        std::string told = reported([&] {
+        std::string report = reported([&] {
             const FailingCall failing(Call::MBSTOWCS, nth, EILSEQ);
             EXPECT_EQ(IgCmnMBS2WCS(pool(), "text"), nullptr);
         });
-        EXPECT_EQ(told, conversionFailure("mbstowcs"));
-        told = reported([&] {
+        EXPECT_EQ(report, conversionFailure("mbstowcs"));
+        report = reported([&] {
             const FailingCall failing(Call::WCSTOMBS, nth, EILSEQ);
             EXPECT_EQ(IgCmnWCS2MBS(pool(), L"text"), nullptr);
         });
-        EXPECT_EQ(told, conversionFailure("wcstombs"));
+        EXPECT_EQ(report, conversionFailure("wcstombs"));
     }
 }
 
@@ -167,7 +167,7 @@ TEST_F(IGCmnStr, KnowsLettersAndDigitsOfAsciiOnly) {
     }
 }
 
-TEST_F(IGCmnStr, AllowsLettersDigitsAnd36Others) {
+TEST_F(IGCmnStr, AllowsLettersDigitsAnd36OtherCharacters) {
     const std::string others = "\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
     ASSERT_EQ(others.size(), 36U);
     int allowed = 0;
@@ -235,7 +235,7 @@ TEST_F(IGCmnStr, RemovesOnePairOfEnclosingDoubleQuotes) {
 
 // Comparison
 
-TEST_F(IGCmnStr, ComparesWithoutRegardToTheCaseOfAsciiLetters) {
+TEST_F(IGCmnStr, IgnoresTheCaseOfAsciiLettersInComparisons) {
     struct Case {
         const char* first;
         const char* second;
@@ -302,7 +302,7 @@ TEST_F(IGCmnStr, MakesAFileNameOfAText) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnStr, MakesNoFileNameOfWhatTheLocaleCannotDecode) {
+TEST_F(IGCmnStr, MakesNoFileNameOfUndecodableText) {
     char* name = nullptr;
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnStrToFileName(pool(), NOT_CONVERTIBLE.c_str(), &name), -1);
@@ -337,7 +337,7 @@ TEST_F(IGCmnStr, FindsTheParentDirectory) {
 
 // Texts for the shell and the terminal
 
-TEST_F(IGCmnStr, EscapesWhatTheShellObeysInsideDoubleQuotes) {
+TEST_F(IGCmnStr, EscapesWhatTheShellInterpretsInDoubleQuotes) {
     struct Case {
         const char* text;
         const char* escaped;
@@ -366,7 +366,7 @@ TEST_F(IGCmnStr, ShowsANameWithoutControlCharacters) {
 
 // Without memory
 
-TEST_F(IGCmnStr, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnStr, ReturnsNothingWhenMemoryRunsOut) {
     const std::string text(1000, 't');  // every copy needs a chunk of its own
     const std::wstring wide(1000, L't');
     char* out = nullptr;
@@ -410,7 +410,7 @@ TEST_F(IGCmnStr, GivesNothingWhereverMemoryRunsOut) {
                 EXPECT_EQ(out, nullptr);
             }
             IgCmnMemoryFree(fresh.get(), nullptr, 0);
-            EXPECT_EQ(liveChunks(), before) << "temporaries are gone in every case";
+            EXPECT_EQ(liveChunks(), before) << "temporaries are freed in every case";
         }
     }
 }
@@ -440,7 +440,7 @@ TEST_F(IGCmnStr, HandlesTextsLongerThanAnyPath) {
     EXPECT_EQ(name, inner);
 }
 
-TEST_F(IGCmnStr, TakesEveryCharacterOfAHostNameByItsClass) {
+TEST_F(IGCmnStr, TreatsEveryCharacterOfAHostNameByItsClass) {
     const std::string marks = "\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
     for (int byte = 1; byte < 0x80; ++byte) {
         const auto c = static_cast<char>(byte);

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-// What the buffer holds when it is too small for the path but not for its first part.
+// What a buffer holds that fits the first part of the path but not all of it.
 struct Partial {
     std::size_t smallest;  // of the buffer, in bytes
     std::string text;
@@ -55,7 +55,7 @@ class IGCmnSystem : public RunTest {};
 
 class FixedPath : public IGCmnSystem, public ::testing::WithParamInterface<PathRow> {};
 
-TEST_P(FixedPath, FitsItsBufferOrGivesNothing) {
+TEST_P(FixedPath, FitsItsBufferOrReturnsNothing) {
     const PathRow& row = GetParam();
     for (std::size_t size = 0; size <= 64; ++size) {
         SCOPED_TRACE(size);
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(IGCmnSystem, FixedPath, ::testing::ValuesIn(ROWS),
                          });
 
 TEST_F(IGCmnSystem, ReturnsTheLengthOfThePathAndOne) {
-    // The numbers that callers of old rely on.
+    // The numbers that existing callers rely on.
     std::array<char, 4096> buffer{};
     std::vector<std::size_t> results;
     for (const PathRow& row : ROWS) {
@@ -130,7 +130,7 @@ TEST_F(IGCmnSystem, NeedsTheTreeOfVariableDataForItsDirectories) {
     EXPECT_EQ(err.take(), missing + missing);
 }
 
-TEST_F(IGCmnSystem, LooksForNoOtherDirectory) {
+TEST_F(IGCmnSystem, ChecksNoOtherDirectory) {
     std::array<char, 4096> buffer{};
     fs::rename(LOG_DIR, LOG_DIR + std::string(".away"));
     const std::size_t log = IgCmnGetKestrumLogDir(buffer.data(), buffer.size());
@@ -158,7 +158,7 @@ TEST_F(IGCmnSystem, JoinsADirectoryAndAFileName) {
     EXPECT_EQ(IgCmnGetKestrumFile(no_directory, "x", buffer.data(), 4096), 0U);
 }
 
-TEST_F(IGCmnSystem, KnowsALockFileByWhateverNameItIsFound) {
+TEST_F(IGCmnSystem, RecognisesALockFileUnderAnyName) {
     TempDir dir;
     for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
         const std::string lock = BIN_DIR + "/"s + name;

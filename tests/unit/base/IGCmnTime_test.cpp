@@ -28,7 +28,7 @@ TEST(IGCmnTime, WritesAStampOfTwelveDigits) {
 TEST(IGCmnTime, GivesLocalTime) {
     ::setenv("TZ", "XYZ-12", 1);
     ::tzset();
-    const StandingClock clock(1700000040);  // 22:14:00 of the day before, in the world's time
+    const FixedClock clock(1700000040);  // 22:14:00 UTC of the day before
     std::array<char, TIME_STR_SIZE> text{};
     IgCmnGetTimeStr(text.data());
     EXPECT_STREQ(text.data(), "2023/11/15 10:14:00");
@@ -55,7 +55,7 @@ TEST(IGCmnTime, WritesBothEndsOfEveryUnit) {
              Case{1230973505, "2009/01/03 09:05:05", "090103090505"},
              Case{4102444800, "2100/01/01 00:00:00", "000101000000"},
          }) {
-        const StandingClock clock(c.now);
+        const FixedClock clock(c.now);
         std::array<char, TIME_STR_SIZE> text{};
         IgCmnGetTimeStr(text.data());
         EXPECT_STREQ(text.data(), c.text);

@@ -30,7 +30,7 @@ bool isBlocked(int signal_no) {
     return ::sigismember(&mask, signal_no) == 1;
 }
 
-TEST(IGGuards, KeepErrnoOverAScope) {
+TEST(IGGuards, KeepErrnoInAScope) {
     errno = ENOENT;
     {
         const ErrnoKeeper keeper;
@@ -64,7 +64,7 @@ TEST(IGGuards, CloseTheOldDescriptorForANewOne) {
     EXPECT_FALSE(static_cast<bool>(guard));
 }
 
-TEST(IGGuards, LetADescriptorGo) {
+TEST(IGGuards, ReleaseADescriptor) {
     int fd = -1;
     {
         FdGuard guard(::open("/", O_RDONLY | O_CLOEXEC));
@@ -75,7 +75,7 @@ TEST(IGGuards, LetADescriptorGo) {
     ::close(fd);
 }
 
-TEST(IGGuards, CloseAStreamOrLetItGo) {
+TEST(IGGuards, CloseOrReleaseAStream) {
     const std::size_t before = openDescriptors();
     {
         const FileGuard guard(std::fopen("/dev/full", "w"));
@@ -150,7 +150,7 @@ TEST(IGGuards, FreeALocalPool) {
         errno = ENOENT;
     }
     EXPECT_EQ(errno, ENOENT);
-    // The system's allocator keeps a few small blocks at hand; a thousand chunks are 4 MB.
+    // The system's allocator caches a few small blocks; a thousand chunks are 4 MB.
     EXPECT_LT(::mallinfo2().uordblks, before + 8192);
 }
 
@@ -189,7 +189,7 @@ TEST(IGAssertDeathTest, NamesThePlaceAndThePointer) {
     EXPECT_EXIT(IG_ASSERT_NOT_NULL(name), ::testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST(IGAssert, LetsAPointerPass) {
+TEST(IGAssert, AcceptsAPointer) {
     const char* name = "x";
     IG_ASSERT_NOT_NULL(name);
     EXPECT_STREQ(name, "x");

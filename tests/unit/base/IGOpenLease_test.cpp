@@ -18,7 +18,7 @@ class IGCmnFileLease : public RunTest {
         fake_wait.active = false;
         RunTest::TearDown();
     }
-    // Tries to open a file; how long that took, in microseconds.
+    // Tries to open a file; returns how long that took, in microseconds.
     static long open(const std::string& path) {
         fake_wait = FakeWait{};
         fake_wait.active = true;
@@ -31,8 +31,8 @@ class IGCmnFileLease : public RunTest {
     TempDir directory_;
 };
 
-// What is left for a run is kept by the process, so this is the only test of its program.
-TEST_F(IGCmnFileLease, CostsAFileOneSecondAndARunTen) {
+// The process keeps the rest of a run's waiting time, so this is the only test of its program.
+TEST_F(IGCmnFileLease, WaitsOneSecondForAFileAndTenForARun) {
     std::vector<std::string> files;
     for (int number = 0; number < 12; ++number) {
         files.push_back(directory_.path("file" + std::to_string(number)));

@@ -55,12 +55,12 @@ TEST_F(IGRunState, KnowsTheCommandsNameOrNone) {
     EXPECT_STREQ(IgMainGetCmdName(), "quendil");
 }
 
-TEST_F(IGRunState, SaysNothingWhileNothingInterruptedIt) {
+TEST_F(IGRunState, ReportsNothingUntilItIsInterrupted) {
     EXPECT_EQ(IgMainIsInterrupted(), 0);
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGRunState, HasAnInterruptionReportedOnce) {
+TEST_F(IGRunState, ReportsAnInterruptionOnce) {
     run_hooks.report_interruption = [] { ++reports; };
     run_state.signal_no = SIGTERM;
     run_state.interrupted = 1;
@@ -76,7 +76,7 @@ TEST_F(IGRunState, IsInterruptedWhereNothingReportsIt) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGRunState, MayBeAskedForTheInterruptionWhileItIsReported) {
+TEST_F(IGRunState, MayBeCheckedWhileTheInterruptionIsReported) {
     run_hooks.report_interruption = [] {
         ++reports;
         EXPECT_EQ(IgMainIsInterrupted(), 1);

@@ -48,7 +48,7 @@ TEST_F(IGArcMake, PacksAndCompressesTheOutputDirectoryBesideIt) {
     EXPECT_TRUE(fs::exists(unpacked + "/quendil.log"));
 }
 
-TEST_F(IGArcMake, PutsTheArchiveWhereTheCommandLineSaid) {
+TEST_F(IGArcMake, PutsTheArchiveWhereTheCommandLineNamesIt) {
     std::string plain = path("my archive");
     root_->output_file = plain.data();
     EXPECT_EQ(IgArcMake(pool(), root_), 0);
@@ -67,7 +67,7 @@ TEST_F(IGArcMake, FollowsTheLinksOfTheCollection) {
     EXPECT_EQ(readText(unpacked), "the data itself\n");
 }
 
-TEST_F(IGArcMake, LeavesAnExistingArchiveAlone) {
+TEST_F(IGArcMake, KeepsAnExistingArchive) {
     writeText(output_ + ".tar", "mine");
     Capture errors(stderr);
     EXPECT_EQ(IgArcMake(pool(), root_), 0);
@@ -77,7 +77,7 @@ TEST_F(IGArcMake, LeavesAnExistingArchiveAlone) {
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_DIRECTORY);
 }
 
-TEST_F(IGArcMake, LeavesAnExistingCompressedArchiveAloneAndKeepsTheTar) {
+TEST_F(IGArcMake, KeepsAnExistingCompressedArchiveAndTheTar) {
     writeText(output_ + ".tar.gz", "mine");
     Capture errors(stderr);
     EXPECT_EQ(IgArcMake(pool(), root_), 0);
@@ -101,7 +101,7 @@ TEST_F(IGArcMake, KeepsTheOutputWhenPackingFails) {
 }
 
 TEST_F(IGArcMake, ReportsALogThatCannotBeCopied) {
-    fs::create_directory(output_ + "/quendil.log");  // in the way
+    fs::create_directory(output_ + "/quendil.log");  // a directory instead of the log
     fs::remove(std::string(LOG_DIR) + "/quendil_hist.log");
     Capture errors(stderr);
     EXPECT_EQ(IgArcMakeOutput(pool(), root_), 0);
@@ -122,7 +122,7 @@ TEST_F(IGArcMake, StopsBeforeTheFirstStepOfAnInterruptedRun) {
     EXPECT_FALSE(fs::exists(output_ + ".tar"));
 }
 
-TEST_F(IGArcMake, FailsWhenTheBaseDirectoryIsGone) {
+TEST_F(IGArcMake, FailsWithoutTheBaseDirectory) {
     std::string elsewhere = path("elsewhere");
     root_->output_file = elsewhere.data();
     fs::remove_all(base_);
@@ -132,7 +132,7 @@ TEST_F(IGArcMake, FailsWhenTheBaseDirectoryIsGone) {
     EXPECT_FALSE(fs::exists(elsewhere + ".tar"));
 }
 
-TEST_F(IGArcMake, MustNotBeGivenNull) {
+TEST_F(IGArcMake, AssertsItsArgumentsAreNotNull) {
     EXPECT_DEATH(IgArcMakeName(nullptr, "a", 0), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgArcMakeName(pool(), nullptr, 0), "name != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgArcMake(pool(), nullptr), "root != \\(\\(void \\*\\)0\\)");

@@ -1,5 +1,5 @@
-// Attributes that cannot be taken over. The calls that do it are stood in for: they fail for one
-// place, when a test says so.
+// Attributes that cannot be copied. The test replaces the calls that copy them: they fail for one
+// path when a test requests it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// The call that fails, and for which path.
+// The call that fails, and its path.
 struct Failing {
     std::string call;
     std::string path;
@@ -77,7 +77,7 @@ class IGCollectDataFaults : public CollectTest {
 
     std::string copy(const std::string& name) const { return data_dir_ + source_ + name; }
 
-    // Collects the tree or one file of it while a call fails; what is told of that.
+    // Collects the tree or one file of it while a call fails; returns the reports of that.
     std::string collectWhile(const std::string& call, const std::string& where,
                              const std::string& name) {
         failing = {call, where};
@@ -103,7 +103,7 @@ class IGCollectDataFaults : public CollectTest {
 constexpr const char* AS_THE_SOURCE = "457 3";  // 0711
 constexpr const char* AS_MADE = "511 0";        // 0777
 
-TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndGoesOnWithTheOthers) {
+TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndContinues) {
     for (const char* call : {"chmod", "chown", "utime"}) {
         SCOPED_TRACE(call);
         EXPECT_EQ(
@@ -119,7 +119,7 @@ TEST_F(IGCollectDataFaults, ReportsADirectoryWhoseAttributesCannotBeSetAndGoesOn
     }
 }
 
-TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndGoesOnUpwards) {
+TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndContinues) {
     for (const char* call : {"chmod", "chown", "utime"}) {
         SCOPED_TRACE(call);
         EXPECT_EQ(
@@ -130,7 +130,7 @@ TEST_F(IGCollectDataFaults, ReportsAnAncestorWhoseAttributesCannotBeSetAndGoesOn
     }
 }
 
-TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeLookedAtAndGoesOnUpwards) {
+TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeReadAndContinues) {
     EXPECT_EQ(
         collectWhile("stat", source_ + "/below", "/below/file"),
         trio("stat", EPERM, "Operation not permitted", source_ + "/below", "IGCollectData", true));

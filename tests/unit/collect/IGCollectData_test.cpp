@@ -73,11 +73,11 @@ class IGCollectData : public CollectTest {
         CollectTest::SetUp();
         source_ = path("source");
         fs::create_directory(source_);
-        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as the driver collects
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as in a collection
     }
 
     std::string source(const std::string& name) const { return source_ + "/" + name; }
-    // Where a source goes, and its name in the index.
+    // The destination of a source, and its name in the index.
     std::string copy(const std::string& name) const { return data_dir_ + source(name); }
     std::string listed(const std::string& name) const { return source(name).substr(1); }
 
@@ -90,7 +90,7 @@ class IGCollectData : public CollectTest {
         block_.path_name = path_name_.data();
         return IgCollectData(pool(), root_, &block_);
     }
-    // The same; what it put into the run log, for a result of 0.
+    // The same; returns its reports in the run log; the result must be 0.
     std::string collectAndLog(const std::string& path_name) {
         const int result = collect(path_name);
         return (result == 0 ? "" : "result " + std::to_string(result) + " ") + takeLog();
@@ -103,7 +103,7 @@ class IGCollectData : public CollectTest {
     std::string path_name_;
 };
 
-TEST_F(IGCollectData, GivesUpOrGoesOnWhereverMemoryRunsOut) {
+TEST_F(IGCollectData, StopsOrContinuesWhenMemoryRunsOut) {
     root_->max_output_size = 1;
     make("small", 10);
     fs::create_directory(source("directory"));
@@ -123,8 +123,8 @@ TEST_F(IGCollectData, GivesUpOrGoesOnWhereverMemoryRunsOut) {
             const int result = collect(wanted);
             failed = FailingCall::happened();
             EXPECT_TRUE(result == 0 || (result == -1 && failed)) << result;
-            const bool told = takeLog().find("Memory is insufficient.") != std::string::npos;
-            EXPECT_EQ(told, failed);
+            const bool reported = takeLog().find("Memory is insufficient.") != std::string::npos;
+            EXPECT_EQ(reported, failed);
             EXPECT_TRUE(fs::exists(source("directory/large")));
             EXPECT_TRUE(failed || nth > 20);
         }
@@ -155,7 +155,7 @@ TEST_F(IGCollectData, LinksAFileWhileTheRunMakesAnArchive) {
     EXPECT_EQ(index(), record({listed("file")}));
 }
 
-TEST_F(IGCollectData, CopiesAFileThatItsOwnerCouldExchangeBeforeItIsPacked) {
+TEST_F(IGCollectData, CopiesAFileThatItsOwnerCouldReplaceBeforeItIsPacked) {
     std::string archive = "/tmp/archive";
     root_->output_file = archive.data();
     make("file", 100);
@@ -167,7 +167,7 @@ TEST_F(IGCollectData, CopiesAFileThatItsOwnerCouldExchangeBeforeItIsPacked) {
     EXPECT_EQ(readText(copy("file")), std::string(100, 'x'));
 }
 
-TEST_F(IGCollectData, BringsADirectoryFirstAndThenAllBelowIt) {
+TEST_F(IGCollectData, CopiesADirectoryBeforeItsEntries) {
     fs::create_directories(source("a/b/c"));
     make("a/one", 10);
     make("a/b/two", 20);
@@ -195,12 +195,12 @@ TEST_F(IGCollectData, BringsADirectoryFirstAndThenAllBelowIt) {
     EXPECT_THAT(files, ::testing::StartsWith("\nFILE:" + listed("a") + "\nFILE:"));
     EXPECT_EQ(std::count(files.begin(), files.end(), '\n'), 1 + 6 + 3);
     for (std::size_t i = 0; i < directories.size(); ++i) {
-        // The time of access may have moved by looking at it.
+        // Reading the attributes may have changed the time of access.
         EXPECT_EQ(attributes(copy(directories[i])).substr(0, 22), before[i].substr(0, 22));
     }
 }
 
-TEST_F(IGCollectData, GivesTheDirectoriesAboveTheFirstEntryTheAttributesOfTheirSources) {
+TEST_F(IGCollectData, CopiesTheAttributesOfTheDirectoriesAboveTheFirstEntry) {
     fs::create_directories(source("a/b"));
     make("a/b/file", 1);
     dress(source("a/b"), 0705, 31, 1100000000);
@@ -217,8 +217,8 @@ TEST_F(IGCollectData, GivesTheDirectoriesAboveTheFirstEntryTheAttributesOfTheirS
     EXPECT_EQ(st.st_mode & 07777, 01777U);  // as /tmp itself, the first level below the root
 }
 
-// As process 1 of a small world would find it: its root is a directory of ours.
-TEST_F(IGCollectData, LeavesTheOutputClosedToOthersWhateverTheRootOfAllPathsIsLike) {
+// A child process whose root directory is a directory of the test.
+TEST_F(IGCollectData, KeepsTheOutputPrivateForAnyModeOfTheRootDirectory) {
     const std::string world = path("world");
     fs::create_directories(world + "/data/output");
     writeText(world + "/file", "x");
@@ -247,7 +247,7 @@ TEST_F(IGCollectData, LeavesTheOutputClosedToOthersWhateverTheRootOfAllPathsIsLi
     EXPECT_THAT(takeLog(), ::testing::HasSubstr(copied("/file", 1)));
 }
 
-TEST_F(IGCollectData, TakesAWildcardInTheLastComponent) {
+TEST_F(IGCollectData, AcceptsAWildcardInTheLastComponent) {
     make("one.log", 1);
     make("two.log", 2);
     make(".three.log", 4);
@@ -262,7 +262,7 @@ TEST_F(IGCollectData, TakesAWildcardInTheLastComponent) {
     EXPECT_FALSE(fs::exists(copy("other")));
 }
 
-TEST_F(IGCollectData, ReportsWhatIsNotThereAndRecordsNothing) {
+TEST_F(IGCollectData, ReportsAMissingFileAndRecordsNothing) {
     make("file", 1);
     fs::create_symlink("/nowhere", source("broken"));
     for (const std::string name : {"none", "*.none", "file?", "broken"}) {
@@ -285,7 +285,7 @@ TEST_F(IGCollectData, KeepsTheFirstCopyOfAName) {
     EXPECT_EQ(collectAndLog(source("*")), copied(source("more"), 1) + total(11));
     EXPECT_EQ(index(), record({listed("file")}) + record({""}) + record({listed("more")}));
 
-    // A link to what has vanished since is a copy all the same.
+    // A link to a file that was removed since counts as a copy too.
     std::string archive = "archive";
     root_->output_file = archive.data();
     fs::remove(copy("file"));
@@ -293,7 +293,7 @@ TEST_F(IGCollectData, KeepsTheFirstCopyOfAName) {
     EXPECT_EQ(collectAndLog(source("file")), total(11));
 }
 
-TEST_F(IGCollectData, ReportsWhatIsNoDataWithoutTouchingIt) {
+TEST_F(IGCollectData, ReportsAFifoSocketOrDeviceAndCollectsNothing) {
     ASSERT_EQ(::mkfifo(source("pipe").c_str(), 0600), 0);
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -326,7 +326,7 @@ TEST_F(IGCollectData, NeverOpensALockFile) {
     }
 }
 
-TEST_F(IGCollectData, SkipsABrokenLinkInADirectoryAndGoesOn) {
+TEST_F(IGCollectData, SkipsABrokenLinkInADirectoryAndContinues) {
     fs::create_directory(source("a"));
     fs::create_symlink("/nowhere", source("a/broken"));
     make("a/file", 3);
@@ -337,7 +337,7 @@ TEST_F(IGCollectData, SkipsABrokenLinkInADirectoryAndGoesOn) {
     EXPECT_EQ(index(), record({listed("a"), listed("a/file")}));
 }
 
-TEST_F(IGCollectData, DoesNotEnterADirectoryAgainThatItIsInsideOf) {
+TEST_F(IGCollectData, DoesNotReenterAnAncestorDirectory) {
     fs::create_directory(source("a"));
     fs::create_symlink("..", source("a/up"));
     fs::create_symlink(".", source("a/self"));
@@ -349,10 +349,10 @@ TEST_F(IGCollectData, DoesNotEnterADirectoryAgainThatItIsInsideOf) {
     EXPECT_FALSE(fs::exists(copy("a/up/a/up/a")));
 }
 
-TEST_F(IGCollectData, StoresAFileOfTheKernelAsARealOne) {
+TEST_F(IGCollectData, StoresAKernelFileAsARegularFile) {
     std::string archive = "archive";
     root_->output_file = archive.data();
-    // Its size says nothing; what was read counts.
+    // Its reported size is 0; the bytes that were read count.
     const auto read = static_cast<long>(readText("/proc/version").size());
     EXPECT_EQ(collectAndLog("/proc/version"), copied("/proc/version", 0) + total(read));
     EXPECT_FALSE(fs::is_symlink(data_dir_ + "/proc/version"));
@@ -360,7 +360,7 @@ TEST_F(IGCollectData, StoresAFileOfTheKernelAsARealOne) {
     EXPECT_NE(readText(data_dir_ + "/proc/version"), "");
 }
 
-TEST_F(IGCollectData, CollectsANameOfAnyBytesAndShowsItHarmless) {
+TEST_F(IGCollectData, CollectsANameOfAnyBytesAndShowsItEscaped) {
     const std::string name = "a\nFILE:forged\x1b[2J\xff";
     const std::string shown = "a\\012FILE:forged\\033[2J\xff";
     make(name, 2);
@@ -369,7 +369,7 @@ TEST_F(IGCollectData, CollectsANameOfAnyBytesAndShowsItHarmless) {
     EXPECT_EQ(index(), record({listed(shown)}));
 }
 
-TEST_F(IGCollectData, RunsNothingThatAFileNameSays) {
+TEST_F(IGCollectData, RunsNoCommandInAFileName) {
     const std::string name = "$(touch ran)`touch ran`\";touch \"ran";
     make(name, 2);
     const fs::path before = fs::current_path();
@@ -396,7 +396,7 @@ TEST_F(IGCollectData, SkipsAnEntryWhoseDirectoryCannotBeMade) {
 
 // --- the size limit ---
 
-TEST_F(IGCollectData, RejectsWhatGoesBeyondTheLimit) {
+TEST_F(IGCollectData, RejectsDataBeyondTheLimit) {
     root_->max_output_size = 2;  // 1024 bytes
     make("a600", 600);
     make("b425", 425);
@@ -434,7 +434,7 @@ TEST_F(IGCollectData, CountsWithoutALimitOfZeroOrLess) {
 
 // --- data that a tool wrote into the data directory ---
 
-TEST_F(IGCollectData, CountsAndIndexesWhatAToolWroteWithoutCopyingIt) {
+TEST_F(IGCollectData, CountsAndIndexesAToolsDataWithoutCopyingIt) {
     writeText(data_dir_ + "/df.txt", "12345");
     fs::create_directory(data_dir_ + "/sub");
     writeText(data_dir_ + "/sub/inner", "123");
@@ -446,7 +446,7 @@ TEST_F(IGCollectData, CountsAndIndexesWhatAToolWroteWithoutCopyingIt) {
     EXPECT_FALSE(fs::exists(data_dir_ + data_dir_));
 }
 
-TEST_F(IGCollectData, RemovesWhatAToolWroteBeyondTheLimit) {
+TEST_F(IGCollectData, RemovesAToolsDataBeyondTheLimit) {
     root_->max_output_size = 1;
     writeText(data_dir_ + "/big", std::string(513, 'x'));
     writeText(data_dir_ + "/fits", std::string(512, 'x'));
@@ -459,7 +459,7 @@ TEST_F(IGCollectData, RemovesWhatAToolWroteBeyondTheLimit) {
 
 TEST_F(IGCollectData, RemovesNothingOutsideTheDataDirectory) {
     root_->max_output_size = 1;
-    // Its name begins like that of the data directory, as the output of another run may.
+    // Its name begins with the data directory's name, as the output of another run may.
     fs::create_directory(output_ + "_1");
     writeText(output_ + "_1/big", std::string(513, 'x'));
     EXPECT_EQ(collectAndLog(output_ + "_1/big"), overLimit(output_ + "_1/big", 513) + total(0));
@@ -471,7 +471,7 @@ TEST_F(IGCollectData, RemovesNothingOutsideTheDataDirectory) {
     EXPECT_TRUE(fs::exists(source("big")));
 }
 
-TEST_F(IGCollectData, StopsTheCollectionWhenThatCannotBeRemoved) {
+TEST_F(IGCollectData, StopsTheCollectionWhenAToolsDataCannotBeRemoved) {
     root_->max_output_size = 1;
     const std::string fixed = data_dir_ + "/fixed";
     fs::create_directory(fixed);
@@ -489,7 +489,7 @@ TEST_F(IGCollectData, StopsTheCollectionWhenThatCannotBeRemoved) {
 
 // --- the index and the directories ---
 
-TEST_F(IGCollectData, NamesTheDataDirectoryInFrontOfTheFilesOfATarget) {
+TEST_F(IGCollectData, PrefixesTheFilesOfATargetWithTheDataDirectory) {
     useSubdirectory("target_1");
     make("file", 1);
     EXPECT_EQ(collectAndLog(source("file")), copied(source("file"), 1) + total(1));
@@ -519,8 +519,8 @@ TEST_F(IGCollectData, DescribesTheDataInTheIndex) {
 }
 
 // The configuration may spell the base directory in another way than the normal one; the output
-// directory is the data directory all the same.
-TEST_F(IGCollectData, PutsNoPrefixInFrontHoweverTheBaseDirectoryIsSpelt) {
+// directory is still the data directory.
+TEST_F(IGCollectData, AddsNoPrefixForAnySpellingOfTheBaseDirectory) {
     make("file", 1);
     std::string base = base_ + "/./../base";
     data_dir_ = base + "/" + root_->output_name;
@@ -571,7 +571,7 @@ TEST_F(IGCollectData, EndsWithoutARecordWhenTheRunIsInterrupted) {
     EXPECT_EQ(collectAndLog("%d%/own"), total(0));
 }
 
-TEST_F(IGCollectData, MustNotBeGivenNull) {
+TEST_F(IGCollectData, AssertsItsArgumentsAreNotNull) {
     EXPECT_DEATH(IgCollectData(nullptr, root_, &block_), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgCollectData(pool(), nullptr, &block_), "root_tblp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgCollectData(pool(), root_, nullptr), "data_block != \\(\\(void \\*\\)0\\)");

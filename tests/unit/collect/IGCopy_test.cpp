@@ -33,7 +33,7 @@ TEST_F(IGCopy, KnowsTheFileSystemsOfTheKernel) {
     EXPECT_EQ(-1, liesInKernelFileSystem(directory_.path("none").c_str()));
 }
 
-TEST_F(IGCopy, FollowsALinkIntoThem) {
+TEST_F(IGCopy, FollowsALinkIntoAKernelFileSystem) {
     const std::string link = directory_.path("link");
     std::filesystem::create_symlink("/proc/version", link);
     EXPECT_EQ(1, liesInKernelFileSystem(link.c_str()));
@@ -53,7 +53,7 @@ TEST_F(IGCopy, CopiesContentAndAttributes) {
     EXPECT_EQ(made.st_mtim.tv_sec, source.st_mtim.tv_sec);
 }
 
-TEST_F(IGCopy, CopiesAsManyBytesAsItIsToldAndSaysWhetherThereAreMore) {
+TEST_F(IGCopy, CopiesUpToALimitAndReportsWhetherThereAreMoreBytes) {
     const std::string source = directory_.path("source");
     const std::string copy = directory_.path("copy");
     writeText(source, std::string(700000, 'a') + "b");
@@ -68,8 +68,8 @@ TEST_F(IGCopy, CopiesAsManyBytesAsItIsToldAndSaysWhetherThereAreMore) {
     EXPECT_EQ(std::filesystem::file_size(copy), 0U);
 }
 
-TEST_F(IGCopy, TakesNothingButRegularFiles) {
-    // A pipe that another process still holds open: it does not end.
+TEST_F(IGCopy, CopiesRegularFilesOnly) {
+    // A pipe that another process still holds open: reading it does not end.
     const std::string pipe = directory_.path("pipe");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0640), 0);
     const int both = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC);
@@ -80,11 +80,11 @@ TEST_F(IGCopy, TakesNothingButRegularFiles) {
     ::close(both);
 }
 
-TEST_F(IGCopy, FailsSilentlyAndLeavesNothing) {
+TEST_F(IGCopy, FailsWithoutAReportAndLeavesNoFile) {
     const std::string copy = directory_.path("copy");
     EXPECT_EQ(this->copy("/proc/none", copy), Copied::FAILED);
     EXPECT_EQ(this->copy("/proc/self", copy), Copied::FAILED);      // a directory cannot be read
-    EXPECT_EQ(this->copy("/proc/self/mem", copy), Copied::FAILED);  // nothing at its beginning
+    EXPECT_EQ(this->copy("/proc/self/mem", copy), Copied::FAILED);  // nothing at offset 0
     EXPECT_FALSE(std::filesystem::exists(copy));
     EXPECT_EQ(this->copy("/proc/version", directory_.path("none/copy")), Copied::FAILED);
     EXPECT_EQ(takeLog(), "");

@@ -27,7 +27,7 @@ class IGExeTool : public CollectTest {
   protected:
     void SetUp() override {
         CollectTest::SetUp();
-        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as the driver collects
+        IgCmnMsgSetMode(MSGMODE_COLLECTING);  // as in a collection
         tool_ = &IgIniGetPickPtnCmdData(pool(), ITEM_TOOL)->tool;
     }
 
@@ -71,13 +71,13 @@ TEST_F(IGExeTool, ShowsTheErrorOutputOfAToolWithoutARedirection) {
     const std::string line = behave("out one\\n err two\\nthree");
     Capture output(stdout);
     EXPECT_EQ(run(line), 0);
-    EXPECT_EQ(output.take(), "one\n");  // wherever the run's own output goes
+    EXPECT_EQ(output.take(), "one\n");  // the tool writes to the run's own output
     EXPECT_EQ(takeTimedLog(), started(line, 10) + ended(0, 0) + ERROR_OUTPUT + "two\nthree\n");
     EXPECT_EQ(readText(stderr_), "two\nthree");
 
     const std::string silent = behave("exit 0");
     EXPECT_EQ(run(silent), 0);
-    EXPECT_EQ(takeTimedLog(), started(silent, 10) + ended(0, 0));  // not the last tool's
+    EXPECT_EQ(takeTimedLog(), started(silent, 10) + ended(0, 0));  // not the previous tool's
 }
 
 TEST_F(IGExeTool, SendsBothOutputsToARedirection) {
@@ -140,7 +140,7 @@ TEST_F(IGExeTool, RunsNothingForALineThatExpandsToNothing) {
     EXPECT_EQ(readText(stderr_), "of the tool before\n");
 }
 
-TEST_F(IGExeTool, GoesOnWhenTheOutputFileCannotBeMade) {
+TEST_F(IGExeTool, ContinuesWhenTheOutputFileCannotBeMade) {
     std::filesystem::create_directories(data_dir_ + "/out/sub");
     redirect("%d%/out");
     const std::string line = behave("exit 0");
@@ -151,7 +151,7 @@ TEST_F(IGExeTool, GoesOnWhenTheOutputFileCannotBeMade) {
                   ended(255, 0));
 }
 
-TEST_F(IGExeTool, WritesIntoTheOutputThatWasMadeWhateverHasItsName) {
+TEST_F(IGExeTool, WritesIntoTheOriginalOutputDirectoryEvenIfItIsReplaced) {
     const std::string away = base_ + "/away";
     const FdGuard held(::open(output_.c_str(), O_PATH | O_CLOEXEC));
     root_->output_held = true;
@@ -185,7 +185,7 @@ TEST_F(IGExeTool, FailsWhenALineCannotBeExpanded) {
     EXPECT_EQ(takeLog(), report);
 }
 
-TEST_F(IGExeTool, MustNotBeGivenNull) {
+TEST_F(IGExeTool, AssertsItsArgumentsAreNotNull) {
     EXPECT_DEATH(IgExeTool(nullptr, root_, tool_), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgExeTool(pool(), nullptr, tool_), "root_tblp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgExeTool(pool(), root_, nullptr), "tool_block != \\(\\(void \\*\\)0\\)");

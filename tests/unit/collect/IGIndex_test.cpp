@@ -33,7 +33,7 @@ class IGIndex : public CollectTest {
     std::string text() const { return readText(output_ + "/quendil_index"); }
 };
 
-TEST_F(IGIndex, LiesInTheOutputDirectory) {
+TEST_F(IGIndex, IsInTheOutputDirectory) {
     EXPECT_EQ(indexPath(pool(), *root_), output_ + "/quendil_index");
 }
 
@@ -52,7 +52,7 @@ TEST_F(IGIndex, HoldsOneRecordAfterAnother) {
               "\nFILE:\nDESC:\nDATE:250102030405\nTYPE:text\n");
 }
 
-TEST_F(IGIndex, TellsAbsentListsFromEmptyOnes) {
+TEST_F(IGIndex, DistinguishesAbsentListsFromEmptyOnes) {
     IgCmnListHeader empty{};
     IndexRecord bare = record({});
     bare.files = &empty;
@@ -83,7 +83,7 @@ TEST_F(IGIndex, NamesEveryType) {
     EXPECT_EQ(text(), expected);
 }
 
-TEST_F(IGIndex, PutsTheLastComponentOfAnotherDataDirectoryInFront) {
+TEST_F(IGIndex, PrefixesTheLastComponentOfAnotherDataDirectory) {
     useSubdirectory("target");
     EXPECT_EQ(append({record({"var/log/messages", "x"}), record({})}), 0);
     EXPECT_EQ(text(),
@@ -100,7 +100,7 @@ TEST_F(IGIndex, IsReadableByItsOwnerAlone) {
     EXPECT_EQ(st.st_mode & 07777, 0600U);
 }
 
-TEST_F(IGIndex, IsNeverReachedThroughALink) {
+TEST_F(IGIndex, IsNeverOpenedThroughALink) {
     writeText(path("victim"), "mine\n");
     std::filesystem::create_symlink(path("victim"), output_ + "/quendil_index");
     Capture errors(stderr);
@@ -148,7 +148,7 @@ TEST_F(IGIndex, ReportsAFailedWriteOnce) {
     EXPECT_EQ(readText(full).size(), 1U << 20);
 }
 
-TEST_F(IGIndex, ReportsTheHeadAtThePlaceThatOpenedIt) {
+TEST_F(IGIndex, ReportsTheHeaderAtThePlaceThatOpenedIt) {
     const std::string full = path("index");
     {
         IndexFile index(full.c_str(), "w");

@@ -16,7 +16,7 @@ namespace {
 
 class NoteOutput : public CollectTest {
   protected:
-    // Another directory has the output's name when it is looked at.
+    // Replaces the output by another directory of its name.
     void exchange(uid_t owner, mode_t mode) {
         std::filesystem::remove(output_);
         std::filesystem::create_directory(output_);
@@ -31,7 +31,7 @@ class NoteOutput : public CollectTest {
     }
 };
 
-TEST_F(NoteOutput, KnowsTheDirectoryAgain) {
+TEST_F(NoteOutput, RecognisesTheDirectory) {
     EXPECT_TRUE(note());
     EXPECT_TRUE(outputIsOurs(*root_));
     EXPECT_FALSE(root_->output_held);
@@ -41,7 +41,7 @@ TEST_F(NoteOutput, KnowsTheDirectoryAgain) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(NoteOutput, MakesAnEmptyDirectoryOfAnotherUsersItsOwn) {
+TEST_F(NoteOutput, TakesOverAnEmptyDirectoryOfAnotherUser) {
     for (const auto& [owner, mode] :
          std::vector<std::pair<uid_t, mode_t>>{{1000, 0700}, {0, 0777}, {1000, 0777}, {0, 0}}) {
         exchange(owner, mode);
@@ -52,7 +52,7 @@ TEST_F(NoteOutput, MakesAnEmptyDirectoryOfAnotherUsersItsOwn) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(NoteOutput, TakesNoDirectoryInWhichSomethingLies) {
+TEST_F(NoteOutput, RefusesADirectoryThatIsNotEmpty) {
     exchange(1000, 0755);
     writeText(output_ + "/planted", "x");
     Capture errors(stderr);
@@ -60,7 +60,7 @@ TEST_F(NoteOutput, TakesNoDirectoryInWhichSomethingLies) {
     EXPECT_EQ(takeLog(), trio("lstat", ESTALE, "Stale file handle", output_, "IGOutput"));
 }
 
-TEST_F(NoteOutput, TakesNoLink) {
+TEST_F(NoteOutput, RefusesALink) {
     std::filesystem::rename(output_, output_ + ".away");
     std::filesystem::create_directory_symlink(output_ + ".away", output_);
     Capture errors(stderr);
@@ -94,7 +94,7 @@ TEST_F(NoteOutput, HoldsADirectoryThatAnotherUserCanMove) {
 
 class SettleOutput : public CollectTest {
   protected:
-    // A link in the output; whether it is there after the output was settled.
+    // Makes a link in the output; returns whether it is still a link after settleOutput().
     bool staysAsLink(const std::string& target) {
         const std::string link = output_ + "/link";
         std::filesystem::remove(link);
@@ -102,27 +102,27 @@ class SettleOutput : public CollectTest {
         EXPECT_TRUE(settleOutput(*root_));
         return std::filesystem::is_symlink(link);
     }
-    static std::string gone(const std::string& path) {
+    static std::string missing(const std::string& path) {
         return "ZEPA129-W:A system information(" + path + ") is not found.\n";
     }
 };
 
-TEST_F(SettleOutput, ReportsALinkWhoseFileHasGone) {
+TEST_F(SettleOutput, ReportsALinkWhoseFileIsMissing) {
     for (const bool tools_ran : {false, true}) {
         root_->tools_ran = tools_ran;
         EXPECT_TRUE(staysAsLink("/opt/none"));
-        EXPECT_EQ(takeLog(), gone("/opt/none"));
+        EXPECT_EQ(takeLog(), missing("/opt/none"));
     }
 }
 
-TEST_F(SettleOutput, KeepsNoLinkToNowhereThatAUserCanFill) {
+TEST_F(SettleOutput, RemovesABrokenLinkWhoseTargetAUserCanCreate) {
     root_->tools_ran = true;
     EXPECT_FALSE(staysAsLink(path("none")));
-    EXPECT_EQ(takeLog(), gone(path("none")));
+    EXPECT_EQ(takeLog(), missing(path("none")));
     EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
 }
 
-TEST_F(SettleOutput, PutsTheContentInThePlaceOfALinkToAUsersFile) {
+TEST_F(SettleOutput, ReplacesALinkToAUsersFileByACopy) {
     writeText(path("file"), "content");
     root_->tools_ran = true;
     EXPECT_FALSE(staysAsLink(path("file")));
@@ -131,7 +131,7 @@ TEST_F(SettleOutput, PutsTheContentInThePlaceOfALinkToAUsersFile) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(SettleOutput, TakesOutWhatIsNoData) {
+TEST_F(SettleOutput, RemovesALinkToADirectory) {
     Capture errors(stderr);
     for (const bool tools_ran : {false, true}) {
         root_->tools_ran = tools_ran;

@@ -41,7 +41,7 @@ class WildcardList : public RunTest {
         }
         return result;
     }
-    // The trio of a report that the listing makes.
+    // The three lines that the listing reports for a failed call.
     static std::string failure(const std::string& call, int error, const std::string& text,
                                const std::string& file) {
         return trio(call, error, text, file, "IGCmnDir");
@@ -71,7 +71,7 @@ TEST_F(WildcardList, HoldsAnExistingNameOfWildcardCharacters) {
     EXPECT_THAT(listed(), ElementsAre(path("*.log")));
 }
 
-TEST_F(WildcardList, HoldsWhatMatches) {
+TEST_F(WildcardList, HoldsEveryMatch) {
     struct Case {
         const char* wildcard;
         std::vector<std::string> names;
@@ -108,7 +108,7 @@ TEST_F(WildcardList, KeepsTheOrderOfTheDirectory) {
     EXPECT_EQ(listed(), in_directory_order);
 }
 
-TEST_F(WildcardList, LeavesDirectoriesOutOnRequest) {
+TEST_F(WildcardList, OmitsDirectoriesOnRequest) {
     EXPECT_EQ(list(path("*.log"), 1), 0);
     EXPECT_THAT(listed(),
                 UnorderedElementsAre(path("one.log"), path("two.log"), path(".hidden.log")));
@@ -123,7 +123,7 @@ TEST_F(WildcardList, IsFlat) {
     EXPECT_THAT(listed(), ElementsAre(path("dir.log/inner.log")));
 }
 
-TEST_F(WildcardList, GivesNineAndLeavesTheListWhenNothingMatches) {
+TEST_F(WildcardList, ReturnsNineAndKeepsTheListWhenNothingMatches) {
     char* first = IgCmnStrdup(pool(), "first");
     ASSERT_EQ(IgCmnListAppend(pool(), &list_, first), 1);
     EXPECT_EQ(IgCmnFileMakeList(path("*.none").c_str(), &list_, pool(), 0), 9);
@@ -131,7 +131,7 @@ TEST_F(WildcardList, GivesNineAndLeavesTheListWhenNothingMatches) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(WildcardList, AddsToAListThatIsThere) {
+TEST_F(WildcardList, AddsToAnExistingList) {
     EXPECT_EQ(list(path("one.log")), 0);
     EXPECT_EQ(IgCmnFileMakeList(path("th*").c_str(), &list_, pool(), 0), 0);
     EXPECT_THAT(listed(), ElementsAre(path("one.log"), path("three.txt")));
@@ -149,7 +149,7 @@ TEST_F(WildcardList, FindsABareNameInTheCurrentDirectory) {
     EXPECT_TRUE(fs::equivalent(listed().front(), path("three.txt")));
 }
 
-TEST_F(WildcardList, GivesNineForADirectoryThatCannotBeOpened) {
+TEST_F(WildcardList, ReturnsNineForADirectoryThatCannotBeOpened) {
     Capture err(stderr);
     EXPECT_EQ(list(path("missing/*")), 9);
     EXPECT_EQ(takeLog(), failure("opendir", ENOENT, "No such file or directory", path("missing")));
@@ -158,7 +158,7 @@ TEST_F(WildcardList, GivesNineForADirectoryThatCannotBeOpened) {
     EXPECT_EQ(list_, nullptr);
 }
 
-TEST_F(WildcardList, StopsWithNineAtAnEntryThatIsNotThere) {
+TEST_F(WildcardList, ReturnsNineAtAMissingEntry) {
     fs::create_symlink("nowhere", path("dangling.lnk"));
     Capture err(stderr);
     EXPECT_EQ(list(path("*.lnk")), 9);
@@ -166,7 +166,7 @@ TEST_F(WildcardList, StopsWithNineAtAnEntryThatIsNotThere) {
               failure("stat", ENOENT, "No such file or directory", path("dangling.lnk")));
 }
 
-TEST_F(WildcardList, HoldsNamesThatTheLocaleCannotDecodeAsTheyAre) {
+TEST_F(WildcardList, HoldsUndecodableNamesUnchanged) {
     writeText(path("\xff\xfe.log"), "x");
     fs::remove_all(path("dir.log"));
     for (const char* name : {"one.log", "two.log", ".hidden.log", "three.txt", "back\\slash"}) {
@@ -181,7 +181,7 @@ TEST_F(WildcardList, HoldsNamesThatTheLocaleCannotDecodeAsTheyAre) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(WildcardList, DistinguishesNothingFoundFromNothingReadable) {
+TEST_F(WildcardList, DistinguishesNoMatchFromAReadError) {
     Capture err(stderr);
     EXPECT_EQ(listMatches(path("one.log").c_str(), &list_, pool(), 0), Listing::FOUND);
     EXPECT_EQ(listMatches(path("t*").c_str(), &list_, pool(), 0), Listing::FOUND);
@@ -192,8 +192,8 @@ TEST_F(WildcardList, DistinguishesNothingFoundFromNothingReadable) {
     EXPECT_EQ(listMatches(path("*.lnk").c_str(), &list_, pool(), 0), Listing::FAILED);
 }
 
-TEST_F(WildcardList, GivesNineForADirectoryThatCannotBeReadToItsEnd) {
-    for (const int nth : {1, 4, 9}) {  // the last call is the one that would find the end
+TEST_F(WildcardList, ReturnsNineForADirectoryThatCannotBeReadToItsEnd) {
+    for (const int nth : {1, 4, 9}) {  // the last call would find the end
         Capture err(stderr);
         const std::size_t before = openDescriptors();
         const FailingCall failing(Call::READDIR, nth, EIO);
@@ -205,7 +205,7 @@ TEST_F(WildcardList, GivesNineForADirectoryThatCannotBeReadToItsEnd) {
     }
 }
 
-TEST_F(WildcardList, GivesUpWhereverMemoryRunsOut) {
+TEST_F(WildcardList, FailsWhenMemoryRunsOut) {
     for (const char* search : {"*", "one.log"}) {
         bool failed = true;
         for (int nth = 1; failed; ++nth) {
@@ -232,7 +232,7 @@ TEST_F(WildcardList, LeavesNoDescriptorOpen) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(WildcardList, IsMadeByItsFirstName) {
+TEST_F(WildcardList, IsCreatedByItsFirstName) {
     IgCmnListHeader* names = nullptr;
     const std::string name = "name";
     EXPECT_EQ(makeList(name.c_str(), &names, pool()), 0);

@@ -55,7 +55,7 @@ const std::vector<std::string> HOSTILE_NAMES{"two words",      "$(touch ran)",
                                              "it's",           "*",
                                              "trailing\\",     "!x"};
 
-TEST_F(IGCmnFile, RemovesExactlyTheNameThatItIsGiven) {
+TEST_F(IGCmnFile, RemovesExactlyTheGivenName) {
     for (const std::string& name : HOSTILE_NAMES) {
         SCOPED_TRACE(name);
         fs::current_path(path());
@@ -83,7 +83,7 @@ TEST_F(IGCmnFile, ReportsAShellThatCannotBeStarted) {
     EXPECT_TRUE(fs::exists(name));
 }
 
-TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedForNoReason) {
+TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedWithoutAnError) {
     const FailingCall failing(Call::FORK, 1, 0);
     EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileRemoveAll("/x"), 1); }),
               "ZEPA113-E:An error occurred during the following system call. system call name = "
@@ -92,7 +92,7 @@ TEST_F(IGCmnFile, ReportsAShellThatCannotBeStartedForNoReason) {
               "ZEPA114-E:source = IGCmnFile, line no = N.\n");
 }
 
-TEST_F(IGCmnFile, SaysNothingOfACopyWithoutAShell) {
+TEST_F(IGCmnFile, ReportsNothingOfACopyWithoutAShell) {
     writeText(path("source"), "x");
     const FailingCall failing(Call::FORK, 1, EAGAIN);
     EXPECT_EQ(reported([&] {
@@ -102,7 +102,7 @@ TEST_F(IGCmnFile, SaysNothingOfACopyWithoutAShell) {
     EXPECT_EQ(run_state.interrupted, 0);
 }
 
-// A byte by itself, and where it could begin and end something that the shell obeys.
+// Each byte alone, and where it could begin and end a construct that the shell interprets.
 TEST_F(IGCmnFile, CopiesAndRemovesNamesOfEveryByte) {
     fs::current_path(path());
     fs::create_directory(path("to"));
@@ -127,7 +127,7 @@ TEST_F(IGCmnFile, CopiesAndRemovesNamesOfEveryByte) {
         const auto c = static_cast<char>(byte);
         SCOPED_TRACE(byte);
         all += c;
-        // Letters and digits mean the same to the shell wherever they stand.
+        // The shell treats all letters and digits the same.
         if (IgCmnStrIsAlnum(static_cast<wchar_t>(byte)) == 0 || c == 'n') {
             survives(std::string("x") + c + "touch ran" + c);
         }
@@ -151,7 +151,7 @@ TEST_F(IGCmnFile, ReportsARemovalThatFails) {
                   "ZEPA114-E:source = IGCmnFile, line no = N.\n");
 }
 
-TEST_F(IGCmnFile, ReportsARemovalThatFailsAsWarningsWhileACollectionIsUnderWay) {
+TEST_F(IGCmnFile, ReportsARemovalThatFailsAsWarningsDuringACollection) {
     fs::create_directories(path("tree/sub"));
     const ReadOnly read_only(path("tree"));
     IgCmnMsgSetMode(MSGMODE_COLLECTING);
@@ -193,7 +193,7 @@ TEST_F(IGCmnFile, ReplacesAnExistingCopyOnlyOnRequest) {
     EXPECT_EQ(readText(path("copy")), "new");
 }
 
-TEST_F(IGCmnFile, SaysNothingOfACopyThatFails) {
+TEST_F(IGCmnFile, ReportsNothingOfACopyThatFails) {
     writeText(path("source"), "x");
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnFileCopy(path("no").c_str(), path("copy").c_str(), 1, 0), 0);
@@ -206,7 +206,7 @@ TEST_F(IGCmnFile, SaysNothingOfACopyThatFails) {
     EXPECT_EQ(run_state.interrupted, 0);
 }
 
-TEST_F(IGCmnFile, CopiesExactlyTheNamesThatItIsGiven) {
+TEST_F(IGCmnFile, CopiesExactlyTheGivenNames) {
     fs::create_directories(path("from"));
     fs::create_directories(path("to"));
     for (const std::string& name : HOSTILE_NAMES) {
@@ -226,7 +226,7 @@ TEST_F(IGCmnFile, LinksInsteadOfCopying) {
     EXPECT_EQ(fs::read_symlink(path("link")), path("source"));
 }
 
-TEST_F(IGCmnFile, ReplacesWhatIsInTheWayOfALinkOnlyOnRequest) {
+TEST_F(IGCmnFile, ReplacesAnExistingFileByALinkOnlyOnRequest) {
     writeText(path("source"), "text");
     writeText(path("link"), "old");
     EXPECT_EQ(IgCmnFileCopy(path("source").c_str(), path("link").c_str(), 0, 1), 0);
@@ -235,7 +235,7 @@ TEST_F(IGCmnFile, ReplacesWhatIsInTheWayOfALinkOnlyOnRequest) {
     EXPECT_EQ(fs::read_symlink(path("link")), path("source"));
 }
 
-TEST_F(IGCmnFile, LinksToNothingThatCannotBeRead) {
+TEST_F(IGCmnFile, MakesNoLinkWithoutItsSourceOrDirectory) {
     writeText(path("link"), "old");
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnFileCopy(path("no").c_str(), path("link").c_str(), 1, 1), 0);
@@ -269,7 +269,7 @@ class InterruptedCommand : public IGCmnFile {
         }
         IGCmnFile::TearDown();
     }
-    // A command whose script takes the place of another.
+    // The path of a command that runs the given script.
     std::string script(const std::string& body) {
         writeText(path("script"), "#!/bin/sh\n" + body + "\n");
         ::chmod(path("script").c_str(), 0755);
@@ -307,7 +307,7 @@ TEST_F(InterruptedCommand, InterruptsTheRunWhenItWasARemoval) {
     EXPECT_EQ(run_state.signal_no, SIGINT);
 }
 
-TEST_F(InterruptedCommand, IsNotAnyCommandThatFails) {
+TEST_F(InterruptedCommand, IsNotAssumedForEveryFailedCommand) {
     for (const char* ending : {"kill -TERM $$", "kill -QUIT $$", "exit 1", "exit 2", "exit 143"}) {
         SCOPED_TRACE(ending);
         const Mounted copy(script(ending), "/bin/cp");
@@ -326,7 +326,7 @@ TEST_F(InterruptedCommand, LeavesSignalsIgnoredWhenTheRunWasInterruptedBefore) {
     EXPECT_TRUE(ignored(SIGTERM));
 }
 
-TEST_F(IGCmnFile, CopiesAndRemovesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnFile, CopiesAndRemovesNothingWhenMemoryRunsOut) {
     writeText(path("file"), "x");
     const std::pair<int, std::function<int()>> calls[] = {
         {0, [&] { return IgCmnFileCopy(path("file").c_str(), path("copy").c_str(), 0, 0); }},

@@ -71,7 +71,7 @@ TEST_F(FileHandle, IsEmptyAfterItIsClosed) {
     EXPECT_EQ(handle_.stream, nullptr);
 }
 
-TEST_F(FileHandle, WritesInTheWayThatItsModeNames) {
+TEST_F(FileHandle, WritesAccordingToItsMode) {
     const auto write = [this](const char* mode, const char* text) {
         ASSERT_EQ(IgCmnFileOpen(&handle_, path("file").c_str(), mode), 0);
         std::fputs(text, handle_.stream);
@@ -111,7 +111,7 @@ TEST_F(FileHandle, ReportsAFileThatCannotBeOpened) {
               failure("fopen", ENAMETOOLONG, "File name too long", long_name));
 }
 
-TEST_F(FileHandle, ReportsAsAWarningWhileACollectionIsUnderWay) {
+TEST_F(FileHandle, ReportsAWarningDuringACollection) {
     const std::string name = path("missing");
     for (const int mode : {1, 2}) {
         IgCmnMsgSetMode(static_cast<MsgMode>(mode));
@@ -138,7 +138,7 @@ TEST_F(FileHandle, DoesNotWaitForTheOtherEndOfAFifo) {
     EXPECT_EQ(IgCmnFileOpen(&handle_, path("fifo").c_str(), "r"), 0);
 }
 
-TEST_F(FileHandle, ChecksWhatIsNoRegularFileWithoutOpeningIt) {
+TEST_F(FileHandle, OpensOnlyRegularFilesForReading) {
     ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
     for (const std::string& name : {path("fifo"), path(), std::string("/dev/zero")}) {
         errno = 0;
@@ -147,7 +147,7 @@ TEST_F(FileHandle, ChecksWhatIsNoRegularFileWithoutOpeningIt) {
     }
 }
 
-TEST_F(FileHandle, ClosesTheFileWhenItsNameCannotBeKept) {
+TEST_F(FileHandle, ClosesTheFileWhenItsNameCannotBeStored) {
     writeText(path("file"), "");
     const std::size_t before = openDescriptors();
     for (const int nth : {1, 2}) {  // the handle's pool, its chunk
@@ -230,7 +230,7 @@ TEST_F(IGCmnFile, DoesNotWaitForAReaderOfAFifoThatItOpens) {
     }
 }
 
-TEST_F(IGCmnFile, OpensForReadingWithoutLendingTheDescriptorToTools) {
+TEST_F(IGCmnFile, OpensForReadingWithoutPassingTheDescriptorToTools) {
     writeText(path("regular"), "x");
     const int fd = openForReading(path("regular").c_str());
     ASSERT_GE(fd, 0);
@@ -249,7 +249,7 @@ bool isLocked(const std::string& file) {
     return child.status == 1;
 }
 
-TEST_F(IGCmnFile, ReadsNoLockFileWhoseLockItWouldDrop) {
+TEST_F(IGCmnFile, DoesNotReadALockFileWhoseLockItWouldRelease) {
     for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
         SCOPED_TRACE(name);
         const std::string lock_file = BIN_DIR + "/"s + name;
@@ -297,7 +297,7 @@ TEST_F(IGCmnFile, MakesFilesForTheirOwnerAloneUnderEveryUmaskAndDefaultAcl) {
 
 // Tests of files
 
-TEST_F(IGCmnFile, KnowsWhatExists) {
+TEST_F(IGCmnFile, ReportsWhetherAFileExists) {
     writeText(path("file"), "");
     fs::create_symlink(path("file"), path("link"));
     fs::create_symlink(path("nowhere"), path("dangling"));

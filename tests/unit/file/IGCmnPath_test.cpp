@@ -66,7 +66,7 @@ TEST_F(IGCmnPath, SplitsAPathAtItsLastSlash) {
     }
 }
 
-TEST_F(IGCmnPath, SplitsAPathIntoThePartThatIsWanted) {
+TEST_F(IGCmnPath, SplitsOffTheRequestedPartOfAPath) {
     char* part = nullptr;
     EXPECT_EQ(IgCmnFileSplitPath("/etc/hosts", &part, nullptr, pool()), 0);
     EXPECT_STREQ(part, "/etc");
@@ -124,7 +124,7 @@ TEST_F(IGCmnPath, SplitsACommandLineIntoCommandAndOptions) {
     }
 }
 
-TEST_F(IGCmnPath, ClearsWhatACommandLineDoesNotHave) {
+TEST_F(IGCmnPath, ClearsThePartsThatACommandLineLacks) {
     char stale[] = "stale";
     char* command = stale;
     char* options = stale;
@@ -171,7 +171,7 @@ TEST_F(IGCmnPath, KnowsAbsolutePaths) {
     }
 }
 
-TEST_F(IGCmnPath, MakesPathsNormal) {
+TEST_F(IGCmnPath, NormalisesPaths) {
     struct Case {
         const char* path;
         std::string normal;
@@ -213,7 +213,7 @@ TEST_F(IGCmnPath, MakesPathsNormal) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnPath, MakesPathsNormalWithoutLookingAtTheDisk) {
+TEST_F(IGCmnPath, NormalisesPathsWithoutAccessToTheDisk) {
     fs::create_directory_symlink("/usr/lib", path("link"));
     char* normal = nullptr;
     ASSERT_EQ(IgCmnFileNormPath(pool(), path("link/../x").c_str(), &normal), 0);
@@ -227,7 +227,7 @@ TEST_F(IGCmnPath, JoinsRelativePathsToTheRootWithoutADoubleSlash) {
     EXPECT_STREQ(normal, "/a/b");
 }
 
-TEST_F(IGCmnPath, GivesANormalPathThatItsOwnerCanFree) {
+TEST_F(IGCmnPath, ReturnsANormalPathThatTheCallerCanFree) {
     char* normal = nullptr;
     ASSERT_EQ(IgCmnFileNormPath(pool(), "/a/b/../c/", &normal), 0);
     ASSERT_STREQ(normal, "/a/c");
@@ -251,7 +251,7 @@ TEST_F(IGCmnPath, ReportsARelativePathWithoutACurrentDirectory) {
     EXPECT_EQ(IgCmnFileNormPath(pool(), "/x", &normal), 0) << "an absolute one needs none";
 }
 
-TEST_F(IGCmnPath, HandlesPathsLongerThanTheSystemTakes) {
+TEST_F(IGCmnPath, HandlesPathsLongerThanTheSystemAccepts) {
     const std::string name(100000, 'n');
     char* normal = nullptr;
     ASSERT_EQ(IgCmnFileNormPath(pool(), ("/" + name + "/./x/..//" + name).c_str(), &normal), 0);
@@ -276,7 +276,7 @@ TEST_F(IGCmnPath, HandlesPathsLongerThanTheSystemTakes) {
     EXPECT_STREQ(normal, "/");
 }
 
-TEST_F(IGCmnPath, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnPath, ReturnsNothingWhenMemoryRunsOut) {
     const std::string part(300, 'p');
     char* first = nullptr;
     char* second = nullptr;

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Takes all descriptors away for a scope: what opens a file fails with EMFILE.
+/// Allows no new descriptor in a scope: opening a file fails with EMFILE.
 class NoDescriptors {
   public:
     NoDescriptors() {
@@ -40,7 +40,7 @@ class IGCmnFileGetSize : public FileTest {
     }
 };
 
-TEST_F(IGCmnFileGetSize, GivesTheSizeOfAFile) {
+TEST_F(IGCmnFileGetSize, ReturnsTheSizeOfAFile) {
     writeText(path("file"), std::string(1234, 'x'));
     fs::create_symlink("file", path("link"));
     EXPECT_EQ(IgCmnFileGetSize(path("file").c_str()), 1234);
@@ -89,7 +89,7 @@ TEST_F(IGCmnFileGetSize, EntersEachDirectoryOfAGraphOfLinksOnce) {
     EXPECT_EQ(IgCmnFileGetSize(path("0").c_str()), LEVELS);
 }
 
-TEST_F(IGCmnFileGetSize, CountsNoFurtherWhenTheRunIsInterrupted) {
+TEST_F(IGCmnFileGetSize, StopsCountingWhenTheRunIsInterrupted) {
     fs::create_directories(path("tree/a"));
     writeText(path("tree/a/file"), "12345");
     run_state.signal_no = 2;
@@ -105,7 +105,7 @@ TEST_F(IGCmnFileGetSize, CountsNamesThatTheLocaleCannotDecode) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFileGetSize, ReportsWhatHasNoSizeAndCountsTheRest) {
+TEST_F(IGCmnFileGetSize, ReportsAnEntryWithoutASizeAndCountsTheRest) {
     const std::string missing = path("missing");
     EXPECT_EQ(reported([&] { EXPECT_EQ(IgCmnFileGetSize(missing.c_str()), 0); }),
               failure("stat", ENOENT, "No such file or directory", missing));
@@ -129,7 +129,7 @@ TEST_F(IGCmnFileGetSize, ReportsADirectoryThatCannotBeListedAsEmpty) {
     EXPECT_EQ(takeLog(), trio("opendir", EMFILE, "Too many open files", tree, "IGCmnDir"));
 }
 
-TEST_F(IGCmnFileGetSize, CountsWhatWasReadOfADirectoryBeforeReadingFailed) {
+TEST_F(IGCmnFileGetSize, CountsTheEntriesReadBeforeReadingFailed) {
     for (const char* name : {"a", "b", "c"}) {
         writeText(path(name), "x");
     }

@@ -58,7 +58,7 @@ TEST_F(TreeList, HoldsADirectoryAndThenAllBelowItParentsFirst) {
                                       path("tree/a/b") + " (dir)", path("tree/a/b/file")));
 }
 
-TEST_F(TreeList, EntersEachDirectoryWhereItStandsInTheOrderOfItsParent) {
+TEST_F(TreeList, EntersEachDirectoryInTheOrderOfItsParent) {
     for (const char* name : {"tree/z", "tree/a", "tree/m"}) {
         fs::create_directories(path(name));
         writeText(path(name + "/file"s), "x");
@@ -95,7 +95,7 @@ TEST_F(TreeList, FollowsLinksButNotBackToAnAncestor) {
                                      path("tree/a/out/file")));
 }
 
-TEST_F(TreeList, HoldsTheContentsOfADirectoryUnderItsOwnNameAndNotUnderALinkToo) {
+TEST_F(TreeList, HoldsTheContentsOfADirectoryUnderItsOwnNameOnly) {
     fs::create_directories(path("tree/real"));
     writeText(path("tree/real/file"), "x");
     fs::create_symlink("real", path("tree/again"));
@@ -106,7 +106,7 @@ TEST_F(TreeList, HoldsTheContentsOfADirectoryUnderItsOwnNameAndNotUnderALinkToo)
                                       path("tree/zlast") + " (dir)"));
 }
 
-TEST_F(TreeList, EntersTheLinkWithTheLowestPathWhateverOrderTheDirectoryHas) {
+TEST_F(TreeList, EntersTheLinkWithTheLowestPathInAnyDirectoryOrder) {
     fs::create_directories(path("outside/deep"));
     writeText(path("outside/deep/file"), "x");
     fs::create_directories(path("tree/m"));
@@ -131,7 +131,7 @@ TEST_F(TreeList, EntersADirectoryOnceThatAWildcardMatchesThroughManyLinks) {
                                       path("l3") + " (dir)"));
 }
 
-TEST_F(TreeList, HoldsALinkThatMustNotBeFollowedAsAFileThatDoesNotOpen) {
+TEST_F(TreeList, HoldsALinkThatMustNotBeFollowedAsAnUnreadableFile) {
     fs::create_directories(path("tree"));
     fs::create_directories(path("secret"));
     writeText(path("secret/file"), "x");
@@ -186,7 +186,7 @@ TEST_F(TreeList, NeedsNoMoreStackForADeepTree) {
     fs::remove_all(path("tree"));
 }
 
-TEST_F(TreeList, ReportsALinkToNowhereAndGoesOn) {
+TEST_F(TreeList, ReportsABrokenLinkAndContinues) {
     fs::create_directories(path("tree"));
     fs::create_symlink("nowhere", path("tree/dangling"));
     writeText(path("tree/file"), "x");
@@ -206,11 +206,11 @@ TEST_F(TreeList, HoldsNamesAsBytesAndShowsThemWithoutControlCharacters) {
               "ZEPA129-W:A system information(" + path("tree/a\\012b") + ") is not found.\n");
 }
 
-TEST_F(TreeList, HoldsNothingForANameThatIsALinkToNowhere) {
+TEST_F(TreeList, HoldsNothingForABrokenLink) {
     fs::create_symlink("nowhere", path("dangling"));
     EXPECT_EQ(list(path("dangling")), 0);
     EXPECT_EQ(list_, nullptr);
-    EXPECT_EQ(takeLog(), "") << "its caller tells";
+    EXPECT_EQ(takeLog(), "") << "its caller reports it";
 }
 
 TEST_F(TreeList, StaysNullWhenNothingIsFound) {
@@ -219,7 +219,7 @@ TEST_F(TreeList, StaysNullWhenNothingIsFound) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(TreeList, ReportsADirectoryThatIsNotThere) {
+TEST_F(TreeList, ReportsAMissingDirectory) {
     Capture err(stderr);
     EXPECT_EQ(list(path("missing/*")), 0);
     EXPECT_EQ(list_, nullptr);
@@ -237,7 +237,7 @@ TEST_F(TreeList, HoldsADirectoryThatCannotBeListed) {
     EXPECT_EQ(takeLog(), trio("readdir", EIO, "Input/output error", path("tree"), "IGCmnDir"));
 }
 
-TEST_F(TreeList, ReportsAPathThatCannotBeLookedAt) {
+TEST_F(TreeList, ReportsAPathThatCannotBeChecked) {
     fs::create_directories(path("tree/sub"));
     const std::string tree = path("tree");
     Capture err(stderr);
@@ -252,7 +252,7 @@ TEST_F(TreeList, ReportsAPathThatCannotBeLookedAt) {
     EXPECT_EQ(takeLog(), trio("open", EMFILE, "Too many open files", tree, "IGCmnTree"));
 }
 
-TEST_F(TreeList, GoesDownDeeplyWithoutKeepingDescriptors) {
+TEST_F(TreeList, WalksADeepTreeWithoutKeepingDescriptors) {
     std::string deep = path("tree");
     for (int i = 0; i < 300; ++i) {
         deep += "/d";
@@ -269,7 +269,7 @@ TEST_F(TreeList, GoesDownDeeplyWithoutKeepingDescriptors) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(TreeList, GivesUpWhereverMemoryRunsOut) {
+TEST_F(TreeList, FailsWhenMemoryRunsOut) {
     fs::create_directories(path("tree/a/b"));
     fs::create_directories(path("outside/c"));
     writeText(path("tree/a/file"), "x");
@@ -291,7 +291,7 @@ TEST_F(TreeList, GivesUpWhereverMemoryRunsOut) {
     }
 }
 
-TEST_F(TreeList, EntersNoOtherDirectoryThatHasTakenTheNameOfAUsers) {
+TEST_F(TreeList, EntersNoDirectoryThatReplacedAUsersDirectory) {
     static std::string tree;
     tree = path("tree");
     fs::create_directories(tree + "/a");

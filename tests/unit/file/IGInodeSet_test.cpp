@@ -20,7 +20,7 @@ TEST(IGInodeSet, KnowsWhatWasAdded) {
     EXPECT_EQ(set.add(file(1, 2)), InodeSet::Added::KNOWN);
 }
 
-TEST(IGInodeSet, TellsDevicesWithEqualInodesApart) {
+TEST(IGInodeSet, DistinguishesEqualInodesOfDifferentDevices) {
     LocalPool pool;
     InodeSet set(pool.get());
     EXPECT_EQ(set.add(file(1, 2)), InodeSet::Added::NEW);

@@ -53,7 +53,7 @@ int exited(int code) {
     return code << 8;
 }
 
-TEST_F(IGShell, TellsHowTheCommandEnded) {
+TEST_F(IGShell, ReturnsTheStatusOfTheCommand) {
     EXPECT_EQ(runShell("exit 0"), 0);
     EXPECT_EQ(runShell("exit 3"), exited(3));
     EXPECT_EQ(runShell("/no/such/program 2> /dev/null"), exited(127));
@@ -64,19 +64,19 @@ TEST_F(IGShell, TellsHowTheCommandEnded) {
     EXPECT_EQ(caught, 0);
 }
 
-TEST_F(IGShell, TellsThatItCouldNotBeStarted) {
+TEST_F(IGShell, ReportsThatItCouldNotBeStarted) {
     const FailingCall failing(Call::FORK, 1, EAGAIN);
     EXPECT_EQ(runShell("exit 0"), -1);
     EXPECT_EQ(errno, EAGAIN);
 }
 
-TEST_F(IGShell, TellsThatItCouldNotBeWaitedFor) {
-    ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: there is nothing to wait for
+TEST_F(IGShell, ReportsThatItCouldNotBeWaitedFor) {
+    ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: waiting fails
     EXPECT_EQ(runShell("exit 0"), -1);
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(IGShell, TakesASignalToTheProgramAloneAndTheCommandGoesOn) {
+TEST_F(IGShell, HandlesASignalToTheProgramAloneWhileTheCommandContinues) {
     for (const auto& [name, number] :
          {std::pair("INT", SIGINT), {"TERM", SIGTERM}, {"HUP", SIGHUP}}) {
         caught = 0;
@@ -107,7 +107,7 @@ TEST_F(IGShell, KeepsTheSignalThatInterruptedTheRunFirst) {
     EXPECT_EQ(run_state.signal_no, SIGTERM);
 }
 
-TEST_F(IGShell, SparesTheCommandTheSignalsThatAreIgnored) {
+TEST_F(IGShell, StartsTheCommandWithTheIgnoredSignalsIgnored) {
     handle(SIG_IGN);
     EXPECT_EQ(runShell("kill -INT $$; kill -TERM $$; kill -HUP $$; exit 4"), exited(4));
 }
@@ -120,7 +120,7 @@ TEST_F(IGShell, StartsTheCommandWithTheSignalsOfTheRunsOwnStart) {
     EXPECT_THAT(text, ::testing::HasSubstr("\nblocked=\nignored=\ncaught=\n"));
 }
 
-TEST_F(IGShell, IgnoresTheTerminalsQuitOnlyMeanwhile) {
+TEST_F(IGShell, IgnoresSigquitOnlyDuringTheCommand) {
     struct sigaction before = {};
     ::sigaction(SIGQUIT, nullptr, &before);
     sigset_t mask_before;

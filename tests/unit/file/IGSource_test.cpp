@@ -23,7 +23,7 @@ constexpr uid_t OTHER = 1001;
 
 class IGSource : public RunTest {
   protected:
-    // Whether the path can be followed, and is root's own.
+    // Whether the path can be followed, and belongs to root.
     enum class Found { OWN, FOREIGN, REFUSED, NOT_THERE };
     Found follow(const std::string& path, const char* ours = nullptr) {
         const std::size_t before = openDescriptors();
@@ -44,7 +44,7 @@ class IGSource : public RunTest {
     }
     std::string own(const std::string& name = "") { return own_.path(name); }
 
-    // A directory of a user's, with a file of his.
+    // A user's directory with a file of his.
     std::string home(const std::string& name = "") {
         if (!fs::exists(own("home"))) {
             fs::create_directory(own("home"));
@@ -64,12 +64,12 @@ class IGSource : public RunTest {
     }
 
     TempDir own_{"/opt"};
-    std::string place_;  // where the last path has led
+    std::string place_;  // what the last path resolved to
 };
 
-// Whose a path is
+// Owners of paths
 
-TEST_F(IGSource, IsRootsOwnWhereOnlyRootCanWrite) {
+TEST_F(IGSource, BelongsToRootWhereOnlyRootCanWrite) {
     fs::create_directories(own("a/b"));
     writeText(own("a/b/file"), "x");
     give(own("a/b/file"), USER);  // the file's owner does not count
@@ -79,7 +79,7 @@ TEST_F(IGSource, IsRootsOwnWhereOnlyRootCanWrite) {
     EXPECT_EQ(follow("/opt/./../opt"), Found::OWN);
 }
 
-TEST_F(IGSource, IsNotRootsOwnBelowADirectoryThatOthersCanChange) {
+TEST_F(IGSource, DoesNotBelongToRootBelowADirectoryThatOthersCanChange) {
     struct Case {
         mode_t mode;
         uid_t user;
@@ -104,7 +104,7 @@ TEST_F(IGSource, IsNotRootsOwnBelowADirectoryThatOthersCanChange) {
     }
 }
 
-TEST_F(IGSource, CountsTheOutputAsRootsOwn) {
+TEST_F(IGSource, CountsTheOutputAsRoots) {
     const TempDir shared;  // below /tmp
     fs::create_directories(shared.path("out/sub"));
     ASSERT_EQ(::chmod(shared.path("out/sub").c_str(), 0777), 0);
@@ -120,7 +120,7 @@ TEST_F(IGSource, CountsTheOutputAsRootsOwn) {
 
 // Whose links are followed
 
-TEST_F(IGSource, FollowsEveryLinkInRootsOwnDirectories) {
+TEST_F(IGSource, FollowsEveryLinkInDirectoriesOfRoot) {
     writeText(own("file"), "x");
     EXPECT_EQ(follow(link("file", own("relative"))), Found::OWN);
     EXPECT_EQ(place_, own("file"));
@@ -130,7 +130,7 @@ TEST_F(IGSource, FollowsEveryLinkInRootsOwnDirectories) {
     EXPECT_EQ(follow(link("/proc/version", own("kernel"))), Found::OWN);
 }
 
-TEST_F(IGSource, FollowsALinkOfAUsersOnlyToWhatIsHisOwn) {
+TEST_F(IGSource, FollowsAUsersLinkOnlyToHisOwnFiles) {
     writeText(own("secret"), "x");
     writeText(own("others"), "x");
     give(own("others"), OTHER);
@@ -144,22 +144,22 @@ TEST_F(IGSource, FollowsALinkOfAUsersOnlyToWhatIsHisOwn) {
     EXPECT_EQ(follow(link("none", home("dangling"), USER)), Found::NOT_THERE);
 }
 
-TEST_F(IGSource, FollowsNoLinkOfAUsersIntoTheKernelsFiles) {
+TEST_F(IGSource, FollowsNoUsersLinkIntoTheKernelsFiles) {
     EXPECT_EQ(follow(link("/proc/version", home("kernel"))), Found::REFUSED);
     EXPECT_EQ(follow(link("/sys", home("sys")) + "/kernel"), Found::REFUSED);
 }
 
-TEST_F(IGSource, StaysForeignBehindALinkOfAUsers) {
+TEST_F(IGSource, StaysForeignBehindAUsersLink) {
     writeText(own("file"), "x");
-    link(own(), home("back"));  // root's own link leads out of the user's directory
+    link(own(), home("back"));  // root's link points out of the user's directory
     EXPECT_EQ(follow(home("back/file")), Found::FOREIGN);
 }
 
-TEST_F(IGSource, FollowsTheLinksOfProcToTheFileThatTheyMean) {
-    const std::string gone = own("gone");
-    writeText(gone, "still open");
-    const FdGuard fd(::open(gone.c_str(), O_RDONLY | O_CLOEXEC));
-    fs::remove(gone);
+TEST_F(IGSource, FollowsTheLinksOfProcToTheirFiles) {
+    const std::string removed = own("gone");
+    writeText(removed, "still open");
+    const FdGuard fd(::open(removed.c_str(), O_RDONLY | O_CLOEXEC));
+    fs::remove(removed);
     Source source;
     const std::string path = "/proc/self/fd/" + std::to_string(fd.get());
     ASSERT_TRUE(sourceFollow(path.c_str(), source));
@@ -180,7 +180,7 @@ TEST_F(IGSource, EndsAtALoopOfLinks) {
     EXPECT_EQ(follow(own("1")), Found::OWN);
 }
 
-TEST_F(IGSource, RefusesWhatIsNoPath) {
+TEST_F(IGSource, RefusesInvalidPaths) {
     writeText(own("file"), "x");
     Source source;
     struct Case {
@@ -203,7 +203,7 @@ TEST_F(IGSource, RefusesWhatIsNoPath) {
 
 // Opening
 
-TEST_F(IGSource, OpensAnEntryOfAUsersDirectoryThroughNoLink) {
+TEST_F(IGSource, OpensNoLinkInAUsersDirectory) {
     const std::string place = home();
     const SourceDirectory directory{place.c_str(), false};
     Source source;
@@ -221,7 +221,7 @@ TEST_F(IGSource, OpensAnEntryOfAUsersDirectoryThroughNoLink) {
     EXPECT_EQ(errno, ELOOP);
 }
 
-TEST_F(IGSource, ReadsTheFileThatWasLookedAt) {
+TEST_F(IGSource, ReadsTheFileThatWasChecked) {
     const std::string place = own();
     const SourceDirectory directory{place.c_str(), true};
     writeText(own("file"), "first");
@@ -236,7 +236,7 @@ TEST_F(IGSource, ReadsTheFileThatWasLookedAt) {
     EXPECT_STREQ(text.data(), "first");
 }
 
-TEST_F(IGSource, ReadsNothingButRegularFiles) {
+TEST_F(IGSource, ReadsRegularFilesOnly) {
     const std::string place = own();
     const SourceDirectory directory{place.c_str(), true};
     ASSERT_EQ(::mkfifo(own("fifo").c_str(), 0600), 0);
@@ -248,7 +248,7 @@ TEST_F(IGSource, ReadsNothingButRegularFiles) {
     }
 }
 
-TEST_F(IGSource, WaitsForALeaseThatIsGivenUp) {
+TEST_F(IGSource, WaitsForALeaseToBeReleased) {
     writeText(own("file"), "x");
     const LeaseHolder holder({own("file")}, WhenAsked::GIVES_UP);
     ASSERT_TRUE(holder.holds());

@@ -38,7 +38,7 @@ class IGCmnFileWord : public RunTest {
     }
     int read() { return IgCmnFileWordRead(nullptr, &handle_, &word_, pool()); }
 
-    /// One line a word, "TYPE(text) line:column", and how the reading ended.
+    /// One line per word, "TYPE(text) line:column", and how the reading ended.
     std::string words(const std::string& content) {
         open(content);
         std::string result;
@@ -218,7 +218,7 @@ struct Table {
 
 class WordTable : public IGCmnFileWord, public ::testing::WithParamInterface<Table> {};
 
-TEST_P(WordTable, GivesTheseWords) {
+TEST_P(WordTable, ReturnsTheseWords) {
     for (const Case& c : GetParam().cases) {
         SCOPED_TRACE(::testing::PrintToString(c.input));
         std::string expected;
@@ -240,9 +240,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Table{"InvalidCharacters", INVALID_CHARACTERS}),
     [](const ::testing::TestParamInfo<Table>& table) { return std::string(table.param.name); });
 
-// One character of every class in every mode: the first word that comes of it, and the column
-// behind that word. The prefix leads into the mode, the tail ends a word that the character does
-// not end.
+// One character of every class in every mode: the first word that results, and the column after
+// that word. The prefix selects the mode, the tail ends a word that the character does not end.
 struct ModeRow {
     const char* prefix;
     const char* tail;
@@ -310,7 +309,7 @@ const std::array<ModeRow, 11> MODES{{
       "BLANK( ) 1", "BLANK( ) 1"}},
 }};
 
-TEST_F(IGCmnFileWord, TakesACharacterOfEveryClassInEveryMode) {
+TEST_F(IGCmnFileWord, HandlesACharacterOfEveryClassInEveryMode) {
     static_assert(CHARACTERS.size() == std::tuple_size_v<decltype(ModeRow::words)>);
     for (const ModeRow& mode : MODES) {
         for (std::size_t i = 0; i < CHARACTERS.size(); ++i) {
@@ -327,7 +326,7 @@ TEST_F(IGCmnFileWord, TakesACharacterOfEveryClassInEveryMode) {
     }
 }
 
-TEST_F(IGCmnFileWord, LosesTheWordThatTheEndOfTheFileMeetsInAnyMode) {
+TEST_F(IGCmnFileWord, DropsTheWordAtTheEndOfTheFileInAnyMode) {
     for (const ModeRow& mode : MODES) {
         for (const std::string& before : {""s, "x\n"s, "\r"s}) {
             SCOPED_TRACE(::testing::PrintToString(before + mode.prefix));
@@ -339,7 +338,7 @@ TEST_F(IGCmnFileWord, LosesTheWordThatTheEndOfTheFileMeetsInAnyMode) {
     }
 }
 
-TEST_F(IGCmnFileWord, EndsInAnyModeAtACharacterThatIsNotAllowed) {
+TEST_F(IGCmnFileWord, EndsAtAForbiddenCharacterInAnyMode) {
     for (const char* locale : {"C", "C.utf8"}) {
         ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
         for (const ModeRow& mode : MODES) {
@@ -357,12 +356,12 @@ TEST_F(IGCmnFileWord, EndsInAnyModeAtACharacterThatIsNotAllowed) {
     EXPECT_EQ(takeLog(), "");
 }
 
-// The C library calls it an end or an undecodable sequence, depending on what it has buffered.
-TEST_F(IGCmnFileWord, GivesNoWordOfACharacterThatTheEndOfTheFileCuts) {
+// The C library reports an end or an undecodable sequence, depending on its buffer.
+TEST_F(IGCmnFileWord, ReturnsNoWordForATruncatedCharacterAtTheEndOfTheFile) {
     for (const ModeRow& mode : MODES) {
-        for (const char* cut : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
-            SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(cut)));
-            open(mode.prefix + std::string(cut));
+        for (const char* truncated : {"\xc3", "\xe3\x81", "\xf0\x9f\x98"}) {
+            SCOPED_TRACE(::testing::PrintToString(mode.prefix + std::string(truncated)));
+            open(mode.prefix + std::string(truncated));
             const int code = read();
             EXPECT_TRUE(code == 1 || (code == 0 && word_.type == WORD_INVALID)) << code;
         }
@@ -370,7 +369,7 @@ TEST_F(IGCmnFileWord, GivesNoWordOfACharacterThatTheEndOfTheFileCuts) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFileWord, NumbersItsWordTypesAsItsReadersCompareThem) {
+TEST_F(IGCmnFileWord, KeepsTheNumbersOfItsWordTypes) {
     EXPECT_EQ(WORD_QUOTED, 0);
     EXPECT_EQ(WORD_EQUAL, 1);
     EXPECT_EQ(WORD_COMMENT, 2);
@@ -394,7 +393,7 @@ TEST_F(IGCmnFileWord, ClassifiesEveryByteAtTheStartOfAWord) {
         std::int32_t expected = WORD_INVALID;
         switch (c) {
             case '\n':
-            case '\r':  // vanishes: the line feed after it is read
+            case '\r':  // it is skipped: the line feed after it is read
                 expected = WORD_NEWLINE;
                 break;
             case ' ':
@@ -455,8 +454,8 @@ TEST_F(IGCmnFileWord, RefusesALineOf1026Characters) {
     }
 }
 
-TEST_F(IGCmnFileWord, CountsACharacterOnceThatWasReadAgain) {
-    // Every word of this line ends with a character that goes back for the next one.
+TEST_F(IGCmnFileWord, CountsAPushedBackCharacterOnce) {
+    // Every word of this line ends with a character that is pushed back for the next one.
     std::string line;
     std::string expected;
     for (int i = 0; i < 512; ++i) {
@@ -492,7 +491,7 @@ TEST_F(IGCmnFileWord, CountsTheLineFeedBehindACarriageReturn) {
     EXPECT_EQ(place(), "1:1026");
 }
 
-TEST_F(IGCmnFileWord, DoesNotCountWhatIsNotAllowed) {
+TEST_F(IGCmnFileWord, DoesNotCountForbiddenCharacters) {
     open(std::string(1025, '{') + "\xc3\xa9\n");
     for (int i = 0; i < 1025; ++i) {
         ASSERT_EQ(read(), 0);
@@ -503,7 +502,7 @@ TEST_F(IGCmnFileWord, DoesNotCountWhatIsNotAllowed) {
     EXPECT_EQ(read(), 9);
 }
 
-TEST_F(IGCmnFileWord, MeetsTheEndOfTheFileBeforeTheLimitOfTheLine) {
+TEST_F(IGCmnFileWord, ReachesTheEndOfTheFileBeforeTheLineLimit) {
     EXPECT_EQ(words(std::string(1025, 'a')), "END 1:1025");
 }
 
@@ -521,7 +520,7 @@ TEST_F(IGCmnFileWord, CountsEveryLineFromOne) {
     EXPECT_EQ(handle_.line_no, 5001);
 }
 
-TEST_F(IGCmnFileWord, GivesASequenceThatTheLocaleCannotDecodeAsInvalid) {
+TEST_F(IGCmnFileWord, ReturnsAnUndecodableSequenceAsInvalid) {
     for (const std::string& content : {"\xff\n"s, "a\xff\n"s, "\"\xc3\"\n"s, "# \x80\n"s}) {
         SCOPED_TRACE(::testing::PrintToString(content));
         open(content);
@@ -532,7 +531,7 @@ TEST_F(IGCmnFileWord, GivesASequenceThatTheLocaleCannotDecodeAsInvalid) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnFileWord, GivesANonAsciiByteAsInvalidInThePlainLocaleToo) {
+TEST_F(IGCmnFileWord, ReturnsANonAsciiByteAsInvalidInThePlainLocaleToo) {
     ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
     open("\xc3\xa9\n");
     ASSERT_EQ(read(), 0);
@@ -580,7 +579,7 @@ TEST_F(IGCmnFileWord, ReportsAStreamThatCannotBeRead) {
     EXPECT_EQ(error.take(), report.substr(0, report.find("ZEPA114")));
 }
 
-TEST_F(IGCmnFileWord, ReportsACharacterThatTheStreamDoesNotTakeBack) {
+TEST_F(IGCmnFileWord, ReportsARefusedPushBack) {
     const std::string report =
         trio("ungetwc", ENOMEM, "Cannot allocate memory", dir_.path("words"), "IGCmnFileWord");
     for (const char* content :
@@ -595,7 +594,7 @@ TEST_F(IGCmnFileWord, ReportsACharacterThatTheStreamDoesNotTakeBack) {
     }
 }
 
-TEST_F(IGCmnFileWord, GivesUpWhereverMemoryRunsOut) {
+TEST_F(IGCmnFileWord, FailsWhenMemoryRunsOut) {
     const std::string content = "a \"" + std::string(250, 'b') + "\" %c% #d\n";
     bool failed = true;
     for (int nth = 1; failed; ++nth) {

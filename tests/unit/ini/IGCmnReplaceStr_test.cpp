@@ -33,7 +33,7 @@ class IGCmnReplaceStr : public RunTest {
         return result == nullptr ? "(failed)" : result;
     }
 
-    // The status of the check, which must not touch a status that is already bad.
+    // The status of the check, which must not change a status that is already bad.
     int checked(const std::string& text) {
         int status = 0;
         const char* result = IgCmnReplaceStrs(text.c_str(), 1, &root_, pool(), &status);
@@ -111,7 +111,7 @@ TEST_F(IGCmnReplaceStr, ExpandsAndChecks) {
     EXPECT_EQ(takeLog(), "");
 }
 
-// The rules told another way: the pieces between percent signs are plain text and names by turns.
+// A model of the rules: the pieces between percent signs are alternately plain text and names.
 struct Model {
     std::string expanded;
     int bad = 0;
@@ -124,7 +124,7 @@ Model modelOf(const std::string& text, const std::map<std::string, std::string>&
         const std::size_t end = text.find('%', start);
         const std::string piece = text.substr(start, end == std::string::npos ? end : end - start);
         if (end == std::string::npos) {
-            model.expanded += (name ? "%" : "") + piece;  // nothing closes it
+            model.expanded += (name ? "%" : "") + piece;  // it is not closed
             model.bad |= name ? 1 : 0;
             return model;
         }
@@ -141,7 +141,7 @@ Model modelOf(const std::string& text, const std::map<std::string, std::string>&
     }
 }
 
-TEST_F(IGCmnReplaceStr, TakesAnyNumberOfPercentSignsBesideAName) {
+TEST_F(IGCmnReplaceStr, AcceptsAnyNumberOfPercentSignsBesideAName) {
     const std::map<std::string, std::string> values = {
         {"YY", "09"}, {"MM", "01"}, {"DD", "03"},       {"hh", "21"},
         {"mm", "05"}, {"ss", "07"}, {"HOST", "web_01"}, {"d", ""}};
@@ -176,7 +176,7 @@ TEST_F(IGCmnReplaceStr, CollapsesRunsOfPercentSignsByHalvesRoundedUp) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGCmnReplaceStr, ReturnsNothingWhenMemoryRunsOut) {
     std::string text = "%HOST%" + std::string(300, 'x') + "%YY%%%" + std::string(300, 'y') + "%NO%";
     const std::vector<std::function<bool(memory_pool*)>> calls = {
         [&](memory_pool* p) {
@@ -204,7 +204,7 @@ TEST_F(IGCmnReplaceStr, GivesNothingWhereverMemoryRunsOut) {
             return failed;
         },
     };
-    expectNothingWhereverMemoryRunsOut(calls);
+    expectNothingWhenMemoryRunsOut(calls);
 }
 
 TEST_F(IGCmnReplaceStr, DropsAStringWithoutAValueThatTheCheckAccepts) {
@@ -222,7 +222,7 @@ TEST_F(IGCmnReplaceStr, DoesNotExpandAValueAgain) {
     EXPECT_EQ(expanded("%d%/x"), "/out/50%/%HOST%/%%/x");
 }
 
-TEST_F(IGCmnReplaceStr, LeavesABadStatusAsItIs) {
+TEST_F(IGCmnReplaceStr, KeepsABadStatus) {
     int status = 1;
     EXPECT_STREQ(IgCmnReplaceStrs("%HOST%", 1, &root_, pool(), &status), "");
     EXPECT_EQ(status, 1);
@@ -266,7 +266,7 @@ TEST_F(IGCmnReplaceStr, KnowsTheNamesWithTheirOpeningPercent) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheFirstNameThatBeginsAText) {
+TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheNameAtTheStartOfAText) {
     const std::vector<std::pair<const char*, int>> cases = {
         {"%YY", 1},     {"%YY%", 1},    {"%YYabc", 1}, {"%MM", 2}, {"%DD", 3},   {"%hh", 4},
         {"%mm", 5},     {"%ss", 6},     {"%d", 7},     {"%dd", 7}, {"%reg0", 8}, {"%reg1x", 9},
@@ -278,7 +278,7 @@ TEST_F(IGCmnReplaceStr, FindsTheCodeOfTheFirstNameThatBeginsAText) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, GivesTheValueOfOneNameOrTheNameItself) {
+TEST_F(IGCmnReplaceStr, ReturnsTheValueOfANameOrTheNameItself) {
     EXPECT_STREQ(IgCmnRepSpecialStr("%YY", 1, &root_, pool()), "09");
     EXPECT_STREQ(IgCmnRepSpecialStr("%HOST", 0, &root_, pool()), "web_01");
     EXPECT_STREQ(IgCmnRepSpecialStr("%d", 1, &root_, pool()), "%d");
@@ -320,10 +320,10 @@ TEST_F(IGCmnReplaceStr, WritesANumberWithTwoDigitsAtLeast) {
     }
 }
 
-TEST_F(IGCmnReplaceStr, TakesTheValuesOfARunFromTheClockAndTheHostOnce) {
-    ::setenv("TZ", "XYZ-5", 1);  // local time is not the time of the world
+TEST_F(IGCmnReplaceStr, ReadsTheClockAndTheHostOncePerRun) {
+    ::setenv("TZ", "XYZ-5", 1);  // local time is not UTC
     ::tzset();
-    const StandingClock clock(1700000040);  // 22:14:00 of the day before, in the world's time
+    const FixedClock clock(1700000040);  // 22:14:00 UTC of the day before
     root_tbl root{};
     ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
     ::unsetenv("TZ");
@@ -353,7 +353,7 @@ TEST_F(IGCmnReplaceStr, WritesBothEndsOfEveryUnitOfTimeWithTwoDigits) {
         {0, "70 01 01 00 00 00"},
     };
     for (const auto& [now, expected] : cases) {
-        const StandingClock clock(now);
+        const FixedClock clock(now);
         root_tbl root{};
         ASSERT_EQ(IgCmnSpecialStrInit(&root, pool()), 0);
         EXPECT_EQ(std::string(root.YY) + " " + root.MM + " " + root.DD + " " + root.hh + " " +
@@ -376,7 +376,7 @@ TEST_F(IGCmnReplaceStr, HasNoValuesForAHostWithoutAName) {
               "ZEPA114-E:source = IGCmnReplaceStr, line no = N.\n");
 }
 
-TEST_F(IGCmnReplaceStr, TakesAHostNameOfAnyLengthAndCharacter) {
+TEST_F(IGCmnReplaceStr, AcceptsAHostNameOfAnyLengthAndCharacter) {
     const auto host = [this](const std::string& name) {
         const HostNamed named(name);
         root_tbl root{};
@@ -394,7 +394,7 @@ TEST_F(IGCmnReplaceStr, TakesAHostNameOfAnyLengthAndCharacter) {
     EXPECT_EQ(host(std::string(255, 'h')), std::string(255, 'h'));
     EXPECT_EQ(host(std::string(256, 'h')), std::string(256, 'h'));
     EXPECT_EQ(host(std::string(256, '\v')), std::string(512, '_'));
-    EXPECT_EQ(host(std::string(257, 'h')), std::string(256, 'h')) << "what comes without an end";
+    EXPECT_EQ(host(std::string(257, 'h')), std::string(256, 'h')) << "a name without a terminator";
     EXPECT_EQ(host(std::string(5000, 'h')), std::string(256, 'h'));
     EXPECT_EQ(takeLog(), "");
 }
@@ -421,7 +421,7 @@ TEST_F(IGCmnReplaceStr, MakesAHostNameSafeForFileNames) {
     ASSERT_EQ(::sethostname("testhost", 8), 0);
 }
 
-TEST_F(IGCmnReplaceStr, MustNotBeGivenNull) {
+TEST_F(IGCmnReplaceStr, AssertsItsArgumentsAreNotNull) {
     char* out = nullptr;
     EXPECT_DEATH(IgCmnReplaceStrs(nullptr, 1, &root_, pool(), nullptr),
                  "text != \\(\\(void \\*\\)0\\)");

@@ -139,14 +139,14 @@ TEST_F(IGIniCtrl, ReadsThePatternFilesInByteOrder) {
     EXPECT_THAT(selected(), ElementsAre("hidden+", "first+", "second+", "third+", "fourth+"));
 }
 
-TEST_F(IGIniCtrl, TakesEqualPatternsAsManyTimesAsTheyAreThere) {
+TEST_F(IGIniCtrl, KeepsEveryOneOfEqualPatterns) {
     pattern("a", "same", "g");
     pattern("b", "same", "g");
     EXPECT_EQ(control({"-g", "g"}), 0);
     EXPECT_THAT(selected(), ElementsAre("same+", "same+"));
 }
 
-TEST_F(IGIniCtrl, GoesOnBehindAPatternFileThatFails) {
+TEST_F(IGIniCtrl, ContinuesAfterAPatternFileThatFails) {
     writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 1.0\nFOO\n");
     pattern("b", "B", "g");
     EXPECT_EQ(control({"-g", "g"}), 0);
@@ -172,11 +172,11 @@ TEST_F(IGIniCtrl, FailsWhenEveryPatternFileFails) {
 TEST_F(IGIniCtrl, FailsWithoutAnyPatternFile) {
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_EQ(errors_, NO_SYSTEM_INFORMATION);
-    fs::create_directory(std::string(PATTERN_DIR) + "/sub");  // directories are no pattern files
+    fs::create_directory(std::string(PATTERN_DIR) + "/sub");  // a directory is no pattern file
     EXPECT_EQ(control({"-g", "g"}), -1);
 }
 
-TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
+TEST_F(IGIniCtrl, ReportsAMissingPatternDirectoryOnce) {
     fs::remove(PATTERN_DIR);
     EXPECT_EQ(control({"-g", "g"}), -1);
     EXPECT_THAT(log_, ::testing::EndsWith("    PP_NAME = \n" + trio("opendir", 2,
@@ -184,7 +184,7 @@ TEST_F(IGIniCtrl, SaysOnceThatThePatternDirectoryIsMissing) {
                                                                     PATTERN_DIR, "IGCmnDir")));
 }
 
-TEST_F(IGIniCtrl, DoesNotCallADirectoryEmptyThatCouldNotBeListed) {
+TEST_F(IGIniCtrl, DoesNotReportAnUnlistedDirectoryAsEmpty) {
     const std::string link = std::string(PATTERN_DIR) + "/link";
     fs::create_symlink("/nowhere", link);
     EXPECT_EQ(control({"-g", "g"}), -1);
@@ -212,7 +212,7 @@ TEST_F(IGIniCtrl, SummarisesTheParameters) {
     EXPECT_EQ(root_->output_dir, directory_.path());
 }
 
-TEST_F(IGIniCtrl, LetsTheCommandLineWin) {
+TEST_F(IGIniCtrl, PrefersTheCommandLineToTheConfiguration) {
     pattern("a", "A", "g");
     writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=/nowhere\n");
     fs::create_directory(directory_.path("out"));
@@ -222,7 +222,7 @@ TEST_F(IGIniCtrl, LetsTheCommandLineWin) {
     EXPECT_EQ(root_->target, nullptr);
 }
 
-TEST_F(IGIniCtrl, PassesOnWhatTheOptionsAndTheConfigurationSay) {
+TEST_F(IGIniCtrl, ReportsErrorsInTheOptionsAndTheConfiguration) {
     pattern("a", "A", "g");
     EXPECT_EQ(control({}), -1);
     EXPECT_EQ(errors_, "ZEPA115-E:A required option is not specified.\n");
@@ -235,7 +235,7 @@ TEST_F(IGIniCtrl, PassesOnWhatTheOptionsAndTheConfigurationSay) {
               "ZEPA118-E:A configuration file(" + std::string(CONFIG_FILE) + ") does not exist.\n");
 }
 
-TEST_F(IGIniCtrl, WantsAWritableOutputDirectory) {
+TEST_F(IGIniCtrl, RequiresAWritableOutputDirectory) {
     pattern("a", "A", "g");
     writeText(CONFIG_FILE, "QUENDIL_DATA_DIRECTORY=" + directory_.path("out") + "\n");
     EXPECT_EQ(control({"-g", "g"}), -1);
@@ -250,7 +250,8 @@ TEST_F(IGIniCtrl, WantsAWritableOutputDirectory) {
 
 TEST_F(IGIniCtrl, RefusesADefaultArchiveThatExists) {
     pattern("a", "A", "g");
-    // The name comes from the clock: the run table of this test gets one that cannot be met again.
+    // The name contains the time: each call builds a new run table and creates the file of its
+    // name.
     const auto run = [this](const std::string& suffix) {
         ::Arguments arguments({"quendil", "-g", "g", "-d", directory_.path()});
         root_ = IgIniGetCmnRoot(pool());
@@ -303,7 +304,7 @@ TEST_F(IGIniCtrl, MatchesNamesAndGroupsEachInItsSelection) {
     EXPECT_EQ(IgIniMatchSelection(a, nullptr, a, b), 0);
 }
 
-// Every selection against every kind of pattern, told by sets of words.
+// Every selection for every kind of pattern, modelled by sets of words.
 class Selection : public IGIniCtrl {
   protected:
     using Words = std::set<std::string>;
@@ -325,7 +326,7 @@ class Selection : public IGIniCtrl {
         for (const Words& of_file : groups) {
             for (const char* name : {"", "n", "m", "N"}) {
                 patterns_.push_back({of_file, name, targets});
-                // And files in which nothing, or little, can be wanted.
+                // And files with no target, or with one.
                 patterns_.push_back({of_file, name, {{}}});
                 patterns_.push_back({of_file, name, {{"x"}, {"x"}}});
             }
@@ -396,7 +397,7 @@ class Selection : public IGIniCtrl {
         return result;
     }
 
-    // What a run selects; names have no option, they stand in the root table before.
+    // What a run selects; no option selects names, they are put into the root table.
     std::vector<std::string> run(const Wanted& wanted, int& result) {
         std::vector<std::string> options = {"quendil"};
         for (const std::string& group : wanted.groups) {
@@ -417,7 +418,7 @@ class Selection : public IGIniCtrl {
         return selected;
     }
 
-    // The same where no option says what is wanted, pattern by pattern.
+    // The same by direct calls for each pattern, without options.
     std::vector<std::string> choose(const Wanted& wanted) {
         std::vector<std::string> selected;
         for (const Pattern& pattern : patterns_) {
@@ -449,7 +450,7 @@ class Selection : public IGIniCtrl {
     std::vector<Pattern> patterns_;
 };
 
-TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
+TEST_F(Selection, SelectsWhatSharesAWordWithEverySelection) {
     const std::vector<Words> groups = {{}, {"a"}, {"b"}, {"a", "b"}, {"c"}};
     const std::vector<Words> targets = {{}, {"x"}, {"y"}, {"x", "y"}, {"z"}};
     const std::vector<Words> names = {{}, {"n"}, {"m"}, {"m", "n"}, {"o"}};
@@ -462,7 +463,7 @@ TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
                 const std::vector<std::string> all = expected(wanted);
                 EXPECT_EQ(choose(wanted), all);
                 if (group.empty() && target.empty()) {
-                    continue;  // the command line refuses that
+                    continue;  // the command line refuses this
                 }
                 int result = -1;
                 EXPECT_EQ(run(wanted, result), all);
@@ -472,7 +473,7 @@ TEST_F(Selection, TakesWhatSharesAWordWithEverySelectionThereIs) {
     }
 }
 
-TEST_F(IGIniCtrl, ReadsNoFurtherPatternFileOnceTheRunIsInterrupted) {
+TEST_F(IGIniCtrl, StopsReadingPatternFilesOnceTheRunIsInterrupted) {
     writeText(std::string(PATTERN_DIR) + "/a", "FORMAT_VERSION = 9.9\n");
     pattern("b", "B", "g");
     run_state.signal_no = SIGTERM;
@@ -502,7 +503,7 @@ TEST_F(IGIniCtrl, ReadsTenThousandPatternFilesInByteOrder) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
+TEST_F(IGIniCtrl, FailsWhenMemoryRunsOut) {
     for (int i = 0; i < 4; ++i) {
         pattern(std::to_string(i), std::string(100, 'n'), std::string(100, 'g'),
                 {std::string(100, 't'), ""});
@@ -536,7 +537,7 @@ TEST_F(IGIniCtrl, GivesUpWhereverMemoryRunsOut) {
     }
 }
 
-TEST_F(IGIniCtrl, MustNotBeGivenNull) {
+TEST_F(IGIniCtrl, AssertsItsArgumentsAreNotNull) {
     ::Arguments arguments({"quendil"});
     EXPECT_DEATH(IgIniCtrl(1, nullptr, pool(), root_), "argv != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniCtrl(1, arguments.vector(), nullptr, root_),

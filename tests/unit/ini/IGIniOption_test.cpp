@@ -51,20 +51,22 @@ class IGIniOption : public RunTest {
         ASSERT_NE(root_, nullptr);
     }
 
-    // The result and what was said on the standard error, which the run log must hold as well.
+    // The result and the text on the standard error, which the run log must hold too.
     std::pair<int, std::string> parse(std::vector<std::string> options) {
         options.insert(options.begin(), "quendil");
         root_ = IgIniGetCmnRoot(pool());
         ::Arguments arguments(options);
         Capture errors(stderr);
         const int result = IgIniOption(arguments.count(), arguments.vector(), pool(), root_);
-        const std::string said = errors.take();
-        EXPECT_EQ(takeLog(), said);
-        return {result, said};
+        const std::string shown = errors.take();
+        EXPECT_EQ(takeLog(), shown);
+        return {result, shown};
     }
 
-    static std::pair<int, std::string> good(const std::string& said = "") { return {0, said}; }
-    static std::pair<int, std::string> bad(const std::string& said) { return {OPTION_ERROR, said}; }
+    static std::pair<int, std::string> good(const std::string& shown = "") { return {0, shown}; }
+    static std::pair<int, std::string> bad(const std::string& shown) {
+        return {OPTION_ERROR, shown};
+    }
 
     TempDir directory_;
     root_tbl* root_ = nullptr;
@@ -119,7 +121,7 @@ TEST_F(IGIniOption, CollectsTargetsAndGroupsInOrder) {
     EXPECT_THAT(strings(root_->opt_target), ::testing::ElementsAre(""));
 }
 
-TEST_F(IGIniOption, RefusesWhatIsNoOptionOrLacksItsValue) {
+TEST_F(IGIniOption, RefusesUnknownOptionsAndMissingValues) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"a"}, invalid("a")},
         {{""}, invalid("")},
@@ -208,7 +210,7 @@ TEST_F(IGIniOption, MakesTheDirectoryAbsolute) {
     std::filesystem::current_path(before);
 }
 
-TEST_F(IGIniOption, WantsADirectoryThatItsOwnerMayWriteToAndEnter) {
+TEST_F(IGIniOption, RequiresADirectoryThatItsOwnerMayWriteToAndEnter) {
     const std::string path = directory_.path("out");
     std::filesystem::create_directory(path);
     const std::vector<std::pair<mode_t, bool>> modes = {{0700, true},  {0300, true},  {0500, false},
@@ -225,7 +227,7 @@ TEST_F(IGIniOption, WantsADirectoryThatItsOwnerMayWriteToAndEnter) {
     EXPECT_EQ(parse({"-t", "a", "-d", file + "/x"}), bad(noDirectory(file + "/x")));
 }
 
-TEST_F(IGIniOption, WarnsOfASecondValueAndTakesTheLast) {
+TEST_F(IGIniOption, WarnsOfASecondValueAndUsesTheLast) {
     const std::string one = directory_.path("one");
     const std::string two = directory_.path("two");
     std::filesystem::create_directory(one);
@@ -245,7 +247,7 @@ TEST_F(IGIniOption, WarnsOfASecondValueAndTakesTheLast) {
     EXPECT_EQ(root_->opt_config, config);
 }
 
-TEST_F(IGIniOption, WantsAFreeAbsoluteOutputFile) {
+TEST_F(IGIniOption, RequiresAFreeAbsoluteOutputFile) {
     const std::string path = directory_.path("out");
     EXPECT_EQ(parse({"-t", "a", "-o", path}), good());
     EXPECT_EQ(root_->output_file, path);
@@ -289,7 +291,7 @@ TEST_F(IGIniOption, ReportsAnOutputFileThatTheLocaleCannotDecode) {
               "character.\nZEPA114-E:source = IGCmnStr, line no = N.\n");
 }
 
-TEST_F(IGIniOption, WantsAReadableConfigurationFile) {
+TEST_F(IGIniOption, RequiresAReadableConfigurationFile) {
     const std::string path = directory_.path("conf");
     EXPECT_EQ(parse({"-t", "a", "-c", path}), bad(noConfig(path)));
     EXPECT_EQ(parse({"-t", "a", "-c", directory_.path()}), bad(noConfig(directory_.path())));
@@ -311,7 +313,7 @@ TEST_F(IGIniOption, WantsAReadableConfigurationFile) {
     std::filesystem::current_path(before);
 }
 
-TEST_F(IGIniOption, StopsAtTheFirstErrorInItsOrder) {
+TEST_F(IGIniOption, StopsAtTheFirstErrorInOrder) {
     const std::string none = directory_.path("none");
     EXPECT_EQ(parse({"-c", none, "-o", none + "/x", "-d", none, "-t", "a"}),
               bad(noDirectory(none)));
@@ -332,7 +334,7 @@ TEST_F(IGIniOption, AppendsAValueToANewOrExistingList) {
     EXPECT_EQ(list->count, 2U);
 }
 
-TEST_F(IGIniOption, MustNotBeGivenNull) {
+TEST_F(IGIniOption, AssertsItsArgumentsAreNotNull) {
     ::Arguments arguments({"quendil", "-t", "a"});
     IgCmnListHeader* list = nullptr;
     EXPECT_DEATH(IgIniCkOption(1, nullptr, "-h"), "argv != \\(\\(void \\*\\)0\\)");

@@ -15,21 +15,21 @@ class IGIniReadCompDef : public RunTest {
         file_ = directory_.path("quendil_conf");
     }
 
-    // "DIRECTORY CLEANUP SIZE" as they stand in the root table, "syntax N: " before them when line
-    // N was refused.
+    // "DIRECTORY CLEANUP SIZE" of the root table, with "syntax N: " in front when line N was
+    // refused.
     std::string read(const std::string& text) {
         writeText(file_, text);
         root_ = IgIniGetCmnRoot(pool());
         Capture errors(stderr);
         const int result = IgIniReadCompDef(file_.c_str(), root_, pool());
-        const std::string said = errors.take();
-        EXPECT_EQ(takeLog(), said);
-        return outcome(result, said) + root_->output_dir + " " +
+        const std::string shown = errors.take();
+        EXPECT_EQ(takeLog(), shown);
+        return outcome(result, shown) + root_->output_dir + " " +
                (root_->cleanup == CLEANUP_ON ? "ON" : "OFF") + " " +
                std::to_string(root_->max_output_size);
     }
 
-    // The result and messages for a file as it is.
+    // The result and messages for the file.
     std::pair<int, std::string> readFile(const std::string& file) {
         root_ = IgIniGetCmnRoot(pool());
         Capture errors(stderr);
@@ -42,22 +42,22 @@ class IGIniReadCompDef : public RunTest {
     root_tbl* root_ = nullptr;
 
   private:
-    std::string outcome(int result, const std::string& said) const {
+    std::string outcome(int result, const std::string& shown) const {
         const std::string before =
             "ZEPA119-E:A syntax error occurred.\nZEPA120-E:filename = " + file_ + ", line no = ";
-        if (result == 0 && said.empty()) {
+        if (result == 0 && shown.empty()) {
             return "";
         }
-        if (result == -1 && said.starts_with(before)) {
-            return "syntax " + said.substr(before.size(), said.size() - before.size() - 2) + ": ";
+        if (result == -1 && shown.starts_with(before)) {
+            return "syntax " + shown.substr(before.size(), shown.size() - before.size() - 2) + ": ";
         }
-        return std::to_string(result) + " " + said;
+        return std::to_string(result) + " " + shown;
     }
 };
 
 const std::string DEFAULTS = std::string(DATA_DIR) + " OFF -1";
 
-TEST_F(IGIniReadCompDef, TakesSettingsAndComments) {
+TEST_F(IGIniReadCompDef, ReadsSettingsAndComments) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", DEFAULTS},
         {"#\n", DEFAULTS},
@@ -139,7 +139,7 @@ TEST_F(IGIniReadCompDef, RefusesEverythingElse) {
         "QUENDIL_DATA_DIRECTORY=%d%",
     };
     for (const std::string& line : lines) {
-        // The lines before it count, those behind are not looked at.
+        // The lines before it are used, those after it are not read.
         EXPECT_EQ(read("# first\n" + line + "\nQUENDIL_DATA_DIRECTORY=/x\n"),
                   "syntax 2: " + DEFAULTS)
             << line;
@@ -151,7 +151,7 @@ TEST_F(IGIniReadCompDef, RefusesEverythingElse) {
     }
 }
 
-TEST_F(IGIniReadCompDef, TakesNothingOverFromAFileWithAForbiddenCharacter) {
+TEST_F(IGIniReadCompDef, UsesNothingOfAFileWithAForbiddenCharacter) {
     const std::vector<std::string> lines = {"#\ttab",
                                             "QUENDIL_CLEANUP=ON\t",
                                             "\t",
@@ -198,13 +198,13 @@ TEST_F(IGIniReadCompDef, LimitsTheDirectoryBeforeAndAfterExpansion) {
     EXPECT_EQ(read(key + "\"/" + std::string(258, 'd') + "\"\n"), "syntax 1: " + DEFAULTS);
     const std::string percent = "/" + std::string(258, '%');
     EXPECT_EQ(read(key + percent + "\n"), "/" + std::string(129, '%') + " OFF -1");
-    // %HOST% takes 6 bytes and stands for 8.
+    // %HOST% has 6 bytes and expands to 8.
     EXPECT_EQ(read(key + "/" + std::string(251, 'd') + "%HOST%\n"),
               "/" + std::string(251, 'd') + "testhost OFF -1");
     EXPECT_EQ(read(key + "/" + std::string(252, 'd') + "%HOST%\n"), "syntax 1: " + DEFAULTS);
 }
 
-TEST_F(IGIniReadCompDef, DoesNotLookWhetherTheDirectoryExists) {
+TEST_F(IGIniReadCompDef, DoesNotCheckWhetherTheDirectoryExists) {
     EXPECT_EQ(read("QUENDIL_DATA_DIRECTORY=/no/where\n"), "/no/where OFF -1");
 }
 
@@ -215,7 +215,7 @@ TEST_F(IGIniReadCompDef, ReportsAFileThatCannotBeOpened) {
     EXPECT_EQ(readFile(file_),
               (std::pair<int, std::string>{
                   -1, "ZEPA118-E:A configuration file(" + file_ + ") does not exist.\n"}));
-    std::filesystem::create_symlink(file_, file_);  // leads nowhere but to itself
+    std::filesystem::create_symlink(file_, file_);  // a link to itself
     EXPECT_EQ(readFile(file_),
               (std::pair<int, std::string>{
                   -1, "ZEPA112-E:You do not have access permissions for the specified file(" +
@@ -235,7 +235,7 @@ TEST_F(IGIniReadCompDef, KeepsNoDescriptor) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(IGIniReadCompDef, MustNotBeGivenNull) {
+TEST_F(IGIniReadCompDef, AssertsItsArgumentsAreNotNull) {
     root_tbl* root = IgIniGetCmnRoot(pool());
     EXPECT_DEATH(IgIniReadCompDef(nullptr, root, pool()), "compdef_file != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniReadCompDef("/x", nullptr, pool()), "root_tbl != \\(\\(void \\*\\)0\\)");

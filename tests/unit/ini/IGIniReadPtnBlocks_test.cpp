@@ -9,7 +9,7 @@ class IGIniReadPtn : public PatternTest {};
 
 // --- the top level ---
 
-TEST_F(IGIniReadPtn, StoresWhatAProductIs) {
+TEST_F(IGIniReadPtn, StoresTheStatementsOfAProduct) {
     const std::string full = times(256, "n");
     expectAll(
         {
@@ -42,7 +42,7 @@ TEST_F(IGIniReadPtn, StoresWhatAProductIs) {
         VERSION, "BLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, KnowsNoOtherKeywordAtTheTop) {
+TEST_F(IGIniReadPtn, AcceptsNoOtherKeywordAtTheTop) {
     std::vector<Case> cases = {
         {"FOO = 1\n", "syntax 2"},
         {"PP_NAMES = a\n", "syntax 2"},
@@ -185,7 +185,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
             {"TIMEOUT = +5\n", tool("5, 15, 10")},
             {"TIMEOUT = 007\n", tool("7, 15, 10")},
             {"TIMEOUT = \"5\"\n", tool("5, 15, 10")},
-            {"TIMEOUT = \" 5\"\n", tool("5, 15, 10")},  // as strtol reads it
+            {"TIMEOUT = \" 5\"\n", tool("5, 15, 10")},  // as strtol parses it
             {"TIMEOUT =\n", tool("10, 15, 10")},
             {"TIMEOUT = 5 # s\n", tool("5, 15, 10")},
             {"TIMEOUT_SIGNAL = 0\n", tool("10, 0, 10")},
@@ -199,7 +199,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
 
             {"TIMEOUT = -2\n", "syntax 4"},
             {"TIMEOUT = 36001\n", "syntax 4"},
-            {"TIMEOUT = 4294967297\n", "syntax 4"},  // 1, were it narrowed first
+            {"TIMEOUT = 4294967297\n", "syntax 4"},  // would be 1 if it were narrowed first
             {"TIMEOUT = 18446744073709551617\n", "syntax 4"},
             {"TIMEOUT = -99999999999999999999\n", "syntax 4"},
             {"TIMEOUT = 10s\n", "syntax 4"},
@@ -230,7 +230,7 @@ TEST_F(IGIniReadPtn, KeepsTheTimesOfAToolWithinTheirRanges) {
         VERSION + "BLOCK {\nTOOL_BLOCK {\n", "COMMAND_LINE = /x\n}\n}\n");
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsoluteCommand) {
+TEST_F(IGIniReadPtn, RequiresAnAbsoluteCommand) {
     const auto tool = [](const std::string& command) {
         return "{ tool(10, 15, 10, " + command + ", -) }";
     };
@@ -279,7 +279,7 @@ TEST_F(IGIniReadPtn, KeepsACommandLineTwice) {
     EXPECT_NE(tool.command_line, tool.command_line_copy);
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsoluteRedirection) {
+TEST_F(IGIniReadPtn, RequiresAnAbsoluteRedirection) {
     const auto tool = [](const std::string& path) {
         return "{ tool(10, 15, 10, /x, " + path + ") }";
     };
@@ -313,7 +313,7 @@ TEST_F(IGIniReadPtn, WantsAnAbsoluteRedirection) {
 
 // --- data blocks ---
 
-TEST_F(IGIniReadPtn, KnowsFourFileTypesAndTakesAnyOtherWord) {
+TEST_F(IGIniReadPtn, KnowsFourFileTypesAndAcceptsAnyOtherWord) {
     const auto data = [](const std::string& type) { return "{ data(" + type + ", /p) }"; };
     expectAll(
         {
@@ -373,7 +373,7 @@ TEST_F(IGIniReadPtn, LimitsAndCollapsesTheFirstDescriptionOnly) {
               "{ data(0, -, /p, 1%) data(0, -, /p, 2%) }");
 }
 
-TEST_F(IGIniReadPtn, WantsAnAbsolutePath) {
+TEST_F(IGIniReadPtn, RequiresAnAbsolutePath) {
     const auto data = [](const std::string& path) { return "{ data(0, -, " + path + ") }"; };
     const std::string full = "/" + times(259, "p");
     expectAll(

@@ -64,7 +64,7 @@ std::string statement(const std::string& keyword, const std::string& value) {
     return keyword + (value.starts_with("{") ? " " : " = ") + value + "\n";
 }
 
-// A file with the statements in a place, complete but for what they contain themselves.
+// A file with the given statements in their place, and all other required statements.
 std::string fileWith(const Place& place, const std::string& statements,
                      const std::string& keyword = "") {
     const bool given = !keyword.empty() && place.required.starts_with(keyword + " ");
@@ -73,7 +73,7 @@ std::string fileWith(const Place& place, const std::string& statements,
 
 class EveryKeyword : public IGIniReadPtn {
   protected:
-    // What is said of a file whose given line is at fault, and of one without a fault.
+    // The reports for a file with an error in the given line, and for one without an error.
     static std::string syntax(std::size_t line) { return "syntax " + std::to_string(line); }
     void expectGood(const std::string& text) {
         SCOPED_TRACE(text);
@@ -85,7 +85,7 @@ class EveryKeyword : public IGIniReadPtn {
     }
 };
 
-TEST_F(EveryKeyword, IsKnownInItsOwnPlaceOnly) {
+TEST_F(EveryKeyword, IsAcceptedInItsOwnPlaceOnly) {
     for (const KeywordRow& keyword : KEYWORDS) {
         for (const Place& place : PLACES) {
             const std::string text =
@@ -124,7 +124,7 @@ TEST_F(EveryKeyword, IsMatchedInAnyCase) {
     }
 }
 
-TEST_F(EveryKeyword, IsGivenOnceOrAsOftenAsItMay) {
+TEST_F(EveryKeyword, IsAcceptedOnceOrRepeatedly) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         const std::string once = statement(keyword.name, keyword.value);
@@ -141,7 +141,7 @@ TEST_F(EveryKeyword, IsGivenOnceOrAsOftenAsItMay) {
     }
 }
 
-TEST_F(EveryKeyword, MarksItsOwnFlagWithAValueOrWithout) {
+TEST_F(EveryKeyword, SetsItsOwnFlagWithAndWithoutAValue) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         if (keyword.name == "FORMAT_VERSION" || keyword.value.starts_with("{")) {
@@ -167,7 +167,7 @@ TEST_F(EveryKeyword, MarksItsOwnFlagWithAValueOrWithout) {
     }
 }
 
-TEST_F(EveryKeyword, TakesAnEmptyValueOrRefusesIt) {
+TEST_F(EveryKeyword, AcceptsOrRefusesAnEmptyValue) {
     for (const KeywordRow& keyword : KEYWORDS) {
         const Place& place = placeOf(keyword);
         for (const char* empty : {"", "\"\"", "  ", "\"\"\"\"", "\t\"\"\t# note"}) {
@@ -185,7 +185,7 @@ TEST_F(EveryKeyword, TakesAnEmptyValueOrRefusesIt) {
     }
 }
 
-TEST_F(EveryKeyword, TakesAValueUpToItsLimit) {
+TEST_F(EveryKeyword, AcceptsAValueUpToItsLimit) {
     for (const KeywordRow& keyword : KEYWORDS) {
         if (keyword.longest == 0) {
             continue;
@@ -198,7 +198,7 @@ TEST_F(EveryKeyword, TakesAValueUpToItsLimit) {
         expectFault(fileWith(place, statement(keyword.name, full + "x"), keyword.name), place.line);
         expectFault(fileWith(place, statement(keyword.name, '"' + full + "\"x"), keyword.name),
                     place.line);
-        // Percent signs and what the backslash leaves count as the value is written.
+        // Percent signs and escaped characters count as they are written.
         const std::string percents = start + times(keyword.longest / 2, "%%");
         expectFault(fileWith(place, statement(keyword.name, percents), keyword.name), place.line);
         expectGood(fileWith(place, statement(keyword.name, start + "\\\\" + full.substr(2)),
@@ -225,9 +225,9 @@ TEST_F(EveryKeyword, ChecksTheSpecialStringsOfItsValue) {
     }
 }
 
-// Rows: states; columns: the words that may come. "+" and a text: what the file then is; a number:
-// the line that is at fault.
-TEST_F(IGIniReadPtn, TakesOrRefusesEveryWordInEveryState) {
+// Rows: states; columns: the next word. "+" and a text: the table that the file becomes; a number:
+// the line with the error.
+TEST_F(IGIniReadPtn, AcceptsOrRefusesEveryWordInEveryState) {
     constexpr std::array<const char*, 11> WORDS{"\"x\"", "=",      "#x", "x", "{", "}",
                                                 " ",     "%HOST%", "\n", "%", "\v"};
     struct State {
@@ -252,13 +252,13 @@ TEST_F(IGIniReadPtn, TakesOrRefusesEveryWordInEveryState) {
          {"+group=ax {}", "2", "3", "+group=ax {}", "2", "2", "+group=a {}", "+group=a%HOST% {}",
           "+group=a {}", "2", "2"}},
         {"PP_GROUP =\"a\" ",
-         block.c_str(),  // behind its value
+         block.c_str(),  // the text after its value
          {"2", "2", "+group=a {}", "2", "2", "2", "+group=a {}", "2", "+group=a {}", "2", "2"}},
         {"BLOCK ",
          "\n}\n",  // its brace
          {"2", "2", "2", "2", "+{}", "2", "3", "2", "4", "2", "2"}},
         {"BLOCK { ",
-         "\n}\n",  // behind its brace
+         "\n}\n",  // the text after its brace
          {"2", "2", "2", "2", "2", "2", "+{}", "2", "+{}", "2", "2"}},
     };
     for (const State& state : states) {

@@ -12,7 +12,7 @@ class IGIniReadPtn : public PatternTest {};
 
 // --- values ---
 
-TEST_F(IGIniReadPtn, TakesAValueAsWrittenBetweenTheEqualsSignAndTheEnd) {
+TEST_F(IGIniReadPtn, KeepsAValueAsWrittenBetweenTheEqualsSignAndTheEnd) {
     expectAll(
         {
             {"PP_NAME = a\n", "name=a {}"},
@@ -76,7 +76,7 @@ TEST_F(IGIniReadPtn, ResolvesABackslash) {
             {R"(PP_NAME = \#b)", "name=#b {}"},
             {R"(PP_NAME = \\b)", "name=\\b {}"},
             {R"(PP_NAME = \b)", "name=\\b {}"},
-            {R"(PP_NAME = \ b)", "syntax 2"},  // a word by itself, then a blank
+            {R"(PP_NAME = \ b)", "syntax 2"},  // a word of its own, then a blank
             {R"(PP_NAME = a\)", "name=a\\ {}"},
             {R"(PP_NAME = \)", "name=\\ {}"},
             {R"(PP_NAME = a\%HOST%)", "name=a\\%HOST% {}"},
@@ -111,7 +111,7 @@ TEST_F(IGIniReadPtn, ChecksSpecialStringsAndKeepsThemAsWritten) {
             {"%%%%", "name=%% {}"},
             {"\"%%\"", "name=% {}"},
             {"\"a%%b%%\"", "name=a%b% {}"},
-            {"%YY%%MM%", "name=%YY%MM% {}"},  // collapsed wherever two of them meet
+            {"%YY%%MM%", "name=%YY%MM% {}"},  // collapsed wherever two are adjacent
             {"%", "syntax 2"},
             {"a%", "syntax 2"},
             {"100% x", "syntax 2"},
@@ -132,7 +132,7 @@ TEST_F(IGIniReadPtn, ChecksSpecialStringsAndKeepsThemAsWritten) {
         VERSION + "PP_NAME = ", "\nBLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, TakesAnEmptyValueAsGivenButStoresNothing) {
+TEST_F(IGIniReadPtn, CountsAnEmptyValueAsGivenButStoresNothing) {
     expectAll(
         {
             {"PP_VRS =\n", "{}"},
@@ -176,7 +176,7 @@ TEST_F(IGIniReadPtn, LeavesAStatementOpenBehindACommentWithoutABlank) {
         VERSION, "BLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, TakesABlockKeywordWithoutABraceAtTheEndOfTheFile) {
+TEST_F(IGIniReadPtn, AcceptsABlockKeywordWithoutABraceAtTheEndOfTheFile) {
     const std::string complete = VERSION + "BLOCK {\n}\n";
     expectAll({
         {complete + "BLOCK\n", "{}"},
@@ -249,7 +249,7 @@ TEST_F(IGIniReadPtn, ReadsIntegersAsTheCLibraryDoes) {
     }
 }
 
-TEST_F(IGIniReadPtn, GivesUpWhereverMemoryRunsOut) {
+TEST_F(IGIniReadPtn, FailsWhenMemoryRunsOut) {
     writeText(file_, VERSION + "PP_VRS = 1\nPP_KATAMEI = " + times(100, "k") +
                          "\nPP_NAME = " + times(200, "n") + "\nPP_GROUP = " + times(60, "g") +
                          "\nBLOCK {\nTARGET = " + times(30, "t") +
@@ -274,7 +274,7 @@ TEST_F(IGIniReadPtn, GivesUpWhereverMemoryRunsOut) {
     }
 }
 
-TEST_F(IGIniReadPtn, SkipsAFileWhoseStreamDoesNotTakeBackACharacter) {
+TEST_F(IGIniReadPtn, SkipsAFileWhenAPushedBackCharacterIsRefused) {
     writeText(file_, VERSION + "BLOCK {\n}\n");
     const FailingCall failing(Call::UNGETWC, 3, EIO);
     EXPECT_EQ(readFile(), PTN_SKIPPED);

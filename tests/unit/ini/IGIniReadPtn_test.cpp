@@ -71,7 +71,7 @@ TEST_F(IGIniReadPtn, AcceptsItsOwnFormatVersionAndNoOther) {
         "FORMAT_VERSION = ", "\nBLOCK {\n}\n");
 }
 
-TEST_F(IGIniReadPtn, WantsTheFormatVersionFirst) {
+TEST_F(IGIniReadPtn, RequiresTheFormatVersionFirst) {
     const std::string rest = VERSION + "BLOCK {\n}\n";
     expectAll({
         {rest, "{}"},
@@ -131,11 +131,11 @@ TEST_F(IGIniReadPtn, AcceptsAFileThatEndsInItsLastBrace) {
         {VERSION + "BLOCK {\n}", "{}"},
         {VERSION + "BLOCK {\n}   ", "{}"},
         {VERSION + "BLOCK {\n}\n# the end", "{}"},
-        {VERSION + "BLOCK {\n}\nPP_NAME = lost", "{}"},  // its value never came to an end
+        {VERSION + "BLOCK {\n}\nPP_NAME = lost", "{}"},  // its value is not terminated
     });
 }
 
-TEST_F(IGIniReadPtn, ReportsWhatTheReaderRefusesAsASyntaxErrorEvenBeforeTheVersion) {
+TEST_F(IGIniReadPtn, ReportsAReadersRefusalAsASyntaxErrorEvenBeforeTheVersion) {
     const std::string body = "BLOCK {\n}\n";
     expectAll({
         {"#" + times(1023, "x") + "\n" + VERSION + body, "{}"},
@@ -152,7 +152,7 @@ TEST_F(IGIniReadPtn, ReportsWhatTheReaderRefusesAsASyntaxErrorEvenBeforeTheVersi
 
 // --- flags, files and truncated files ---
 
-TEST_F(IGIniReadPtn, RemembersWhatWasGiven) {
+TEST_F(IGIniReadPtn, RecordsWhichStatementsWereGiven) {
     ASSERT_EQ(read(VERSION + "BLOCK {\n}\n"), "{}");
     EXPECT_EQ(ptn_->flags, static_cast<std::uint32_t>(PTN_FORMAT_VERSION | PTN_BLOCK));
     EXPECT_EQ(ptn_->current->flags, 0U);
@@ -197,8 +197,8 @@ TEST_F(IGIniReadPtn, SkipsADirectory) {
 TEST_F(IGIniReadPtn, EndsWhenTheRunIsInterrupted) {
     run_state.signal_no = SIGINT;
     run_state.interrupted = 1;
-    const std::string told = "ZEPA136-E:quendil was interrupted. signal no = 2.\n";
-    EXPECT_EQ(read("a file that is no pattern at all\n"), told + "|" + told);
+    const std::string report = "ZEPA136-E:quendil was interrupted. signal no = 2.\n";
+    EXPECT_EQ(read("a file that is no pattern at all\n"), report + "|" + report);
 }
 
 TEST_F(IGIniReadPtn, DoesNotWaitForTheOtherEndOfAPipe) {
@@ -221,7 +221,7 @@ TEST_F(IGIniReadPtn, KeepsNoDescriptorOfAnyFile) {
 }
 
 TEST_F(IGIniReadPtn, ReadsAValueLargerThanAPoolBlock) {
-    // Over the limits, but the reader has to hold it before it can say so.
+    // Over the limits, but the reader has to hold it before it can refuse it.
     expectAll({
         {VERSION + "BLOCK {\nDATA_BLOCK {\nPATH_NAME = /p\nDESCRIPTION = a\nDESCRIPTION = \"" +
              times(1000, "x") + "\"\n}\n}\n",
@@ -262,13 +262,13 @@ TEST_F(IGIniReadPtn, ReadsAFileTruncatedAnywhere) {
               "vrs=1.0 katamei=M 1 name=a%HOST%b\" group=g1|g1x|g3 { target=t {1} "
               "tool(-1, 15, 10, /bin/x -a \"} {\", %d%/out) data(4, other, /p/100%%, one|two #) } "
               "{}");
-    const std::size_t first_end = good.find("\n}\n") + 2;  // behind the first block's brace
+    const std::size_t first_end = good.find("\n}\n") + 2;  // after the first block's brace
     const std::size_t second_begin = good.rfind('{');
     for (std::size_t length = 0; length < good.size(); ++length) {
-        const std::string cut = good.substr(0, length);
-        SCOPED_TRACE("cut after " + std::to_string(length) + " bytes: " + cut);
-        const auto line = 1 + std::count(cut.begin(), cut.end(), '\n');
-        const std::string shown = read(cut);
+        const std::string truncated = good.substr(0, length);
+        SCOPED_TRACE("truncated after " + std::to_string(length) + " bytes: " + truncated);
+        const auto line = 1 + std::count(truncated.begin(), truncated.end(), '\n');
+        const std::string shown = read(truncated);
         if (length >= first_end && length <= second_begin) {
             EXPECT_THAT(shown, ::testing::StartsWith("vrs=1.0"));
         } else {
@@ -277,7 +277,7 @@ TEST_F(IGIniReadPtn, ReadsAFileTruncatedAnywhere) {
     }
 }
 
-TEST_F(IGIniReadPtn, MustNotBeGivenNull) {
+TEST_F(IGIniReadPtn, AssertsItsArgumentsAreNotNull) {
     writeText(file_, VERSION + "BLOCK {\n}\n");
     root_.crnt_ptn_def = IgIniGetPickPtn(pool());
     EXPECT_DEATH(IgIniReadPtnDef(nullptr, &root_, pool()), "file_name != \\(\\(void \\*\\)0\\)");

@@ -58,7 +58,7 @@ TEST_F(IGIniTable, IsNotBuiltForAHostWithoutAName) {
     EXPECT_THAT(takeLog(), ::testing::HasSubstr("system call name = gethostname, error code = 1,"));
 }
 
-TEST_F(IGIniTable, GivesNothingWhereverMemoryRunsOut) {
+TEST_F(IGIniTable, ReturnsNothingWhenMemoryRunsOut) {
     const std::vector<bool (*)(memory_pool*)> calls = {
         [](memory_pool* p) { return IgIniGetCmnRoot(p) == nullptr; },
         [](memory_pool* p) { return IgIniGetPickPtn(p) == nullptr; },
@@ -72,10 +72,10 @@ TEST_F(IGIniTable, GivesNothingWhereverMemoryRunsOut) {
             return failed;
         },
     };
-    expectNothingWhereverMemoryRunsOut(calls);
+    expectNothingWhenMemoryRunsOut(calls);
 }
 
-TEST_F(IGIniTable, GivesEveryRecordItsDefaults) {
+TEST_F(IGIniTable, FillsEveryRecordWithItsDefaults) {
     const pickptn_tbl* ptn = IgIniGetPickPtn(pool());
     ASSERT_NE(ptn, nullptr);
     EXPECT_EQ(ptn->flags, 0U);
@@ -117,7 +117,7 @@ TEST_F(IGIniTable, CollectsCopiesOfStrings) {
     EXPECT_THAT(strings(list), ::testing::ElementsAre("first", "second", ""));
 }
 
-TEST_F(IGIniTable, MustNotBeGivenNull) {
+TEST_F(IGIniTable, AssertsItsArgumentsAreNotNull) {
     EXPECT_DEATH(IgIniGetCmnRoot(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniGetPickPtn(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniGetPickPtnBlock(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");

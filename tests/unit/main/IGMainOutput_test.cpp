@@ -33,7 +33,7 @@ class IGMainOutput : public CollectTest {
 
     std::string history() const { return readText(history_); }
 
-    // What is reported of the result: on the standard output, which the run log must hold as well.
+    // The report of the result on the standard output, which the run log must hold too.
     std::string reported() {
         Capture output(stdout);
         IgMainReportOutput();
@@ -47,7 +47,7 @@ class IGMainOutput : public CollectTest {
 
 TEST_F(IGMainOutput, CountsUpFromTheEntriesThatBeginWithATakenName) {
     struct Case {
-        std::vector<std::string> present;  // behind the name
+        std::vector<std::string> present;  // after the name
         std::string chosen;
     };
     const std::string name = root_->output_name;
@@ -58,7 +58,7 @@ TEST_F(IGMainOutput, CountsUpFromTheEntriesThatBeginWithATakenName) {
         fs::remove_all(base_);
         fs::create_directory(base_);
         for (const std::string& ending : c.present) {
-            fs::create_symlink("nowhere", base_ + "/" + name + ending);  // takes a name as well
+            fs::create_symlink("nowhere", base_ + "/" + name + ending);  // uses up a name too
         }
         std::string own = name;
         root_->output_name = root_->output_file = own.data();
@@ -96,7 +96,7 @@ TEST_F(IGMainOutput, CountsFromOneWhereTheEntriesCannotBeRead) {
     EXPECT_EQ(err.take(), report.substr(0, report.rfind("ZEPA1")));
 }
 
-TEST_F(IGMainOutput, MakesTheDirectoryPrivateFromItsFirstMoment) {
+TEST_F(IGMainOutput, CreatesTheDirectoryAsPrivate) {
     std::string name = "fresh";
     root_->output_name = name.data();
     const FdGuard watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -177,14 +177,14 @@ TEST_F(IGMainOutput, RemovesTheOutputOfARunWithoutALogWhenCleanupIsOn) {
     IgMainRemoveOutput();
 }
 
-TEST_F(IGMainOutput, RemovesNoDirectoryThatItHasNotMade) {
+TEST_F(IGMainOutput, RemovesNoDirectoryThatItDidNotCreate) {
     root_->cleanup = CLEANUP_ON;
     IgMainRemoveOutput();
     IgMainCleanup();
     EXPECT_TRUE(fs::exists(output_));
 }
 
-TEST_F(IGMainOutput, ReportsAResultThatIsThere) {
+TEST_F(IGMainOutput, ReportsAnExistingResult) {
     std::string absolute = path("archive");
     root_->output_file = absolute.data();
     IgMainSetRetCode(RETCODE_DIRECTORY);

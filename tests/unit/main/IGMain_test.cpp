@@ -57,7 +57,7 @@ class IGMain : public CollectTest {
         return ptn;
     }
 
-    // The archive cannot be made: the output directory stays and can be looked at.
+    // The archive cannot be made: the output directory stays and can be checked.
     void keepOutput() {
         output_file_ = path("none/archive");
         root_->output_file = output_file_.data();
@@ -96,7 +96,7 @@ class IGMain : public CollectTest {
     std::string output_file_;
 };
 
-TEST_F(IGMain, LosesNothingThatItTellsOfWhereverMemoryRunsOut) {
+TEST_F(IGMain, KeepsEveryReportedResultWhenMemoryRunsOut) {
     const fs::path before = fs::current_path();
     bool failed = true;
     for (int nth = 1; failed; ++nth) {
@@ -106,9 +106,9 @@ TEST_F(IGMain, LosesNothingThatItTellsOfWhereverMemoryRunsOut) {
         const int result = collect();
         failed = FailingCall::happened();
         const std::string log = takeLog();
-        const bool told = log.find("Memory is insufficient.") != std::string::npos;
-        EXPECT_EQ(told, failed) << log;
-        const std::string output = output_ + "_1";  // the directory itself is there already
+        const bool reported = log.find("Memory is insufficient.") != std::string::npos;
+        EXPECT_EQ(reported, failed) << log;
+        const std::string output = output_ + "_1";  // the directory itself exists already
         switch (IgMainGetRetCode()) {
             case RETCODE_COMPRESSED:
                 EXPECT_TRUE(fs::exists(output + ".tar.gz"));
@@ -145,8 +145,8 @@ TEST_F(IGMain, LetsTheSuperUserRun) {
         ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(IGMain, LetsNobodyElseRun) {
-    // The rights to come back let the process write its coverage.
+TEST_F(IGMain, LetsNoOtherUserRun) {
+    // The saved user id stays root so that the process can write its coverage.
     const auto exit_as_nobody = [](bool (*refused)()) {
         const bool left = ::setresuid(NOBODY, NOBODY, 0) == 0;
         const bool right = left && refused();
@@ -162,12 +162,12 @@ TEST_F(IGMain, LetsNobodyElseRun) {
                 ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(IGMain, AsksForTheSuperUserOnce) {
+TEST_F(IGMain, ChecksTheUserOnce) {
     run_state.super_user = -1;
     EXPECT_EQ(IgMainIsSuperUserCached(), -1);
 }
 
-TEST_F(IGMain, TakesTheLockAndDropsIt) {
+TEST_F(IGMain, LocksAndUnlocks) {
     const mode_t mask = ::umask(0);
     EXPECT_EQ(IgMainLock(), 0);
     ::umask(mask);
@@ -181,7 +181,7 @@ TEST_F(IGMain, TakesTheLockAndDropsIt) {
     EXPECT_EQ(main_run.lock_fd, -1);
     IgMainUnlock();
     EXPECT_TRUE(fs::exists(lock_));
-    EXPECT_EQ(IgMainLock(), 0);  // what an earlier run left does not matter
+    EXPECT_EQ(IgMainLock(), 0);  // the file of an earlier run does not matter
     EXPECT_EQ(history(), "");
 }
 
@@ -205,7 +205,7 @@ TEST_F(IGMain, RefusesASecondRunAtOnce) {
     IgMainUnlock();
     ::kill(other, SIGKILL);
     ::waitpid(other, nullptr, 0);
-    EXPECT_EQ(IgMainLock(), 0);  // the lock of a killed run is gone with it
+    EXPECT_EQ(IgMainLock(), 0);  // the lock of a killed run ends with it
     ::close(ready[0]);
     ::close(ready[1]);
 }
@@ -233,7 +233,7 @@ TEST_F(IGMain, FindsAFreeNameForTheOutput) {
         EXPECT_EQ(collect(), -1);
         EXPECT_EQ(root_->output_name, name + suffix);
         EXPECT_TRUE(fs::exists(output_ + suffix));
-        EXPECT_EQ(root_->output_file, path("none/archive"));  // -o stays what it is
+        EXPECT_EQ(root_->output_file, path("none/archive"));  // -o is not changed
         EXPECT_EQ(IgMainGetRetCode(), RETCODE_DIRECTORY);
         EXPECT_EQ(main_run.cleanup_wanted, 1 - root_->cleanup);
     }
@@ -261,7 +261,7 @@ TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
     const pickptn_tbl* same = select({"web server", "db"}, path("a"));
     const pickptn_tbl* other = select({"web-server"}, path("a"));
     const pickptn_tbl* none = select({}, path("a"));
-    EXPECT_EQ(collect(), -1);  // the archive, on purpose
+    EXPECT_EQ(collect(), -1);  // the test lets the archive fail
     EXPECT_EQ(first->output_dir, output_ + "/web_server");
     EXPECT_EQ(same->output_dir, output_ + "/web_server");
     EXPECT_EQ(other->output_dir, output_ + "/web_server_1");
@@ -275,7 +275,7 @@ TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
     EXPECT_EQ(root_->d, nullptr);
 }
 
-TEST_F(IGMain, HeadsTheIndexWithTheCommandLine) {
+TEST_F(IGMain, WritesTheCommandLineIntoTheIndexHeader) {
     fs::remove_all(output_);
     keepOutput();
     writeText(path("a"), "a");
@@ -326,7 +326,7 @@ TEST_F(IGMain, EndsTheRunWithItsResultAndBothLogs) {
                                                    "\n"));
 }
 
-// --- what the ground floor asks for ---
+// --- the hooks of the base library ---
 
 TEST_F(IGMain, ReportsTheInterruptionBeforeWhatTheHandlerCouldNotStop) {
     run_state.signal_no = SIGINT;

@@ -13,7 +13,7 @@ namespace {
 
 class Redirection : public ProcessTest {};
 
-TEST_F(Redirection, LeavesBothOutputsAloneWithoutAPath) {
+TEST_F(Redirection, KeepsBothOutputsWithoutAPath) {
     Capture output(stdout);
     Capture errors(stderr);
     EXPECT_EQ(behave({"out", "one\n", "err", "two\n"}).result, EXEC_OK);
@@ -47,7 +47,7 @@ TEST_F(Redirection, SendsTheErrorOutputAloneToItsFile) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, KeepsTheArchiversOutputsApart) {
+TEST_F(Redirection, KeepsTheArchiversOutputsSeparate) {
     const std::string out = path("out");
     const std::string err = path("err");
     exec_req request;
@@ -62,9 +62,9 @@ TEST_F(Redirection, KeepsTheArchiversOutputsApart) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, SendsBothOutputsWhereTheRequestAndThePhaseSay) {
-    // The paths of a request, and what then is in the output file, the error file, our own output
-    // and our own error output. "-" is no path, "0" the null device; "x" means no file.
+TEST_F(Redirection, SendsBothOutputsAccordingToTheRequestAndThePhase) {
+    // The paths of a request, and what the output file, the error file, the test's output and the
+    // test's error output then hold. "-" is no path, "0" the null device; "x" means no file.
     struct Case {
         const char* stdout_path;
         const char* stderr_path;
@@ -113,7 +113,7 @@ TEST_F(Redirection, SendsBothOutputsWhereTheRequestAndThePhaseSay) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, WritesANewFileInPlaceOfWhatWasThere) {
+TEST_F(Redirection, ReplacesAnExistingFileByANewOne) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
@@ -132,7 +132,7 @@ TEST_F(Redirection, WritesANewFileInPlaceOfWhatWasThere) {
     EXPECT_EQ(readText(path("other")), "a longer text than the new one\n");
 }
 
-TEST_F(Redirection, NeitherRemovesNorWritesWhatIsNoFile) {
+TEST_F(Redirection, NeitherRemovesNorWritesANonRegularFile) {
     struct Case {
         const char* name;
         mode_t type;
@@ -161,7 +161,7 @@ TEST_F(Redirection, NeitherRemovesNorWritesWhatIsNoFile) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, WritesNothingIntoAFileThatAnotherProcessPutsInTheWay) {
+TEST_F(Redirection, WritesNothingIntoAFileThatAnotherProcessCreatesFirst) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
@@ -249,7 +249,7 @@ TEST_F(Redirection, ReportsAnOutputFileThatCannotBeMade) {
     expectOwnDescriptors();
 }
 
-TEST_F(Redirection, LeavesTheOutputRedirectedWhenTheErrorOutputCannotBe) {
+TEST_F(Redirection, KeepsTheOutputRedirectedWhenTheErrorOutputCannotBe) {
     const std::string out = path("out");
     const std::string err = path("err");
     std::filesystem::create_directory(err);

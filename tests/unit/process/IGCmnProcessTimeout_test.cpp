@@ -22,7 +22,7 @@ const std::string TIMED_OUT =
     std::string("ZEPA126-W:A timeout occurred while information collecting tool(") + BEHAVE +
     ") was being executed.\n";
 
-TEST_F(Timeout, SendsTerminateWhenTheTimePassesWithoutASignalOfItsOwn) {
+TEST_F(Timeout, SendsSigtermAfterTheTimeOutByDefault) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
@@ -35,11 +35,11 @@ TEST_F(Timeout, SendsTerminateWhenTheTimePassesWithoutASignalOfItsOwn) {
     EXPECT_GE(took, milliseconds(1000));
     EXPECT_LT(took, milliseconds(9000));  // it did not wait for the termination time
     EXPECT_EQ(takeLog(), TIMED_OUT);
-    EXPECT_EQ(readText(out), "one\n");  // what a tool has written stays
+    EXPECT_EQ(readText(out), "one\n");  // the output of a tool is kept
     expectOwnDescriptors();
 }
 
-TEST_F(Timeout, SendsTheSignalGivenToAllThatTheToolHasStarted) {
+TEST_F(Timeout, SendsTheGivenSignalToAllProcessesOfTheTool) {
     const std::string noted = path("noted");
     exec_req request;
     request.timeout = 1;
@@ -51,7 +51,7 @@ TEST_F(Timeout, SendsTheSignalGivenToAllThatTheToolHasStarted) {
                      request),
               (Outcome{EXEC_TIMEOUT, 8, 8 << 8}));
     EXPECT_EQ(takeLog(), TIMED_OUT);
-    // The child that wanted to live on has been swept up with its group.
+    // The child that survived the signal has been killed with its group.
     EXPECT_TRUE(awaitEnd(std::stoi(readText(path("pid")))));
 }
 
@@ -71,10 +71,10 @@ TEST_F(Timeout, KillsAToolThatIgnoresTheSignal) {
     EXPECT_EQ(takeLog(), TIMED_OUT);
 }
 
-TEST_F(Timeout, GoesOnWaitingWhenTheSignalIsNone) {
+TEST_F(Timeout, KeepsWaitingWhenTheSignalIsZero) {
     exec_req request;
     request.timeout = 1;
-    request.timeout_signal = 0;  // tests for existence only
+    request.timeout_signal = 0;  // a check for existence only
     EXPECT_EQ(behave({"forever"}, request), (Outcome{EXEC_TIMEOUT, 0, SIGKILL}));
     EXPECT_EQ(takeLog(), TIMED_OUT);
     EXPECT_EQ(crnt_child.stop_failure, 0);
@@ -99,7 +99,7 @@ TEST_F(Timeout, ReportsASignalThatDoesNotExistAndLeavesNothingRunning) {
     EXPECT_EQ(::kill(pid, 0) == -1 ? errno : 0, ESRCH);
 }
 
-TEST_F(Timeout, DoesNotWaitForWhatAFinishedToolHasLeftBehind) {
+TEST_F(Timeout, DoesNotWaitForProcessesThatAFinishedToolLeft) {
     const std::string out = path("out");
     const std::string left = path("left");
     for (const std::int32_t timeout : {0, 30}) {
@@ -109,12 +109,12 @@ TEST_F(Timeout, DoesNotWaitForWhatAFinishedToolHasLeftBehind) {
         EXPECT_EQ(behave({"child", "ready", left, "forever", "end", "await", left}, request).result,
                   EXEC_OK);
         const pid_t pid = std::stoi(readText(left));
-        EXPECT_EQ(::kill(pid, SIGKILL), 0);  // it is the tool's own business, and still there
+        EXPECT_EQ(::kill(pid, SIGKILL), 0);  // it is still running
         std::filesystem::remove(left);
     }
 }
 
-TEST_F(Timeout, WaitsAlsoWhereItsDescriptorsAreTooManyForASelect) {
+TEST_F(Timeout, WaitsWithTooManyDescriptorsForASelectToo) {
     struct rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     const struct rlimit wide = {4 * FD_SETSIZE, std::max<rlim_t>(before.rlim_max, 4 * FD_SETSIZE)};
@@ -135,7 +135,7 @@ TEST_F(Timeout, WaitsAlsoWhereItsDescriptorsAreTooManyForASelect) {
 }
 
 TEST_F(Timeout, ReportsAWaitThatFails) {
-    const SignalAction children(SIGCHLD, SIG_IGN);  // the kernel reaps them: nobody to wait for
+    const SignalAction children(SIGCHLD, SIG_IGN);  // the kernel reaps them: waiting fails
     const std::string ready = path("ready");
     for (const std::int32_t timeout : {0, 30}) {
         SCOPED_TRACE(timeout);

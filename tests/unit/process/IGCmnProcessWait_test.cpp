@@ -1,5 +1,5 @@
-// How long the runner and the signal handler wait, and what they send when: with time that stands
-// still.
+// How long the runner and the signal handler wait, and when they send which signal. The sleeps take
+// no time.
 #include <poll.h>
 
 #include <algorithm>
@@ -60,7 +60,7 @@ class IGCmnProcessWait : public ChildTest {
         ChildTest::TearDown();
     }
 
-    // Runs a tool that ends by no means of its own; its result, exit code and status.
+    // Runs a tool that never ends by itself; returns the result, exit code and status.
     std::vector<int> run(std::int32_t timeout, std::int32_t signo = -1, std::int32_t wait = 0) {
         ::Arguments arguments({BEHAVE, "ready", path("pid"), "forever"});
         return run(arguments, timeout, signo, wait);
@@ -81,7 +81,7 @@ class IGCmnProcessWait : public ChildTest {
         return {result, exit_cd, status};
     }
 
-    // The tool's group, from the signal sent to it; what is left of it ends.
+    // Kills and reaps a surviving tool; returns its group, which the first signal names.
     static pid_t endSurvivor() {
         const pid_t pid = -fake_wait.sent.front().first;
         reallyKill(pid, SIGKILL);
@@ -89,7 +89,7 @@ class IGCmnProcessWait : public ChildTest {
         return pid;
     }
 
-    // Has the tool end during this sleep of the wait.
+    // Ends the tool during this sleep of the wait.
     static void endAtSleep(std::size_t number) {
         fake_wait.on_sleep = [number] {
             if (fake_wait.sleeps.size() == number) {
@@ -101,7 +101,7 @@ class IGCmnProcessWait : public ChildTest {
 
 // --- the runner's wait ---
 
-TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsTheRequestSays) {
+TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsRequested) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     for (const std::int32_t timeout : {1, 2, 5, 36000}) {
         for (const std::int32_t wait : {-1, 0, 1, 600}) {
@@ -116,7 +116,7 @@ TEST_F(IGCmnProcessWait, LastsExactlyAsLongAsTheRequestSays) {
             EXPECT_EQ(fake_wait.sleeps, expected);
             const pid_t pid = endSurvivor();
             EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(-pid, SIGTERM), Pair(-pid, SIGKILL)));
-            // A tool that survives even that is left behind without a word.
+            // A tool that survives even that is abandoned without a report.
             EXPECT_EQ(takeLog(), TIMED_OUT);
             EXPECT_EQ(crnt_child.stop_failure, 0);
             EXPECT_EQ(crnt_child.pid, 0);
@@ -142,7 +142,7 @@ TEST_F(IGCmnProcessWait, SendsTheSignalOfTheRequest) {
 }
 
 TEST_F(IGCmnProcessWait, EndsWithTheTool) {
-    // The last round counts: what has ended in it has not overrun.
+    // The last round counts: a tool that ends in it is in time.
     for (const std::size_t number : {1U, 10U, 11U, 18U}) {
         SCOPED_TRACE(number);
         fake_wait.sleeps.clear();
@@ -157,24 +157,24 @@ TEST_F(IGCmnProcessWait, EndsWithTheTool) {
 TEST_F(IGCmnProcessWait, WatchesTheToolWhileItSleeps) {
     const auto child = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0U));
     if (child == -1) {
-        GTEST_SKIP() << "the kernel has nothing to watch";
+        GTEST_SKIP() << "the kernel has no pidfd_open";
     }
     ::close(child);
     std::vector<int> ready;
-    const auto look = [&ready] {
+    const auto poll_tool = [&ready] {
         struct pollfd watched = {fake_wait.watched, POLLIN, 0};
         ready.push_back(::poll(&watched, 1, 0));
     };
-    fake_wait.on_sleep = [&look] {
-        look();
+    fake_wait.on_sleep = [&poll_tool] {
+        poll_tool();
         endChild(crnt_child.pid);
-        look();
+        poll_tool();
     };
     EXPECT_THAT(run(5), ElementsAre(EXEC_NONZERO, 0, SIGKILL));
     EXPECT_THAT(ready, ElementsAre(0, 1));  // a sleep of any length ends with the tool
 }
 
-TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
+TEST_F(IGCmnProcessWait, SendsNoFurtherTerminationToAToolThatEndsInItsGracePeriod) {
     fake_wait.lost = {SIGTERM};
     // Ten sleeps up to the time-out, two a second of the time given, five after SIGKILL.
     for (const std::size_t number : {11U, 14U}) {
@@ -185,7 +185,7 @@ TEST_F(IGCmnProcessWait, SendsNothingMoreToAToolThatEndsWhileItIsGivenTimeTo) {
         EXPECT_THAT(run(1, -1, 2), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
         EXPECT_EQ(fake_wait.sleeps.size(), number);
         const pid_t group = fake_wait.sent.front().first;
-        // The second one is for what the tool may have left of its group.
+        // The second one is for other processes of the group.
         EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL)));
     }
 }
@@ -210,8 +210,8 @@ class HandlerInstalled {
 // A tool that ends with SIGTERM, and has started one that does not.
 class IGCmnProcessGroupWait : public IGCmnProcessWait {
   protected:
-    // Runs it with a time-out of one second and `wait` more; `other` is done about the other
-    // process at every sleep after the tool's own end.
+    // Runs it with a time-out of one second and `wait` seconds more; calls `other` with the other
+    // process at every sleep after the tool's end.
     std::vector<int> runBoth(std::int32_t wait, const std::function<void(pid_t)>& other) {
         const std::string file = path("other");
         fake_wait.on_sleep = [this, file, other] {
@@ -233,7 +233,7 @@ class IGCmnProcessGroupWait : public IGCmnProcessWait {
     pid_t other_ = 0;
 };
 
-TEST_F(IGCmnProcessGroupWait, GivesWhatAToolLeavesOfItsGroupTheRestOfItsTime) {
+TEST_F(IGCmnProcessGroupWait, GivesTheRestOfTheGroupTheRemainingTime) {
     EXPECT_THAT(runBoth(3, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
     Sleeps expected = upToTimeOut(1);
     add(expected, 6, HALF);
@@ -241,13 +241,13 @@ TEST_F(IGCmnProcessGroupWait, GivesWhatAToolLeavesOfItsGroupTheRestOfItsTime) {
     EXPECT_EQ(fake_wait.sleeps, expected);
     const pid_t group = fake_wait.sent.front().first;
     EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL),
-                                            Pair(group, SIGKILL)));  // again as it is reaped
+                                            Pair(group, SIGKILL)));  // once more when it is reaped
     EXPECT_TRUE(awaitEnd(other_));
     EXPECT_EQ(takeLog(), TIMED_OUT);
     EXPECT_EQ(crnt_child.stop_failure, 0);
 }
 
-TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanSomethingOfTheGroupLives) {
+TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanTheGroupLives) {
     const auto end_later = [](pid_t other) {
         if (fake_wait.sleeps.size() == 13) {
             reallyKill(other, SIGKILL);
@@ -258,12 +258,12 @@ TEST_F(IGCmnProcessGroupWait, WaitsNoLongerThanSomethingOfTheGroupLives) {
     EXPECT_EQ(fake_wait.sleeps.size(), 13U);
 }
 
-TEST_F(IGCmnProcessGroupWait, GivesNoTimeWhereTheRequestHasNone) {
+TEST_F(IGCmnProcessGroupWait, AllowsNoTimeWhereTheRequestHasNone) {
     EXPECT_THAT(runBoth(0, [](pid_t) {}).front(), EXEC_TIMEOUT);
     EXPECT_TRUE(awaitEnd(other_));
 }
 
-TEST_F(IGCmnProcessGroupWait, KillsWhatAToolLeavesThatEndsWithTheSignalItself) {
+TEST_F(IGCmnProcessGroupWait, KillsTheRestOfTheGroupOfAToolThatEndsWithTheSignal) {
     fake_wait.on_signal = [] { endChild(crnt_child.pid); };
     EXPECT_THAT(runBoth(0, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
     const pid_t group = fake_wait.sent.front().first;
@@ -271,7 +271,7 @@ TEST_F(IGCmnProcessGroupWait, KillsWhatAToolLeavesThatEndsWithTheSignalItself) {
     EXPECT_TRUE(awaitEnd(other_));
 }
 
-TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatComesMeanwhile) {
+TEST_F(IGCmnProcessGroupWait, LeavesTheGroupToAHandlerThatRunsMeanwhile) {
     const HandlerInstalled handler;
     const auto interrupt = [](pid_t) {
         if (run_state.interrupted == 0) {
@@ -293,7 +293,7 @@ TEST_F(IGCmnProcessWait, ReportsASleepThatFailsAndLeavesNothingRunning) {
         fake_wait.sleeps.clear();
         fake_wait.sent.clear();
         fake_wait.select_error = error;
-        // The pauses of the clean-up fail as well: it ends with what a real one would have found.
+        // The pauses of the clean-up fail too, so the tool ends at the first of them.
         fake_wait.on_sleep = [] {
             if (!fake_wait.sent.empty()) {
                 endChild(-fake_wait.sent.front().first);
@@ -325,7 +325,7 @@ TEST_F(IGCmnProcessWait, ReportsASignalThatCannotBeSent) {
     EXPECT_EQ(crnt_child.stop_failure, 1);
 }
 
-TEST_F(IGCmnProcessWait, HasNoEndWithoutATimeOut) {
+TEST_F(IGCmnProcessWait, WaitsWithoutLimitWithoutATimeOut) {
     for (const std::int32_t timeout : {0, -1}) {
         ::Arguments arguments({BEHAVE, "nap", "50", "exit", "3"});
         EXPECT_THAT(run(arguments, timeout, -1, 0), ElementsAre(EXEC_NONZERO, 3, 3 << 8));
@@ -334,7 +334,7 @@ TEST_F(IGCmnProcessWait, HasNoEndWithoutATimeOut) {
     }
 }
 
-TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+TEST_F(IGCmnProcessWait, ContinuesWhenNoProcessTakesTheSignal) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     fake_wait.kill_error = ESRCH;
     EXPECT_THAT(run(1, -1, 1), ElementsAre(EXEC_TIMEOUT, 0, 0));
@@ -346,11 +346,11 @@ TEST_F(IGCmnProcessWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
 
 TEST_F(IGCmnProcessWait, SendsNoSignalToAToolThatTheHandlerHasReaped) {
     const HandlerInstalled handler;
-    // The handler comes at the last moment before the tool's own signal: it has to wait for that.
+    // The handler runs just before the tool gets its signal, and has to wait for the tool.
     fake_wait.on_signal = [] { ::raise(SIGINT); };
     fake_wait.on_sleep = [] {
         if (run_state.interrupted != 0) {
-            awaitChild(crnt_child.pid);  // it has its SIGTERM, and time that stands still
+            awaitChild(crnt_child.pid);  // it got SIGTERM, and the sleeps take no time
         }
     };
     EXPECT_THAT(run(1, SIGWINCH), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
@@ -422,7 +422,7 @@ class IGMainSignalWait : public IGCmnProcessWait {
         return given;
     }
 
-    // Has the killed child end at once where no time passes.
+    // Waits for the end of the killed child, as the sleeps take no time.
     void endOnceKilled() {
         fake_wait.on_sleep = [this] {
             if (fake_wait.sleeps.size() > grace().size()) {
@@ -434,7 +434,7 @@ class IGMainSignalWait : public IGCmnProcessWait {
     pid_t pid_ = 0;
 };
 
-TEST_F(IGMainSignalWait, LeavesAToolBehindThatSigkillDoesNotEndInTime) {
+TEST_F(IGMainSignalWait, AbandonsAToolThatSigkillDoesNotEndInTime) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     for (const long patience : {PATIENCE, PATIENCE / 10, 0L}) {
         SCOPED_TRACE(patience);
@@ -453,7 +453,7 @@ TEST_F(IGMainSignalWait, LeavesAToolBehindThatSigkillDoesNotEndInTime) {
     }
 }
 
-TEST_F(IGMainSignalWait, LeavesSuchAToolBehindOfARunThatIsNotInterruptedToo) {
+TEST_F(IGMainSignalWait, AbandonsSuchAToolInAnUninterruptedRunToo) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     stop();
     EXPECT_EQ(sum(fake_wait.sleeps), sum(grace()) + PATIENCE);
@@ -461,13 +461,13 @@ TEST_F(IGMainSignalWait, LeavesSuchAToolBehindOfARunThatIsNotInterruptedToo) {
     EXPECT_EQ(crnt_child.reaped, 0);
 }
 
-TEST_F(IGMainSignalWait, GivesAToolTwoAndAHalfSecondsBeforeItIsKilled) {
+TEST_F(IGMainSignalWait, WaitsTwoAndAHalfSecondsBeforeItKillsATool) {
     fake_wait.lost = {SIGTERM};
     endOnceKilled();
     stop();
     EXPECT_EQ(graceGiven(), grace());
     EXPECT_EQ(sum(grace()), 5 * HALF);
-    // The last one is for what the dead tool leaves of its group.
+    // The last one is for the rest of the dead tool's group.
     EXPECT_THAT(fake_wait.sent,
                 ElementsAre(Pair(-pid_, SIGTERM), Pair(-pid_, SIGKILL), Pair(-pid_, SIGKILL)));
     EXPECT_EQ(crnt_child.reaped, 1);
@@ -491,7 +491,7 @@ TEST_F(IGMainSignalWait, EndsWithTheTool) {
     EXPECT_EQ(crnt_child.reaped, 1);
 }
 
-TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
+TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndStops) {
     for (const int number : {SIGTERM, SIGKILL}) {
         SCOPED_TRACE(number);
         fake_wait = FakeWait{};
@@ -500,7 +500,7 @@ TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
         if (number == SIGTERM) {
             fake_wait.kill_error = EPERM;
         } else {
-            fake_wait.on_sleep = [] { fake_wait.kill_error = EPERM; };  // the first one still went
+            fake_wait.on_sleep = [] { fake_wait.kill_error = EPERM; };  // the first one was sent
         }
         stop();
         EXPECT_STREQ(crnt_child.failed_call, "kill");
@@ -513,7 +513,7 @@ TEST_F(IGMainSignalWait, RecordsASignalThatCannotBeSentAndGivesUp) {
     }
 }
 
-TEST_F(IGMainSignalWait, GoesOnWhenThereIsNobodyToTakeTheSignal) {
+TEST_F(IGMainSignalWait, ContinuesWhenNoProcessTakesTheSignal) {
     fake_wait.lost = {SIGTERM};
     endOnceKilled();
     fake_wait.kill_error = ESRCH;

@@ -49,7 +49,7 @@ TEST_F(IGCmnProcess, ClassifiesHowTheChildEnded) {
     expectOwnDescriptors();
 }
 
-TEST_F(IGCmnProcess, NeedsNoRoomForTheStatus) {
+TEST_F(IGCmnProcess, AcceptsANullStatus) {
     ::Arguments arguments({BEHAVE, "exit", "3"});
     exec_req request;
     request.command_path = BEHAVE;
@@ -90,7 +90,7 @@ TEST_F(IGCmnProcess, DistinguishesItsOwnMessageFromAToolThatEndsWith255) {
     }
 }
 
-TEST_F(IGCmnProcess, SearchesItsMessageOnlyInTheFileOfTheErrorOutput) {
+TEST_F(IGCmnProcess, SearchesItsMessageInTheErrorOutputOnly) {
     const std::string out = path("out");
     const std::string err = path("err");
     exec_req request;
@@ -107,11 +107,11 @@ TEST_F(IGCmnProcess, SearchesItsMessageOnlyInTheFileOfTheErrorOutput) {
         EXPECT_EQ(takeLog(), "ZEPA140-W:x\n");
         EXPECT_FALSE(std::filesystem::exists(out));
         EXPECT_EQ(behave({"err", "ZEPA125-W:x\n", "exit", "255"}, request).result, EXEC_FAILED);
-        EXPECT_EQ(takeLog(), "");  // the caller says what is missing
+        EXPECT_EQ(takeLog(), "");  // the caller reports what is missing
     }
-    // Another exit code is the tool's own, whatever it wrote.
+    // Another exit code is the tool's own, for any output.
     EXPECT_EQ(behave({"err", "ZEPA140-W:x\n", "exit", "254"}, request).result, EXEC_NONZERO);
-    // No file, no question.
+    // Without a file there is nothing to check.
     Capture errors(stderr);
     EXPECT_EQ(behave({"err", "ZEPA140-W:x\n", "exit", "255"}).result, EXEC_NONZERO);
     EXPECT_EQ(errors.take(), "ZEPA140-W:x\n");
@@ -129,7 +129,7 @@ TEST_F(IGCmnProcess, ReportsAnOutputThatWasRemovedBeforeItIsRead) {
 
 // --- programs that cannot be run ---
 
-TEST_F(IGCmnProcess, ReportsAProgramThatDoesNotExistOnlyWhileTheRunHasFailedSoFar) {
+TEST_F(IGCmnProcess, ReportsAMissingProgramOnlyWhileTheRunCountsAsFailed) {
     const std::string none = path("none");
     const std::string message = "ZEPA125-W:An information collecting tool(" + none +
                                 ") that collects system information does not exist.\n";
@@ -153,7 +153,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatDoesNotExistOnlyWhileTheRunHasFailedSoFa
     EXPECT_EQ(takeLog(), "");
     EXPECT_EQ(readText(err), message);
 
-    // With the output going nowhere there is nothing to read, and nothing to remove.
+    // Without an output file there is nothing to read and nothing to remove.
     IgMainSetRetCode(RETCODE_FAILED);
     request.stdout_path = "/dev/null";
     EXPECT_EQ(execute(none, {}, request).result, EXEC_NONZERO);
@@ -169,7 +169,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     const std::string out = path("out");
     exec_req request;
     request.stdout_path = out.c_str();
-    request.stderr_path = "/dev/null";  // the output file takes its place
+    request.stderr_path = "/dev/null";  // the output file is used instead
     const auto message = [](int error, const std::string& text) {
         return "ZEPA140-W:An error occurred during the following system call. system call name = "
                "execv, error code = " +
@@ -201,7 +201,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     EXPECT_EQ(execute(BEHAVE, {std::string(1 << 20, 'x')}, request).result, EXEC_FAILED);
     EXPECT_EQ(takeLog(), message(7, "Argument list too long"));
 
-    // What is missing is not always the file itself.
+    // The missing file is not always the program itself.
     writeText(script, "#!/no/such/interpreter\n");
     EXPECT_EQ(execute(script, {}, request).result, EXEC_FAILED);
     EXPECT_EQ(takeLog(), "ZEPA125-W:An information collecting tool(" + script +
@@ -209,7 +209,7 @@ TEST_F(IGCmnProcess, ReportsAProgramThatCannotBeRun) {
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 
-// --- what the child inherits ---
+// --- inheritance of the child ---
 
 TEST_F(IGCmnProcess, LeadsAGroupOfItsOwnExceptWhileTheArchiverRuns) {
     const std::string report = path("report");
@@ -246,7 +246,7 @@ TEST_F(IGCmnProcess, StartsTheChildWithAPrivateMaskAndSignalsAsAShellWould) {
     EXPECT_EQ(child["euid"], "0");
 }
 
-TEST_F(IGCmnProcess, HandsOnAHangupThatWasIgnoredWhenTheRunStarted) {
+TEST_F(IGCmnProcess, PassesOnAHangupThatWasIgnoredWhenTheRunStarted) {
     const std::string report = path("report");
     run_state.hangup_ignored = 1;
     const SignalAction hangup(SIGHUP, SIG_IGN);
@@ -277,7 +277,7 @@ TEST_F(IGCmnProcess, EndsItsChildWithItself) {
     }
 }
 
-TEST_F(IGCmnProcess, LeavesTheSignalMaskOfTheRunAsItWas) {
+TEST_F(IGCmnProcess, RestoresTheSignalMaskOfTheRun) {
     sigset_t usr;
     ::sigemptyset(&usr);
     ::sigaddset(&usr, SIGUSR2);
@@ -324,7 +324,7 @@ std::vector<std::string> descriptorsOf(const std::string& report) {
     return descriptors;
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnly) {
     const std::string report = path("report");
     const std::string err = path("err");
     const InheritedDescriptors inherited;
@@ -338,7 +338,7 @@ TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnly) {
     EXPECT_EQ(child["fd2"], "w " + err);
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheKernelClosesNoRange) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnlyWithoutCloseRange) {
     const std::string report = path("report");
     const InheritedDescriptors inherited;
     const FailingCall unknown(Call::CLOSE_RANGE, 1, ENOSYS);
@@ -346,7 +346,7 @@ TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheKernelClosesNoRang
     EXPECT_THAT(descriptorsOf(report), ::testing::ElementsAre("fd0", "fd1", "fd2"));
 }
 
-TEST_F(IGCmnProcess, HandsOnTheStandardDescriptorsOnlyWhereTheyCannotBeListedEither) {
+TEST_F(IGCmnProcess, PassesOnTheStandardDescriptorsOnlyWithoutAListEither) {
     const std::string report = path("report");
     const ChildResult child = inChild([&report] {
         const InheritedDescriptors inherited;
@@ -400,7 +400,7 @@ TEST_F(IGCmnProcess, StartsNothingOnceTheRunWasInterrupted) {
     EXPECT_EQ(takeLog(), "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
 }
 
-// --- what is reported later ---
+// --- later reports ---
 
 TEST_F(IGCmnProcess, ReportsWhatTheSignalHandlerRecorded) {
     Capture errors(stderr);
@@ -447,7 +447,7 @@ TEST_F(IGCmnProcess, ChangesTheEffectiveUserAndBack) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(IGCmnProcess, DoesNotChangeToAUserThatIsNotThereOrNotAllowed) {
+TEST_F(IGCmnProcess, DoesNotChangeToAMissingOrForbiddenUser) {
     usr_inf before{UINT32_MAX};
     EXPECT_EQ(IgCmnChangeUser("no such user", &before), USER_FAILED);
     EXPECT_EQ(::geteuid(), 0U);
@@ -463,7 +463,7 @@ TEST_F(IGCmnProcess, DoesNotChangeToAUserThatIsNotThereOrNotAllowed) {
               "seteuid, error code = 1, msg = Operation not permitted.\n");
 }
 
-TEST_F(IGCmnProcess, MustNotBeGivenNull) {
+TEST_F(IGCmnProcess, AssertsItsArgumentsAreNotNull) {
     exec_req request;
     std::int32_t exit_cd = 0;
     EXPECT_DEATH(IgCmnExecProcess(nullptr, &exit_cd, nullptr), "request != \\(\\(void \\*\\)0\\)");

@@ -42,7 +42,7 @@ class IGMainSignal : public ChildTest {
         ChildTest::TearDown();
     }
 
-    // Runs a tool; its result, exit code and status.
+    // Runs a tool; returns its result, exit code and status.
     std::vector<int> run(std::vector<std::string> words, std::int32_t timeout) {
         words.insert(words.begin(), BEHAVE);
         ::Arguments arguments(words);
@@ -56,7 +56,7 @@ class IGMainSignal : public ChildTest {
         return {result, exit_cd, status};
     }
 
-    // What the next run finds.
+    // The state in which the next run starts.
     void settle() {
         SetUp();
         run_state.interrupted = 0;
@@ -72,7 +72,7 @@ class IGMainSignal : public ChildTest {
 
 using ::testing::ElementsAre;
 
-TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
+TEST_F(IGMainSignal, StopsTheRunningToolAndRecordsTheSignal) {
     for (const auto& [name, number] : std::vector<std::pair<std::string, int>>{
              {"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}}) {
         for (const std::int32_t timeout : {0, 60}) {
@@ -89,12 +89,12 @@ TEST_F(IGMainSignal, StopsTheRunningToolAndRemembersTheSignal) {
             EXPECT_TRUE(isIgnored(SIGINT));
             EXPECT_TRUE(isIgnored(SIGTERM));
             EXPECT_TRUE(isIgnored(SIGHUP));
-            EXPECT_EQ(takeLog(), "");  // said later, at the run's next look
+            EXPECT_EQ(takeLog(), "");  // reported later, at the run's next check
         }
     }
 }
 
-TEST_F(IGMainSignal, CountsAToolThatEndsWellAsReaped) {
+TEST_F(IGMainSignal, CountsASuccessfulToolAsReaped) {
     for (const std::int32_t timeout : {0, 60}) {
         settle();
         EXPECT_THAT(run({"exiton", "TERM", "0", "kill", "INT", "parent", "forever"}, timeout),
@@ -105,7 +105,7 @@ TEST_F(IGMainSignal, CountsAToolThatEndsWellAsReaped) {
     }
 }
 
-TEST_F(IGMainSignal, KillsAToolThatOutlivesItsGrace) {
+TEST_F(IGMainSignal, KillsAToolAfterItsGracePeriod) {
     const auto start = steady_clock::now();
     EXPECT_THAT(run({"ignore", "TERM", "kill", "INT", "parent", "forever"}, 60),
                 ElementsAre(EXEC_NONZERO, 0, SIGKILL));
@@ -114,14 +114,14 @@ TEST_F(IGMainSignal, KillsAToolThatOutlivesItsGrace) {
     EXPECT_LT(took, milliseconds(30000));
 }
 
-TEST_F(IGMainSignal, StopsAllThatTheToolHasStarted) {
+TEST_F(IGMainSignal, StopsAllProcessesOfTheTool) {
     const std::string pid = path("pid");
     run({"child", "ready", pid, "forever", "end", "await", pid, "kill", "INT", "parent", "forever"},
         60);
     EXPECT_TRUE(awaitEnd(std::stoi(readText(pid))));
 }
 
-TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesOurGroup) {
+TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesTheRunsGroup) {
     for (const int code : {RETCODE_ARCHIVE, RETCODE_DIRECTORY}) {
         settle();
         IgMainSetRetCode(code);
@@ -130,7 +130,7 @@ TEST_F(IGMainSignal, StopsTheArchiverAloneBecauseItSharesOurGroup) {
                          "parent", "forever"},
                         0),
                     ElementsAre(EXEC_NONZERO, 0, SIGTERM));
-        EXPECT_EQ(::kill(std::stoi(readText(pid)), SIGKILL), 0);  // not stopped, still there
+        EXPECT_EQ(::kill(std::stoi(readText(pid)), SIGKILL), 0);  // not stopped, still running
     }
 }
 
@@ -146,20 +146,20 @@ TEST_F(IGMainSignal, DoesNothingWithoutAChild) {
     EXPECT_EQ(run_state.signal_no, SIGTERM);
 }
 
-TEST_F(IGMainSignal, LetsASecondSignalPass) {
+TEST_F(IGMainSignal, IgnoresASecondSignal) {
     ASSERT_EQ(::raise(SIGINT), 0);
     ASSERT_EQ(::raise(SIGTERM), 0);
     ASSERT_EQ(::raise(SIGHUP), 0);
     EXPECT_EQ(run_state.signal_no, SIGINT);
 }
 
-TEST_F(IGMainSignal, KeepsErrnoOfWhatItInterrupts) {
+TEST_F(IGMainSignal, KeepsErrnoOfTheInterruptedCode) {
     errno = 33;
     ASSERT_EQ(::raise(SIGINT), 0);
     EXPECT_EQ(errno, 33);
 }
 
-TEST_F(IGMainSignal, RecordsWhatFailsAndTheRunReportsItOnce) {
+TEST_F(IGMainSignal, RecordsAFailureThatTheRunReportsOnce) {
     ::signal(SIGCHLD, SIG_IGN);  // the kernel reaps: waiting for the child must fail
     const pid_t pid = ::fork();
     if (pid == 0) {
@@ -172,7 +172,7 @@ TEST_F(IGMainSignal, RecordsWhatFailsAndTheRunReportsItOnce) {
     crnt_child.pid = pid;
     signalHandler(SIGINT);
     ::signal(SIGCHLD, SIG_DFL);
-    EXPECT_TRUE(awaitEnd(pid));  // nobody to wait for is said a moment before it is gone
+    EXPECT_TRUE(awaitEnd(pid));  // waitpid fails shortly before it has ended
     EXPECT_EQ(crnt_child.reaped, 0);
     EXPECT_STREQ(crnt_child.failed_call, "waitpid");
     EXPECT_EQ(crnt_child.failed_error, ECHILD);
@@ -194,11 +194,11 @@ TEST_F(IGMainSignal, RecordsWhatFailsAndTheRunReportsItOnce) {
     crnt_child.pid = 0;
 }
 
-// The handler may run between any two instructions: everything that its object file and that of the
-// running child call must be safe there. The list has what the C library promises to be safe, the
-// two records that the handler shares with the run, and the one function that it calls of the other
-// file.
-TEST_F(IGMainSignal, CallsNothingThatIsNotSafeInAHandler) {
+// The handler may run between any two instructions: every function that its object file and the
+// object file of the running child call must be safe in a handler. The list names the safe
+// functions of the C library, the two records that the handler shares with the run, and the one
+// function that it calls in the other file.
+TEST_F(IGMainSignal, CallsOnlySignalSafeFunctions) {
     const fs::path build = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
     const fs::path library = build / "src" / "libquendil_process.a";
     ASSERT_TRUE(fs::exists(library)) << library;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A child of this process; it does what `body` does and then waits to be killed.
+// Starts a child of this process that runs `body` and then waits to be killed.
 template <typename Body>
 pid_t start(Body body) {
     const pid_t pid = ::fork();
@@ -52,12 +52,12 @@ class IGProcessGroup : public testing::Test {
     pid_t leader_ = 0;
 };
 
-TEST_F(IGProcessGroup, IsDeadWithItsLeader) {
+TEST_F(IGProcessGroup, IsDeadAfterItsLeader) {
     EXPECT_FALSE(processGroupLives(leader_));
-    EXPECT_EQ(::kill(-leader_, 0), 0);  // which does not tell
+    EXPECT_EQ(::kill(-leader_, 0), 0);  // which a signal cannot detect
 }
 
-TEST_F(IGProcessGroup, LivesAsLongAsOneOfItDoes) {
+TEST_F(IGProcessGroup, LivesAsLongAsOneMember) {
     const pid_t member = start([] {});
     const pid_t other = start([] {});
     ASSERT_EQ(::setpgid(member, leader_), 0);
@@ -72,7 +72,7 @@ TEST_F(IGProcessGroup, LivesAsLongAsOneOfItDoes) {
     EXPECT_FALSE(processGroupLives(leader_));
 }
 
-TEST_F(IGProcessGroup, IsNotMistakenForTheNameOfAProcess) {
+TEST_F(IGProcessGroup, IsNotConfusedByTheNameOfAProcess) {
     const pid_t member = start([] { ::prctl(PR_SET_NAME, "a) Z 1 1 ("); });
     ASSERT_EQ(::setpgid(member, leader_), 0);
     EXPECT_TRUE(processGroupLives(leader_));
@@ -88,13 +88,13 @@ TEST_F(IGProcessGroup, DoesNotCountOtherGroups) {
     reap(other);
 }
 
-TEST_F(IGProcessGroup, CountsAsAliveWhereNothingCanTell) {
+TEST_F(IGProcessGroup, CountsAsAliveWhenItsStateIsUnknown) {
     EXPECT_TRUE(processGroupLives(1));  // not our child
     const pid_t living = start([] { ::setpgid(0, 0); });
     EXPECT_TRUE(processGroupLives(living));
     killAndAwait(living);
     reap(living);
-    EXPECT_TRUE(processGroupLives(living));  // gone: a leader must not be reaped
+    EXPECT_TRUE(processGroupLives(living));  // already reaped: its state is unknown
 }
 
 }  // namespace

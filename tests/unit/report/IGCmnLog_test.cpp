@@ -40,7 +40,7 @@ const std::string VAR_TREE = "/var/opt/norvale/quendil";
 
 constexpr const char* TIME = "[0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
 
-// Times are the clock's business.
+// Masks the times, which the clock determines.
 std::string timeless(const std::string& text) {
     return std::regex_replace(text, std::regex(TIME), "TIME");
 }
@@ -104,7 +104,7 @@ TEST_F(RunLog, BeginsWithVersionAndStartTime) {
     EXPECT_FALSE(fs::exists(OLD_LOG));
 }
 
-TEST_F(RunLog, IsReadableAndWritableByItsOwnerAloneAndLeavesTheUmask) {
+TEST_F(RunLog, IsPrivateToItsOwnerAndKeepsTheUmask) {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
         ::umask(mask);
         ASSERT_EQ(IgCmnMsgOpenLog(), 0);
@@ -202,9 +202,9 @@ TEST_F(RunLog, ReportsALogThatCannotBeCreated) {
 TEST_F(RunLog, NeedsTheTreeOfVariableData) {
     fs::rename(VAR_TREE, VAR_TREE + ".away");
     int result = 0;
-    const std::string said = errors([&] { result = IgCmnMsgOpenLog(); });
+    const std::string shown = errors([&] { result = IgCmnMsgOpenLog(); });
     fs::rename(VAR_TREE + ".away", VAR_TREE);
-    EXPECT_EQ(said,
+    EXPECT_EQ(shown,
               "ZEPA104-E:The specified directory(/var/opt/norvale/quendil) does not exist.\n");
     EXPECT_EQ(result, -1);
 }
@@ -212,9 +212,9 @@ TEST_F(RunLog, NeedsTheTreeOfVariableData) {
 TEST_F(RunLog, NeedsItsDirectoryToo) {
     fs::rename(LOG_DIR, LOG_DIR + ".away"s);
     int result = 0;
-    const std::string said = errors([&] { result = IgCmnMsgOpenLog(); });
+    const std::string shown = errors([&] { result = IgCmnMsgOpenLog(); });
     fs::rename(LOG_DIR + ".away"s, LOG_DIR);
-    EXPECT_EQ(said, withoutPlace(trio("fopen", ENOENT, "No such file or directory", LOG, "")));
+    EXPECT_EQ(shown, withoutPlace(trio("fopen", ENOENT, "No such file or directory", LOG, "")));
     EXPECT_EQ(result, -1);
 }
 
@@ -237,13 +237,13 @@ class CopyIntoRunLog : public LogTest {
     std::size_t start_ = 0;
 };
 
-TEST_F(CopyIntoRunLog, TakesTheTextAsItIs) {
+TEST_F(CopyIntoRunLog, CopiesTheTextUnchanged) {
     const std::string text = "one\n\n two\t%s\r\n\xc3\xa9\n";
     EXPECT_EQ(copy(text), 0);
     EXPECT_EQ(gained(), text);
 }
 
-TEST_F(CopyIntoRunLog, EndsALastLineThatHasNoEnd) {
+TEST_F(CopyIntoRunLog, TerminatesAnUnterminatedLastLine) {
     EXPECT_EQ(copy("one\ntwo"), 0);
     IgCmnMsg<ZEPA137_W>();
     EXPECT_EQ(gained(), "one\ntwo\nZEPA137-W:Internal error occurred.\n");
@@ -254,7 +254,7 @@ TEST_F(CopyIntoRunLog, AddsNothingForAnEmptyFile) {
     EXPECT_EQ(gained(), "");
 }
 
-TEST_F(CopyIntoRunLog, TakesLinesOfEveryLength) {
+TEST_F(CopyIntoRunLog, CopiesLinesOfEveryLength) {
     // Around the 1023 bytes that one piece holds, with and without a line feed.
     for (const std::size_t length : {1021U, 1022U, 1023U, 1024U, 2046U, 2047U, 100000U}) {
         for (const char* end : {"", "\n"}) {
@@ -267,7 +267,7 @@ TEST_F(CopyIntoRunLog, TakesLinesOfEveryLength) {
     }
 }
 
-TEST_F(CopyIntoRunLog, TakesWhatFollowsANul) {
+TEST_F(CopyIntoRunLog, CopiesTheTextBehindANul) {
     EXPECT_EQ(copy("one\0two\n"s), 0);
     EXPECT_EQ(copy("\0\n"s), 0);
     EXPECT_EQ(gained(), "one\0two\n\0\n"s);
@@ -275,39 +275,39 @@ TEST_F(CopyIntoRunLog, TakesWhatFollowsANul) {
 
 TEST_F(CopyIntoRunLog, CopiesAndThenReportsALastLineThatTheLocaleCannotDecode) {
     int result = 0;
-    const std::string said = errors([&] { result = copy("fine\n\xff\xfe"); });
+    const std::string shown = errors([&] { result = copy("fine\n\xff\xfe"); });
     EXPECT_EQ(result, -1);
     const std::string report =
         "ZEPA113-E:An error occurred during the following system call. system call name = "
         "mbstowcs, error code = 84, msg = Invalid or incomplete multibyte or wide character.\n";
-    EXPECT_EQ(said, report);
+    EXPECT_EQ(shown, report);
     EXPECT_EQ(gained(),
               "fine\n\xff\xfe\n" + report + "ZEPA114-E:source = IGCmnStr, line no = N.\n");
 }
 
-TEST_F(CopyIntoRunLog, DoesNotMindALineBeforeTheLastOneThatTheLocaleCannotDecode) {
+TEST_F(CopyIntoRunLog, AcceptsAnUndecodableLineBeforeTheLastOne) {
     EXPECT_EQ(copy("\xff\nfine\n"), 0);
     EXPECT_EQ(gained(), "\xff\nfine\n");
 }
 
-TEST_F(CopyIntoRunLog, ProvesNoMoreThanTheLastPieceReadable) {
-    // A piece ends with its line or holds 1023 bytes, wherever what is read at a time ends.
+TEST_F(CopyIntoRunLog, ChecksOnlyTheLastPiece) {
+    // A piece ends with its line or holds 1023 bytes, wherever a block that is read ends.
     struct Case {
         std::size_t before;  // plain bytes, then one that the locale cannot decode
-        std::size_t behind;  // plain bytes behind it
+        std::size_t after;   // plain bytes after it
         int result;
     };
     for (const Case& c : {Case{0, 1021, -1}, Case{0, 1022, -1}, Case{0, 1023, 0}, Case{1022, 0, -1},
                           Case{1023, 0, -1}, Case{65535, 500, -1}, Case{65536, 500, -1},
                           Case{65471, 63, 0}, Case{65472, 63, -1}, Case{131071, 900, 0}}) {
         for (const char* end : {"", "\n"}) {
-            SCOPED_TRACE(::testing::Message() << c.before << " " << c.behind << " " << end);
+            SCOPED_TRACE(::testing::Message() << c.before << " " << c.after << " " << end);
             start_ = readText(LOG).size();
             const std::string line =
-                std::string(c.before, 'x') + "\xff" + std::string(c.behind, 'y');
+                std::string(c.before, 'x') + "\xff" + std::string(c.after, 'y');
             // With its line feed the line may take one piece more.
             const bool last_piece_is_the_feed =
-                end[0] != '\0' && (c.before + 1 + c.behind) % 1023 == 0;
+                end[0] != '\0' && (c.before + 1 + c.after) % 1023 == 0;
             int result = 0;
             errors([&] { result = copy("first\n" + line + end); });
             EXPECT_EQ(result, last_piece_is_the_feed ? 0 : c.result);
@@ -316,7 +316,7 @@ TEST_F(CopyIntoRunLog, ProvesNoMoreThanTheLastPieceReadable) {
     }
 }
 
-TEST_F(CopyIntoRunLog, EndsThoughTheFileGrowsAsFastAsItIsRead) {
+TEST_F(CopyIntoRunLog, EndsEvenIfTheFileGrowsAsFastAsItIsRead) {
     std::fputs((std::string(100000, 'x') + "\n").c_str(), msg_state.log);
     std::fflush(msg_state.log);
     const std::string whole = readText(LOG);
@@ -324,13 +324,13 @@ TEST_F(CopyIntoRunLog, EndsThoughTheFileGrowsAsFastAsItIsRead) {
         const struct rlimit enough = {1 << 20, 1 << 20};
         ::setrlimit(RLIMIT_FSIZE, &enough);
         ::signal(SIGXFSZ, SIG_IGN);
-        ::_exit(IgCmnMsgCopyFile(LOG.c_str()));  // what is written is there to be read
+        ::_exit(IgCmnMsgCopyFile(LOG.c_str()));  // the copy can read what it has written
     });
     EXPECT_EQ(child.status, 0);
     EXPECT_EQ(readText(LOG), whole + whole);
 }
 
-// A run log that has a signal arrive as soon as it is written to.
+// A run log that a signal interrupts at its first write.
 std::string interrupted_log;
 
 ssize_t interruptAndKeep(void* /*cookie*/, const char* bytes, std::size_t length) {
@@ -358,8 +358,8 @@ TEST_F(CopyIntoRunLog, EndsWithAWholeLineWhenTheRunIsInterrupted) {
     EXPECT_EQ(child.err, interruption);
 }
 
-TEST_F(CopyIntoRunLog, BlamesNoTextThatAnInterruptionHasCut) {
-    // A character of two bytes lies across the end of the first block.
+TEST_F(CopyIntoRunLog, ReportsNoErrorInATextThatAnInterruptionTruncated) {
+    // A character of two bytes crosses the end of the first block.
     writeText(dir_.path("text"), std::string(65535, 'x') + "\xc3\xa9" + std::string(9999, 'y'));
     const ChildResult child = inChild([&] {
         msg_state.log = ::fopencookie(nullptr, "w", {nullptr, interruptAndKeep, nullptr, nullptr});
@@ -454,7 +454,7 @@ class HistoryLog : public LogTest {
     }
 };
 
-TEST_F(HistoryLog, GetsEachLineAppended) {
+TEST_F(HistoryLog, AppendsEachLine) {
     IgCmnMsgHist(ZEPA301_I, "01-02", "2026/11/15 09:53:18");
     EXPECT_EQ(readText(HIST), "ZEPA301-I:quendil [Ver. 01-02] started at 2026/11/15 09:53:18.\n");
     IgCmnMsgHist(ZEPA302_I, "-g net");
@@ -469,7 +469,7 @@ TEST_F(HistoryLog, GetsEachLineAppended) {
               "ZEPA305-I:quendil ended at 2026/11/15 09:53:20.\n");
 }
 
-TEST_F(HistoryLog, TakesAnyMessageWhateverItsKindAndTheMode) {
+TEST_F(HistoryLog, AcceptsMessagesOfEveryKindInEveryMode) {
     IgCmnMsgSetMode(MSGMODE_COLLECTING);
     errors([] {
         IgCmnMsgHist(ZEPA116_E);
@@ -483,7 +483,7 @@ TEST_F(HistoryLog, TakesAnyMessageWhateverItsKindAndTheMode) {
               "ZEPA114-E:source = IGMain, line no = 7.\n");
 }
 
-TEST_F(HistoryLog, SaysNothingOnTheTerminalAndInTheRunLog) {
+TEST_F(HistoryLog, WritesNothingToTheTerminalAndTheRunLog) {
     ASSERT_EQ(IgCmnMsgOpenLog(), 0);
     const std::string before = readText(LOG);
     Capture out(stdout);
@@ -492,7 +492,7 @@ TEST_F(HistoryLog, SaysNothingOnTheTerminalAndInTheRunLog) {
     EXPECT_EQ(readText(LOG), before);
 }
 
-TEST_F(HistoryLog, IsReadableAndWritableByItsOwnerAloneLikeItsLock) {
+TEST_F(HistoryLog, IsPrivateToItsOwnerLikeItsLock) {
     ::umask(0);
     IgCmnMsgHist(ZEPA304_I, 0);
     EXPECT_EQ(umaskNow(), "0");
@@ -564,7 +564,7 @@ TEST_F(HistoryLog, IsNotMovedWhenThereIsNone) {
     EXPECT_EQ(modeOf(HIST_LOCK), 0600U);
 }
 
-TEST_F(HistoryLog, GrowsOnWhenTheOldOneCannotBeRemoved) {
+TEST_F(HistoryLog, KeepsGrowingWhenTheOldOneCannotBeRemoved) {
     fs::create_directories(OLD_HIST + "/full");
     writeText(HIST, std::string(9933, 'x'));
     EXPECT_EQ(errors(IgCmnMsgHistRotate),
@@ -591,7 +591,7 @@ TEST_F(HistoryLog, ReportsALockFileThatCannotBeOpened) {
     fs::remove(HIST_LOCK);
 }
 
-TEST_F(HistoryLog, ReportsIntoTheRunLogOnceThatIsOpen) {
+TEST_F(HistoryLog, ReportsToTheRunLogOnceItIsOpen) {
     ASSERT_EQ(IgCmnMsgOpenLog(), 0);
     const std::size_t start = readText(LOG).size();
     fs::create_directory(HIST);
@@ -691,7 +691,7 @@ pid_t start(Body body) {
     return pid;
 }
 
-// How often a process has gone to sleep of its own accord; -1 when it has ended.
+// How often a process has slept voluntarily; -1 when it has ended.
 long sleeps(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string line;
@@ -716,7 +716,7 @@ TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
     {
         const OtherRun other;
         writer = start([] { IgCmnMsgHist(ZEPA304_I, 0); });
-        // It tries again after each sleep: three of them, and it has not written.
+        // It tries again after each sleep: after three sleeps it has still not written.
         const long first = sleeps(writer);
         while (sleeps(writer) != -1 && sleeps(writer) < first + 3) {
             ::sched_yield();
@@ -730,7 +730,7 @@ TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
     EXPECT_EQ(readText(HIST), "ZEPA304-I:quendil exit code = 0.\n");
 }
 
-TEST_F(HistoryLog, GivesItsTurnUpWhenAnInterruptedRunHasWaitedLongEnough) {
+TEST_F(HistoryLog, StopsWaitingWhenAnInterruptedRunHasWaitedLongEnough) {
     const OtherRun other;
     run_state.interrupted = 1;
     for (const long patience : {250000L, 0L}) {

@@ -14,7 +14,7 @@ namespace {
 
 class BrokenRunLog : public MessageTest {
   protected:
-    // Puts a full device in the place of the run log; unbuffered, the write itself fails.
+    // Replaces the run log by a full device; unbuffered, the write itself fails.
     static void breakLog(bool unbuffered) {
         std::fclose(msg_state.log);
         msg_state.log = std::fopen("/dev/full", "w");
@@ -81,7 +81,7 @@ TEST_F(BrokenRunLog, ReportsItselfAsAnErrorInEveryMode) {
     EXPECT_EQ(child.err, failure("fflush"));
 }
 
-TEST_F(BrokenRunLog, LetsLaterFailuresReachTheTerminal) {
+TEST_F(BrokenRunLog, ShowsLaterFailuresOnTheTerminal) {
     const ChildResult child = inChild([] {
         run_hooks.end_after_log_failure = [] {
             IgCmnSysErrPath("rmdir", EBUSY, "/out");

@@ -29,14 +29,14 @@ TEST_F(IGCmnMessage, DescribesAnErrorInPlainEnglish) {
     EXPECT_EQ(IgCmnStrError(ENOENT, -1), nullptr);
 }
 
-TEST_F(IGCmnMessage, LeavesTheLocaleOfMessagesAsItWas) {
+TEST_F(IGCmnMessage, RestoresTheLocaleOfMessages) {
     ASSERT_NE(std::setlocale(LC_MESSAGES, "C.utf8"), nullptr);
     static_cast<void>(IgCmnStrError(ENOENT, 0));
     EXPECT_STREQ(std::setlocale(LC_MESSAGES, nullptr), "C.utf8");
 }
 
-TEST_F(IGCmnMessage, HasNoTextForAnErrorWhenTheLocaleCannotBeHad) {
-    for (const int nth : {1, 2}) {  // asked for its name, changed
+TEST_F(IGCmnMessage, HasNoTextForAnErrorWhenTheLocaleCannotBeSet) {
+    for (const int nth : {1, 2}) {  // the query, the change
         const FailingCall failing(Call::SETLOCALE, nth, 0);
         EXPECT_EQ(IgCmnStrError(ENOENT, 0), nullptr) << nth;
     }
@@ -78,7 +78,7 @@ TEST_F(IGCmnMessage, ReportsAFailedCallWithoutASubject) {
               "ZEPA114-E:source = IGSomeUnit, line no = N.\n");
 }
 
-TEST_F(IGCmnMessage, ReportsAFailedCallAsWarningsWhileACollectionIsUnderWay) {
+TEST_F(IGCmnMessage, ReportsAFailedCallAsWarningsDuringACollection) {
     for (const int mode : {1, 2}) {
         IgCmnMsgSetMode(static_cast<MsgMode>(mode));
         const Outputs o =
@@ -89,7 +89,7 @@ TEST_F(IGCmnMessage, ReportsAFailedCallAsWarningsWhileACollectionIsUnderWay) {
     }
 }
 
-TEST_F(IGCmnMessage, ReportsAFailedCallInWordsOfItsCaller) {
+TEST_F(IGCmnMessage, ReportsAFailedCallWithTheCallersText) {
     const Outputs o = outputs([] {
         IgCmnSysErr({.call = "system", .error = 256, .text = "rm command failed"}, SOME_PLACE);
     });
@@ -133,7 +133,7 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         {"\xc2\x80\xc2\x9f", "\\302\\200\\302\\237"},
         {"\xc2\xa0", "\xc2\xa0"},
         {"\xc2", "\xc2"},
-        // Bytes of the C1 set that belong to no sequence, and sequences that are none.
+        // Bytes of the C1 set that belong to no sequence, and invalid sequences.
         {"\x9b"
          "2J",
          "\\2332J"},
@@ -196,7 +196,7 @@ TEST_F(IGCmnMessage, LetsNoTextForgeALine) {
                          "    TARGET = " + shown + "\n");
 }
 
-TEST_F(IGCmnMessage, LeavesOutATextThatItHasNoMemoryToEscape) {
+TEST_F(IGCmnMessage, OmitsATextThatItHasNoMemoryToEscape) {
     const Outputs o = outputs([&] {
         const FailingCall failing(Call::POOL, 1, ENOMEM);
         errno = EPERM;

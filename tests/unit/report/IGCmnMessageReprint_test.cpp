@@ -29,7 +29,7 @@ TEST_F(SavedWarning, IsShownAgainAtTheEndWithTheRunLogsPath) {
         (Outputs{"", "ZEPA129-W:A system information(/etc/one) is not found.\n"s + LOOK, ""}));
 }
 
-TEST_F(SavedWarning, IsTheLastOfThem) {
+TEST_F(SavedWarning, IsTheLastOne) {
     outputs([] {
         IgCmnMsg<ZEPA129_W>("/a/very/long/name/that/needs/a/larger/buffer/than/the/one/after/it");
         IgCmnMsg<ZEPA129_W>("/short");
@@ -122,7 +122,7 @@ TEST_F(SavedWarning, EndsTheProgressLineFirst) {
     EXPECT_EQ(child.err, "ZEPA129-W:A system information(/etc/one) is not found.\n"s + LOOK);
 }
 
-TEST_F(SavedWarning, IsGoneWhenItIsFreed) {
+TEST_F(SavedWarning, IsNotShownAfterItIsFreed) {
     outputs([] { IgCmnMsg<ZEPA129_W>("/etc/one"); });
     IgCmnMsgFree();
     EXPECT_EQ(reprint().err, LOOK);

@@ -21,7 +21,7 @@ class IGCmnMessage : public MessageTest {
         return outputs([&] { issue(entry); });
     }
 
-    // Where a message of this kind goes, with an open run log.
+    // The text on each output for a message of this kind, with an open run log.
     static Outputs expected(int kind, const std::string& text) {
         switch (kind) {
             case 0:
@@ -92,7 +92,7 @@ TEST_F(IGCmnMessage, GoesWhereItsKindSays) {
     }
 }
 
-TEST_F(IGCmnMessage, LeavesOutTheRunLogWhileItIsNotOpen) {
+TEST_F(IGCmnMessage, OmitsTheRunLogWhileItIsNotOpen) {
     closeLog();
     for (const Entry& entry : CATALOGUE) {
         SCOPED_TRACE(entry.number);
@@ -104,7 +104,7 @@ TEST_F(IGCmnMessage, LeavesOutTheRunLogWhileItIsNotOpen) {
     }
 }
 
-TEST_F(IGCmnMessage, TurnsFailuresIntoWarningsOfTheRunLogWhileACollectionIsUnderWay) {
+TEST_F(IGCmnMessage, TurnsFailuresIntoWarningsOfTheRunLogDuringACollection) {
     struct Replacement {
         int number;
         int mode;
@@ -174,7 +174,7 @@ TEST_F(IGCmnMessage, IgnoresStandardStreamsThatCannotBeWritten) {
 
 // The progress line and messages
 
-TEST_F(IGCmnMessage, EndsTheProgressLineBeforeItGoesToTheTerminal) {
+TEST_F(IGCmnMessage, EndsTheProgressLineBeforeItIsShownOnTheTerminal) {
     for (const Entry& entry : CATALOGUE) {
         SCOPED_TRACE(entry.number);
         const ChildResult child = inChild([&entry] {
@@ -192,7 +192,7 @@ TEST_F(IGCmnMessage, EndsTheProgressLineBeforeItGoesToTheTerminal) {
     }
 }
 
-TEST_F(IGCmnMessage, LeavesTheProgressLineToAWarningThatGoesToTheRunLogOnly) {
+TEST_F(IGCmnMessage, KeepsTheProgressLineForAWarningThatOnlyTheRunLogGets) {
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();

@@ -9,7 +9,7 @@
 #include "../../support/run_fixture.h"
 #include "common/base/IGRunState.h"
 
-// The display lives as long as the process: each test draws in a process of its own.
+// The display keeps its state as long as the process: each test draws in a child process.
 
 namespace {
 
@@ -35,7 +35,7 @@ void steps(int count) {
     }
 }
 
-// To the start of the collect phase of so many items, with four stars.
+// Draws up to the start of the collect phase with `items` items and four stars.
 void startCollect(int items) {
     IgCmnProgressEnable();
     IgCmnProgressInit();
@@ -69,7 +69,7 @@ TEST(IGCmnProgress, DrawsNothingBeforeAPhaseStarts) {
               "");
 }
 
-TEST(IGCmnProgress, EndsItsLineEvenWhenNoPhaseStarted) {
+TEST(IGCmnProgress, EndsItsLineEvenIfNoPhaseStarted) {
     EXPECT_EQ(drawn([] {
                   IgCmnProgressEnable();
                   IgCmnProgressEnd();
@@ -77,7 +77,7 @@ TEST(IGCmnProgress, EndsItsLineEvenWhenNoPhaseStarted) {
               "\n");
 }
 
-TEST(IGCmnProgress, DrawsLabelStarsAndRestOf68ColumnsAndACarriageReturn) {
+TEST(IGCmnProgress, DrawsLabelStarsAndPaddingIn68ColumnsAndACarriageReturn) {
     EXPECT_EQ(drawn([] {
                   IgCmnProgressEnable();
                   IgCmnProgressInit();
@@ -96,7 +96,7 @@ TEST(IGCmnProgress, TakesFourColumnsForInitializing) {
               initPhase());
 }
 
-TEST(IGCmnProgress, AddsNothingForStepsThatAPhaseDoesNotHave) {
+TEST(IGCmnProgress, IgnoresStepsBeyondAPhase) {
     EXPECT_EQ(drawn([] {
                   IgCmnProgressEnable();
                   IgCmnProgressInit();
@@ -105,7 +105,7 @@ TEST(IGCmnProgress, AddsNothingForStepsThatAPhaseDoesNotHave) {
               initPhase() + bar(INITIALIZE, 4) + bar(INITIALIZE, 4));
 }
 
-TEST(IGCmnProgress, StaysWithinItsTableHoweverManyStepsAreTaken) {
+TEST(IGCmnProgress, StaysWithinItsTableForAnyNumberOfSteps) {
     const std::string text = drawn([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();
@@ -116,7 +116,7 @@ TEST(IGCmnProgress, StaysWithinItsTableHoweverManyStepsAreTaken) {
     EXPECT_EQ(text.find(std::string(5, '*')), std::string::npos);
 }
 
-TEST(IGCmnProgress, MakesUpForMissingStepsWhenAPhaseIsFinished) {
+TEST(IGCmnProgress, DrawsMissingStepsWhenAPhaseIsFinished) {
     std::string expected =
         bar(INITIALIZE, 0) + bar(INITIALIZE, 1) + bar(INITIALIZE, 2) + bar(INITIALIZE, 3);
     for (int i = 3; i < 68; ++i) {
@@ -131,7 +131,7 @@ TEST(IGCmnProgress, MakesUpForMissingStepsWhenAPhaseIsFinished) {
               expected + bar(ARCHIVE, 4));
 }
 
-TEST(IGCmnProgress, GivesAPhaseWithoutAStepNoStars) {
+TEST(IGCmnProgress, DrawsNoStarsForAPhaseWithoutSteps) {
     EXPECT_EQ(
         drawn([] {
             IgCmnProgressEnable();
@@ -196,7 +196,7 @@ TEST(IGCmnProgress, DrawsNoStarsForACollectionWithoutItems) {
               initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 4) + bar(ARCHIVE, 4));
 }
 
-TEST(IGCmnProgress, RedrawsTheCollectPhaseAsItStandsWhenItIsFinished) {
+TEST(IGCmnProgress, RedrawsTheCollectPhaseUnchangedWhenItIsFinished) {
     EXPECT_EQ(drawn([] {
                   startCollect(2);
                   IgCmnProgressStep();
@@ -226,7 +226,7 @@ TEST(IGCmnProgress, TakesTenColumnsForTheArchiveAndTwoForTheCleanup) {
                   bar(CLEANUP, 68) + "\n");
 }
 
-TEST(IGCmnProgress, EndsWithAFullBarWhereverItStood) {
+TEST(IGCmnProgress, EndsWithAFullBarFromAnyPosition) {
     EXPECT_EQ(drawn([] {
                   IgCmnProgressEnable();
                   IgCmnProgressInit();
@@ -257,7 +257,7 @@ TEST(IGCmnProgress, EndsTheLineOnceUntilItIsDrawnAgain) {
               bar(INITIALIZE, 0) + "\n" + bar(INITIALIZE, 1) + "\n");
 }
 
-TEST(IGCmnProgress, KnowsThatACollectStepPutItOnTheScreen) {
+TEST(IGCmnProgress, EndsTheLineOfACollectStep) {
     EXPECT_EQ(drawn([] {
                   startCollect(1);
                   IgCmnProgressNewline();
@@ -267,7 +267,7 @@ TEST(IGCmnProgress, KnowsThatACollectStepPutItOnTheScreen) {
               initPhase() + initFinished() + bar(COLLECT, 4) + "\n" + bar(COLLECT, 56) + "\n");
 }
 
-TEST(IGCmnProgress, StandsStillOnceTheRunIsInterrupted) {
+TEST(IGCmnProgress, StopsOnceTheRunIsInterrupted) {
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();
@@ -280,7 +280,7 @@ TEST(IGCmnProgress, StandsStillOnceTheRunIsInterrupted) {
     EXPECT_EQ(child.err, "ZEPA136-E:quendil was interrupted. signal no = 15.\n");
 }
 
-TEST(IGCmnProgress, HasNoPlaceToStandStillBeforeAPhaseStarts) {
+TEST(IGCmnProgress, HasNoPositionToStopAtBeforeAPhaseStarts) {
     const ChildResult child = inChild([] {
         run_state.interrupted = 1;
         IgCmnProgressStep();
@@ -289,7 +289,7 @@ TEST(IGCmnProgress, HasNoPlaceToStandStillBeforeAPhaseStarts) {
 }
 
 TEST(IGCmnProgress, ShowsEveryCharacterAtOnce) {
-    // Nothing waits in the stream's buffer: what ends the process at once loses nothing.
+    // Nothing stays in the stream's buffer: an immediate end of the process loses nothing.
     const ChildResult child = inChild([] {
         IgCmnProgressEnable();
         IgCmnProgressInit();

@@ -15,7 +15,7 @@
 
 namespace {
 
-// A stream into a pipe that takes one page.
+// A stream into a pipe of one page.
 class IGTerminal : public testing::Test {
   protected:
     void SetUp() override {
@@ -41,13 +41,13 @@ class IGTerminal : public testing::Test {
     std::FILE* stream_ = nullptr;
 };
 
-TEST_F(IGTerminal, TakesEverythingUntilTheRunIsInterrupted) {
+TEST_F(IGTerminal, AcceptsEverythingUntilTheRunIsInterrupted) {
     EXPECT_TRUE(terminalTakes(stream_));
     fill();
     EXPECT_TRUE(terminalTakes(stream_));
 }
 
-TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatItsReaderMakesRoomForInTime) {
+TEST_F(IGTerminal, AcceptsInAnInterruptedRunWhatTheReaderReadsInTime) {
     run_state.interrupted = 1;
     EXPECT_TRUE(terminalTakes(stream_));
     fill();
@@ -59,24 +59,24 @@ TEST_F(IGTerminal, TakesOfAnInterruptedRunWhatItsReaderMakesRoomForInTime) {
     reader.join();
 }
 
-TEST_F(IGTerminal, WaitsForTheReaderOfAnInterruptedRunNoLongerThanItsPatience) {
+TEST_F(IGTerminal, LimitsTheWaitForTheReaderOfAnInterruptedRun) {
     run_state.interrupted = 1;
     fill();
     using Clock = std::chrono::steady_clock;
     const ChildResult child = inChild([this] {
         const bool first = terminalTakes(stream_);
         const Clock::time_point began = Clock::now();
-        const bool second = terminalTakes(stream_);  // there is no patience left
+        const bool second = terminalTakes(stream_);  // no patience is left
         const bool at_once = Clock::now() - began < std::chrono::seconds(1);
         std::printf("%d %d %d", first, second, at_once);
     });
     EXPECT_EQ(child.out, "0 0 1");
 }
 
-TEST_F(IGTerminal, TakesWhatFailsAtOnce) {
+TEST_F(IGTerminal, AcceptsAtOnceAWriteThatWillFail) {
     run_state.interrupted = 1;
     fill();
-    reader_.reset();  // the write will fail, and nobody waits
+    reader_.reset();  // the write will fail without a wait
     EXPECT_TRUE(terminalTakes(stream_));
 }
 
