@@ -1,7 +1,7 @@
 // Splitting command lines: the parts occur in the line, and the command has no separator outside
 // quotes.
-#include "common/file/IGCmnPath.h"
 #include "common/base/IGCmnStr.h"
+#include "common/file/IGCmnPath.h"
 #include "fuzz.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Paths: a normalised path is absolute, has no "." and "..", does not change when normalised again,
 // and splits into its components. Escaping for the shell and for the terminal is reversible.
-#include "common/file/IGCmnPath.h"
 #include "common/base/IGCmnStr.h"
+#include "common/file/IGCmnPath.h"
 #include "fuzz.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // The word reader: it reaches the end of every input, every word is a terminated text of its kind,
 // and lines are counted correctly.
 #include "common/file/IGCmnFile.h"
-#include "ini/IGCmnFileWord.h"
 #include "fuzz.h"
+#include "ini/IGCmnFileWord.h"
 
 namespace {
 

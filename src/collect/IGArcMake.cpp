@@ -339,6 +339,7 @@ void dropTar(const Archive& archive) {
 
 int runTar(const Archive& archive, std::int32_t* exit_cd) {
     // Create the named file, follow symlinks; the directory is relative to the working directory.
+    // BusyBox has these options too, and stateOfTar knows the headers that they give.
     char program[] = "/bin/tar";
     char options[] = "cfh";
     char* name = nameForTar(archive);

@@ -15,6 +15,7 @@ Result IgArcMakeOutput(memory_pool* memoryp, root_tbl* root);
 
 /// Makes the ".tar" archive, removes the collected directory and compresses the archive; sets the
 /// return code to 10 and then to 0. Returns any result but RESULT_SIZE_LIMIT.
+/// The program itself never calls it.
 Result IgArcMake(memory_pool* memoryp, root_tbl* root);
 
 /// The absolute, normalised form of the output name with ".tar" appended, and ".gz" after it when

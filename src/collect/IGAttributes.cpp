@@ -17,12 +17,12 @@ int give(Attribute attribute, int fd, const struct stat& source, const char** ca
         case Attribute::OWNER:
             *call = "chown";
             return ::fchown(fd, source.st_uid, source.st_gid);
-        default: {
-            const struct timespec times[] = {source.st_atim, source.st_mtim};
-            *call = "utime";
-            return ::futimens(fd, times);
-        }
+        case Attribute::TIMES:
+            break;
     }
+    const struct timespec times[] = {source.st_atim, source.st_mtim};
+    *call = "utime";
+    return ::futimens(fd, times);
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 
 #include <sys/stat.h>
 
+/// What copies of files (IGCopy) and directories (IGCollectData) get of their sources, each in its
+/// own order. A file below a path that is root's own is only a symlink in the output: tar takes the
+/// attributes of its target.
 enum class Attribute { MODE, OWNER, TIMES };
 
 /// Sets one attribute of an open file or directory to that of its source. Returns false after

@@ -12,9 +12,11 @@ struct root_tbl;
 int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp);
 
 /// 1 when `name`, which includes its leading "%" but no closing one, is a special string.
+/// The program itself never calls it.
 int IgCmnIsSpecialStr(const char* name);
 
 /// Code of the first special string, reserved ones included, whose name begins the text; 0 if none.
+/// The program itself never calls it.
 int IgCmnGetSpecialStrCode(const char* text);
 
 /// The value of the named special string as a new string; a copy of the name itself when it is

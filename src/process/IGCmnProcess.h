@@ -22,6 +22,7 @@ int IgCmnExecCmdlineStr(const char* path, const char* command_line, exec_req* re
 /// error file, without a time-out; error output of a command that fails is copied to the run log.
 /// Results as above; EXEC_INTERRUPTED whenever the run was interrupted meanwhile. Only for fixed
 /// words; the archive maker, whose words are file names, uses IgCmnExecCommandWords.
+/// The program itself never calls it.
 int IgCmnExecCommand(const char* command_path, const char* options, std::int32_t* exit_cd);
 
 /// The same for a command given as its words, ended by a null; the first is its path. No character

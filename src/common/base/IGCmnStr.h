@@ -71,6 +71,7 @@ bool cutToParent(char* path);
 
 /// Copies the text before the last "/"; `result` is null when there is no slash or it is the first
 /// character. 0, or -1 when the path cannot be converted.
+/// The program itself never calls it.
 int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);
 
 /// Puts a backslash before every character that is special to the shell inside double quotes ($ ` "

@@ -15,8 +15,10 @@ std::size_t IgCmnGetKestrumTopDir(char* buf, std::size_t size);
 /// "/opt/norvale/quendil/bin": the program and the lock files.
 std::size_t IgCmnGetKestrumBinDir(char* buf, std::size_t size);
 /// "/opt/norvale/quendil/tool": quendil's own tools.
+/// The program itself never calls it.
 std::size_t IgCmnGetKestrumToolDir(char* buf, std::size_t size);
 /// "/opt/norvale/quendil/template": examples to copy.
+/// The program itself never calls it.
 std::size_t IgCmnGetKestrumTemplateDir(char* buf, std::size_t size);
 /// "/var/opt/norvale/quendil/data": the default output directory. 0 after ZEPA104-E when
 /// "/var/opt/norvale/quendil" does not exist; "data" itself is not checked.

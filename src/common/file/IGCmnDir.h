@@ -31,6 +31,7 @@ enum class Listing {
 Listing listMatches(const char* search_name, IgCmnListHeader** search_file_list,
                     memory_pool* memoryp, int skip_directories);
 /// The same as a code: 0; 9 when nothing matched or a read failed; -1 when memory ran out.
+/// The program itself never calls it.
 int IgCmnFileMakeList(const char* search_name, IgCmnListHeader** search_file_list,
                       memory_pool* memoryp, int skip_directories);
 

@@ -32,6 +32,7 @@ namespace {
 
 using Path = std::array<char, PATH_MAX + 1>;
 
+constexpr long LOCK_STEP = 100000;     // microseconds between two tries of the history lock
 constexpr off_t HISTORY_LIMIT = 9933;  // 97 % of 10240 bytes, rounded up
 
 bool logPath(const char* name, Path& path) {
@@ -107,7 +108,7 @@ class HistoryLock {
             if (isPatienceOver()) {
                 return false;
             }
-            waitPatiently(0, nullptr, 100000);
+            waitPatiently(0, nullptr, LOCK_STEP);
         }
     }
 

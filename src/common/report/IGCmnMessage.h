@@ -44,6 +44,7 @@ class MessageMode {
 const char* IgCmnMsgGetText(int number);
 
 /// 1 once the run log has been opened in this run.
+/// The program itself never calls it.
 int IgCmnMsgLogOpened();
 
 /// At the end of a failed run: shows the saved warning if no message went to the standard error,

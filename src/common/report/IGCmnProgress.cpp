@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr std::int32_t BAR_WIDTH = 68;
-constexpr std::int32_t DISABLED = -1;  // value of the star counter
+constexpr std::int32_t BAR_WIDTH = 68;  // label and bar fit into a terminal of 80 columns
+constexpr std::int32_t DISABLED = -1;   // value of the star counter
 
 constexpr std::size_t MOST_STEPS = 4;
 

@@ -1,5 +1,3 @@
-#include "common/base/IGRunState.h"
-
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -10,6 +8,7 @@
 
 #include "../../support/file_fixture.h"
 #include "../../support/standing_in.h"
+#include "common/base/IGRunState.h"
 #include "common/file/IGCmnTree.h"
 
 namespace {
