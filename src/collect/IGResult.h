@@ -5,10 +5,9 @@
 
 enum Result : int {
     RESULT_DONE = 0,
-    RESULT_FAILED = -1,      ///< reported
-    RESULT_INTERRUPTED = 2,  ///< by a signal
-    RESULT_SIZE_LIMIT =
-        4,  ///< a file over the size limit could not be removed: no more is collected
+    RESULT_FAILED = -1,         ///< reported
+    RESULT_INTERRUPTED = 2,     ///< by a signal
+    RESULT_SIZE_LIMIT = 4,      ///< a file over the limit cannot be removed: no more is collected
     RESULT_TAR_NONZERO = 1,     ///< IgArcMake alone: tar was accepted with a non-zero exit code
     RESULT_NOT_COMPRESSED = 16  ///< IgArcMake alone: the ".tar" archive is the result
 };
