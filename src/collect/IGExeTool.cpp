@@ -2,6 +2,7 @@
 
 #include <array>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "collect/IGOutput.h"

@@ -1,6 +1,9 @@
 #include "ini/IGIniCheck.h"
 
+#include <sys/stat.h>
+
 #include <cstdint>
+#include <cstring>
 
 #include "common/base/IGAssert.h"
 #include "common/file/IGCmnFile.h"

@@ -4,8 +4,6 @@
 
 #include <cstdint>
 
-#include "common/base/IGCmnMemory.h"
-
 /// Returns 1 when the owner bits of the file's mode include all of `bits` (such as 0200), and for a
 /// directory also 0100; else 0. The super user has access in any case; the bits show what the owner
 /// wants to allow.

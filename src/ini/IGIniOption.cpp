@@ -1,6 +1,7 @@
 #include "ini/IGIniOption.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 

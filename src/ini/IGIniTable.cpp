@@ -1,8 +1,5 @@
 #include "ini/IGIniTable.h"
 
-#include <climits>
-
-#include "common/base/IGAssert.h"
 #include "common/base/IGCmnList.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 
 #include "collect/IGArcMake.h"
 #include "collect/IGCollectData.h"

@@ -25,7 +25,6 @@
 #include "common/report/IGCmnProgress.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniOption.h"
-#include "ini/IGIniTable.h"
 #include "main/IGMain.h"
 #include "main/IGMainOutput.h"
 #include "main/IGMainRoot.h"

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "common/base/IGPatience.h"
 #include "common/base/IGRunState.h"

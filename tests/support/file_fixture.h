@@ -56,4 +56,13 @@ class FileTest : public RunTest {
     TempDir dir_;
 };
 
+/// The tests of IGCmnFile, which are in several files.
+class IGCmnFile : public FileTest {
+  protected:
+    static std::string failure(const std::string& call, int error, const std::string& text,
+                               const std::string& file) {
+        return trio(call, error, text, file, "IGCmnFile");
+    }
+};
+
 #endif

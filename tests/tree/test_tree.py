@@ -1,4 +1,4 @@
-"""Checks of the tree itself: its floors, its form, and what the built binary may need."""
+"""Checks of the tree itself: its layers, its form, and what the built binary may need."""
 
 import json
 import os
@@ -48,34 +48,27 @@ HANDLER_MAY_CALL = {
     "crnt_child",
 }
 
-
 def run(*command):
     return subprocess.run(command, capture_output=True, text=True, check=True, cwd=ROOT).stdout
-
 
 def tracked(*patterns):
     # git takes a repository that belongs to another user, such as the one who called sudo, only
     # where it is named.
     return [ROOT / name for name in run("git", "--git-dir=.git", "ls-files", "--", *patterns).split()]
 
-
 def sources():
     files = tracked("src/*.cpp", "src/*.h", "src/*.inc")
     assert files
     return files
 
-
 def room_of(path):
     return str(path.parent.relative_to(ROOT / "src"))
-
 
 def included(path):
     return re.findall(r'^#include "([^"]+)"', path.read_text(), re.M)
 
-
 def test_every_source_is_in_a_room():
     assert {room_of(path) for path in sources()} == set(BELOW)
-
 
 @pytest.mark.parametrize("room", BELOW)
 def test_no_file_includes_one_from_a_room_above_it(room):
@@ -85,7 +78,6 @@ def test_no_file_includes_one_from_a_room_above_it(room):
         above = {name for name in included(path)
                  if str(Path(name).parent) not in {room, *BELOW[room]}}
         assert above <= ({REPORTS} if room == "common/base" else set()), path
-
 
 def circles(graph):
     """The groups of units that reach each other."""
@@ -101,7 +93,6 @@ def circles(graph):
               for unit in graph}
     return [set(group) for group in groups if len(group) > 1]
 
-
 def test_no_units_include_each_other():
     graph = {}
     for path in sources():
@@ -110,14 +101,12 @@ def test_no_units_include_each_other():
     assert len(graph) > 80
     assert circles(graph) == CIRCLES
 
-
 def test_the_sources_have_the_form_that_the_formatter_gives_them():
     code = tracked("src/*.cpp", "src/*.h", "tests/*.cpp", "tests/*.h", "tests/*.c")
     formatter = subprocess.run(
         ["clang-format", "--dry-run", "-Werror", *code], capture_output=True, text=True
     )
     assert formatter.returncode == 0, formatter.stderr
-
 
 def test_the_product_uses_no_exceptions_and_no_standard_containers():
     containers = re.compile(
@@ -128,13 +117,11 @@ def test_the_product_uses_no_exceptions_and_no_standard_containers():
         code = re.sub(r"//.*", "", path.read_text())
         assert not containers.search(code), path
 
-
 def test_the_product_reads_no_environment_variable():
     for path in sources():
         if path.name == "IGMainRoot.cpp":
             continue  # it chooses what of another user's environment the tools may have
         assert not re.search(r"\bgetenv\b|\benviron\b", path.read_text()), path
-
 
 def test_the_signal_handler_calls_async_signal_safe_functions_only():
     library = BUILD / "release/src/libquendil_process.a"
@@ -148,13 +135,11 @@ def test_the_signal_handler_calls_async_signal_safe_functions_only():
     assert {"kill", "waitpid"} <= undefined  # the right objects were read
     assert undefined - defined <= HANDLER_MAY_CALL
 
-
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_an_installed_binary_needs_only_the_c_library(program):
     dynamic = run("readelf", "-dW", BUILD / "release/src" / program)
     needed = set(re.findall(r"NEEDED.*\[(.*)\]", dynamic))
     assert needed - {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"} == {"libc.so.6"}
-
 
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_a_packed_binary_needs_no_library_and_no_loader(program):
@@ -162,7 +147,6 @@ def test_a_packed_binary_needs_no_library_and_no_loader(program):
     assert "NEEDED" not in run("readelf", "-dW", binary)
     segments = run("readelf", "-lW", binary)
     assert "INTERP" not in segments and "LOAD" in segments
-
 
 @pytest.mark.parametrize("preset", ["release", "portable"])
 @pytest.mark.parametrize("program", PROGRAMS)
@@ -173,7 +157,6 @@ def test_an_installed_binary_can_be_loaded_anywhere_and_keeps_its_tables_from_be
     segments = run("readelf", "-lW", binary)
     assert "GNU_RELRO" in segments and re.search(r"GNU_STACK .* RW  ", segments)
 
-
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_system_served(program):
     versions = re.findall(
@@ -181,7 +164,6 @@ def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_system_served
     )
     assert versions
     assert max((int(major), int(minor)) for major, minor in versions) <= (2, 36)
-
 
 def test_the_installed_binary_still_asserts_its_pointers():
     binary = (BUILD / "release/src/quendil").read_bytes()
@@ -192,13 +174,11 @@ def test_the_installed_binary_still_asserts_its_pointers():
     for name in names:
         assert f"{name} != ((void *)0)".encode() in binary, name
 
-
 def test_the_commands_of_the_readme_are_there_and_named_by_it():
     readme = (ROOT / "README.md").read_text()
     for command in ("scripts/run", "scripts/test"):
         assert os.access(ROOT / command, os.X_OK)
         assert f"sudo {command}" in readme
-
 
 def test_documents_name_existing_files_and_presets():
     places = "|".join(path.name for path in ROOT.iterdir() if path.is_dir() and path.name[0] != ".")
@@ -212,7 +192,6 @@ def test_documents_name_existing_files_and_presets():
             assert name.exists() or name.is_relative_to(ROOT / "build"), (document.name, name)
         assert set(re.findall(r"--preset (\w+)", text)) <= presets
 
-
 def test_shell_scripts_are_clean():
     scripts = tracked("scripts/*", ".ci/run", "packaging/deb/*", "packaging/rpm/*",
                       "packaging/archive/*", "completions/*",
@@ -223,7 +202,6 @@ def test_shell_scripts_are_clean():
     checked = subprocess.run(["shellcheck", "-x", *scripts], capture_output=True, text=True, cwd=ROOT)
     assert (checked.returncode, checked.stdout) == (0, "")
 
-
 def test_no_test_file_is_long():
     files = tracked("tests/*.py", "tests/*.cpp", "tests/*.h", "tests/*.c")
     lengths = {str(path.relative_to(ROOT)): len(path.read_text().splitlines()) for path in files
@@ -231,13 +209,11 @@ def test_no_test_file_is_long():
     assert {name: lines for name, lines in lengths.items() if lines > 800} == {}
     assert len(lengths) > 100
 
-
 def test_no_test_has_the_name_of_another_one_in_its_file():
     for path in tracked("tests/*.py"):
         if path.is_file():
             names = re.findall(r"^def (test_\w+)", path.read_text(), re.M)
             assert len(set(names)) == len(names), path
-
 
 def test_nothing_generated_or_binary_is_kept():
     for path in tracked():

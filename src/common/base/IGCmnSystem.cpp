@@ -1,7 +1,5 @@
 #include "common/base/IGCmnSystem.h"
 
-#include <array>
-#include <climits>
 #include <cstring>
 
 #include "common/base/IGAssert.h"

@@ -1,13 +1,10 @@
 #include "common/file/IGCmnFile.h"
 
 #include <fcntl.h>
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "common/base/IGAssert.h"

@@ -1,8 +1,6 @@
 #include "common/file/IGCmnPath.h"
 
-#include <dirent.h>
-#include <fnmatch.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>

@@ -2,12 +2,7 @@
 #ifndef QUENDIL_COMMON_FILE_IGCMNPATH_H
 #define QUENDIL_COMMON_FILE_IGCMNPATH_H
 
-#include <dirent.h>
-#include <fnmatch.h>
-
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
 
 #include "common/base/IGCmnMemory.h"
 

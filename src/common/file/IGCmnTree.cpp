@@ -1,9 +1,13 @@
 #include "common/file/IGCmnTree.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 

@@ -39,6 +39,7 @@ bool logPath(const char* name, Path& path) {
     return IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, name, path.data(), path.size()) != 0;
 }
 
+// IgCmnFileExists is in the layer above.
 bool isThere(const char* path) {
     struct stat st = {};
     return ::stat(path, &st) == 0;

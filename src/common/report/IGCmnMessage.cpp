@@ -1,7 +1,6 @@
 #include "common/report/IGCmnMessage.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>

@@ -24,14 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class IGCmnFile : public FileTest {
-  protected:
-    static std::string failure(const std::string& call, int error, const std::string& text,
-                               const std::string& file) {
-        return trio(call, error, text, file, "IGCmnFile");
-    }
-};
-
 // Removing
 
 TEST_F(IGCmnFile, RemovesAFileOrAWholeTree) {

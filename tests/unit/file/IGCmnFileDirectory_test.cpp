@@ -12,14 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class IGCmnFile : public FileTest {
-  protected:
-    static std::string failure(const std::string& call, int error, const std::string& text,
-                               const std::string& file) {
-        return trio(call, error, text, file, "IGCmnFile");
-    }
-};
-
 // Making directories
 
 TEST_F(IGCmnFile, MakesADirectoryForAllUsersUnderEveryUmask) {

@@ -26,14 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-class IGCmnFile : public FileTest {
-  protected:
-    static std::string failure(const std::string& call, int error, const std::string& text,
-                               const std::string& file) {
-        return trio(call, error, text, file, "IGCmnFile");
-    }
-};
-
 // Handles
 
 class FileHandle : public IGCmnFile {
