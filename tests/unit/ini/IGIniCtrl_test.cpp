@@ -7,6 +7,7 @@
 #include <csignal>
 #include <set>
 
+#include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
 #include "../../support/standing_in.h"
 #include "common/base/IGCmnList.h"
@@ -23,6 +24,64 @@ const std::string NO_SYSTEM_INFORMATION =
     "collection pattern definition files.\n";
 const std::string NOTHING_TO_COLLECT =
     "ZEPA121-E:There is not system information to be collected under the specified options.\n";
+
+class IGIniGetCmnRoot : public RunTest {};
+
+TEST_F(IGIniGetCmnRoot, BuildsARootTableThatRestrictsNothing) {
+    const root_tbl* root = IgIniGetCmnRoot(pool());
+    ASSERT_NE(root, nullptr);
+    EXPECT_STREQ(root->HOST, "testhost");
+    const std::string stamp =
+        std::string(root->YY) + root->MM + root->DD + root->hh + root->mm + root->ss;
+    EXPECT_EQ(stamp.size(), 12U);
+    EXPECT_EQ(root->output_name, "testhost_" + stamp);
+    EXPECT_STREQ(root->output_dir, DATA_DIR);
+    EXPECT_EQ(root->output_file, nullptr);
+    EXPECT_EQ(root->opt_mark, -2);
+    EXPECT_EQ(root->output_mark, -1);
+    EXPECT_EQ(root->cleanup, 1);  // OFF
+    EXPECT_EQ(root->max_output_size, -1);
+    for (const IgCmnListHeader* list :
+         {root->opt_target, root->opt_group, root->target, root->pp_group, root->pp_name}) {
+        EXPECT_EQ(list, nullptr);
+    }
+    for (const char* text : {root->opt_directory, root->opt_output_file, root->opt_config}) {
+        EXPECT_EQ(text, nullptr);
+    }
+    EXPECT_EQ(root->selected.count, 0U);
+    EXPECT_EQ(root->crnt_ptn_def, nullptr);
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(IGIniGetCmnRoot, IsNotBuiltWithoutTheVariableDataDirectory) {
+    std::filesystem::rename("/var/opt/norvale/quendil", "/var/opt/norvale/elsewhere");
+    Capture errors(stderr);
+    const root_tbl* root = IgIniGetCmnRoot(pool());
+    std::filesystem::rename("/var/opt/norvale/elsewhere", "/var/opt/norvale/quendil");
+    EXPECT_EQ(root, nullptr);
+    const std::string message =
+        "ZEPA104-E:The specified directory(/var/opt/norvale/quendil) does not exist.\n";
+    EXPECT_EQ(errors.take(), message);
+    EXPECT_EQ(takeLog(), message);
+}
+
+TEST_F(IGIniGetCmnRoot, IsNotBuiltForAHostWithoutAName) {
+    Capture errors(stderr);
+    const FailingCall failing(Call::GETHOSTNAME, 1, EPERM);
+    EXPECT_EQ(IgIniGetCmnRoot(pool()), nullptr);
+    EXPECT_THAT(takeLog(), ::testing::HasSubstr("system call name = gethostname, error code = 1,"));
+}
+
+TEST_F(IGIniGetCmnRoot, ReturnsNothingWhenMemoryRunsOut) {
+    const std::vector<bool (*)(memory_pool*)> calls = {
+        [](memory_pool* p) { return IgIniGetCmnRoot(p) == nullptr; },
+    };
+    expectNothingWhenMemoryRunsOut(calls);
+}
+
+TEST_F(IGIniGetCmnRoot, AssertsItsArgumentIsNotNull) {
+    EXPECT_DEATH(IgIniGetCmnRoot(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
+}
 
 class IGIniCtrl : public RunTest {
   protected:

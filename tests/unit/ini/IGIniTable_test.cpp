@@ -1,66 +1,18 @@
 #include "ini/IGIniTable.h"
 
-#include <cerrno>
-#include <cstring>
+#include <string>
+#include <vector>
 
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
 #include "common/base/IGCmnList.h"
-#include "ini/IGIniCtrl.h"
 
 namespace {
 
 class IGIniTable : public RunTest {};
 
-TEST_F(IGIniTable, BuildsARootTableThatRestrictsNothing) {
-    const root_tbl* root = IgIniGetCmnRoot(pool());
-    ASSERT_NE(root, nullptr);
-    EXPECT_STREQ(root->HOST, "testhost");
-    const std::string stamp =
-        std::string(root->YY) + root->MM + root->DD + root->hh + root->mm + root->ss;
-    EXPECT_EQ(stamp.size(), 12U);
-    EXPECT_EQ(root->output_name, "testhost_" + stamp);
-    EXPECT_STREQ(root->output_dir, DATA_DIR);
-    EXPECT_EQ(root->output_file, nullptr);
-    EXPECT_EQ(root->opt_mark, -2);
-    EXPECT_EQ(root->output_mark, -1);
-    EXPECT_EQ(root->cleanup, 1);  // OFF
-    EXPECT_EQ(root->max_output_size, -1);
-    for (const IgCmnListHeader* list :
-         {root->opt_target, root->opt_group, root->target, root->pp_group, root->pp_name}) {
-        EXPECT_EQ(list, nullptr);
-    }
-    for (const char* text : {root->opt_directory, root->opt_output_file, root->opt_config}) {
-        EXPECT_EQ(text, nullptr);
-    }
-    EXPECT_EQ(root->selected.count, 0U);
-    EXPECT_EQ(root->crnt_ptn_def, nullptr);
-    EXPECT_EQ(takeLog(), "");
-}
-
-TEST_F(IGIniTable, IsNotBuiltWithoutTheVariableDataDirectory) {
-    std::filesystem::rename("/var/opt/norvale/quendil", "/var/opt/norvale/elsewhere");
-    Capture errors(stderr);
-    const root_tbl* root = IgIniGetCmnRoot(pool());
-    std::filesystem::rename("/var/opt/norvale/elsewhere", "/var/opt/norvale/quendil");
-    EXPECT_EQ(root, nullptr);
-    const std::string message =
-        "ZEPA104-E:The specified directory(/var/opt/norvale/quendil) does not exist.\n";
-    EXPECT_EQ(errors.take(), message);
-    EXPECT_EQ(takeLog(), message);
-}
-
-TEST_F(IGIniTable, IsNotBuiltForAHostWithoutAName) {
-    Capture errors(stderr);
-    const FailingCall failing(Call::GETHOSTNAME, 1, EPERM);
-    EXPECT_EQ(IgIniGetCmnRoot(pool()), nullptr);
-    EXPECT_THAT(takeLog(), ::testing::HasSubstr("system call name = gethostname, error code = 1,"));
-}
-
 TEST_F(IGIniTable, ReturnsNothingWhenMemoryRunsOut) {
     const std::vector<bool (*)(memory_pool*)> calls = {
-        [](memory_pool* p) { return IgIniGetCmnRoot(p) == nullptr; },
         [](memory_pool* p) { return IgIniGetPickPtn(p) == nullptr; },
         [](memory_pool* p) { return IgIniGetPickPtnBlock(p) == nullptr; },
         [](memory_pool* p) { return IgIniGetPickPtnCmdData(p, ITEM_TOOL) == nullptr; },
@@ -118,7 +70,6 @@ TEST_F(IGIniTable, CollectsCopiesOfStrings) {
 }
 
 TEST_F(IGIniTable, AssertsItsArgumentsAreNotNull) {
-    EXPECT_DEATH(IgIniGetCmnRoot(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniGetPickPtn(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniGetPickPtnBlock(nullptr), "memoryp != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(IgIniGetPickPtnCmdData(nullptr, ITEM_TOOL), "memoryp != \\(\\(void \\*\\)0\\)");
