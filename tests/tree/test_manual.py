@@ -390,7 +390,7 @@ def test_the_bounds_of_the_commands_are_documented():
     show = source("tool/show.cpp")
     text = entries(explanation("show"))["-l MIB"]
     assert f"; {limit(show, 'int mib')} without this option" in text
-    assert limit(show, "LIMIT_FACTOR") == 4 and "cut at four times as much" in text
+    assert limit(show, "LIMIT_FACTOR") == 4 and "truncated at four times as much" in text
     failed = re.search(r"lastb .* -n (\d+)", code["failed_logins"])[1]
     assert f"the last {failed} failed logins" in explanation("failed_logins")
 
