@@ -1,4 +1,4 @@
-# Compiler and linker flags of everything that is ours.
+# Compiler and linker flags of all our targets.
 add_library(quendil_flags INTERFACE)
 target_compile_definitions(quendil_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(quendil_flags INTERFACE
@@ -7,13 +7,13 @@ target_compile_options(quendil_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor>
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wlogical-op -Wduplicated-cond>
   -fstack-protector-strong
-  # Assertions name the source by its place in the project, not on the build machine.
+  # Assertions name the source by its path in the project, not by that on the build machine.
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 # The product needs no exceptions and no run-time types; its tests do.
 add_library(quendil_product_flags INTERFACE)
 target_link_libraries(quendil_product_flags INTERFACE quendil_flags)
-# Whatever a compiler does by itself, the program can be loaded anywhere.
+# Position-independent, whatever the compiler's default is.
 target_compile_options(quendil_product_flags INTERFACE -fno-exceptions -fno-rtti -fPIE)
 
 if(QUENDIL_FUZZ)
@@ -22,7 +22,7 @@ endif()
 if(QUENDIL_SANITIZE)
   target_compile_options(quendil_flags INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
-    # There are no virtual functions but the test runner's, and this check opens descriptors.
+    # Only the test runner has virtual functions, and this check opens descriptors.
     -fno-sanitize=vptr)
   target_link_options(quendil_flags INTERFACE -fsanitize=address,undefined)
 elseif(QUENDIL_COVERAGE)

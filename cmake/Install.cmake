@@ -1,5 +1,5 @@
-# What an installation places, with owners and modes that are safe whatever umask it runs under. All
-# directories are fixed, so the prefix plays no part; DESTDIR is honoured.
+# What is installed, with owners and modes that do not depend on the umask. All directories are fixed: the
+# prefix is ignored, DESTDIR is not.
 set(QUENDIL_PROGRAM_DIR /opt/norvale/quendil)
 set(QUENDIL_VARIABLE_DIR /var/opt/norvale/quendil)
 set(QUENDIL_CONFIG_DIR /etc/opt/norvale/quendil)
@@ -10,7 +10,7 @@ set(private_directory OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 set(world_readable_file OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${world_readable_directory})
 
-# Collected data is secret: logs and data are for root alone.
+# Collected data is secret: only root can read logs and data.
 install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR} DIRECTORY_PERMISSIONS ${private_directory})
 install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR}/data DIRECTORY_PERMISSIONS ${private_directory})
 install(DIRECTORY DESTINATION ${QUENDIL_VARIABLE_DIR}/log DIRECTORY_PERMISSIONS ${private_directory})
@@ -31,8 +31,8 @@ file(GLOB patterns CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/patterns/*)
 install(FILES ${patterns} DESTINATION ${QUENDIL_CONFIG_DIR}/pattern
   PERMISSIONS ${world_readable_file})
 
-# The commands that the shipped patterns run their tools through, and examples to begin a pattern with.
-# What ends with ".sh" is no command, but a part that several commands read in.
+# The commands through which the shipped patterns run their tools, and templates of pattern files. A file that
+# ends with ".sh" is not a command, but a part that several commands include.
 file(GLOB tools CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*)
 file(GLOB parts CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/*.sh)
 list(REMOVE_ITEM tools ${parts})
@@ -46,7 +46,7 @@ file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
 install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
   PERMISSIONS ${world_readable_file})
 
-# The configuration file belongs to the machine once it is there.
+# An existing configuration file is kept: it may have been edited.
 install(CODE "
   set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/quendil_conf\")
   if(EXISTS \"\${config}\")
@@ -58,7 +58,7 @@ install(CODE "
   endif()
 ")
 
-# The trees belong to root, also where one of them was there before.
+# The directories belong to root, even if one of them existed before.
 install(CODE "
   execute_process(COMMAND id -u OUTPUT_VARIABLE uid OUTPUT_STRIP_TRAILING_WHITESPACE)
   if(uid EQUAL 0)
@@ -72,7 +72,7 @@ install(CODE "
   endif()
 ")
 
-# The manual and the completion lie where man and bash look for them.
+# Manual pages and completion are where man and bash search for them.
 set(QUENDIL_SHARE_DIR /usr/share)
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*)
 foreach(page ${pages})

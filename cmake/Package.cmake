@@ -1,22 +1,22 @@
-# The packages that cpack makes of an installation: .deb and .rpm. cpack -R names another version.
+# The packages that cpack makes of an installation: .deb and .rpm. cpack -R sets another version.
 set(CPACK_PACKAGE_NAME quendil)
 set(CPACK_PACKAGE_VENDOR "quendil project")
 set(CPACK_PACKAGE_CONTACT "quendil project <quendil@quendil.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "collect system information for troubleshooting")
 set(CPACK_PACKAGE_DESCRIPTION "\
-quendil collects what a support engineer asks for first from a Linux machine
-that shows a problem: it runs collecting tools under time limits, gathers
-files and directories, records every item in an index, and packs all of it
-into one compressed archive. Pattern files say what is collected.")
+quendil collects the information that a support engineer first asks for when
+a Linux machine has a problem: it runs tools under time limits, copies files
+and directories, lists every item in an index, and packs everything into one
+compressed archive. Pattern files say what is collected.")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_SET_DESTDIR ON)  # all places are fixed
+set(CPACK_SET_DESTDIR ON)  # all paths are fixed
 set(CPACK_PACKAGING_INSTALL_PREFIX /)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${world_readable_directory})
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackageTree.cmake)
 set(CPACK_QUENDIL_SOURCE_DIR ${PROJECT_SOURCE_DIR})
 
-# What a static program has in common with a dynamic one would be taken for a library that it needs.
+# Static programs need no library, although the package tools would find some for them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_RPM_PACKAGE_AUTOREQ ON)
 if(QUENDIL_STATIC)
@@ -36,7 +36,7 @@ set(CPACK_RPM_PACKAGE_GROUP "Applications/System")
 set(CPACK_RPM_PACKAGE_REQUIRES "tar, gzip")
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
-# The tree is stripped and compressed already, nothing outside of our directories is ours, and the same
+# The tree is already stripped and compressed, build IDs get no links outside of our directories, and the same
 # tree gives the same package.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%global __os_install_post %{nil}
 %global _build_id_links none
@@ -45,13 +45,13 @@ set(CPACK_RPM_SPEC_MORE_DEFINE "%global __os_install_post %{nil}
 %global clamp_mtime_to_source_date_epoch 1")
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/preun)
 set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttrans)
-# Directories that belong to the system or to nobody, which an rpm would claim otherwise.
+# Directories of the system, which the rpm would own otherwise.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc /etc/opt /opt /usr /usr/sbin /usr/share /usr/share/doc /usr/share/man /usr/share/man/man5
   /usr/share/man/man7 /usr/share/man/man8 /usr/share/bash-completion
   /usr/share/bash-completion/completions /var /var/opt)
 
-# Project version by default; two packages with different versions show that an upgrade works.
+# The project's version by default; the tests of an upgrade make a package with another one.
 set(QUENDIL_PACKAGE_VERSION ${PROJECT_VERSION} CACHE STRING "Version of the packages")
 set(CPACK_PACKAGE_VERSION ${QUENDIL_PACKAGE_VERSION})
 include(CPack)

@@ -1,5 +1,5 @@
-# Run on a tree that was installed, before a package is made of it, by cpack or by scripts/package: adds
-# what only a package has.
+# cpack and scripts/support.sh run this on an installed tree, before they make a package of it. It adds what
+# only packages have.
 set(tree ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 set(source ${CPACK_QUENDIL_SOURCE_DIR})
 set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
@@ -24,10 +24,10 @@ foreach(page ${pages})
   compress(${page})
 endforeach()
 
-# The prefix of installations, in which nothing of ours lies.
+# The installation prefix: it is empty.
 file(REMOVE_RECURSE ${tree}/usr/local)
 
-# Every file below /etc belongs to the machine once it is there.
+# All files below /etc are configuration: an upgrade keeps those that were edited.
 file(GLOB_RECURSE configuration RELATIVE ${tree} ${tree}/etc/*)
 list(SORT configuration)
 list(TRANSFORM configuration PREPEND /)

@@ -1,4 +1,4 @@
-# clang-tidy over the product: one stamp a source, so that only what has changed is looked at again.
+# clang-tidy over the product, with one stamp for each source: only changed sources are checked again.
 find_program(CLANG_TIDY NAMES clang-tidy-14 clang-tidy REQUIRED)
 file(GLOB_RECURSE tidy_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp)
 file(GLOB_RECURSE tidy_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h

@@ -21,8 +21,8 @@ is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null || true)" = installed ]
 }
 
-# Prints the missing ones of the named distribution packages. A name such as `a|b` means the first package
-# that this distribution has, or `a` while the package lists are not known yet.
+# Prints which of the named distribution packages are missing. A name such as `a|b` means the first package
+# that this distribution has, or `a` while apt has no package lists yet.
 missing_packages() {
     for package in "$@"; do
         chosen=${package%%|*}
@@ -36,7 +36,7 @@ missing_packages() {
     done
 }
 
-# Installs the missing ones of the named distribution packages.
+# Installs those of the named distribution packages that are missing.
 need_packages() {
     missing=$(missing_packages "$@")
     [ -n "$missing" ] || return 0
@@ -66,14 +66,14 @@ build_preset() {
     quietly "build/$preset.log" cmake --build "build/$preset" ${1:+--target "$@"}
 }
 
-# The time that everything in a package has: that of the last commit, so that the same commit gives the same
-# package; without a history that of the list of changes.
+# Prints the time of all files in a package: that of the last commit, so that the same commit gives the same
+# package, or without a history that of the changelog.
 package_time() {
     git --git-dir=.git log -1 --format=%ct 2>/dev/null || date -r CHANGELOG.md +%s
 }
 
-# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the portable preset. Not below
-# this directory, whose path may hold a blank: rpmbuild takes none.
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the portable preset, in a temporary
+# directory: the path of this one may contain a blank, which rpmbuild does not accept.
 make_package() {
     generator=$1
     directory=$2
@@ -99,7 +99,7 @@ make_archive() {
         -D "CPACK_QUENDIL_SOURCE_DIR=$PWD" -P cmake/PackageTree.cmake
     cp packaging/archive/install.sh "$tree/$name/"
     uname -m >"$tree/$name/machine"
-    # What it installs, with modes: of the directories those that are its own.
+    # The list of what it installs, with modes; of the directories, only its own.
     find "$tree/$name/root" -type d \( -path '*/norvale*' -o -path '*/doc/quendil' \) \
         -printf 'd %m /%P\n' -o -type f -printf 'f %m /%P\n' -o -type l -printf 'l %l /%P\n' |
         LC_ALL=C sort -k 3 >"$tree/$name/list"
@@ -109,7 +109,7 @@ make_archive() {
     rm -rf "$tree"
 }
 
-# Makes both packages and the archive in build/packages, in place of what is there.
+# Makes both packages and the archive in build/packages, and removes earlier ones.
 make_packages() {
     say "making packages"
     rm -rf build/packages

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Installs quendil from this unpacked archive, in its fixed places, or renews an installation that was
-# made so. Edited configuration and pattern files stay. Asks nothing.
+# Installs quendil from this unpacked archive into its fixed directories, or upgrades such an installation. An
+# upgrade keeps edited configuration and pattern files. It asks no questions.
 # usage: ./install.sh [--uninstall]    (with DESTDIR in the environment: below that directory)
-# Collected data and logs, edited and added files stay when it uninstalls; it says where they are.
+# With --uninstall it keeps collected data, logs, and edited and added files, and prints where they are.
 set -eu
 umask 022
 here=$(cd "$(dirname "$0")" && pwd)
@@ -10,7 +10,7 @@ root=${DESTDIR:-}
 program=/opt/norvale/quendil
 variable=/var/opt/norvale/quendil
 settings=/etc/opt/norvale/quendil
-record=$root$program/package # what the last installation has placed, and this script
+record=$root$program/package # what the last installation has installed, and this script
 
 say() {
     printf '%s\n' "== $*"
@@ -25,11 +25,11 @@ is_same() {
     [ ! -L "$2" ] && cmp -s "$1" "$2"
 }
 
-# place MODE FILE PATH: the file appears there whole, also over a program that runs.
+# place MODE FILE PATH: installs a file by renaming it, so that it may replace a running program.
 place() {
     new=$root${3%/*}/.quendil.new
     case $3 in
-        "$settings"/*) new=$root$settings/.quendil.new ;; # quendil reads all that is beside it
+        "$settings"/*) new=$root$settings/.quendil.new ;; # quendil reads every file in the pattern directory
     esac
     mkdir -p "$root${3%/*}"
     cp "$2" "$new"
@@ -38,8 +38,8 @@ place() {
     mv -f "$new" "$root$3"
 }
 
-# place_setting MODE PATH: a file that may be edited. As a package manager does: what was edited or
-# removed stays so, and a new version that is not taken is put aside.
+# place_setting MODE PATH: installs a file that may be edited. Like a package manager, it keeps a file that was
+# edited or removed as it is, and puts a new version that is not used into another directory.
 place_setting() {
     mode=$1
     new_version=$here/root$2
@@ -61,7 +61,7 @@ place_directory() {
     chmod "$1" "$root$2"
 }
 
-# Removes what the last installation has placed and this archive does not have.
+# Removes what the last installation has installed and this archive does not have.
 remove_former() {
     [ -f "$record/list" ] || return 0
     while read -r kind _ path; do
@@ -82,7 +82,7 @@ remove_placed() {
     esac
 }
 
-# Keeps what the next installation, or a removal, has to know of this one.
+# Keeps what the next upgrade or removal must know of this installation.
 keep_record() {
     rm -rf "$record.new"
     mkdir -p "$record.new/root$settings"
@@ -114,7 +114,7 @@ install_all() {
     say "quendil is installed: $program/bin/quendil"
 }
 
-# keep DIRECTORY TEXT: removes a directory, or says that something in it stays.
+# keep DIRECTORY TEXT: removes a directory if it is empty, or prints that it is kept.
 keep() {
     if [ -d "$root$1" ] && ! rmdir "$root$1" 2>/dev/null; then
         say "kept: $1 ($2)"
