@@ -1,13 +1,13 @@
 // Prints files with the values of passwords, keys and the like masked.
 //
 // usage: show [-v] [-l MIB] PATH...
-//   -v       files of one value each: one line for a file, its name and its content
+//   -v       print each line after the name of its file: for files of one value each
 //   -l MIB   print at most the last MIB MiB of a file (default: 5), and at most four times as much
 //            of all files together
-// PATH may be a wildcard. Of a directory all files are printed, and symlinks in it are not
-// followed. A symlink that a user has made is followed to that user's own files only. Files of
-// keys, and files that are not regular, are named and not opened. Control characters are printed as
-// octal digits.
+// PATH may be a wildcard. For a directory, all files in it and below it are printed, and symlinks
+// in it are not followed. A symlink that a user has made is followed only to that user's own files.
+// Files of keys, and files that are not regular, are named and not opened. Control characters are
+// printed as octal digits.
 //
 // The exit status is 0; 1 when the filter "mask" does not run, 2 for wrong usage.
 #include <glob.h>
