@@ -1,4 +1,4 @@
-// Checks of the paths of a run's result, shared by command line and configuration.
+// Checks of paths, shared by command line, configuration and pattern files.
 #ifndef QUENDIL_INI_IGINICHECK_H
 #define QUENDIL_INI_IGINICHECK_H
 

@@ -140,7 +140,8 @@ struct root_tbl {
     // where the output goes
     char* output_dir;           // base directory
     char* output_name;          // name of the directory in it, and of the archive by default
-    char* output_file;          // the archive's name without ".tar": absolute with -o
+    char* output_file;          // the archive's name without ".tar", absolute with -o; after the
+                                // compression the whole path of the ".tar.gz"
     std::int32_t output_mark;   // -1: reserved
     bool output_made;           // this run has made its output directory
     const char* output_path;    // its path; null before

@@ -21,7 +21,7 @@ struct exec_req {
 /// Results of the runner.
 inline constexpr int EXEC_OK = 0;           ///< exit code 0
 inline constexpr int EXEC_NONZERO = 1;      ///< another exit code, or ended by a signal
-inline constexpr int EXEC_INTERRUPTED = 2;  ///< IgCmnExecCommand only: the run was interrupted
+inline constexpr int EXEC_INTERRUPTED = 2;  ///< IgCmnExecCommand...: the run was interrupted
 inline constexpr int EXEC_TIMEOUT = -10;    ///< the time-out passed
 inline constexpr int EXEC_FAILED = -1;      ///< the command could not be run
 

@@ -55,8 +55,8 @@ int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHead
 /// value is an error of the comparison.
 int matchName(const char* wildcard, const char* name);
 
-/// The same for an open directory: calls `take` with each entry (const struct dirent&), until it
-/// returns false because memory ran out.
+/// Reads the entries of an open directory like IgCmnDirReadNames, with the same results, and calls
+/// `take` with each (const struct dirent&), until it returns false because memory ran out.
 /// @param directory its path, for the reports
 template <typename Take>
 int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) {
@@ -84,6 +84,7 @@ int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) 
     }
     return 0;
 }
+
 /// Counts the entries of a directory whose names begin with `beginning`, without "." and "..", and
 /// stores none. 0 after reporting "opendir"; after a reported "readdir" the count so far.
 std::uint32_t countEntries(const char* directory, const char* beginning);

@@ -16,9 +16,9 @@ struct FileEntry {
     const SourceDirectory* directory;  // its directory; null for what the search itself names
 };
 
-/// Lists what a data item names: like IgCmnFileMakeList, but each directory is followed by
-/// everything below it, parents first, in the order of its directory. An ancestor is not entered
-/// again. Symlinks to directories are last, sorted by path, so that equal trees give equal lists
+/// Lists what a data item names: like listMatches, but each directory is followed by everything
+/// below it, parents first, in the order of its directory. An ancestor is not entered again.
+/// Symlinks to directories are last, sorted by path, so that equal trees give equal lists
 /// regardless of the order of their directories; symlinks enter each directory once, and not if it
 /// is listed under its own name. In kernel file systems a symlink is entered only where the
 /// search's wildcard matched it, and not if it leads out of them. A symlink that must not be

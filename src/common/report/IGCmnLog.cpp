@@ -119,7 +119,7 @@ class HistoryLock {
     const char* failed_call_ = nullptr;
 };
 
-// A warning of the rotation, which runs before the run log is open: it goes to the standard error.
+// A warning of the history log while the run log is not open: it goes to the standard error.
 void warn(const char* call, int error, const char* path,
           SourcePlace place = SourcePlace::current()) {
     writeSysErr({.call = call, .error = error, .subject = path}, place, SYSERR_WARNING,

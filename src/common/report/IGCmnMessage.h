@@ -54,8 +54,8 @@ void IgCmnMsgReprint();
 /// Frees the saved warning.
 void IgCmnMsgFree();
 
-/// Reports it: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject, if any),
-/// ZEPA114-E (place). Control characters of the subject are shown as octal.
+/// Reports a failed system call: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject,
+/// if any), ZEPA114-E (place). Control characters of the subject are shown as octal.
 void IgCmnSysErr(const SysErr& failed, SourcePlace place = SourcePlace::current());
 /// The same for a path.
 void IgCmnSysErrPath(const char* call, int error, const char* path,
