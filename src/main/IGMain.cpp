@@ -270,7 +270,7 @@ void IgMainUnlock() {
 
 // --- phases ---
 
-int IgMainCollect(int /*unused*/) {
+Result IgMainCollect(int /*unused*/) {
     root_tbl& root = *main_run.root;
     const Result result = collectAndMake(&main_run.memoryp, root);
     if (result == RESULT_INTERRUPTED || result == RESULT_FAILED) {

@@ -2,6 +2,8 @@
 #ifndef QUENDIL_MAIN_IGMAIN_H
 #define QUENDIL_MAIN_IGMAIN_H
 
+#include "collect/IGResult.h"
+
 /// 0 for the super user (real or effective user ID 0); otherwise -1, after ZEPA117-E unless `quiet`
 /// is non-zero.
 int IgMainIsSuperUser(int quiet);
@@ -15,9 +17,9 @@ int IgMainLock();
 void IgMainUnlock();
 
 /// The collection driver: makes the output directory, collects item by item and makes the archive.
-/// The argument is not used. Returns 0 when done, -1 after an error, 2 when interrupted, 4 when
-/// stopped at the size limit.
-int IgMainCollect(int unused);
+/// The argument is not used. Returns RESULT_DONE, RESULT_FAILED, RESULT_INTERRUPTED or
+/// RESULT_SIZE_LIMIT.
+Result IgMainCollect(int unused);
 
 /// Stops a running child and its process group, before the run ends without waiting for it.
 void IgMainStopChild();

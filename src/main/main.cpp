@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "collect/IGResult.h"
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnTime.h"
@@ -188,10 +189,10 @@ void clean() {
 }
 
 void collectAndClean() {
-    const int collected = IgMainCollect(0);
+    const Result collected = IgMainCollect(0);
     if (main_run.cleanup_wanted == 1) {
         clean();
-    } else if (collected == 0) {
+    } else if (collected == RESULT_DONE) {
         IgCmnProgressEnd();
     }
 }
