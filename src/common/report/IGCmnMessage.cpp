@@ -47,15 +47,15 @@ Output chooseText(int number) {
         return as_listed;
     }
     switch (number) {
-        case ZEPA113_E:
-            return {IgCmnMsgGetText(ZEPA140_W), MSGKIND_LOG};
-        case ZEPA114_E:
-            return {IgCmnMsgGetText(ZEPA141_W), entry.kind};
+        case SYSERR_ERROR.call:
+            return {IgCmnMsgGetText(SYSERR_WARNING.call), MSGKIND_LOG};
+        case SYSERR_ERROR.place:
+            return {IgCmnMsgGetText(SYSERR_WARNING.place), MSGKIND_LOG};
         case ZEPA122_E:
             return msg_state.mode == MSGMODE_COLLECTING ? Output{MEMORY_WARNING, entry.kind}
                                                         : as_listed;
-        case ZEPA151_E:
-            return {IgCmnMsgGetText(ZEPA152_W), MSGKIND_LOG};
+        case SYSERR_ERROR.subject:
+            return {IgCmnMsgGetText(SYSERR_WARNING.subject), MSGKIND_LOG};
         default:
             return as_listed;
     }

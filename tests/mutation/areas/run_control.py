@@ -93,7 +93,7 @@ RULES = [
          'std::setlocale(LC_MESSAGES, "C")', 'std::setlocale(LC_MESSAGES, "")',
          "cli:test_run_control.py:locale"),
     Rule("a failed call is a warning while data is collected",
-         "return {IgCmnMsgGetText(ZEPA140_W), MSGKIND_LOG};", "return as_listed;",
+         "return {IgCmnMsgGetText(SYSERR_WARNING.call), MSGKIND_LOG};", "return as_listed;",
          "unit:IGCmnMessage*_test"),
     Rule("a warning on the standard error is not repeated at the end",
          "if (msg_state.stderr_used == 0 && saved.text", "if (saved.text",
