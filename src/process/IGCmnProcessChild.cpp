@@ -15,7 +15,9 @@
 #include "common/base/IGPrintable.h"
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
+#include "common/report/IGSysErr.h"
 #include "process/IGExecRequest.h"
+#include "process/IGProcessControl.h"
 
 // The texts are in the catalogue.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -100,9 +102,10 @@ void restoreSignals(const sigset_t& mask) {
         ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA125_W), shown.data());
     } else {
         const char* text = ::strerrordesc_np(error);  // untranslated, and no allocation
-        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA140_W), "execv", error,
-                  text == nullptr ? "" : text);
-        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(ZEPA141_W), "IGCmnProcess", __LINE__);
+        writeSysErr({.call = "execv", .error = error, .text = text == nullptr ? "" : text},
+                    runnerPlace(), SYSERR_WARNING, [](MsgNo number, auto... args) {
+                        ::dprintf(STDERR_FILENO, IgCmnMsgGetText(number), args...);
+                    });
     }
     ::_exit(255);  // without flushing: the streams' buffers belong to the parent
 }
