@@ -524,7 +524,7 @@ bool makeDataDirectory(const char* place) {
 }
 
 // Collects the item and appends its record to `records` if it has one.
-Result collectItem(Item& item, IgCmnListHeader** records) {
+Result collectDataItem(Item& item, IgCmnListHeader** records) {
     if (!prepare(item)) {
         return RESULT_DONE;
     }
@@ -583,7 +583,7 @@ Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data
     }
     Item item{.memoryp = local.get(), .root = *root_tblp, .block = *data_block};
     IgCmnListHeader* records = nullptr;
-    const Result result = collectItem(item, &records);
+    const Result result = collectDataItem(item, &records);
     if (result != RESULT_DONE) {
         return result;
     }

@@ -57,7 +57,7 @@ bool chooseDirectoryMode(memory_pool* memoryp, const root_tbl& root, Tool& tool)
     return tool.redirect_path != nullptr;
 }
 
-bool expand(memory_pool* memoryp, const root_tbl& root, const tool_block& block, Tool& tool) {
+bool expandTool(memory_pool* memoryp, const root_tbl& root, const tool_block& block, Tool& tool) {
     tool.command_line = IgCmnReplaceStrs(block.command_line, 1, &root, memoryp, nullptr);
     if (tool.command_line == nullptr ||
         IgCmnGetKestrumFile(IgCmnGetKestrumLogDir, TOOL_STDERR_NAME, tool.stderr_path.data(),
@@ -114,7 +114,7 @@ Result IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_blo
     IG_ASSERT_NOT_NULL(root_tblp);
     IG_ASSERT_NOT_NULL(tool_block);
     Tool tool{};
-    if (!expand(memoryp, *root_tblp, *tool_block, tool)) {
+    if (!expandTool(memoryp, *root_tblp, *tool_block, tool)) {
         return RESULT_FAILED;
     }
     if (IgMainIsInterrupted() != 0) {

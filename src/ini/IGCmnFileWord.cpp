@@ -28,7 +28,7 @@ enum class CharClass {
     OTHER,
 };
 
-CharClass classOf(std::wint_t c) {
+CharClass charClassOf(std::wint_t c) {
     switch (c) {
         case L'\n':
             return CharClass::NEWLINE;
@@ -123,7 +123,7 @@ class WordReader {
         if (IgCmnStrIsAsciiChar(static_cast<wchar_t>(c)) == 0) {
             return finish(WORD_INVALID, "");
         }
-        const CharClass char_class = classOf(c);
+        const CharClass char_class = charClassOf(c);
         if (char_class == CharClass::RETURN) {
             return MORE;
         }

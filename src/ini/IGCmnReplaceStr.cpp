@@ -84,7 +84,7 @@ bool isKnown(const wchar_t* segment) {
 }
 
 // The replacement of a closed special string; "" when it is dropped.
-const char* expand(const char* name, int flag, const root_tbl* root, memory_pool* memoryp) {
+const char* replacementOf(const char* name, int flag, const root_tbl* root, memory_pool* memoryp) {
     const char* value = IgCmnRepSpecialStr(name, flag, root, memoryp);
     if (value == nullptr) {
         return nullptr;
@@ -104,7 +104,8 @@ class Expansion {
     }
     bool special(const wchar_t* segment) {
         const char* name = IgCmnWCS2MBS(local_.get(), segment);
-        const char* value = name == nullptr ? nullptr : expand(name, flag_, root_, local_.get());
+        const char* value =
+            name == nullptr ? nullptr : replacementOf(name, flag_, root_, local_.get());
         return value != nullptr && append(value);
     }
     [[nodiscard]] const char* text() const { return text_; }

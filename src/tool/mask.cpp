@@ -31,7 +31,7 @@ bool mayTryAgain(int fd, short events) {
     return errno == EINTR || waitFor(fd, events);
 }
 
-bool writeAll(void* /*to*/, const char* bytes, std::size_t size) {
+bool writeOutput(void* /*to*/, const char* bytes, std::size_t size) {
     while (size != 0) {
         const ssize_t written = ::write(STDOUT_FILENO, bytes, size);
         if (written < 0) {
@@ -57,7 +57,7 @@ secret_text text;  // too large for a stack
 }  // namespace
 
 int main() {
-    text.write = writeAll;
+    text.write = writeOutput;
     while (true) {
         const std::span<char> room = secretRoom(&text);
         const ssize_t size = ::read(STDIN_FILENO, room.data(), room.size());

@@ -78,7 +78,7 @@ void unpoison([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
 #endif
 }
 
-std::size_t classOf(std::size_t size) {
+std::size_t sizeClassOf(std::size_t size) {
     if (size == 0) {
         return NO_CLASS;
     }
@@ -235,7 +235,7 @@ void* allocLocked(memory_pool* memoryp, std::size_t size) {
             return nullptr;
         }
     }
-    const std::size_t class_index = classOf(size);
+    const std::size_t class_index = sizeClassOf(size);
     if (class_index == NO_CLASS) {
         return nullptr;
     }
@@ -288,7 +288,7 @@ void IgCmnMemoryFree(memory_pool* memoryp, void* block, std::size_t size) {
         freeAll(memoryp);
         return;
     }
-    const std::size_t class_index = classOf(size);
+    const std::size_t class_index = sizeClassOf(size);
     if (block != nullptr && class_index != NO_CLASS) {
         freeBlock((*memoryp)->classes[class_index], class_index, block, size);
     }
