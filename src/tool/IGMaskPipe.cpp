@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/base/IGCmnStr.h"
 #include "common/base/IGGuards.h"
 
 namespace {
@@ -33,7 +34,7 @@ int findMask(const char* command, MaskProgram& program) {
     } else {
         program.path.at(static_cast<std::size_t>(length)) = '\0';
     }
-    char* slash = std::strrchr(program.path.data(), '/');
+    char* slash = lastSlash(program.path.data());
     char* name = slash == nullptr ? program.path.data() : slash + 1;
     const auto room = static_cast<std::size_t>(program.path.end() - name);
     if (std::strlen(NAME) >= room) {
