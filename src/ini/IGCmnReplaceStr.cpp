@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <cwchar>
+#include <iterator>
 
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
@@ -37,6 +40,18 @@ constexpr SpecialStr SPECIAL_STRS[] = {
     {15, "%reg7", L"%reg7", nullptr},  {16, "%reg8", L"%reg8", nullptr},
     {17, "%reg9", L"%reg9", nullptr},  {18, "%HOST", L"%HOST", &root_tbl::HOST},
 };
+
+// A text is searched for the wide name; the value is found by the other one.
+constexpr bool namesAgree(const SpecialStr& special) {
+    std::size_t i = 0;
+    while (special.name[i] != '\0' &&
+           static_cast<wchar_t>(special.name[i]) == special.wide_name[i]) {
+        ++i;
+    }
+    return special.name[i] == '\0' && special.wide_name[i] == L'\0';
+}
+static_assert(std::all_of(std::begin(SPECIAL_STRS), std::end(SPECIAL_STRS), namesAgree),
+              "the two names of a special string differ");
 
 template <typename Matches>
 const SpecialStr* findSpecialStr(Matches matches) {
