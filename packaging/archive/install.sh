@@ -5,6 +5,7 @@
 # With --uninstall it keeps collected data, logs, and edited and added files, and prints where they are.
 set -eu
 umask 022
+unset CDPATH # with it, cd may enter another directory, and prints its name
 here=$(cd "$(dirname "$0")" && pwd)
 root=${DESTDIR:-}
 program=/opt/norvale/quendil
@@ -104,7 +105,10 @@ install_all() {
     while read -r kind mode path; do
         case $kind$path in
             d*) place_directory "$mode" "$path" ;;
-            l*) mkdir -p "$root${path%/*}" && ln -sf "$mode" "$root$path" ;;
+            l*)
+                mkdir -p "$root${path%/*}"
+                ln -sf "$mode" "$root$path"
+                ;;
             f"$settings"/*) place_setting "$mode" "$path" ;;
             f*) place "$mode" "$here/root$path" "$path" ;;
         esac

@@ -150,8 +150,8 @@ class BareRoot:
         return self.machine.exec([*change, "/bin/sh", "-c", text], check=check)
 
     def install(self) -> str:
-        """Installs or upgrades; what it says."""
-        return self.script("/tmp/quendil/install.sh").stdout
+        """Installs or upgrades, from a strict umask; what it says."""
+        return self.script("umask 077; /tmp/quendil/install.sh").stdout
 
     def uninstall(self) -> str:
         """Removes, with the script that the installation has kept; what it says."""
@@ -319,6 +319,18 @@ def test_an_installation_below_a_directory_touches_nothing_else(root: BareRoot):
     assert root.exists(f"/tmp/image{PROGRAM}") and root.left() == []
     root.script("DESTDIR=/tmp/image /tmp/quendil/install.sh --uninstall")
     assert not root.exists("/tmp/image/opt/norvale")
+
+
+def test_the_script_finds_its_archive_by_a_relative_path(root: BareRoot):
+    said = root.script("mkdir -p /tmp/other/quendil; export CDPATH=/tmp/other; cd /tmp; "
+                       "sh quendil/install.sh").stdout
+    assert said == f"== quendil is installed: {PROGRAM}\n"
+
+
+def test_a_directory_that_cannot_be_made_ends_the_installation(root: BareRoot):
+    root.script("mkdir -p /usr; touch /usr/sbin")  # the link to the program is in /usr/sbin
+    done = root.script("/tmp/quendil/install.sh", check=False)
+    assert done.status != 0 and "is installed" not in done.stdout
 
 
 @pytest.mark.parametrize("before, command, said", [
