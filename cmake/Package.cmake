@@ -1,4 +1,5 @@
-# The packages that cpack makes of an installation: .deb and .rpm. cpack -R sets another version.
+# The packages that cpack makes of an installation: .deb and .rpm. cpack -R sets another version: packages
+# of two versions show that an upgrade works.
 set(CPACK_PACKAGE_NAME quendil)
 set(CPACK_PACKAGE_VENDOR "quendil project")
 set(CPACK_PACKAGE_CONTACT "quendil project <quendil@quendil.invalid>")
@@ -51,7 +52,5 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/share/man/man7 /usr/share/man/man8 /usr/share/bash-completion
   /usr/share/bash-completion/completions /var /var/opt)
 
-# The project's version by default; the tests of an upgrade make a package with another one.
-set(QUENDIL_PACKAGE_VERSION ${PROJECT_VERSION} CACHE STRING "Version of the packages")
-set(CPACK_PACKAGE_VERSION ${QUENDIL_PACKAGE_VERSION})
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 include(CPack)

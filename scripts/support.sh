@@ -89,7 +89,8 @@ make_package() {
 
 # make_archive DIRECTORY: makes the archive for any distribution there, with its install.sh.
 make_archive() {
-    version=$(sed -n 's/^QUENDIL_PACKAGE_VERSION:STRING=//p' build/portable/CMakeCache.txt)
+    version=$(sed -n 's/^set(CPACK_PACKAGE_VERSION "\(.*\)")$/\1/p' build/portable/CPackConfig.cmake)
+    [ -n "$version" ] || fail "build/portable names no version"
     name=quendil-$version-linux-$(uname -m)
     tree=$(mktemp -d)
     trap 'rm -rf "$tree"' EXIT
@@ -99,13 +100,15 @@ make_archive() {
         -D "CPACK_QUENDIL_SOURCE_DIR=$PWD" -P cmake/PackageTree.cmake
     cp packaging/archive/install.sh "$tree/$name/"
     uname -m >"$tree/$name/machine"
-    # The list of what it installs, with modes; of the directories, only its own.
-    find "$tree/$name/root" -type d \( -path '*/norvale*' -o -path '*/doc/quendil' \) \
-        -printf 'd %m /%P\n' -o -type f -printf 'f %m /%P\n' -o -type l -printf 'l %l /%P\n' |
-        LC_ALL=C sort -k 3 >"$tree/$name/list"
-    mkdir -p "$1"
+    # The list of what it installs, with modes; of the directories, only its own. No pipes: a failure of
+    # their first program would go unnoticed.
+    (cd "$tree/$name/root" && find . -type d \( -path '*/norvale*' -o -path '*/doc/quendil' \) \
+        -printf 'd %m /%P\n' -o -type f -printf 'f %m /%P\n' -o -type l -printf 'l %l /%P\n') >"$tree/list"
+    LC_ALL=C sort -k 3 "$tree/list" >"$tree/$name/list"
     tar -c -C "$tree" --format=ustar --sort=name --owner=root:0 --group=root:0 \
-        --mtime="@$SOURCE_DATE_EPOCH" "$name" | gzip -9n >"$1/$name.tar.gz"
+        --mtime="@$SOURCE_DATE_EPOCH" -f "$tree/$name.tar" "$name"
+    mkdir -p "$1"
+    gzip -9nc "$tree/$name.tar" >"$1/$name.tar.gz"
     rm -rf "$tree"
 }
 
