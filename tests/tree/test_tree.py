@@ -11,7 +11,7 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
 
-# Which rooms of src a room may include, beside itself.
+# The layers of src, and those that each may include beside itself.
 BELOW = {
     "common/base": set(),
     "common/report": {"common/base"},
@@ -25,7 +25,7 @@ BELOW |= {
     "main": COMMON | {"ini", "process", "collect"},
     "tool": COMMON,
 }
-# The lowest room reports its failures through the messages of the next one.
+# The lowest layer reports its failures through the messages of the next one.
 REPORTS = "common/report/IGCmnMessage.h"
 # Units that include each other: the messages allocate memory, and memory that runs out is a message.
 CIRCLES = [{"IGCmnMemory", "IGCmnMessage"}]
@@ -61,23 +61,23 @@ def sources():
     assert files
     return files
 
-def room_of(path):
+def layer_of(path):
     return str(path.parent.relative_to(ROOT / "src"))
 
 def included(path):
     return re.findall(r'^#include "([^"]+)"', path.read_text(), re.M)
 
-def test_every_source_is_in_a_room():
-    assert {room_of(path) for path in sources()} == set(BELOW)
+def test_every_source_is_in_a_layer():
+    assert {layer_of(path) for path in sources()} == set(BELOW)
 
-@pytest.mark.parametrize("room", BELOW)
-def test_no_file_includes_one_from_a_room_above_it(room):
-    files = [path for path in sources() if room_of(path) == room]
+@pytest.mark.parametrize("layer", BELOW)
+def test_no_file_includes_one_from_a_layer_above_it(layer):
+    files = [path for path in sources() if layer_of(path) == layer]
     assert files
     for path in files:
         above = {name for name in included(path)
-                 if str(Path(name).parent) not in {room, *BELOW[room]}}
-        assert above <= ({REPORTS} if room == "common/base" else set()), path
+                 if str(Path(name).parent) not in {layer, *BELOW[layer]}}
+        assert above <= ({REPORTS} if layer == "common/base" else set()), path
 
 def circles(graph):
     """The groups of units that reach each other."""
