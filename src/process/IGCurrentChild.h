@@ -24,6 +24,9 @@ struct CurrentChild {
     std::atomic<pid_t> failed_pid = 0;
 };
 extern CurrentChild crnt_child;
+static_assert(std::atomic<pid_t>::is_always_lock_free &&
+                  std::atomic<const char*>::is_always_lock_free,
+              "the signal handler writes these");
 
 /// Signals a child by its pid, or a tool and its whole group by the negated pid; a tool that has
 /// moved to another group gets the signal alone. Same result as kill(2), and async-signal-safe.

@@ -60,7 +60,8 @@ struct RunState {
     const struct sigaction ignore_action = ignoringAction();  // ready for the handler
 };
 extern RunState run_state;
-static_assert(std::atomic<int>::is_always_lock_free, "the signal handler writes these");
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<long>::is_always_lock_free,
+              "the signal handler writes these");
 
 /// True while the archiver runs: its programs get neither a process group nor a joined output of
 /// their own.

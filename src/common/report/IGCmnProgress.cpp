@@ -20,7 +20,11 @@ struct Phase {
     const char* label;
     std::array<std::int32_t, MOST_STEPS> columns;
     [[nodiscard]] constexpr std::int32_t width() const {
-        return columns[0] + columns[1] + columns[2] + columns[3];
+        std::int32_t sum = 0;
+        for (const std::int32_t of_step : columns) {
+            sum += of_step;
+        }
+        return sum;
     }
 };
 constexpr Phase INITIALIZE{"initialize:", {1, 1, 1, 1}};

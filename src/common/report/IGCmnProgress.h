@@ -1,6 +1,5 @@
-// The one-line progress display on the standard output, redrawn in place: a label, a bar of 68
-// columns, a carriage return. Phases share the bar: 4 columns for initializing, 52 for collecting,
-// 10 for the archive, 2 for the cleanup.
+// The one-line progress display on the standard output, redrawn in place: a label, a bar whose
+// columns the phases share, a carriage return.
 #ifndef QUENDIL_COMMON_REPORT_IGCMNPROGRESS_H
 #define QUENDIL_COMMON_REPORT_IGCMNPROGRESS_H
 
