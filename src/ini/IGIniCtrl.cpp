@@ -90,7 +90,7 @@ int checkDefaultNames(Ctrl& ctrl) {
     if (root.output_file == nullptr || IgCmnIsAbsPathIgnoreDQ(root.output_file) != 0) {
         return 0;
     }
-    const char* base = outputDirectory(ctrl.memoryp, root);
+    const char* base = archiveBase(ctrl.memoryp, root);
     return base != nullptr && resultNamesTaken(ctrl.memoryp, base) == 0 ? 0 : -1;
 }
 

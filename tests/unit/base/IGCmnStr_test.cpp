@@ -327,12 +327,22 @@ TEST_F(IGCmnStr, FindsTheParentDirectory) {
         char* parent = stale;
         EXPECT_EQ(IgCmnStrParentDir(pool(), c.path, &parent), 0);
         EXPECT_STREQ(parent, c.parent);
+        std::string cut = c.path;
+        EXPECT_EQ(cutToParent(cut.data()), c.parent != nullptr);
+        EXPECT_STREQ(cut.c_str(), c.parent == nullptr ? c.path : c.parent);
     }
     char* parent = nullptr;
     EXPECT_EQ(reported([&] {
                   EXPECT_EQ(IgCmnStrParentDir(pool(), NOT_CONVERTIBLE.c_str(), &parent), -1);
               }),
               conversionFailure("mbstowcs"));
+}
+
+TEST_F(IGCmnStr, FindsTheLastComponent) {
+    EXPECT_STREQ(lastComponent("/var/log"), "log");
+    EXPECT_STREQ(lastComponent("/var/"), "");
+    EXPECT_STREQ(lastComponent("name"), "name");
+    EXPECT_STREQ(lastComponent(""), "");
 }
 
 // Texts for the shell and the terminal
