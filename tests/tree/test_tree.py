@@ -165,6 +165,14 @@ def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_system_served
     assert versions
     assert max((int(major), int(minor)) for major, minor in versions) <= (2, 36)
 
+def test_the_program_and_its_packages_have_the_same_version():
+    of_packages = re.search(r"^project\(quendil VERSION (\d+)\.(\d+) ",
+                            (ROOT / "CMakeLists.txt").read_text(), re.M)
+    shown = re.search(r'QUENDIL_VERSION = "(\d\d)-(\d\d)";',
+                      (ROOT / "src/common/report/IGCmnMessage.h").read_text())
+    assert of_packages and shown
+    assert [int(part) for part in of_packages.groups()] == [int(part) for part in shown.groups()]
+
 def test_the_installed_binary_still_asserts_its_pointers():
     binary = (BUILD / "release/src/quendil").read_bytes()
     # No program calls what changes the user, so that none links it.
