@@ -151,7 +151,6 @@ Result makeArchive(memory_pool* memoryp, root_tbl& root) {
     const Result result = IgArcMakeOutput(memoryp, &root);
     IgMainHistOutput();
     IgCmnMsgInfo<ZEPA203_I>("making");
-    main_run.cleanup_wanted = 1;
     return result;
 }
 
@@ -273,13 +272,21 @@ void IgMainUnlock() {
 Result IgMainCollect(int /*unused*/) {
     root_tbl& root = *main_run.root;
     const Result result = collectAndMake(&main_run.memoryp, root);
-    if (result == RESULT_INTERRUPTED || result == RESULT_FAILED) {
-        main_run.cleanup_wanted = root.cleanup == CLEANUP_ON ? 1 : 0;
-    } else if (result == RESULT_SIZE_LIMIT) {
+    if (result == RESULT_SIZE_LIMIT) {
         IgMainSetRetCode(RETCODE_DIRECTORY);
-        main_run.cleanup_wanted = 0;
     }
     return result;
+}
+
+bool wantsCleanup(Result collected) {
+    switch (collected) {
+        case RESULT_DONE:
+            return true;
+        case RESULT_SIZE_LIMIT:
+            return false;
+        default:
+            return main_run.root->cleanup == CLEANUP_ON;
+    }
 }
 
 void IgMainStopChild() {

@@ -20,6 +20,9 @@ void IgMainUnlock();
 /// The argument is not used. Returns RESULT_DONE, RESULT_FAILED, RESULT_INTERRUPTED or
 /// RESULT_SIZE_LIMIT.
 Result IgMainCollect(int unused);
+/// Whether the cleanup phase follows a collection with this result: always when done, never after
+/// the size limit, else if the configuration says so.
+bool wantsCleanup(Result collected);
 
 /// Stops a running child and its process group, before the run ends without waiting for it.
 void IgMainStopChild();

@@ -13,7 +13,6 @@ struct MainRun {
     char* argument = nullptr;         // all arguments joined, as shown; null without any
     std::uint32_t argument_size = 0;  // capacity of `argument` in bytes
     root_tbl* root = nullptr;         // the run's configuration; null until built
-    int cleanup_wanted = 0;           // 1 when the cleanup phase is to run
     int lock_fd = -1;                 // descriptor of the single-run lock
 };
 /// The process's only run. It is global because the end routine has no caller that could pass it.

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "collect/IGResult.h"
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnTime.h"
@@ -189,11 +188,8 @@ void clean() {
 }
 
 void collectAndClean() {
-    const Result collected = IgMainCollect(0);
-    if (main_run.cleanup_wanted == 1) {
+    if (wantsCleanup(IgMainCollect(0))) {
         clean();
-    } else if (collected == RESULT_DONE) {
-        IgCmnProgressEnd();
     }
 }
 

@@ -20,7 +20,7 @@ RULES = [
          "IgMainSetRetCode(RETCODE_DIRECTORY); IgCmnMsgInfo", "IgCmnMsgInfo",
          "cli:test_archive.py"),
     Rule("a run that reached the size limit ends with 20",
-         "else if (result == RESULT_SIZE_LIMIT)", "else if (result == RESULT_SIZE_LIMIT + 1)",
+         "if (result == RESULT_SIZE_LIMIT)", "if (result == RESULT_SIZE_LIMIT + 1)",
          "cli:test_size_limit.py"),
     Rule("the lock file has mode 0600",
          "O_CLOEXEC, 0600", "O_CLOEXEC, 0644", "cli:test_run_control.py:lock", unit="IGMain"),

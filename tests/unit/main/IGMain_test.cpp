@@ -235,7 +235,6 @@ TEST_F(IGMain, FindsAFreeNameForTheOutput) {
         EXPECT_TRUE(fs::exists(output_ + suffix));
         EXPECT_EQ(root_->output_file, path("none/archive"));  // -o is not changed
         EXPECT_EQ(IgMainGetRetCode(), RETCODE_DIRECTORY);
-        EXPECT_EQ(main_run.cleanup_wanted, 1 - root_->cleanup);
     }
     fs::remove_all(output_);
     std::string given = name;
@@ -250,7 +249,6 @@ TEST_F(IGMain, RenamesTheDefaultArchiveWithItsDirectory) {
     EXPECT_EQ(root_->output_file, output_ + "_1.tar.gz");
     EXPECT_TRUE(fs::exists(output_ + "_1.tar.gz"));
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_COMPRESSED);
-    EXPECT_EQ(main_run.cleanup_wanted, 1);
 }
 
 TEST_F(IGMain, GivesPatternsWithEqualTargetsOneDirectory) {
@@ -290,14 +288,20 @@ TEST_F(IGMain, WritesTheCommandLineIntoTheIndexHeader) {
 
 TEST_F(IGMain, EndsAnInterruptedCollectionBeforeItBegins) {
     fs::remove_all(output_);
-    for (const std::int32_t cleanup : {CLEANUP_ON, CLEANUP_OFF}) {
-        root_->cleanup = cleanup;
-        run_state.interrupted = 1;
-        EXPECT_EQ(collect(), 2);
-        EXPECT_EQ(main_run.cleanup_wanted, cleanup == CLEANUP_ON ? 1 : 0);
-    }
+    run_state.interrupted = 1;
+    EXPECT_EQ(collect(), 2);
     EXPECT_FALSE(fs::exists(output_));
     EXPECT_EQ(IgMainGetRetCode(), RETCODE_FAILED);
+}
+
+TEST_F(IGMain, CleansUpAfterAFailedCollectionIfConfigured) {
+    for (const std::int32_t cleanup : {CLEANUP_ON, CLEANUP_OFF}) {
+        root_->cleanup = cleanup;
+        EXPECT_TRUE(wantsCleanup(RESULT_DONE));
+        EXPECT_FALSE(wantsCleanup(RESULT_SIZE_LIMIT));
+        EXPECT_EQ(wantsCleanup(RESULT_FAILED), cleanup == CLEANUP_ON);
+        EXPECT_EQ(wantsCleanup(RESULT_INTERRUPTED), cleanup == CLEANUP_ON);
+    }
 }
 
 // --- the end ---
