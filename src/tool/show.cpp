@@ -77,7 +77,8 @@ void settleSignals() {
 
 void printMatches(Show& show, const char* wildcard, bool values) {
     glob_t found = {};
-    // Wildcards are expanded here, because no shell did so.
+    // Wildcards are expanded here, because no shell did so. Not "~": a static C library loads
+    // libraries to look up a user, and the linker does not see this call of its own.
     if (::glob(wildcard, GLOB_NOCHECK, nullptr, &found) != 0) {
         toolWrite(show.out, "show: there is not enough memory\n");
         return;
