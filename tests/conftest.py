@@ -23,24 +23,24 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
 
-from support.cell import CellServer  # noqa: E402
 from support.machine import Installation, Machine  # noqa: E402
+from support.sandbox import SandboxServer  # noqa: E402
 from support.tool_directory import SYSTEMS, become  # noqa: E402
 
 FAILED = pytest.StashKey[bool]()
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    """Makes the marks of the command tests known."""
+    """Registers the marks of the command tests."""
     config.addinivalue_line(
-        "markers", "plain_binary: wants the program as installed, not an instrumented one")
+        "markers", "plain_binary: needs the program as installed, not an instrumented one")
 
 
 @pytest.fixture(scope="session")
-def cell_server() -> Iterator[CellServer]:
-    """What makes the cells of this worker."""
+def sandbox_server() -> Iterator[SandboxServer]:
+    """Makes the sandboxes of this worker."""
     assert os.geteuid() == 0, "the command tests must be run by root"
-    server = CellServer()
+    server = SandboxServer()
     yield server
     server.close()
 
@@ -52,10 +52,10 @@ def installation() -> Installation:
 
 
 @pytest.fixture
-def machine(cell_server: CellServer, installation: Installation,
+def machine(sandbox_server: SandboxServer, installation: Installation,
             request: pytest.FixtureRequest) -> Iterator[Machine]:
     """A machine that belongs to one test, checked and ended after it."""
-    made = Machine(cell_server, installation)
+    made = Machine(sandbox_server, installation)
     try:
         yield made
         if not request.node.stash.get(FAILED, False):

@@ -384,7 +384,7 @@ def test_a_file_of_the_kernel_that_cannot_be_read_is_reported(machine: Machine):
 def test_data_is_collected_where_the_kernel_shows_nothing_of_itself(machine: Machine):
     machine.file("/opt/data/file", "content")
     machine.fifo("/opt/data/fifo")
-    machine.mount("-t", "tmpfs", "cell", "/proc")
+    machine.mount("-t", "tmpfs", "sandbox", "/proc")
     run = collect(machine, pattern_text.data("/opt/data"))
     assert run.status == 0 and run.archive.read("opt/data/file") == b"content"
     assert run.log is not None and run.log.count("ZEPA130-W") == 1  # the FIFO

@@ -223,7 +223,7 @@ def test_no_signal_that_the_caller_ignored_or_blocked_changes_what_a_run_does(ma
 @pytest.mark.parametrize("close", [(1,), (1, 2), (0, 1, 2)], ids=str)
 def test_no_file_becomes_the_terminal_where_even_the_null_device_is_missing(
         machine: Machine, close: tuple[int, ...]):
-    machine.mount("-t", "tmpfs", "cell", "/dev")
+    machine.mount("-t", "tmpfs", "sandbox", "/dev")
     tool = machine.tool(behave.ready("/opt/at"), behave.wait_for("/opt/go"))
     running = begin(machine, pattern_text.tool(tool), close=close)
     machine.wait_for("/opt/at")

@@ -203,7 +203,7 @@ def test_a_run_under_nohup_outlives_its_terminal_and_so_do_its_tools(machine: Ma
     run = begin(machine, pattern_text.tool(tool), ignore=[signal.SIGHUP], block=blocked)
     run.wait_for("/opt/ready")
     run.signal(signal.SIGHUP, to_group=True)
-    machine.cell.kill(int(machine.read("/opt/ready")), signal.SIGHUP)
+    machine.sandbox.kill(int(machine.read("/opt/ready")), signal.SIGHUP)
     machine.file("/opt/go")
     ended = run.finish()
     assert (ended.status, ended.log) == (0, started_log().tool(tool).complete().text)

@@ -9,9 +9,9 @@ from collections.abc import Iterator
 import pytest
 from support import behave, pattern_text
 from support.behave import forever, ready
-from support.cell import CellServer
 from support.collecting import begin, collect
 from support.machine import Installation, Machine
+from support.sandbox import SandboxServer
 
 pytestmark = pytest.mark.plain_binary  # an instrumented program checks its memory itself
 
@@ -46,11 +46,11 @@ OWN_LINES = re.compile(r"--\d+-- |==\d+== *$|==\d+== FILE DESCRIPTORS: \d+ open 
 
 
 @pytest.fixture
-def checked(cell_server: CellServer, installation: Installation) -> Iterator[Machine]:
+def checked(sandbox_server: SandboxServer, installation: Installation) -> Iterator[Machine]:
     """A machine whose program runs under valgrind."""
     if shutil.which("valgrind", path="/usr/bin") is None:
         pytest.skip("valgrind is not installed")
-    made = Machine(cell_server, Installation(installation.stage, installation.behave, VALGRIND))
+    made = Machine(sandbox_server, Installation(installation.stage, installation.behave, VALGRIND))
     made.file(KNOWN, KNOWN_TEXT)
     try:
         yield made

@@ -360,7 +360,7 @@ def test_output_can_be_thrown_away(machine: Machine):
 
 @pytest.mark.parametrize("redirect", ["/dev/null", "//dev/null", "/dev/./null", "/dev/x/../null"])
 def test_the_null_device_is_never_removed(machine: Machine, redirect: str):
-    machine.mount("-t", "tmpfs", "-o", "mode=0755,dev", "cell", "/dev")
+    machine.mount("-t", "tmpfs", "-o", "mode=0755,dev", "sandbox", "/dev")
     machine.exec(["/usr/bin/mknod", "-m", "666", "/dev/null", "c", "1", "3"])
     run = collect(machine, pattern_text.tool("/opt/none", redirect=redirect))
     assert run.log == started_log().tool("/opt/none", 255).complete().text
@@ -488,10 +488,10 @@ def test_signals_that_mean_nothing_to_the_program_end_no_wait(machine: Machine, 
     run.wait_for("/opt/ready")
     for number in (signal.SIGWINCH, signal.SIGCHLD, signal.SIGURG, signal.SIGPIPE, signal.SIGTSTP,
                    signal.SIGCONT, signal.SIGSTOP):
-        machine.cell.kill(run.pid, number)
+        machine.sandbox.kill(run.pid, number)
     machine.wait_for(lambda: any(entry.pid == run.pid and entry.state == "T"
                                  for entry in machine.processes()))
-    machine.cell.kill(run.pid, signal.SIGCONT)
+    machine.sandbox.kill(run.pid, signal.SIGCONT)
     machine.file("/opt/go")
     ended = run.finish()
     assert ended.status == 0

@@ -12,10 +12,10 @@ from collections.abc import Callable
 import pytest
 
 from support import behave, faulting, pattern_text
-from support.cell import CellError
 from support.fault_kinds import (
     AFTERWARDS, BY_CHARACTER, CUT_ARCHIVE, IGNORED, KINDS, LOOK, STOPPING, STOPPING_ARCHIVER, Kind)
 from support.faulting import CALL_REPORT, READY, Bench, Fault, Outcome
+from support.sandbox import SandboxError
 
 pytestmark = pytest.mark.plain_binary
 
@@ -71,7 +71,7 @@ def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
     bench.machine.wait_for(lambda: active.ended or bench.machine.exists(READY), what="the tool")
     try:
         active.signal(signal.SIGTERM)
-    except CellError:
+    except SandboxError:
         assert fault is not None, "the run ended before its tool"
     return bench.finish(active, fault)
 

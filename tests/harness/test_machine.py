@@ -1,4 +1,4 @@
-"""The machine of a test: what is its own, what it shares, and how it is prepared."""
+"""The machine of a test: what it has for itself, what it shares, and how a test prepares it."""
 
 from __future__ import annotations
 
@@ -8,8 +8,8 @@ from pathlib import Path
 import pytest
 from support import behave
 from support.behave import daemon, exit, forever, ignore, out, ready, report
-from support.cell import CellServer
 from support.machine import Installation, Machine
+from support.sandbox import SandboxServer
 from support.shell_program import play
 
 
@@ -40,10 +40,10 @@ def test_devices_can_be_written_though_their_directory_cannot(machine: Machine):
     assert machine.exec("echo x > /dev/null").status == 0
 
 
-def test_a_host_directory_can_be_kept_writable(cell_server: CellServer, installation: Installation,
-                                               tmp_path: Path):
-    machine = Machine(cell_server, Installation(installation.stage, installation.behave,
-                                                writable=(str(tmp_path),)))
+def test_a_host_directory_can_be_kept_writable(sandbox_server: SandboxServer,
+                                               installation: Installation, tmp_path: Path):
+    machine = Machine(sandbox_server, Installation(installation.stage, installation.behave,
+                                                   writable=(str(tmp_path),)))
     try:
         machine.exec(f"echo kept > {tmp_path}/file")
     finally:
@@ -58,9 +58,9 @@ def test_processes_of_the_host_cannot_be_seen(machine: Machine):
     assert not machine.exec(f"test -d /proc/{os.getpid()}", check=False).status == 0
 
 
-def test_two_machines_share_nothing(machine: Machine, cell_server: CellServer,
+def test_two_machines_share_nothing(machine: Machine, sandbox_server: SandboxServer,
                                     installation: Installation):
-    other = Machine(cell_server, installation)
+    other = Machine(sandbox_server, installation)
     try:
         other.hostname("other")
         other.file("/opt/data/file", "x")
@@ -71,15 +71,15 @@ def test_two_machines_share_nothing(machine: Machine, cell_server: CellServer,
         other.destroy()
 
 
-def test_nothing_is_left_of_a_machine(cell_server: CellServer, installation: Installation):
-    machine = Machine(cell_server, installation)
+def test_nothing_is_left_of_a_machine(sandbox_server: SandboxServer, installation: Installation):
+    machine = Machine(sandbox_server, installation)
     play(machine, daemon(), ignore("TERM"), ready("/opt/ready"), forever())
     machine.wait_for("/opt/ready")
-    namespace = os.readlink(f"/proc/{machine.cell.init}/ns/pid")
+    namespace = os.readlink(f"/proc/{machine.sandbox.init}/ns/pid")
     assert _processes_of(namespace) != []
     machine.destroy()
     assert _processes_of(namespace) == []
-    assert " cell " not in Path("/proc/self/mounts").read_text()
+    assert " sandbox " not in Path("/proc/self/mounts").read_text()
 
 
 def _processes_of(namespace: str) -> list[str]:
@@ -93,11 +93,12 @@ def _processes_of(namespace: str) -> list[str]:
     return found
 
 
-def test_a_cell_ends_when_its_worker_has_ended(cell_server: CellServer, installation: Installation):
-    machine = Machine(cell_server, installation)
-    namespace = os.readlink(f"/proc/{machine.cell.init}/ns/pid")
-    machine.cell._link.close()  # what the kernel does for a worker that was killed
-    machine.wait_for(lambda: _processes_of(namespace) == [], what="the end of the cell")
+def test_a_sandbox_ends_when_its_worker_has_ended(sandbox_server: SandboxServer,
+                                                  installation: Installation):
+    machine = Machine(sandbox_server, installation)
+    namespace = os.readlink(f"/proc/{machine.sandbox.init}/ns/pid")
+    machine.sandbox._link.close()  # what the kernel does for a worker that was killed
+    machine.wait_for(lambda: _processes_of(namespace) == [], what="the end of the sandbox")
     machine.destroy()
 
 

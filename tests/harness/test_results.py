@@ -1,4 +1,4 @@
-"""What a test reads of a run: its results, with masks in place of what differs."""
+"""How a test reads the results of a run, with masks for what differs from run to run."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Runs on a machine, and the checks after each test, which fail where they must."""
+"""Runs on a machine, and the checks after each test: they find what a test leaves behind."""
 
 from __future__ import annotations
 
@@ -7,8 +7,8 @@ import signal
 import pytest
 from support import behave
 from support.behave import child, daemon, err, exit, forever, ignore, out, ready, report
-from support.cell import CellError, CellServer
 from support.machine import QUENDIL, Installation, Machine, environment_path
+from support.sandbox import SandboxError, SandboxServer
 from support.shell_program import play
 
 
@@ -73,9 +73,10 @@ def test_the_time_zone_is_not_the_hosts(machine: Machine):
     assert machine.exec(["date", "+%z"]).stdout == "+0545\n"
 
 
-def test_a_wrapper_is_put_in_front(cell_server: CellServer, installation: Installation):
+def test_a_wrapper_is_put_in_front(sandbox_server: SandboxServer, installation: Installation):
     wrapper = ("/usr/bin/env", "WRAPPED=yes")
-    machine = Machine(cell_server, Installation(installation.stage, installation.behave, wrapper))
+    machine = Machine(sandbox_server,
+                      Installation(installation.stage, installation.behave, wrapper))
     try:
         assert machine.run("shell", "echo $WRAPPED").stdout == "yes\n"
     finally:
@@ -116,9 +117,9 @@ def test_waiting_fails_when_the_run_ends_first(machine: Machine):
     run.finish()
 
 
-def test_a_run_that_does_not_end_fails_with_what_is_known(cell_server: CellServer,
+def test_a_run_that_does_not_end_fails_with_what_is_known(sandbox_server: SandboxServer,
                                                           installation: Installation):
-    machine = Machine(cell_server, installation)
+    machine = Machine(sandbox_server, installation)
     words = machine.tool(out("so far"), ready("/opt/ready"), forever()).split()
     run = machine.start("exec", *words)
     run.wait_for("/opt/ready")
@@ -129,7 +130,7 @@ def test_a_run_that_does_not_end_fails_with_what_is_known(cell_server: CellServe
 
 
 def test_a_program_that_cannot_be_started_is_an_error(machine: Machine):
-    with pytest.raises(CellError, match="No such file"):
+    with pytest.raises(SandboxError, match="No such file"):
         machine.exec(["/opt/missing"])
 
 

@@ -1,4 +1,4 @@
-"""A machine of its own for every test: file systems, processes and host name that nobody shares.
+"""A machine for every test: file systems, processes and a host name that no other test sees.
 
 The machine's "/opt", "/var/opt", "/etc/opt" and "/tmp" are empty but for the installed program;
 everything else is the host's, read-only. All of it ends with the test.
@@ -19,8 +19,8 @@ from datetime import datetime, timedelta, timezone
 from pathlib import Path, PurePosixPath
 
 from . import behave, masking
-from .cell import Cell, CellServer, Order, ProcessEntry
 from .run import ActiveRun, Capture, Run, wait_until
+from .sandbox import Order, ProcessEntry, Sandbox, SandboxServer
 
 QUENDIL = "/opt/norvale/quendil/bin/quendil"
 LOG_DIRECTORY = "/var/opt/norvale/quendil/log"
@@ -32,7 +32,7 @@ REAL_DIRECTORY = "/opt/real"
 
 HOSTNAME = "testhost"
 
-#: Far from UTC and with odd minutes, so that a program which forgets the zone is found out.
+#: Far from UTC and with odd minutes, so that a program that ignores the zone fails a test.
 ZONE = timezone(timedelta(hours=5, minutes=45))
 TZ = "QTZ-05:45"
 
@@ -54,7 +54,7 @@ def environment_path(name: str) -> Path:
 
 @dataclass(frozen=True)
 class Installation:
-    """What is put into a machine, and how the program is started there."""
+    """What is installed in a machine, and how the program is started there."""
 
     stage: Path
     behave: Path
@@ -82,10 +82,10 @@ class Completed:
 class Machine:
     """The machine of one test."""
 
-    def __init__(self, server: CellServer, installation: Installation) -> None:
+    def __init__(self, server: SandboxServer, installation: Installation) -> None:
         self._installation = installation
-        self.cell: Cell = server.make_cell(HOSTNAME, installation.writable)
-        self.root = self.cell.root
+        self.sandbox: Sandbox = server.make_sandbox(HOSTNAME, installation.writable)
+        self.root = self.sandbox.root
         self.runs: list[ActiveRun] = []
         self._legal: set[int] = set()
         self._survivors_allowed = False
@@ -94,7 +94,7 @@ class Machine:
         try:
             self._install()
         except BaseException:
-            self.cell.destroy()
+            self.sandbox.destroy()
             raise
 
     def _install(self) -> None:
@@ -118,7 +118,7 @@ class Machine:
 
     @property
     def behave_source(self) -> Path:
-        """The host's path of the helper program; others lie beside it."""
+        """The host's path of `behave`; the other helper programs are in the same directory."""
         return self._installation.behave
 
     @property
@@ -138,8 +138,8 @@ class Machine:
     def path(self, inside: str) -> Path:
         """The host's path of a file of the machine.
 
-        Only private directories are served, and nothing behind a symbolic link: the host would
-        resolve an absolute link from its own root.
+        A path through a symbolic link is refused: the host would resolve an absolute link from its
+        own root.
         """
         pure = PurePosixPath(inside)
         assert pure.is_absolute() and ".." not in pure.parts, f"not a plain path: {inside}"
@@ -150,7 +150,7 @@ class Machine:
         return host / pure.name
 
     def _own(self, inside: str) -> Path:
-        """The path of a file to be made; the host's own directories are refused."""
+        """The path of a file to make or remove; a path outside the private directories is refused."""
         assert inside.startswith(("/opt/", "/var/opt/", "/etc/opt/", "/tmp/")), (
             f"{inside} is not the machine's own")
         return self.path(inside)
@@ -215,7 +215,7 @@ class Machine:
             own.unlink()
 
     def exists(self, path: str) -> bool:
-        """Whether there is an entry of that name, be it a link to nowhere."""
+        """Whether there is an entry of that name, which may be a dangling link."""
         return os.path.lexists(self.path(path))
 
     def read(self, path: str) -> str:
@@ -241,7 +241,7 @@ class Machine:
         return [masking.mask(name) for name in self.list(DATA_DIRECTORY)]
 
     def read_log(self, name: str) -> str | None:
-        """A log of the program as it stands, or None when there is no such regular file."""
+        """The current text of a log, or None when there is no such regular file."""
         path = f"{LOG_DIRECTORY}/{name}"
         try:
             return self.read(path) if stat.S_ISREG(self.status(path).st_mode) else None
@@ -268,10 +268,10 @@ class Machine:
 
     def hostname(self, name: str) -> None:
         """Gives the machine another name."""
-        self.cell.set_hostname(name)
+        self.sandbox.set_hostname(name)
 
     def tool(self, *actions: behave.Action) -> str:
-        """A command line for a tool that behaves so; a long one is a file below /opt/tools."""
+        """A command line that performs these actions; a long one is a file below /opt/tools."""
         line = behave.command(*actions)
         if len(line) <= LONGEST_COMMAND:
             return line
@@ -279,10 +279,10 @@ class Machine:
         return self.file(f"{TOOL_DIRECTORY}/{self._numbered}", behave.script(*actions), 0o755)
 
     def replace(self, program: str, *actions: behave.Action) -> str:
-        """Has a program of the system behave so instead.
+        """Replaces a program of the system by one that performs these actions.
 
         Returns the path at which the real program stays available, for `behave.run` and
-        `behave.become`; it is known beforehand: "/opt/real/" and the program's name.
+        `behave.become`: always "/opt/real/" and the program's name.
         """
         name = PurePosixPath(program).name
         real = f"{REAL_DIRECTORY}/{name}"
@@ -291,9 +291,9 @@ class Machine:
             self.file(real)
             self.mount("--bind", target, real)
         self._numbered += 1
-        stand_in = f"{TOOL_DIRECTORY}/{name}.{self._numbered}"
-        self.file(stand_in, behave.script(*actions), 0o755)
-        self.mount("--bind", stand_in, target)
+        replacement = f"{TOOL_DIRECTORY}/{name}.{self._numbered}"
+        self.file(replacement, behave.script(*actions), 0o755)
+        self.mount("--bind", replacement, target)
         return real
 
     def mount(self, *arguments: str) -> None:
@@ -301,11 +301,12 @@ class Machine:
         self.exec(["/usr/bin/mount", "-n", *arguments])
 
     def small_tmpfs(self, path: str, size: int | str, inodes: int = 0) -> None:
-        """Puts a file system of so many bytes at a directory, which keeps what it holds."""
+        """Mounts a file system of so many bytes on a directory, whose files it keeps."""
         self.directory(path)
         held = self._own("/tmp/held")
         shutil.copytree(self._own(path), held, symlinks=True)
-        self.mount("-t", "tmpfs", "-o", f"size={size},nr_inodes={inodes},mode=0755", "cell", path)
+        self.mount("-t", "tmpfs", "-o", f"size={size},nr_inodes={inodes},mode=0755", "small",
+                   path)
         shutil.copytree(held, self._own(path), symlinks=True, dirs_exist_ok=True)
         shutil.rmtree(held)
 
@@ -322,14 +323,14 @@ class Machine:
         self.mount("-o", "remount,bind,ro", path)
 
     def pin(self, path: str) -> None:
-        """Has every attempt to remove or rename a file or directory fail with EBUSY."""
+        """Makes every attempt to remove or rename a file or directory fail with EBUSY."""
         self.mount("--bind", path, path)
 
     @contextmanager
     def locked(self, path: str) -> Iterator[None]:
         """Holds a record lock on a whole file of the machine, as another program would.
 
-        Reading the file meanwhile would drop the lock: that is how record locks work.
+        Do not read the file meanwhile: closing any descriptor of it would drop the record lock.
         """
         with open(self._own(path), "r+b") as file:
             fcntl.lockf(file, fcntl.LOCK_EX)
@@ -358,9 +359,9 @@ class Machine:
         `env` adds to the fixed environment. `user` is the real user, and the effective one too
         unless `effective_user` is given. `limits` are soft and hard limits by their short names
         ("nofile", "fsize"). `stdin`, `stdout` and `stderr` may be descriptors of the test; `stdin`
-        may be bytes. `merge` has both outputs captured in one, in their true order. `close` lists
+        may be bytes. `merge` captures both outputs in one, in their true order. `close` lists
         descriptors that are closed when the program starts, `ignore` and `block` signals.
-        `program` is the program's path where a test has moved it.
+        `program` is the path of another program, or of this one where a test has moved it.
         """
         assert argv0 is None or not self.wrapped, "a wrapped program cannot be given an argv[0]"
         command = [*self._installation.wrapper, program]
@@ -376,7 +377,7 @@ class Machine:
         given = _input(stdin)
         began = self.now()
         try:
-            pid = self.cell.spawn(order, given, out.descriptor if stdout is None else stdout,
+            pid = self.sandbox.spawn(order, given, out.descriptor if stdout is None else stdout,
                                   err.descriptor if stderr is None else stderr)
         finally:
             if given != stdin:
@@ -396,9 +397,9 @@ class Machine:
         out, err = Capture("stdout"), Capture("stderr")
         given = _input(None)
         try:
-            pid = self.cell.spawn(Order(argv=argv, env=ENVIRONMENT), given, out.descriptor,
+            pid = self.sandbox.spawn(Order(argv=argv, env=ENVIRONMENT), given, out.descriptor,
                                   err.descriptor)
-            status = self.cell.wait(pid, seconds * self.patience)
+            status = self.sandbox.wait(pid, seconds * self.patience)
             assert status is not None, f"{argv} did not end"
             done = Completed(os.waitstatus_to_exitcode(status), masking.decode(out.read()),
                              masking.decode(err.read()))
@@ -415,7 +416,7 @@ class Machine:
 
     def processes(self) -> list[ProcessEntry]:
         """Every process of the machine but its init."""
-        return self.cell.processes()
+        return self.sandbox.processes()
 
     def wait_for(self, condition: Callable[[], object] | str, seconds: float = 10.0,
                  what: str | None = None):
@@ -438,7 +439,7 @@ class Machine:
     def check(self, grace: float = 10.0) -> None:
         """What must be true after every test.
 
-        `grace` is for processes that were killed a moment ago and may still be on their way out.
+        `grace` is for processes that were just killed and may not have ended yet.
         """
         for run in self.runs:
             assert run.finished, f"the test left a run unfinished: {run.describe()}"
@@ -471,11 +472,11 @@ class Machine:
             if not run.finished:
                 run.close()
         self.runs.clear()
-        self.cell.destroy()
+        self.sandbox.destroy()
 
 
 def _input(stdin: bytes | int | None) -> int:
-    """A descriptor to read the given input from; no input is an empty one."""
+    """A descriptor from which the given input is read; None is an empty input."""
     if isinstance(stdin, int):
         return stdin
     if stdin is None:

@@ -23,7 +23,7 @@ OUTPUT_PATH = re.compile(r"^    Output path of collected information = (.*)$", r
 
 
 def wait_until(condition: Callable[[], object], seconds: float, what: str):
-    """The first true value of a condition; the test fails without one in time."""
+    """Waits for the first true value of a condition and returns it; fails after so many seconds."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):
         assert time.monotonic() < deadline, f"not within {seconds} seconds: {what}"
@@ -34,7 +34,7 @@ def wait_until(condition: Callable[[], object], seconds: float, what: str):
 class Capture:
     """A file without a name that takes a program's output.
 
-    Unlike a pipe it never fills up, and a process that outlives the program cannot hold the reader.
+    Unlike a pipe it never fills up, and a process that outlives the program cannot block the reader.
     """
 
     def __init__(self, name: str) -> None:
@@ -47,7 +47,7 @@ class Capture:
         return os.pread(self.descriptor, os.fstat(self.descriptor).st_size, 0)
 
     def close(self) -> None:
-        """Forgets it."""
+        """Discards the output."""
         os.close(self.descriptor)
 
 
@@ -99,7 +99,7 @@ class Run:
 
     @property
     def directory(self) -> Tree:
-        """The output directory that stayed: the one reported, or else the one of the log."""
+        """The output directory: the one that the run reported as its result, or else the one in its log."""
         if RESULT.search(self.raw["stdout"] or ""):
             return read_directory(self._machine.path(self.result))
         found = OUTPUT_PATH.findall(self.raw["log"] or "")
@@ -161,7 +161,7 @@ class ActiveRun:
     @property
     def ended(self) -> bool:
         """Whether the program has ended, waited for or not."""
-        return self._machine.cell.wait(self.pid, 0) is not None
+        return self._machine.sandbox.wait(self.pid, 0) is not None
 
     def wait_for(self, condition: Callable[[], object] | str, seconds: float = 10.0):
         """Waits for a condition, or for a file of that path; fails when the run ends before."""
@@ -170,7 +170,7 @@ class ActiveRun:
         what = path or getattr(condition, "__doc__", None) or repr(condition)
 
         def reached():
-            # Read first: what the run did last counts though it has ended meanwhile.
+            # Read before the condition: what the run did last counts, even if it has ended since.
             over = self.ended
             value = test()
             assert value or not over, f"the run ended without: {what}\n{self.describe()}"
@@ -181,14 +181,14 @@ class ActiveRun:
     def signal(self, number: int, to_group: bool = False) -> None:
         """Sends a signal to the program, or to its whole process group as a terminal does."""
         self.sent.add(int(number))
-        self._machine.cell.kill(-self.pid if to_group else self.pid, number)
+        self._machine.sandbox.kill(-self.pid if to_group else self.pid, number)
 
     def finish(self, seconds: float | None = None) -> Run:
         """Waits for the end; a run that does not end in time is killed with the whole machine."""
         if self.finished:
             return self.finished
         allowed = self._machine.deadline if seconds is None else seconds * self._machine.patience
-        status = self._machine.cell.wait(self.pid, allowed)
+        status = self._machine.sandbox.wait(self.pid, allowed)
         if status is None:
             known = self.describe()
             self._machine.destroy()

@@ -1,16 +1,17 @@
-"""Makes cells: private namespaces, each with an init process that takes orders.
+"""Makes sandboxes: private namespaces, each with an init process that takes orders.
 
 This file runs as a program of its own, started once for every pytest worker. It stays small and has
-a single thread, so that forking it costs about a millisecond and is safe; a worker of pytest is
-neither. It imports nothing of the test suite.
+a single thread, so that forking it takes about a millisecond and is safe; a worker of pytest is
+neither small nor single-threaded. It imports nothing of the test suite.
 
-A cell consists of two processes:
+A sandbox consists of two processes:
 
 * the guardian, outside the new process-id namespace, which does nothing but wait for init. The
-  kernel lets that wait end only after everything in the cell has died, and the guardian's end
-  closes the lifeline pipe: its end of file shows that the cell has ended;
-* init, process 1 of the cell. It starts programs with the attributes that it is asked for, reaps
-  whatever ends and reports it. It ends when its link to the worker closes, and with it the cell.
+  kernel lets that wait end only after everything in the sandbox has died, and the guardian's end
+  closes the lifeline pipe: its end of file shows that the sandbox has ended;
+* init, process 1 of the sandbox. It starts programs with the attributes of an order, reaps every
+  process that ends and reports it. It ends when its link to the worker closes, and the sandbox with
+  it.
 
 Orders and reports are JSON objects, one in each packet of the link.
 """
@@ -37,7 +38,7 @@ SYS_MOUNT_SETATTR = 442  # the same number on every architecture
 AT_FDCWD, AT_RECURSIVE = -100, 0x8000
 MOUNT_ATTR_RDONLY = 1
 
-#: Directories that are empty and the cell's own; all the rest is read-only in it.
+#: Directories that each sandbox has for itself, empty; everything else is read-only in it.
 PRIVATE_DIRECTORIES = ("/opt", "/var/opt", "/etc/opt", "/tmp", "/var/tmp", "/dev/shm")
 
 PACKET = 1 << 17
@@ -72,7 +73,7 @@ def mount(source, target, kind, flags, options=None):
 
 
 def make_everything_read_only():
-    """Protects the host: what a test does not own, no program in the cell can change."""
+    """Protects the host: programs in the sandbox can change only the sandbox's own directories."""
     attributes = MountAttr(set=MOUNT_ATTR_RDONLY)
     result = libc.syscall(
         ctypes.c_long(SYS_MOUNT_SETATTR), AT_FDCWD, b"/", AT_RECURSIVE,
@@ -82,13 +83,13 @@ def make_everything_read_only():
 
 
 def make_file_systems(writable):
-    """Gives the cell its own directories. `writable` lists host directories that stay writable."""
+    """Makes the sandbox's own directories. `writable` lists host directories that stay writable."""
     kept = [(path, os.open(path, os.O_PATH | os.O_DIRECTORY)) for path in writable]
     mount(None, "/", None, MS_REC | MS_PRIVATE)
     make_everything_read_only()
     for path in PRIVATE_DIRECTORIES:
         mode = "1777" if path.endswith(("tmp", "shm")) else "0755"
-        mount("cell", path, "tmpfs", MS_NODEV, f"mode={mode}")
+        mount("sandbox", path, "tmpfs", MS_NODEV, f"mode={mode}")
     for path, descriptor in kept:
         os.makedirs(path, exist_ok=True)
         mount(f"/proc/self/fd/{descriptor}", path, None, MS_BIND)
@@ -98,7 +99,7 @@ def make_file_systems(writable):
 
 
 def receive(link, most):
-    """A packet and the descriptors that came with it, closed in every program started later."""
+    """A packet and the descriptors sent with it, which no program started later inherits."""
     data, descriptors, _, _ = socket.recv_fds(link, PACKET, most)
     for descriptor in descriptors:
         os.set_inheritable(descriptor, False)
@@ -106,7 +107,7 @@ def receive(link, most):
 
 
 def become(order, descriptors):
-    """Turns the present process, a fresh fork of init, into the ordered program."""
+    """Turns the current process, a fresh fork of init, into the ordered program."""
     os.setsid()
     for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
         signal.signal(number, signal.SIG_IGN if number in order["ignore"] else signal.SIG_DFL)
@@ -155,7 +156,7 @@ def kill(order):
 
 
 def set_hostname(order):
-    """Changes the host name of the cell."""
+    """Changes the host name of the sandbox."""
     socket.sethostname(order["hostname"])
     return {"hostname": order["hostname"]}
 
@@ -173,7 +174,7 @@ def reap(link):
 
 
 def serve(link):
-    """The life of init: orders from the link, children to reap."""
+    """The main loop of init: carries out the orders from the link and reaps children."""
     children, wake = os.pipe()
     os.set_blocking(children, False)
     os.set_blocking(wake, False)
@@ -198,8 +199,8 @@ def serve(link):
             reap(link)
 
 
-def live_as_init(order, link):
-    """Everything that process 1 of a cell does."""
+def run_init(order, link):
+    """Everything that process 1 of a sandbox does."""
     try:
         make_file_systems(order["writable"])
         socket.sethostname(order["hostname"])
@@ -207,19 +208,19 @@ def live_as_init(order, link):
         link.send(json.dumps({"ready": True}).encode())
         serve(link)
     except OSError as error:
-        # A worker that has ended is the ordinary end of a cell whose test was killed.
+        # The worker has ended: so ends a sandbox whose test was killed.
         if error.errno not in (errno.EPIPE, errno.ECONNRESET):
             link.send(json.dumps({"broken": str(error)}).encode())
 
 
 def guard(order, link, lifeline):
-    """Everything that the guardian of a cell does; `lifeline` closes with its end."""
+    """Everything that the guardian of a sandbox does; `lifeline` closes when it ends."""
     signal.signal(signal.SIGCHLD, signal.SIG_DFL)
     check(libc.unshare(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC), "unshare")
     pid = os.fork()
     if pid == 0:
         os.close(lifeline)
-        live_as_init(order, link)
+        run_init(order, link)
         os._exit(0)
     link.send(json.dumps({"init": pid}).encode())
     link.close()
@@ -227,9 +228,9 @@ def guard(order, link, lifeline):
 
 
 def main():
-    """Makes a cell for every order of the worker, until the worker ends."""
+    """Makes a sandbox for every order of the worker, until the worker ends."""
     control = socket.socket(fileno=int(sys.argv[1]))
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # ctrl-c is the worker's business
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # only the worker handles ctrl-c
     signal.signal(signal.SIGCHLD, signal.SIG_IGN)  # guardians leave no zombies
     while True:
         data, descriptors = receive(control, 2)

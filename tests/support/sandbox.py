@@ -1,4 +1,4 @@
-"""The worker's side of a cell: making one, starting programs in it, ending it."""
+"""Sandboxes, from a pytest worker's side: makes them, starts programs in them, ends them."""
 
 from __future__ import annotations
 
@@ -18,13 +18,13 @@ PACKET = 1 << 17
 SETUP_SECONDS = 30.0
 
 
-class CellError(AssertionError):
-    """The cell could not do what it was asked for; the test that asked fails."""
+class SandboxError(AssertionError):
+    """The sandbox could not carry out an order; the test that gave the order fails."""
 
 
 @dataclass(frozen=True)
 class Order:
-    """A program to start in a cell, with everything that it inherits."""
+    """A program to start in a sandbox, with everything that it inherits."""
 
     argv: Sequence[str]
     path: str | None = None
@@ -40,7 +40,7 @@ class Order:
     block: Sequence[int] = ()
 
     def packet(self) -> bytes:
-        """The order as the cell's init reads it."""
+        """The order as the sandbox's init reads it."""
         return json.dumps({
             "do": "spawn", "argv": list(self.argv), "path": self.path or self.argv[0],
             "env": dict(self.env), "cwd": self.cwd, "umask": self.umask, "uids": self.uids,
@@ -52,7 +52,7 @@ class Order:
 
 @dataclass(frozen=True)
 class ProcessEntry:
-    """A process of a cell, as its /proc shows it."""
+    """A process of a sandbox, as its /proc shows it."""
 
     pid: int
     ppid: int
@@ -66,35 +66,35 @@ class ProcessEntry:
                 f"{self.state} {self.command}")
 
 
-class CellServer:
-    """The program that makes cells, one for each pytest worker."""
+class SandboxServer:
+    """The program that makes sandboxes, one for each pytest worker."""
 
     def __init__(self) -> None:
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        script = Path(__file__).with_name("cell_server.py")
+        script = Path(__file__).with_name("sandbox_server.py")
         with theirs:
             self._process = subprocess.Popen(
                 [sys.executable, "-I", "-S", "-B", str(script), str(theirs.fileno())],
                 pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL, cwd="/")
         self._control = ours
 
-    def make_cell(self, hostname: str, writable: Sequence[str] = ()) -> Cell:
-        """A new cell, ready for use."""
+    def make_sandbox(self, hostname: str, writable: Sequence[str] = ()) -> Sandbox:
+        """A new sandbox, ready for use."""
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         lifeline, guardian_end = os.pipe()
         order = json.dumps({"hostname": hostname, "writable": list(writable)}).encode()
         socket.send_fds(self._control, [order], [theirs.fileno(), guardian_end])
         theirs.close()
         os.close(guardian_end)
-        return Cell(ours, lifeline)
+        return Sandbox(ours, lifeline)
 
     def close(self) -> None:
-        """Ends the program; cells that still live end on their own with their links."""
+        """Ends the program; a sandbox that still exists ends when its link closes."""
         self._control.close()
         self._process.wait(timeout=SETUP_SECONDS)
 
 
-class Cell:
+class Sandbox:
     """Private mount, process-id, host-name and IPC namespaces, with an init that takes orders."""
 
     def __init__(self, link: socket.socket, lifeline: int) -> None:
@@ -107,7 +107,7 @@ class Cell:
         while not (ready and self.init):
             message = self._receive(deadline)
             if message is None:
-                raise CellError("the cell was not ready in time")
+                raise SandboxError("the sandbox was not ready in time")
             self.init = message.get("init", self.init)
             ready = ready or "ready" in message
         self.root = Path(f"/proc/{self.init}/root")
@@ -119,43 +119,43 @@ class Cell:
             return None
         data = self._link.recv(PACKET)
         if not data:
-            raise CellError("the cell is gone")
+            raise SandboxError("the sandbox is gone")
         message = json.loads(data)
         if "broken" in message:
-            raise CellError(f"the cell could not be made: {message['broken']}")
+            raise SandboxError(f"the sandbox could not be made: {message['broken']}")
         if "ended" in message:
             self._ended[message["ended"]] = message["status"]
         return message
 
     def _answer(self, wanted: str) -> dict:
-        """The answer to an order just sent; ends that are reported meanwhile are kept."""
+        """The answer to the order just sent; reports of ended programs are stored meanwhile."""
         deadline = time.monotonic() + SETUP_SECONDS
         while (message := self._receive(deadline)) is not None:
             if "failed" in message:
-                raise CellError(message["failed"])
+                raise SandboxError(message["failed"])
             if wanted in message:
                 return message
-        raise CellError(f"no answer to the order: {wanted}")
+        raise SandboxError(f"no answer to the order: {wanted}")
 
     def spawn(self, order: Order, stdin: int, stdout: int, stderr: int) -> int:
-        """Starts a program; returns its process id in the cell."""
+        """Starts a program; returns its process id in the sandbox."""
         socket.send_fds(self._link, [order.packet()], [stdin, stdout, stderr])
         pid = self._answer("spawned")["spawned"]
         self._ended.pop(pid, None)  # an orphan may have used the number before
         return pid
 
     def kill(self, pid: int, number: int) -> None:
-        """Sends a signal to a process of the cell, or to a group when `pid` is negative."""
+        """Sends a signal to a process of the sandbox, or to a group when `pid` is negative."""
         self._link.send(json.dumps({"do": "kill", "pid": pid, "signal": int(number)}).encode())
         self._answer("killed")
 
     def set_hostname(self, name: str) -> None:
-        """Changes the host name that programs in the cell see."""
+        """Changes the host name that programs in the sandbox see."""
         self._link.send(json.dumps({"do": "hostname", "hostname": name}).encode())
         self._answer("hostname")
 
     def wait(self, pid: int, seconds: float) -> int | None:
-        """The wait status of a started program, or None when it runs on after so many seconds."""
+        """The wait status of a started program, or None if it still runs after so many seconds."""
         deadline = time.monotonic() + seconds
         while pid not in self._ended:
             if self._receive(deadline) is None:
@@ -163,7 +163,7 @@ class Cell:
         return self._ended[pid]
 
     def processes(self) -> list[ProcessEntry]:
-        """Every process of the cell but init, zombies included, in the order of their numbers."""
+        """Every process of the sandbox but init, with zombies, sorted by process id."""
         return sorted(self._list_processes(), key=lambda entry: entry.pid)
 
     def _list_processes(self) -> Iterator[ProcessEntry]:
@@ -182,7 +182,7 @@ class Cell:
                                command or head.partition("(")[2])
 
     def destroy(self) -> None:
-        """Kills everything in the cell and returns when the kernel has taken it all down."""
+        """Kills everything in the sandbox and returns when the kernel has removed all of it."""
         if self._lifeline < 0:
             return
         try:
@@ -194,4 +194,4 @@ class Cell:
         os.close(self._lifeline)
         self._lifeline = -1
         if not gone:
-            raise CellError("the cell did not end when its init was killed")
+            raise SandboxError("the sandbox did not end when its init was killed")
