@@ -8,7 +8,7 @@
 #include <cstddef>
 
 #include "run_fixture.h"
-#include "standing_in.h"
+#include "wrapped_calls.h"
 
 /// Makes each of the calls with its first, second, ... allocation failing, until none fails. A call
 /// gets a pool of its own and returns whether it gave nothing; it must do so, with one report,

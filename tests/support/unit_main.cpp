@@ -3,11 +3,11 @@
 
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGRunState.h"
-#include "standing_in.h"
+#include "wrapped_calls.h"
 
 namespace {
 
-// Every test must end its replacements of system calls, and the interruption of its run.
+// Checks after every test that it replaces no call any more and has reset the interruption.
 class NothingLeft : public ::testing::EmptyTestEventListener {
     void OnTestEnd(const ::testing::TestInfo& /*test*/) override {
         EXPECT_TRUE(noCallIsReplaced());

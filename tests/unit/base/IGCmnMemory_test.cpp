@@ -17,7 +17,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 // The address sanitizer must return null for a failed allocation too.
 extern "C" const char* __asan_default_options();

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 namespace {
 

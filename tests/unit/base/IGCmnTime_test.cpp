@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 namespace {
 

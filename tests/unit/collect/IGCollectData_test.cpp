@@ -11,7 +11,7 @@
 #include <cerrno>
 
 #include "../../support/collect_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "collect/IGResult.h"
 #include "collect/IGSizeLimit.h"
 #include "common/base/IGRunState.h"

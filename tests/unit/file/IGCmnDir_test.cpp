@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnStr.h"
 
 namespace {

@@ -15,7 +15,7 @@
 
 #include "../../support/file_fixture.h"
 #include "../../support/mounted.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnStr.h"
 #include "common/file/IGCmnTree.h"
 #include "common/report/IGCmnMessage.h"

@@ -16,7 +16,7 @@
 
 #include "../../support/file_fixture.h"
 #include "../../support/in_child.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGOpen.h"
 #include "common/report/IGCmnMessage.h"

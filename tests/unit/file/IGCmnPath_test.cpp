@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "../../support/file_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "../../support/file_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGRunState.h"
 #include "common/file/IGCmnTree.h"
 

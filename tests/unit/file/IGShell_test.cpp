@@ -10,7 +10,7 @@
 #include <string>
 
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGRunState.h"
 
 namespace {

@@ -8,7 +8,7 @@
 
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnStr.h"
 #include "ini/IGIniTable.h"
 #include "ini/IGResultName.h"

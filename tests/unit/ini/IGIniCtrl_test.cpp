@@ -9,7 +9,7 @@
 
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnList.h"
 #include "common/base/IGRunState.h"
 #include "ini/IGIniOption.h"

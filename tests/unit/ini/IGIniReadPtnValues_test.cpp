@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "../../support/pattern_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "ini/IGIniTable.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <array>
 
 #include "../../support/collect_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGGuards.h"
 #include "common/base/IGRunState.h"
 #include "main/IGMainRun.h"

@@ -9,7 +9,7 @@
 #include <cerrno>
 
 #include "../../support/collect_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "collect/IGSizeLimit.h"
 #include "common/base/IGCmnList.h"
 #include "common/base/IGRunState.h"

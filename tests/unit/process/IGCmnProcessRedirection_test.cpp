@@ -7,7 +7,7 @@
 #include <array>
 
 #include "../../support/process_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 namespace {
 

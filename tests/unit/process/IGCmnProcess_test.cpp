@@ -11,7 +11,7 @@
 
 #include "../../support/in_child.h"
 #include "../../support/process_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 #include "common/base/IGRunState.h"
 #include "process/IGCmnProcessChild.h"
 #include "process/IGCmnUser.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../../support/message_fixture.h"
-#include "../../support/standing_in.h"
+#include "../../support/wrapped_calls.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "standing_in.h"
+#include "wrapped_calls.h"
 
 #include <dirent.h>
 #include <sys/types.h>

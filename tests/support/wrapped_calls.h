@@ -1,8 +1,8 @@
-// System calls that a unit test replaces: they fail or return a given result when the test requests
-// it. The linker redirects the product's calls here (--wrap), in every build and under every
-// sanitizer; without a request each calls the real function.
-#ifndef QUENDIL_TESTS_SUPPORT_STANDING_IN_H
-#define QUENDIL_TESTS_SUPPORT_STANDING_IN_H
+// Library and system calls that fail, or return a given result, when a unit test requests it. The
+// linker redirects the product's calls here (--wrap), in every build and under every sanitizer;
+// without a request each calls the real function.
+#ifndef QUENDIL_TESTS_SUPPORT_WRAPPED_CALLS_H
+#define QUENDIL_TESTS_SUPPORT_WRAPPED_CALLS_H
 
 #include <cstddef>
 #include <ctime>
