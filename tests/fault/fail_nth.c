@@ -8,13 +8,14 @@
  *     FAIL_ERRNO   the error number it fails with
  *     FAIL_CHILD   set: only calls of forked children count, else only those of the program itself
  *     FAIL_REPORT  an existing file of 4096 bytes. Its first two 32-bit words become the number of
- *                  calls seen and of calls failed; behind them stands the subject of the first
- *                  failed one, such as a path.
+ *                  calls seen and of calls failed; after them is the subject of the first failed
+ *                  one, such as a path.
  *
  * The library acts in the program alone, and in its children until they become another program:
- * whatever else inherits the environment runs as if the library were not there. A failed call does
- * nothing, with one exception: a descriptor or stream that "could not be closed" is closed, as the
- * kernel does it. What goes to the terminal's two streams is a kind of its own, "terminal".
+ * any other program that inherits the environment runs as if the library were not there. A failed
+ * call does nothing, with one exception: a descriptor or stream that "could not be closed" is
+ * closed, as the kernel does it. Writes to the standard output and the standard error are a kind of
+ * their own, "terminal".
  */
 #define _GNU_SOURCE
 #define _LARGEFILE64_SOURCE
@@ -43,7 +44,7 @@
 #include <unistd.h>
 #include <wchar.h>
 
-#define STREAM_ERROR 0x20 /* the error flag of a stream, as ferror looks at it */
+#define STREAM_ERROR 0x20 /* the error flag of a stream, as ferror checks it */
 
 struct report {
     uint32_t seen;
@@ -301,7 +302,7 @@ int fcntl64(int descriptor, int command, ...) {
     return failsFor("fcntl", command) ? -1 : NEXT(fcntl64)(descriptor, command, argument);
 }
 
-/* The number that counts is the one of a call without a function of its own. */
+/* The program makes these two calls by their numbers. */
 long syscall(long call_number, ...) {
     long words[6];
     va_list arguments;

@@ -8,7 +8,7 @@ from pathlib import Path
 import pytest
 
 from support.fault_kinds import EVERY_KIND
-from support.faulting import LIBRARY
+from support.fault_injection import LIBRARY
 from support.machine import QUENDIL, Installation, environment_path
 
 pytestmark = pytest.mark.plain_binary
@@ -50,13 +50,13 @@ NEVER_FAILS = {
     "only a run whose output lies in a user's directory calls it; a test of those lets it fail":
         "mkdtemp",
     "only a relative path on the command line calls it; a test of those lets it fail": "getcwd",
-    "only the C++ runtime calls it, from code that no run comes to": """
+    "only the C++ runtime calls it, from code that no run reaches": """
         _dl_find_object arc4random getentropy gettext ioctl sprintf""",
 }
 
 
 def symbols(path: Path, which: str) -> set[str]:
-    """The functions that a program or library has defined, or needs and has not."""
+    """The functions that a program or library defines, or that it needs from elsewhere."""
     listed = subprocess.run(["nm", "-D", which, "--format=posix", path], capture_output=True,
                             text=True, check=True).stdout
     rows = [line.split() for line in listed.splitlines()]

@@ -11,15 +11,17 @@ from collections.abc import Callable
 
 import pytest
 
-from support import behave, faulting, pattern_text
+from support import behave, fault_injection, pattern_text
 from support.fault_kinds import (
-    AFTERWARDS, BY_CHARACTER, CUT_ARCHIVE, IGNORED, KINDS, LOOK, STOPPING, STOPPING_ARCHIVER, Kind)
-from support.faulting import CALL_REPORT, READY, Bench, Fault, Outcome
+    AFTERWARDS, BY_CHARACTER, IGNORED, KINDS, STAT, STOPPING, STOPPING_ARCHIVER,
+    TRUNCATED_ARCHIVE, Kind)
+from support.fault_injection import CALL_REPORT, READY, Bench, Fault, Outcome
 from support.sandbox import SandboxError
 
 pytestmark = pytest.mark.plain_binary
 
-NO_RUN_ENDS_LATER = 2000  # calls of one kind
+MOST_CALLS = 2000  # of one kind in a run
+
 
 def count_reports(kind: Kind, text: str) -> int:
     """How many reports of this failed call a text holds."""
@@ -28,14 +30,14 @@ def count_reports(kind: Kind, text: str) -> int:
 
 
 def other_messages(kind: Kind, text: str | None, untouched: str | None) -> Counter[str]:
-    """The lines of a text that report the failure in other words, with their numbers."""
+    """The added lines of a text that report the failure in other words, with their counts."""
     added = Counter((text or "").splitlines()) - Counter((untouched or "").splitlines())
     return Counter({line: count for line, count in added.items()
                     if any(re.search(word, line) for word in kind.words)})
 
 
 def check_reported(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
-    """The run reports the failure once, or nothing is different from a run without it."""
+    """The run reports the failure once, or does not differ from a run without it."""
     log, terminal = (count_reports(kind, text)
                      for text in (outcome.run.log or "", outcome.run.stderr))
     assert log <= 1 and terminal <= 1, f"reported more than once: {outcome}"
@@ -46,15 +48,15 @@ def check_reported(kind: Kind, outcome: Outcome, untouched: Outcome) -> None:
     assert all(count <= 1 for lines in reported for count in lines.values()), (
         f"reported more than once, {reported}: {outcome}")
     assert any(reported) or any(re.search(subject, outcome.subject) for subject in kind.quiet), (
-        f"no word of the failure: {outcome}")
+        f"not reported: {outcome}")
 
 
 def fail_each(bench: Bench, kind: Kind,
               run: Callable[[Bench, Fault | None], Outcome] = Bench.run) -> None:
-    """Lets the first call of a kind fail, then the second, until there is none left to fail."""
+    """Makes the first call of a kind fail, then the second, until a run has no such call left."""
     untouched = run(bench, None)
     bench.check(untouched)
-    for nth in range(1, NO_RUN_ENDS_LATER):
+    for nth in range(1, MOST_CALLS):
         outcome = run(bench, kind.fault(nth))
         bench.check(outcome)
         if outcome.failed == 0:
@@ -62,11 +64,11 @@ def fail_each(bench: Bench, kind: Kind,
             assert outcome.state() == untouched.state()
             return
         check_reported(kind, outcome, untouched)
-    raise AssertionError(f"still failing after {NO_RUN_ENDS_LATER} runs")
+    raise AssertionError(f"still failing after {MOST_CALLS} runs")
 
 
 def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
-    """A run that is interrupted when its tool runs, if it comes so far."""
+    """A run that is interrupted when its tool runs, or when it has ended before."""
     active = bench.start(fault)
     bench.machine.wait_for(lambda: active.ended or bench.machine.exists(READY), what="the tool")
     try:
@@ -78,19 +80,19 @@ def interrupted(bench: Bench, fault: Fault | None) -> Outcome:
 
 @pytest.mark.parametrize("kind", [*KINDS, *AFTERWARDS], ids=str)
 def test_a_failed_call_is_reported_and_changes_nothing_else(machine, kind):
-    bench = Bench(machine, *faulting.representative(machine), env=kind.env)
+    bench = Bench(machine, *fault_injection.representative(machine), env=kind.env)
     fail_each(bench, kind)
 
 
 def test_a_failed_stat_does_not_mislead_a_run_with_o(machine):
-    fail_each(Bench(machine, pattern_text.data(f"{faulting.USER}/wild/one.log"),
-                    arguments=("-o", f"{faulting.DATA}/result")), LOOK)
+    fail_each(Bench(machine, pattern_text.data(f"{fault_injection.USER}/wild/one.log"),
+                    arguments=("-o", f"{fault_injection.DATA}/result")), STAT)
 
 
-@pytest.mark.parametrize("kind", CUT_ARCHIVE, ids=str)
-def test_a_failed_stat_of_the_archive_keeps_the_directory(machine, kind):
+@pytest.mark.parametrize("kind", TRUNCATED_ARCHIVE, ids=str)
+def test_a_failed_read_of_the_archive_keeps_the_directory(machine, kind):
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.exit(2))
-    bench = Bench(machine, *faulting.representative(machine))
+    bench = Bench(machine, *fault_injection.representative(machine))
     untouched = bench.run()
     assert untouched.left == ["testhost_<STAMP>.tar.gz"]
     for nth in range(1, untouched.seen + 1):
@@ -103,18 +105,18 @@ def test_a_failed_stat_of_the_archive_keeps_the_directory(machine, kind):
 
 @pytest.mark.parametrize("kind", STOPPING, ids=str)
 def test_a_failure_while_a_tool_overruns_leaves_nothing_running(machine, kind):
-    fail_each(Bench(machine, *faulting.stopped_by_time(machine)), kind)
+    fail_each(Bench(machine, *fault_injection.stopped_by_time(machine)), kind)
 
 
 @pytest.mark.parametrize("kind", STOPPING, ids=str)
 def test_a_failure_while_a_run_is_interrupted_leaves_nothing_running(machine, kind):
-    fail_each(Bench(machine, *faulting.stopped_by_signal(machine)), kind, interrupted)
+    fail_each(Bench(machine, *fault_injection.stopped_by_signal(machine)), kind, interrupted)
 
 
 @pytest.mark.parametrize("kind", STOPPING_ARCHIVER, ids=str)
 def test_a_failure_while_the_archiver_is_interrupted_leaves_it_not_running(machine, kind):
     machine.replace("/bin/tar", behave.ready(READY), behave.forever())
-    bench = Bench(machine, pattern_text.data(f"{faulting.USER}/wild/one.log"))
+    bench = Bench(machine, pattern_text.data(f"{fault_injection.USER}/wild/one.log"))
     assert interrupted(bench, None).run.status == 20
     fail_each(bench, kind, interrupted)
 
@@ -123,13 +125,13 @@ def test_a_failure_while_the_archiver_is_interrupted_leaves_it_not_running(machi
 def test_a_failure_in_the_middle_of_a_pattern_file_skips_the_file(machine, kind):
     bench = Bench(machine)
     machine.pattern("10_demo", "FORMAT_VERSION = 1.0\nPP_GROUP=demo\nBLOCK {\nTARGET=host\n"
-                    f"DATA_BLOCK {{\nPATH_NAME={faulting.USER}/wild/one.log\n}}\n}}\n")
+                    f"DATA_BLOCK {{\nPATH_NAME={fault_injection.USER}/wild/one.log\n}}\n}}\n")
     fail_each(bench, kind)
 
 
 @pytest.mark.parametrize("kind", IGNORED, ids=str)
 def test_a_failure_of_the_terminal_or_the_mutex_changes_no_result(machine, kind):
-    bench = Bench(machine, *faulting.representative(machine))
+    bench = Bench(machine, *fault_injection.representative(machine))
     untouched = bench.run().state()
     for nth, rest in ((1, False), (2, False), (100, False), (1000, False), (1, True), (100, True)):
         outcome = bench.run(kind.fault(nth, rest))
@@ -139,7 +141,7 @@ def test_a_failure_of_the_terminal_or_the_mutex_changes_no_result(machine, kind)
         assert {**outcome.state(), **shown} == untouched, outcome
 
 
-# What fails on a machine that is really broken.
+# Failures of a machine that is really broken.
 BROKEN = (
     Kind("fflush", errno.ENOSPC),
     Kind("fork", errno.EAGAIN),
@@ -155,7 +157,7 @@ BROKEN = (
 
 @pytest.mark.parametrize("kind", BROKEN, ids=str)
 def test_a_run_ends_when_from_some_call_on_all_fail(machine, kind):
-    bench = Bench(machine, *faulting.representative(machine))
+    bench = Bench(machine, *fault_injection.representative(machine))
     nth, step = 1, 1
     while (outcome := bench.run(kind.fault(nth, rest=True))).failed:
         bench.check(outcome)

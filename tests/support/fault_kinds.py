@@ -1,4 +1,4 @@
-"""The kinds of calls that a fault test lets fail, and how a run reports each failure."""
+"""The kinds of calls that a fault test makes fail, and how a run reports each failure."""
 
 from __future__ import annotations
 
@@ -6,7 +6,7 @@ import errno
 from collections.abc import Mapping
 from dataclasses import dataclass, field
 
-from .faulting import Fault
+from .fault_injection import Fault
 
 EXISTENCE = "a file whose stat fails counts as missing"
 
@@ -16,8 +16,8 @@ class Kind:
     """A kind of call, and how a run reports its failure.
 
     `calls` are the names under which the three lines of a failed system call report it; `words` are
-    patterns of other messages that report it. A failure without a report must not have made any
-    difference, but for the subjects in `quiet`, each with the reason.
+    patterns of other messages that report it. A failure that is not reported must change nothing,
+    except for the subjects in `quiet`, each with its reason.
     """
 
     call: str
@@ -38,7 +38,7 @@ class Kind:
         return Fault(self.call, nth, self.error, rest, self.child, self.also)
 
 
-# What a failed stat of a file leads to: the file is made though it exists.
+# After a failed stat, the run makes a directory that exists.
 MADE_AGAIN = r"system call name = mkdir, error code = 17,"
 NOT_COPIED = "ZEPA130-W"
 NO_MEMORY = "ZEPA(122-E|143-W)"
@@ -46,7 +46,7 @@ NO_MEMORY = "ZEPA(122-E|143-W)"
 NO_COPY = ("ZEPA133-W", "ZEPA142-W")
 NO_SHELL = (*NO_COPY, "rm command failed")
 
-LOOK = Kind(
+STAT = Kind(
     "stat", errno.EACCES, calls=("stat",),
     words=(MADE_AGAIN, "ZEPA10[45]-E", "ZEPA129-W", NOT_COPIED, "ZEPA132-W"),
     quiet={r"quendil_hist\.log$": EXISTENCE + ": it is not rotated",
@@ -85,7 +85,7 @@ KINDS = (
     Kind("mkdir", errno.ENOSPC, calls=("mkdir",)),
     Kind("open", errno.EMFILE, calls=("open", "fopen", "opendir"), words=(NOT_COPIED, "ZEPA112-E")),
     Kind("openat", errno.EMFILE, calls=("open", "opendir")),
-    # The call that takes a whole path without links is not known to every kernel.
+    # openat2, which opens a path without following links: old kernels do not have it.
     Kind("openat", errno.ENOSYS, calls=("open", "opendir")),
     Kind("opendir", errno.EMFILE, calls=("opendir",)),
     Kind("pidfd_open", errno.ENOSYS),
@@ -101,7 +101,7 @@ KINDS = (
     Kind("sigaction", errno.EINVAL),
     Kind("signal", errno.EINVAL),
     Kind("sigprocmask", errno.EINVAL),
-    LOOK,
+    STAT,
     Kind("statfs", errno.ESTALE, calls=("statfs",)),
     Kind("symlink", errno.ENOSPC, words=(NOT_COPIED,)),
     Kind("vsnprintf", errno.EOVERFLOW),
@@ -122,22 +122,22 @@ KINDS = (
     Kind("sigprocmask", errno.EINVAL, child=True),
 )
 
-# A character of a pattern file costs one call or two: these have a short one to read.
+# One or two calls for each character of a pattern file, which is therefore short.
 BY_CHARACTER = (
     Kind("fgetwc", errno.EIO, calls=("fgetwc",)),
     Kind("ungetwc", errno.ENOMEM, calls=("ungetwc",)),
 )
 
-# Too many calls to let each fail in a run of its own, and none has its result checked.
+# Too many calls for a run each; the program checks the result of none.
 IGNORED = (
     Kind("pthread_mutex", errno.EINVAL),
     Kind("terminal", errno.EIO),
 )
 
-# Needed only for an archive that tar says is not whole.
-CUT_ARCHIVE = (Kind("pread", errno.EIO),)
+# Made only when tar reports an error: the program then checks whether the archive is complete.
+TRUNCATED_ARCHIVE = (Kind("pread", errno.EIO),)
 
-# Calls that are made only when another one has failed: each with the one that fails before it.
+# Calls that are made only after another one has failed: `also` is that one.
 AFTERWARDS = (
     Kind("execv", errno.EACCES, child=True, also="dprintf",
          words=("Return code = 255", "ZEPA132-W", "ZEPA135-W", *NO_SHELL)),
@@ -147,7 +147,7 @@ AFTERWARDS = (
     Kind("write", errno.ENOSPC, words=(NOT_COPIED,), also="unlink"),
 )
 
-# Calls that are made for a program that is stopped: an archiver's, or a tool, which is watched too.
+# Calls that stop a program: an archiver, or a tool, which has a pidfd too.
 STOPPING_ARCHIVER = (
     Kind("kill", errno.EPERM, calls=("kill",)),
     Kind("select", errno.ENOMEM, calls=("select",)),
@@ -156,4 +156,4 @@ STOPPING_ARCHIVER = (
 )
 STOPPING = (*STOPPING_ARCHIVER, Kind("pidfd_open", errno.ENOSYS))
 
-EVERY_KIND = (*KINDS, *BY_CHARACTER, *IGNORED, *CUT_ARCHIVE, *AFTERWARDS, *STOPPING)
+EVERY_KIND = (*KINDS, *BY_CHARACTER, *IGNORED, *TRUNCATED_ARCHIVE, *AFTERWARDS, *STOPPING)

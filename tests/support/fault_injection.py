@@ -79,11 +79,11 @@ class Outcome:
     tool: Mapping[str, str] = field(default_factory=dict)
 
     def texts(self) -> str:
-        """All that the run wrote to its log and to the standard error."""
+        """All that the run wrote to the standard error and to its log."""
         return f"{self.run.stderr}{self.run.log or ''}"
 
     def state(self) -> dict[str, object]:
-        """All that the run left, without what differs from run to run."""
+        """Everything that the run wrote and left, without what differs from run to run."""
         return {
             "status": self.run.status, "stdout": self.run.stdout, "stderr": self.run.stderr,
             "log": self.run.log, "old_log": self.run.old_log, "history": self.run.history,
@@ -126,7 +126,7 @@ class Bench:
         self._user = snapshot(machine)
 
     def reset(self) -> None:
-        """Brings the machine back to where it was before its first run."""
+        """Removes the results and logs of the last run, and makes the logs of earlier runs."""
         machine = self.machine
         for directory in (DATA, LOG_DIRECTORY):
             for name in machine.list(directory):
@@ -141,7 +141,7 @@ class Bench:
         machine.file(REPORT, bytes(4096))
 
     def start(self, fault: Fault | None = None) -> ActiveRun:
-        """Starts a run with a fault; `finish` takes its outcome."""
+        """Starts a run with a fault; `finish` returns its outcome."""
         self.reset()
         wanted = fault.environment() if fault else {}
         return self.machine.start(*self._arguments, env={
@@ -179,7 +179,7 @@ class Bench:
     # ---- What must be true after every run ------------------------------------------------------
 
     def check(self, outcome: Outcome) -> None:
-        """What no fault may change."""
+        """Checks what no fault may change."""
         assert outcome.run.status in (0, 10, 20, 255), f"illegal end: {outcome}"
         check_named(outcome)
         check_index(outcome)
@@ -187,7 +187,7 @@ class Bench:
         check_history(outcome)
         check_reports_whole(outcome)
         check_tool(outcome)
-        assert snapshot(self.machine) == self._user, f"the user's files were touched: {outcome}"
+        assert snapshot(self.machine) == self._user, f"the user's files have changed: {outcome}"
         self.machine.wait_for(lambda: not self.machine.processes(), 2.0,
                               f"the end of all processes of {outcome}")
 
@@ -245,14 +245,14 @@ def stopped_by_time(machine: Machine) -> tuple[str, ...]:
 
 
 def stopped_by_signal(machine: Machine) -> tuple[str, ...]:
-    """A tool that says when it runs, and then runs until it is stopped."""
+    """A tool that makes a file when it runs, and then runs until it is stopped."""
     command = machine.tool(behave.child(behave.forever()), behave.ready(READY), behave.forever())
     return (pattern_text.tool(command, "%d%/out.txt", timeout=30, wait=1),
             pattern_text.data(f"{USER}/wild/one.log"))
 
 
 def check_named(outcome: Outcome) -> None:
-    """What the terminal names is there, and a failed run leaves nothing."""
+    """The named result exists; a failed run leaves nothing, unless its calls fail to the end."""
     run = outcome.run
     named = re.findall(r"^ZEPA2\d\d-I:(?:Output|Archive)(?: file)? = (\S+?)\.(?: size.*)?$",
                        run.stdout, re.M)
@@ -275,7 +275,7 @@ def check_index(outcome: Outcome) -> None:
 
 
 def check_content(outcome: Outcome) -> None:
-    """A file is in the output whole or not at all, unless the run reports that its part stays."""
+    """A file is in the output whole or not at all, unless the run reports that a part stays."""
     if outcome.tree is None or "system call name = unlink" in outcome.texts():
         return
     whole = {"a.txt": b"alpha\n", "b.txt": b"beta\n", "one.log": b"one.log\n",
@@ -288,21 +288,21 @@ def check_content(outcome: Outcome) -> None:
 def check_history(outcome: Outcome) -> None:
     """Every line of the history log is whole."""
     history = outcome.run.history or ""
-    assert history == "" or history.endswith("\n"), f"cut history: {outcome}"
+    assert history == "" or history.endswith("\n"), f"truncated history: {outcome}"
     for line in history.splitlines():
-        assert HISTORY_LINE.fullmatch(line), f"cut history line {line!r}: {outcome}"
+        assert HISTORY_LINE.fullmatch(line), f"truncated history line {line!r}: {outcome}"
 
 
 def check_reports_whole(outcome: Outcome) -> None:
-    """Every report in the run log is there from its first line to its last."""
+    """Every report of a failed system call in the run log has all its lines."""
     if outcome.fault is not None and outcome.fault.rest:
-        return  # the run log's own failure may have come between
+        return  # a failed write to the run log may have truncated one
     log = outcome.run.log or ""
-    assert len(CALL_REPORT.findall(log)) == len(WHOLE_REPORT.findall(log)), f"cut: {outcome}"
+    assert len(CALL_REPORT.findall(log)) == len(WHOLE_REPORT.findall(log)), f"truncated: {outcome}"
 
 
 def check_tool(outcome: Outcome) -> None:
-    """A tool has the three standard descriptors, the run's mask, and no signal held back."""
+    """A tool inherits only the three standard descriptors, and the private umask."""
     if not outcome.tool:
         return
     descriptors = {key for key in outcome.tool if re.fullmatch(r"fd\d+", key)}
