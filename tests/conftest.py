@@ -25,7 +25,7 @@ pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
 
 from support.machine import Installation, Machine  # noqa: E402
 from support.sandbox import SandboxServer  # noqa: E402
-from support.tool_directory import SYSTEMS, become  # noqa: E402
+from support.tool_directory import SYSTEMS, use_system  # noqa: E402
 
 FAILED = pytest.StashKey[bool]()
 
@@ -67,7 +67,7 @@ def machine(sandbox_server: SandboxServer, installation: Installation,
 @pytest.fixture(params=SYSTEMS)
 def system(machine: Machine, request: pytest.FixtureRequest) -> Machine:
     """A machine with the shell and the awk of a distribution."""
-    become(machine, request.param)
+    use_system(machine, request.param)
     return machine
 
 

@@ -1,1 +1,1 @@
-"""What the command tests share: private machines, expected texts, masks."""
+"""Shared by the tests: private machines, expected texts, masks."""

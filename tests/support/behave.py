@@ -1,10 +1,10 @@
-"""The vocabulary of the helper program `behave`, which plays tools and archivers.
+"""Commands for the helper program `behave`, which plays tools and archivers.
 
-Every function returns the words of one action. A command is made of them with `command`:
+A function for an action returns the words of that action; `command` makes a command line of them:
 
     command(out("hello\\n"), ready("/opt/ready"), ignore("TERM"), forever())
 
-The head of behave.c describes each action.
+The comment at the top of behave.c describes each action.
 """
 
 from __future__ import annotations
@@ -47,7 +47,7 @@ def script(*actions: Action) -> str:
 
 
 def parse_report(text: str) -> dict[str, str]:
-    """What `report` wrote, by key."""
+    """The values that the action `report` wrote, by key."""
     return dict(line.split("=", 1) for line in text.splitlines())
 
 

@@ -5,14 +5,14 @@ Usage: check_patterns.py DIR
 
 The product skips a pattern file that it cannot read, with a warning in the run log
 only, and gives no warning of a tool whose output no data item collects. This checker is
-stricter than the product's reader. Besides the format it demands the habits that keep
-the shipped files safe and readable: one statement per line, no comment behind a value,
-a time-out for every tool, one target for every block, a description for every item, a program found
-by name through the tool directory, with arguments that leave the machine as it is, an end to
-everything that could grow, nothing that could collect a secret.
+stricter than the product's reader. Besides the format it checks the rules that keep
+the shipped files safe and readable: one statement per line, no comment after a value,
+a time-out for every tool, one target for every block, a description for every item, programs that
+are found by their names through the tool directory, arguments that do not change the machine, a size
+limit for everything that can grow, and no item that could collect a secret.
 
-It prints one line per finding and exits with 1, or prints what it has seen and exits
-with 0.
+It prints one line per finding and exits with 1, or prints the numbers of files, tools and
+data items and exits with 0.
 """
 
 from __future__ import annotations
@@ -48,7 +48,7 @@ REPEATABLE = {"PP_GROUP"}
 RANGES = {"TIMEOUT": range(1, 36001), "TIMEOUT_SIGNAL": range(1, 65), "WAIT_TERMINATION": range(601)}
 INNER = {"FILE": {"BLOCK"}, "BLOCK": {"TOOL_BLOCK", "DATA_BLOCK"}, "TOOL_BLOCK": set(), "DATA_BLOCK": set()}
 
-# Paths of secrets. All below one of these directories is secret, too.
+# Paths of secrets. Everything below one of these directories is secret, too.
 SECRETS = (
     "/etc/shadow", "/etc/shadow-", "/etc/gshadow", "/etc/gshadow-", "/etc/security/opasswd",
     "/etc/sudoers", "/etc/sudoers.d", "/etc/crypttab", "/etc/krb5.keytab", "/etc/sssd", "/etc/samba",
@@ -69,12 +69,12 @@ SECRETS = (
     "/var/lib/kubelet/pki/kubelet-client-current.pem", "/etc/rancher", "/etc/corosync/authkey",
     "/etc/pacemaker/authkey", "/etc/booth",
 )
-# Names that betray a secret at any place.
+# Names of secrets in any directory.
 SECRET_NAME = re.compile(
     r"/(g?shadow-?|id_(rsa|dsa|ecdsa|ed25519)|[^/]*\.(key|keys|keytab|netdev|p12|pfx|jks)|[^/]*_key"
     r"|\.pgpass|\.my\.cnf|system-connections|private)(/|$)|^/proc/[^/]+/(cmdline|environ)$")
 
-# What the filter takes the secrets out of: these files may be shown, but not collected as they are.
+# Files in which the filter masks the secrets: they may be shown, but not collected unfiltered.
 FILTERED = (
     "/etc/netplan", "/etc/network/interfaces", "/etc/network/interfaces.d", "/etc/systemd/network",
     "/etc/NetworkManager/system-connections", "/run/NetworkManager/system-connections",
@@ -82,7 +82,7 @@ FILTERED = (
     "/etc/sysconfig/network-scripts/route*", "/etc/sssd/sssd.conf", "/etc/sssd/conf.d",
     "/proc/self/mountinfo", "/proc/self/mountstats",  # some sources are addresses with a password
     "/etc/sudoers", "/etc/sudoers.d", "/var/log/auth.log", "/var/log/auth.log.1", "/var/log/secure",
-    # All tables of users, but not the jobs of at, which hold whole environments.
+    # The crontabs of all users, but not the jobs of at, which contain whole environments.
     "/var/spool/cron/[!a]*", "/var/spool/cron/a[!t]*", "/var/spool/cron/at[!js]*",
     "/var/spool/cron/at[js][!op]*", "/var/spool/cron/a", "/var/spool/cron/at",
     "/proc/sys/net/*/*", "/proc/sys/net/ipv?/conf/all/*", "/var/log/secure-2???????",
@@ -95,7 +95,7 @@ OWN_COMMANDS = {"each", "names", "lvm", "firewall", "failed_logins", "descriptor
                 "refusals"}  # of "run -c"
 WRAPPER_FLAGS = {"-0", "-c", "-m", "-p"}
 WRAPPER_OPTIONS = {"-l", "-e", "-s", "-n", "-t", "-u"}  # these take a value
-# What "each" finds first is in use.
+# Programs that need no condition: "each" starts them only for devices that it finds.
 EACH_FINDS = {"raid": {"mdadm"}, "btrfs": {"btrfs"}, "nvme": {"nvme"}}
 LONGEST_TIMEOUT = 120
 MOST_MIB = 20  # what "run" and four files of "show" print without an option
@@ -105,14 +105,14 @@ FORBIDDEN_PROGRAMS = {
     "ash", "awk", "bash", "blkid", "dash", "depmod", "env", "fdisk", "hdparm", "hwclock", "insmod", "kill",
     "lslocks", "lsof", "mkdir", "modprobe", "mount", "mv", "parted", "perl", "python3",
     "rm", "sensors", "sfdisk", "sh", "strace", "sync", "tee", "touch", "umount", "xargs",
-    # These run shell code or write where they only look, or take the keys of an administrator.
+    # These run shell code, write where they should only read, or use the keys of an administrator.
     "apache2ctl", "apachectl", "corosync-blackbox", "crm", "crm_simulate", "kubectl", "pcs", "pg_ctlcluster",
     # Only "sql", "jvm" and "certificates" know how to run these.
     "jcmd", "jinfo", "jmap", "jstack", "jstat", "mariadb", "mariadb-admin", "mysql", "mysqladmin", "openssl",
     "psql",
 }
-# Programs that load modules or start services when the part that they ask is not in use.
-NEED_A_REASON = {
+# Programs that load modules or start services when what they query is not in use.
+NEED_A_CONDITION = {
     "btrfs", "cibadmin", "corosync-cfgtool", "corosync-cmapctl", "corosync-qdevice-tool",
     "corosync-quorumtool", "crictl", "crm_mon", "crm_resource", "crm_verify", "curl", "dmsetup", "docker", "drbdsetup",
     "fail2ban-client", "firewall-cmd", "ipmitool", "ipset", "ipvsadm",
@@ -121,12 +121,12 @@ NEED_A_REASON = {
     "resolvectl", "rpcinfo", "rpm", "ssacli", "stonith_admin", "storcli64", "systemctl", "timedatectl", "virsh",
     "wg", "xl", "zfs", "zpool",
 }
-# Programs of which the tool directory has a safe form: top asks a name service for every user.
+# Programs that a command of the tool directory replaces: top, for one, asks a name service for every user.
 HAVE_A_SAFE_FORM = {
     "arptables-save", "arptables-nft-save", "ebtables-save", "ebtables-nft-save", "faillock", "ip6tables-save",
     "ip6tables-nft-save", "iptables-save", "iptables-nft-save", "lastb", "lspci", "lvs", "pvs", "top", "vgs",
 }
-# Programs that print names of files as they are: they end their lines with NUL, and "run" gets -0.
+# Programs that print names of files unescaped: they must end their lines with NUL, and "run" needs -0.
 NUL_ENDED = {"du", "find"}
 # What a program needs: each expression must match in its arguments.
 REQUIRED_ARGUMENTS = {
@@ -257,7 +257,7 @@ class PatternFile:
                 self.report(number, f"a line longer than {MAX_LINE} bytes")
 
     def _parse(self, text: str) -> Node:
-        """Reads the statements into a tree; a line that is none is reported and left out."""
+        """Reads the statements into a tree; any other line is reported and skipped."""
         root = Node("FILE", 1)
         path = [root]
         for number, line in enumerate(text.split("\n"), 1):
@@ -405,8 +405,8 @@ def find_show_faults(arguments: list[str]) -> list[str]:
     return faults + [f"{limit} MiB are too much"] * (4 * limit > MOST_MIB) + ["no path"] * (not paths)
 
 
-# What a database may be asked: queries that change nothing, of its own tables and views only. A view or
-# function of a user would run with the rights of who asks.
+# The queries that a database may get: they change nothing and read its own tables and views only. A view or
+# function of a user would run with the rights of the user who queries it.
 QUERY = re.compile(r"(SELECT|SHOW) [^;]*")
 NO_QUERY = re.compile(
     r"\b(COPY|INTO|FLUSH|ANALYZE|LOCK TABLE|FOR UPDATE|KILL|CALL|SLEEP|lo_\w+|dblink|set_config|setval|nextval"
@@ -435,7 +435,7 @@ def find_sql_faults(arguments: list[str]) -> list[str]:
     return faults + ["this is no query that only reads"] * (QUERY.fullmatch(query) is None)
 
 
-#: What a Java virtual machine may be asked: nothing that collects garbage, writes a file or shows properties.
+#: The commands that a Java virtual machine may get: none collects garbage, writes a file or shows properties.
 JVM_COMMANDS = re.compile(
     r"options|jstat -(class|compiler|gc|gccapacity|gccause|gcutil) \{\}( \d+ \d)?"
     r"|(-a )?jcmd \{\} (VM\.(flags( -all)?|native_memory summary|uptime|version)|GC\.heap_info"
@@ -501,7 +501,7 @@ def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -
         faults.append(f"{name} may change, wake or wait for something")
     if name in HAVE_A_SAFE_FORM:
         faults.append(f"{name} is not run by the command of the tool directory")
-    if name in NEED_A_REASON and not guarded:
+    if name in NEED_A_CONDITION and not guarded:
         faults.append(f"{name} is run on no condition")
     faults += [f"{name} lacks the argument {rule}" for rule in REQUIRED_ARGUMENTS.get(name, ())
                if not re.search(rule, " ".join(arguments))]
@@ -536,7 +536,7 @@ def collects_secret(path: str) -> bool:
 
 
 def find_repeated(files: list[PatternFile]) -> list[Finding]:
-    """Paths collected twice into one directory: the second item would stay without a file."""
+    """Paths collected twice into one directory: the second item would have no file."""
     findings = []
     seen: dict[tuple[str, str], str] = {}
     for file in files:
@@ -550,7 +550,7 @@ def find_repeated(files: list[PatternFile]) -> list[Finding]:
 
 
 def check_directory(directory: Path) -> tuple[list[Finding], Counts]:
-    """Checks every entry of the directory, for the product reads every one of them."""
+    """Checks every entry of the directory, because the product reads them all."""
     findings: list[Finding] = []
     files: list[PatternFile] = []
     for entry in sorted(directory.iterdir()):

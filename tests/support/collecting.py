@@ -1,4 +1,4 @@
-"""Runs that collect what a test lists, and their archives unpacked."""
+"""Starts runs that collect given items, and unpacks their archives."""
 
 from __future__ import annotations
 
@@ -29,12 +29,12 @@ def started_log() -> expect.RunLog:
 
 
 def complete_output(items: int, base: str = expect.OUTPUT_DIRECTORY) -> str:
-    """The terminal of a run that collected so many items and named its compressed archive."""
+    """The standard output of a run that collected so many items into a compressed archive."""
     return complete(items).text + expect.output_file(base)
 
 
 def unpack(machine: Machine, run: Run) -> Tree:
-    """What tar makes of the run's archive: the tree that a reader of the data gets."""
+    """Unpacks the run's archive with tar, as a reader of the data does; returns the tree."""
     machine.directory(UNPACKED)
     machine.exec(["/bin/tar", "xpf", run.result, "-C", UNPACKED, "--strip-components=1"])
     return read_directory(machine.path(UNPACKED))

@@ -1,4 +1,4 @@
-"""How a run ended: all that it wrote and all that it left, compared at once."""
+"""How a run ended: everything that it wrote and left, to be compared at once."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ RUN_LOCK = ".quendil.lck"
 
 @dataclass(frozen=True)
 class Ending:
-    """Everything that can be seen of a run once it is over. No field has a default.
+    """Everything that a run has written and left. No field has a default.
 
     Texts are masked. A log that does not exist is None. `data` are the paths below the data
     directory, `logs` the names in the log directory, and `locks` the sizes of the lock files.
@@ -37,7 +37,7 @@ class Ending:
 
     @classmethod
     def of(cls, machine: Machine, run: Run) -> Ending:
-        """How this run ended on this machine, on which none has been started since."""
+        """How this run ended on this machine, where no other run has started since."""
         locks = {name: machine.status(f"{BIN_DIRECTORY}/{name}").st_size
                  for name in machine.list(BIN_DIRECTORY) if name != "quendil"}
         return cls(run.status, run.stdout, run.stderr, run.log, run.old_log, run.history,
@@ -51,7 +51,7 @@ def paths_below(machine: Machine, directory: str = DATA_DIRECTORY) -> list[str]:
                   for parent, directories, files in os.walk(top) for name in directories + files)
 
 
-#: The lock files of a run that came as far as its single-run lock: they are empty for ever.
+#: The lock files after a run that reached its single-run lock: they stay empty.
 BOTH_LOCKS = {HISTORY_LOCK: 0, RUN_LOCK: 0}
 
 
@@ -59,9 +59,9 @@ def refused(arguments: Sequence[str], reported: str, steps: int = 0,
             log: expect.RunLog | None = None, stderr: str | None = None) -> Ending:
     """The ending of a run that was refused after so many of the initializing phase's four steps.
 
-    `reported` is what the run log and the standard error have of it; `log` is the log up to there,
-    when it has more than its first lines; `stderr` replaces `reported` where the terminal shows
-    less.
+    `reported` is the report of the refusal in the run log and on the standard error. `log` is the
+    run log before it, if that has more than the first lines; `stderr` replaces `reported` where the
+    terminal shows less.
     """
     text = expect.argument_string(arguments)
     return Ending(
@@ -81,6 +81,6 @@ def refused(arguments: Sequence[str], reported: str, steps: int = 0,
 def check_refused(machine: Machine, run: Run, arguments: Sequence[str], reported: str,
                   steps: int = 0, log: expect.RunLog | None = None,
                   stderr: str | None = None) -> None:
-    """The run, the machine's first, was refused; the rest is that of `refused`."""
+    """Checks that a run, the machine's first, was refused; the arguments are those of `refused`."""
     assert Ending.of(machine, run) == refused(arguments, reported, steps, log, stderr)
     run.check_times()

@@ -1,7 +1,7 @@
 """The masked texts that a run is expected to write: run log, history log, index, results.
 
-The messages are written down here a second time, on purpose: a test must not take its expectation
-from the program that it tests.
+The messages are repeated here on purpose: a test must not take its expected texts from the program
+that it tests.
 """
 
 from __future__ import annotations
@@ -118,7 +118,7 @@ class RunLog:
         return self
 
     def initialized(self, *groups: str, **settings) -> RunLog:
-        """The summary and the end of the initializing phase, of a run that found no fault."""
+        """The summary and the end of an initializing phase without a warning."""
         return self.parameters(groups, **settings).ended("initializing")
 
     def tool(self, command: str, code: int = 0, status: int | None = None, timeout: int = 10,
@@ -145,7 +145,7 @@ class RunLog:
 
     def timed_out_tool(self, command: str, program: str, code: int = 0, status: int = 15,
                        timeout: int = 10) -> RunLog:
-        """A tool that overran; `program` is its path alone, `status` how it ended."""
+        """A tool that overran; `program` is its path alone, `status` its wait status."""
         warning = ("ZEPA126-W:A timeout occurred while information collecting tool"
                    f"({program}) was being executed.\n")
         return self.tool(command, code, status, timeout, within=warning)
@@ -183,7 +183,7 @@ class RunLog:
         return self.raw(f"ZEPA213-I:quendil ended at <TIME>. return code = {code}.\n")
 
     def complete(self, base: str = OUTPUT_DIRECTORY, directory: str = OUTPUT_DIRECTORY) -> RunLog:
-        """All that follows the last item of a run that made its compressed archive.
+        """Everything after the last item of a run that made its compressed archive.
 
         `base` is the archive's path without its suffixes, `directory` what was packed into it.
         """

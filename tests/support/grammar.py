@@ -1,7 +1,7 @@
-"""The grammars of what a run leaves, to read texts whose content a test cannot know.
+"""The grammars of the logs and the index, for texts whose content a test cannot know in advance.
 
-Every line must belong to one production, in its place. Only what a tool wrote to its standard error
-is free text.
+Every line must match a rule of the grammar, in its order. Only the error output of a tool is free
+text.
 """
 
 from __future__ import annotations
@@ -25,7 +25,7 @@ class Lines:
     """The lines of a text, to be taken one after the other."""
 
     def __init__(self, text: str) -> None:
-        assert text.endswith("\n"), "the last line is not ended"
+        assert text.endswith("\n"), "the last line has no line feed"
         self._lines = text.splitlines()
         self._next = 0
 

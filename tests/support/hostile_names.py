@@ -1,10 +1,10 @@
-"""Names that users can choose, planted so that each tries to forge a line and to steer a terminal."""
+"""Names that users can choose, which forge a line or control a terminal if printed as they are."""
 
 from __future__ import annotations
 
 from .machine import Machine
 
-#: Begins a line where a name's line feed was printed as it is.
+#: Begins a line of an output in which a name's line feed is not escaped.
 FORGED = "FORGED"
 #: Fits into the name of a process; holds a line feed, a sequence for terminals and a raw C1 control.
 NAME = b"a\n" + FORGED.encode() + b"\x1b[7m\x9b"
@@ -46,19 +46,19 @@ sleeper.wait()
 
 
 def start(machine: Machine) -> None:
-    """Starts processes whose names, program files, open files and sockets are of this kind."""
+    """Starts processes whose names, program files, open files and sockets have such names."""
     machine.file("/tmp/planted.py", _PROGRAM.format(name=NAME))
     machine.exec("setsid python3 /tmp/planted.py >/tmp/planted.out 2>&1 &")
     machine.wait_for("/tmp/planted.ready")
 
 
 def stop(machine: Machine) -> None:
-    """Has them end."""
+    """Ends these processes."""
     machine.file("/tmp/planted.over")
 
 
 def faults(text: bytes) -> list[bytes]:
-    """The lines of an output that a name has forged, or that hold more than text."""
+    """The lines of an output that a name has forged, or that contain control characters."""
     lines = text.split(b"\n")
     return [line for line in lines if line.startswith(FORGED.encode())
             or any(byte < 0x20 and byte != 0x09 or byte == 0x7f for byte in line)

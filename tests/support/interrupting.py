@@ -1,6 +1,6 @@
-"""Runs that are interrupted at a chosen place between two system calls, and what must then hold.
+"""Runs that are interrupted at a chosen place between two system calls, and the checks after them.
 
-The head of interrupter.c describes how places are counted.
+The comment at the top of interrupter.c describes how places are counted.
 """
 
 from __future__ import annotations
@@ -25,7 +25,7 @@ CLEANUP_STATUS, DIRECTORY, ARCHIVE, COMPRESSED = 255, 20, 10, 0
 
 
 class Stop(NamedTuple):
-    """A place in the life of a run: just before a system call, or just after it."""
+    """A place in a run: just before a system call, or just after it."""
 
     segment: int
     number: int
@@ -34,12 +34,12 @@ class Stop(NamedTuple):
 
     @property
     def where(self) -> str:
-        """The place as the interrupter wants it."""
+        """The place in the syntax of the interrupter."""
         return f"{self.segment}:{self.number}"
 
 
 class Order(NamedTuple):
-    """A signal and where it is sent; `where` as the interrupter wants it."""
+    """A signal and where it is sent; `where` is in the syntax of the interrupter."""
 
     where: str
     number: int
@@ -56,7 +56,7 @@ def message(number: int) -> str:
 
 
 class Interrupted:
-    """Runs of one data item and one tool on one machine, each interrupted somewhere else."""
+    """Runs of one data item and one tool on one machine, each interrupted at another place."""
 
     def __init__(self, machine: Machine, tool: str, timeout: int = 10) -> None:
         self._machine = machine
@@ -65,7 +65,7 @@ class Interrupted:
         helper = machine.behave_source.with_name("interrupter")
         machine.install(helper, PROGRAM)
         for name in ("quendil.log", "quendil_old.log"):
-            # Every later run finds them, and makes a few more calls.
+            # Every later run finds these logs and makes more calls; so must the first one.
             machine.file(f"{LOG_DIRECTORY}/{name}")
         machine.file(SOURCE, "12345")
         machine.pattern("10_demo", pattern_text.pattern(
@@ -80,9 +80,9 @@ class Interrupted:
         return stops
 
     def check(self, *orders: Order) -> list[Stop]:
-        """Interrupts a run so, proves that it ended well, and returns where it was interrupted.
+        """Interrupts a run so, checks how it ended, and returns the places where it was interrupted.
 
-        The signals do not always find the run there: a wait may have been shorter this time.
+        These may be fewer than the orders: a wait may have been shorter this time.
         """
         run, stops = self._run(*orders)
         context = f"interrupted at {stops} by {orders}: {run}"
@@ -142,7 +142,7 @@ def _read_stops(text: str) -> Iterator[Stop]:
 
 
 def _check_tree(tree: Tree, context: str) -> None:
-    """All the collected data is there, and the index names it."""
+    """All the collected data is there, and the index ends with a complete record."""
     assert tree.read("quendil_index").endswith(b"TYPE:text\n"), context
     assert SOURCE[1:] in tree and TOOL_OUTPUT in tree, context
 
@@ -165,7 +165,7 @@ def _check_texts(run: Run, sent: Sequence[Order], context: str) -> None:
     assert notice or run.status == COMPRESSED, context
     rest = [line for line in run.stderr.splitlines(keepends=True) if "ZEPA136-E" not in line]
     if any(order.to_group for order in sent):
-        # A command of the shell may have taken the signal too, as it does on a terminal.
+        # A command of the shell may have received the signal too, as it does on a terminal.
         rest = [line for line in rest if "An attempt to copy the logfile" not in line]
     else:
         assert "ZEPA140-W" not in run.log and "ZEPA142-W" not in run.log, context

@@ -150,7 +150,7 @@ class Machine:
         return host / pure.name
 
     def _own(self, inside: str) -> Path:
-        """The path of a file to make or remove; a path outside the private directories is refused."""
+        """The path of a file to make or remove, which must be in a private directory."""
         assert inside.startswith(("/opt/", "/var/opt/", "/etc/opt/", "/tmp/")), (
             f"{inside} is not the machine's own")
         return self.path(inside)

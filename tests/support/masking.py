@@ -43,7 +43,7 @@ def mask_archive_sizes(text: str) -> str:
 
 
 def mask(text: str) -> str:
-    """All of it."""
+    """All of these."""
     for one in (mask_times, mask_stamps, mask_source_lines, mask_processes, mask_archive_sizes):
         text = one(text)
     return text
@@ -55,7 +55,7 @@ def decode(data: bytes) -> str:
 
 
 def times(text: str) -> list[datetime]:
-    """The times that a text holds, in its order, to prove what the mask hides."""
+    """The times that a text holds, in its order, to check what the mask hides."""
     return [datetime.strptime(found, "%Y/%m/%d %H:%M:%S") for found in TIME.findall(text)]
 
 

@@ -11,7 +11,7 @@ from pathlib import Path
 
 
 def _query(*arguments: str) -> str:
-    """What dpkg-query prints; that it found nothing for some argument is no failure."""
+    """What dpkg-query prints; finding nothing for an argument is not an error."""
     return subprocess.run(["dpkg-query", *arguments], capture_output=True, text=True,
                           env={**os.environ, "LC_ALL": "C"}).stdout
 
@@ -24,7 +24,7 @@ def _other_spelling(path: str) -> str:
 def owners(paths: Iterable[str]) -> dict[str, set[str]]:
     """The packages of each file, its links followed: of the file itself and of a link that leads to it.
 
-    Empty for a file of no package.
+    The set of a file that belongs to no package is empty.
     """
     spellings = {}
     for path in paths:
@@ -44,7 +44,7 @@ def owners(paths: Iterable[str]) -> dict[str, set[str]]:
 
 
 class Packages:
-    """The installed packages with what they require. Recommendations count for nothing."""
+    """The installed packages with what they require. Recommended packages do not count."""
 
     def __init__(self) -> None:
         fields = ("Package", "db:Status-Status", "Essential", "Priority", "Provides", "Pre-Depends",
@@ -68,12 +68,12 @@ class Packages:
         return name in self._requires
 
     def minimal_system(self) -> set[str]:
-        """The smallest system that a machine begins with: what is essential or has the priority
-        `required`, apt, and what these require."""
-        return self.brought_by(self._minimal)
+        """A minimal system: essential packages, those with the priority `required`, apt, and what
+        these require."""
+        return self.with_dependencies(self._minimal)
 
-    def brought_by(self, names: Iterable[str]) -> set[str]:
-        """The packages of these names and all that are installed because one of them requires it."""
+    def with_dependencies(self, names: Iterable[str]) -> set[str]:
+        """The installed packages of these names, with everything that they require."""
         found: set[str] = set()
         left = [name for name in names if self.is_installed(name)]
         while left:
@@ -84,7 +84,7 @@ class Packages:
         return found
 
     def _required_by(self, name: str) -> set[str]:
-        """What one package requires: of alternatives the first one that is installed."""
+        """The packages that one requires: of alternatives the first one that is installed."""
         for_each = []
         for alternatives in self._requires[name].split(", "):
             names = re.findall(r"(?:^|\| )([\w.+-]+)", alternatives)
@@ -92,8 +92,8 @@ class Packages:
         return set().union(*for_each)
 
     def _installed_as(self, name: str) -> set[str]:
-        """The packages that a name stands for: of those that provide it the ones that every machine has,
-        if there are such."""
+        """The packages that a name stands for: of those that provide it only the ones of a minimal
+        system, if there are any."""
         if self.is_installed(name):
             return {name}
         return self._provided[name] & self._minimal or self._provided[name]

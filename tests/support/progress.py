@@ -17,7 +17,7 @@ CLEANUP = "cleanup   :"
 
 
 class Terminal:
-    """What a run writes on the terminal: call the methods for the run's steps, then read `text`."""
+    """What a run writes to the terminal: call the methods for the run's steps, then read `text`."""
 
     def __init__(self) -> None:
         self.text = ""
@@ -51,7 +51,7 @@ class Terminal:
         return self._begin(CLEANUP, [2])
 
     def step(self, times: int = 1) -> Terminal:
-        """The present phase advances."""
+        """The current phase advances."""
         for _ in range(times):
             if self._label == COLLECT:
                 self._step_collect()
@@ -126,7 +126,7 @@ def complete(items: int) -> Terminal:
 
 
 def screen(text: str) -> list[str]:
-    """The lines that a reader sees in the end: without what a carriage return overwrote."""
+    """The lines that are finally visible: without what was overwritten after a carriage return."""
     lines = []
     for line in text.split("\n"):
         shown = ""

@@ -23,7 +23,7 @@ OUTPUT_PATH = re.compile(r"^    Output path of collected information = (.*)$", r
 
 
 def wait_until(condition: Callable[[], object], seconds: float, what: str):
-    """Waits for the first true value of a condition and returns it; fails after so many seconds."""
+    """Waits for a true value of a condition and returns it; fails after so many seconds."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):
         assert time.monotonic() < deadline, f"not within {seconds} seconds: {what}"
@@ -99,7 +99,7 @@ class Run:
 
     @property
     def directory(self) -> Tree:
-        """The output directory: the one that the run reported as its result, or else the one in its log."""
+        """The output directory: the reported result, or else the one that the log names."""
         if RESULT.search(self.raw["stdout"] or ""):
             return read_directory(self._machine.path(self.result))
         found = OUTPUT_PATH.findall(self.raw["log"] or "")

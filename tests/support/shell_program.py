@@ -37,7 +37,7 @@ esac
 
 
 def install(stage: Path) -> Installation:
-    """An installation of the script, with the directories of the program's own."""
+    """An installation of the script, with the directories that the program has."""
     for tree in ("opt/norvale/quendil/bin", "var/opt/norvale/quendil/data",
                  "var/opt/norvale/quendil/log", "etc/opt/norvale/quendil/config",
                  "etc/opt/norvale/quendil/pattern"):
@@ -50,5 +50,5 @@ def install(stage: Path) -> Installation:
 
 
 def play(machine: Machine, *actions: behave.Action, **how) -> Run:
-    """A run of the script that becomes `behave`."""
+    """A run of the script that executes `behave`."""
     return machine.run("exec", *machine.tool(*actions).split(), **how)

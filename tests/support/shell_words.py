@@ -26,7 +26,7 @@ QUOTED = re.compile(r"""\\.|'[^']*'|"(?:\\.|[^"\\])*"|(?<![^\s;&|(])#[^\n]*""", 
 def programs(script: str) -> set[str]:
     """The programs that a POSIX shell script names; not the shell's own commands, not its functions.
 
-    A word that is made of variables is left out, and so is what a quoted text says to another shell.
+    A word that is made of variables is left out, and so is a quoted text that another shell runs.
     """
     functions = set(re.findall(r"^(\w+)\(\)", script, re.M))
     found: set[str] = set()
@@ -50,7 +50,7 @@ def _texts(script: str) -> Iterator[str]:
 
 
 def _unquoted(found: re.Match[str]) -> str:
-    """What takes the place of a quoted text: nothing that could be a command, but its substitutions."""
+    """What replaces a quoted text: its substitutions, and no other possible command."""
     quoted = found[0]
     if quoted == "\\\n" or quoted.startswith("#"):
         return " "

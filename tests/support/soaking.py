@@ -1,4 +1,4 @@
-"""Many runs in a row on one machine, disturbed at random: after each of them the next one works."""
+"""Many runs in a row on one machine, disturbed at random: after each, a normal run must succeed."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ ARCHIVERS = ("/bin/tar", "/bin/gzip")
 SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL, signal.SIGKILL]
 HISTORY_LINE = re.compile(r"ZEPA30[1-5]-I:\S.*[.]")
 
-#: How many places the segments of an undisturbed run have, about; see interrupter.c.
+#: About how many stops each segment of an undisturbed run has; see interrupter.c.
 SEGMENTS = [570, 26, 40, 6, 22, 6, 44, 16, 30, 6, 40, 16, 120]
 
 
@@ -53,7 +53,7 @@ def choose(dice: random.Random) -> Disturbance:
 
 
 class Soak:
-    """The machine and what it has seen."""
+    """A machine, and how many of its runs ended in which way."""
 
     def __init__(self, machine: Machine, seed: int) -> None:
         self._machine = machine
@@ -69,7 +69,7 @@ class Soak:
         self._mounts = self._read_mounts()
 
     def step(self) -> None:
-        """One disturbed run and an ordinary one, with all that must hold after each."""
+        """One disturbed run and a normal one, with the checks after each."""
         what = choose(self._dice)
         self._set(what)
         disturbed = self._disturbed(what)
@@ -111,13 +111,13 @@ class Soak:
         return self._machine.run(*GROUP)
 
     def _clear_archives(self) -> None:
-        """A run that starts within the second of one that left an archive would be refused."""
+        """Removes all archives: a run within the same second as one of them would be refused."""
         for name in self._machine.list(DATA_DIRECTORY):
             if not self._machine.path(f"{DATA_DIRECTORY}/{name}").is_dir():
                 self._machine.remove(f"{DATA_DIRECTORY}/{name}")
 
     def _check_complete(self, run: Run, context: str) -> None:
-        """A run like the first on a new machine; a result of the same second adds to its name."""
+        """The run is like the first one on a new machine, but its output may have a number."""
         tool = behave.command(behave.out("x"), behave.nap(5))
         log = started_log().data({SOURCE: 5}, 5).tool(tool).complete().text
         assert (run.status, run.stderr) == (0, ""), f"{run} after {context}"
@@ -128,7 +128,7 @@ class Soak:
         assert wrong == [] and history.endswith("ZEPA305-I:quendil ended at <TIME>.\n"), context
 
     def _check_nothing_left(self, context: str) -> None:
-        """No process, lock or mount."""
+        """The run left no process, lock or mount, and no unknown file among the logs."""
         wait_until(lambda: not self._machine.processes(), 10.0,
                    f"the end of all processes; {context}")
         for lock in LOCKS:

@@ -6,7 +6,7 @@ from .machine import Machine
 
 
 def make_blocks(machine: Machine, *names: str, **slaves: str) -> None:
-    """Block devices, and those that some are made of; "sda/sda1" is a partition."""
+    """Makes block devices; `slaves` are made of others, and "sda/sda1" is a partition."""
     for name in (*names, *slaves):
         machine.directory(f"/tmp/block/{name}")
         machine.link(f"/tmp/class/{name.split('/')[-1]}", f"/tmp/block/{name}")

@@ -15,25 +15,25 @@ TOOLS = "/opt/norvale/quendil/tool"
 SYSTEMS = {"debian": ("dash", "mawk"), "fedora": ("bash", "gawk"), "alpine": ("busybox", "busybox")}
 
 
-def become(machine: Machine, name: str) -> None:
+def use_system(machine: Machine, name: str) -> None:
     """Gives a machine the shell and the awk of a distribution."""
     for place, program in zip(("/bin/sh", "/usr/bin/awk"), SYSTEMS[name]):
-        stand_in = shutil.which(program)
-        if stand_in is None:
+        found = shutil.which(program)
+        if found is None:
             pytest.skip(f"{program} is not installed")
-        machine.install(Path(stand_in), f"/opt/real/{program}")
+        machine.install(Path(found), f"/opt/real/{program}")
         machine.mount("--bind", f"/opt/real/{program}", os.path.realpath(place))
 
 
 def ask(machine: Machine, *words: str, tools: str = TOOLS) -> str:
-    """What a command of the tool directory prints when a pattern calls it."""
+    """The output of a command of the tool directory, run as a pattern runs it."""
     done = machine.exec([f"{tools}/run", "-m", "-c", *words])
     assert done.stderr == ""
     return done.stdout
 
 
 def printed(done: Completed) -> bytes:
-    """What was printed, in a form that pytest can report whatever it holds."""
+    """The output as bytes, so that pytest can report any content."""
     return done.stdout.encode("utf-8", "surrogateescape")
 
 
@@ -58,10 +58,10 @@ def with_changes(machine: Machine, name: str, *changes: tuple[str, str]) -> str:
 
 
 def stop_at_time_limit(machine: Machine, command: str, last: str, around: str = "") -> str:
-    """Ends a command as its time limit does, by SIGTERM to its process group, once /tmp/there exists.
-    @param last what its last line holds
+    """Stops a command as its time limit does, by SIGTERM to its process group, once /tmp/there exists.
+    @param last a text in its last line
     @param around a command that runs it, in another process group
-    @return what it has printed"""
+    @return its output"""
     machine.exec(f"{around} setsid sh -c 'echo $$ >/tmp/group; exec {command}' >/tmp/out 2>&1 &")
     machine.wait_for("/tmp/there")
     machine.exec("kill -TERM -$(cat /tmp/group)")
@@ -69,9 +69,9 @@ def stop_at_time_limit(machine: Machine, command: str, last: str, around: str = 
     return machine.read("/tmp/out")
 
 
-#: Starts a command in a group of its own and sends SIGTERM to that after 0, 1, 2 ... 60 steps of so many
-#: microseconds, on a busy machine after more, until what it printed holds a text once. Prints the exit
-#: status, whether the command ended within five seconds, and what it printed, each time.
+#: Starts a command in its own process group and sends SIGTERM to the group after 0, 1, 2 ... 60 steps of so
+#: many microseconds, and then after more steps until the output has contained a text once. Prints each time
+#: the exit status, whether the command ended within five seconds, and its output.
 MOMENTS = """import itertools, os, signal, subprocess, sys, time
 microseconds, text, *command = sys.argv[1:]
 reached = False
@@ -93,7 +93,7 @@ for step in itertools.count():
 def stop_at_many_moments(machine: Machine, microseconds: int, text: str,
                          *command: str) -> list[tuple[int, bool, str]]:
     """Stops a command as its time limit does, a step later each time.
-    @return of each time the exit status, whether it ended within five seconds, and what it printed"""
+    @return for each time the exit status, whether it ended within five seconds, and its output"""
     script = machine.file("/tmp/moments", MOMENTS)
     done = machine.exec(["/usr/bin/python3", script, str(microseconds), text, *command], seconds=300)
     return [ast.literal_eval(line) for line in done.stdout.splitlines()]

@@ -1,4 +1,4 @@
-"""What a run produced, member by member: an archive, or a directory left unpacked."""
+"""The result of a run, member by member: an archive, or a directory that was not packed."""
 
 from __future__ import annotations
 
@@ -47,7 +47,7 @@ class Tree:
         return dict(self._members)
 
     def kinds(self) -> dict[str, tuple[str, str]]:
-        """Kind and mode of every entry, for tests that do not care for the rest."""
+        """Kind and mode of every entry, for tests that need no more."""
         return {name: (member.kind, member.mode) for name, member in self._members.items()}
 
     def files(self) -> dict[str, bytes]:
@@ -81,7 +81,7 @@ def read_archive(path: Path) -> Tree:
     with tarfile.open(path, mode, errors="surrogateescape") as archive:
         for entry in archive:
             top, _, name = entry.name.partition("/")
-            assert name not in members, f"{entry.name} stands in the archive twice"
+            assert name not in members, f"{entry.name} is in the archive twice"
             tops.add(top)
             names.append(name)
             members[name] = Member(TAR_KINDS[entry.type], f"{entry.mode:04o}", entry.uid,

@@ -1,7 +1,7 @@
-"""What the commands of this project use comes with the packages that they install.
+"""Everything that the commands of this project use is in the packages that they install.
 
-A machine that is used every day has far more than a minimal system, so that a package which a command forgets
-to install is missed on the next machine only. These checks need no such machine: all that is used
+A developer's machine has far more than a minimal system, so a package that a command forgets to install is
+missing only on another machine. These checks need no other machine: everything that is used
 on this one must belong to a package that the command names, to one that such a package requires, or to a
 minimal system. Recommended packages do not count, because the commands install none.
 """
@@ -43,7 +43,7 @@ COMMANDS = {
     "scripts/test": ["release", "portable", "clang", "sanitize", "fuzz"],
 }
 
-#: What other programs start, and what the tests name in tables of their own.
+#: Programs that other programs start, and what the tests name in tables of their own.
 STARTED_BY_BUILD = {"ld": "the compilers", "ar": "cmake", "ranlib": "cmake", "/bin/tar": "quendil",
                     "/bin/gzip": "quendil"}
 STARTED_BY_CPACK = {name: "cpack" for name in ("dpkg-deb", "rpmbuild", "strip")}
@@ -63,16 +63,16 @@ STARTED = {
     "scripts/test": STARTED_BY_BUILD | STARTED_BY_CPACK | STARTED_BY_TESTS,
 }
 
-#: Asked for only where they are, and missed by nothing.
+#: Used only where they are installed; nothing needs them.
 NOT_NEEDED = {"sudo", "git"}
 
-#: Modules that no test imports: pytest's own options ask for them.
+#: Modules that no test imports, but that pytest's options need.
 MODULES = {"xdist"}
 
 #: The functions through which a test starts a program of this machine, or finds one.
 STARTERS = {"run", "output", "subprocess.run", "subprocess.Popen", "shutil.which"}
 
-Uses = dict[str, str]  # a path, or a program that is nowhere, and what uses it
+Uses = dict[str, str]  # a path, or the name of a program that is not installed; and what uses it
 
 
 # ---- What is used --------------------------------------------------------------------------------
@@ -109,7 +109,7 @@ def programs_found_by_cmake(preset: str) -> Uses:
 
 
 def headers(preset: str) -> Uses:
-    """The headers that the compiler read, as it said to ninja."""
+    """The headers that the compiler read, as it reported to ninja."""
     lines = output(BUILD / preset, "ninja", "-t", "deps").splitlines()
     paths = {os.path.normpath(line.strip()) for line in lines if line.startswith("    /")}
     found = {path: f"build/{preset}" for path in paths if not Path(path).is_relative_to(ROOT)}
@@ -210,7 +210,7 @@ def chosen(packages: Packages, names: list[str]) -> list[str]:
 def complaints(command: str, names: list[str], used: Uses) -> list[str]:
     """What a command uses and the named packages do not contain, in words."""
     packages = Packages()
-    brought = packages.minimal_system() | packages.brought_by(chosen(packages, names))
+    available = packages.minimal_system() | packages.with_dependencies(chosen(packages, names))
     said = []
     for path, belongs_to in sorted(owners(used).items()):
         what = f"{used[path]} uses {path}"
@@ -218,7 +218,7 @@ def complaints(command: str, names: list[str], used: Uses) -> list[str]:
             said.append(f"{what}, which is not on this machine")
         elif not belongs_to:
             said.append(f"{what}, which belongs to no package: install the distribution's own instead")
-        elif not belongs_to & brought:
+        elif not belongs_to & available:
             said.append(f"{what} of the package {' or '.join(sorted(belongs_to))}, "
                         f"which {command} neither names nor gets with one that it names")
     return said
@@ -231,14 +231,14 @@ def test_what_a_command_uses_is_in_the_packages_that_it_names(command: str):
 
 
 @pytest.mark.parametrize("command", COMMANDS)
-def test_a_package_that_a_command_would_not_name_is_missed(command: str):
+def test_a_package_that_a_command_does_not_name_is_reported(command: str):
     names = named_in(ROOT / command)
     names.remove("ninja-build")
     said = complaints(command, names, uses(command))
     assert any("ninja of the package ninja-build, which" in line for line in said), said
 
 
-def test_what_belongs_to_no_package_is_named(tmp_path: Path):
+def test_what_belongs_to_no_package_is_reported(tmp_path: Path):
     own, missing = str(tmp_path / "own"), str(tmp_path / "missing")
     Path(own).touch()
     assert complaints("scripts/run", ["g++"], {own: "a", missing: "b", "/bin/sh": "c"}) == [
@@ -251,8 +251,8 @@ def test_no_package_is_named_for_nothing():
     names = chosen(packages, named_in(ROOT / "scripts/test"))
     used = set().union(*owners(uses("scripts/test")).values())
     for name in names:
-        others = packages.minimal_system() | packages.brought_by(set(names) - {name})
-        own = packages.brought_by([name]) - others
+        others = packages.minimal_system() | packages.with_dependencies(set(names) - {name})
+        own = packages.with_dependencies([name]) - others
         assert name in others or own & used, f"nothing uses {name}, or {__name__} does not know what"
 
 
