@@ -1,4 +1,4 @@
-"""The archive: how it is made and named, and what becomes of the data when that fails."""
+"""The archive: how it is made and named, and what happens to the data when a step fails."""
 
 from __future__ import annotations
 
@@ -22,18 +22,18 @@ NOISE = random.Random(0).randbytes(300_000)
 
 
 def exists_already(path: str) -> str:
-    """The message about a file in the archive's place."""
+    """The message about a file that already has the archive's name."""
     return f"ZEPA109-E:The specified file({path}) already exists.\n"
 
 
 def without(machine: Machine, program: str) -> None:
-    """Has a program of the system not be found."""
+    """Makes every start of a program of the system fail with ENOENT."""
     machine.file("/opt/tools/none", "#!/opt/no/such/interpreter\n", 0o755)
     machine.mount("--bind", "/opt/tools/none", os.path.realpath(program))
 
 
 def not_executable(machine: Machine, program: str) -> None:
-    """Has a program of the system be a file that cannot be executed."""
+    """Replaces a program of the system by a file that cannot be executed."""
     machine.file("/opt/tools/plain", "#!/bin/sh\n", 0o644)
     machine.mount("--bind", "/opt/tools/plain", os.path.realpath(program))
 
@@ -112,13 +112,13 @@ INJECTION = 'a" --checkpoint=1 "--checkpoint-action=exec=touch pwned" "b'
 @pytest.mark.parametrize("name", ['quo"te', '"', 'two "quoted words" here', INJECTION],
                          ids=["one quote", "a quote alone", "two quotes", "options"])
 @pytest.mark.parametrize("option", ["-d", "-o"])
-def test_no_quote_in_a_name_reaches_the_archivers_as_more_than_a_name(machine: Machine, option: str,
-                                                                      name: str):
+def test_no_quote_in_a_name_adds_an_argument_to_the_archivers(machine: Machine, option: str,
+                                                              name: str):
     machine.file("/opt/data", b"x" * 100_000)
     target = f"/opt/out/{name}"
     machine.directory(target if option == "-d" else "/opt/out")
     run = collect(machine, pattern_text.data("/opt/data"), arguments=(option, target))
-    # Nothing else can be written to.
+    # Only these directories are writable.
     private = ["/opt", "/var/opt", "/etc/opt", "/tmp"]
     assert machine.exec(["/usr/bin/find", *private, "-name", "pwned"]).stdout == ""
     assert run.status == 0
@@ -126,7 +126,7 @@ def test_no_quote_in_a_name_reaches_the_archivers_as_more_than_a_name(machine: M
 
 
 @pytest.mark.parametrize("code", [1, 2, 5])
-def test_a_tar_that_complains_but_writes_an_archive_has_done_its_work(machine: Machine, code: int):
+def test_a_complete_archive_of_a_tar_that_failed_is_the_result(machine: Machine, code: int):
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), err("tar: complaint\n"), exit(code))
     run = collect(machine, pattern_text.block())
     assert run.status == 0 and run.stderr == ""
@@ -135,7 +135,7 @@ def test_a_tar_that_complains_but_writes_an_archive_has_done_its_work(machine: M
     assert sorted(run.archive.files()) == ALWAYS
 
 
-def test_the_archivers_are_called_with_these_words(machine: Machine):
+def test_the_archivers_are_called_with_these_arguments(machine: Machine):
     machine.replace("/bin/tar", behave.report("/opt/tar"), behave.run("/opt/real/tar"))
     machine.replace("/bin/gzip", behave.report("/opt/gzip"), behave.run("/opt/real/gzip"))
     run = begin(machine, pattern_text.block(), umask=0o022,
@@ -168,7 +168,7 @@ TAR_FAILURES = {
 
 
 def break_program(machine: Machine, program: str, how) -> None:
-    """Has a program fail in one of the ways of a table."""
+    """Makes a program fail in one of the ways of a table."""
     if callable(how):
         how(machine, program)
     else:
@@ -264,7 +264,7 @@ def test_a_gzip_that_fails_after_its_work_loses_nothing(machine: Machine, end: b
     machine.file("/opt/data", "x")
     run = collect(machine, pattern_text.data("/opt/data"))
     assert machine.outputs() == [expect.OUTPUT_NAME + ".tar.gz"]
-    # In each report the path must be that of the archive.
+    # The path that the run reports must be that of this archive.
     assert run.archive.read("opt/data") == b"x"
 
 
@@ -276,8 +276,8 @@ def test_a_gzip_that_fails_is_reported_under_the_chosen_name(machine: Machine):
 
 
 @pytest.mark.parametrize("length, suffix", [(248, ".tar.gz"), (249, ".tar"), (251, ".tar")])
-def test_a_name_with_no_room_for_gz_stays_the_one_of_the_tar_file(machine: Machine, length: int,
-                                                                  suffix: str):
+def test_an_archive_whose_name_has_no_room_for_gz_is_not_compressed(machine: Machine, length: int,
+                                                                    suffix: str):
     machine.file("/opt/data", "x")
     base = machine.directory("/opt/out") + "/" + "n" * length
     run = collect(machine, pattern_text.data("/opt/data"), arguments=("-o", base))
@@ -290,7 +290,7 @@ def test_a_name_with_no_room_for_gz_stays_the_one_of_the_tar_file(machine: Machi
     assert run.log is not None and (reported + NOT_COMPRESSED in run.log) == (not compressed)
 
 
-# ---- Files in the archive's place ---------------------------------------------------------------
+# ---- Files with the archive's name --------------------------------------------------------------
 
 
 @pytest.mark.parametrize("chosen", [False, True], ids=["default name", "-o"])
@@ -319,8 +319,7 @@ def test_a_compressed_file_that_appears_meanwhile_is_left_alone(machine: Machine
 
 
 @pytest.mark.parametrize("suffix", [".tar", ".tar.gz"])
-def test_a_link_to_nowhere_in_the_archives_place_is_not_written_through(machine: Machine,
-                                                                        suffix: str):
+def test_a_dangling_link_with_the_archives_name_is_not_followed(machine: Machine, suffix: str):
     machine.file("/opt/tool", behave.script(behave.link("/opt/victim", f"/opt/result{suffix}")),
                  0o755)
     collect(machine, pattern_text.tool("/opt/tool"), arguments=("-o", "/opt/result"))
@@ -357,7 +356,7 @@ def test_logs_that_cannot_be_copied_are_reported_and_left_out(machine: Machine):
     assert sorted(run.archive.files()) == ["quendil_index"]
 
 
-def test_a_file_of_a_logs_name_that_a_tool_made_stays(machine: Machine):
+def test_a_file_of_a_tool_with_the_name_of_a_log_is_kept(machine: Machine):
     tool = machine.tool(behave.out("the tool's"))
     run = collect(machine, pattern_text.tool(tool, redirect="%d%/quendil.log"))
     failed = f"ZEPA133-W:An attempt to copy the logfile ({expect.RUN_LOG}) has failed.\n"
@@ -365,7 +364,7 @@ def test_a_file_of_a_logs_name_that_a_tool_made_stays(machine: Machine):
     assert run.archive.read("quendil.log") == b"the tool's"
 
 
-# ---- A directory that stays ---------------------------------------------------------------------
+# ---- A directory that cannot be removed ---------------------------------------------------------
 
 
 def test_a_directory_that_cannot_be_removed_stays_beside_its_archive(machine: Machine):
@@ -380,14 +379,14 @@ def test_a_directory_that_cannot_be_removed_stays_beside_its_archive(machine: Ma
 
 
 def held_somewhere(machine: Machine, name: str, content: bytes) -> bool:
-    """Whether some directory or archive of the data directory holds the file whole."""
+    """Whether a directory or archive in the data directory contains the complete file."""
     for entry in machine.list(DATA_DIRECTORY):
         path = machine.path(f"{DATA_DIRECTORY}/{entry}")
         try:
             tree = read_directory(path) if path.is_dir() else read_archive(path)
         except (OSError, EOFError, AssertionError):
             continue  # an unfinished archive
-        except Exception as error:  # noqa: BLE001 - what tarfile makes of one has many types
+        except Exception as error:  # noqa: BLE001 - tarfile raises many types for one
             assert type(error).__module__ in ("tarfile", "zlib"), error
             continue
         if tree.files().get(name) == content:
@@ -413,11 +412,11 @@ GIB_9 = (9 << 30).to_bytes(8, "big")
     (b"%011o\0" % 512, 512, True), (b"%011o\0" % 512, 0, False), (b"%011o\0" % 513, 512, False),
     (b"\x80\0\0\0" + GIB_9, 9 << 30, True), (b"\x80\0\0\0" + GIB_9, 512, False),
     (b"0000000089x\0", 512, False), (b"\x80\0\0\0" + b"\x7f" + b"\xff" * 7, 512, False),
-], ids=["octal", "octal, cut", "octal, beyond a block, cut", "binary", "binary, cut", "no number",
-        "beyond all files"])
+], ids=["octal", "octal, truncated", "octal, beyond a block, truncated", "binary",
+        "binary, truncated", "no number", "beyond all files"])
 def test_a_tar_that_failed_replaces_the_directory_only_by_a_whole_archive(
         machine: Machine, size: bytes, follows: int, whole: bool):
-    # One header, so much of the file behind it, and the two blocks of zeros at the end.
+    # One header, so many bytes of the file after it, and the two blocks of zeros at the end.
     header = b"name".ljust(124, b"\0") + size
     machine.file("/opt/header", header.ljust(512, b"1"))
     machine.file("/opt/tools/tar", '#!/bin/sh\ncp /opt/header "$2"\n'

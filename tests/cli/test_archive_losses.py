@@ -1,4 +1,4 @@
-"""Trouble while the archive is made: the data is kept, and the run names its place."""
+"""Failures while the archive is made: the data is kept, and the run names where."""
 
 from __future__ import annotations
 
@@ -27,7 +27,7 @@ def collect_one(machine: Machine, *arguments: str, **how) -> Run:
 
 
 def check_whole(tree: Tree) -> None:
-    """All that `collect_one` collects is there."""
+    """The tree contains everything that `collect_one` collects."""
     assert tree.read("df") == b"output" and "opt/data" in tree
     if tree["opt/data"].kind == "link":
         assert tree["opt/data"].target == "/opt/data"
@@ -36,10 +36,10 @@ def check_whole(tree: Tree) -> None:
     assert tree.read("quendil_index").count(b"\nFILE:opt/data\n") == 1
 
 
-# ---- A place that vanishes ----------------------------------------------------------------------
+# ---- Directories that disappear -----------------------------------------------------------------
 
 
-def test_an_archives_directory_that_vanishes_while_data_is_collected_leaves_the_directory(
+def test_a_removal_of_the_archives_directory_during_the_collection_leaves_the_output(
         machine: Machine):
     machine.directory("/opt/gone")
     machine.file("/opt/data", CONTENT)
@@ -53,8 +53,7 @@ def test_an_archives_directory_that_vanishes_while_data_is_collected_leaves_the_
     assert run.history.count(f"ZEPA303-I:Output = {expect.OUTPUT_DIRECTORY}.\n") == 1
 
 
-def test_an_archives_directory_that_vanishes_with_the_archive_leaves_the_directory(
-        machine: Machine):
+def test_a_renamed_directory_that_has_the_archive_in_it_leaves_the_output(machine: Machine):
     machine.directory("/opt/place")
     machine.replace("/bin/tar", behave.run("/opt/real/tar"),
                     behave.rename("/opt/place", "/opt/elsewhere"))
@@ -63,19 +62,18 @@ def test_an_archives_directory_that_vanishes_with_the_archive_leaves_the_directo
     check_whole(run.directory)
 
 
-def test_an_archives_directory_that_is_removed_before_it_is_compressed_is_reported(
-        machine: Machine):
+def test_a_renamed_directory_of_the_archive_is_reported_when_it_is_compressed(machine: Machine):
     machine.directory("/opt/place")
     machine.replace("/bin/gzip", behave.rename("/opt/place", "/opt/elsewhere"),
                     behave.run("/opt/real/gzip"), exit("last"))
     run = collect_one(machine, "-o", "/opt/place/name")
     assert run.status == 10
     assert run.stderr.startswith(NOT_COMPRESSED + USE_AS_IS)
-    assert machine.list("/opt/elsewhere") == ["name.tar"]  # whoever moved it has it
+    assert machine.list("/opt/elsewhere") == ["name.tar"]  # where gzip's fake has moved it
     check_whole(read_archive(machine.path("/opt/elsewhere/name.tar")))
 
 
-def test_a_working_directory_that_vanishes_while_packing_costs_nothing(machine: Machine):
+def test_a_working_directory_that_is_removed_while_packing_loses_nothing(machine: Machine):
     machine.directory("/opt/cwd")
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), behave.remove("/opt/cwd"))
     run = collect_one(machine, cwd="/opt/cwd")
@@ -111,13 +109,14 @@ def test_an_unfinished_compressed_file_that_cannot_be_removed_is_reported(
     check_whole(ended.archive)
 
 
-# ---- Archivers that die of the signal that interrupts the run -----------------------------------
+# ---- Archivers that the interrupting signal kills -----------------------------------------------
 
 
 @pytest.mark.parametrize("number", ["INT", "TERM"])
 @pytest.mark.parametrize("program, status", [("/bin/tar", 20), ("/bin/gzip", 10)])
-def test_an_archiver_that_the_interrupting_signal_kills_leaves_what_was_there(
-        machine: Machine, program: str, status: int, number: str):
+def test_an_archiver_killed_by_the_interrupting_signal_leaves_the_data(machine: Machine,
+                                                                       program: str, status: int,
+                                                                       number: str):
     write = behave.tarwrite(10240) if status == 20 else behave.gzwrite(50)
     machine.replace(program, write, behave.kill(number, "group"), behave.forever())
     run = collect_one(machine)
@@ -128,11 +127,10 @@ def test_an_archiver_that_the_interrupting_signal_kills_leaves_what_was_there(
     check_whole(run.directory if status == 20 else run.archive)
 
 
-# ---- A tar that complains, and what follows -----------------------------------------------------
+# ---- A tar that fails, and another failure after it ---------------------------------------------
 
 
-def test_a_tar_that_complained_and_a_compressed_file_in_the_way_leave_the_tar_file(
-        machine: Machine):
+def test_a_failed_tar_and_an_existing_compressed_file_leave_the_tar_file(machine: Machine):
     machine.replace("/bin/tar", behave.run("/opt/real/tar"),
                     behave.write("/opt/name.tar.gz", "his"), exit(1))
     run = collect_one(machine, "-o", "/opt/name")
@@ -142,9 +140,9 @@ def test_a_tar_that_complained_and_a_compressed_file_in_the_way_leave_the_tar_fi
     check_whole(run.archive)
 
 
-def test_a_tar_that_complained_and_an_interruption_leave_the_tar_file(machine: Machine):
+def test_a_failed_tar_and_an_interruption_leave_the_tar_file(machine: Machine):
     machine.replace("/bin/tar", behave.run("/opt/real/tar"), exit(1))
-    machine.replace("/bin/rm", behave.run("/opt/real/rm"), behave.exit(130))  # as SIGINT has it
+    machine.replace("/bin/rm", behave.run("/opt/real/rm"), behave.exit(130))  # killed by SIGINT
     run = collect_one(machine)
     message = "ZEPA136-E:quendil was interrupted. signal no = 2.\n"
     assert run.status == 10 and run.stderr == message + NOT_COMPRESSED + USE_AS_IS
@@ -152,10 +150,10 @@ def test_a_tar_that_complained_and_an_interruption_leave_the_tar_file(machine: M
     check_whole(run.archive)
 
 
-def test_a_gzip_that_prints_nothing_and_leaves_nothing_is_reported(machine: Machine):
+def test_a_gzip_that_removes_the_archive_and_writes_nothing_is_reported(machine: Machine):
     machine.replace("/bin/gzip", behave.gzconsume())
     run = collect_one(machine)
-    # The data is lost, by a program that removes what it was given: then that must be reported.
+    # gzip itself has removed the data: the run must report that.
     assert run.status == 10 and run.stderr.startswith(NOT_PACKED)
     assert machine.outputs() == [] and " = " not in run.stdout.rpartition("\r")[2]
 
@@ -164,15 +162,15 @@ def test_a_gzip_that_prints_nothing_and_leaves_nothing_is_reported(machine: Mach
 
 
 def every_whole_copy(machine: Machine) -> list[str]:
-    """Where the data is, whole."""
+    """The directories and archives that contain all the data."""
     found = []
     for name in machine.list(DATA_DIRECTORY):
         path = machine.path(f"{DATA_DIRECTORY}/{name}")
         try:
             check_whole(read_directory(path) if path.is_dir() else read_archive(path))
         except (AssertionError, OSError, EOFError):
-            continue
-        except Exception as error:  # noqa: BLE001 - what tarfile makes of a cut one has many types
+            continue  # an unfinished archive
+        except Exception as error:  # noqa: BLE001 - tarfile raises many types
             assert type(error).__module__ in ("tarfile", "zlib"), error
             continue
         found.append(name)

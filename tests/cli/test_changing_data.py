@@ -1,4 +1,4 @@
-"""Data that changes under the collector, and data of great length and number."""
+"""Data that changes while it is collected, very many files, and very long paths."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ CHANGES = {
     "grows": ([behave.append("/opt/data/b", "567890")], b"1234567890"),
     "shrinks": ([behave.write("/opt/data/b", "1")], b"1"),
     "is replaced": ([behave.rename("/opt/data/new", "/opt/data/b")], b"new"),
-    "becomes unreadable": ([behave.mode("/opt/data/b", 0)], b"1234"),  # to others than us
+    "becomes unreadable": ([behave.mode("/opt/data/b", 0)], b"1234"),  # except to root
     "vanishes": ([behave.remove("/opt/data/b")], None),
     "becomes a FIFO": ([behave.remove("/opt/data/b"), behave.fifo("/opt/data/b")], None),
     "becomes a loop": ([behave.remove("/opt/data/b"), behave.link("b", "/opt/data/b")], None),
@@ -55,7 +55,7 @@ MANY = 100_000
 
 
 def make_many(machine: Machine) -> list[str]:
-    """Very many files in one directory; their names in the order that the directory gives."""
+    """Makes very many files in one directory; returns their names in the order of the directory."""
     many = str(machine.path(machine.directory("/opt/many")))
     for number in range(MANY):
         os.mknod(f"{many}/{number:06}")
@@ -72,7 +72,7 @@ def test_a_hundred_thousand_files_are_collected_though_some_change_after_they_we
     run.signal(signal.SIGSTOP)
     machine.wait_for(lambda: any(entry.pid == run.pid and entry.state == "T"
                                  for entry in machine.processes()))
-    assert vanished not in machine.read_log("quendil.log")  # listed, but not brought in
+    assert vanished not in machine.read_log("quendil.log")  # listed, but not collected yet
     machine.remove(vanished)
     machine.file(grown, "123")
     machine.remove(fifo)
@@ -103,7 +103,7 @@ def test_a_hundred_thousand_files_are_collected_though_some_change_after_they_we
 
 
 def make_deep(machine: Machine, length: int, name: str) -> str:
-    """A file below /opt/deep whose full path has this many bytes; returns the path."""
+    """Makes a file below /opt/deep whose full path has this many bytes; returns the path."""
     path = "/opt/deep"
     descriptor = os.open(machine.path(machine.directory(path)), os.O_RDONLY)
     for part in _parts(length - len(path) - 1 - len(name)):
@@ -124,7 +124,7 @@ def _parts(length: int) -> Iterator[str]:
     """Names that have so many bytes together, each with the slash before it."""
     while length > 0:
         size = min(200, length)
-        size = size if length - size != 1 else size - 1  # no name without a letter
+        size = size if length - size != 1 else size - 1  # or the last name would be empty
         yield "d" * (size - 1)
         length -= size
 
@@ -154,8 +154,8 @@ def test_a_directory_whose_copy_has_no_room_for_its_path_is_reported(machine: Ma
     assert os.path.dirname(below)[1:] in run.archive and deep[1:] not in run.archive
 
 
-@pytest.mark.plain_binary  # an instrumented one wants memory of its own
-def test_many_long_paths_cost_memory_while_their_item_is_collected_and_little_of_it(
+@pytest.mark.plain_binary  # an instrumented binary needs more memory
+def test_many_long_paths_take_little_memory_and_only_while_their_item_is_collected(
         machine: Machine):
     directory = os.path.dirname(make_deep(machine, 3500, "x"))
     for number in range(2000):

@@ -1,4 +1,4 @@
-"""The command line: what is taken, what is refused, and in which words."""
+"""The command line: what is accepted, and what is refused with which message."""
 
 from __future__ import annotations
 
@@ -61,7 +61,7 @@ def not_absolute(path: str) -> str:
 
 
 def long_path(machine: Machine, length: int) -> str:
-    """A path of so many bytes below /opt/long, whose directories exist but not its last part."""
+    """A path of so many bytes below /opt/long; its directories exist, its last part does not."""
     path = "/opt/long/" + "d" * 120
     machine.directory(path)
     return path + "/" + "e" * (length - len(path) - 1)
@@ -96,7 +96,7 @@ def test_help_names_the_program_as_it_was_called(machine: Machine, argv0: str, n
     assert machine.run("-h", argv0=argv0).stdout == USAGE.format(name=name)
 
 
-def test_help_is_shown_to_everybody(machine: Machine):
+def test_help_is_shown_to_every_user(machine: Machine):
     run = machine.run("-h", user=1000)
     assert (run.status, run.stdout, run.stderr) == (255, USAGE.format(name="quendil"), "")
     assert run.history is None
@@ -235,7 +235,7 @@ def test_a_group_or_target_of_256_bytes_is_taken(machine: Machine, option: str, 
     assert "ZEPA145-W" in machine.run(option, value).stderr
 
 
-#: What would forge a line and clear a terminal, and how it is shown; a tab is no more than a tab.
+#: A text that would forge a line and clear a terminal, and how it is shown; a tab stays a tab.
 FORGED, SHOWN = "x\n\x1b[2J\t\u009b", "x\\012\\033[2J\t\\302\\233"
 
 
@@ -276,7 +276,7 @@ def index_in(machine: Machine, directory: str) -> str:
 
 
 @pytest.mark.parametrize("odd, shown", [(FORGED, SHOWN), ("\udc9b2J\udcff", "\\2332J\udcff")],
-                         ids=["control characters", "no text"])
+                         ids=["control characters", "not UTF-8"])
 def test_a_directory_of_an_odd_name_is_used_as_it_is_and_shown_escaped(machine: Machine, odd: str,
                                                                        shown: str):
     machine.directory(f"/opt/{odd}")
@@ -328,7 +328,7 @@ def test_only_the_owners_bits_make_a_directory_writable(machine: Machine, mode: 
     (".", "/opt/base"), ("/opt/base/../base/out", "/opt/base/out"), ("../../opt/base", "/opt/base"),
     ("/../opt", "/opt"), ("", "/opt/base"),
 ])
-def test_a_directory_is_made_absolute_and_plain(machine: Machine, value: str, shown: str):
+def test_a_directory_is_made_absolute_and_normalized(machine: Machine, value: str, shown: str):
     machine.directory("/opt/base/out")
     run = collect(machine, pattern_text.block(), arguments=("-d", value), cwd="/opt/base")
     assert run.status == 0
@@ -342,7 +342,7 @@ def test_a_directory_of_260_bytes_is_taken(machine: Machine):
     assert run.status == 0 and run.result.startswith(path + "/")
 
 
-def test_a_repeated_directory_is_warned_of_and_the_last_one_wins(machine: Machine):
+def test_a_repeated_directory_gives_a_warning_and_the_last_one_wins(machine: Machine):
     machine.directory("/opt/last")
     arguments = ("-d", "/opt/none", "-D", "/opt/none/2", "-d", "/opt/last")
     run = collect(machine, pattern_text.block(), arguments=arguments)
@@ -401,13 +401,13 @@ def test_an_output_file_in_a_missing_directory_is_refused(machine: Machine, valu
     check_refused(machine, machine.run(*arguments), arguments, no_directory(directory))
 
 
-def test_a_repeated_output_file_is_warned_of_and_the_last_one_wins(machine: Machine):
+def test_a_repeated_output_file_gives_a_warning_and_the_last_one_wins(machine: Machine):
     run = collect(machine, pattern_text.block(), arguments=("-o", "/none/x", "-O", "/opt/last"))
     assert (run.status, run.stderr) == (0, repeated("-O"))
     assert run.result == "/opt/last.tar.gz"
 
 
-def test_a_repeated_output_file_that_is_wrong_is_warned_of_first(machine: Machine):
+def test_the_warning_of_a_repeated_output_file_comes_before_its_error(machine: Machine):
     arguments = ["-g", "demo", "-o", "/opt/x", "-o", "y"]
     check_refused(machine, machine.run(*arguments), arguments, repeated("-o") + not_absolute("y"))
 
@@ -477,7 +477,7 @@ def test_a_configuration_file_of_260_bytes_is_taken(machine: Machine):
     assert collect(machine, pattern_text.block(), arguments=("-c", path)).status == 0
 
 
-def test_a_repeated_configuration_file_is_warned_of_and_the_last_one_wins(machine: Machine):
+def test_a_repeated_configuration_file_gives_a_warning_and_the_last_one_wins(machine: Machine):
     last = machine.file("/opt/last", "QUENDIL_MAX_OUTPUT_DATA_SIZE=7\n")
     run = collect(machine, pattern_text.block(), arguments=("-c", "/none", "-c", last))
     assert (run.status, run.stderr) == (0, repeated("-c"))

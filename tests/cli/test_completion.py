@@ -1,4 +1,4 @@
-"""The bash completion: what it offers, and that no pattern file can make it do anything else."""
+"""The bash completion: what it offers, and that no pattern file can make it run a command."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ from support.machine import PATTERN_DIRECTORY, Machine
 ROOT = Path(__file__).resolve().parents[2]
 COMPLETION = ROOT / "completions/quendil.bash"
 
-#: Calls the function as readline does, with the words cut at ":" and "=".
+#: Calls the function as readline does, with words that are split at ":" and "=" too.
 DRIVER = r"""
 . "$1"
 compopt() { printf 'compopt %s\n' "$*"; }
@@ -46,7 +46,7 @@ BLOCK {
 }
 """
 
-#: PP_GROUP of the pattern above, as it is to be typed.
+#: The values of PP_GROUP above, as they must be typed.
 GROUPS = {
     "linux", "network", r"web\ shop", r'say\ \"hi\"\ \\\ #1', "100%", r"ab\ cd", "app:test",
     "app:prod", r"\$\(touch\ /tmp/ran\)", r"\`touch\ /tmp/ran\`", r"\'\;touch\ /tmp/ran\;\'",
@@ -54,14 +54,14 @@ GROUPS = {
 
 
 def offered(machine: Machine, line: str, *words: str) -> list[str]:
-    """What is offered behind a line; `words` are its words where bash cuts at more than blanks."""
+    """The words offered after a line, which bash splits into `words`, if not only at blanks."""
     path = machine.file("/tmp/completion", COMPLETION.read_bytes())
     driver = machine.file("/tmp/driver", DRIVER)
-    cut = words or line.split(" ")
-    return machine.exec(["/bin/bash", driver, path, line, *cut]).stdout.splitlines()
+    split = words or line.split(" ")
+    return machine.exec(["/bin/bash", driver, path, line, *split]).stdout.splitlines()
 
 
-def test_options_are_offered_where_an_option_is_due(machine: Machine):
+def test_options_are_offered_where_an_option_is_expected(machine: Machine):
     every = ["-g", "-t", "-c", "-d", "-o", "-h"]
     assert offered(machine, "quendil ") == every
     assert offered(machine, "quendil -") == every
@@ -91,8 +91,8 @@ def test_groups_and_targets_are_offered_from_the_pattern_files(machine: Machine)
     ('quendil -g "app:t', ["quendil", "-g", '"app:t'], ["app:test"]),
     ("quendil -g ';", ["quendil", "-g", "';"], []),
 ])
-def test_a_word_begun_in_any_way_of_quoting_is_continued(machine: Machine, line: str,
-                                                         words: list[str], expected: list[str]):
+def test_a_word_is_completed_in_every_kind_of_quotes(machine: Machine, line: str, words: list[str],
+                                                     expected: list[str]):
     machine.pattern("10_first", PATTERN)
     assert offered(machine, line, *words) == expected
     assert not machine.exists("/tmp/ran")
@@ -122,8 +122,8 @@ def test_hostile_pattern_files_are_only_read(machine: Machine):
     assert offered(machine, "quendil -g ") == ["dash", "good", "assigned"]
 
 
-#: Types into an interactive bash on a terminal of its own and prints the arguments that a command
-#: line got: each key press waits for what the one before it has printed on the screen.
+#: Types into an interactive bash on its own terminal, and waits after each text for what the screen
+#: must show then.
 TYPIST = r"""
 import os, pty, select, sys
 def screen(descriptor, text):

@@ -193,7 +193,7 @@ def test_the_option_hides_no_fault_of_the_configured_directory(machine: Machine,
     check_refused(machine, machine.run(*arguments), arguments, fault(1), 1)
 
 
-def test_a_fault_behind_a_good_line_undoes_nothing_and_collects_nothing(machine: Machine):
+def test_a_fault_after_good_lines_ends_the_run_and_collects_nothing(machine: Machine):
     machine.directory("/opt/data")
     check_fault(machine, "QUENDIL_DATA_DIRECTORY=/opt/data\nQUENDIL_CLEANUP=ON\nx\n", 3)
     assert machine.list("/opt/data") == []

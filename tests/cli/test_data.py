@@ -1,4 +1,4 @@
-"""Data items: what is found, what is copied, and how it is in the unpacked archive."""
+"""Data items: what is found, what is copied, and what the unpacked archive contains."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ from support.tree import Member, Tree, read_directory
 
 
 def walk(machine: Machine, path: str) -> Iterator[str]:
-    """A path and all below it, parents first, in the order that directories give; links are
+    """A path and everything below it, parents first, in the order of the directories; no link is
     followed."""
     yield path
     if stat.S_ISDIR(machine.status(path).st_mode):
@@ -35,7 +35,7 @@ def log_of(machine: Machine, *paths: str, before: str = "") -> str:
 
 
 def check_same(machine: Machine, unpacked: Tree, path: str) -> None:
-    """Every entry of a tree without links came with its content, mode, owner and time."""
+    """Every entry of a tree without links is in the archive, with content, mode, owner and time."""
     source = read_directory(machine.path(path))
     for name, member in source.members().items():
         there = f"{path[1:]}/{name}".rstrip("/")
@@ -78,7 +78,7 @@ def test_a_single_file_is_collected_with_its_attributes_and_its_directories(mach
 
 
 def make_tree(machine: Machine) -> None:
-    """A tree with something of every ordinary sort."""
+    """Makes a tree of full, empty and hidden files and directories, each with other attributes."""
     for number, name in enumerate(("a", "b/c", "b/.hidden", ".dir/d/e", "b/f/g")):
         machine.file(f"/opt/data/{name}", "x" * number, 0o600 + number, (number, 5),
                      1_000_000_000 + number)
@@ -298,7 +298,7 @@ SPECIAL = {"fifo": behave.fifo("/opt/data/special"), "socket": behave.socket("/o
 
 
 def make_special(machine: Machine, kind: str) -> None:
-    """Something below /opt/data that must not be opened."""
+    """Makes a file below /opt/data that must not be opened."""
     machine.directory("/opt/data")
     if kind in SPECIAL:
         machine.exec(machine.tool(SPECIAL[kind]))
@@ -344,8 +344,8 @@ def test_a_file_of_the_kernel_is_collected_with_its_content(machine: Machine, pa
     content = machine.exec(["/bin/cat", path]).stdout
     assert content
     run = collect(machine, pattern_text.data(path))
-    # The reported size is that of the kernel, which says nothing of the content; the total
-    # counts what was read.
+    # The log has the size that stat reports, which is not that of the content; the total counts the
+    # bytes read.
     size = int(machine.exec(["/usr/bin/stat", "-c", "%s", path]).stdout)
     read = max(size, len(content))
     assert run.log == started_log().data({path: size}, read).complete().text
@@ -380,8 +380,8 @@ def test_a_file_of_the_kernel_that_cannot_be_read_is_reported(machine: Machine):
     assert "proc/sys/vm/drop_caches" not in run.archive
 
 
-@pytest.mark.plain_binary  # the sanitizers' own library looks into /proc
-def test_data_is_collected_where_the_kernel_shows_nothing_of_itself(machine: Machine):
+@pytest.mark.plain_binary  # the sanitizers' library reads /proc
+def test_data_is_collected_where_proc_is_empty(machine: Machine):
     machine.file("/opt/data/file", "content")
     machine.fifo("/opt/data/fifo")
     machine.mount("-t", "tmpfs", "sandbox", "/proc")
@@ -393,7 +393,7 @@ def test_data_is_collected_where_the_kernel_shows_nothing_of_itself(machine: Mac
 # ---- Several items ------------------------------------------------------------------------------
 
 
-def test_the_second_item_that_names_a_file_leaves_it_alone(machine: Machine):
+def test_a_file_that_two_items_name_is_copied_and_counted_once(machine: Machine):
     machine.file("/opt/data/a", "12345")
     machine.file("/opt/data/b", "123")
     run = collect(machine, pattern_text.data("/opt/data/a"), pattern_text.data("/opt/data/?"),

@@ -29,14 +29,14 @@ def literals(path: Path) -> list[str]:
 
 
 def complete(example: str) -> str:
-    """A whole pattern file: what shows items only is put into a block."""
+    """A complete pattern file; an example that has only items is put into a block."""
     if example.startswith("FORMAT_VERSION"):
         return example
     return f"FORMAT_VERSION = 1.0\nPP_GROUP = recipe\nBLOCK {{\n{example}}}\n"
 
 
 def patterns() -> dict[str, str]:
-    """Every example of a pattern file, by a name with its place."""
+    """Every example of a pattern file, by its document and number."""
     found = {}
     for path in (COOKBOOK, README, *sorted((ROOT / "docs").glob("*.md"))):
         texts = [text for kind, text in fences(path)
@@ -49,14 +49,14 @@ def patterns() -> dict[str, str]:
 
 
 def initializing(run: Run) -> list[str]:
-    """The run log's lines from the end of the parameters to the end of the reading."""
+    """The run log's lines of the initializing phase, without the summary of parameters."""
     assert run.log is not None
     part = run.log.split("ZEPA202-I:Started initializing.\n")[1]
     return [line for line in part.partition("ZEPA203-I:")[0].splitlines()
             if not line.startswith(("ZEPA205-I:", "    "))]
 
 
-def test_every_block_of_the_cookbook_is_of_a_kind_that_is_tried():
+def test_every_block_of_the_cookbook_is_of_a_kind_that_is_tested():
     kinds = {kind for kind, _ in fences(COOKBOOK)}
     assert kinds == {"pattern", "mistake", "log", "terminal", "sh"}
     assert {name.rpartition("_")[0] for name in patterns()} == {
@@ -100,7 +100,7 @@ def test_the_recipes_with_tools_of_the_system_do_what_they_promise(machine: Mach
 
 
 def mistakes() -> list[tuple[str, list[tuple[str, str]]]]:
-    """Every pattern with a mistake, with the blocks behind it that show the report of it."""
+    """Every pattern with a mistake, with the blocks after it that show its reports."""
     found: list[tuple[str, list[tuple[str, str]]]] = []
     for kind, text in fences(COOKBOOK):
         if kind == "mistake":
@@ -111,7 +111,7 @@ def mistakes() -> list[tuple[str, list[tuple[str, str]]]]:
 
 
 @pytest.mark.parametrize("pattern, reported", mistakes(), ids=range(len(mistakes())))
-def test_a_mistake_is_reported_as_the_cookbook_tells(machine: Machine, pattern: str,
+def test_a_mistake_is_reported_as_the_cookbook_says(machine: Machine, pattern: str,
                                                     reported: list[tuple[str, str]]):
     assert reported
     machine.pattern("90_myproduct", pattern)
@@ -152,7 +152,7 @@ def test_the_pattern_of_the_readme_has_ten_lines_and_collects(machine: Machine):
     assert run.archive.read("myproduct/var/log/myproduct/a.log") == b"seen\n"
 
 
-def test_the_groups_and_targets_can_be_listed_as_the_readme_tells(machine: Machine):
+def test_the_groups_and_targets_can_be_listed_as_the_readme_says(machine: Machine):
     command = next(text for _, text in fences(README) if "grep -hiE" in text)
     listed = machine.exec(command.replace("sudo ", "")).stdout
     assert {"PP_GROUP = linux", "PP_GROUP = network", "TARGET = network"} <= {
@@ -168,7 +168,7 @@ def examples_of_commands() -> list[str]:
     return [line.replace("\\-", "-").replace("\\(dq", '"') for line in lines]
 
 
-def test_the_examples_of_the_commands_run_as_they_stand(machine: Machine):
+def test_the_examples_of_the_commands_run_as_they_are_printed(machine: Machine):
     commands = examples_of_commands()
     assert len(commands) > 15
     for command in commands:

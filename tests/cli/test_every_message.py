@@ -64,12 +64,12 @@ Messages = tuple[Message, ...]
 
 
 def issues(*messages: Message) -> pytest.MarkDecorator:
-    """Gives a test, as `messages`, those that its run issues."""
+    """Passes to a test, as `messages`, the messages that its run issues."""
     return pytest.mark.parametrize("messages", [messages], ids=[messages[0].text[:7]])
 
 
 def shows(whole: str | None, text: str) -> bool:
-    """Whether a text has these lines. A line begins behind the bar's carriage returns, too."""
+    """Whether a text has these lines. A line may begin after a carriage return of the bar, too."""
     return re.search(r"(?:\A|[\n\r])" + re.escape(text), whole or "") is not None
 
 
@@ -211,7 +211,7 @@ def test_pattern_files_with_mistakes(machine: Machine, messages: Messages):
     check(collect(machine, pattern_text.block()), messages)
 
 
-# ---- A run that is good -------------------------------------------------------------------------
+# ---- A complete run -----------------------------------------------------------------------------
 
 
 TOOL = "/opt/behave err no\\x0a exit 3"
@@ -340,11 +340,11 @@ def test_a_history_that_cannot_be_written(machine: Machine, messages: Messages):
 # ---- Memory -------------------------------------------------------------------------------------
 
 
-#: Bytes of data that are enough for a small run and for none of these.
+#: A limit of memory that is enough for a small run and not for these.
 MEMORY = {"data": 1_000_000}
 
 
-@pytest.mark.plain_binary  # an instrumented one needs more for itself
+@pytest.mark.plain_binary  # an instrumented binary needs more
 @issues(says(18, "ZEPA122-E:Memory is insufficient.", STDERR_LOG))
 def test_a_run_out_of_memory(machine: Machine, messages: Messages):
     items = [pattern_text.data("/opt/" + "x" * 200)] * 6000

@@ -1,4 +1,4 @@
-"""What a user exchanges while root collects: nothing of it gets into an archive."""
+"""Files that a user replaces while root collects: no replacement gets into an archive."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ def failed(path: str) -> str:
 
 
 def make_home(machine: Machine) -> None:
-    """A user's directory with a file, and a tree and a file of root's that he cannot read."""
+    """Makes a user's directory with a file, and a directory of root's that the user cannot read."""
     machine.file(f"{HOME}/file", b"his", owner=USER)
     machine.directory(HOME, 0o755, USER)
     machine.file("/opt/secret/key", SECRET, 0o600)
@@ -31,13 +31,13 @@ def make_home(machine: Machine) -> None:
 
 
 def script(machine: Machine, path: str, text: str) -> str:
-    """A shell script as a tool."""
+    """Makes a shell script that a tool can be; returns its path."""
     machine.file(path, f"#!/bin/sh\n{text}\n", 0o755)
     return path
 
 
 def user_link(machine: Machine, path: str, target: str, owner: tuple[int, int] = USER) -> None:
-    """A symbolic link of a user's."""
+    """Makes a symbolic link that belongs to a user."""
     machine.link(path, target)
     os.chown(machine.path(path), *owner, follow_symlinks=False)
 
@@ -121,7 +121,7 @@ def test_a_wildcard_below_a_link_of_a_user_is_a_failed_copy(machine: Machine):
     assert not [name for name in run.archive.names if "key" in name]
 
 
-def test_a_link_with_a_very_long_way_leads_nowhere(machine: Machine):
+def test_a_link_whose_resolution_is_too_long_counts_as_missing(machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/a", 0o755, USER)
     user_link(machine, f"{HOME}/short", "a/../" * 40 + "file")
@@ -149,12 +149,12 @@ until [ -s /opt/pid ]; do :; done""")
     assert run.archive.read(f"proc/{pid}/root/opt/ns/file") == b"inner\n"
 
 
-# ---- What it costs -------------------------------------------------------------------------------
+# ---- Cost ----------------------------------------------------------------------------------------
 
 
 @pytest.mark.plain_binary
 @pytest.mark.parametrize("owner, most", [((0, 0), 16), (USER, 19)])
-def test_a_file_costs_no_more_calls_than_it_did(machine: Machine, owner, most: int):
+def test_a_file_takes_no_more_system_calls_than_this(machine: Machine, owner, most: int):
     machine.install(machine.behave_source.with_name("interrupter"), "/opt/interrupter")
     calls = []
     for count in (20, 120):
@@ -167,7 +167,7 @@ def test_a_file_costs_no_more_calls_than_it_did(machine: Machine, owner, most: i
         stops = [line.split() for line in machine.read("/tmp/stops").splitlines()]
         calls.append(sum(place == "before" for _, _, place, _ in stops))
         machine.remove(run.result)
-    # A directory is read in several pieces, and a free name found: a fraction for each file.
+    # To read the directory and to find a free name adds a fraction of a call for each file.
     assert 5 < (calls[1] - calls[0]) / 100 < most + 1
 
 
@@ -189,7 +189,8 @@ fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_UNLCK)
 
 
 def hold_lease(machine: Machine, path: str, then: str = "pass") -> None:
-    """A user's process that holds a lease on his file; what it does when it is asked for it."""
+    """Starts a user's process that holds a lease on a file; when another process opens the file, it
+    runs `then`, in Python, and releases the lease."""
     machine.file("/opt/then", then)
     machine.file("/opt/lease", LEASE, 0o755)
     machine.file("/opt/held", b"", owner=USER)
@@ -198,17 +199,17 @@ while kill -0 $! && ! [ -s /opt/held ]; do :; done""")])
     assert machine.read("/opt/held") == "yes", machine.read("/opt/lease.log")
 
 
-def test_a_file_under_a_lease_is_collected_when_its_holder_lets_go(machine: Machine):
+def test_a_file_under_a_lease_is_collected_when_its_holder_releases_it(machine: Machine):
     make_home(machine)
     hold_lease(machine, f"{HOME}/file")
     run = collect(machine, pattern_text.data(f"{HOME}/file"))
     assert run.archive.read("opt/home/file") == b"his" and "ZEPA130-W" not in run.log
 
 
-def test_a_file_under_a_lease_that_is_kept_is_given_up(machine: Machine):
+def test_a_file_under_a_lease_that_is_not_released_is_reported_and_skipped(machine: Machine):
     make_home(machine)
     machine.file("/opt/data", b"x")
-    # It would otherwise be the kernel that ends it, after most of a minute.
+    # Otherwise the kernel would end the lease, after /proc/sys/fs/lease-break-time.
     hold_lease(machine, f"{HOME}/file", """
 import time
 while not os.path.exists("/opt/over"):
@@ -240,7 +241,7 @@ def test_a_directory_that_a_tool_linked_is_copied_as_a_directory(machine: Machin
     output = re.escape(DATA_DIRECTORY) + r"/testhost_\d+"
     assert re.search(rf"ZEPA153-W.* = {output}/link/large, size = 2000 bytes", run.raw["log"])
     unpacked = unpack(machine, run)
-    assert unpacked.read("link/a/file") == b"content"  # one too large takes no other with it
+    assert unpacked.read("link/a/file") == b"content"  # a file over the limit removes no other
     source = read_directory(machine.path("/opt/tree"))
     assert unpacked["link/a/file"] == source["a/file"] and unpacked["link/a"] == source["a"]
     assert "link/large" not in unpacked
@@ -297,7 +298,7 @@ def test_links_of_ours_that_a_tool_removed_hide_none_to_a_users_file(machine: Ma
     assert run.status == 0 and SECRET not in run.archive.files().values()
 
 
-def test_a_link_of_ours_that_went_for_the_limit_hides_none_to_a_users_file(machine: Machine):
+def test_a_link_of_ours_that_the_limit_removed_hides_none_to_a_users_file(machine: Machine):
     make_home(machine)
     machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=10\nQUENDIL_CLEANUP=ON\n")
     machine.file("/opt/data/a", b"a" * 3000)
@@ -313,7 +314,7 @@ def test_a_link_to_nowhere_stays_only_where_no_user_can_put_something_there(mach
     make_home(machine)
     os.unlink(machine.path(f"{HOME}/file"))
     machine.directory("/opt/data")
-    # The user puts his link there while the logs are copied.
+    # The user makes a link there while the logs are copied.
     script(machine, "/opt/swap", f"[ -h {HOME}/file ] || ln -s /opt/secret/key {HOME}/file")
     machine.replace("/bin/cp", behave.run("/opt/swap"), behave.become("/opt/real/cp"))
     run = run_in_output(machine, f"ln -s {HOME}/file listed; ln -s {HOME}/file unlisted\n"
@@ -341,7 +342,7 @@ def test_what_a_tool_linked_counts_against_the_limit(machine: Machine):
 
 
 @pytest.mark.parametrize("listed", [True, False])
-def test_a_users_link_that_a_tool_copied_is_judged_as_where_it_was(machine: Machine, listed: bool):
+def test_a_users_link_that_a_tool_copied_is_not_followed(machine: Machine, listed: bool):
     make_home(machine)
     user_link(machine, f"{HOME}/link", "/opt/secret/key")
     items = [pattern_text.data("%d%")] if listed else []
@@ -352,7 +353,8 @@ def test_a_users_link_that_a_tool_copied_is_judged_as_where_it_was(machine: Mach
 
 @pytest.mark.parametrize("listed", [True, False])
 @pytest.mark.parametrize("make", ["mkfifo x", "ln -s /dev/zero x", "mknod x c 1 5"])
-def test_what_is_no_data_does_not_stay_in_the_output(machine: Machine, make: str, listed: bool):
+def test_a_fifo_or_device_that_a_tool_left_is_removed_from_the_output(machine: Machine, make: str,
+                                                                      listed: bool):
     items = [pattern_text.data("%d%/x")] if listed else []
     run = run_in_output(machine, make + "; echo kept > y", *items)
     assert run.status == 0 and run.stderr == ""
@@ -495,9 +497,11 @@ def test_nothing_is_removed_behind_an_output_that_is_exchanged_while_it_is_swept
 
 
 def run_below_home(machine: Machine, meanwhile: str, in_output: str, *items: str):
-    """A run whose output is in a user's directory, and is exchanged while it waits for his file.
+    """A run whose output is in a user's directory. While it waits for the user's lease, the user
+    renames the output and does what `meanwhile` says.
 
-    /opt/victim is a directory of root's that he would like to have something made in.
+    The run must fail and leave /opt/victim as it was, a directory of root's to which the user's
+    links lead.
     """
     make_home(machine)
     machine.directory(f"{HOME}/base", 0o755, USER)
@@ -540,7 +544,7 @@ def test_the_index_goes_to_the_output_that_was_made(machine: Machine):
 def test_tar_packs_the_output_that_was_made(machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/base", 0o755, USER)
-    # What the owner of the base directory may do at any moment is done where tar starts.
+    # The owner of the base directory can replace the output at any time; here, while tar starts.
     script(machine, "/opt/swap", f"""(cd {HOME}/base; mv "$3" away; mkdir "$3"
 ln -s /opt/secret/key "$3/x"); /opt/real/tar "$@"; s=$?
 cd {HOME}/base; rm -r "$3"; mv away "$3"; exit $s""")
@@ -548,7 +552,7 @@ cd {HOME}/base; rm -r "$3"; mv away "$3"; exit $s""")
     run = collect(machine, pattern_text.data(f"{HOME}/file"), arguments=("-d", f"{HOME}/base"))
     assert run.status == 0 and run.archive.read("opt/home/file") == b"his"
     assert SECRET not in run.archive.files().values()
-    assert machine.outputs() == []  # nor what the packing needed
+    assert machine.outputs() == []  # and nothing of what the packing needed
     assert [name for name in machine.list(f"{HOME}/base") if not name.endswith(".gz")] == []
 
 
@@ -610,7 +614,7 @@ def test_what_takes_the_archives_name_in_a_users_directory_is_not_written_to(mac
     assert machine.exists(f"{HOME}/result.tar") == (put != "true")
 
 
-def test_a_claim_that_fails_in_a_users_directory_lets_tar_write_nowhere(machine: Machine):
+def test_an_archive_that_cannot_be_made_in_a_users_directory_is_written_nowhere(machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/sub", 0o755, USER)
     machine.file("/opt/data", b"x")
@@ -637,7 +641,7 @@ def test_a_compressed_file_that_is_not_ours_is_not_removed(machine: Machine):
     assert machine.list("/opt/victim") == ["result.tar", "result.tar.gz"]
 
 
-def test_a_default_acl_opens_no_archive(machine: Machine):
+def test_a_default_acl_gives_no_access_to_the_archive(machine: Machine):
     # u::rwx u:1000:rwx g::rwx m::rwx o::rwx
     entries = [(1, 7, 0xFFFFFFFF), (2, 7, 1000), (4, 7, 0xFFFFFFFF), (16, 7, 0xFFFFFFFF),
                (32, 7, 0xFFFFFFFF)]
@@ -651,15 +655,15 @@ def test_a_default_acl_opens_no_archive(machine: Machine):
     assert machine.status(run.result).st_mode & 0o077 == 0
 
 
-# ---- The last whole copy -------------------------------------------------------------------------
+# ---- The last complete copy ----------------------------------------------------------------------
 
-CUT = "/opt/real/tar \"$@\"\ntruncate -s 5120 \"$2\"\n"
+TRUNCATED = "/opt/real/tar \"$@\"\ntruncate -s 5120 \"$2\"\n"
 
 
 def test_a_truncated_archive_is_removed_and_the_directory_is_the_result(machine: Machine):
     machine.file("/opt/data", b"x" * 20000)
     real = machine.replace("/bin/tar", behave.become("/opt/cut"))
-    script(machine, "/opt/cut", CUT + "exit 2")
+    script(machine, "/opt/cut", TRUNCATED + "exit 2")
     output = ("-o", "/opt/result")
     run = collect(machine, pattern_text.data("/opt/data"), arguments=output)
     assert run.status == 20
@@ -675,7 +679,7 @@ def test_the_last_whole_copy_stays_when_the_run_log_cannot_be_written_then(machi
     machine.small_tmpfs(logs, 65536)
     machine.file("/opt/data", b"x" * 20000)
     machine.replace("/bin/tar", behave.become("/opt/other"))
-    # Its output fills the run log nearly to the end of the last page, and the disk is full then.
+    # Its output fills the run log nearly to the end of its last page, and then it fills the disk.
     script(machine, "/opt/other", f"""echo no archive of tar >"$2"
 head -c $((4096 - $(stat -c %s {logs}/quendil.log) % 4096 - 20)) /dev/zero | tr '\\0' x >&2
 cat /dev/zero >{logs}/full 2>/dev/null

@@ -1,4 +1,4 @@
-"""What a caller or an earlier run may have left in a run's way: it ends with a correct report."""
+"""Starts with a hostile environment or damaged files: each run ends with a correct report."""
 
 from __future__ import annotations
 
@@ -31,7 +31,7 @@ ctypes.CDLL(None).execve(%r, argv, (ctypes.c_char_p * 1)(None))
 
 
 def call(machine: Machine, *words: bytes) -> tuple[int, str, str]:
-    """Status, output and error output of a program called so, without any environment."""
+    """Calls the program with these words and no environment; status, output and error output."""
     machine.file("/opt/call.py", CALL % (list(words), QUENDIL.encode()))
     done = machine.exec(["/usr/bin/python3", "-I", "-S", "/opt/call.py"], check=False)
     return done.status, done.stdout, done.stderr
@@ -72,7 +72,7 @@ def test_a_name_forges_no_line_of_the_index(machine: Machine):
 def test_the_name_is_what_follows_the_last_slash(machine: Machine, argv0: str, name: str):
     if machine.wrapped:
         pytest.skip("a wrapped program cannot be given another name")
-    # A name that asks for help is an argument like the others.
+    # A program name that is "-h" asks for help, as an argument does.
     arguments = [] if name else ["-h"]
     run = machine.run(*arguments, argv0=argv0)
     assert (run.status, run.stdout, run.stderr) == (255, USAGE.format(name=name), "")
@@ -115,7 +115,7 @@ def test_a_fifo_in_the_indexs_place_ends_the_run(machine: Machine):
 
 
 @pytest.mark.parametrize("name", ["quendil.log", "quendil_old.log"])
-def test_what_exists_in_the_run_logs_place_is_renamed(machine: Machine, name: str):
+def test_a_fifo_in_the_run_logs_place_does_not_block_a_run(machine: Machine, name: str):
     machine.fifo(f"{LOG_DIRECTORY}/{name}")
     arguments = ["-x"]
     run = machine.run(*arguments)
@@ -131,9 +131,9 @@ def test_lock_files_may_be_of_any_kind_that_can_be_locked(machine: Machine):
     assert (run.status, run.stdout, run.stderr) == (0, complete_output(0), "")
 
 
-def test_a_history_of_three_gigabytes_is_put_aside(machine: Machine):
+def test_a_history_of_three_gigabytes_is_rotated(machine: Machine):
     os.truncate(machine.path(machine.file(HISTORY)), 3 << 30)
-    # Not by a run of the machine, which would read all of the logs.
+    # Not with machine.run, which would read the whole log.
     done = machine.exec([QUENDIL, "-x"], check=False)
     assert done.status == 255 and "ZEPA140-W" not in done.stderr
     assert machine.status(OLD_HISTORY).st_size == 3 << 30
@@ -239,7 +239,7 @@ def test_no_file_becomes_the_terminal_where_even_the_null_device_is_missing(
 # ---- Limits -------------------------------------------------------------------------------------
 
 
-@pytest.mark.plain_binary  # an instrumented one wants descriptors of its own
+@pytest.mark.plain_binary  # an instrumented binary needs descriptors of its own
 def test_with_few_descriptors_a_run_does_what_it_can_and_reports_the_rest(machine: Machine):
     machine.file("/opt/data", "x")
     seen = set()
@@ -271,7 +271,8 @@ def test_the_callers_umask_does_not_matter(machine: Machine):
 
 
 @pytest.mark.plain_binary  # the leak sanitizer needs the rights that are missing here
-def test_a_run_without_rights_behind_a_real_super_user_reports_what_it_may_not(machine: Machine):
+def test_a_run_of_root_with_an_ordinary_effective_user_reports_what_it_cannot_open(
+        machine: Machine):
     run = machine.run(*GROUP, user=0, effective_user=1000)
     path = f"{BIN_DIRECTORY}/{HISTORY_LOCK}"
     lost = expect.system_error("open", 13, path, "IGCmnLog", warning=True)

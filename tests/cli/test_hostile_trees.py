@@ -1,4 +1,4 @@
-"""Trees that a user arranged against the collector, or that the kernel has made itself."""
+"""Trees that a user made to harm the collector, and trees of the kernel."""
 
 import os
 import re
@@ -10,14 +10,14 @@ from support.machine import Machine
 
 
 def script(machine: Machine, path: str, text: str) -> str:
-    """A shell script as a tool."""
+    """Makes a shell script that a tool can be; returns its path."""
     machine.file(path, f"#!/bin/sh\n{text}\n", 0o755)
     return path
 
 
-def test_a_graph_of_links_is_walked_in_one_way_only(machine: Machine):
-    # Two links a level give 2^16 paths; every directory is entered through a link once. No more
-    # levels: the kernel follows 40 links in one path, and counts them anew where it looks twice.
+def test_each_directory_of_a_graph_of_links_is_entered_once(machine: Machine):
+    # Two links a level give 2^16 paths; every directory is entered through a link once. More levels
+    # could fail: the kernel follows at most 40 links in one path, and may count a link twice.
     levels = 16
     machine.directory("/opt/data")
     for level in range(levels):
@@ -56,24 +56,24 @@ def test_a_link_of_the_kernel_is_entered_where_the_path_names_it(machine: Machin
     assert run.archive.read("sys/class/net/lo/mtu") == b"65536\n"
 
 
-@pytest.mark.parametrize("path, brings", [
+@pytest.mark.parametrize("path, entered", [
     ("/proc/self/task", False), ("/proc/self/cw*", False), ("/proc/self/cwd", True)])
 def test_a_link_out_of_the_kernels_files_is_entered_only_where_the_path_names_it(
-    machine: Machine, path: str, brings: bool
+    machine: Machine, path: str, entered: bool
 ):
-    # A process's "root" would bring the whole machine.
+    # Below a process's "root" is the whole machine.
     machine.file("/opt/small/file", "x")
     run = collect(machine, pattern_text.data(path), cwd="/opt/small")
     assert run.status == 0
     copied = re.findall(r"It copied collecting data = (.*)\. size", run.raw["log"])
     assert [name for name in copied if name.endswith("/cwd")] != []
     below = [name for name in copied if re.search("/(cwd|root)/", name)]
-    assert below == (["/proc/self/cwd/file"] if brings else [])
+    assert below == (["/proc/self/cwd/file"] if entered else [])
 
 
 @pytest.mark.parametrize("path", ["/dev/fd", "/proc/self/fd", "/proc/thread-self/fd/*"])
 def test_the_open_files_of_the_own_process_are_those_of_the_run(machine: Machine, path: str):
-    # In tar one of them would be the directory that it packs, which would then hold itself.
+    # If tar followed these links, it would find the directory that it packs below itself.
     run = collect(machine, pattern_text.data(path))
     assert run.status == 0
     place = path.removesuffix("/*")[1:]
@@ -113,7 +113,7 @@ def test_a_deep_tree_costs_no_more_than_its_size(machine: Machine):
 def test_a_chain_of_directories_costs_no_more_than_its_length(machine: Machine):
     path = "/opt/data" + "/d" * 1900
     machine.exec(["/bin/mkdir", "-p", path])
-    run = collect(machine, pattern_text.data("/opt/data"))  # checking each path took minutes
+    run = collect(machine, pattern_text.data("/opt/data"))  # took minutes with a check of each path
     assert run.status == 0 and "ZEPA140-W" not in run.log
     assert path[1:] in run.archive
 
@@ -135,7 +135,8 @@ def test_no_other_user_may_enter_the_output_while_it_is_made(machine: Machine):
     assert machine.read(report) == "700\n"
 
 
-def test_a_name_that_leads_up_behind_a_link_is_reported_as_it_is_made(machine: Machine):
+def test_an_output_file_with_two_dots_after_a_link_is_made_where_the_kernel_resolves_it(
+        machine: Machine):
     machine.directory("/opt/one/sub")
     machine.directory("/opt/two")
     machine.link("/opt/two/link", "/opt/one/sub")

@@ -155,7 +155,7 @@ def test_an_index_that_cannot_be_written_ends_the_run(machine: Machine, data: st
     assert run.status == 255 and machine.outputs() == []
     assert run.log is not None and reported in run.log
     assert not machine.exists("/opt/never")
-    # What ended the run was a line of the log only; now the terminal has it too.
+    # The warning was in the log only; because it ended the run, the terminal shows it too.
     assert run.stderr == reported.splitlines(keepends=True)[0] + expect.LOOK_AT_LOG
 
 
@@ -175,7 +175,7 @@ def test_a_head_that_is_too_long_for_the_disk_is_reported_as_a_failed_write(mach
 def test_a_disk_that_is_full_in_the_midst_of_a_record_ends_the_run(machine: Machine, cleanup: str):
     machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
     machine.small_tmpfs(DATA_DIRECTORY, 200_000)
-    # Names take no room there, but a record with all of them does.
+    # File names take no space on this file system, but the record of all of them does.
     fill = machine.file("/opt/fill", "#!/bin/sh\n"
                         "mkdir $1/own && touch $(seq -f $1/own/%0200.0f 40)\n"
                         f"head -c 1000000 /dev/zero > {DATA_DIRECTORY}/filler 2> /opt/errors\n",

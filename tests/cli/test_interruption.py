@@ -28,7 +28,7 @@ def cleaned_up(number: int, status: int, tool: str, timeout: int = 10, code: int
     return log.cleaned(expect.OUTPUT_DIRECTORY).finished(255).text
 
 
-#: Becomes a program whose terminal is its standard input.
+#: Makes the standard input the controlling terminal and executes a program.
 ON_TERMINAL = """\
 import fcntl, os, sys, termios
 fcntl.ioctl(0, termios.TIOCSCTTY, 0)
@@ -57,10 +57,10 @@ def test_an_interruption_stops_the_tool_and_removes_the_output(machine: Machine,
     assert machine.outputs() == [] and not machine.exists("/opt/never")
 
 
-@pytest.mark.parametrize("deaf, status", [([], 15), ([ignore("TERM")], 9)])
+@pytest.mark.parametrize("actions, status", [([], 15), ([ignore("TERM")], 9)])
 def test_a_tool_that_left_its_group_does_not_hold_up_an_interrupted_run(
-        machine: Machine, deaf: list[behave.Action], status: int):
-    tool = machine.tool(behave.leave(), *deaf, ready("/opt/ready"), forever())
+        machine: Machine, actions: list[behave.Action], status: int):
+    tool = machine.tool(behave.leave(), *actions, ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.tool(tool))
     run.wait_for("/opt/ready")
     run.signal(signal.SIGINT)
@@ -118,7 +118,7 @@ def test_a_tool_is_asked_to_end_before_it_is_killed(machine: Machine, code: int,
 
 
 def _settled(machine: Machine, entry, actions: list[behave.Action]) -> bool:
-    """Whether a process has come to what it is to do about the signal."""
+    """Whether a process has stopped itself or set its action for SIGTERM, as `actions` has it."""
     status = machine.read(f"/proc/{entry.pid}/status")
     if actions == [behave.stop()]:
         return entry.state == "T"
@@ -159,7 +159,7 @@ def test_a_second_signal_changes_nothing(machine: Machine, first: int, second: i
     assert machine.read("/opt/noted") == "15\n" and machine.outputs() == []
 
 
-def test_a_terminals_interrupt_ends_the_run_and_spares_nothing_of_the_tool(machine: Machine):
+def test_a_terminals_interrupt_ends_the_run_which_stops_its_tool_with_sigterm(machine: Machine):
     tool = machine.tool(behave.note("INT", "/opt/noted"), ready("/opt/ready"), forever())
     run = begin(machine, pattern_text.tool(tool))
     run.wait_for("/opt/ready")
@@ -170,7 +170,7 @@ def test_a_terminals_interrupt_ends_the_run_and_spares_nothing_of_the_tool(machi
     assert machine.read("/opt/noted") == ""
 
 
-def test_an_interruption_while_a_tool_overran_is_no_time_out_twice(machine: Machine):
+def test_an_interruption_of_a_tool_that_overran_reports_no_second_time_out(machine: Machine):
     tool = machine.tool(behave.note("TERM", "/opt/noted"), forever())
     run = begin(machine, pattern_text.tool(tool, timeout=1, wait=600))
     run.wait_for(lambda: machine.exists("/opt/noted") and machine.read("/opt/noted") == "15\n")

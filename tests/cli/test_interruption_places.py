@@ -22,7 +22,7 @@ EVERY = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 (STARTED, TOOL, TOOL_REAPED, COPY, COPY_REAPED, SECOND_COPY, COPIES_REAPED, TAR, TAR_REAPED,
  REMOVAL, REMOVAL_REAPED, GZIP, GZIP_REAPED) = range(13)
 
-#: The calls at least around a child that is started without a shell, and waited for.
+#: Calls that every run makes around a child that is started without a shell.
 AROUND_A_CHILD = {
     *((place, call) for place in ("before", "after")
       for call in ("clone", "sigprocmask", "dup2", "close", "wait4", "umask")),
@@ -55,8 +55,8 @@ def interrupt_at_kinds(runs: Interrupted, stops: list[Stop], number: int,
 
 
 def survey_with_wait(runs: Interrupted, wait: str) -> list[Stop]:
-    """All places of a run that reached this wait for its tool. A busy machine may keep it from
-    that until the tool has ended."""
+    """All places of a run that reached this wait for its tool. On a busy machine the tool may end
+    before, so this tries again."""
     for _ in range(20):
         stops = runs.survey()
         if ("before", wait) in {(stop.place, stop.call) for stop in every(stops, TOOL)}:
@@ -65,7 +65,7 @@ def survey_with_wait(runs: Interrupted, wait: str) -> list[Stop]:
 
 
 def quick(machine: Machine, timeout: int = 10, milliseconds: int = 10) -> Interrupted:
-    """Runs whose tool ends by itself, so soon."""
+    """Runs whose tool ends by itself after so many milliseconds."""
     return Interrupted(machine, machine.tool(behave.out("x"), behave.nap(milliseconds)), timeout)
 
 
@@ -85,7 +85,7 @@ def places_up_to_the_wait(machine: Machine, timeout: int) -> list[Stop]:
 @pytest.mark.parametrize("number", EVERY)
 def test_an_interruption_around_a_tool_leaves_nothing_of_it(machine: Machine, number: int,
                                                             timeout: int):
-    runs = quick(machine, timeout, 300)  # long enough for the program to come to its wait
+    runs = quick(machine, timeout, 300)  # long enough for the program to reach its wait
     wait = "select" if timeout else "waitid"
     stops = survey_with_wait(runs, wait)
     wanted = AROUND_A_CHILD | {("before", "setpgid"), ("before", wait), ("after", wait)}
@@ -126,7 +126,7 @@ def test_an_interruption_while_the_archive_is_made_keeps_the_last_whole_copy(
     lambda stops: every(stops, STARTED)[::8], lambda stops: every(stops, TOOL_REAPED),
     lambda stops: every(stops, GZIP_REAPED)[::3],
 ], ids=["initializing", "after the tool", "at the end"])
-def test_an_interruption_anywhere_else_ends_the_run_in_one_of_its_ways(
+def test_an_interruption_anywhere_else_ends_the_run_in_a_documented_way(
         machine: Machine, number: int, places: Callable[[list[Stop]], list[Stop]]):
     runs = quick(machine)
     assert len(interrupt_at(runs, places(runs.survey()), number)) > 10

@@ -1,4 +1,4 @@
-"""The run log and the history log: how they are kept, and what becomes of a run that loses one."""
+"""The run log and the history log: how they are kept, and what a run does that cannot write one."""
 
 from __future__ import annotations
 
@@ -27,7 +27,7 @@ NO_SPACE, TOO_LARGE = 28, 27
 
 #: An access control list as the kernel keeps it: version 2, then tag, permissions and user of each
 #: entry. Owner, user 1000, group, mask and others may read, write and search.
-EVERYTHING_TO_EVERYBODY = struct.pack("<I", 2) + b"".join(
+FULL_ACCESS_FOR_ALL = struct.pack("<I", 2) + b"".join(
     struct.pack("<HHI", tag, 7, 1000 if tag == 2 else 0xFFFFFFFF) for tag in (1, 2, 4, 16, 32))
 PAGE = 4096
 
@@ -58,14 +58,14 @@ def test_logs_belong_to_their_owner_alone(machine: Machine, umask: int):
     assert machine.mode(HISTORY_LOCK) == "0600"
 
 
-def test_a_default_acl_opens_no_log_and_no_index(machine: Machine):
+def test_a_default_acl_gives_no_access_to_logs_and_index(machine: Machine):
     for directory in (LOG_DIRECTORY, DATA_DIRECTORY):
-        os.setxattr(machine.path(directory), "system.posix_acl_default", EVERYTHING_TO_EVERYBODY)
+        os.setxattr(machine.path(directory), "system.posix_acl_default", FULL_ACCESS_FOR_ALL)
     machine.replace("/bin/tar", behave.exit(1))
     run = collect(machine, pattern_text.block())
     assert run.status == 20
     machine.run("-x")
-    # With a list, the group's bits are the most that it gives.
+    # With an ACL, the group's bits are the most that any of its entries gives.
     for name in ("quendil.log", "quendil_old.log", "quendil_hist.log"):
         assert machine.mode(f"{LOG_DIRECTORY}/{name}") == "0600"
     assert machine.mode(f"{run.result}/quendil_index") == "0600"
@@ -131,7 +131,7 @@ def test_a_full_disk_before_the_first_phase_ends_the_run(machine: Machine, beyon
 
 
 def remove_outputs(machine: Machine) -> None:
-    """Makes room for a further run in the same second."""
+    """Removes the results, so that another run may start in the same second."""
     for name in machine.list(DATA_DIRECTORY):
         machine.remove(f"{DATA_DIRECTORY}/{name}")
 
@@ -161,7 +161,7 @@ def phases(log: str) -> Iterator[tuple[int, Terminal]]:
 @pytest.mark.parametrize("cleanup", ["ON", "OFF"])
 def test_a_log_that_breaks_at_any_line_ends_the_run_at_once(machine: Machine, cleanup: str):
     machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
-    machine.link(HISTORY, "/dev/null")  # its own lines must not meet the limit
+    machine.link(HISTORY, "/dev/null")  # its own lines must not reach the limit
     machine.file("/opt/data", "x")
     tool = machine.tool(behave.exit(0))
     items = [pattern_text.tool(tool), pattern_text.data("/opt/data")]
@@ -172,7 +172,7 @@ def test_a_log_that_breaks_at_any_line_ends_the_run_at_once(machine: Machine, cl
     broken = list(phases(whole))
     assert len(broken) > 25
     for end, terminal in broken:
-        streams = [os.pipe(), os.pipe()]  # unlike files, they know no limit
+        streams = [os.pipe(), os.pipe()]  # the limit does not apply to pipes
         run = machine.run(*GROUP, limits={"fsize": end - 1}, stdout=streams[0][1],
                           stderr=streams[1][1])
         shown = []
@@ -249,11 +249,11 @@ def test_a_log_that_breaks_while_the_result_is_made_loses_no_result(
 
 
 def test_a_log_that_breaks_while_a_tool_overruns_leaves_no_tool_behind(machine: Machine):
-    machine.link(HISTORY, "/dev/null")  # its own lines must not meet the limit
+    machine.link(HISTORY, "/dev/null")  # its own lines must not reach the limit
     tool = machine.tool(behave.forever())
     whole = collect(machine, pattern_text.tool(tool, redirect="%d%/out", timeout=1)).raw["log"]
     remove_outputs(machine)
-    reader, writer = os.pipe()  # unlike a file, it knows no limit
+    reader, writer = os.pipe()  # the limit does not apply to a pipe
     run = machine.run(*GROUP, limits={"fsize": (whole or "").index("ZEPA126-W") + 5},
                       stdout=writer, stderr=writer)
     os.close(writer)
@@ -281,8 +281,8 @@ def test_a_log_that_breaks_in_the_middle_of_a_tools_errors_ends_the_run(machine:
 
 @pytest.mark.parametrize("size, rotated", [(1, False), (9932, False), (9933, True), (50_000, True)])
 @pytest.mark.parametrize("old", [None, "old\n"])
-def test_a_history_of_9933_bytes_is_put_aside(machine: Machine, size: int, rotated: bool,
-                                              old: str | None):
+def test_a_history_of_9933_bytes_is_rotated(machine: Machine, size: int, rotated: bool,
+                                            old: str | None):
     present = "x" * (size - 1) + "\n"
     machine.file(HISTORY, present, 0o640)
     if old is not None:
@@ -295,7 +295,7 @@ def test_a_history_of_9933_bytes_is_put_aside(machine: Machine, size: int, rotat
 
 
 @pytest.mark.parametrize("arguments, status", [(["-h"], 255), (["-x"], 255), ([], 255)])
-def test_every_run_puts_a_full_history_aside(machine: Machine, arguments: list[str], status: int):
+def test_every_run_rotates_a_full_history(machine: Machine, arguments: list[str], status: int):
     machine.file(HISTORY, "x" * 9933)
     run = machine.run(*arguments)
     assert run.status == status
@@ -303,7 +303,7 @@ def test_every_run_puts_a_full_history_aside(machine: Machine, arguments: list[s
     assert run.history == expect.history(" ".join(arguments) or None, 255)
 
 
-def test_a_history_grows_by_whole_lines_until_it_is_put_aside(machine: Machine):
+def test_a_history_grows_by_whole_lines_until_it_is_rotated(machine: Machine):
     one = expect.history("-x " + "y" * 2000, 255)
     seen = []
     for _ in range(7):
@@ -374,7 +374,7 @@ def test_a_history_line_that_does_not_fit_leaves_nothing_of_itself(machine: Mach
     assert run.history == "x" * 8999 + "\n" + expect.history("-x", 255)
 
 
-def test_a_full_disk_takes_the_history_and_the_run_log(machine: Machine):
+def test_a_full_disk_is_reported_for_the_history_and_the_run_log(machine: Machine):
     before = small_log_directory(machine, PAGE, 0)
     run = machine.run(*GROUP)
     reported = warning("fflush", NO_SPACE, HISTORY)
@@ -406,7 +406,7 @@ def test_a_run_waits_for_the_history_with_every_line(machine: Machine):
 
 
 def switches(machine: Machine, pid: int) -> int:
-    """How often a process has gone to sleep of its own accord."""
+    """The voluntary context switches of a process."""
     lines = machine.read(f"/proc/{pid}/status").splitlines()
     count, = (int(line.split()[1]) for line in lines if line.startswith("voluntary"))
     return count
@@ -421,9 +421,9 @@ def test_a_run_tries_to_lock_the_history_every_tenth_of_a_second_without_limit(m
         run.wait_for(lambda: machine.outputs() == [f"{expect.OUTPUT_NAME}.tar.gz"])
         run.wait_for(lambda: not [entry for entry in machine.processes() if entry.pid != run.pid])
         began, slept = time.monotonic(), switches(machine, run.pid)
-        asked = run.wait_for(lambda: max(0, switches(machine, run.pid) - slept - 9))
-        # However late it is read, a round that sleeps costs its tenth of a second.
-        assert asked + 9 <= 10 * (time.monotonic() - began) + 2
+        tries = run.wait_for(lambda: max(0, switches(machine, run.pid) - slept - 9))
+        # At most one switch in each tenth of a second, however late this test reads the number.
+        assert tries + 9 <= 10 * (time.monotonic() - began) + 2
         assert machine.locks(HISTORY_LOCK) == (1, 0) and not run.ended
         assert machine.read_log("quendil_hist.log") == before
     done = run.finish()
@@ -438,7 +438,7 @@ def test_a_lock_of_the_history_is_held_for_one_line_only(machine: Machine):
     assert run.finish().status == 0
 
 
-def test_a_tool_cannot_spoil_the_logs_through_a_descriptor(machine: Machine):
+def test_a_tool_inherits_no_descriptor_of_a_log(machine: Machine):
     run = collect(machine, pattern_text.tool(machine.tool(behave.report("/opt/report"))))
     state = machine.report("/opt/report")
     assert run.status == 0

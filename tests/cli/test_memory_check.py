@@ -20,7 +20,7 @@ VALGRIND = ("/usr/bin/valgrind", "--quiet", "--leak-check=full", "--show-leak-ki
             "--track-fds=yes", "--child-silent-after-fork=yes", "--vgdb=no",
             f"--suppressions={KNOWN}", "--log-file=/tmp/wrapper.%p")
 
-#: What the C++ runtime sets aside before the program begins, and never gives back.
+#: Memory that the C++ runtime allocates before the program begins, and never frees.
 KNOWN_TEXT = """\
 {
     reserve for exceptions
@@ -40,7 +40,7 @@ KNOWN_TEXT = """\
 }
 """
 
-#: What valgrind says of itself: that a call of the kernel is new to it, and its own descriptors.
+#: Lines of valgrind about itself: system calls that it does not know, and its own descriptors.
 OWN_LINES = re.compile(r"--\d+-- |==\d+== *$|==\d+== FILE DESCRIPTORS: \d+ open \(3 std\) at exit"
                        r"|==\d+== Open file descriptor \d+: /tmp/wrapper|==\d+==  +<inherited ")
 
@@ -60,7 +60,7 @@ def checked(sandbox_server: SandboxServer, installation: Installation) -> Iterat
 
 
 def complaints(machine: Machine) -> list[str]:
-    """What valgrind has to say of the program."""
+    """What valgrind reports of the program."""
     reports = [name for name in machine.list("/tmp") if name.startswith("wrapper.")]
     assert reports, "the program did not run under valgrind"
     lines = [line for name in reports for line in machine.read(f"/tmp/{name}").splitlines()]

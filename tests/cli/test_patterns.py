@@ -1,4 +1,4 @@
-"""Pattern files: which of them a run takes, and what it reports of those that it cannot read."""
+"""Pattern files: which of them a run reads, and what it reports of those that it cannot read."""
 
 from __future__ import annotations
 
@@ -24,7 +24,7 @@ def path_of(name: str) -> str:
 
 
 def broken(line: int, name: str = "10_demo") -> str:
-    """What the run log has of a file with a fault."""
+    """The report of a file with a fault in the run log."""
     return ("ZEPA137-W:Internal error occurred.\n"
             f"ZEPA138-W:filename = {path_of(name)}, line no = {line}.\n")
 
@@ -52,7 +52,7 @@ def collected(run: Run) -> list[str]:
 # ---- Selection ----------------------------------------------------------------------------------
 
 
-#: Blocks by their targets: the items that are collected bear the letters.
+#: The groups of each file, and the targets of its blocks by the mark of the item in each.
 FILES = {
     "10_a": (["red", "blue"], {"a": [], "b": ["left"], "c": ["left", "right"]}),
     "20_b": (["blue"], {"d": ["right"], "e": ["up"]}),
@@ -81,7 +81,7 @@ def test_groups_choose_patterns_and_targets_choose_blocks(machine: Machine, argu
     "-g none", "-g RED", "-g Red", "-g re", "-g redd", "-g demo", "-t LEFT", "-t none", "-t a",
     "-g green -t left", "-g none -t left", "-g red -t up", "-g 10_a",
 ])
-def test_a_selection_that_fits_nothing_is_reported(machine: Machine, arguments: str):
+def test_a_selection_that_matches_nothing_is_reported(machine: Machine, arguments: str):
     for name, (groups, blocks) in FILES.items():
         machine.pattern(name, pattern(*(block(targets=targets) for targets in blocks.values()),
                                       groups=groups))
@@ -115,7 +115,7 @@ def test_files_are_read_in_the_order_of_their_bytes(machine: Machine):
     assert collected(run) == [str(names.index(name)) for name in sorted(names)]
 
 
-def test_files_of_the_same_name_field_are_all_taken(machine: Machine):
+def test_files_with_the_same_pp_name_are_all_collected(machine: Machine):
     for name in ("1", "2"):
         machine.pattern(name, pattern(marked(machine, name), name="same"))
     assert collected(machine.run("-g", "demo")) == ["1", "2"]
@@ -250,7 +250,7 @@ def test_when_every_file_has_a_fault_nothing_is_collected(machine: Machine):
     check_refused(machine, machine.run("-g", "demo"), ["-g", "demo"], reported, 3, log, shown)
 
 
-def test_one_good_file_that_does_not_fit_is_not_a_fault(machine: Machine):
+def test_one_good_file_that_does_not_match_is_not_a_fault(machine: Machine):
     machine.pattern("10_demo", HEAD)
     machine.pattern("20_other", pattern(block(), groups=["other"]))
     log = expect.RunLog("-g demo").parameters(["demo"]).raw(broken(2))
@@ -348,7 +348,7 @@ def test_an_odd_name_of_a_faulty_file_forges_no_line(machine: Machine, text: str
     assert run.stderr == ("" if reported.startswith("ZEPA138") else message)
 
 
-def test_files_that_are_no_text_are_left_out(machine: Machine):
+def test_binary_files_are_left_out(machine: Machine):
     machine.pattern("90_good", pattern(marked(machine, "x")))
     program = machine.path(QUENDIL).read_bytes()
     every_byte = bytes(range(256))
@@ -361,7 +361,7 @@ def test_files_that_are_no_text_are_left_out(machine: Machine):
         machine.file(path_of(name), content)
     for name, content in list(binaries.items())[1:4]:
         machine.file(path_of("2" + name[1:]), HEAD.encode() + content)
-    # A terabyte of nothing, which costs no room: its first byte is enough.
+    # A sparse file of a terabyte: the first byte is enough to reject it.
     os.truncate(machine.path(machine.file(path_of("30_hole"))), 1 << 40)
     run = machine.run("-g", "demo")
     reported = "".join(bad_format(name) for name in binaries)

@@ -1,4 +1,4 @@
-"""The commands of the tool directory for products, with fakes of these."""
+"""The commands of the tool directory for products, run with fake clients and servers."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 # ---- Databases -----------------------------------------------------------------------------------
 
-#: Listens on sockets of users while a command runs, where no other server listens.
+#: Listens on sockets, each of which belongs to a user, while it runs a command.
 LISTENER = """
 import os, socket, subprocess, sys
 kept = []
@@ -44,20 +44,20 @@ esac
 """
 
 
-#: A client that says only that it was started.
+#: A client that only prints that it was started.
 ASKED = "#!/bin/sh\necho asked\n"
 
 
 def listening(machine: Machine, sockets: str) -> list[str]:
-    """The first words of a command for which these sockets, with the numbers of their owners, are all
-    there are."""
+    """The beginning of a command line: the command after it finds these sockets, each given with
+    the user ID of its owner, and no others."""
     add_users(machine)
     machine.file("/tmp/listener.py", LISTENER)
     return ["unshare", "-n", "python3", "/tmp/listener.py", sockets]
 
 
 def ask(machine: Machine, sockets: str, *arguments: str, tools: str = TOOLS) -> Completed:
-    """Runs "sql" where these sockets, with the numbers of their owners, are the only ones."""
+    """Runs "sql" where it finds these sockets, each given with the user ID of its owner."""
     return machine.exec([*listening(machine, sockets), f"{tools}/sql", *arguments], check=False)
 
 
@@ -116,7 +116,7 @@ def test_a_socket_of_any_other_user_is_named_and_not_asked(machine: Machine):
         0, "==> /tmp/my/mysql.sock\nnot asked: it belongs to user 4711\n")
 
 
-#: The mark before the rows that "sql" asks for, and what the client of MariaDB escapes in rows.
+#: The mark that "sql" puts before rows, and what the client of MariaDB escapes in rows.
 MARK = "quendil_rows_follow\n1\n"
 ESCAPES = str.maketrans({"\\": "\\\\", "\n": "\\n", "\t": "\\t"})
 
@@ -128,7 +128,7 @@ def rows(*values: str | tuple[str, ...], names: tuple[str, ...] = ("Type", "Stat
 
 
 def shown(system: Machine, answer: str, query: str = "SHOW ENGINE INNODB STATUS") -> str:
-    """What "sql" prints when a server of MariaDB answers so."""
+    """The output of "sql" for this answer of a MariaDB server."""
     if not system.exists("/tmp/answer"):
         lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\ncat /tmp/answer\n")
     system.file("/tmp/answer", answer)
@@ -282,7 +282,7 @@ def test_no_socket_is_asked_that_others_can_exchange(system: Machine, owner: int
 
 def test_a_socket_is_asked_once_and_by_its_path_without_links(system: Machine):
     lay_over(system, "/usr/sbin", "mariadb", "#!/bin/sh\necho \"$@\"\n")
-    # The path of the second one leads to the first one, that of the third one nowhere.
+    # The path of the second one leads to the first one; that of the third one does not exist.
     sockets = "/tmp/my/mysqld.sock=4715 /tmp/u/mysqld.sock=0 /tmp/v/mysqld.sock=0"
     done = system.exec([*listening(system, sockets), "sh", "-c",
                         f"rm -r /tmp/u /tmp/v; ln -s my /tmp/u; exec {SQL} mariadb 'SELECT 1'"])
@@ -361,7 +361,7 @@ def test_the_time_limit_says_which_servers_were_not_asked(system: Machine):
         "==> stopped here by the time limit; not asked: /tmp/pg/.s.PGSQL.2\n")
 
 
-#: Where Debian keeps the programs of a server; those of clients alone are there too.
+#: Where Debian keeps the programs of servers; a directory with clients alone has no initdb.
 SERVERS = sorted(path.parent for path in Path("/usr/lib/postgresql").glob("*/bin/initdb"))
 AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
 
@@ -378,12 +378,12 @@ def test_a_real_server_reports_checkpoints_and_statements(machine: Machine):
     add_users(machine)
     machine.directory("/tmp/pg", 0o755, (4713, 4714))
     machine.exec(f"{AS_POSTGRES} {SERVERS[-1]}/initdb -N -U postgres -D /tmp/pg/data >/tmp/initdb.out 2>&1")
-    # Its memory is that of an IPC namespace, and goes with it.
+    # Its shared memory is in an IPC namespace, which ends with the server.
     machine.exec(f"setsid unshare --ipc {AS_POSTGRES} {SERVERS[-1]}/postgres -D /tmp/pg/data -k /tmp/pg"
                  " -c listen_addresses= -c dynamic_shared_memory_type=mmap >/tmp/server.out 2>&1 &")
     client = f"{AS_POSTGRES} psql -X -h /tmp/pg -U postgres"
     machine.wait_for(lambda: machine.exec(f"{client} -c 'SELECT 1'", check=False).status == 0, 60)
-    # A later version has this view; a user's one of that name is not asked.
+    # A later version has this view; a view of that name that a user made must not be queried.
     machine.exec(f"{client} -c 'CREATE VIEW public.pg_stat_checkpointer AS SELECT 7 forged'")
     machine.exec(f"{client} -c 'SET allow_system_table_mods = on' -c 'CREATE VIEW pg_catalog.pg_stat_checkpointer"
                  " AS SELECT 5::bigint num_timed'", check=False)
@@ -427,7 +427,7 @@ def test_wrong_usage_of_sql_ends_with_2(machine: Machine, arguments: tuple[str, 
 
 # ---- Processes and Java virtual machines ---------------------------------------------------------
 
-#: A process that is called java, handles SIGQUIT or not, and has the files of a virtual machine or not.
+#: A process named java; its arguments say whether it handles SIGQUIT and has the files of a virtual machine.
 VIRTUAL_MACHINE = """
 import os, signal, socket, sys, time
 os.setgid(4712)
@@ -449,13 +449,13 @@ if "stopped" in sys.argv:
 while True:
     time.sleep(1)
 """
-#: It never ends where /tmp/slow is.
+#: A program of the JDK. It never ends if /tmp/slow exists.
 JDK = ('#!/bin/sh\n[ ! -e /tmp/slow ] || { : >/tmp/there; exec sleep 1000; }\n'
        'echo "${0##*/} of $(id -u):$(id -g)"; printf "<%s>" "$@"; echo\n')
 
 
 class VirtualMachine:
-    """A process that is taken for a Java virtual machine, while a test reads it."""
+    """A process that the commands take for a Java virtual machine; it ends with its `with` block."""
 
     def __init__(self, machine: Machine, *kinds: str) -> None:
         self.machine = machine

@@ -63,7 +63,7 @@ USERS_ENVIRONMENT = {
 
 
 def run_setuid(machine: Machine, environment: dict[str, str]) -> dict[str, list[str]]:
-    """What /usr/bin/id and /usr/bin/env print in a run that an ordinary user has started."""
+    """The output of /usr/bin/id and /usr/bin/env in a run that an ordinary user has started."""
     program = machine.path(QUENDIL).read_bytes()
     machine.file(SETUID, program, 0o4755)
     machine.pattern("10_demo", pattern_text.pattern(
@@ -81,7 +81,7 @@ def run_setuid(machine: Machine, environment: dict[str, str]) -> dict[str, list[
     return {name: tree.read(name).decode().splitlines() for name in ("id", "env")}
 
 
-@pytest.mark.plain_binary  # an instrumented one has settings of its own
+@pytest.mark.plain_binary  # an instrumented binary has settings of its own
 def test_a_run_of_another_user_is_roots_in_full(machine: Machine):
     shown = run_setuid(machine, USERS_ENVIRONMENT)
     assert shown["id"] == ["uid=0(root) gid=0(root) groups=0(root)"]
@@ -301,7 +301,7 @@ def test_a_missing_directory_for_variable_data_ends_the_run(machine: Machine):
     machine.remove(VARIABLE)
     run = machine.run(*GROUP)
     assert (run.status, run.stdout) == (255, "")
-    # Rotation, start, arguments, run log, exit code, end: each asks for the log directory.
+    # Rotation, start, arguments, run log, exit code, end: each checks the directory.
     assert run.stderr == 6 * NO_VARIABLE
     assert not machine.exists(VARIABLE)
 
@@ -379,7 +379,7 @@ def test_a_default_archive_that_exists_is_refused(machine: Machine, suffix: str)
 
 
 def two_patterns(machine: Machine, further: str = "") -> Run:
-    """A run whose first pattern takes the output directory away; the second wants /opt/data."""
+    """A run whose first pattern removes the output directory; the second one collects /opt/data."""
     machine.file("/opt/data", "12345")
     machine.file("/opt/tool", f'#!/bin/sh\ncd "$1" && rm -r "$1"\n{further}\n', 0o755)
     machine.pattern("10_first", pattern_text.pattern(pattern_text.tool("/opt/tool %d%")))
@@ -414,7 +414,7 @@ def line(label: str, stars: int) -> str:
     return f"{label:<10}:" + "*" * stars + "_" * (68 - stars) + "\r"
 
 
-#: The stars that each item adds, where they differ from a share of 52 that is plain to see.
+#: The stars that each item adds, by the number of items.
 SHARES = {0: [], 1: [52], 3: [17, 17, 18], 52: [1] * 52,
           53: [0] + [1] * 52, 100: [1 if n * 52 // 100 > (n - 1) * 52 // 100 else 0
                                     for n in range(1, 101)]}
@@ -443,7 +443,7 @@ def test_the_bar_byte_for_byte(machine: Machine, items: int):
     text += f"ZEPA214-I:Output file = {run.result}. size = {size} bytes.\n"
     assert run.raw_stdout.decode() == text
     assert run.raw_stderr == b""
-    # The model that the other tests compare with draws the same.
+    # The model that the other tests use draws the same.
     assert text.startswith(complete(items).text)
     assert COLLECT_WIDTH == sum(SHARES[items] or [52]) and WIDTH == 68
 
@@ -551,7 +551,7 @@ def test_the_locale_changes_no_message(machine: Machine, environment: dict[str, 
 
 
 def german(machine: Machine) -> dict[str, str]:
-    """Makes a German locale on the machine; the environment that chooses it."""
+    """Makes a German locale on the machine; returns the environment that selects it."""
     made = machine.exec(["/usr/bin/localedef", "-i", "de_DE", "-f", "UTF-8",
                          "/opt/locale/de_DE.UTF-8"], check=False)
     assert machine.exists("/opt/locale/de_DE.UTF-8/LC_MESSAGES"), made
@@ -562,7 +562,7 @@ def test_another_language_changes_no_message_no_number_and_no_time(machine: Mach
     machine.directory("/opt/locale")
     environment = german(machine)
     setting = " ".join(f"{name}={value}" for name, value in environment.items())
-    # The locale is in force, and the system has its translations.
+    # The locale works, and the system has its translations.
     listed = machine.exec(f"{setting} /bin/ls /missing", check=False)
     assert "Datei oder Verzeichnis nicht gefunden" in listed.stderr
     counted = machine.exec(f"{setting} /usr/bin/printf \"%'d\" 1234567")

@@ -77,6 +77,8 @@ def test_every_shipped_file_has_a_target_of_its_name_and_a_group_of_its_own():
 
 
 RUN = "/opt/norvale/quendil/tool/run"
+
+
 def item_rows(text: str) -> list[list[str]]:
     """The cells of each row of the item table."""
     return [[cell.strip().replace("\\", "") for cell in line.strip("|").split("|")]
@@ -172,7 +174,7 @@ PRODUCT = GOOD.replace('"linux"', '"disk"')
 
 @pytest.mark.parametrize("command", [
     *ASKED, f"{SQL} mariadb \"SHOW GLOBAL STATUS\"", f"{JVM} options", f"{JVM} -a jcmd {{}} Thread.print -l"])
-def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, command: str):
+def test_the_checker_accepts_commands_that_only_read_a_product(tmp_path: Path, command: str):
     escaped = command.replace('"', '\\"')
     (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} -m df -lk", escaped))
     done = check(tmp_path)
@@ -203,8 +205,8 @@ def test_the_checker_accepts_a_product_that_is_asked_with_care(tmp_path: Path, c
     ("/opt/norvale/quendil/tool/show /etc/mysql", "may collect secrets"),
     ("/opt/norvale/quendil/tool/show /etc/kubernetes/*.conf", "may collect secrets"),
 ])
-def test_the_checker_finds_what_no_product_is_to_be_asked(tmp_path: Path, command: str,
-                                                          reported: str):
+def test_the_checker_reports_commands_that_may_harm_a_product(tmp_path: Path, command: str,
+                                                              reported: str):
     escaped = command.replace('"', '\\"')
     (tmp_path / "80_disk").write_text(PRODUCT.replace(f"{RUN} -m df -lk", escaped))
     done = check(tmp_path)
@@ -238,7 +240,7 @@ def data_items(collected: list[PatternFile]) -> int:
 
 
 def check_logs(run: Run, arguments: str, collected: list[PatternFile]) -> None:
-    """Both logs hold nothing but what they should, and every tool had its turn and its time."""
+    """Both logs have expected lines only; every tool ran, and ended before its time limit."""
     items = grammar.read_run_log(run.raw["log"] or "")
     assert [text for kind, text in items if kind == "tool"] == commands(collected)
     assert "ZEPA126-W" not in (run.raw["log"] or "")
@@ -248,7 +250,7 @@ def check_logs(run: Run, arguments: str, collected: list[PatternFile]) -> None:
 
 
 def check_archive(tree: Tree) -> None:
-    """The archive holds plain files in one directory, with the logs as they were meanwhile."""
+    """The archive has only files and directories, and the logs as they were before the packing."""
     assert masking.mask(tree.top) == expect.OUTPUT_NAME
     for name, member in tree.members().items():
         assert member.kind in ("file", "directory", "hard link"), name
@@ -259,7 +261,7 @@ def check_archive(tree: Tree) -> None:
 
 
 def check_index(run: Run, tree: Tree) -> None:
-    """The index names every file of the archive once, and none that is not there."""
+    """The index names every file of the archive but the logs once, and no missing one."""
     named = [name for record in grammar.read_index(run.raw_index) for name in record]
     assert [name for name, count in Counter(named).items() if count > 1] == []
     assert [name for name in named if name not in tree] == []
@@ -268,7 +270,7 @@ def check_index(run: Run, tree: Tree) -> None:
 
 
 def check_no_secret(tree: Tree) -> None:
-    """Nothing came along that only the super user may know."""
+    """The archive has no planted secret, and no file with the name of one."""
     name_of_secret = re.compile(
         r"(^|/)(g?shadow-?|sudoers|crypttab|environ|\w*_key|authkey|[^/]*\.key|\d+/cmdline)$")
     assert [name for name in tree.names if name_of_secret.search(name)] == []
@@ -280,7 +282,7 @@ def check_no_secret(tree: Tree) -> None:
 
 
 def check_filtered(tree: Tree) -> None:
-    """What is beside the secrets was collected, so the set reached each of them."""
+    """The text next to the secrets is in the archive: the patterns reached each of them."""
     for name, kept in [
             ("network/nm_profiles.txt", b"[wifi-security]\npsk=*"),
             ("storage/fstab.txt", b"username=me"),
@@ -314,7 +316,7 @@ HOSTILE = {
 
 
 def check_names(tree: Tree) -> None:
-    """No name that a user has chosen forged a line in what a tool printed, or steers a terminal."""
+    """No name that a user has chosen forges a line of a tool's output, or controls a terminal."""
     printed = {name: content for name, content in tree.files().items()
                if re.fullmatch(r"[a-z]+/\w+\.txt", name)}
     assert len(printed) > 150
@@ -326,7 +328,7 @@ def check_names(tree: Tree) -> None:
 
 def make_table(machine: Machine, run: Run, directory: Path, kind: str, collected: list[PatternFile]
                ) -> list[list[str]]:
-    """The table of the documentation can be made from the run: a row an item, a time a tool."""
+    """Makes the documents' table from the run; it has a row for each item, a time for each tool."""
     (directory / "quendil.log").write_text(run.raw["log"] or "")
     done = subprocess.run(
         [sys.executable, "-B", str(ROOT / "scripts/item-table"), kind, str(directory / "quendil.log"),
@@ -339,7 +341,7 @@ def make_table(machine: Machine, run: Run, directory: Path, kind: str, collected
 
 
 def test_the_shipped_set_runs_for_real_and_collects_no_secret(machine: Machine, tmp_path: Path):
-    # One run for all checks: some of the tools take their seconds.
+    # One run for all checks, because some of the tools take seconds.
     assert machine.list(PATTERN_DIRECTORY) == sorted(path.name for path in PATTERNS.iterdir())
     secrets.plant(machine, hostile_names.VAR)
     hostile_names.start(machine)
@@ -400,7 +402,7 @@ SHOWN = [
     ("pacemaker/conf_files.txt", b"authkey"),
     ("pacemaker/log_pacemaker.txt", b'name="passwd" value="*'),
 ]
-#: What they say of a product that does not run.
+#: What they show of a product that does not run.
 NOT_IN_USE = [
     ("nginx/processes.txt", b"nginx: not in use on this machine: no such process\n"),
     ("apache/processes.txt", b"apache2 httpd: not in use on this machine: no such process\n"),

@@ -175,7 +175,7 @@ def test_the_limit_holds_for_the_sum_of_a_whole_tree(machine: Machine):
         machine.file(f"/opt/data/{number}", b"x" * 300)
     order = [f"/opt/data/{name}" for name in os.listdir(machine.path("/opt/data"))]
     run = collect(machine, pattern_text.data("/opt/data"))
-    # Reported one by one, a warning where it happened: only the first three of the files fit.
+    # The log reports each file in order, also those that do not fit: only the first three fit.
     log.started("collecting").raw("ZEPA209-I:It copied collecting data = /opt/data."
                                   " size = 0 bytes.\n")
     for path in order[:3]:
@@ -193,7 +193,7 @@ GIB = 1 << 30
 
 
 def sparse(machine: Machine, name: str, size: int) -> str:
-    """A file of that size that takes no room."""
+    """Makes a sparse file of that size."""
     path = machine.file(f"/opt/data/{name}")
     os.truncate(machine.path(path), size)
     return path
@@ -208,7 +208,7 @@ def sparse(machine: Machine, name: str, size: int) -> str:
 ], ids=["beyond 4 GiB", "one byte over", "the largest limit", "over it", "without a limit"])
 def test_sums_are_right_however_large(machine: Machine, limit: int, file_sizes: list[int],
                                       taken: list[bool]):
-    machine.replace("/bin/tar", behave.exit(1))  # nobody need pack all that
+    machine.replace("/bin/tar", behave.exit(1))  # packing all this would take too long
     log = limited(machine, limit)
     paths = [sparse(machine, str(number), size) for number, size in enumerate(file_sizes)]
     run = collect(machine, *map(pattern_text.data, paths))

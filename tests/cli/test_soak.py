@@ -1,6 +1,6 @@
-"""Runs that are killed at random, one after the other: the next one always works.
+"""Runs that are killed at random, one after the other: the next one always succeeds.
 
-QUENDIL_SOAK_RUNS and QUENDIL_SOAK_SEED say how many and which; tests/soak/run sets them.
+QUENDIL_SOAK_RUNS is their number and QUENDIL_SOAK_SEED the random seed; tests/soak/run sets both.
 """
 
 from __future__ import annotations

@@ -1,4 +1,4 @@
-"""The templates: each can be copied as it is, and collects what it says."""
+"""The templates: each can be copied as it is, and collects what it describes."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ SOURCES = Path(__file__).resolve().parents[2] / "templates"
 CONFIGURATION_TEMPLATE = "quendil_conf"
 
 # The group of each template, and files that a run of it collects.
-BROUGHT = {
+COLLECTED = {
     "pattern": ("myproduct", [
         "myproduct/etc/os-release", "myproduct/status.txt", "myproduct/configuration.txt"]),
     "example_tool": ("example_tool", ["example_tool/df.txt"]),
@@ -39,7 +39,7 @@ def collect(machine: Machine, template: str, *arguments: str) -> Run:
     return run
 
 
-def brought(run: Run) -> list[str]:
+def collected(run: Run) -> list[str]:
     """The files that the index names, without the day and the time in them."""
     assert grammar.read_run_log(run.raw["log"] or "")
     names = [name for record in grammar.read_index(run.raw_index) for name in record]
@@ -51,24 +51,24 @@ def brought(run: Run) -> list[str]:
 
 def test_the_templates_are_installed(machine: Machine):
     assert machine.list(TEMPLATES) == sorted(path.name for path in SOURCES.iterdir())
-    assert machine.list(TEMPLATES) == sorted([*BROUGHT, CONFIGURATION_TEMPLATE])
+    assert machine.list(TEMPLATES) == sorted([*COLLECTED, CONFIGURATION_TEMPLATE])
     for name in machine.list(TEMPLATES):
         status = machine.status(f"{TEMPLATES}/{name}")
         assert (machine.mode(f"{TEMPLATES}/{name}"), status.st_uid, status.st_gid) == ("0644", 0, 0)
 
 
-@pytest.mark.parametrize("template", BROUGHT)
+@pytest.mark.parametrize("template", COLLECTED)
 def test_a_template_collects_what_it_shows(machine: Machine, template: str):
-    group, files = BROUGHT[template]
+    group, files = COLLECTED[template]
     run = collect(machine, template, "-g", group)
-    assert set(files) <= set(brought(run))
-    assert {name.partition("/")[0] for name in brought(run)} == {group}
+    assert set(files) <= set(collected(run))
+    assert {name.partition("/")[0] for name in collected(run)} == {group}
     assert all(content for name, content in run.archive.files().items() if name.startswith(group))
 
 
 def test_a_target_of_the_example_selects_its_block_alone(machine: Machine):
     run = collect(machine, "example_targets", "-t", "example_short")
-    assert brought(run) == ["example_targets/proc/uptime"]
+    assert collected(run) == ["example_targets/proc/uptime"]
 
 
 def test_the_example_of_special_strings_names_its_file_after_the_run(machine: Machine):
@@ -78,12 +78,12 @@ def test_the_example_of_special_strings_names_its_file_after_the_run(machine: Ma
 
 
 def test_all_templates_can_lie_in_the_pattern_directory_together(machine: Machine):
-    for name in BROUGHT:
+    for name in COLLECTED:
         machine.file(f"{PATTERN_DIRECTORY}/90_{name}", (SOURCES / name).read_text())
-    run = machine.run("-t", *" -t ".join(group for group, _ in BROUGHT.values()).split())
+    run = machine.run("-t", *" -t ".join(group for group, _ in COLLECTED.values()).split())
     assert (run.status, run.stderr) == (0, "")
-    tops = {name.partition("/")[0] for name in brought(run)}
-    assert tops == {group for group, _ in BROUGHT.values()}
+    tops = {name.partition("/")[0] for name in collected(run)}
+    assert tops == {group for group, _ in COLLECTED.values()}
 
 
 @pytest.mark.parametrize("path, arguments", [

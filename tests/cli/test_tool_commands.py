@@ -1,4 +1,4 @@
-"""The commands of the tool directory for one part of the system, with fakes of that part."""
+"""The commands of the tool directory for one part of the system each, which the tests fake."""
 
 from __future__ import annotations
 
@@ -18,8 +18,8 @@ HIDDEN = "********"
 
 
 def make_volumes(machine: Machine) -> None:
-    """A disk that udev knows, one below an active volume, a partition of one that sleeps, an array on
-    this, and a disk of something else."""
+    """Makes a disk that udev lists for LVM, a disk below an active volume, a partition of a disk
+    that sleeps, an array on that partition, and a disk that LVM does not use."""
     make_blocks(machine, "sda", "sdb", "sdc", "sdc/sdc1", "sdd", md0="sdc1",
                 **{"dm-0": "sdb", "dm-1": "sdd"})
     for number, name in (("8:0", "sda"), ("8:16", "sdb"), ("8:33", "sdc1"), ("8:48", "sdd"), ("9:0", "md0")):
@@ -75,7 +75,7 @@ FAMILIES = ("iptables", "ip6tables", "ebtables", "arptables")
 
 def in_use(machine: Machine, *paths: str) -> str:
     """Makes these the only files below /proc/net and /sys/module.
-    @return the tool directory that sees them"""
+    @return a tool directory whose command reads them"""
     for path in ("/proc/net/x", "/sys/module/x", *paths):
         machine.file(f"/tmp/layer{path}")
     machine.mount("--bind", "/tmp/layer/sys/module", "/sys/module")

@@ -1,4 +1,4 @@
-"""`each`: one program for everything of one kind, of which a part may be stuck."""
+"""`each`: runs a program for every device or object of a kind, of which some may hang."""
 
 from __future__ import annotations
 
@@ -90,7 +90,7 @@ def test_a_file_system_on_a_disk_that_sleeps_is_not_asked(system: Machine):
 
 
 def make_interface(machine: Machine, name: str, link: int | None = None, **files: str) -> None:
-    """An interface of number 5 on top of `link`, its own number without one."""
+    """Makes an interface with the number 5, on top of the one with the number `link`, if given."""
     files = {"ifindex": "5\n", "iflink": f"{link or 5}\n", "type": "1\n", "uevent": f"X={name}\n", **files}
     for file, text in files.items():
         machine.file(f"/tmp/net/{name}/{file.replace('__', '/')}", text)
@@ -128,7 +128,7 @@ def test_the_time_limit_says_which_interfaces_were_not_asked(system: Machine, tr
 
 
 def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
-    # No moment is expected to find the command at one place: all of them together find it at many.
+    # No single moment is known to hit a certain place of the command; all together hit many.
     make_devices(system, "block/sda", "block/sdb", "block/sdc")
     times = stop_at_many_moments(system, 2000, "==> sd", EACH, "disk", "sleep", "77.7")
     assert len(times) >= 31
@@ -136,8 +136,8 @@ def test_the_time_limit_is_noticed_at_every_moment(system: Machine):
     for status, in_time, output in times:
         assert (status, in_time) == (-15, True)
         found.add((output.count("==> sd"), "not asked:" in output))
-    # Two are named when the program for the first one got the signal before the end of the sentinel
-    # could be seen: the next one begins, and ends at once.
+    # Two are named if the signal ended the program for the first one before the end of the sentinel
+    # was noticed: the next one begins, and ends at once.
     assert (1, True) in found
     assert found <= {(0, False), (0, True), (1, True), (2, True)}
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
@@ -174,7 +174,7 @@ def test_a_program_is_asked_to_end_before_it_is_killed(system: Machine):
     ("trap '' TERM; printf in_part; exec sleep 1001;", "does not end and was left behind"),
     ("printf in_part; setsid sleep 1001 &", LEFT_BEHIND)])
 def test_what_is_stuck_hides_nothing_of_what_follows(system: Machine, last: str, reason: str):
-    # One that cannot be killed, as in the kernel, is one that is never killed.
+    # To simulate a program that cannot be killed because it hangs in the kernel, none is killed.
     make_devices(system, "block/sda", "block/sdb", "block/sdc")
     changes = [SHORT]
     if "1001" in last:

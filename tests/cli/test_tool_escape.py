@@ -1,4 +1,4 @@
-"""`escape`: no name that a user has chosen begins a line or steers a terminal."""
+"""`escape`: no name that a user has chosen begins a line or controls a terminal."""
 
 from __future__ import annotations
 

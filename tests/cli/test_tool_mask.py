@@ -1,4 +1,4 @@
-"""`mask`: the filter of secrets."""
+"""`mask`: the filter for secrets."""
 
 from __future__ import annotations
 
@@ -225,7 +225,7 @@ KEPT = [
 ]
 
 
-def test_the_filter_takes_secrets_out(system: Machine):
+def test_the_filter_masks_secrets(system: Machine):
     for number, (given, _) in enumerate(MASKED):
         system.file(f"/tmp/given/{number:03}", given + "\n")
     done = system.exec(f"for file in /tmp/given/*; do {MASK} <$file; echo ---; done")

@@ -28,13 +28,13 @@ def test_whole_names_of_processes_end_their_lines(system: Machine):
 
 
 def test_no_command_line_is_read_for_the_names(machine: Machine):
-    # A process that is stuck would hold ps up there.
+    # ps would hang on the command line of a process that hangs.
     lay_over(machine, "/usr/sbin", "ps", "#!/bin/sh\nprintf '  PID WCHAN\\n    1 x\\n99999999 y\\n'\n")
     name = machine.read("/proc/1/comm").strip()
     assert ask(machine, "names", "-eo", "pid,wchan").endswith(f"    1 x {name}\n99999999 y -\n")
 
 
-def test_a_small_ps_that_knows_no_columns_is_passed(machine: Machine):
+def test_the_error_of_a_ps_that_knows_no_columns_is_passed_on(machine: Machine):
     lay_over(machine, "/usr/local/sbin", "other", "")
     machine.file("/tmp/bin/ps", "#!/bin/sh\necho 'ps: bad -o argument'\n", 0o755)
     text = machine.exec(f"PATH=/tmp/bin:/usr/bin:/bin {TOOLS}/names -eo pid").stdout
@@ -57,7 +57,7 @@ def test_the_descriptors_of_processes_are_counted(system: Machine):
 
 
 def test_removed_files_that_are_open_are_listed_by_size(system: Machine):
-    # A file with a line feed in its name, twice open, a larger one, and one in memory that takes no disk.
+    # A file with a line feed in its name, opened twice; a larger one; and one in memory.
     system.directory("/tmp/held")
     system.file("/tmp/hold", """import os, time
 held = []
@@ -97,7 +97,7 @@ def test_a_removed_file_that_does_not_answer_is_listed_without_a_size(system: Ma
 
 def make_process(machine: Machine, place: str, pid: int, name: str, user: int, *,
                  ticks: tuple[int, int] = (0, 0), pages: int = 0, start: int = 5, state: str = "S") -> None:
-    """A process below a directory of them: processor time of the program and of the kernel for it."""
+    """Makes a process below a directory like /proc; `ticks` are its user time and system time."""
     machine.file(f"{place}/{pid}/stat", (
         f"{pid} ({name}) {state} 1 1 1 0 -1 0 1 2 3 4 {ticks[0]} {ticks[1]} 5 6 20 -5 3 0 {start} 9999 {pages}"
         " 1 2 3\n"))
@@ -105,7 +105,7 @@ def make_process(machine: Machine, place: str, pid: int, name: str, user: int, *
 
 
 def make_counts(machine: Machine, place: str, uptime: str, cpu: str, started: int) -> None:
-    """What the kernel counts beside its processes."""
+    """Makes the other files of a directory like /proc: uptime, processor times, load and memory."""
     machine.file(f"{place}/uptime", f"{uptime} 7.00\n")
     machine.file(f"{place}/stat", f"cpu  {cpu} 9 9\ncpu0 1\ncpu1 1\nintr 1 2 3\nprocesses {started}\n")
     machine.file(f"{place}/loadavg", "1.50 0.70 0.30 2/90 4711\n")
@@ -119,7 +119,7 @@ def test_processes_that_use_most_are_first(system: Machine):
     make_process(system, "/tmp/proc", 9, "over", 33)
     make_process(system, "/tmp/proc", 11, "before", 0, ticks=(90 * second, 0))
     make_process(system, "/tmp/proc", 20, "idle", 0, ticks=(4000 * second, 0))
-    # Half of the time of one processor, one that began meanwhile, and one with the number of another.
+    # One that used half of a processor, one that began meanwhile, and one with a reused process ID.
     make_counts(system, "/tmp/next", "93784.50", "120 10 130 1030 45 0 5 5", 73)
     name = "a) R 1\nFORGED (\x1b[7m"
     make_process(system, "/tmp/next", 7, "worker", 33, ticks=(2 * second, second), pages=10)

@@ -1,4 +1,4 @@
-"""`run`: a program is found, run and limited, and what it prints goes through the filters."""
+"""`run`: finds, runs and limits a program, and passes its output through the filters."""
 
 from __future__ import annotations
 
@@ -40,7 +40,7 @@ def test_what_is_absent_or_not_in_use_is_reported_in_one_line(system: Machine):
     idle = system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc/none", "cat", "/etc/hostname"])
     assert idle.stdout == "cat: not asked: there is no /proc/no-such-* or /proc/none\n"
     assert system.exec([RUN, "-e", "/proc/no-such-*", "-e", "/proc", "echo"]).stdout == "\n"
-    system.file("/tmp/or")  # no word of what is printed is the name of a file
+    system.file("/tmp/or")  # the word "or" of the message must not count as a path that exists
     idle = system.exec(f"cd /tmp && {RUN} -e /proc/no-such -e /proc/none echo")
     assert idle.stdout == "echo: not asked: there is no /proc/no-such or /proc/none\n"
     used = system.exec([RUN, "-e", "/proc/self/lim*", "printf", "%s-", "a b", "*", ""])
@@ -146,7 +146,8 @@ def test_the_time_limit_of_a_program_is_noticed_at_every_moment(system: Machine,
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
 
 
-def test_a_sentinel_ends_whose_shell_was_stopped_before_it_caught_the_signal(system: Machine):
+def test_the_sentinel_ends_when_its_shell_was_killed_before_it_could_catch_the_signal(
+        system: Machine):
     directory = with_changes(system, "run", ("trap : TERM\n# The sentinel", "kill -s KILL $$\n# The sentinel"))
     assert system.exec([f"{directory}/run", "-m", "echo"], check=False).status == -9
     system.wait_for(lambda: not system.processes(), what="the end of all processes")
@@ -259,5 +260,5 @@ def test_the_commands_are_installed_for_all_to_run(machine: Machine):
     assert machine.list(TOOLS) == sorted(scripts + programs)
     for name in machine.list(TOOLS):
         status = machine.status(f"{TOOLS}/{name}")
-        mode = "0644" if name.endswith(".sh") else "0755"  # "*.sh" are no commands: some read them in
+        mode = "0644" if name.endswith(".sh") else "0755"  # "*.sh" are parts of commands
         assert (machine.mode(f"{TOOLS}/{name}"), status.st_uid, status.st_gid) == (mode, 0, 0)

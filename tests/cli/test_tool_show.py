@@ -1,4 +1,4 @@
-"""`show`: the contents of files, of which others may be changed by users meanwhile."""
+"""`show`: prints the contents of files, also of files that users can replace meanwhile."""
 
 from __future__ import annotations
 
@@ -86,7 +86,7 @@ def test_values_are_shown_one_to_a_line(system: Machine):
         "/tmp/last:no line feed\n/tmp/fifo is not a regular file\n")
 
 
-def test_names_and_contents_steer_no_terminal(machine: Machine):
+def test_names_and_contents_control_no_terminal(machine: Machine):
     machine.file("/tmp/tree/a\n==> b\x1b[7m", b"a\x1b\r\n\x9b\xc3\xa4\t\0")
     name = rb"/tmp/tree/a\012==> b\033[7m"
     assert printed(machine.exec([SHOW, "/tmp/tree"])) == (
@@ -102,7 +102,7 @@ OF_SECRETS = "is a file of secrets and was not opened"
 
 
 def plant_links(machine: Machine) -> None:
-    """A directory of a user's with links of every kind, and what they lead to."""
+    """Makes a directory of a user's with links of every kind, and the files that they lead to."""
     machine.file("/opt/root/data", "of root\n", 0o600)
     machine.file("/opt/root/server.key", "of root\n", 0o600)
     machine.directory("/tmp/home", owner=USER)
@@ -154,8 +154,8 @@ def test_a_link_of_roots_in_a_directory_of_roots_is_followed(machine: Machine):
 
 
 def show_meanwhile(machine: Machine, paths: str, meanwhile: str) -> str:
-    """What "show" prints of these paths when something happens while it prints the first."""
-    # Nobody reads on before: far more than all pipes hold is on its way then.
+    """The output of "show" for these paths when something happens while it prints the first."""
+    # The output is larger than all pipes together, so "show" has to wait while this happens.
     machine.fifo("/tmp/out")
     return machine.exec(
         f"{SHOW} {paths} >/tmp/out & show=$!\nexec 3</tmp/out\n"

@@ -1,4 +1,4 @@
-"""Tools: how they are started, what they find, how they end and how they are stopped."""
+"""Tools: how they are started, what they inherit, how they end and how they are stopped."""
 
 from __future__ import annotations
 
@@ -20,13 +20,13 @@ STDERR_LOG = f"{LOG_DIRECTORY}/quendil_stderr.log"
 
 
 def missing(path: str) -> str:
-    """What a child says of a program that is not there."""
+    """The message of a child whose program does not exist."""
     return (f"ZEPA125-W:An information collecting tool({path}) that collects system information"
             " does not exist.\n")
 
 
 def not_run(code: int) -> str:
-    """What a child says of a program that is there but cannot be run."""
+    """The message of a child whose program exists but cannot be executed."""
     return expect.system_error("execv", code, source="IGCmnProcess", warning=True)
 
 
@@ -84,8 +84,8 @@ def test_many_tools_run_one_after_the_other(machine: Machine):
     run = collect(machine, *map(pattern_text.tool, tools))
     assert machine.read("/opt/order") == "".join(f"{number}\n" for number in range(30))
     assert run.stdout == complete_output(30)
-    # A wait that sleeps on after the tool's end costs at least 100 ms for each of them. On a busy
-    # machine one of them may cost as much for another reason, but not every one.
+    # A wait that does not end with the tool takes at least 100 ms for each of them. On a busy
+    # machine one of them may take as long for another reason, but not every one.
     ran = [machine.status(f"/opt/ran/{number}").st_mtime for number in range(30)]
     assert min(map(operator.sub, ran[1:], ran)) < 0.09 * machine.patience
 
@@ -152,10 +152,10 @@ def test_only_255_makes_a_tool_be_judged_by_its_output(machine: Machine):
     assert run.archive.read("out") == b"ZEPA125-W:x\n"
 
 
-# ---- What a tool finds --------------------------------------------------------------------------
+# ---- What a tool inherits -----------------------------------------------------------------------
 
 
-def test_a_tool_finds_a_clean_process(machine: Machine):
+def test_a_tool_starts_with_a_clean_process_state(machine: Machine):
     run = begin(machine, pattern_text.tool(machine.tool(report("/opt/report"))), umask=0o027,
                 ignore=[signal.SIGINT, signal.SIGTERM, signal.SIGPIPE, signal.SIGXFSZ],
                 block=[signal.SIGINT, signal.SIGTERM], cwd="/opt")
@@ -278,7 +278,7 @@ def test_only_directories_inside_of_the_output_are_open_to_all(machine: Machine,
         assert machine.mode(f"{made}/below") == mode
 
 
-def test_no_default_acl_opens_what_a_tool_writes(machine: Machine):
+def test_a_default_acl_gives_no_access_to_what_a_tool_writes(machine: Machine):
     machine.directory("/opt/common")
     entries = [(0x01, 7, -1), (0x02, 7, 1000), (0x04, 7, -1), (0x10, 7, -1), (0x20, 7, -1)]
     acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
@@ -350,7 +350,7 @@ def test_error_output_that_cannot_be_opened_keeps_every_program_from_running(mac
     assert not machine.exists("/opt/ran")
 
 
-def test_output_can_be_thrown_away(machine: Machine):
+def test_output_can_be_discarded(machine: Machine):
     tool = machine.tool(out("x"), err("y"), report("/opt/report"))
     run = collect(machine, pattern_text.tool(tool, redirect="/dev/null"))
     assert run.log == started_log().tool(tool).complete().text
@@ -424,7 +424,7 @@ def test_what_an_overrunning_tool_leaves_has_the_rest_of_its_time(machine: Machi
     leader = int(machine.read("/opt/ready"))
     run.wait_for(lambda: {entry.pid: entry.state for entry in machine.processes()}[leader] == "Z")
     machine.file("/opt/go")
-    ended = run.finish()  # long before its time is over: nothing of it is left
+    ended = run.finish()  # long before its time is over, because nothing of it is left
     expected = started_log().timed_out_tool(tool, behave.PROGRAM, 0, 15, timeout=1)
     assert ended.log == expected.complete().text
     assert machine.read("/opt/saved") == "x"
@@ -460,14 +460,14 @@ def test_a_time_out_signal_that_does_not_exist_is_reported(machine: Machine, num
                           " could not be waited or be stopped.\n" + expect.LOOK_AT_LOG)
 
 
-STILL_THERE = ("ZEPA149-W:There were one or more information collection tools which could not be"
+NOT_STOPPED = ("ZEPA149-W:There were one or more information collection tools which could not be"
                " waited or be stopped.\n")
 
 
 def test_tools_that_could_not_be_stopped_are_reported_after_the_result(machine: Machine):
     tool = machine.tool(forever())
     run = collect(machine, pattern_text.tool(tool, timeout=1, signal=999), merge=True)
-    assert run.stdout == complete_output(1) + STILL_THERE + expect.LOOK_AT_LOG
+    assert run.stdout == complete_output(1) + NOT_STOPPED + expect.LOOK_AT_LOG
 
 
 def test_tools_that_could_not_be_stopped_are_reported_after_a_failure_too(machine: Machine):
@@ -478,7 +478,7 @@ def test_tools_that_could_not_be_stopped_are_reported_after_a_failure_too(machin
     ended = run.finish()
     assert ended.status == 255
     assert ended.stderr == ("ZEPA136-E:quendil was interrupted. signal no = 2.\n"
-                            + expect.LOOK_AT_LOG + STILL_THERE + expect.LOOK_AT_LOG)
+                            + expect.LOOK_AT_LOG + NOT_STOPPED + expect.LOOK_AT_LOG)
 
 
 @pytest.mark.parametrize("timeout", [0, 10])

@@ -207,7 +207,7 @@ def test_a_configuration_file_that_cannot_be_opened(machine: Machine):
 
 
 def refused_patterns(reported: str, quiet: str = "") -> Ending:
-    """The ending of a run whose patterns gave it nothing; `quiet` reaches the run log only."""
+    """The ending of a run without anything to collect; `quiet` is reported in the run log only."""
     log = expect.RunLog("-g demo").parameters(["demo"]).raw(quiet)
     return refused(GROUP, reported, 3, log)
 
@@ -246,7 +246,7 @@ def test_nothing_is_selected(machine: Machine):
 
 def late(status: int, stdout: Terminal, stderr: str, log: expect.RunLog, result: str,
          history: str | None, data: list[str], logs: list[str]) -> Ending:
-    """The ending of a run that came past its initializing phase.
+    """The ending of a run that completed its initializing phase.
 
     `result` is its last line on the terminal, `history` the path that the history names.
     """
@@ -279,7 +279,7 @@ def interruption(number: int = 2) -> str:
 
 
 def interrupt(run: ActiveRun, path: str, number: int = 2) -> None:
-    """Interrupts a run when a file is there."""
+    """Interrupts a run when a file exists."""
     run.wait_for(path)
     run.signal(number)
 
@@ -308,7 +308,7 @@ def test_interrupted_while_initializing(machine: Machine, cleanup: str):
     log.text = log.text.replace("ZEPA205-I", interruption() + "ZEPA205-I", 1)
     log.ended("initializing")
     cleaned(terminal, log, cleanup, interrupted=True, deleted=False)
-    # The byte that waited went with the write that the signal broke off: no later write repeats it.
+    # The signal ended the write of one byte that waited, and no later write repeats that byte.
     terminal.text = terminal.text[:shown] + terminal.text[shown + 1:]
     seen = replace(Ending.of(machine, ended), stdout=text)
     assert seen == late(255, terminal, interruption(), log, "", None, [], LOGS)
@@ -352,7 +352,7 @@ def test_interrupted_while_collecting(machine: Machine, cleanup: str):
     log = started(machine, cleanup)
     machine.directory("/opt/many")
     many = str(machine.path("/opt/many"))
-    for number in range(15000):  # enough for a long while after the first of them
+    for number in range(15000):  # so many that the signal arrives before the last one
         os.mknod(f"{many}/{number}")
     run = begin(machine, pattern_text.data("/opt/many"), pattern_text.data("/opt/behave"))
     run.wait_for(lambda: "ZEPA209-I" in (machine.read_log("quendil.log") or ""))
@@ -369,7 +369,7 @@ def test_interrupted_while_collecting(machine: Machine, cleanup: str):
     cleaned(terminal, log, cleanup, interrupted=True)
     left = [OUTPUT_NAME, INDEX, f"{OUTPUT_NAME}/opt", f"{OUTPUT_NAME}/opt/many",
             *(f"{OUTPUT_NAME}/opt/many/{name}" for name in names)]
-    if cleanup == "OFF":  # no record of an item that was not finished
+    if cleanup == "OFF":  # an item that was not finished has no record
         assert ended.index == expect.index_header("-g demo")
     assert Ending.of(machine, ended) == late(
         255, terminal, interruption(15), log, "", None, sorted(left) if cleanup == "OFF" else [],
@@ -426,8 +426,8 @@ def test_interrupted_while_compressing(machine: Machine, cleanup: str):
 
 
 def without_index(machine: Machine, log: expect.RunLog) -> tuple[list[str], str]:
-    """Items of which the second ends the run, because the first put a directory in the index's
-    place; completes the log up to there and returns them with the run's last warning."""
+    """Items of which the second ends the run, because the first has replaced the index by a
+    directory; completes the log up to there and returns them with the run's last warning."""
     machine.file("/opt/tool", behave.script(
         behave.remove("quendil_index"), behave.directory("quendil_index")), 0o755)
     machine.file("/opt/data", "12345")
@@ -508,7 +508,7 @@ def test_the_collection_fails(machine: Machine, cleanup: str):
     items, warning = without_index(machine, log)
     run = collect(machine, *items)
     terminal = initialized().collect(2).step()
-    # The bar continues behind the cleaning: only a message of the terminal ends its line.
+    # The bar continues after the cleaning: only a message on the terminal ends its line.
     if cleanup == "ON":
         terminal.cleanup().step().end()
         log.cleaned(expect.OUTPUT_DIRECTORY)

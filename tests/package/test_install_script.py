@@ -347,8 +347,8 @@ def test_a_directory_that_cannot_be_made_ends_the_installation(root: BareRoot):
      "/tmp/quendil/install.sh",
      "quendil was installed as a package: rpm -e quendil"),
 ], ids=["machine", "usage", "not_installed", "not_unpacked", "deb", "rpm"])
-def test_what_cannot_be_done_is_said_and_nothing_is_changed(root: BareRoot, before: str,
-                                                            command: str, said: str):
+def test_what_cannot_be_done_is_reported_and_nothing_is_changed(root: BareRoot, before: str,
+                                                                command: str, said: str):
     root.script(f"rm -f /bin/rpm; {before or ':'}")  # BusyBox may have one
     done = root.script(command, check=False)
     assert (done.status, done.stdout, done.stderr) == (1, "", f"{said}\n")

@@ -80,7 +80,7 @@ class Interrupted:
         return stops
 
     def check(self, *orders: Order) -> list[Stop]:
-        """Interrupts a run so, checks how it ended, and returns the places where it was interrupted.
+        """Interrupts a run there, checks how it ended, and returns the places where it was interrupted.
 
         These may be fewer than the orders: a wait may have been shorter this time.
         """

@@ -138,7 +138,7 @@ RULES = [
     Rule("names of files are shown escaped",
          "toolWrite(show.out, lead); escapeName(show.out, path);",
          "toolWrite(show.out, lead); toolWrite(show.out, path);",
-         "cli:test_tool_show.py:steer_no_terminal"),
+         "cli:test_tool_show.py:control_no_terminal"),
     Rule("the files of a directory are sorted",
          "std::strcmp(one.shown, other.shown) < 0", "std::strcmp(one.shown, other.shown) > 0",
          "cli:test_tool_show.py:files_directories"),
