@@ -1,4 +1,4 @@
-"""The archive by symptom: it leads to existing items, and manual and document agree."""
+"""The archive by symptom: the document names existing items only, and the manual the same ones."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ MOST_ITEMS = 12
 
 
 def items_of(target: str, path: str) -> str:
-    """Where the archive has what a data item with this path collects."""
+    """The path in the archive of what a data item with this path collects."""
     return f"{target}/{path.removeprefix('%d%/').lstrip('/')}"
 
 
@@ -30,7 +30,7 @@ def collected() -> set[str]:
             if item.kind == "DATA_BLOCK"}
 
 
-def is_brought(path: str, items: set[str]) -> bool:
+def is_collected(path: str, items: set[str]) -> bool:
     """Whether one of the items collects it: the item itself, or a directory above it."""
     ways = [path, *map(str, Path(path).parents)]
     return any(fnmatch.fnmatchcase(way, item) for way in ways for item in items)
@@ -57,15 +57,15 @@ def named(text: str) -> set[str]:
 def test_a_path_is_found_by_the_item_that_collects_it():
     items = {"storage/df.txt", "performance/proc/pressure", "network/proc/net/snmp*"}
     for path in ("storage/df.txt", "performance/proc/pressure/io", "network/proc/net/snmp6"):
-        assert is_brought(path, items)
+        assert is_collected(path, items)
     for path in ("storage/df", "storage", "memory/df.txt", "performance/proc/pressures"):
-        assert not is_brought(path, items)
+        assert not is_collected(path, items)
 
 
 def test_every_item_that_the_document_names_is_collected():
     items = collected()
     assert len(named(DOCUMENT)) > 80
-    assert [path for path in sorted(named(DOCUMENT)) if not is_brought(path, items)] == []
+    assert [path for path in sorted(named(DOCUMENT)) if not is_collected(path, items)] == []
 
 
 @pytest.mark.parametrize("symptom, lines", symptoms().items())

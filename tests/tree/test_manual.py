@@ -123,8 +123,8 @@ def test_a_message_that_asks_for_something_says_what_to_do():
             assert "Action: " in text or "does not issue it" in text, head
 
 
-#: Where a message of each kind appears, and those that are an exception: they come before the run
-#: log is open, or are led into it while patterns are read and data is collected.
+#: Where a message of each kind appears, and the exceptions: messages before the run log is open, and
+#: those that go to the run log only while patterns are read and data is collected.
 PLACES = {
     "LOG": "run log", "STDOUT_LOG": "terminal, run log", "STDERR_LOG": "terminal, run log",
     "STDERR": "terminal", "HISTORY": "history log",
@@ -335,7 +335,7 @@ def synopses(page):
 
 
 def explanation(command):
-    """What the manual says of a command: a page, or the part of one that has the command's name."""
+    """The text about a command in the manual: a page, or the part of one with the command's name."""
     text = next(rendered(page) for page in tool_pages() if command in synopses(page))
     part = re.search(rf"^ {{3}}{command}\n((?: {{4,}}.*\n|\n)*)", text, re.M)
     return part[1] if part else text

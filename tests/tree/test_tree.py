@@ -1,4 +1,4 @@
-"""Checks of the tree itself: its layers, its form, and what the built binary may need."""
+"""Checks of the tree itself: its layers, its form, and what the built programs may need."""
 
 import json
 import os
@@ -11,7 +11,7 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
 
-# The layers of src, and those that each may include beside itself.
+# The layers of src from which each layer may include files, besides itself.
 BELOW = {
     "common/base": set(),
     "common/report": {"common/base"},
@@ -25,10 +25,10 @@ BELOW |= {
     "main": COMMON | {"ini", "process", "collect"},
     "tool": COMMON,
 }
-# The lowest layer reports its failures through the messages of the next one.
+# The lowest layer reports failures with the messages of the next one.
 REPORTS = "common/report/IGCmnMessage.h"
 # Units that include each other: the messages allocate memory, and memory that runs out is a message.
-CIRCLES = [{"IGCmnMemory", "IGCmnMessage"}]
+CYCLES = [{"IGCmnMemory", "IGCmnMessage"}]
 
 # The programs that are installed.
 PROGRAMS = ["quendil", "escape", "mask", "show"]
@@ -52,8 +52,7 @@ def run(*command):
     return subprocess.run(command, capture_output=True, text=True, check=True, cwd=ROOT).stdout
 
 def tracked(*patterns):
-    # git takes a repository that belongs to another user, such as the one who called sudo, only
-    # where it is named.
+    # git accepts a repository of another user, such as the one who called sudo, only if it is named.
     return [ROOT / name for name in run("git", "--git-dir=.git", "ls-files", "--", *patterns).split()]
 
 def sources():
@@ -79,7 +78,7 @@ def test_no_file_includes_one_from_a_layer_above_it(layer):
                  if str(Path(name).parent) not in {layer, *BELOW[layer]}}
         assert above <= ({REPORTS} if layer == "common/base" else set()), path
 
-def circles(graph):
+def cycles(graph):
     """The groups of units that reach each other."""
     reached = {unit: set(next_ones) for unit, next_ones in graph.items()}
     changed = True
@@ -99,7 +98,7 @@ def test_no_units_include_each_other():
         names = {Path(name).stem for name in included(path)}
         graph.setdefault(path.stem, set()).update(names - {path.stem})
     assert len(graph) > 80
-    assert circles(graph) == CIRCLES
+    assert cycles(graph) == CYCLES
 
 def test_the_sources_have_the_form_that_the_formatter_gives_them():
     code = tracked("src/*.cpp", "src/*.h", "tests/*.cpp", "tests/*.h", "tests/*.c")
@@ -120,7 +119,7 @@ def test_the_product_uses_no_exceptions_and_no_standard_containers():
 def test_the_product_reads_no_environment_variable():
     for path in sources():
         if path.name == "IGMainRoot.cpp":
-            continue  # it chooses what of another user's environment the tools may have
+            continue  # it chooses which variables of another user's environment the tools get
         assert not re.search(r"\bgetenv\b|\benviron\b", path.read_text()), path
 
 def test_the_signal_handler_calls_async_signal_safe_functions_only():
@@ -175,7 +174,7 @@ def test_the_program_and_its_packages_have_the_same_version():
 
 def test_the_installed_binary_still_asserts_its_pointers():
     binary = (BUILD / "release/src/quendil").read_bytes()
-    # No program calls what changes the user, so that none links it.
+    # No program calls the functions of this unit, so none links it.
     code = "".join(path.read_text() for path in sources() if path.name != "IGCmnUser.cpp")
     names = set(re.findall(r"IG_ASSERT_NOT_NULL\((\w+)\);", code))
     assert len(names) > 40
