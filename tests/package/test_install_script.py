@@ -1,5 +1,5 @@
-"""The archive for any distribution: what is in it, its life from install.sh to the removal, and the
-programs in it, on machines that have almost nothing and on old kernels.
+"""The archive for any distribution: its contents, its installation, upgrade and removal, and its
+programs on machines with almost no other programs and on old kernels.
 """
 
 from __future__ import annotations
@@ -111,11 +111,11 @@ def test_the_list_names_everything_that_is_installed(archive: Path,
                       for path, (mode, target) in tree_of(members).items() if path not in system}
 
 
-# ---- Life of an installation ---------------------------------------------------------------------
+# ---- Installation, upgrade and removal -----------------------------------------------------------
 
 
 class BareRoot:
-    """A root directory with BusyBox, and GNU tar and gzip where they are wanted; nothing else."""
+    """A root directory with BusyBox and the given programs, and no others."""
 
     def __init__(self, machine: Machine, archive: Path, *programs: str) -> None:
         self.machine = machine
@@ -126,20 +126,20 @@ class BareRoot:
         machine.mount("--bind", "/dev/null", f"{TOP}/dev/null")
         machine.file(f"{TOP}/etc/motd", "hello\n")
         for program in ("/bin/busybox", *programs):
-            self._bring(program)
+            self._install(program)
         for name in output("busybox", "--list").split():
             if not machine.exists(f"{TOP}/bin/{name}"):
                 machine.link(f"{TOP}/bin/{name}", "busybox")
         self.unpack(archive)
 
-    def _bring(self, program: str) -> None:
+    def _install(self, program: str) -> None:
         """Copies a program with its libraries."""
         libraries = re.findall(r"(?:^|=> )\s*(/\S+) \(", output("ldd", program), re.M)
         for path in (program, *libraries):
             self.machine.install(Path(path), f"{TOP}{path}")
 
     def unpack(self, archive: Path) -> None:
-        """Puts the unpacked archive at /tmp/quendil, as it comes out under a strict umask."""
+        """Unpacks the archive to /tmp/quendil, under a strict umask."""
         self.machine.install(archive, f"{TOP}/tmp/quendil.tar.gz", 0o644)
         self.script("umask 077; cd /tmp && rm -rf quendil && tar xzf quendil.tar.gz && "
                     "mv quendil-* quendil")
@@ -150,11 +150,11 @@ class BareRoot:
         return self.machine.exec([*change, "/bin/sh", "-c", text], check=check)
 
     def install(self) -> str:
-        """Installs or upgrades, from a strict umask; what it says."""
+        """Installs or upgrades, from a strict umask; returns the output."""
         return self.script("umask 077; /tmp/quendil/install.sh").stdout
 
     def uninstall(self) -> str:
-        """Removes, with the script that the installation has kept; what it says."""
+        """Uninstalls, with the script that the installation has kept; returns the output."""
         return self.script(f"{RECORD}/install.sh --uninstall").stdout
 
     def file(self, path: str, text: str) -> None:
@@ -322,9 +322,9 @@ def test_an_installation_below_a_directory_touches_nothing_else(root: BareRoot):
 
 
 def test_the_script_finds_its_archive_by_a_relative_path(root: BareRoot):
-    said = root.script("mkdir -p /tmp/other/quendil; export CDPATH=/tmp/other; cd /tmp; "
-                       "sh quendil/install.sh").stdout
-    assert said == f"== quendil is installed: {PROGRAM}\n"
+    reported = root.script("mkdir -p /tmp/other/quendil; export CDPATH=/tmp/other; cd /tmp; "
+                           "sh quendil/install.sh").stdout
+    assert reported == f"== quendil is installed: {PROGRAM}\n"
 
 
 def test_a_directory_that_cannot_be_made_ends_the_installation(root: BareRoot):
@@ -333,7 +333,7 @@ def test_a_directory_that_cannot_be_made_ends_the_installation(root: BareRoot):
     assert done.status != 0 and "is installed" not in done.stdout
 
 
-@pytest.mark.parametrize("before, command, said", [
+@pytest.mark.parametrize("before, command, reported", [
     ("echo vax >/tmp/quendil/machine", "/tmp/quendil/install.sh",
      f"this archive is for vax, and this machine is {os.uname().machine}"),
     ("", "/tmp/quendil/install.sh --help", "usage: /tmp/quendil/install.sh [--uninstall]"),
@@ -348,10 +348,10 @@ def test_a_directory_that_cannot_be_made_ends_the_installation(root: BareRoot):
      "quendil was installed as a package: rpm -e quendil"),
 ], ids=["machine", "usage", "not_installed", "not_unpacked", "deb", "rpm"])
 def test_what_cannot_be_done_is_reported_and_nothing_is_changed(root: BareRoot, before: str,
-                                                                command: str, said: str):
+                                                                command: str, reported: str):
     root.script(f"rm -f /bin/rpm; {before or ':'}")  # BusyBox may have one
     done = root.script(command, check=False)
-    assert (done.status, done.stdout, done.stderr) == (1, "", f"{said}\n")
+    assert (done.status, done.stdout, done.stderr) == (1, "", f"{reported}\n")
     assert root.left() == []
 
 
@@ -362,7 +362,7 @@ def test_only_root_installs(root: BareRoot):
     assert root.left() == []
 
 
-# ---- The program, anywhere -----------------------------------------------------------------------
+# ---- The packed program --------------------------------------------------------------------------
 
 
 @pytest.fixture(name="portable")
@@ -374,7 +374,7 @@ def fixture_portable(machine: Machine) -> Machine:
 
 
 def old_kernel(machine: Machine) -> str:
-    """The program that plays an old kernel, on the machine."""
+    """Installs the program that acts as an old kernel; returns its path."""
     helper = environment_path("QUENDIL_BEHAVE").with_name("old_kernel")
     return machine.install(helper, "/opt/old_kernel")
 
@@ -421,7 +421,7 @@ def test_a_locale_with_another_character_set_loads_nothing(portable: Machine):
     machine.exec(["/usr/bin/localedef", "-i", "de_DE", "-f", "ISO-8859-1",
                   "/opt/locale/de_DE.ISO-8859-1"], check=False)
     locale = {"LOCPATH": "/opt/locale", "LC_ALL": "de_DE.ISO-8859-1"}
-    # The locale is in force: a dynamic program takes its character set.
+    # The locale works: a dynamic program uses its character set.
     shown = machine.exec(["/usr/bin/env", *(f"{name}={value}" for name, value in locale.items()),
                           "/usr/bin/locale", "charmap"])
     assert shown.stdout == "ISO-8859-1\n"

@@ -1,7 +1,7 @@
-"""The packages: what is in them, and their life from the installation to the removal.
+"""The packages: their contents, and their installation, upgrade and removal.
 
-A .deb lives in a root directory of its own inside a machine, with a package database of its own; of
-the host it uses the programs and libraries, read-only.
+They are installed in a root directory inside a machine, with its own package database; the programs
+and libraries there are the host's, read-only.
 """
 
 from __future__ import annotations
@@ -74,7 +74,7 @@ def shipped_files() -> dict[str, str]:
 
 
 def without_tools(names: dict[str, str]) -> dict[str, str]:
-    """The entries that do not lie in the tool or the template directory."""
+    """The entries that are not in the tool or the template directory."""
     return {name: mode for name, mode in names.items()
             if not re.match("opt/norvale/quendil/(tool|template)/", name)}
 
@@ -172,7 +172,7 @@ def test_compressed_pages_are_the_pages(deb: Path, tmp_path: Path):
         assert output("gzip", "-dc", tmp_path / page) == source.read_text()
 
 
-# ---- Life of the .deb ---------------------------------------------------------------------------
+# ---- Installation of the .deb -------------------------------------------------------------------
 
 #: Packages that the database of the private root has, as the host has them; the first one owns the
 #: system's directories.
@@ -201,7 +201,7 @@ class PrivateRoot:
                    "Maintainer: x\nDescription: x\n".format(*line.split())
                    for line in version.splitlines()]
         self.file("var/lib/dpkg/status", "\n".join(entries))
-        # A package all of whose entries are another one's would be taken for replaced.
+        # dpkg takes a package for replaced if all its entries belong to another one.
         self.file("etc/debian_version", "")
         for name in THERE:
             owned = (*SYSTEM, "etc/debian_version") if name == "base-files" else ()
@@ -236,7 +236,7 @@ class PrivateRoot:
         return found[1] if found else ""
 
     def run(self, *arguments: str) -> Completed:
-        """The installed program, by the name that is on root's path."""
+        """Runs the installed program, by its name on root's path."""
         return self._machine.exec(["/usr/sbin/chroot", self.top, "quendil", *arguments],
                                   check=False)
 
@@ -269,7 +269,7 @@ def root(machine: Machine) -> PrivateRoot:
 
 @pytest.fixture(scope="module")
 def next_deb(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """A later version, whose first two patterns have changed."""
+    """A later version, in which the first two patterns have changed."""
     tree = tmp_path_factory.mktemp("next") / "tree"
     output("dpkg-deb", "-R", only(BUILD / "packages-next", "deb"), tree)
     for name in SHIPPED[:2]:
@@ -374,7 +374,7 @@ def test_a_purge_without_data_leaves_nothing(root: PrivateRoot, deb: Path):
         assert root.list(name) == []
 
 
-# ---- Life of the .rpm ---------------------------------------------------------------------------
+# ---- Installation of the .rpm -------------------------------------------------------------------
 
 
 def test_an_installed_rpm_collects_and_its_removal_keeps_what_is_not_its_own(root: PrivateRoot,

@@ -21,7 +21,7 @@ SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
 
 @pytest.fixture
 def installed(machine: Machine, installation: Installation) -> Machine:
-    """A machine with an installation below TOP and the tree that it was made from."""
+    """A machine with an installation below TOP and the source tree of the installation."""
     shutil.copytree(installation.stage, machine.path(TOP), symlinks=True)
     for name in ("scripts", "patterns", "config", "man", "tools", "templates"):
         if (ROOT / name).is_dir():
@@ -92,7 +92,7 @@ def test_nothing_is_removed_where_nothing_was_installed(installed: Machine):
 
 
 def test_an_installed_package_is_left_to_its_package_manager(installed: Machine):
-    # The database is played: it owns the program.
+    # A fake of the database, which owns the program.
     installed.file("/opt/played/dpkg-query", "#!/bin/sh\n[ \"$1 $2\" = "
                    "'-S /opt/norvale/quendil/bin/quendil' ]\n", 0o755)
     done = installed.exec(f"PATH=/opt/played:$PATH {SOURCE}/scripts/uninstall", check=False)
