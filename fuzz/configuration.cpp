@@ -1,4 +1,4 @@
-// Configuration files: accepted or rejected; a rejected file sets nothing beyond its valid lines.
+// Configuration files: each is accepted or rejected, and every setting is valid after it.
 #include "common/file/IGCmnPath.h"
 #include "fuzz.h"
 #include "ini/IGCmnReplaceStr.h"

@@ -1,5 +1,6 @@
 // Paths: a normalised path is absolute, has no "." and "..", does not change when normalised again,
-// and splits into its components. Escaping for the shell and for the terminal is reversible.
+// and splits into its components. Escaping for the shell is reversible, and a text that is escaped
+// for the terminal has no ASCII control character.
 #include "common/base/IGCmnStr.h"
 #include "common/file/IGCmnPath.h"
 #include "fuzz.h"
