@@ -1,4 +1,4 @@
-"""A rule of the product: its code, a way to break it, and the tests that must notice."""
+"""A rule of the product: its code, a way to break it, and the tests that must fail then."""
 
 from __future__ import annotations
 
@@ -14,9 +14,9 @@ PLACES = ("src", "tools", "patterns")
 class Rule:
     """One rule: `code` is replaced by `broken`, and then one of `tests` must fail.
 
-    The code is found wherever it is in the product, exactly once. White space in it counts for
-    nothing but to separate words. Where several units have the same code, `unit` is the name of
-    one, without directory and ending.
+    The code must be in the product exactly once, in any file. White space in it only separates
+    words. Where several units have the same code, `unit` is the name of one, without directory and
+    suffix.
 
     Tests are separated by blanks: `unit:PROGRAM`, which may hold a `*`, or `cli:FILE`, or
     `cli:FILE:TEXT` for the tests of the file that have this text in their names.
@@ -29,7 +29,7 @@ class Rule:
     unit: str | None = None
 
     def pattern(self) -> re.Pattern[str]:
-        """What the code looks like, however it is formatted."""
+        """A pattern that matches the code in any formatting."""
         tokens = re.findall(r"\w+|[^\w\s]", self.code)
         pattern = r"(?<!\w)" if is_word(tokens[0]) else ""
         for token, following in zip(tokens, tokens[1:]):

@@ -110,7 +110,7 @@ RULES = [
     Rule("a truncated archive is not a result",
          "return state != TarState::TRUNCATED;", "return state != TarState::UNKNOWN;",
          "cli:test_exchanged_sources.py:truncated"),
-    Rule("the last whole copy stays whatever fails",
+    Rule("the last complete copy stays if a later step fails",
          "output_kept = state != TarState::WHOLE;", "output_kept = state == TarState::WHOLE;",
          "cli:test_exchanged_sources.py:whole_copy"),
     Rule("a partial .gz is removed while the .tar exists",
