@@ -1,10 +1,10 @@
 """A machine for every test.
 
-The environment says what is tested:
+These environment variables set what is tested:
 
 QUENDIL_STAGE     the staging tree of an installation (DESTDIR of the install step)
-QUENDIL_BEHAVE    the helper program built from tests/support/behave.c, with the library of the fault
-                  tests beside it
+QUENDIL_BEHAVE    the helper program built from tests/support/behave.c; the other helper programs and
+                  the library of the fault tests are in the same directory
 QUENDIL_WRAPPER   optional: a command put in front of the program in every run, such as valgrind
                   with its options; reports that it leaves as /tmp/wrapper.* are shown by failures
 QUENDIL_WRITABLE  optional: host directories, separated by colons, that stay writable in a machine,

@@ -11,7 +11,7 @@ HEAD = expect.index_header("-g demo")
 
 
 def described(*lines: str) -> str:
-    """A data item with these statements beside its path."""
+    """A data item with its path and these statements."""
     inner = "\n".join(f"        {line}" for line in lines)
     return f"DATA_BLOCK {{\n{inner}\n        PATH_NAME = /opt/data\n    }}"
 

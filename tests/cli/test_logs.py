@@ -94,7 +94,7 @@ def lost(call: str, code: int) -> str:
 
 
 def small_log_directory(machine: Machine, history: int, pages: int) -> str:
-    """Leaves so many free pages beside a history log of so many bytes, which it returns."""
+    """Makes a history log of so many bytes, and leaves so many free pages; returns the log's text."""
     text = "x" * (history - 1) + "\n"
     machine.file(HISTORY, text)
     machine.small_tmpfs(LOG_DIRECTORY, 20 * PAGE)

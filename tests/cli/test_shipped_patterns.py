@@ -384,7 +384,7 @@ def test_a_site_can_forbid_the_arguments_of_processes(machine: Machine):
     machine.exec("pkill -x sleep", check=False)
 
 
-#: What the product files show beside the secrets.
+#: What the product files show next to the secrets.
 SHOWN = [
     ("nginx/conf_main.txt", b"worker_processes 4;\nset $db_password \"*"),
     ("nginx/conf_sites.txt", b"proxy_set_header X-Api-Key *"),

@@ -131,8 +131,8 @@ static void find(void* place, const char* name) {
     memcpy(place, &found, sizeof found);
 }
 
-/* The function behind ours. Other libraries call us from their constructors, before ours has run.
- */
+/* The function that ours replaces. Other libraries call us from their constructors, before ours has
+ * run. */
 #define NEXT(name) \
     (*(real_##name != NULL ? &real_##name : (find(&real_##name, #name), &real_##name)))
 

@@ -505,7 +505,7 @@ def find_program_faults(words: list[str], *, guarded: bool, own: bool = False) -
         faults.append(f"{name} is run on no condition")
     faults += [f"{name} lacks the argument {rule}" for rule in REQUIRED_ARGUMENTS.get(name, ())
                if not re.search(rule, " ".join(arguments))]
-    # Names and sizes of secret files are no secret, nor is the certificate beside a key.
+    # Names and sizes of secret files are no secret, nor is the certificate of a key.
     faults += [f"the command names {word}, which may hold secrets" for word in arguments
                if name not in ("ls", "find", "certificates") and is_secret(word)]
     return faults

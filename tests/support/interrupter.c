@@ -78,19 +78,19 @@ static long number(const char* word) {
     return value;
 }
 
-/* The rest of a word after its beginning; NULL when it begins otherwise. */
-static const char* behind(const char* word, const char* beginning) {
-    const size_t length = strlen(beginning);
-    return strncmp(word, beginning, length) == 0 ? word + length : NULL;
+/* The rest of a word after a prefix; NULL when it has another prefix. */
+static const char* after_prefix(const char* word, const char* prefix) {
+    const size_t length = strlen(prefix);
+    return strncmp(word, prefix, length) == 0 ? word + length : NULL;
 }
 
 static struct order parse_place(char* word) {
     const char* rest = NULL;
-    if ((rest = behind(word, "+")) != NULL)
+    if ((rest = after_prefix(word, "+")) != NULL)
         return (struct order){.where = DISTANCE, .stop = number(rest)};
-    if ((rest = behind(word, "before:")) != NULL)
+    if ((rest = after_prefix(word, "before:")) != NULL)
         return (struct order){.where = BEFORE_CALL, .call = rest};
-    if ((rest = behind(word, "after:")) != NULL)
+    if ((rest = after_prefix(word, "after:")) != NULL)
         return (struct order){.where = AFTER_CALL, .call = rest};
     char* colon = strchr(word, ':');
     if (colon == NULL)

@@ -6,7 +6,7 @@ from collections.abc import Iterable
 
 
 def quoted(text: str) -> str:
-    """A value between double quotes, as the pattern file wants it: its own quotes escaped."""
+    """A value between double quotes, with its own quotes escaped, as in a pattern file."""
     escaped = text.replace("\\", "\\\\").replace('"', '\\"')
     return f'"{escaped}"'
 

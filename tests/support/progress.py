@@ -34,7 +34,7 @@ class Terminal:
         return self._begin(INITIALIZE, [1, 1, 1, 1])
 
     def collect(self, items: int) -> Terminal:
-        """The collecting phase begins, with so many tools and data items to come."""
+        """The collecting phase begins, for so many tools and data items."""
         self._finish()
         if items > 0:
             self._items, self._shares = items, 0

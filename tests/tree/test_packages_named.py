@@ -199,7 +199,7 @@ def uses(command: str) -> Uses:
     return found
 
 
-# ---- Where it comes from -------------------------------------------------------------------------
+# ---- To which package it belongs -----------------------------------------------------------------
 
 
 def chosen(packages: Packages, names: list[str]) -> list[str]:

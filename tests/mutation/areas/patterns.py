@@ -79,7 +79,7 @@ RULES = [
          "unit:IGCmnDir_test"),
     Rule("a mode is tested by the owner's bits",
          "bits | S_IXUSR", "bits | S_IXOTH", "unit:IGCmnFile_test"),
-    Rule("a list ends where it ends",
+    Rule("adding to a list returns the new count",
          "return static_cast<int>(++list->count);", "return static_cast<int>(list->count++);",
          "unit:IGCmnList_test"),
 ]
