@@ -29,7 +29,8 @@ CHANGES = {
 
 
 @pytest.mark.parametrize("change", CHANGES)
-def test_a_file_that_changes_before_it_is_packed_costs_no_other_file(machine: Machine, change: str):
+def test_a_file_that_changes_before_it_is_packed_affects_no_other_file(machine: Machine,
+                                                                       change: str):
     actions, content = CHANGES[change]
     for name in ("a", "b", "c", "new"):
         machine.file(f"/opt/data/{name}", name if name == "new" else "1234")

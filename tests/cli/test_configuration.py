@@ -215,7 +215,7 @@ def test_a_missing_file_is_refused(machine: Machine):
     refused(machine, f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n")
 
 
-def test_a_link_to_nowhere_is_a_missing_file(machine: Machine):
+def test_a_dangling_link_is_a_missing_file(machine: Machine):
     machine.remove(CONFIGURATION)
     machine.link(CONFIGURATION, "/opt/none")
     refused(machine, f"ZEPA118-E:A configuration file({CONFIGURATION}) does not exist.\n")

@@ -169,7 +169,7 @@ def shown(name: str) -> str:
 
 
 @pytest.mark.parametrize("through", ["directory", "wildcard"])
-def test_no_name_is_too_strange_to_be_collected(machine: Machine, through: str):
+def test_files_with_any_name_are_collected(machine: Machine, through: str):
     directory = machine.directory("/opt/data")
     for number, name in enumerate(HOSTILE):
         at = machine.path(directory) / os.fsdecode(name.replace(b"/", b"|"))
@@ -250,7 +250,7 @@ def test_a_link_is_followed(machine: Machine):
     assert unpacked.read("opt/data/to-dir/below") == b"below"
 
 
-def test_a_link_that_leads_back_up_is_not_entered(machine: Machine):
+def test_a_link_to_a_directory_above_it_is_not_entered(machine: Machine):
     machine.file("/opt/data/deep/file", "x")
     machine.link("/opt/data/deep/up", "../deep")
     machine.link("/opt/data/deep/top", "/opt/data")
@@ -264,7 +264,7 @@ def test_a_link_that_leads_back_up_is_not_entered(machine: Machine):
         "opt/data/deep/top": "directory"}
 
 
-def test_a_link_to_nowhere_in_a_directory_is_reported_and_skipped(machine: Machine):
+def test_a_dangling_link_in_a_directory_is_reported_and_skipped(machine: Machine):
     machine.file("/opt/data/file", "x")
     machine.link("/opt/data/nowhere", "/opt/none")
     machine.link("/opt/data/loop", "loop")
@@ -277,7 +277,7 @@ def test_a_link_to_nowhere_in_a_directory_is_reported_and_skipped(machine: Machi
 
 
 @pytest.mark.parametrize("target", ["/opt/none", "nowhere"])
-def test_a_link_to_nowhere_that_a_path_names_is_reported_once(machine: Machine, target: str):
+def test_a_dangling_link_that_a_path_names_is_reported_once(machine: Machine, target: str):
     machine.link("/opt/data/nowhere", target)
     run = collect(machine, pattern_text.data("/opt/data/nowhere"))
     assert run.log == started_log().data({}, 0, not_found("/opt/data/nowhere")).complete().text

@@ -82,7 +82,7 @@ def test_a_copied_file_has_the_mode_owner_and_times_of_its_source(machine: Machi
 
 @pytest.mark.parametrize("path", [f"{HOME}/link", f"{HOME}/l*", HOME])
 @pytest.mark.parametrize("target", ["/opt/secret/key", "/opt/secret", "/proc/version", "/opt/third"])
-def test_a_link_of_a_user_to_what_is_not_his_is_a_failed_copy(machine: Machine, path, target):
+def test_a_users_link_to_a_file_of_another_owner_is_a_failed_copy(machine: Machine, path, target):
     make_home(machine)
     machine.file("/opt/third", b"of a third user", owner=(1001, 1001))
     user_link(machine, f"{HOME}/link", target)
@@ -93,7 +93,7 @@ def test_a_link_of_a_user_to_what_is_not_his_is_a_failed_copy(machine: Machine, 
     assert not [name for name in run.archive.names if "secret" in name or "key" in name]
 
 
-def test_links_that_a_user_may_follow_himself_are_followed(machine: Machine):
+def test_a_users_link_to_an_own_file_and_a_link_of_root_are_followed(machine: Machine):
     make_home(machine)
     user_link(machine, f"{HOME}/own", "file")
     machine.link(f"{HOME}/of-root", "/opt/secret/key")
@@ -310,7 +310,7 @@ def test_a_link_of_ours_that_the_limit_removed_hides_none_to_a_users_file(machin
     assert run.status == 0 and SECRET not in run.archive.files().values()
 
 
-def test_a_link_to_nowhere_stays_only_where_no_user_can_put_something_there(machine: Machine):
+def test_a_dangling_link_stays_only_where_no_user_can_make_its_target(machine: Machine):
     make_home(machine)
     os.unlink(machine.path(f"{HOME}/file"))
     machine.directory("/opt/data")
@@ -461,7 +461,7 @@ os.rename(output, output + ".away")
 """
 
 
-def test_nothing_is_written_behind_an_output_that_is_exchanged_within_an_item(machine: Machine):
+def test_nothing_is_written_through_an_output_that_is_exchanged_during_an_item(machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/base", 0o755, USER)
     machine.file(f"{HOME}/tree/etc/x", b"x", owner=USER)
@@ -481,7 +481,8 @@ os.symlink("/opt/victim", output + "{HOME}/tree")
     assert machine.list("/opt/victim") == ["etc"] and machine.list("/opt/victim/etc") == ["passwd"]
 
 
-def test_nothing_is_removed_behind_an_output_that_is_exchanged_while_it_is_swept(machine: Machine):
+def test_nothing_is_removed_through_an_output_that_is_exchanged_before_it_is_packed(
+        machine: Machine):
     make_home(machine)
     machine.directory(f"{HOME}/base", 0o755, USER)
     machine.file("/opt/victim/dev/x", b"x")

@@ -33,7 +33,8 @@ def test_each_directory_of_a_graph_of_links_is_entered_once(machine: Machine):
     )
 
 
-def test_both_of_two_links_to_one_directory_are_there_and_one_has_the_contents(machine: Machine):
+def test_of_two_links_to_one_directory_both_are_collected_and_one_has_the_contents(
+        machine: Machine):
     machine.file("/opt/elsewhere/file", "x")
     machine.link("/opt/data/one", "/opt/elsewhere")
     machine.link("/opt/data/two", "/opt/elsewhere")

@@ -108,7 +108,7 @@ def test_the_head_has_the_name_that_the_program_was_called_by(machine: Machine, 
     assert run.index.splitlines()[1] == f"{shown} -g demo"
 
 
-def test_files_of_a_target_have_its_directory_in_front(machine: Machine, data: str):
+def test_files_of_a_target_have_its_directory_in_their_paths(machine: Machine, data: str):
     targets = [pattern_text.quoted("Net & more"), "second"]
     run = collect(machine, pattern_text.block(pattern_text.data(data), targets=targets))
     assert run.index == HEAD + expect.index_record("Net___more/opt/data")
@@ -124,12 +124,12 @@ def test_only_the_targets_that_were_chosen_name_the_directory(machine: Machine, 
         "second/opt/data", descriptions=["chosen"])
 
 
-def test_a_run_without_data_items_has_an_index_all_the_same(machine: Machine):
+def test_a_run_without_data_items_has_an_index_too(machine: Machine):
     run = collect(machine, pattern_text.tool(machine.tool(behave.out(""))))
     assert run.index == HEAD
 
 
-def test_the_index_belongs_to_its_maker_alone(machine: Machine, data: str):
+def test_only_root_may_read_the_index(machine: Machine, data: str):
     run = collect(machine, pattern_text.data(data), umask=0)
     assert run.archive["quendil_index"][:4] == ("file", "0600", 0, 0)
 
@@ -172,7 +172,7 @@ def test_a_head_that_is_too_long_for_the_disk_is_reported_as_a_failed_write(mach
 
 
 @pytest.mark.parametrize("cleanup", ["ON", "OFF"])
-def test_a_disk_that_is_full_in_the_midst_of_a_record_ends_the_run(machine: Machine, cleanup: str):
+def test_a_disk_that_is_full_in_the_middle_of_a_record_ends_the_run(machine: Machine, cleanup: str):
     machine.conf(f"QUENDIL_CLEANUP={cleanup}\n")
     machine.small_tmpfs(DATA_DIRECTORY, 200_000)
     # File names take no space on this file system, but the record of all of them does.

@@ -136,7 +136,7 @@ def test_an_interruption_anywhere_else_ends_the_run_in_a_documented_way(
 
 
 @pytest.mark.parametrize("first", EVERY)
-def test_a_second_signal_in_the_midst_of_the_first_changes_nothing(machine: Machine, first: int):
+def test_a_second_signal_while_the_first_is_handled_changes_nothing(machine: Machine, first: int):
     second = signal.SIGTERM if first == signal.SIGINT else signal.SIGINT
     waiting = places_up_to_the_wait(machine, 10)[-1]
     runs = Interrupted(machine, machine.tool(behave.out("x"), forever()))

@@ -71,7 +71,7 @@ def test_a_default_acl_gives_no_access_to_logs_and_index(machine: Machine):
     assert machine.mode(f"{run.result}/quendil_index") == "0600"
 
 
-def test_an_old_log_that_is_in_the_way_does_not_matter_without_a_present_one(machine: Machine):
+def test_an_old_log_that_cannot_be_removed_does_not_matter_without_a_current_one(machine: Machine):
     machine.file(f"{OLD_RUN_LOG}/file")
     assert machine.run("-x").log == expect.RunLog("-x").raw(INVALID).finished(255).text
 
@@ -312,7 +312,7 @@ def test_a_history_grows_by_whole_lines_until_it_is_rotated(machine: Machine):
     assert seen == [(1, 0), (2, 0), (3, 0), (4, 0), (5, 0), (1, 5), (2, 5)]
 
 
-def test_an_old_history_that_cannot_be_removed_lets_the_present_one_grow(machine: Machine):
+def test_an_old_history_that_cannot_be_removed_lets_the_current_one_grow(machine: Machine):
     present = "x" * 20_000 + "\n"
     machine.file(HISTORY, present)
     machine.file(f"{OLD_HISTORY}/file")

@@ -92,7 +92,7 @@ def test_a_selection_that_matches_nothing_is_reported(machine: Machine, argument
     check_refused(machine, machine.run(*words), words, NOTHING, 3, log)
 
 
-def test_an_empty_value_chooses_what_has_an_empty_name_and_nothing_has(machine: Machine):
+def test_an_empty_group_matches_nothing(machine: Machine):
     machine.pattern("10_demo", pattern(block(), groups=["", "demo"]))
     log = expect.RunLog("-g ").parameters([""])
     check_refused(machine, machine.run("-g", ""), ["-g", ""], NOTHING, 3, log)
@@ -121,7 +121,7 @@ def test_files_with_the_same_pp_name_are_all_collected(machine: Machine):
     assert collected(machine.run("-g", "demo")) == ["1", "2"]
 
 
-def test_directories_beside_the_files_are_left_out(machine: Machine):
+def test_directories_among_the_files_are_left_out(machine: Machine):
     machine.pattern("10_demo", pattern(marked(machine, "x")))
     machine.file(path_of("00_directory/20_demo"), pattern(marked(machine, "y")))
     run = machine.run("-g", "demo")
@@ -433,7 +433,7 @@ def test_targets_name_the_directory_of_the_pattern(machine: Machine):
         "left_side_1/opt/marks/d", "opt/marks/e"]
 
 
-def test_a_pattern_without_an_item_is_collected_as_nothing(machine: Machine):
+def test_a_pattern_without_items_collects_nothing(machine: Machine):
     machine.pattern("10_demo", pattern(block()))
     run = machine.run("-g", "demo")
     assert (run.status, run.stdout, run.stderr) == (0, complete_output(0), "")

@@ -82,7 +82,7 @@ def run_setuid(machine: Machine, environment: dict[str, str]) -> dict[str, list[
 
 
 @pytest.mark.plain_binary  # an instrumented binary has settings of its own
-def test_a_run_of_another_user_is_roots_in_full(machine: Machine):
+def test_a_setuid_run_has_roots_ids_and_a_reduced_environment(machine: Machine):
     shown = run_setuid(machine, USERS_ENVIRONMENT)
     assert shown["id"] == ["uid=0(root) gid=0(root) groups=0(root)"]
     assert sorted(shown["env"]) == [
@@ -96,7 +96,7 @@ def test_a_run_of_another_user_is_roots_in_full(machine: Machine):
 @pytest.mark.parametrize("name, value", [
     ("TZ", ""), ("TZ", "<+0545>-05:45"), ("LANGUAGE", "de_DE:en"), ("LC_TIME", "de_DE.UTF-8"),
 ])
-def test_the_zone_and_the_locale_of_another_user_are_kept(machine: Machine, name: str, value: str):
+def test_a_setuid_run_keeps_the_zone_and_the_locale(machine: Machine, name: str, value: str):
     assert f"{name}={value}" in run_setuid(machine, {name: value})["env"]
 
 
@@ -106,7 +106,8 @@ def test_the_zone_and_the_locale_of_another_user_are_kept(machine: Machine, name
     ("TZ", "x y"), ("LC_ALL", "/opt/evil"), ("LC_ALL", "../opt"), ("LC_TIME", "a/b"),
     ("LANGUAGE", "../../../opt/evil"), ("LANGUAGE", "%s"), ("LANG", "$(id)"),
 ])
-def test_no_file_of_another_user_is_opened_for_his_run(machine: Machine, name: str, value: str):
+def test_a_setuid_run_drops_a_zone_or_locale_that_may_name_a_file(machine: Machine, name: str,
+                                                                  value: str):
     assert [line for line in run_setuid(machine, {name: value})["env"]
             if not line.startswith("PATH=")] == []
 
@@ -448,7 +449,7 @@ def test_the_bar_byte_for_byte(machine: Machine, items: int):
     assert COLLECT_WIDTH == sum(SHARES[items] or [52]) and WIDTH == 68
 
 
-def test_what_a_reader_sees_in_the_end(machine: Machine):
+def test_the_lines_that_are_finally_visible(machine: Machine):
     run = collect(machine, pattern_text.block())
     assert screen(run.stdout) == [
         "cleanup   :" + "*" * 68, expect.output_file().removesuffix("\n"), ""]

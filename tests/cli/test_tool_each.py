@@ -284,7 +284,7 @@ def test_the_name_of_a_process_hides_no_namespace(system: Machine):
     assert (done.status, done.stderr) == (2, "usage: namespaces [KIND]\n")
 
 
-def test_hundreds_of_virtual_ends_hold_no_port_up(system: Machine):
+def test_hundreds_of_virtual_ends_do_not_delay_a_port(system: Machine):
     make_devices(system)
     system.exec("for i in $(seq 400); do d=/tmp/net/veth$i; mkdir $d; echo 5 >$d/ifindex; echo 7 >$d/iflink;"
                 " echo 1 >$d/type; echo X=1 >$d/uevent; done")

@@ -275,7 +275,7 @@ def test_the_filter_ends_as_by_sigxfsz_when_its_output_reaches_a_limit(machine: 
 
 
 @pytest.mark.plain_binary
-def test_a_long_line_takes_no_longer_than_short_ones_and_hides_nothing_behind_it(machine: Machine):
+def test_a_long_line_takes_no_longer_than_short_ones_and_hides_nothing_after_it(machine: Machine):
     for unit in ("password=x ", "a", "a:b@", "'", "key=", "password ", "<key ", "eyJ"):
         machine.file("/tmp/given", (unit * (4 << 20))[:4 << 20] + "\nseen\n")
         done = machine.exec(f"ulimit -t 60; {MASK} </tmp/given | tail -n 1")

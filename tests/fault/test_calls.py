@@ -80,7 +80,7 @@ def test_every_call_that_can_fail_does_so_in_a_test(needed):
     assert {KIND_OF[name] for name in needed & set(KIND_OF)} <= tested
 
 
-def test_every_call_that_can_fail_is_made_to_by_the_library(needed):
+def test_the_library_can_make_every_such_call_fail(needed):
     library = environment_path("QUENDIL_BEHAVE").with_name(Path(LIBRARY).name)
     assert needed & set(KIND_OF) <= symbols(library, "--defined-only")
 

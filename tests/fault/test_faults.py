@@ -114,7 +114,7 @@ def test_a_failure_while_a_run_is_interrupted_leaves_nothing_running(machine, ki
 
 
 @pytest.mark.parametrize("kind", STOPPING_ARCHIVER, ids=str)
-def test_a_failure_while_the_archiver_is_interrupted_leaves_it_not_running(machine, kind):
+def test_a_failure_while_the_archiver_is_interrupted_leaves_nothing_running(machine, kind):
     machine.replace("/bin/tar", behave.ready(READY), behave.forever())
     bench = Bench(machine, pattern_text.data(f"{fault_injection.USER}/wild/one.log"))
     assert interrupted(bench, None).run.status == 20
@@ -156,7 +156,7 @@ BROKEN = (
 
 
 @pytest.mark.parametrize("kind", BROKEN, ids=str)
-def test_a_run_ends_when_from_some_call_on_all_fail(machine, kind):
+def test_a_run_ends_when_all_calls_fail_from_some_call_on(machine, kind):
     bench = Bench(machine, *fault_injection.representative(machine))
     nth, step = 1, 1
     while (outcome := bench.run(kind.fault(nth, rest=True))).failed:

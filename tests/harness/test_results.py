@@ -107,5 +107,5 @@ def test_what_a_mask_hides_can_be_read():
                                     datetime(2026, 11, 21, 1, 42, 10)]
 
 
-def test_bytes_that_are_not_text_survive():
+def test_masks_keep_bytes_that_are_not_text():
     assert masking.mask(masking.decode(b"a\xffb")).encode("utf-8", "surrogateescape") == b"a\xffb"

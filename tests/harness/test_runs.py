@@ -104,7 +104,7 @@ def test_a_signal_to_the_group_reaches_its_children(machine: Machine):
     assert run.finish().status == -signal.SIGKILL
 
 
-def test_two_runs_go_on_at_once(machine: Machine):
+def test_two_runs_can_be_active_at_once(machine: Machine):
     first = machine.start("exec", *machine.tool(behave.wait_for("/opt/go"), out("first\n")).split())
     second = play(machine, behave.write("/opt/go", ""), out("second\n"))
     assert (second.stdout, first.finish().stdout) == ("second\n", "first\n")

@@ -116,7 +116,7 @@ def test_the_deb_names_itself_and_what_it_needs(deb: Path):
     assert fields["Maintainer"].endswith(".invalid>")
 
 
-def test_configuration_and_patterns_belong_to_the_machine(deb: Path, rpm: Path):
+def test_configuration_and_patterns_are_marked_as_configuration_files(deb: Path, rpm: Path):
     assert output("dpkg-deb", "-I", deb, "conffiles").split() == [f"/{name}" for name in CONFFILES]
     assert output("rpm", "-qp", "--configfiles", rpm).split() == [f"/{name}" for name in CONFFILES]
 
@@ -165,7 +165,7 @@ def test_the_scripts_of_the_rpm_parse(rpm: Path):
     subprocess.run(["/bin/sh", "-n"], input=text, text=True, check=True)
 
 
-def test_compressed_pages_are_the_pages(deb: Path, tmp_path: Path):
+def test_the_compressed_pages_are_those_of_the_tree(deb: Path, tmp_path: Path):
     output("dpkg-deb", "-x", deb, tmp_path)
     for page in PAGES:
         source = ROOT / "man" / Path(page).stem

@@ -136,7 +136,7 @@ OTHER_PLACES = {
 }
 
 
-def test_a_message_is_said_to_appear_where_one_of_its_kind_does():
+def test_each_message_is_documented_with_the_places_of_its_kind():
     rows = re.findall(r"IG_MSG\(\d+, (ZEPA\d+)_([EWI])\w*, MSGKIND_(\w+),",
                       source("common/report/IGCmnMessageTable.inc"))
     wanted = {f"{number}-{letter}": PLACES[kind] for number, letter, kind in rows} | OTHER_PLACES
@@ -146,7 +146,7 @@ def test_a_message_is_said_to_appear_where_one_of_its_kind_does():
     assert places == wanted
 
 
-def test_messages_said_not_to_be_issued_are_named_nowhere_in_the_source():
+def test_messages_documented_as_not_issued_are_not_in_the_source():
     code = "".join(path.read_text() for path in SOURCE.rglob("*.cpp"))
     page = entries(rendered("quendil_messages.7"))
     for head, text in page.items():
@@ -408,7 +408,7 @@ def test_every_way_of_a_command_to_end_is_explained(page):
     assert statuses == wanted
 
 
-def test_the_pages_of_the_commands_are_named_in_the_pages_beside_them():
+def test_related_pages_refer_to_the_pages_of_the_commands():
     for page in ["quendil.8", "quendil_pattern.5", *tool_pages()]:
         named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
         assert named >= {name.removesuffix(".8") for name in tool_pages() if name != page}

@@ -149,15 +149,14 @@ def test_a_packed_binary_needs_no_library_and_no_loader(program):
 
 @pytest.mark.parametrize("preset", ["release", "portable"])
 @pytest.mark.parametrize("program", PROGRAMS)
-def test_an_installed_binary_can_be_loaded_anywhere_and_keeps_its_tables_from_being_written(
-        program, preset):
+def test_an_installed_binary_has_pie_relro_and_no_executable_stack(program, preset):
     binary = BUILD / preset / "src" / program
     assert re.search(r"FLAGS_1.* NOW PIE", run("readelf", "-dW", binary))
     segments = run("readelf", "-lW", binary)
     assert "GNU_RELRO" in segments and re.search(r"GNU_STACK .* RW  ", segments)
 
 @pytest.mark.parametrize("program", PROGRAMS)
-def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_system_served(program):
+def test_an_installed_binary_runs_with_the_c_library_of_the_oldest_supported_system(program):
     versions = re.findall(
         r"\bGLIBC_(\d+)\.(\d+)", run("readelf", "-VW", BUILD / "release/src" / program)
     )
@@ -172,7 +171,7 @@ def test_the_program_and_its_packages_have_the_same_version():
     assert of_packages and shown
     assert [int(part) for part in of_packages.groups()] == [int(part) for part in shown.groups()]
 
-def test_the_installed_binary_still_asserts_its_pointers():
+def test_the_installed_binary_has_its_null_pointer_assertions():
     binary = (BUILD / "release/src/quendil").read_bytes()
     # No program calls the functions of this unit, so none links it.
     code = "".join(path.read_text() for path in sources() if path.name != "IGCmnUser.cpp")
@@ -181,7 +180,7 @@ def test_the_installed_binary_still_asserts_its_pointers():
     for name in names:
         assert f"{name} != ((void *)0)".encode() in binary, name
 
-def test_the_commands_of_the_readme_are_there_and_named_by_it():
+def test_the_readme_names_the_commands_and_they_are_executable():
     readme = (ROOT / "README.md").read_text()
     for command in ("scripts/run", "scripts/test"):
         assert os.access(ROOT / command, os.X_OK)
@@ -222,7 +221,7 @@ def test_no_test_has_the_name_of_another_one_in_its_file():
             names = re.findall(r"^def (test_\w+)", path.read_text(), re.M)
             assert len(set(names)) == len(names), path
 
-def test_nothing_generated_or_binary_is_kept():
+def test_no_binary_file_is_tracked():
     for path in tracked():
         if path.is_file():
             assert b"\0" not in path.read_bytes(), path

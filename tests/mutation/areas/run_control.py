@@ -85,7 +85,7 @@ RULES = [
          "::clearenv();", "", "cli:test_run_control.py:roots"),
     Rule("no file of the user is read for the time zone",
          'std::strstr(value, "..") != nullptr || std::strspn(value, "/:") != 0', "false",
-         "cli:test_run_control.py:opened"),
+         "cli:test_run_control.py:may_name_a_file"),
     Rule("a completed bar is followed by no empty line",
          "put('\\n'); progress.on_screen = false; } void IgCmnProgressNewline",
          "put('\\n'); } void IgCmnProgressNewline", "unit:IGCmnProgress_test"),
