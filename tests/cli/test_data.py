@@ -23,7 +23,7 @@ def walk(machine: Machine, path: str) -> Iterator[str]:
 
 
 def sizes(machine: Machine, paths: Iterable[str]) -> dict[str, int]:
-    """What the log reports of paths: the sizes of files, 0 for directories."""
+    """The sizes that the log reports for these paths: 0 for a directory."""
     status = {path: machine.status(path) for path in paths}
     return {path: 0 if stat.S_ISDIR(one.st_mode) else one.st_size for path, one in status.items()}
 

@@ -1,4 +1,4 @@
-"""Every message of the catalogue: a run that issues it, its exact text, and its places."""
+"""Every message of the catalogue: a run that issues it, its exact text, and where it appears."""
 
 from __future__ import annotations
 

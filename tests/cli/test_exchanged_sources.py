@@ -31,7 +31,7 @@ def make_home(machine: Machine) -> None:
 
 
 def script(machine: Machine, path: str, text: str) -> str:
-    """Makes a shell script that a tool can be; returns its path."""
+    """Makes a shell script to be run as a tool; returns its path."""
     machine.file(path, f"#!/bin/sh\n{text}\n", 0o755)
     return path
 

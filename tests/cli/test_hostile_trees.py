@@ -10,7 +10,7 @@ from support.machine import Machine
 
 
 def script(machine: Machine, path: str, text: str) -> str:
-    """Makes a shell script that a tool can be; returns its path."""
+    """Makes a shell script to be run as a tool; returns its path."""
     machine.file(path, f"#!/bin/sh\n{text}\n", 0o755)
     return path
 

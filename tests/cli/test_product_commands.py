@@ -367,7 +367,7 @@ AS_POSTGRES = "setpriv --reuid 4713 --regid 4714 --clear-groups"
 
 
 def shipped_query(item: str) -> list[str]:
-    """The words of the tool of PostgreSQL's pattern that writes this file."""
+    """The command line of the tool in PostgreSQL's pattern that writes this file, as words."""
     shipped = PatternFile("82_postgresql", (ROOT / "patterns/82_postgresql").read_bytes())
     tool, = [tool for tool in shipped.items("TOOL_BLOCK") if tool.text("REDIRECT_PATH") == f"%d%/{item}"]
     return split_command(tool.text("COMMAND_LINE").replace("%%", "%"))

@@ -200,7 +200,7 @@ def test_the_lock_is_held_until_the_history_has_the_end(machine: Machine):
 
 
 def full_pipe() -> tuple[int, int]:
-    """A pipe that takes nothing more until it is read."""
+    """A pipe that is full."""
     reader, writer = os.pipe()
     os.set_blocking(writer, False)
     try:

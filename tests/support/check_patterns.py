@@ -208,7 +208,7 @@ class Node:
 
 
 class Counts(NamedTuple):
-    """What a directory of pattern files holds."""
+    """The numbers of files, tools and data items in a directory."""
 
     files: int
     tools: int

@@ -97,7 +97,7 @@ class Outcome:
 
 
 def _entries(tree: Tree) -> Iterator[tuple[str, tuple]]:
-    """Every entry with its attributes and content; tar is free to link what it has stored once."""
+    """Every entry with its attributes and content; tar may store a file again as a link."""
     files = tree.files()
     for name, member in tree.members().items():
         linked = member.kind == "hard link"
@@ -209,7 +209,7 @@ def snapshot(machine: Machine) -> dict[str, tuple]:
 
 
 def make_user_files(machine: Machine) -> None:
-    """A tree with links, good and broken, and files for a wildcard."""
+    """Makes a tree with valid and dangling links, and files for a wildcard."""
     tree = f"{USER}/tree"
     machine.file(f"{tree}/a.txt", "alpha\n", 0o640, OWNER, LONG_AGO)
     machine.file(f"{tree}/sub/b.txt", "beta\n", 0o600, OWNER, LONG_AGO)

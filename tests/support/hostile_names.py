@@ -46,7 +46,7 @@ sleeper.wait()
 
 
 def start(machine: Machine) -> None:
-    """Starts processes whose names, program files, open files and sockets have such names."""
+    """Starts processes with such names, and with such program files, open files and sockets."""
     machine.file("/tmp/planted.py", _PROGRAM.format(name=NAME))
     machine.exec("setsid python3 /tmp/planted.py >/tmp/planted.out 2>&1 &")
     machine.wait_for("/tmp/planted.ready")

@@ -1,7 +1,8 @@
 """A machine for every test: file systems, processes and a host name that no other test sees.
 
-The machine's "/opt", "/var/opt", "/etc/opt" and "/tmp" are empty but for the installed program;
-everything else is the host's, read-only. All of it ends with the test.
+The machine has its own "/opt", "/var/opt" and "/etc/opt" with the installed program, and an empty
+"/tmp", "/var/tmp" and "/dev/shm"; everything else is the host's, read-only. All of it ends with the
+test.
 """
 
 from __future__ import annotations

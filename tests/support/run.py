@@ -32,7 +32,7 @@ def wait_until(condition: Callable[[], object], seconds: float, what: str):
 
 
 class Capture:
-    """A file without a name that takes a program's output.
+    """An unnamed file that receives a program's output.
 
     Unlike a pipe it never fills up, and a process that outlives the program cannot block the reader.
     """

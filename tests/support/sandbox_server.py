@@ -73,7 +73,7 @@ def mount(source, target, kind, flags, options=None):
 
 
 def make_everything_read_only():
-    """Protects the host: programs in the sandbox can change only the sandbox's own directories."""
+    """Protects the host: programs in the sandbox can change only what is mounted after this."""
     attributes = MountAttr(set=MOUNT_ATTR_RDONLY)
     result = libc.syscall(
         ctypes.c_long(SYS_MOUNT_SETATTR), AT_FDCWD, b"/", AT_RECURSIVE,
