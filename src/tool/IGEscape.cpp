@@ -77,8 +77,7 @@ std::size_t sequenceLength(unsigned char first) {
     return first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
 }
 
-// Whether a second byte is valid: the sequence is not too long a form, not half of a surrogate
-// pair, and not beyond the last character.
+// Whether a second byte is valid: no overlong form, no surrogate, nothing beyond U+10FFFF.
 bool isSecond(unsigned char first, unsigned char second) {
     const unsigned char least = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
     const unsigned char most = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
@@ -111,7 +110,7 @@ void writeSequence(Escape& escape) {
     escape.partial_length = 0;
 }
 
-// Writes a first byte that is part of no sequence. The bytes behind it may begin one.
+// Writes the first byte, which is part of no sequence. The bytes behind it may begin one.
 void writeStray(Escape& escape) {
     const unsigned char byte = escape.partial[0];
     byte >= 0x80 && byte <= 0x9f ? writeOctal(*escape.out, byte) : writeByte(*escape.out, byte);
@@ -180,9 +179,9 @@ void takeOfLongLines(Escape& escape, char character) {
     }
 }
 
-// A name is behind ` users:(("`, or behind `,("` when it is not the first. ss reads it up to the
-// first closing parenthesis, so it has none inside. No name of a socket has a blank in front of
-// "users".
+// The first name follows ` users:(("`, each other one `,("`. It ends at the first closing
+// parenthesis, because ss itself reads a process's name only up to that. No address of a socket
+// contains ` users:`.
 void takeOfSocketUsers(Escape& escape, char character) {
     if (character == '\n' && !escape.in_name) {
         putLineEnd(escape);

@@ -23,7 +23,7 @@ struct MaskProgram {
     std::array<char, std::size_t{PATH_MAX}> path{};
 };
 
-// Finds the path of the filter: in the directory of this program, which /proc reports, or without
+// Finds the path of the filter: in the directory of this program by /proc/self/exe, or without
 // /proc in that of `command`.
 // @return 0, or -1 with errno set when the path is too long
 int findMask(const char* command, MaskProgram& program) {

@@ -5,18 +5,19 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
-/// A filter that runs. It reads from the other end of `fd` and prints to the standard output.
+/// A running filter, which prints to the standard output of its caller.
 struct MaskPipe {
-    int fd = -1;
+    int fd = -1;  ///< the writing end of the pipe that it reads
     pid_t pid = -1;
 };
 
 /// Starts the filter. It ignores SIGTERM, so that it outlives a time limit and prints all of its
 /// input.
-/// @param mask set on success; maskFinish() ends it
+/// @param mask set on success; the caller must then call maskFinish()
 /// @param command argv[0] of the caller, for a machine without /proc
-/// @param most_bytes the filter ends when it has printed so many bytes
-/// @return 0, or -1 with errno set. A filter that cannot be executed fails later, in maskFinish()
+/// @param most_bytes the size in bytes at which the filter ends when its output is a regular file
+///   (RLIMIT_FSIZE); a pipe has no limit
+/// @return 0, or -1 with errno set. If the filter cannot be executed, maskFinish() returns FAILED
 int maskStart(MaskPipe& mask, const char* command, rlim_t most_bytes);
 
 enum class MaskEnd {
@@ -25,7 +26,7 @@ enum class MaskEnd {
     FAILED    ///< the filter was not executed, or failed
 };
 
-/// Closes the input of the filter and waits for its end.
+/// Closes the pipe to the filter and waits for its end.
 MaskEnd maskFinish(MaskPipe& mask);
 
 #endif

@@ -9,7 +9,7 @@ constexpr secret_fate LEFT_OUT{.left_out = true};
 
 // ---- Lines that are secret because of those before them -----------------------------------------
 
-// Leaves a line of a private key out. Sets where to continue when the key ends in this line.
+// Leaves out a line of a private key. If the key ends in this line, `fate->from` is its end.
 // @return whether the whole line is left out
 bool leaveKeyOut(const SecretLine& line, secret_fate* fate) {
     secret_state& state = line.state();
@@ -72,8 +72,9 @@ bool hideBlock(SecretLine* line, secret_fate* fate) {
     return false;
 }
 
-// Hides the password of a user of a new cloud machine: one line for each user.
-// @return whether the line is such a one
+// Hides the password of a user in "me:x", which cloud-init prints for a new machine: one line for
+// each user.
+// @return whether the line has such a password
 bool hideRandomPassword(SecretLine* line) {
     const std::size_t from = line->skip(0, BLANK);
     const std::size_t colon = line->skip(from, NAME);
@@ -95,7 +96,7 @@ void hideNextWord(SecretLine* line) {
     }
 }
 
-// value: x, with the name in the line before.
+// Hides x in "value: x", with the name in the line before.
 // @return whether the line has such a value
 bool hideValueLine(SecretLine* line) {
     if (!line->state().after_name) {
@@ -129,7 +130,7 @@ bool opensKeys(const SecretLine& line) {
     return true;
 }
 
-// "data:" behind "kind: Secret": a block of secrets of a container platform.
+// "data:" behind "kind: Secret": the secrets of a Kubernetes object.
 bool opensObject(const SecretLine& line) {
     secret_state& state = line.state();
     const std::size_t from = line.skip(0, BLANK);

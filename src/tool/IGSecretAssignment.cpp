@@ -70,6 +70,7 @@ bool AssignmentScan::isOtherName(const secret_name& name, std::size_t from) cons
     return isNameServices(from) || line_.says(from, "password ") || line_.isSentence(from, 3);
 }
 
+// Whether the rest of the line is a list of services of nsswitch.conf.
 bool AssignmentScan::isNameServices(std::size_t from) const {
     while (!line_.hasEnd(from)) {
         const std::size_t end = line_.until(from, BLANK);
@@ -81,6 +82,8 @@ bool AssignmentScan::isNameServices(std::size_t from) const {
     return true;
 }
 
+// Where the value begins behind the name that ends at a place and its sign: password = x,
+// "password": x, password for me: x, token (str) = x; NOWHERE when no sign follows.
 std::size_t AssignmentScan::behindSeparator(std::size_t to) const {
     std::size_t place = to;
     if (line_.in(to, BLANK)) {
@@ -114,7 +117,8 @@ std::size_t AssignmentScan::behindSeparator(std::size_t to) const {
     return line_.skip(place, BLANK);
 }
 
-// Whether the value is in the next lines: an open list, a block of indented lines.
+// Checks whether the value is in the next lines, as an open list or a block of indented lines, and
+// then sets the state for them.
 bool AssignmentScan::opensLines(std::size_t from) {
     if (!line_.ends()) {
         return false;

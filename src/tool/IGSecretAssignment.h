@@ -22,7 +22,6 @@ class AssignmentScan {
     bool isOtherKey(const secret_name& name);
     [[nodiscard]] bool isOtherName(const secret_name& name, std::size_t from) const;
     [[nodiscard]] bool isNameServices(std::size_t from) const;
-    [[nodiscard]] std::size_t behindOwner(std::size_t to) const;
     [[nodiscard]] std::size_t behindSeparator(std::size_t to) const;
     bool opensLines(std::size_t from);
 

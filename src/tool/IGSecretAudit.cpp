@@ -38,7 +38,7 @@ class Decoded {
         stretches_[size_] = {from, to};
         ++size_;
     }
-    /// Adds the bytes of a stretch of digits, which are all hidden or all shown.
+    /// Adds the bytes of a stretch of digits, which is hidden as a whole or not at all.
     void putDigits(std::size_t from, std::size_t to) {
         for (std::size_t place = from; place + 1 < to; place += 2) {
             put(byteAt(line_, place), from, to);
@@ -97,7 +97,7 @@ class Decoded {
     Stretch stretches_[ROOM];
 };
 
-// Whether digits are those of a text: three of four bytes are printable.
+// Whether digits are those of a text: at least three of four bytes are printable ASCII.
 bool isText(const SecretLine& line, std::size_t from, std::size_t to) {
     std::size_t printed = 0;
     for (std::size_t place = from; place < to; place += 2) {

@@ -1,5 +1,5 @@
-// How the words of a table begin: a rule checks with them whether a word of its table may be at a
-// place. Only the units of the filter include this.
+// Filters that check whether a word of a table may begin at a place, by its first letters: the
+// whole table is searched only there. Only the units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETBEGINNING_H
 #define QUENDIL_TOOL_IGSECRETBEGINNING_H
 
@@ -9,7 +9,8 @@
 
 #include "tool/IGSecretLine.h"
 
-/// The first two letters of the words of a table. At most places of a line none of them begins.
+/// The pairs of bytes with which the words of a table begin. At most places of a line there is none
+/// of them.
 class PairFilter {
   public:
     constexpr void add(char first, char second) {
@@ -39,7 +40,8 @@ class PairFilter {
     std::array<std::uint64_t, 1024> bits_{};
 };
 
-/// The first three letters of the words of a table.
+/// The first three bytes of the words of a table: the pairs of the first two and of the last two. A
+/// word of two bytes may be followed by any byte.
 class BeginningFilter {
   public:
     constexpr void add(std::string_view word) {
@@ -73,8 +75,8 @@ class BeginningFilter {
     PairFilter second_;
 };
 
-/// The first letters of the words of a table. The filter may have other pairs too: the caller
-/// checks the whole word.
+/// Makes the filter for the words of a table, in upper and lower case. It may accept other words
+/// too: the caller checks the whole word.
 template <typename Filter, std::size_t N>
 constexpr Filter filterOf(const std::string_view (&words)[N]) {
     Filter filter;
@@ -83,7 +85,7 @@ constexpr Filter filterOf(const std::string_view (&words)[N]) {
     }
     return filter;
 }
-/// The same for the words of its rows.
+/// The same for a table of rows, with the member that has the word.
 template <typename Filter, typename Row, std::size_t N>
 constexpr Filter filterOf(const Row (&rows)[N], std::string_view Row::*word) {
     Filter filter;

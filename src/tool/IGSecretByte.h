@@ -57,7 +57,7 @@ inline constexpr std::array<std::uint16_t, 256> BYTE_SETS = makeByteSets();
 constexpr bool isIn(char c, unsigned sets) {
     return (BYTE_SETS[static_cast<unsigned char>(c)] & sets) != 0;
 }
-/// A letter of ASCII as a small one; any other byte as it is.
+/// An ASCII letter in lower case; any other byte as it is.
 constexpr char lowered(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

@@ -40,7 +40,7 @@ constexpr std::array<std::uint32_t, std::size(SECRET_KEYWORDS)> keywordFlags() {
 constexpr auto KEYWORD_FLAGS = keywordFlags();
 static_assert(KEYWORD_FLAGS.back() != 0, "each command needs a bit");
 
-// The first letters of the words that setFlags() knows.
+// The beginnings of the words that setFlags() knows, and of hexadecimal numbers.
 constexpr BeginningFilter makeWordFilter() {
     BeginningFilter filter;
     for (const std::string_view program : ORACLE_PROGRAMS) {
@@ -120,8 +120,7 @@ void CommandScan::run() {
     }
 }
 
-// ---- Words that change the words behind them
-// --------------------------------------------------------
+// ---- Words that change the words behind them ------------------------------------------------
 
 void CommandScan::setFlags(std::size_t from, std::size_t to) {
     const std::string_view word = line_.text().substr(from, to - from);
@@ -318,7 +317,7 @@ std::size_t CommandScan::keyword(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// The place behind the kind of an encryption in commands of routers: 7 x, md5 x, aes 128 x.
+// The place behind the kind of encryption in commands of routers: 7 x, md5 x, aes 128 x.
 std::size_t CommandScan::behindKind(std::size_t from) const {
     constexpr std::string_view KINDS[] = {"md5", "sha", "aes", "des", "3des", "clear", "ENC"};
     for (int words = 0; words < 2; ++words) {

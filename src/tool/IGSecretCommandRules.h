@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-/// Programs that are given a password in the environment: PGPASSWORD=x psql.
+/// Programs that take a password from the environment: PGPASSWORD=x psql.
 inline constexpr std::string_view ASSIGNED_PROGRAMS[] = {
     "aws",     "borg",         "curl",      "duplicity",  "mysql",      "mysqldump",
     "mariadb", "mariadb-dump", "pg_dump",   "pg_dumpall", "pg_restore", "pg_basebackup",
@@ -172,9 +172,9 @@ inline constexpr secret_keyword SECRET_KEYWORDS[] = {
 /// Commands whose password has a fixed place among the words behind them.
 struct secret_argument {
     std::string_view command;
-    std::string_view
-        next;     ///< the word behind it: whole, its option letter, or its beginning up to ":"
-    int between;  ///< number of words between that one and the password
+    /// The word behind it: the whole word, "-" and an option letter, or its beginning up to ":".
+    std::string_view next;
+    int between;            ///< number of words between that one and the password
     bool doubtful = false;  ///< the password must look like one
 };
 inline constexpr secret_argument SECRET_ARGUMENTS[] = {
@@ -205,7 +205,7 @@ inline constexpr std::string_view PASSWORD_READERS[] = {
     "gpg",    "openssl", "debconf-set", "su - ",    "realm join", "adcli join",
 };
 
-/// Programs that are given user/password@database.
+/// Programs that take user/password@database, known by the beginning of their names.
 inline constexpr std::string_view ORACLE_PROGRAMS[] = {"sqlplus", "rman",   "expdp",
                                                        "impdp",   "sqlldr", "jdbc"};
 

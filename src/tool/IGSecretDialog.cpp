@@ -42,7 +42,7 @@ void markMechanism(SecretLine& line, std::size_t word) {
     }
 }
 
-// AUTH x, AUTH me x, "AUTH" "me" "x" of a database in memory, where x looks like a secret.
+// AUTH x, AUTH me x, "AUTH" "me" "x" of Redis, where x looks like a secret.
 void markPlainAuth(SecretLine& line, std::size_t at) {
     if ((at > 0 && line.in(at - 1, NAME)) || !line.in(at + 4, BLANK | QUOTE)) {
         return;
@@ -87,7 +87,7 @@ void markAnswer(SecretLine& line) {
                                    [&](std::string_view one) { return line.find(one) != NOWHERE; });
 }
 
-// The first place where the words are and no name is in front; NOWHERE when there is none.
+// The first place where the words begin, not inside a longer name; NOWHERE when there is none.
 std::size_t findWord(const SecretLine& line, std::string_view words) {
     std::size_t at = line.find(words);
     while (at != NOWHERE && at > 0 && line.in(at - 1, NAME)) {

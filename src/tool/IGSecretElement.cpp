@@ -100,7 +100,7 @@ std::size_t ElementScan::attributeValue(const secret_name& name) const {
     return line_.in(sign, SEPARATOR) ? line_.skipOne(line_.skip(sign + 1, BLANK), QUOTE) : NOWHERE;
 }
 
-// Where the text of an element begins, when its tag has only a few attributes behind a quote;
+// Where the text of an element begins whose tag has fewer than four attributes behind a quote;
 // NOWHERE for any other element.
 std::size_t ElementScan::elementBehind(std::size_t quote) const {
     int attributes = 0;
@@ -142,6 +142,7 @@ std::size_t ElementScan::behindAttributes(std::size_t quote) const {
 }
 
 // Hides the value of the attribute or pair "value" behind a quote.
+// @return the place behind the value, or 0 when there is none
 std::size_t ElementScan::valueBehind(std::size_t quote) {
     if (!region_.value_searched) {
         region_.value_searched = true;

@@ -41,7 +41,7 @@ class ElementScan {
         std::size_t from = NOWHERE;
         std::size_t to = 0;
         secret_word word;             // the last secret word in it
-        bool part = false;            // it is a short one, in a name of nothing else
+        bool part = false;            // it is a short one, in a stretch of one name
         bool divided = false;         // ":" or "=" follows that word
         std::size_t value = NOWHERE;  // the quote of a value: name="password" value="x"
         bool value_searched = false;

@@ -17,7 +17,7 @@ class ColonFields {
         while (line_.in(name, NAME) || line_.at(name) == '*') {
             ++name;
         }
-        if (first > 0 && name == first && !line_.hasEnd(first) && !isHardware(first) &&
+        if (first > 0 && name == first && !line_.hasEnd(first) && !isMacAddress(first) &&
             !markAccount(first) && !markDatabase(first)) {
             markOldHash(first);
         }
@@ -29,8 +29,8 @@ class ColonFields {
         const std::size_t end = line_.skip(from, DIGIT);
         return end > from && line_.at(end) == ':' ? end : NOWHERE;
     }
-    // The address of an interface: 00:16:3e:aa:bb:cc
-    [[nodiscard]] bool isHardware(std::size_t first) const {
+    // Whether the line begins like the MAC address of an interface: 00:16:3e:aa:bb:cc
+    [[nodiscard]] bool isMacAddress(std::size_t first) const {
         const std::size_t second = line_.skip(first + 1, LETTER | DIGIT);
         return first == 2 && second == 5 && line_.at(second) == ':';
     }
@@ -81,7 +81,7 @@ class ColonFields {
         }
         return true;
     }
-    // A hash of the oldest kind: me:abCDefGHij./1
+    // A hash of DES, 13 bytes: me:abCDefGHij./1
     void markOldHash(std::size_t first) {
         std::size_t place = first + 1;
         bool large = false;
@@ -144,7 +144,7 @@ void markTimeKey(SecretLine& line) {
     }
 }
 
-// bob : EAP "x", : RSA file "x": secrets of a tunnel
+// bob : EAP "x", : RSA file "x": secrets of IPsec
 void markTunnelSecret(SecretLine& line) {
     const std::size_t sign = line.untilByte(0, ':');
     if (line.at(sign + 1) != ' ' || (sign > 0 && line.at(sign - 1) != ' ')) {
@@ -172,8 +172,8 @@ bool isHost(const SecretLine& line, std::size_t from, std::size_t to) {
            line.in(from, LETTER | DIGIT);
 }
 
-// 10.0.0.1:1812 x 3: servers that check logins
-void markLoginServer(SecretLine& line) {
+// 10.0.0.1:1812 x 3: a RADIUS server, its secret and a time limit
+void markRadiusServer(SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
     const std::size_t host = line.skip(from, NAME);
     const bool port = line.at(host) == ':' && line.in(host + 1, DIGIT);
@@ -221,7 +221,7 @@ void markMailUser(SecretLine& line) {
     }
 }
 
-// user bob on >x ~*, ACL SETUSER bob on >x
+// user bob on >x ~*, ACL SETUSER bob on >x: rights of a user of Redis
 void markRights(SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
     const std::size_t first = line.says(from, "acl ") ? line.skip(from + 4, BLANK) : from;
@@ -242,7 +242,7 @@ void markRights(SecretLine& line) {
     }
 }
 
-// key 7 x
+// key 7 x: a key in a command of a router
 void markNumberedKey(SecretLine& line) {
     const std::size_t from = line.skip(0, BLANK);
     if (line.at(from) != 'k') {
@@ -257,7 +257,7 @@ void markNumberedKey(SecretLine& line) {
     }
 }
 
-// user=me:x
+// user=me:x: a user of a relay server
 void markRelayUser(SecretLine& line) {
     const std::size_t colon = line.skip(5, NAME);
     if (line.saysExactly(0, "user=") && line.at(colon) == ':' && colon > 5 &&
@@ -270,7 +270,7 @@ void markShortLine(SecretLine& line) {
     markTunnelSecret(line);
     const char last = line.at(line.size() - 1);
     if (isIn(last, DIGIT | BLANK)) {
-        markLoginServer(line);
+        markRadiusServer(line);
     }
     if (isIn(line.at(0), LETTER | DIGIT) || line.at(0) == '[') {
         markMailUser(line);
@@ -327,6 +327,7 @@ void markFields(SecretLine& line) {
     if (line.size() < LONGEST) {
         markShortLine(line);
     }
+    // 32 bytes in Base64 alone in a line, such as a key of WireGuard.
     const std::size_t size = line.size();
     if (size == 44 && line.at(43) == '=' && line.skip(0, BASE64) == size && line.at(42) != '=') {
         line.hideToEnd(0);

@@ -7,7 +7,7 @@
 
 namespace {
 
-// As in a shell's "case": a "*" matches slashes too.
+// Patterns for fnmatch(3) without FNM_PATHNAME: "*" matches slashes too.
 constexpr const char* SECRET_FILES[] = {
     "*.key",           "*.keys",        "*.keytab",  "*.p12",      "*.pfx",       "*.jks",
     "*.kdbx",          "*.gpg",         "*.psk",     "*.der",      "*_key",       "*.private",

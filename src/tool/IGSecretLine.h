@@ -74,7 +74,7 @@ class SecretLine {
         }
         return from;
     }
-    /// The end of a stretch when such bytes at its end are left out.
+    /// The end of a stretch without any of `bytes` at its end.
     [[nodiscard]] std::size_t withoutEnd(std::size_t from, std::size_t to,
                                          std::string_view bytes) const {
         while (to > from && bytes.find(at(to - 1)) != NOWHERE) {
@@ -107,7 +107,7 @@ class SecretLine {
     [[nodiscard]] std::size_t find(std::string_view words, std::size_t from = 0) const {
         return text_.find(words, from);
     }
-    /// Whether these words, given in small letters, begin at a place in letters of any size.
+    /// Whether these words, given in lower case, begin at a place, in upper or lower case.
     [[nodiscard]] bool says(std::size_t place, std::string_view words) const {
         std::size_t i = 0;
         while (i < words.size() && lowered(at(place + i)) == words[i]) {
@@ -123,10 +123,11 @@ class SecretLine {
         }
         return i == words.size();
     }
+    /// Whether a stretch ends with these words, given in lower case, in upper or lower case.
     [[nodiscard]] bool endsWith(std::size_t from, std::size_t to, std::string_view words) const {
         return to - from >= words.size() && says(to - words.size(), words);
     }
-    /// Whether a stretch is this word, given in small letters, in letters of any size.
+    /// Whether a stretch is this word, given in lower case, in upper or lower case.
     [[nodiscard]] bool is(std::size_t from, std::size_t to, std::string_view word) const {
         return to - from == word.size() && says(from, word);
     }
@@ -134,7 +135,7 @@ class SecretLine {
     [[nodiscard]] bool isExactly(std::size_t from, std::size_t to, std::string_view word) const {
         return to - from == word.size() && saysExactly(from, word);
     }
-    /// Whether a stretch is one of the words of a table, in letters of any size.
+    /// Whether a stretch is one of the words of a table, in upper or lower case.
     template <std::size_t N>
     [[nodiscard]] bool isOneOf(std::size_t from, std::size_t to,
                                const std::string_view (&words)[N]) const {
@@ -169,7 +170,8 @@ class SecretLine {
     /// the first alone or all are capitals.
     [[nodiscard]] bool looksOrdinary(std::size_t from, std::size_t to) const;
 
-    /// Hides a stretch. When it ends with a part of its line, `rest` is hidden in the next part.
+    /// Hides a stretch. If it ends where a part ends that is not the last of its line, `rest` is
+    /// hidden at the start of the next part.
     void hide(std::size_t from, std::size_t to, secret_rest rest) {
         if (from >= to || from >= size()) {
             return;
@@ -181,8 +183,8 @@ class SecretLine {
     }
     void hideToEnd(std::size_t from) { hide(from, size(), secret_rest::LINE); }
 
-    /// Hides a word without such bytes at its end. A word that may continue in the next part of the
-    /// line is hidden whole.
+    /// Hides a word without any of `bytes` at its end. A word that may continue in the next part of
+    /// the line is hidden as a whole.
     void hideWithoutEnd(std::size_t from, std::size_t to, std::string_view bytes) {
         const bool goes_on = hasEnd(to) && !ends();
         hide(from, goes_on ? to : withoutEnd(from, to, bytes), secret_rest::WORD);

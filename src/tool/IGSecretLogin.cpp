@@ -6,7 +6,7 @@
 
 namespace {
 
-// The last place of a text at or behind `from`; NOWHERE when there is none.
+// Where the text occurs last, at or behind `from`; NOWHERE when it does not.
 std::size_t lastOf(const SecretLine& line, std::string_view text, std::size_t from) {
     const std::size_t found = line.text().rfind(text);
     return found == NOWHERE || found < from ? NOWHERE : found;

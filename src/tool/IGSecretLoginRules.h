@@ -4,8 +4,8 @@
 
 #include <string_view>
 
-/// Messages about a name that was typed at a login, which is between two texts. Messages of sshd
-/// are not in the table: IGSecretLogin.cpp reads them.
+/// Messages with a name that was typed at a login, which is between two texts. Messages with
+/// another form are not in the table: IGSecretLogin.cpp has a function for each.
 struct secret_login {
     std::string_view before;
     std::string_view behind;
@@ -59,12 +59,12 @@ inline constexpr secret_call SECRET_CALLS[] = {
     {"connect", 3, true},
 };
 
-/// Mechanisms for the login to a mail server, which the answer of the client follows.
+/// Mechanisms of SASL for the login to a mail server. The answer of the client follows.
 inline constexpr std::string_view LOGIN_MECHANISMS[] = {
     "plain", "login", "xoauth2", "oauthbearer", "ntlm", "external", "gssapi",
 };
 
-/// Questions of servers for a user and a password: "Username:", "Password:" in Base64.
+/// Questions of a mail server in Base64: "Username:", "Password:" and other spellings of them.
 inline constexpr std::string_view LOGIN_CHALLENGES[] = {
     "VXNlcm5hbWU6", "UGFzc3dvcmQ6",     "dXNlcm5hbWU6",
     "cGFzc3dvcmQ6", "VXNlciBOYW1lAA==", "UGFzc3dvcmQA",

@@ -1,5 +1,5 @@
-// Values of names of secrets. Each name of a line is read once, and passed to units that know one
-// kind of value each.
+// Values of names of secrets. Each name of a line is read once, and passed to the units that find
+// one kind of value each.
 #include <algorithm>
 #include <iterator>
 
@@ -40,7 +40,8 @@ class NameScan {
     DirectiveScan directives_{named_};
     NotationScan notations_{named_, elements_};
     SentenceScan sentences_{named_};
-    std::size_t password_to_ = NOWHERE;  // where a name that ends like "root-password" has ended
+    // The end of the name before, if its last secret word is "password", as in "root-password".
+    std::size_t password_to_ = NOWHERE;
 };
 
 void NameScan::run() {
@@ -80,7 +81,7 @@ std::size_t NameScan::atName(std::size_t from, std::size_t to) {
     return next != 0 ? next : to;
 }
 
-// Takes a word that is no name of a secret, and may still be followed by one.
+// Takes a word that is no name of a secret; a secret may still follow it: IDENTIFIED BY 'x'.
 std::size_t NameScan::atPlain(std::size_t from, std::size_t to) {
     if (line_.is(from, to, "identified")) {
         return notations_.identified(to);
@@ -93,7 +94,7 @@ std::size_t NameScan::atPlain(std::size_t from, std::size_t to) {
                : 0;
 }
 
-// backup-token-x.timer: a secret in the name of a unit or a file.
+// Hides x in backup-token-x.timer, the name of a unit or a file.
 void NameScan::hideParts(const secret_name& name) {
     constexpr std::size_t SHORTEST = 8;
     const auto ends = [&](std::string_view ending) {

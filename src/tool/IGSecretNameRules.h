@@ -4,9 +4,8 @@
 
 #include <string_view>
 
-/// Words that name a secret, also inside a longer name: db_password, x-api-key-2. "~" is one of
-/// "-",
-/// "_" and ".", or nothing.
+/// Words that name a secret, also inside a longer name: db_password, x-api-key-2. "~" matches one
+/// of "-", "_" and ".", or nothing.
 inline constexpr std::string_view SECRET_WORDS[] = {
     "password",
     "passwd",
@@ -110,7 +109,7 @@ inline constexpr secret_short SECRET_SHORTS[] = {
     {"senha", false},  {"parola", false}, {"haslo", false}, {"heslo", false}, {"kennw", false},
 };
 
-/// Endings of names that need a letter or digit in front: dbpass, dbpw.
+/// Endings of names, with a letter or digit in front: dbpass, dbpw.
 inline constexpr secret_short SECRET_ENDINGS[] = {{"pass", true}, {"pwd", false}, {"pw", false}};
 
 /// Parameters of an address that sign it.

@@ -56,7 +56,7 @@ std::size_t ValueScan::hide(std::size_t from) {
     if (const std::size_t prefixed = behindPrefix(from); prefixed != from) {
         return hideQuotedValue(line_, prefixed, at_start_);
     }
-    constexpr std::size_t DEEP = 7;  // a text in a text in a text
+    constexpr std::size_t DEEP = 7;  // backslashes before a quote in a text in a text in a text
     const std::size_t quote = line_.skipBytes(from, "\\");
     if (quote <= from + DEEP && line_.in(quote, QUOTE)) {
         return hideQuotedValue(line_, from, at_start_);
@@ -71,7 +71,7 @@ std::size_t ValueScan::hide(std::size_t from) {
     return hideBare(at_start_ ? from : behindScheme(from));
 }
 
-// _auth=basic me:x
+// The place behind the scheme of a login: _auth=basic me:x.
 std::size_t ValueScan::behindScheme(std::size_t from) const {
     const std::size_t end = line_.skip(from, LETTER);
     const std::size_t next = line_.skip(end, BLANK);
@@ -94,7 +94,7 @@ std::size_t ValueScan::behindPrefix(std::size_t from) const {
     return from;
 }
 
-// SetCredential=name:x
+// The place behind the name in SetCredential=name:x, a setting of systemd.
 std::size_t ValueScan::behindCredential(std::size_t from) const {
     const std::size_t colon = line_.skip(from, NAME);
     const bool named = line_.endsWith(name_.from, name_.to, "setcredential") ||

@@ -7,8 +7,7 @@
 
 /// Hides the value of a name.
 /// @param from where the value begins, with its quote or bracket
-/// @param at_start the name is the first word of its line: a value without quotes ends with the
-/// line
+/// @param at_start the name is the first word of its line: the line is the end of a bare value
 /// @return the place behind the value
 std::size_t hideValue(SecretLine& line, std::size_t from, const secret_name& name, bool at_start);
 

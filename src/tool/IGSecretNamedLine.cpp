@@ -38,7 +38,7 @@ std::size_t NamedLine::behindNaming(std::size_t from) const {
     return line_.says(from, "set $") ? from + 5 : 0;
 }
 
-// Whether the line is one of /etc/passwd: bob:x:1000:1000:
+// Whether the line is one of /etc/passwd, without a hash in it: bob:x:1000:1000:
 bool NamedLine::isAccount() const {
     const std::size_t name = line_.skip(0, NAME);
     if (!line_.starts() || line_.at(name) != ':' || line_.at(name + 2) != ':') {

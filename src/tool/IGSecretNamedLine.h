@@ -10,9 +10,9 @@ class NamedLine {
     explicit NamedLine(SecretLine& line);
 
     [[nodiscard]] SecretLine& line() const { return line_; }
-    /// The first byte of the line that is not blank.
+    /// The place of the first byte of the line that is not blank.
     [[nodiscard]] std::size_t first() const { return first_; }
-    /// Where a name is the first word of its line, behind marks of comments and words such as
+    /// Where the first word of the line begins, behind marks of comments and words such as
     /// "export".
     [[nodiscard]] std::size_t start() const { return start_; }
     /// Where the name of a directive begins.
@@ -23,8 +23,7 @@ class NamedLine {
     [[nodiscard]] bool isComment() const {
         return line_.at(first_) == '#' || line_.at(first_) == ';';
     }
-    /// Whether the home directory of a user begins at a place, behind the comment of a line of
-    /// /etc/passwd.
+    /// Whether the line is one of /etc/passwd and a place has the ":" before the home directory.
     [[nodiscard]] bool isHome(std::size_t place) const;
 
   private:

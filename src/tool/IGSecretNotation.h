@@ -19,7 +19,7 @@ class NotationScan {
     std::size_t identified(std::size_t to);
     /// A constant of PHP, behind "define", which ends at `to`.
     std::size_t define(std::size_t to);
-    /// A name in the name of a systemd unit, in which blanks and signs are escaped.
+    /// A name in the name of a systemd unit, in which a blank is "\x20" and "=" is "\x3d".
     std::size_t escaped(const secret_name& name);
     /// A list of words, a default value, a row of a table, a property list.
     std::size_t mark(const secret_name& name);

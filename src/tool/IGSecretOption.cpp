@@ -59,8 +59,8 @@ std::size_t OptionScan::programOption(std::size_t from, std::size_t to) {
     return 0;
 }
 
-// Whether an option takes the password of a directory: -D cn=me -w x, also when the program is in a
-// line before.
+// Whether an option takes the password of an LDAP directory: -D cn=me -w x. The line may lack the
+// name of the program.
 bool OptionScan::isBind(std::size_t from, std::size_t to) {
     return line_.isExactly(from, to, "-w") &&
            bind_.of(line_, {"-D cn=", "-D uid=", "-D \"cn=", "-D \"uid=", "-D 'cn=", "-D 'uid="}) <

@@ -1,17 +1,17 @@
-// Values that follow the name of a secret without a sign: options, sentences, remarks. Shared by
-// the units of the filter, and by nothing else.
+// Values that follow the name of a secret without a sign: options, sentences, remarks. Only the
+// units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETSENTENCE_H
 #define QUENDIL_TOOL_IGSECRETSENTENCE_H
 
 #include "tool/IGSecretNamedLine.h"
 #include "tool/IGSecretWord.h"
 
-/// Where the value begins in "the token is x"; 0 when the name has no such verb behind it.
+/// Where the value begins in "the token is x"; 0 when no verb of SAYING_VERBS follows the name.
 std::size_t behindVerb(const SecretLine& line, const secret_name& name);
 
-/// Whether the word at `from`, behind "is", is a word of a sentence and no value: a word of the
-/// table, or one like "moved" and "usually". Behind a short name any word without a digit is one,
-/// and behind "key" any word, because the length of a key is no secret.
+/// Whether the word at `from`, behind "is", is a word of a sentence and no value: a word of
+/// ORDINARY_WORDS, or one like "moved" and "usually". Behind a short name any word without a digit
+/// is one, and behind "key" any word, because the length of a key is no secret.
 bool isOrdinary(const SecretLine& line, const secret_name& name, std::size_t from);
 
 /// Finds the values of one line that follow a name without a sign.

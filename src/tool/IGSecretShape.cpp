@@ -6,6 +6,7 @@
 
 namespace {
 
+// The first two bytes of every format: ShapeScan::at() decides by the first which one it may be.
 constexpr PairFilter makeShapeFilter() {
     PairFilter filter;
     for (const secret_shape& shape : SECRET_SHAPES) {
@@ -45,8 +46,8 @@ constexpr PairFilter SHAPE_BEGINNINGS = makeShapeFilter();
 
 constexpr auto KEY_BEGINNINGS = filterOf<BeginningFilter>(SECRET_SHAPES, &secret_shape::beginning);
 
-// Goes through a line once. Each function returns the place behind the value that it has read, or 0
-// when there is no value of its format.
+// Goes through a line once. Each function hides a value of its format that begins at a place, and
+// returns the place where to continue, or 0 when no such value begins there.
 class ShapeScan {
   public:
     explicit ShapeScan(SecretLine& line) : line_(line) {}
@@ -334,11 +335,12 @@ bool ShapeScan::isMixed(std::size_t from, std::size_t to) const {
     return false;
 }
 
+// Whether no letter or digit is in front of a place, apart from those of an escape such as "%3A".
 bool ShapeScan::isApart(std::size_t place) const {
     if (place == 0 || !line_.in(place - 1, LETTER | DIGIT)) {
         return true;
     }
-    return place > 2 && line_.at(place - 3) == '%';  // an escaped character of an address
+    return place > 2 && line_.at(place - 3) == '%';  // %3A
 }
 
 std::size_t ShapeScan::shape(std::size_t place) {

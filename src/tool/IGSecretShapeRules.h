@@ -18,7 +18,7 @@ inline constexpr std::string_view DIRECTORY_SCHEMES[] = {
     "PLAIN-MD5", "NTLM", "LANMAN",    "ARGON",    "SCRAM",
 };
 
-/// Such schemes in front of the password itself.
+/// Schemes in front of the password itself, which is not hashed.
 inline constexpr std::string_view CLEAR_SCHEMES[] = {"{PLAIN}", "{plain}", "{CLEARTEXT}",
                                                      "{cleartext}", "{CLEAR}"};
 

@@ -1,4 +1,4 @@
-// What the filter for secrets takes, remembers and decides of a line.
+// The input of the filter for secrets, what it remembers between lines, and its result.
 #ifndef QUENDIL_TOOL_IGSECRETSTATE_H
 #define QUENDIL_TOOL_IGSECRETSTATE_H
 
@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
-/// What is hidden at the start of the next part of a very long line. A later value hides more.
+/// What is hidden at the start of the next part of a line of several parts. The values are in
+/// ascending order: SecretLine::hide() keeps the higher one.
 enum class secret_rest : std::uint8_t {
     NOTHING,
     WORD,           ///< up to the next blank
@@ -28,8 +29,8 @@ struct secret_state {
     std::size_t key_blank_lines = 0;  ///< empty lines that may belong to it or follow it
 
     // A value that continues in the next lines: up to a closing text, or while they are indented.
-    std::string_view
-        open_until;      ///< the closing text, a constant; empty when no such value is open
+    // The closing text, a constant; empty when no such value is open.
+    std::string_view open_until;
     int open_lines = 0;  ///< how many more lines it may have
     bool in_block = false;
     std::size_t block_indent = 0;  ///< the indentation of the name, in bytes
@@ -42,7 +43,7 @@ struct secret_state {
     bool secret_object = false;     ///< "kind: Secret" was read: its "data:" is a block
     bool challenged = false;        ///< a server has asked for a password: it is the next line
     int user_lines = 0;             ///< how many lines may have the "PASS x" of a user
-    bool decoded = false;           ///< the text was inside another one: no text is searched in it
+    bool decoded = false;  ///< the text was decoded from another one: nothing in it is decoded
 
     // For the next part of the same line.
     secret_rest rest = secret_rest::NOTHING;

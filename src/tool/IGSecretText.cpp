@@ -29,7 +29,7 @@ void putMask(secret_text* text) {
     put(text, SECRET_MASK.data(), SECRET_MASK.size());
 }
 
-// The end of a stretch whose bytes are all hidden, or all shown.
+// The end of the stretch from `from` whose bytes are all hidden or all shown, at most `to`.
 std::size_t stretchEnd(const unsigned char* hidden, std::size_t from, std::size_t to) {
     const bool is_hidden = hidden[from] != 0;
     while (from < to && (hidden[from] != 0) == is_hidden) {
@@ -38,7 +38,7 @@ std::size_t stretchEnd(const unsigned char* hidden, std::size_t from, std::size_
     return from;
 }
 
-// Writes a stretch of a line, with one mask in place of each hidden stretch.
+// Writes the bytes of a line from `from` to `to`, with one mask in place of each hidden stretch.
 void putStretch(secret_text* text, const char* bytes, const unsigned char* hidden, std::size_t from,
                 std::size_t to) {
     while (from < to) {
@@ -59,14 +59,16 @@ void putBlankLines(secret_text* text, std::size_t count) {
     }
 }
 
-// Masks the line, or the part of a line, that begins at `from` and has `size` bytes.
+// Masks and writes the line, or the part of a line, that begins at `from` and has `size` bytes.
+// `ends` is true for a line or its last part.
 void takeLine(secret_text* text, std::size_t from, std::size_t size, bool ends) {
     unsigned char* hidden = text->hidden;
     std::memset(hidden + text->carried, 0, size - text->carried);
     const secret_part part{{text->line + from, size}, hidden, !text->goes_on, ends};
     const secret_fate fate = markSecrets(part, &text->state);
     putBlankLines(text, fate.blank_lines);
-    // A hidden end needs no second check; any other is read again with the next part.
+    // If the end is hidden, `state.rest` hides what follows. Any other end is kept and checked
+    // again with the next part, because a name or a value may continue there.
     const bool keep = !ends && !fate.left_out && hidden[size - 1] == 0;
     const std::size_t kept = keep ? size / 16 : 0;
     const std::size_t end = size - kept;

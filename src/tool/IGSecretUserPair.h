@@ -1,5 +1,5 @@
-// Pairs of a user and a password with a sign between them: login me / x, credentials me:x. Shared
-// by the units of the filter, and by nothing else.
+// Pairs of a user and a password with a sign between them: login me / x, credentials me:x. Only the
+// units of the filter include this.
 #ifndef QUENDIL_TOOL_IGSECRETUSERPAIR_H
 #define QUENDIL_TOOL_IGSECRETUSERPAIR_H
 
@@ -16,7 +16,7 @@ std::size_t hideLogin(SecretLine& line, std::size_t to);
 /// @return the place behind the password, or 0 when none is there
 std::size_t hideJoined(SecretLine& line, std::size_t sign);
 
-/// Where the word behind " / " begins; 0 when no such sign is at the place.
+/// Where the word behind "/ " begins; 0 when the place, apart from blanks, has no such sign.
 std::size_t behindSlash(const SecretLine& line, std::size_t place);
 
 #endif

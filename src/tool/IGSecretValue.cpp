@@ -7,6 +7,7 @@
 
 namespace {
 
+// Whether a byte may follow the name of a top directory in a path.
 bool endsDirectory(char c) {
     return c == '/' || c == ';' || c == ',' || c == ')' || c == '\n' || isIn(c, BLANK | QUOTE);
 }
@@ -53,7 +54,7 @@ bool isExpansion(const SecretLine& line, std::size_t from, std::size_t to) {
     return small > from + 1 && small == to;
 }
 
-// client.key, ${dir}/ca.pem
+// Whether a value is the name of a file with a key or certificate: client.key, ${dir}/ca.pem.
 bool isKeyFile(const SecretLine& line, std::size_t from, std::size_t to) {
     const std::string_view value = line.text().substr(from, to - from);
     return value.find_first_of(" \t") == std::string_view::npos &&
@@ -61,7 +62,7 @@ bool isKeyFile(const SecretLine& line, std::size_t from, std::size_t to) {
                        [&](std::string_view ending) { return line.endsWith(from, to, ending); });
 }
 
-// The address of a page that explains something: an address with a secret has digits.
+// Whether a value is the address of a page: an address with a secret has digits.
 bool isPage(const SecretLine& line, std::size_t from, std::size_t to) {
     if (!line.says(from, "http://") && !line.says(from, "https://") && !line.says(from, "//")) {
         return false;
@@ -99,7 +100,7 @@ bool isSecretByte(char c) {
            std::string_view("+-_!#%^~?@$*").find(c) != std::string_view::npos;
 }
 
-// $name1: a variable of a program. A name that begins with a digit is none: $3x.
+// Whether a value is a variable of a program: $name1. A name that begins with a digit is none: $3x.
 bool isReference(const SecretLine& line, std::size_t from, std::size_t to) {
     return line.at(from) == '$' && !line.in(from + 1, DIGIT) && line.skip(from + 1, KEY) == to;
 }
@@ -109,7 +110,7 @@ struct Mixture {
     bool lower = false;
     bool upper = false;
     bool digit = false;
-    bool sign = false;  // an odd sign inside
+    bool sign = false;  // isOddSign() of a byte inside
     int changes = 0;    // from letters to digits and back
 };
 

@@ -13,7 +13,7 @@ namespace {
 constexpr auto WORD_BEGINNINGS = filterOf<BeginningFilter>(SECRET_WORDS);
 constexpr auto SHORT_BEGINNINGS = filterOf<PairFilter>(SECRET_SHORTS, &secret_short::word);
 
-// Where a word of the table ends that begins at a place; 0 when the place has another word.
+// Where a word of SECRET_WORDS that begins at a place ends; 0 when the place has another word.
 std::size_t matchWord(const SecretLine& line, std::size_t from, std::string_view word) {
     std::size_t place = from;
     for (const char c : word) {
@@ -109,6 +109,7 @@ bool hasEnding(const SecretLine& line, std::size_t from, std::size_t to) {
     });
 }
 
+// Whether a name is that of a parameter of an address that signs it: ?sig=x.
 bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
     if (from == 0) {
         return false;
@@ -118,7 +119,7 @@ bool signsAddress(const SecretLine& line, std::size_t from, std::size_t to) {
            line.isOneOf(from, to, SECRET_SIGNATURES);
 }
 
-// recovery code
+// Whether a word is the second of a row of SECRET_PAIRS, behind the first: recovery code.
 bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
     if (from == 0 || line.at(from - 1) != ' ' || to - from > 6 || to - from < 3) {
         return false;
@@ -128,7 +129,7 @@ bool isSecond(const SecretLine& line, std::size_t from, std::size_t to) {
     });
 }
 
-// dbPwdProd: a short word inside a name whose words begin with capitals.
+// Whether a short word is inside a name whose words begin with capitals: dbPwdProd.
 bool hasCapitalPart(const SecretLine& line, std::size_t from, std::size_t to) {
     constexpr std::size_t SHORTEST = 5;
     if (to < from + SHORTEST) {

@@ -14,14 +14,14 @@ struct secret_word {
 struct secret_name {
     std::size_t from;
     std::size_t to;
-    secret_word word;                  ///< the last secret word in it
-    bool is_short = false;             ///< one of its parts is in SECRET_SHORTS
-    bool is_pin = false;               ///< one of these parts is "pin"
-    std::size_t short_from = NOWHERE;  ///< where the short word begins that it ends with
+    secret_word word;       ///< the last secret word in it
+    bool is_short = false;  ///< one of its parts is in SECRET_SHORTS, or is "auth" behind "_"
+    bool is_pin = false;    ///< one of these parts is "pin"
+    std::size_t short_from = NOWHERE;  ///< where the short word at its end begins
     std::size_t short_to = NOWHERE;    ///< where the last short word ends
-    bool ends_in_pass = false;         ///< it ends with a word of SECRET_ENDINGS
-    bool signs = false;                ///< it is a signature in an address
-    bool is_second = false;            ///< it is the second word of SECRET_PAIRS
+    bool ends_in_pass = false;  ///< it ends with a word of SECRET_ENDINGS, or has "Pwd" inside
+    bool signs = false;         ///< it is a signature in an address
+    bool is_second = false;     ///< it is the second word of SECRET_PAIRS
     [[nodiscard]] bool isSecret() const {
         return word.from != NOWHERE || is_short || ends_in_pass || signs || is_second;
     }
@@ -30,7 +30,7 @@ struct secret_name {
 /// The last word of SECRET_WORDS in a stretch.
 secret_word lastSecretWord(const SecretLine& line, std::size_t from, std::size_t to);
 
-/// Reads a stretch as a name. The result may be no name of a secret.
+/// Reads a stretch as a name; secret_name::isSecret() is whether it names a secret.
 secret_name readSecretName(const SecretLine& line, std::size_t from, std::size_t to);
 
 /// Whether a parenthesis is in front of a name: (pw x).

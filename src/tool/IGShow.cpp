@@ -26,7 +26,7 @@ constexpr std::string_view HEADER = "==> ";
 
 std::array<char, 65536> piece;
 
-// Prints a line about a path, with `lead` in front.
+// Prints a line: `lead`, the path and `what`.
 void say(Show& show, std::string_view lead, const char* path, std::string_view what) {
     toolWrite(show.out, lead);
     escapeName(show.out, path);
@@ -36,7 +36,8 @@ void say(Show& show, std::string_view lead, const char* path, std::string_view w
 
 // --- finding and opening ---
 
-// The path from the root: one that is relative begins in the current directory.
+// Follows a path as sourceFollow() does; a relative one begins in the current directory.
+// @return false with errno set
 bool follow(const char* path, Source& source) {
     std::array<char, std::size_t{PATH_MAX}> whole{};
     if (path[0] == '/') {
@@ -61,8 +62,8 @@ void sayNotFollowed(Show& show, std::string_view lead, const char* path, int err
 }
 
 // Opens a file that may be printed, or prints the reason why it may not.
-// @param error the errno of a file that cannot be read, or 0; nothing is printed about it here
-// @return the descriptor, or -1
+// @param error set to the errno of a failed open, which the caller reports, else to 0
+// @return the descriptor, which the caller closes, or -1
 int openFile(Show& show, std::string_view lead, const char* path, const Source& source,
              int& error) {
     error = 0;
@@ -82,7 +83,7 @@ int openFile(Show& show, std::string_view lead, const char* path, const Source& 
 // --- contents ---
 
 // Reads the next piece, of at most `most` bytes.
-// @return its length; 0 at the end; -1 with errno set
+// @return its length; 0 at the end of the file or of the time; -1 with errno set
 ssize_t readPiece(const Show& show, int fd, std::int64_t most) {
     const auto size = static_cast<std::size_t>(
         std::min<std::int64_t>(most, static_cast<std::int64_t>(piece.size())));
@@ -106,7 +107,8 @@ std::int64_t skip(const Show& show, int fd, std::int64_t most) {
     return skipped;
 }
 
-// The size of a file. Files of the kernel report none: they are read to their end.
+// The size of a file in bytes. A file of the kernel has size 0 in its status: it is read to its
+// end.
 std::int64_t sizeOf(const Show& show, int fd, const struct stat& st) {
     if (st.st_size != 0) {
         return st.st_size;
@@ -116,7 +118,7 @@ std::int64_t sizeOf(const Show& show, int fd, const struct stat& st) {
     return size;
 }
 
-// Skips to the last bytes of a file that is longer than the limit, and reports its size.
+// Skips to the last bytes of a file that is longer than the limit, and prints its size.
 void skipToEnd(Show& show, int fd) {
     struct stat st = {};
     if (::fstat(fd, &st) != 0) {
@@ -180,11 +182,11 @@ struct ShownDirectory {
 
 struct ShownFile {
     const ShownDirectory* directory;
-    const char* path;   // without links
+    const char* path;   // without symlinks
     const char* shown;  // as the directory was given
 };
 
-// All files of a directory and those below it, found without following a link.
+// All regular files in a directory and below it, found without following a symlink.
 class Tree {
   public:
     Tree(Show& show, const Source& top, const char* path) : show_(show) {
@@ -217,7 +219,7 @@ class Tree {
     }
 
   private:
-    // Two slashes in a row are shown as one, and none at the end.
+    // Copies a path with single slashes, and none at the end.
     const char* copyPath(const char* path) {
         char* copy = IgCmnStrdup(local_.get(), path);
         if (copy == nullptr) {

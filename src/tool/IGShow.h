@@ -6,25 +6,26 @@
 
 #include "tool/IGEscape.h"
 
-/// The output of the files, and its limits.
+/// Where files are printed, and the limits.
 struct Show {
     ToolOutput out;
-    int mib;                               ///< at most the last so many MiB of a file are printed
-    const volatile sig_atomic_t* stopped;  ///< set to another value than 0 when the time is over
+    int mib;                               ///< of each file, at most its last `mib` MiB are printed
+    const volatile sig_atomic_t* stopped;  ///< not 0 once SIGTERM has ended the reading
 };
 
-/// Whether the reading must end: the time is over, or a write failed.
+/// Whether the reading must end: `stopped` is set, or a write failed.
 bool showIsOver(const Show& show);
 
-/// Prints a file, or all files of a directory and of the directories below it, in the order of
-/// their names. Each has "==> " and its name in front. Symlinks on the path are followed under the
-/// rules of sourceFollow(), symlinks in a directory are not followed. A file that is not printed is
-/// named with the reason; so is any failure.
+/// Prints a file, or all regular files in a directory and below it, sorted by path. Each has "==> "
+/// and its path in front. Symlinks on the path are followed under the rules of sourceFollow(); in a
+/// directory, symlinks and other entries that are neither files nor directories are skipped. A path
+/// that is not printed is named with the reason.
 void showPath(Show& show, const char* path);
 
-/// Prints the lines of a file, each with the name of the file in front. Prints nothing for a
-/// directory, a file that cannot be read, or one that does not exist.
-/// @param must_exist report a file that does not exist
+/// Prints the lines of a file, each with the path of the file and ":" in front. A file of secrets,
+/// one that is not regular, or one behind a symlink that is not followed is named with the reason.
+/// Prints nothing for a directory or a file that cannot be read.
+/// @param must_exist whether to name a file that does not exist
 void showValues(Show& show, const char* path, bool must_exist);
 
 #endif

@@ -2,12 +2,13 @@
 //
 // usage: escape [-0 | -s | -u | -w] <FILE
 //   -0  a NUL ends a line, and a line feed belongs to a name (find -print0); implies -w
-//   -s  a line of less than 16 bytes is the rest of a process's name in the line before (pidstat)
+//   -s  a line of fewer than 16 bytes is the rest of a process's name in the line before (pidstat)
 //   -u  a line feed in a name among the users of a socket belongs to that name (ss)
 //   -w  writes whole lines only, for an output that others write to as well
 //
-// The exit status is 0; 1 when the output cannot be written, 2 for wrong usage, and 153, a
-// shell's status for SIGXFSZ, when the output reached a file-size limit.
+// The exit status is 0, also when the input cannot be read to its end; 1 when the output cannot be
+// written, 2 for wrong usage, and 153, a shell's status for SIGXFSZ, when the output reached a
+// file-size limit.
 #include <signal.h>
 #include <unistd.h>
 
@@ -42,7 +43,7 @@ constexpr std::array<Option, 4> OPTIONS{{{"-0", LineEnd::NUL, true},
                                          {"-u", LineEnd::SOCKET_USERS, false},
                                          {"-w", LineEnd::FEED, true}}};
 
-// The option of the arguments; null for wrong usage.
+// Returns the option that the arguments give, NONE without arguments; null for wrong usage.
 const Option* readOption(int argc, char** argv) {
     if (argc != 2) {
         return argc < 2 ? &NONE : nullptr;
@@ -56,7 +57,7 @@ int failed() {
     return errno == EFBIG ? LIMIT : FAILED;
 }
 
-// Writes all input, or all whole lines of it, before it reads more: the next input may be late.
+// Writes what was read, or its whole lines, before it reads more: the next input may be late.
 // @return the exit status
 int copy(const Option& option) {
     static ToolOutput out{.fd = STDOUT_FILENO};

@@ -20,8 +20,8 @@ namespace {
 constexpr int STATUS_FAILED = 1;
 constexpr int STATUS_LIMIT = 128 + SIGXFSZ;
 
-// Waits until a descriptor is ready that another process has made non-blocking.
-// @return false when errno is another error than EAGAIN, or the wait fails
+// Waits until a descriptor that another process has made non-blocking is ready.
+// @return false when errno is not EAGAIN, or poll(2) failed
 bool waitFor(int fd, short events) {
     struct pollfd one = {fd, events, 0};
     return errno == EAGAIN && ::poll(&one, 1, -1) >= 0;
@@ -52,7 +52,7 @@ int failed(const char* call) {
     return number == EFBIG ? STATUS_LIMIT : STATUS_FAILED;
 }
 
-secret_text text;  // too large for a stack
+secret_text text;  // static: 2 MiB are too large for the stack
 
 }  // namespace
 

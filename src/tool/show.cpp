@@ -1,15 +1,15 @@
 // Prints files with the values of passwords, keys and the like masked.
 //
 // usage: show [-v] [-l MIB] PATH...
-//   -v       print each line after the name of its file: for files of one value each
-//   -l MIB   print at most the last MIB MiB of a file (default: 5), and at most four times as much
-//            of all files together
-// PATH may be a wildcard. For a directory, all files in it and below it are printed, and symlinks
-// in it are not followed. A symlink that a user has made is followed only to that user's own files.
-// Files of keys, and files that are not regular, are named and not opened. Control characters are
-// printed as octal digits.
+//   -v       for files of one value each: print each line after the name of its file
+//   -l MIB   print at most the last MIB MiB of a file (default: 5); if the output is a file, let it
+//            grow to four times as much
+// PATH may be a wildcard. For a directory, all regular files in it and below it are printed;
+// everything else in it is skipped, symlinks too. A symlink that a user has made is followed to
+// that user's own files only. A file of keys, and a PATH that is not a regular file, is named and
+// not opened. Control characters are printed as octal digits.
 //
-// The exit status is 0; 1 when the filter "mask" does not run, 2 for wrong usage.
+// The exit status is 0; 1 when the filter "mask" could not be started or failed, 2 for wrong usage.
 #include <glob.h>
 #include <signal.h>
 #include <unistd.h>
@@ -26,7 +26,7 @@
 namespace {
 
 constexpr int WRONG_USAGE = 2;
-constexpr int LIMIT_FACTOR = 4;         // of all files together
+constexpr int LIMIT_FACTOR = 4;         // limit of the output, in limits of a file
 constexpr std::size_t MOST_DIGITS = 6;  // of a limit in MiB
 
 struct Arguments {
@@ -67,8 +67,9 @@ bool readArguments(int argc, char** argv, Arguments& arguments) {
     return *arguments.paths != nullptr;
 }
 
-// SIGTERM, from a time limit, ends the reading: what was read is still printed.
-void settleSignals() {
+// SIGTERM, from a time limit, ends the reading: what was read is still printed. A broken pipe makes
+// a write fail.
+void setSignals() {
     struct sigaction action = {};
     action.sa_handler = stop;
     ::sigaction(SIGTERM, &action, nullptr);
@@ -92,7 +93,8 @@ void printMatches(Show& show, const char* wildcard, bool values) {
 void printAll(const Arguments& arguments, int fd) {
     static Show show{.out = {.fd = fd}, .mib = arguments.mib, .stopped = &stopped};
     IgCmnMemoryInit();
-    IgCmnMsgSetMode(MSGMODE_COLLECTING);  // the run log is another program's
+    // Failed system calls go to the run log alone, and this program has none.
+    IgCmnMsgSetMode(MSGMODE_COLLECTING);
     for (char** path = arguments.paths; *path != nullptr && !showIsOver(show); ++path) {
         printMatches(show, *path, arguments.values);
     }
@@ -106,7 +108,7 @@ int main(int argc, char** argv) {
     if (!readArguments(argc, argv, arguments)) {
         return usage();
     }
-    settleSignals();
+    setSignals();
     const int most_mib = arguments.mib * LIMIT_FACTOR;
     MaskPipe mask;
     if (maskStart(mask, argv[0], static_cast<rlim_t>(most_mib) << 20U) != 0) {
