@@ -41,7 +41,7 @@ constexpr std::int32_t GZIP_WARNING = 2;  // exit code of gzip after a warning
 struct Archive {
     memory_pool* memoryp;
     root_tbl& root;
-    char* collected = nullptr;  // the output directory
+    char* collected = nullptr;  // the output directory's path
     char* directory = nullptr;  // its name, relative to the base directory
     char* tar = nullptr;
     char* gz = nullptr;
@@ -51,8 +51,8 @@ struct Archive {
     bool own = false;               // only root can replace entries of its directory
 };
 
-// Changes the working directory until leave() or the end of the scope. A descriptor holds the
-// former one, which may be renamed or deleted meanwhile.
+// Changes the working directory until leave() or the end of the scope. The former one is kept as a
+// descriptor, because it may be renamed or deleted meanwhile.
 class WorkingDirectory {
   public:
     WorkingDirectory() = default;
@@ -89,9 +89,9 @@ class WorkingDirectory {
     bool entered_ = false;
 };
 
-// The directory in which tar runs; tar gets only the output's name. This is the base directory.
-// Where another user can replace the output there, it is a new directory among the program's data
-// with a symlink to the output.
+// The directory in which tar runs, because tar gets only the output's name. This is the base
+// directory; where another user can replace the output there, it is a new directory in the
+// program's data directory with a symlink to the output, both removed at the end of the scope.
 class PackingPlace {
   public:
     PackingPlace() = default;
@@ -143,7 +143,7 @@ class PackingPlace {
 
 // --- copying the logs ---
 
-// cp would wait until a process writes to it.
+// Whether a log is a FIFO, which is not copied: cp would wait until a process writes to it.
 bool isFifo(const char* path) {
     struct stat st = {};
     return ::stat(path, &st) == 0 && S_ISFIFO(st.st_mode);
@@ -190,8 +190,8 @@ Result copyLogs(memory_pool* memoryp, const root_tbl& root) {
 constexpr std::int64_t TAR_BLOCK = 512;
 using TarBlock = std::array<unsigned char, TAR_BLOCK>;
 
-// The size field of a header: octal digits, or from 8 GiB on a binary number marked by its first
-// bit. -1 if it is neither.
+// The size of a member in bytes, from the size field of its header (tar(5)): octal digits, or from
+// 8 GiB on a binary number, which the first bit marks. -1 if it is neither.
 std::int64_t tarMemberSize(const TarBlock& header) {
     constexpr std::size_t FIELD = 124;
     constexpr std::size_t LENGTH = 12;
@@ -212,7 +212,7 @@ std::int64_t tarMemberSize(const TarBlock& header) {
     return size;
 }
 
-// The state of an archive by its headers.
+// Whether an archive is complete, as far as its headers show.
 enum class TarState {
     WHOLE,
     TRUNCATED,
@@ -224,7 +224,7 @@ bool isTarHeader(const TarBlock& block) {
     return std::memcmp(block.data() + MAGIC, "ustar", 5) == 0;
 }
 
-// Checks that the archive is complete: its headers lead to a block of zeros.
+// Checks whether an archive was written to its end: its headers lead to a block of zeros.
 TarState stateOfTar(const char* path) {
     const FdGuard fd(openForReading(path));
     TarBlock header{};
@@ -283,7 +283,8 @@ bool liesInOwn(const Archive& archive) {
         return false;
     }
     const bool there = sourceFollow(name.directory, directory);
-    return directory.own && (!there || isRootsOwn(directory.st));  // else where its path ends
+    // A path that ends early is root's own as far as it was followed.
+    return directory.own && (!there || isRootsOwn(directory.st));
 }
 
 // Creates the archive's file before tar does: tar would write through a symlink, or into a file,
@@ -349,7 +350,8 @@ int runTar(const Archive& archive, std::int32_t* exit_cd) {
 
 // Whether tar has left an archive, even if tar failed. A truncated one, from a full disk or a
 // killed tar, does not count: the directory is then the last complete copy, and the name must be
-// free for the next run.
+// free for the next run. If the headers do not show whether it is complete, both are kept
+// (`output_kept`).
 bool isArchive(const Archive& archive) {
     if (!isClaimed(archive) || IgCmnFileGetSize(archive.tar) <= 0) {
         return false;
@@ -363,7 +365,7 @@ bool isArchive(const Archive& archive) {
 }
 
 // Packs the output directory under the claimed name. Returns RESULT_DONE when the archive exists,
-// else the result of IgArcMake.
+// else RESULT_INTERRUPTED or RESULT_FAILED, and the claimed file is removed.
 Result pack(Archive& archive) {
     if (IgMainIsInterrupted() != 0) {
         dropTar(archive);

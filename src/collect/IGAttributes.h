@@ -4,9 +4,9 @@
 
 #include <sys/stat.h>
 
-/// What copies of files (IGCopy) and directories (IGCollectData) get of their sources, each in its
-/// own order. A file below a path that is root's own is only a symlink in the output: tar takes the
-/// attributes of its target.
+/// The attributes that copies of files (IGCopy) and directories (IGCollectData) get from their
+/// sources, each in its own order. A file whose path is root's own is usually a symlink in the
+/// output and gets none: tar stores those of the target.
 enum class Attribute { MODE, OWNER, TIMES };
 
 /// Sets one attribute of an open file or directory to that of its source. Returns false after

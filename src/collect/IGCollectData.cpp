@@ -50,7 +50,7 @@ struct Item {
     const char* place = nullptr;      // the data directory's path from pathInOutput
     const char* index = nullptr;      // the index file, likewise
     bool own_output = false;          // the pattern's own tools wrote the entries
-    const char* ours = nullptr;       // then: the output directory, symlinks resolved
+    const char* ours = nullptr;       // then: the output's path for sourceFollow, or null
     IndexRecord record{};
     IgCmnListHeader* made = nullptr;     // MadeDirectory
     const char* first_source = nullptr;  // of the first entry; for restoreAncestors
@@ -119,7 +119,8 @@ bool isData(const Source& source) {
     return S_ISREG(source.st.st_mode) && !isLockFile(source.st);
 }
 
-// Remembers a directory of the output. Its attributes are set when everything is in it.
+// Remembers a directory of the output. Its attributes are set when everything is in it. False when
+// memory ran out.
 bool rememberDirectory(Item& item, const struct stat& source, const char* destination) {
     struct stat there = {};
     if (::lstat(destination, &there) != 0) {
@@ -127,7 +128,7 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
         return true;
     }
     if (!S_ISDIR(there.st_mode)) {
-        return true;  // a file collected earlier is a directory now: not ours to change
+        return true;  // it was still a file when it was collected earlier
     }
     auto* made = newFromPool<MadeDirectory>(item.memoryp);
     if (made == nullptr) {
@@ -137,7 +138,7 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
     return IgCmnListAppend(item.memoryp, &item.made, made) != -1;
 }
 
-// The same with the attributes that the entry has now.
+// The same for an entry, with the attributes that it has now.
 bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
     Source source;
     // An entry that cannot be opened has no attributes to copy.
@@ -323,12 +324,12 @@ Step countLink(Item& item, const FileEntry& entry, const char* shown, const char
     return good ? collectSource(item, source, shown, path) : reportFailed(shown);
 }
 
-// Counts an entry of the output that is behind no symlink there.
+// Counts an entry of the output that no symlink in the output leads to.
 Step countWritten(Item& item, const FileEntry& entry, const char* shown, const char* path) {
     struct stat st = {};
     if (::lstat(path, &st) != 0) {
         if (errno == ENOENT) {
-            // It was behind a symlink that a directory has replaced.
+            // It was behind a symlink that countBehind() has replaced with a directory.
             return collectTo(item, entry, shown, path);
         }
         IgCmnSysErrPath("lstat", errno, path);

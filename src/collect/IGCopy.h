@@ -14,12 +14,12 @@ inline constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
 
 /// Result of a copy.
 enum class Copied {
-    ALL,
+    ALL,        // the whole source
     TRUNCATED,  // the source has more than `most` bytes
     FAILED,     // no copy is left
 };
 
-/// Copies the regular file that `source` holds to a new file with its mode, owner and times. Does
+/// Copies the regular file of `source` to a new file with its mode, owner and times. Does
 /// not wait for data that is not there yet. Fails when the run is interrupted. An attribute that
 /// cannot be set is reported ("chown", "chmod", "utime"), and the copy stays; a partial copy that
 /// cannot be removed is reported ("unlink").
@@ -37,9 +37,10 @@ enum class Collected {
     FAILED,      // no copy is left
 };
 
-/// Copies a file's content into the output; the caller has counted its size. The size of a file of
-/// the kernel's own file systems says nothing about its content, and tar would store the file empty
-/// or padded with zeros: the bytes read beyond that size are counted here.
+/// Copies a file's content into the output, up to the size in `source.st`, which the caller has
+/// counted. A file of the kernel's own file systems is copied up to KERNEL_FILE_LIMIT: its size
+/// says nothing about its content, and tar would store it empty or padded with zeros. The bytes
+/// read beyond that size are counted here.
 /// @param kernel_file result of kernelFileSystemOf for the source
 /// @param bytes set to the number of bytes read, unless `kernel_file` is -1
 Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,

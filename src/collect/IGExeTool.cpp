@@ -32,9 +32,9 @@ struct Tool {
     std::array<char, PATH_MAX + 1> stderr_path;
 };
 
-// Other users cannot enter the output, so directories made for a tool get every permission there;
-// its file is made through the output's descriptor where another user can replace the path.
-// Elsewhere only root may write to the directories.
+// Chooses the mode of directories made for a tool's output. In the output directory, which other
+// users cannot enter, they get every permission, and the path is that of pathInOutput(). Elsewhere
+// only root may write to them. False after a reported failure.
 bool chooseDirectoryMode(memory_pool* memoryp, const root_tbl& root, Tool& tool) {
     constexpr mode_t INSIDE = 0777;
     constexpr mode_t OUTSIDE = 0755;

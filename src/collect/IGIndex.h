@@ -18,7 +18,7 @@ inline constexpr std::size_t INDEX_TYPE_LENGTH = 31;
 
 /// One record: what one data item produced.
 struct IndexRecord {
-    std::array<char, 13> date;  // YYMMDDhhmmss, when the item was listed; or empty
+    std::array<char, 13> date;  // YYMMDDhhmmss, when the item was listed
     const char* path_name;      // expanded; kept, not written
     IgCmnListHeader* files;     // names relative to the data directory; null when none
     std::int32_t type;          // FileType
@@ -26,8 +26,8 @@ struct IndexRecord {
     const IgCmnListHeader* description;                 // strings; null when the item has none
 };
 
-/// The open index. print() writes every line. It reports the first failure for the place in the
-/// source that opened the index, and then skips all further lines.
+/// The open index. print() writes a line. It reports the first failure with the place in the source
+/// that opened the index, and writes nothing after that.
 class IndexFile {
   public:
     /// `mode` is "w" or "a"; a failure to open is reported. Only its owner can read the file.
@@ -46,7 +46,7 @@ class IndexFile {
     bool good_;
 };
 
-/// The index's path in the output directory; null when memory runs out.
+/// The index's path in the output directory, as from pathInOutput(); null when memory runs out.
 const char* indexPath(memory_pool* memoryp, const root_tbl& root);
 
 /// Appends the records of the list. File names get the data directory's last component as a prefix

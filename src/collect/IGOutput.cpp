@@ -27,7 +27,7 @@
 
 namespace {
 
-// The sweep over the output.
+// One pass over all entries of the output, for settleOutput().
 struct Sweep {
     memory_pool* memoryp;
     const root_tbl& root;
@@ -72,8 +72,8 @@ void reportMissing(const Entry& link) {
     }
 }
 
-// Replaces a symlink with the content of its file, which another user could replace or which is the
-// kernel's.
+// Replaces a symlink with the content of its file: another user could replace the file, or it is in
+// a kernel file system.
 void replaceLink(const Sweep& sweep, const Entry& link, const Source& source, int kernel_file) {
     if (!removeEntry(link)) {
         return;
@@ -216,14 +216,14 @@ Place placeOf(const root_tbl& root) {
     return ours ? Place::OURS : Place::LOST;
 }
 
-// Whether a directory is like one that this run has just made.
+// Whether a directory has the owner and mode of one that this run has just made.
 bool isPrivate(const struct stat& st) {
     return st.st_uid == 0 && (st.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
-// Takes over a directory that has another owner or that others may enter. Some file systems have no
-// owners or a fixed one: it is accepted unchanged there. Elsewhere another user has put it in the
-// place of ours: it becomes root's, and is accepted if it is empty.
+// Makes a directory private that has another owner or that others may enter. On a file system with
+// no owners or a fixed one this fails, and the directory is accepted unchanged. Elsewhere another
+// user has put it in the place of ours: it becomes root's, and is accepted if it is empty.
 bool makePrivate(const Source& source, const char* path) {
     const DirGuard dir(sourceOpenDirectory({path, true}));
     struct stat st = {};

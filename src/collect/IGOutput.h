@@ -6,7 +6,8 @@
 
 struct root_tbl;
 
-/// Records the identity of the output directory just after it was made. `path` must live as long as
+/// Records the paths and the identity of the output directory just after it was made. Where another
+/// user can replace its path, the root table owns a descriptor of it. `path` must live as long as
 /// the root table. Returns false after reporting.
 bool noteOutput(memory_pool* memoryp, root_tbl& root, const char* path);
 
@@ -15,8 +16,8 @@ bool noteOutput(memory_pool* memoryp, root_tbl& root, const char* path);
 /// would then write into that user's files, and pack or remove them.
 bool outputIsOurs(const root_tbl& root);
 
-/// False, after reporting ZEPA104-E, when the directory is lost: the run cannot go on. True also
-/// when the check itself failed (reported).
+/// False, after reporting ZEPA104-E if it was ever made, when the output is no longer at its path:
+/// the run cannot go on. True also when the check itself failed (reported).
 bool checkOutput(const root_tbl& root);
 
 /// The path to use for making something in the output. Where another user can replace the output's
@@ -31,8 +32,8 @@ const char* pathInOutput(memory_pool* memoryp, const root_tbl& root, const char*
 /// that are not data are removed and reported (ZEPA130-W, ZEPA151-E): symlinks to directories,
 /// which would lead tar in circles, sockets, FIFOs and devices. A tool that has run may have made
 /// any symlink, so all are then checked as if they were collected now: where another user could
-/// replace the file, its content replaces the symlink, as far as the size limit allows, or the
-/// symlink is removed if it is dangling.
+/// replace the file, its content replaces the symlink if it fits the size limit; a dangling symlink
+/// is removed.
 /// @return false when memory ran out
 bool settleOutput(const root_tbl& root);
 

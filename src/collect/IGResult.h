@@ -7,7 +7,7 @@ enum Result : int {
     RESULT_DONE = 0,
     RESULT_FAILED = -1,         ///< reported
     RESULT_INTERRUPTED = 2,     ///< by a signal
-    RESULT_SIZE_LIMIT = 4,      ///< a file over the limit cannot be removed: no more is collected
+    RESULT_SIZE_LIMIT = 4,      ///< a file over the limit cannot be removed: collecting ends
     RESULT_TAR_NONZERO = 1,     ///< IgArcMake alone: tar was accepted with a non-zero exit code
     RESULT_NOT_COMPRESSED = 16  ///< IgArcMake alone: the ".tar" archive is the result
 };

@@ -7,7 +7,7 @@ CollectedSize collected_size;
 
 namespace {
 
-// The limit is configured in units of 512 bytes.
+// Converts the limit from units of 512 bytes.
 constexpr int LIMIT_SHIFT = 9;
 
 }  // namespace

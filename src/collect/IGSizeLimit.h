@@ -8,13 +8,13 @@ struct root_tbl;
 
 /// What the run has collected so far.
 struct CollectedSize {
-    std::int64_t total = 0;  // bytes
+    std::int64_t total = 0;  // bytes counted by fitsLimit
     int exceeded = 0;        // 1 once a file was left out because of the size limit
 };
 extern CollectedSize collected_size;
 
 /// Adds `size` bytes to the total. Returns false and adds nothing when the total would exceed the
-/// configured limit.
+/// configured limit (`max_output_size`, in units of 512 bytes).
 bool fitsLimit(const root_tbl& root, std::int64_t size);
 
 /// Reports a file of `size` bytes that is left out because of the limit (ZEPA153-W), and records

@@ -78,7 +78,7 @@ Result collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
     IgCmnMsgInfo<ZEPA202_I>(phase);
     const Result result =
         is_data ? IgCollectData(memoryp, &root, &item.data) : IgExeTool(memoryp, &root, &item.tool);
-    // Messages report how a tool ended; only an interruption ends the collection here.
+    // A tool that failed was reported and does not end the collection.
     if (result == RESULT_INTERRUPTED || (is_data && result != RESULT_DONE)) {
         return result;
     }
@@ -90,7 +90,7 @@ Result collectItem(memory_pool* memoryp, root_tbl& root, collect_item& item) {
 Result collectBlock(memory_pool* memoryp, root_tbl& root, const ptn_block& block,
                     bool& index_written) {
     if (!index_written) {
-        const MessageMode error(MSGMODE_NORMAL);  // there is no output without its index
+        const MessageMode error(MSGMODE_NORMAL);  // an output must have its index: no mere warning
         if (writeIndexHead(memoryp, root) != 0) {
             return RESULT_FAILED;
         }
@@ -305,7 +305,7 @@ int IgMainEnd() {
     };
     static std::size_t next = 0;
     while (next < STEPS.size()) {
-        STEPS[next++]();  // counted first: a second call must not repeat the step that made it
+        STEPS[next++]();  // counted first: a step that calls this again is not repeated
     }
     return IgMainGetRetCode();
 }

@@ -17,23 +17,24 @@ int IgMainLock();
 void IgMainUnlock();
 
 /// The collection driver: makes the output directory, collects item by item and makes the archive.
-/// The argument is not used. Returns RESULT_DONE, RESULT_FAILED, RESULT_INTERRUPTED or
-/// RESULT_SIZE_LIMIT.
+/// The argument is not used. Returns RESULT_DONE, RESULT_FAILED, RESULT_INTERRUPTED, or
+/// RESULT_SIZE_LIMIT when a file over the size limit cannot be removed.
 Result IgMainCollect(int unused);
 /// Whether the cleanup phase follows a collection with this result: always when done, never after
 /// the size limit, else if the configuration says so.
 bool wantsCleanup(Result collected);
 
-/// Stops a running child and its process group, before the run ends without waiting for it.
+/// Stops a running child (a tool with its process group), for a run that ends at once.
 void IgMainStopChild();
 
-/// The end routine: reports the result, frees the main pool, closes both logs and releases the
-/// lock. Returns the return code. When a step's own report cannot be written, the routine is called
-/// again and continues after that step.
+/// The end routine: reports the result, frees the main pool, closes the run log, writes the end to
+/// the history log and releases the lock. Returns the return code. When a step's own report cannot
+/// be written, the routine is called again and continues after that step.
 int IgMainEnd();
 
 /// Ends the run after a failed write to the run log: stops a running child, removes the output
-/// directory unless it is the result, and runs the end routine. Returns the return code.
+/// directory if cleanup is ON and it is not the result, and runs the end routine. Returns the
+/// return code.
 int IgMainEndAfterLogFailure();
 /// Reports the interruption with its signal (ZEPA136-E) and what the signal handler could not stop.
 void IgMainReportInterruption();

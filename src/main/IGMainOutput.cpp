@@ -27,8 +27,8 @@
 
 namespace {
 
-// Collected data is secret, and no other user may add to it: the directories below it can then have
-// the modes of their sources.
+// The mode of the output directory. Collected data is secret, and no other user may add to it; the
+// directories in it can then have the modes of their sources.
 constexpr mode_t PRIVATE_DIRECTORY = 0700;
 
 // 1 when the directory has an entry of that name, 0 when it has none; -1 after a failure.
@@ -38,8 +38,8 @@ int isTaken(const char* directory, const char* name) {
     return path == nullptr ? -1 : IgCmnFileIsTaken(path);
 }
 
-// The name itself when the directory has no such entry, else the name with the first "_N" that is
-// free, counted up from the number of entries that begin with the name. Null after a failure.
+// The name itself when the directory has no such entry, else the name with the first free "_N",
+// where N begins with the number of entries whose names begin with the name. Null after a failure.
 char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
     if (const int taken = isTaken(directory, name); taken != 1) {
         return taken == 0 ? name : nullptr;
@@ -55,8 +55,8 @@ char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
     }
 }
 
-// Lists the distinct targets of the pattern's selected blocks in `ptn.targets`, in file order; null
-// when there are none. False when memory runs out.
+// Lists the distinct targets of the pattern's selected blocks in `ptn.targets`, in file order; it
+// stays null when there are none. False when memory runs out.
 bool listTargets(memory_pool* memoryp, pickptn_tbl& ptn) {
     for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
         if (block.skip != 0) {
@@ -158,7 +158,7 @@ char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn
         return nullptr;
     }
     if (std::strcmp(name, INDEX_NAME) == 0) {
-        name = IgCmnStrCat(memoryp, name, "_1");  // the index itself is made later
+        name = IgCmnStrCat(memoryp, name, "_1");  // the index is made later: the name is still free
     }
     const char* unique = name == nullptr ? nullptr : makeUnique(memoryp, output, name);
     return unique == nullptr ? nullptr : IgCmnStrCatDir(memoryp, output, unique);

@@ -12,8 +12,8 @@ struct root_tbl;
 /// Makes the output name unique in the base directory by appending "_N" if it is taken; without -o
 /// the archive gets the same name.
 bool chooseOutputName(memory_pool* memoryp, root_tbl& root);
-/// Makes the output directory under the chosen name. Fails when another user has taken the name
-/// meanwhile.
+/// Makes the output directory under the chosen name and records it (noteOutput). Fails when another
+/// user has taken the name meanwhile.
 bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root);
 /// Makes a directory unless it exists.
 bool makeDirectory(const char* path);
@@ -22,10 +22,11 @@ bool makeDirectory(const char* path);
 /// itself.
 char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn_tbl& ptn);
 
-/// Removes the output directory of a failed run, after reporting that (ZEPA212-I).
+/// Removes the output directory of a failed run (RETCODE_FAILED), after reporting that (ZEPA212-I),
+/// unless it is the last complete copy or is no longer this run's.
 void IgMainCleanup();
-/// Removes the output directory when cleanup is ON; for a run that ends because its run log cannot
-/// be written.
+/// The same without a report and for any return code, if cleanup is ON: for a run that ends because
+/// its run log cannot be written.
 void IgMainRemoveOutput();
 
 /// Path of the run's result (resultPath); null too if there is no root table yet.

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* OWN_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
-// The variables that are kept: the format of times and texts depends on them. No others are.
+// The only variables that are kept: the format of times and texts depends on them.
 struct Kept {
     const char* name;
     bool is_zone;
@@ -39,8 +39,8 @@ constexpr Kept KEPT[] = {
     {"LC_TIME", false},
 };
 
-// The C library opens the files that these values name. Accepts only names of its own files in its
-// own directories. Of these, only a zone's name contains a slash ("Europe/Berlin").
+// Accepts only values that name files of the C library in its own directories, because the library
+// opens them. Of these names, only a zone's has a slash ("Europe/Berlin").
 bool isHarmless(const char* value, bool is_zone) {
     constexpr const char* LETTERS =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
@@ -62,7 +62,7 @@ void makeEnvironment() {
         const char* value = ::getenv(KEPT[i].name);
         values[i] = value != nullptr && isHarmless(value, KEPT[i].is_zone) ? value : nullptr;
     }
-    ::clearenv();  // `values` stay valid: the kernel has stored them elsewhere
+    ::clearenv();  // `values` stay valid: the kernel has stored them on the stack
     ::setenv("PATH", OWN_PATH, 1);
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (values[i] != nullptr) {

@@ -1,4 +1,4 @@
-// A run that another user started through the set-user-ID bit.
+// Makes a run that another user started through the set-user-ID bit fully root.
 #ifndef QUENDIL_MAIN_IGMAINROOT_H
 #define QUENDIL_MAIN_IGMAINROOT_H
 
@@ -9,10 +9,10 @@ struct RootChange {
 };
 
 /// If only the effective user is root, makes the process fully root: user, group, no supplementary
-/// groups, and a new environment. Of the user's variables only checked time-zone and locale values
-/// reach the tools, which run as root and, unlike this program, do not know that another user
-/// started them. Call it before anything reads the environment, and so before anything can be
-/// reported.
+/// groups, and a new environment. Only checked time-zone and locale values of the user reach the
+/// tools: they run as root and, unlike this program, in the C library's normal mode, in which it
+/// trusts the environment. Call it before anything reads the environment; at that time nothing can
+/// be reported yet.
 RootChange IgMainBecomeRoot();
 
 /// Reports the call that failed. Returns 0 when none did, else -1.

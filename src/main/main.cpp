@@ -33,21 +33,22 @@
 
 namespace {
 
-// Otherwise the next file that is opened would get a closed standard descriptor, and messages would
-// be written to that file.
+// Opens the standard descriptors that are closed. Otherwise the next file that is opened would get
+// one of their numbers, and messages would be written to that file.
 void openStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        // open() returns the lowest free descriptor: this one. Without a null device, anything that
-        // cannot be written will do.
+        // open() returns the lowest free descriptor, which is `fd`. Without a null device, it is
+        // the root directory, which cannot be written to.
         if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", O_RDWR) == -1) {
             static_cast<void>(::open("/", O_RDONLY | O_DIRECTORY));
         }
     }
 }
 
-// Signal settings of the caller must not end the run or lose its children: a closed pipe or a
-// file-size limit only makes a write fail, and finished children stay until waited for.
-void settleSignals() {
+// Replaces signal settings of the caller that could end the run or lose the status of its children:
+// a closed pipe or a file-size limit only makes a write fail, and a child that has ended stays
+// until it is waited for.
+void setSignals() {
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
     ::signal(SIGCHLD, SIG_DFL);
@@ -73,7 +74,7 @@ void chooseLocale() {
 
 RootChange prepareProcess() {
     openStandardDescriptors();
-    settleSignals();
+    setSignals();
     const RootChange change = IgMainBecomeRoot();
     // tar and gzip read options from these; a run's result must not depend on them.
     ::unsetenv("TAR_OPTIONS");
@@ -91,7 +92,7 @@ void recordStart() {
     IgCmnMsgHist(ZEPA301_I, QUENDIL_VERSION, now.data());
 }
 
-// Grows `argument` to `needed` bytes and some more.
+// Grows `main_run.argument` to at least `needed` bytes; the spare ones save reallocations.
 bool growArgument(std::uint32_t needed) {
     if (main_run.argument != nullptr && main_run.argument_size >= needed) {
         return true;
@@ -108,7 +109,7 @@ bool growArgument(std::uint32_t needed) {
 
 // Joins all arguments in one printable string; one that contains a blank is put in single quotes.
 bool joinArguments(int argc, char** argv) {
-    std::size_t present = 0;  // length so far; no strlen, because there may be very many
+    std::size_t present = 0;  // length so far: a strlen for each of very many would be slow
     for (int i = 1; i < argc; ++i) {
         LocalPool local;
         const char* argument = IgCmnStrPrintable(local.get(), argv[i], Tabs::KEPT);
@@ -193,7 +194,7 @@ void collectAndClean() {
     }
 }
 
-// Runs the steps in their order. One that fails has reported why and ends the run.
+// Runs the steps in their order. A step that fails has reported it, and ends the run.
 void run(int argc, char** argv) {
     const RootChange change = prepareProcess();
     recordStart();

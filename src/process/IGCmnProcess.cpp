@@ -33,7 +33,8 @@ int IgCmnProcRun(proc_ctl& ctl) {
 }
 
 // Distinguishes a child that could not run its program from a tool that merely exits with 255: the
-// child's first line is a message of this program.
+// first line of its error output is a message of this program. Copies that output to the run log,
+// except for a missing tar or gzip, which the archive maker reports itself.
 bool IgCmnProcCheckToolMsg(const char* path) {
     if (path == nullptr) {
         return false;
@@ -123,8 +124,8 @@ int IgCmnExecCmdlineStr(const char* path, const char* command_line, exec_req* re
 
 namespace {
 
-// Common part of IgCmnExecCommand and IgCmnExecCommandWords: `run` starts the request, whose output
-// paths are set here.
+// Common part of IgCmnExecCommand and IgCmnExecCommandWords: sets the output paths of a request and
+// runs it with `run`.
 template <typename Run>
 int runCommand(Run run) {
     std::array<char, PATH_MAX + 1> stderr_path{};

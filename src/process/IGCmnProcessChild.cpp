@@ -24,8 +24,8 @@
 
 namespace {
 
-// Ends the program when this run is killed, so that it does not run on. (The kernel forgets this
-// for a set-user-ID program.)
+// Lets the kernel kill the program when this run is killed, so that it does not run on. The kernel
+// clears this setting when a set-user-ID program is executed.
 void dieWithParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     const pid_t now = ::getppid();
@@ -84,7 +84,7 @@ void closeFrom(int first) {
     }
 }
 
-// Gives a tool the signal actions that a shell would give it, regardless of this program's own.
+// Sets the signal actions that a shell would give a tool, regardless of this program's own.
 void restoreSignals(const sigset_t& mask) {
     for (const int signo : {SIGINT, SIGTERM, SIGPIPE, SIGXFSZ}) {
         ::signal(signo, SIG_DFL);

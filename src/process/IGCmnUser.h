@@ -1,5 +1,5 @@
-// Switches to another effective user for a while. The program does not call this unit, which is
-// alone in its file so that it is not linked: a static C library loads libraries to look up a user.
+// Switches to another effective user and back. The program does not call this unit; it is a file of
+// its own so that it is not linked: a static C library loads shared libraries to look up a user.
 #ifndef QUENDIL_PROCESS_IGCMNUSER_H
 #define QUENDIL_PROCESS_IGCMNUSER_H
 

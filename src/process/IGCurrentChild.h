@@ -14,7 +14,7 @@
 struct CurrentChild {
     std::atomic<pid_t> pid = 0;          // 0 when no child is running
     std::atomic<int> reaped = 0;         // 1 once the handler has reaped the child
-    std::atomic<int> reaped_status = 0;  // its wait status in that case; may be 0
+    std::atomic<int> reaped_status = 0;  // then: its wait status
     std::atomic<int> stop_failure = 0;   // 1 once waiting for or stopping a child has failed
     // a failure in the handler; a later one overwrites an earlier one
     std::atomic<const char*> failed_call = nullptr;  // null: none

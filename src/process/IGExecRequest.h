@@ -11,7 +11,7 @@ struct exec_req {
     const char* command_path = nullptr;  // for execv; also shown in messages
     char* const* argv = nullptr;         // ends in a null; element 0 is the command as written
     const char* stdout_path = nullptr;   // null leaves the standard output as it is
-    mode_t directory_mode = 0777;        // of directories made for it
+    mode_t directory_mode = 0777;        // of missing directories in stdout_path
     const char* stderr_path = nullptr;   // null leaves the standard error as it is
     std::int32_t timeout = 0;            // seconds; below 1 no time-out
     std::int32_t timeout_signal = -1;    // -1: none given, SIGTERM is sent
@@ -23,6 +23,6 @@ inline constexpr int EXEC_OK = 0;           ///< exit code 0
 inline constexpr int EXEC_NONZERO = 1;      ///< another exit code, or ended by a signal
 inline constexpr int EXEC_INTERRUPTED = 2;  ///< IgCmnExecCommand...: the run was interrupted
 inline constexpr int EXEC_TIMEOUT = -10;    ///< the time-out passed
-inline constexpr int EXEC_FAILED = -1;      ///< the command could not be run
+inline constexpr int EXEC_FAILED = -1;      ///< the command could not be run (reported)
 
 #endif

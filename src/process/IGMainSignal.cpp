@@ -15,7 +15,7 @@ namespace {
 enum class Poll {
     RUNNING,
     REAPED,
-    FAILED,  // recorded
+    FAILED,  // recorded in `crnt_child`
 };
 
 void recordFailure(const char* call, int error, SourcePlace place = SourcePlace::current()) {
@@ -76,8 +76,8 @@ bool endsInTime() {
     return result == Poll::REAPED;
 }
 
-// A process that survives SIGKILL hangs in the kernel, on a device or a file server that is gone.
-// It is left behind when the run's patience is used up.
+// Waits for a child after SIGKILL. One that survives it hangs in the kernel, on a device or a file
+// server that does not respond. It is left behind when the run's patience is used up.
 void waitForKilled() {
     constexpr long ROUND = 50000;
     Poll result = poll();

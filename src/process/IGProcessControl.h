@@ -13,13 +13,13 @@ struct proc_ctl {
     exec_req* request = nullptr;
     pid_t pid = 0;
     LocalPool pool{};
-    char* stdout_file = nullptr;  // the normalised paths, once redirected
+    char* stdout_file = nullptr;  // the normalised paths, once redirected; from the pool
     char* stderr_file = nullptr;
-    FdGuard saved_stdout{};
+    FdGuard saved_stdout{};  // this program's own, until the child is started
     FdGuard saved_stderr{};
     int status = 0;  // as returned by waitpid
     bool timed_out = false;
-    bool killed = false;  // SIGKILL was sent: nothing more can be tried
+    bool killed = false;  // SIGKILL was sent after the time-out: there is no stronger signal
     bool unsent = false;  // a signal could not be sent: the stop counts as failed
 };
 

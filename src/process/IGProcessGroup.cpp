@@ -52,7 +52,7 @@ bool readProcess(const char* pid, Process& process) {
     return fd && ::read(fd.get(), line.data(), line.size() - 1) > 0 && parse(line.data(), process);
 }
 
-// A process whose first thread alone has ended has the same state as a dead one.
+// Checks the number of threads too: if only the first thread has ended, the state is also "Z".
 bool isDead(const Process& process) {
     return (process.state == 'Z' || process.state == 'X') && process.threads <= 1;
 }

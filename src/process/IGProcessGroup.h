@@ -4,10 +4,11 @@
 
 #include <sys/types.h>
 
-/// Whether processes of a group are still alive. The leader is a child that has ended and is not
-/// reaped: until then the group keeps its number, but kill(2) counts the leader and every other
-/// dead process as a member. So it reads "/proc".
-/// @return true also when "/proc" cannot answer, as on a machine without a "/proc" of its own
+/// Whether processes of a group are still alive. Reads "/proc", because kill(2) counts zombies as
+/// members.
+/// @param leader a child that has ended and is not reaped, so that no other group gets its number
+/// @return true also when "/proc" does not show the leader as such a child: it is missing, or that
+/// of another pid namespace
 bool processGroupLives(pid_t leader);
 
 #endif

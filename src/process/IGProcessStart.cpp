@@ -24,8 +24,9 @@ bool isNullDevice(const char* path) {
     return std::strcmp(path, NULL_DEVICE) == 0;
 }
 
-// Replaces a standard descriptor by a copy of `fd`; `saved` gets a copy of the old one.
-bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
+// Replaces a standard descriptor by a copy of `fd`; `saved` gets a copy of the old one. False after
+// reporting.
+bool replaceDescriptor(int fd, int standard_fd, FdGuard& saved) {
     saved.reset(::fcntl(standard_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!saved) {
         IgCmnSysErrPlain("dup", errno, runnerPlace());
@@ -38,9 +39,10 @@ bool putInPlace(int fd, int standard_fd, FdGuard& saved) {
     return true;
 }
 
-// Finds a path that must not be replaced by an output: removing a device or directory would damage
-// the machine; writing to one could change it or block for ever. 0, or the error that is reported.
-int notAnOutput(const char* file) {
+// Checks that an output may replace a path. Only a regular file, a symlink or a free name may be
+// replaced: removing a device or a directory would damage the machine, writing to a device could
+// change it or block for ever. 0, or the error number to report.
+int checkReplaceable(const char* file) {
     struct stat st = {};
     if (::lstat(file, &st) != 0 || S_ISREG(st.st_mode) || S_ISLNK(st.st_mode)) {
         return 0;
@@ -48,14 +50,14 @@ int notAnOutput(const char* file) {
     return S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
 }
 
-// Prepares the path of the standard output. After a failure, only the file that is in `ctl` may be
-// removed.
+// Prepares the path of the standard output. `ctl` has no path while it is checked: the caller
+// removes the file that `ctl` names after a failure, and this one may not be an output.
 bool prepareOutput(proc_ctl& ctl) {
     char* const file = std::exchange(ctl.stdout_file, nullptr);
     if (IgCmnFileCreateDirAllPath(file, ctl.request->directory_mode) != 0) {
         return false;
     }
-    if (const int error = isNullDevice(file) ? 0 : notAnOutput(file); error != 0) {
+    if (const int error = isNullDevice(file) ? 0 : checkReplaceable(file); error != 0) {
         IgCmnSysErrPath("open", error, file, runnerPlace());
         return false;
     }
@@ -79,7 +81,7 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
     const bool null_device = isNullDevice(file);
     const bool gone = !null_device && (std::remove(file) == 0 || errno == ENOENT);
     if (which == STANDARD_ERROR && !isArchiving() && ctl.request->stdout_path != nullptr) {
-        return putInPlace(STDOUT_FILENO, standard_fd, saved);
+        return replaceDescriptor(STDOUT_FILENO, standard_fd, saved);
     }
     // Never write to a file planted after remove(): a symlink would redirect the output, another
     // user's file would reveal it, a FIFO would block. The mode is given here, because a default
@@ -91,7 +93,7 @@ bool IgCmnProcRedirect(proc_ctl& ctl, const char* path, Redirected which) {
         IgCmnSysErrPath("open", errno, file, runnerPlace());
         return false;
     }
-    return putInPlace(fd.get(), standard_fd, saved);
+    return replaceDescriptor(fd.get(), standard_fd, saved);
 }
 
 void restoreDescriptor(FdGuard& saved, int standard_fd) {

@@ -5,8 +5,9 @@
 #include "process/IGProcessControl.h"
 
 /// Redirects the output as requested and starts the child, whose pid is stored in `ctl` and
-/// `crnt_child`. False after reporting; false without a report when the run was interrupted before.
-/// If redirecting the error output fails, the already redirected output stays redirected.
+/// `crnt_child`, then restores this program's own output. False after reporting; false without a
+/// report when the run was interrupted before. If a redirection fails, this program's own standard
+/// descriptors that were already redirected stay so.
 bool startProcess(proc_ctl& ctl);
 
 /// Removes the file of the redirected output, unless it is "/dev/null". Reports nothing: the

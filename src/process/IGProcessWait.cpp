@@ -35,7 +35,7 @@ pid_t reap(proc_ctl& ctl) {
     return result;
 }
 
-// Whether the tool has ended, is not reaped yet, and other processes of its group still run.
+// Whether the tool has ended but is not reaped, and other processes of its group still run.
 bool leavesOthers(pid_t pid) {
     return endedChild(pid) > 0 && processGroupLives(pid);
 }
@@ -43,7 +43,7 @@ bool leavesOthers(pid_t pid) {
 // Signals the child or, with a negative number, its group, unless the handler has reaped the child:
 // its number may then belong to another process. 0 or the error.
 int signalChild(pid_t target, int signo) {
-    const InterruptionBlock block;  // it must not be reaped between the check and the signal
+    const InterruptionBlock block;  // the handler must not reap it between the check and the signal
     return crnt_child.reaped == 0 && signalProcess(target, signo) == -1 ? errno : 0;
 }
 
@@ -98,7 +98,8 @@ class TimedWait {
         sleepRounds(KILL_ROUNDS, SHORT_STEP);
     }
 
-    // True when a call's result ends the wait. `error` is 0 for a successful call.
+    // Whether the wait must end: the handler has run, or the call failed, which is reported.
+    // `error` is 0 for a successful call.
     bool isOver(const char* call, int error, SourcePlace place = runnerPlace()) {
         if (crnt_child.reaped != 0 || run_state.interrupted != 0 || error == EINTR) {
             state_ = Wait::OVER;  // the handler has done all it can
@@ -130,7 +131,7 @@ class TimedWait {
         isOver("kill", error);
     }
 
-    // Sleeps, but wakes when the child ends if the kernel has pidfd_open.
+    // Sleeps; if the kernel has pidfd_open, wakes when the child ends. Then checks the child.
     void sleepAndPoll(long microseconds) {
         fd_set ended;
         FD_ZERO(&ended);
@@ -149,8 +150,8 @@ class TimedWait {
     proc_ctl& ctl_;
     FdGuard child_;
     Wait state_ = Wait::RUNNING;
-    bool spares_group_ = false;      // the tool's group keeps its time after the tool's own end
-    bool only_others_left_ = false;  // the tool has ended: no end to watch for
+    bool spares_group_ = false;      // after the tool's end its group has the rest of its time
+    bool only_others_left_ = false;  // the tool has ended: its pidfd stays readable
 };
 
 // Waits without a limit. The call that sleeps does not reap the child: reaping it and clearing its
@@ -158,7 +159,7 @@ class TimedWait {
 void waitWithoutLimit(proc_ctl& ctl) {
     siginfo_t info = {};
     const auto pid = static_cast<id_t>(ctl.pid);
-    int error = EINTR;  // if the handler could not end the child, waiting would never end
+    int error = EINTR;  // after an interruption: a child that the handler could not end may run on
     if (run_state.interrupted == 0) {
         error = ::waitid(P_PID, pid, &info, WEXITED | WNOWAIT) == -1 ? errno : 0;
     }

@@ -4,12 +4,12 @@
 
 #include "process/IGProcessControl.h"
 
-/// Waits until the child has ended or was given up, as requested, and records its wait status and
-/// whether it timed out. Failures are reported; a child that cannot be waited for is killed.
+/// Waits for the end of the child; after its time-out, stops it. Stores its wait status and whether
+/// it timed out in `ctl`. Failures are reported; a child that cannot be waited for is killed.
 void waitForChild(proc_ctl& ctl);
 
-/// Reports that a child could not be waited for or stopped (ZEPA148-W), and marks the run
-/// accordingly.
+/// Reports that a child could not be waited for or stopped: the failed call (ZEPA113-E) and the pid
+/// (ZEPA148-W). Records it for IgCmnProcReportStopFailure.
 void reportWaitFailure(const char* call, int error, pid_t pid, SourcePlace place);
 
 #endif

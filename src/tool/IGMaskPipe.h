@@ -16,7 +16,7 @@ struct MaskPipe {
 /// @param mask set on success; the caller must then call maskFinish()
 /// @param command argv[0] of the caller, for a machine without /proc
 /// @param most_bytes the size in bytes at which the filter ends when its output is a regular file
-///   (RLIMIT_FSIZE); a pipe has no limit
+/// (RLIMIT_FSIZE); a pipe has no limit
 /// @return 0, or -1 with errno set. If the filter cannot be executed, maskFinish() returns FAILED
 int maskStart(MaskPipe& mask, const char* command, rlim_t most_bytes);
 
