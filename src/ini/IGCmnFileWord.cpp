@@ -173,8 +173,8 @@ class WordReader {
         }
     }
 
-    // At the start of a word a backslash escapes three characters only, else it is a word by
-    // itself.
+    // At the start of a word, a backslash escapes only the three characters of isEscapable(); in
+    // front of any other it is a word by itself.
     int leadingEscapeMode(CharClass c) {
         if (isEscapable(c)) {
             return storeAndGo(WORD_TEXT, &WordReader::textMode);

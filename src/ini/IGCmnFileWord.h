@@ -34,7 +34,7 @@ inline constexpr std::int32_t WORD_LINE_LIMIT = 1025;
 /// The last word read. The caller zero-fills it once and passes it to every call; its buffers
 /// belong to the file handle's pool.
 struct read_word {
-    std::int32_t type;        // WordType; also read at the start of the next call
+    std::int32_t type;        // WordType; the next call counts a line after a line feed or comment
     char* text;               // the word, terminated
     std::uint32_t text_size;  // bytes allocated for `text`
     char* quoted;             // set when a quoted string ends: the same buffer as `text`

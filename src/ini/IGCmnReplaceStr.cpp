@@ -98,7 +98,7 @@ bool isKnown(const wchar_t* segment) {
            }) != nullptr;
 }
 
-// The replacement of a closed special string; "" when it is dropped.
+// The replacement of a closed special string; "" when it is dropped, null when memory runs out.
 const char* replacementOf(const char* name, int flag, const root_tbl* root, memory_pool* memoryp) {
     const char* value = IgCmnRepSpecialStr(name, flag, root, memoryp);
     if (value == nullptr) {

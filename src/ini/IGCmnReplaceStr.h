@@ -26,8 +26,8 @@ char* IgCmnRepSpecialStr(const char* name, int flag, const root_tbl* root, memor
 /// Expands every special string of the text (status null): a new string, null on failure
 /// (reported). An unknown or empty one is dropped; "%%" gives "%"; a "%" that is never closed stays
 /// with the text after it. With `status` the text is only checked: *status becomes 1 when a name is
-/// unknown or a "%" not closed, and the result is a constant that must not be freed. `flag` is not
-/// used.
+/// unknown or a "%" not closed, and the result is a constant that must not be freed, or null when
+/// the text cannot be converted (reported). `flag` is not used.
 char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_pool* memoryp,
                        int* status);
 

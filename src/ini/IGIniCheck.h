@@ -9,8 +9,8 @@
 /// wants to allow.
 int IgCmnFileCheckMode(const char* path, std::uint16_t bits);
 
-/// IgCmnIsAbsPath of the text after its leading double quotes; also 1 when that begins with "%": a
-/// special string expands to an absolute path.
+/// IgCmnIsAbsPath of the text after its leading double quotes; also 1 when that begins with "%",
+/// because a special string such as %d% expands to an absolute path.
 int IgCmnIsAbsPathIgnoreDQ(const char* path);
 
 /// Returns true when `path` is a directory whose owner may write to it and enter it, else false

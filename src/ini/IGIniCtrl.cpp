@@ -64,7 +64,7 @@ int readConfiguration(Ctrl& ctrl) {
     return result;
 }
 
-// The command line wins over the configuration file.
+// Options override the configuration file.
 int applyOptions(Ctrl& ctrl) {
     root_tbl& root = *ctrl.root;
     if (root.opt_directory != nullptr) {
@@ -84,7 +84,7 @@ int checkOutputDirectory(Ctrl& ctrl) {
     return directory == nullptr || isWritableDirectory(directory, directory) ? 0 : -1;
 }
 
-// The default archive must not exist yet; a name given with -o was checked with the options.
+// Checks that the archive's default names are free; a name given with -o was checked before.
 int checkDefaultNames(Ctrl& ctrl) {
     const root_tbl& root = *ctrl.root;
     if (root.output_file == nullptr || IgCmnIsAbsPathIgnoreDQ(root.output_file) != 0) {

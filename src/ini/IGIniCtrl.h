@@ -20,8 +20,8 @@ root_tbl* IgIniGetCmnRoot(memory_pool* memoryp);
 /// OPTION_HELP, CTRL_ALL_FAILED, CTRL_NOTHING_SELECTED or the configuration reader's result.
 int IgIniCtrl(int argc, char** argv, memory_pool* memoryp, root_tbl* root);
 
-/// Marks the blocks of the current pattern that match the TARGET selection (all if there is none)
-/// and returns how many it marked; the pool is not used.
+/// Selects the blocks of the current pattern that match the TARGET selection (all if there is
+/// none): sets their `skip` to 0. Returns their number. The pool is not used.
 int blockSelect(memory_pool* memoryp, root_tbl* root);
 
 /// The names of the list in ascending byte order, null entries last, as an array of `list->count`

@@ -146,7 +146,7 @@ int checkDirectory(const Parse& parse) {
     return 0;
 }
 
-// The archive's name must be free, with each of the suffixes that packing appends.
+// Checks that the archive's name is free with each of the suffixes that packing appends.
 int checkArchiveNames(const Parse& parse) {
     char* absolute = nullptr;
     if (IgCmnFileNormPath(parse.memoryp, parse.output_file, &absolute) != 0) {

@@ -24,8 +24,8 @@ int IgIniCkHelp(int argc, char** argv);
 int IgIniOption(int argc, char** argv, memory_pool* memoryp, root_tbl* root);
 
 /// Appends one -g or -t value to the list at `listpp`, making the list first when it is null. A
-/// value that begins with "-" is reported as missing after `prevOpt`. Returns 0, OPTION_ERROR or
-/// -1.
+/// value that begins with "-" is reported as a missing argument of `prevOpt` (ZEPA102-E). The root
+/// table is not used. Returns 0, OPTION_ERROR or -1.
 int setCollectOptValue(const char* prevOpt, const char* crntValue, memory_pool* memoryp,
                        IgCmnListHeader** listpp, root_tbl* root_tblp);
 

@@ -30,12 +30,13 @@ constexpr std::size_t DIRECTORY_LIMIT = 260;
 // Why reading stops.
 enum class Outcome {
     GOOD,
-    SYNTAX,            // reported with its line
-    SYNTAX_CHARACTER,  // the same, but the values of earlier lines are dropped
+    SYNTAX,            // reported with its line; the values of earlier lines count
+    SYNTAX_CHARACTER,  // a character that is not allowed: reported, and no value counts
     FAILED,            // reported where it happened
 };
 
-// The values while the file is read: they are copied to the root table at the end.
+// The values while the file is read. They are copied to the root table at the end, or up to a
+// syntax error.
 struct Values {
     char* output_dir;
     std::int32_t cleanup;
@@ -144,7 +145,7 @@ Outcome readSetting(Context& context, char* line) {
     return outcome;
 }
 
-// Whether the line holds a tab or a byte that no locale reads as an allowed character.
+// Whether the line has a tab, a NUL or a byte that is not ASCII.
 bool hasForbiddenByte(const char* line, std::size_t length) {
     return std::any_of(line, line + length, [](char c) {
         return c == '\0' || c == '\t' || static_cast<unsigned char>(c) >= 0x80;

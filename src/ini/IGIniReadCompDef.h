@@ -7,7 +7,8 @@
 struct root_tbl;
 
 /// Reads the configuration file into the root table: output base directory, cleanup and maximum
-/// output size, each unchanged if the file does not set it. Returns 0, or -1 after reporting.
+/// output size (in units of 512 bytes), each unchanged if the file does not set it. Returns 0, or
+/// -1 after reporting.
 int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* memoryp);
 
 #endif

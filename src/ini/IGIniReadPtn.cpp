@@ -220,7 +220,7 @@ Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char*
     return outcome == Outcome::GOOD ? keepCopy(reader, &tool.command_line_copy, value) : outcome;
 }
 
-// A path as written and without its enclosing double quotes.
+// Stores a path both as written and without its enclosing double quotes.
 Outcome storePath(Reader& reader, const char* value, char** bare, char** written) {
     char* path = IgCmnStrRemoveDQ(reader.memoryp, value);
     if (path == nullptr) {
@@ -240,7 +240,7 @@ Outcome storeRedirectPath(Reader& reader, const Keyword& /*keyword*/, const char
 
 // --- data items ---
 
-// Only the first DESCRIPTION is limited and has its "%%" collapsed; further ones are stored as
+// Only the first DESCRIPTION has a limit and "%%" replaced by "%"; further ones are stored as
 // written.
 Outcome storeDescription(Reader& reader, const Keyword& /*keyword*/, const char* value) {
     if ((reader.flags() & DATA_DESCRIPTION) != 0) {
@@ -380,8 +380,8 @@ constexpr Keyword KEYWORDS[] = {
      .store = storePathName},
 };
 
-// A general store function needs the member that it sets, and no other row has one. A keyword opens
-// a block, or stores a value and has a flag of its own.
+// Whether a row is complete. A general store function needs the member that it sets, and no other
+// row has one. A keyword opens a block, or stores a value and has a flag.
 constexpr bool isWhole(const Keyword& keyword) {
     const bool opens = keyword.opens != Context::NONE;
     return opens == (keyword.store == nullptr) && opens == (keyword.flag == 0) &&
@@ -399,8 +399,8 @@ constexpr int levelOf(Context context) {
     return context == Context::NONE ? 1 : context == Context::BLOCK ? 2 : 3;
 }
 
-// A keyword is found only where it is valid: in its own kind of block and at that block's level,
-// which differ while a block keyword still lacks its brace.
+// Finds a keyword only where it is valid: in its own kind of block and at that block's level. The
+// two do not agree while the opening brace of a block is missing.
 const Keyword* getKeyword(const Reader& reader, const char* word) {
     for (const Keyword& keyword : KEYWORDS) {
         if (keyword.where == reader.context && levelOf(keyword.where) == reader.level &&
@@ -446,7 +446,7 @@ Outcome openContext(Reader& reader) {
 }
 
 Outcome closeContext(Reader& reader) {
-    // A level without its context, or the other way round, is a block that was never opened.
+    // The level and the context differ when a block keyword had no opening brace.
     if (reader.level == 1 || levelOf(reader.context) != reader.level) {
         return Outcome::SYNTAX;
     }
@@ -662,8 +662,8 @@ int report(const Reader& reader, Outcome outcome, int line_no) {
     if (outcome == Outcome::GOOD || outcome == Outcome::NO_MEMORY) {
         return outcome == Outcome::GOOD ? 0 : -1;
     }
-    // The directory may contain any name: none may forge a line of the log or send control
-    // characters to the terminal.
+    // A file in the pattern directory may have any name: none may forge a line of the log or send
+    // control characters to the terminal.
     LocalPool local;
     const char* shown = IgCmnStrPrintable(local.get(), reader.file_name);
     if (shown == nullptr) {

@@ -6,7 +6,7 @@
 
 struct root_tbl;
 
-/// Result for a file that is skipped, after its warning.
+/// Result for a file that is skipped, after a warning or the report of an interruption.
 inline constexpr int PTN_SKIPPED = 9;
 
 /// Reads one pattern file into the root table's current pattern (`crnt_ptn_def`, asserted

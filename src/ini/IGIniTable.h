@@ -1,5 +1,5 @@
-// The tables of one run: the root table with its whole configuration, and the pattern tables with
-// their blocks and items. Everything in them lives in the run's main pool.
+// The tables of one run: the root table with its whole configuration and state, and the pattern
+// tables with their blocks and items. The run's main pool owns everything in them.
 #ifndef QUENDIL_INI_IGINITABLE_H
 #define QUENDIL_INI_IGINITABLE_H
 
@@ -60,8 +60,8 @@ enum FileType : std::int32_t {
 /// Values of a TOOL_BLOCK.
 struct tool_block {
     std::int32_t timeout;           // seconds; below 1 none
-    std::int32_t timeout_signal;    // signal number
-    std::int32_t wait_termination;  // seconds
+    std::int32_t timeout_signal;    // number of the signal that is sent when the time is over
+    std::int32_t wait_termination;  // seconds from that signal to SIGKILL
     char* command_line;             // as written
     char* command_line_copy;        // as written, a second time
     char* redirect_path;            // without enclosing double quotes; null when not given
@@ -108,10 +108,11 @@ struct pickptn_tbl {
     char* output_dir;          // where the pattern's data goes, set when collecting
 };
 
-/// Number of the special strings %reg0% to %reg9%, which have no values here.
+/// Number of the special strings %reg0% to %reg9%, which are reserved and never have a value.
 inline constexpr std::size_t REG_COUNT = 10;
 
-/// Cleanup is OFF by default: a run deletes nothing unless the configuration file sets it ON.
+/// Whether a run that fails or is interrupted while it collects deletes its output directory. OFF,
+/// unless the configuration file sets it ON.
 inline constexpr std::int32_t CLEANUP_OFF = 1;
 inline constexpr std::int32_t CLEANUP_ON = 0;
 
@@ -150,10 +151,10 @@ struct root_tbl {
     ino_t output_inode;
     bool output_held;              // users other than root can replace its path
     int output_fd;                 // then: its O_PATH descriptor, until the process ends
-    bool output_kept;              // the directory is the last complete copy of the data
+    bool output_kept;              // the archive may be incomplete: the directory is kept
     bool tools_ran;                // a tool may have written into the output
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
-    std::int64_t max_output_size;  // as configured; 0 or less is no limit
+    std::int64_t max_output_size;  // in units of 512 bytes; 0 or less is no limit
     IgCmnListHeader selected;      // pickptn_tbl, in the order their files were read
     pickptn_tbl* crnt_ptn_def;     // the pattern being read
 };

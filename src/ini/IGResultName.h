@@ -7,7 +7,8 @@
 
 struct root_tbl;
 
-/// Names the output directory and, without -o, the archive.
+/// Name of the output directory and, without -o, of the archive, before its special strings are
+/// expanded.
 inline constexpr const char* OUTPUT_NAME_TEMPLATE = "%HOST%_%YY%%MM%%DD%%hh%%mm%%ss%";
 
 // Every path is a string of the pool; null when memory runs out (reported).
