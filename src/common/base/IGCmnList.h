@@ -31,7 +31,7 @@ struct IgCmnListFindHandle {
 int IgCmnListAdd(memory_pool* memoryp, IgCmnListHeader* list, void* value);
 /// Begins a walk: returns the first value, null when the list is empty. Both are asserted non-null.
 void* IgCmnListFindFirst(const IgCmnListHeader* list, IgCmnListFindHandle* handle);
-/// Returns the next value; null at the end, from where the walk does not move. Asserted non-null.
+/// Returns the next value; null at the end, and again if called after it. Asserted non-null.
 void* IgCmnListFindNext(IgCmnListFindHandle* handle);
 
 /// 1 when the list of strings has an equal one (bytes compared); 0 also when either is null.
@@ -42,10 +42,12 @@ int IgCmnListIntersects(const IgCmnListHeader* first, const IgCmnListHeader* sec
 /// Issues the message once per string of the list, in order; for a null list once, with "".
 void IgCmnListPrint(int message, const IgCmnListHeader* list);
 
-/// Appends to the list at `listp`, making its header first when it is null. The new count, or -1.
+/// Appends to the list at `listp`, making its header from the pool first when it is null. Returns
+/// the new count, or -1 when memory runs out.
 int IgCmnListAppend(memory_pool* memoryp, IgCmnListHeader** listp, void* value);
 
-/// Appends a copy of the name, making the list when it is null; both from the pool. 0, or -1.
+/// Appends a copy of the string, making the list when it is null; both from the pool. Returns 0, or
+/// -1 when memory runs out.
 int makeList(const char* find_file, IgCmnListHeader** search_file_list, memory_pool* memoryp);
 
 /// A typed walk: `for (const char& s : walkList<const char>(list))` iterates over the values as

@@ -258,7 +258,7 @@ void* IgCmnMemoryAlloc(memory_pool* memoryp, std::size_t size) {
     IG_ASSERT_NOT_NULL(memoryp);
     void* block = allocLocked(memoryp, size);
     if (block == nullptr) {
-        // Once the mutex is unlocked: the message module allocates from a pool itself.
+        // After the mutex is unlocked, because the report may allocate from a pool itself.
         IgCmnMsg<ZEPA122_E>();
     }
     return block;

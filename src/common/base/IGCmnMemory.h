@@ -27,8 +27,8 @@ void IgCmnMemoryEnd();
 [[nodiscard]] void* IgCmnMemoryRealloc(memory_pool* memoryp, void* old, std::size_t old_size,
                                        std::size_t new_size);
 
-/// Frees one block; `size` is the size in bytes it was allocated with (a text: length + 1). A
-/// pointer that is no block of that size class is ignored. Never free a block twice. A null pointer
+/// Frees one block; `size` is the size in bytes with which it was allocated (a text: length + 1). A
+/// pointer that is no block of that size is ignored. Never free a block twice. A null pointer
 /// with size 0 frees the whole pool and sets the handle to null.
 void IgCmnMemoryFree(memory_pool* memoryp, void* block, std::size_t size);
 

@@ -49,10 +49,10 @@ int IgCmnStrIsAscii(const char* text);
 /// Compares, ignoring the case of ASCII letters: below 0, 0 or above 0.
 int IgCmnStrCmpi(const char* first, const char* second);
 
-/// Replaces every single-byte character that is no letter or digit with "_". 0 with the new string
-/// in `result`, or -1.
+/// Copies a text with "_" for every single-byte character that is no letter or digit. 0 with the
+/// new string in `result`, or -1.
 int IgCmnStrToFileName(memory_pool* memoryp, const char* text, char** result);
-/// The same, and every character that is not allowed becomes "__": safe for a host name.
+/// The same for a host name: every character that IgCmnStrIsAsciiChar does not allow becomes "__".
 int IgCmnStrHostToFileName(memory_pool* memoryp, const char* text, char** result);
 
 /// Finds the last "/" of a text of bytes or wide characters; null when it has none.
@@ -66,7 +66,8 @@ Char* lastSlash(Char* text) {
 }
 /// The part of a path after the last "/"; the whole path when it has none.
 const char* lastComponent(const char* path);
-/// Truncates a path before its last "/". False when its parent is the root, or it has no parent.
+/// Truncates a path before its last "/". False, with the path unchanged, when its parent is the
+/// root or it has no "/".
 bool cutToParent(char* path);
 
 /// Copies the text before the last "/"; `result` is null when there is no slash or it is the first
@@ -87,8 +88,8 @@ int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);
 /// reallocated to exactly the needed length plus one. 0, or -1 when memory runs out.
 int concat_data(memory_pool* memoryp, char** destination, std::uint32_t* size, const char* source);
 
-/// Replaces every "%%" with "%", in place; a string of one character stays. 0, or -1 when it cannot
-/// be converted.
+/// Replaces every "%%" with "%", in place. 0, or -1 when the text cannot be converted or memory
+/// runs out.
 int IgCmnStrUnescapePercent(char* text);
 
 /// Writes the number with at least two digits to a new string in `out`. 0, or -1.

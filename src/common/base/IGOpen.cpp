@@ -33,7 +33,7 @@ int openFlags(const char* mode) {
     return accessFlags(mode) | O_NONBLOCK | O_NOCTTY;
 }
 
-// Opens a file by its name, if it is still the file that was found.
+// Opens a file by its name, and closes it again if it is not the file that was found.
 int openSameFile(const char* path, const struct stat& found, int flags) {
     FdGuard fd(::open(path, flags, 0));
     struct stat st = {};
@@ -50,9 +50,9 @@ int openSameFile(const char* path, const struct stat& found, int flags) {
 // Opens without waiting, but retries for up to a second while another process holds a lease on the
 // file: the kernel asks that process to release it, and a file server does so at once.
 int openLeased(const char* path, int flags) {
-    constexpr long STEP = 50000;
+    constexpr long STEP = 50000;  // microseconds
     constexpr long TRIES = roundsIn<SECOND, STEP>();
-    static long left_of_run = 10 * TRIES;  // one user may hold leases on very many files
+    static long left_of_run = 10 * TRIES;  // 10 s in all: a user may hold leases on many files
     for (long left = TRIES;; --left) {
         const int fd = ::open(path, flags, 0);
         if (fd != -1 || errno != EWOULDBLOCK || left == 0 || left_of_run == 0 ||

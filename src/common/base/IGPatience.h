@@ -20,7 +20,7 @@ consteval long roundsIn() {
     return SPAN / STEP;
 }
 
-/// True when the run is interrupted and has used up its whole waiting time.
+/// True when the run is interrupted and has used up its patience, the time that it may still wait.
 inline bool isPatienceOver() {
     return run_state.interrupted != 0 && run_state.patience <= 0;
 }

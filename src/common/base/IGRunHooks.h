@@ -8,7 +8,7 @@
 /// Functions of the upper layers; a null one is skipped.
 struct RunHooks {
     /// Ends the run after a failed write to the run log, which is already closed: stops a running
-    /// child, removes an incomplete output, runs the end routine. Returns the exit status.
+    /// child, removes the output if cleanup is ON, runs the end routine. Returns the exit status.
     int (*end_after_log_failure)() = nullptr;
     /// Reports that the run was interrupted, and what the signal handler could not stop. Called
     /// once.

@@ -15,7 +15,8 @@ inline constexpr int RETCODE_DIRECTORY = 20;  ///< the output directory, not pac
 inline constexpr int RETCODE_ARCHIVE = 10;    ///< the ".tar" archive, not compressed
 inline constexpr int RETCODE_COMPRESSED = 0;  ///< the compressed archive
 
-/// The file-creation mask for every file that the program makes for itself.
+/// The file-creation mask for the files that the program makes for itself: only the owner may read
+/// and write them.
 inline constexpr mode_t PRIVATE_MASK = 066;
 
 /// Value of the super-user cache before the first check.
@@ -63,8 +64,8 @@ extern RunState run_state;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<long>::is_always_lock_free,
               "the signal handler writes these");
 
-/// True while the archiver runs: its programs get neither a process group nor a joined output of
-/// their own.
+/// True from the start of the archive phase, by the return code. The archiver's programs stay in
+/// our process group, and their standard error is not joined to their standard output.
 inline bool isArchiving() {
     const int code = run_state.ret_code;
     return code == RETCODE_ARCHIVE || code == RETCODE_DIRECTORY;
@@ -88,7 +89,7 @@ int IgMainIsSuperUserCached();
 /// Ignores the interrupting signals from now on.
 void IgMainIgnoreSignals();
 
-/// Records an interruption that a child died of: a shell command that SIGINT ended.
+/// Records an interruption by a signal that ended a shell command, and ignores further ones.
 void IgMainSetInterrupted(int signal_no);
 
 #endif

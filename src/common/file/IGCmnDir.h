@@ -13,7 +13,8 @@
 #include "common/base/IGCmnMemory.h"
 #include "common/report/IGCmnMessage.h"
 
-/// Result of the listing functions: nothing matched, or a reported failure.
+/// Result of the functions that list: a reported failure; of IgCmnFileMakeList also that nothing
+/// matched.
 inline constexpr int FILE_LIST_FAILED = 9;
 
 /// The result of a listing.
@@ -55,8 +56,8 @@ int IgCmnDirReadNames(const char* directory, const char* wildcard, IgCmnListHead
 /// value is an error of the comparison.
 int matchName(const char* wildcard, const char* name);
 
-/// Reads the entries of an open directory like IgCmnDirReadNames, with the same results, and calls
-/// `take` with each (const struct dirent&), until it returns false because memory ran out.
+/// As IgCmnDirReadNames, for an open directory, which stays open: calls `take` with each entry
+/// (const struct dirent&) that matches, until it returns false because memory ran out. Same result.
 /// @param directory its path, for the reports
 template <typename Take>
 int readNames(DIR* dir, const char* directory, const char* wildcard, Take take) {

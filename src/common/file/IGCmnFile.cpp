@@ -12,7 +12,6 @@
 #include "common/base/IGGuards.h"
 #include "common/base/IGOpen.h"
 #include "common/file/IGCmnPath.h"
-#include "common/file/IGInodeSet.h"
 #include "common/file/IGShell.h"
 #include "common/report/IGCmnMessage.h"
 

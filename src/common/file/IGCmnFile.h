@@ -45,7 +45,8 @@ int IgCmnFileMkdir(const char* path);
 /// The same with another mode.
 int makeDirectoryWithMode(const char* path, mode_t mode);
 /// Makes every missing directory of an absolute path, up to its last "/", so that a file's path
-/// makes the directories above the file. They get `mode`, regardless of the umask. 0, or -1.
+/// makes the directories above the file. They get `mode`, regardless of the umask. 0, or -1 after
+/// reporting; a relative path gives -1 without a report.
 int IgCmnFileCreateDirAllPath(const char* dirpath, mode_t mode = 0777);
 
 /// Removes a file or a whole tree with "/bin/rm". 0, or 1 after reporting.

@@ -1,4 +1,4 @@
-// Walks all files and directories that a data item names.
+// Lists all files and directories that a data item names, and sums the sizes of a tree.
 #ifndef QUENDIL_COMMON_FILE_IGCMNTREE_H
 #define QUENDIL_COMMON_FILE_IGCMNTREE_H
 
@@ -12,7 +12,7 @@
 struct FileEntry {
     const char* path;                  // bytes as read from the directory
     bool is_directory;                 // when it was listed (symlinks followed)
-    bool is_link;                      // opening it must check and follow symlinks
+    bool is_link;                      // it may be a symlink: sourceOfEntry follows it
     const SourceDirectory* directory;  // its directory; null for what the search itself names
 };
 

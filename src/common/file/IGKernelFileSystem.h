@@ -9,8 +9,8 @@
 /// reporting "statfs".
 int liesInKernelFileSystem(const char* path);
 
-/// The same for an open file. Caches the last device, so consecutive files on one device need one
-/// system call.
+/// The same for an open file. Caches the result for the last device, so consecutive files on one
+/// device need one system call.
 /// @param device the descriptor's, from fstat(2)
 /// @param path its path, for the report
 int kernelFileSystemOf(int fd, dev_t device, const char* path);

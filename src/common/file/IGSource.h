@@ -1,6 +1,6 @@
 // Sources: the files and directories of the machine that are collected. Users keep working
-// meanwhile: in a directory that a user can write to, he can replace any entry at any moment, a
-// file by a symlink to a file that only root can read, a directory by an endless tree. This unit
+// meanwhile: a user can replace any entry of a directory that he can write to at any moment, a file
+// by a symlink to a file that only root can read, a directory by an endless tree. This unit
 // alone decides whether a path is root's own, and it alone opens sources. It reports only a failed
 // statfs; errno has every other error.
 #ifndef QUENDIL_COMMON_FILE_IGSOURCE_H
@@ -35,7 +35,7 @@ inline bool leadsNowhere(int error) {
 
 /// A directory whose entries are collected.
 struct SourceDirectory {
-    const char* path;  // absolute, and no component is a link
+    const char* path;  // absolute, and no component is a symlink
     bool own;          // this directory and all above it are root's own
 };
 
@@ -45,7 +45,7 @@ struct Source {
     FdGuard fd;         // O_PATH, close-on-exec
     struct stat st {};  // of the descriptor
     bool own = false;   // every directory on the way to it is root's own
-    std::array<char, std::size_t{PATH_MAX}> path{};  // absolute, without links
+    std::array<char, std::size_t{PATH_MAX}> path{};  // absolute, without symlinks; "" for the root
 };
 
 /// Walks along an absolute path, name by name, and follows its symlinks. In a directory that is not
@@ -53,7 +53,8 @@ struct Source {
 /// and when it does not lead into a kernel file system.
 /// @param ours an output directory of the program (without symlinks on its path), which no other
 ///             user can enter: everything in it counts as root's own; or null
-/// @return false with errno set: LINK_REFUSED, or as open(2) sets it
+/// @return false with errno set: LINK_REFUSED, or as open(2) sets it. `source` then has no
+/// descriptor; its `own` is about the directories up to where the walk ended
 bool sourceFollow(const char* path, Source& source, const char* ours = nullptr);
 
 /// Opens an entry that was no symlink when its directory was read. Where the directory is not
@@ -66,9 +67,10 @@ bool sourceOpenEntry(const SourceDirectory& directory, const char* path, Source&
 /// errno set.
 DIR* sourceOpenDirectory(const SourceDirectory& directory);
 
-/// Opens the regular file of `source` for reading. Waits at most a second for a process that holds
-/// a lease on the file to finish writing. The descriptor, close-on-exec, or -1 with errno set
-/// (ENOTSUP when it is no regular file).
+/// Opens the regular file of `source` for reading (reopenForReading). While another process holds a
+/// lease on the file, retries for up to a second.
+/// @return the descriptor, close-on-exec, which the caller closes; -1 with errno set (ENOTSUP when
+/// it is no regular file)
 int sourceOpenForReading(const Source& source);
 
 #endif

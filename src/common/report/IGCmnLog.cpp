@@ -45,7 +45,7 @@ bool isThere(const char* path) {
     return ::stat(path, &st) == 0;
 }
 
-// Makes way for a new run log: renames the current one to the old one's name.
+// Renames the current run log to the name of the old one, which is removed.
 bool rotateRunLog(const Path& current, const Path& old) {
     if (!isThere(current.data())) {
         return true;
@@ -205,8 +205,8 @@ HistoryResult writeHistoryLine(const char* text, std::va_list args) {
 // Bytes that are copied at a time; before each block the copy checks for an interruption.
 constexpr std::size_t BLOCK_SIZE = 65536;
 
-// The end of the copied bytes: the last line, or of a longer one than 1023 bytes the part after its
-// last whole 1023. Bytes, not a text: a tool may print a NUL.
+// The end of the copied bytes: the last line, or, if that has more than 1023 bytes, what remains of
+// it after pieces of 1023 bytes. It has a length of its own, because a tool may print a NUL.
 class LastPiece {
   public:
     void take(const char* bytes, std::size_t length) {

@@ -23,8 +23,9 @@ int IgCmnMsgCopyFile(const char* path);
 void IgCmnMsgHistRotate();
 
 /// Appends the catalogue text `number` with printf-style arguments to the history log, under the
-/// history lock. It waits for the lock without limit, until the run is interrupted. Only the super
-/// user's runs do this. Failures are reported and have no other effect.
+/// history lock. It waits for the lock without limit; an interrupted run waits only for the rest of
+/// its patience. Only the super user's runs do this. Failures are reported and have no other
+/// effect.
 void IgCmnMsgHist(int number, ...);
 
 /// Reports a failed system call of the history log as warnings, with the error in errno: to the run

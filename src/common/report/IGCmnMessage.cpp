@@ -39,7 +39,7 @@ struct Output {
     std::int32_t kind;
 };
 
-// During a collection, a failed system call is a warning in the run log.
+// In any other mode than the normal one, a failed system call is a warning in the run log.
 Output chooseText(int number) {
     const MsgEntry& entry = msgEntry(number);
     const Output as_listed{entry.text, entry.kind};

@@ -57,7 +57,7 @@ void IgCmnMsgFree();
 /// Reports a failed system call: ZEPA113-E (call, error and its text), ZEPA151-E (what and subject,
 /// if any), ZEPA114-E (place). Control characters of the subject are shown as octal.
 void IgCmnSysErr(const SysErr& failed, SourcePlace place = SourcePlace::current());
-/// The same for a path.
+/// The same for a call about a path.
 void IgCmnSysErrPath(const char* call, int error, const char* path,
                      SourcePlace place = SourcePlace::current());
 /// The same without a path: ZEPA113-E and ZEPA114-E.

@@ -16,8 +16,9 @@ enum MsgKind : std::int32_t {
     MSGKIND_HISTORY = 5,     ///< nowhere: written through the history log's writer
 };
 
-/// Message numbers by name. ZEPA202_I is only the identifier "ZEPA202-I:" when its text is a
-/// message of its own (ZEPA202_I_TEXT), else the whole message.
+/// Message numbers by name. A name such as ZEPA101_E is the whole message. Where there is also a
+/// name with _TEXT, such as ZEPA202_I_TEXT, that is the text and ZEPA202_I only its identifier,
+/// "ZEPA202-I:".
 enum MsgNo : std::int32_t {
 #define IG_MSG(number, name, kind, f1, f2, text) name = (number),
 #include "common/report/IGCmnMessageTable.inc"

@@ -12,14 +12,14 @@ struct SysErr {
     int error;                      ///< error number
     const char* text = nullptr;     ///< null: the system's text for the number
     const char* what = "path";      ///< what the subject is
-    const char* subject = nullptr;  ///< null: the call is about no such thing
+    const char* subject = nullptr;  ///< null: the call has no subject
 };
 
 /// The system's untranslated text for an error number (static storage); null when `suppress` is
 /// non-zero or the locale of messages cannot be read or switched.
 const char* IgCmnStrError(int error, int suppress);
 
-/// The messages of the three lines.
+/// The messages of the three lines of a report.
 struct SysErrTexts {
     MsgNo call;
     MsgNo subject;
@@ -32,8 +32,8 @@ inline constexpr SysErrTexts SYSERR_WARNING{ZEPA140_W, ZEPA152_W, ZEPA141_W};
 /// overwrites it.
 const char* shownSubject(const char* subject);
 
-/// Writes the lines with `write(MsgNo, arguments of its text...)`. A failure without a subject has
-/// no second line, one without a place (line 0) no third.
+/// Writes the lines with `write(MsgNo, arguments of its text...)`. Without a subject there is no
+/// line for it, and without a place (line 0) none for that.
 template <typename Write>
 void writeSysErr(const SysErr& failed, const SourcePlace& place, const SysErrTexts& texts,
                  Write write) {

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-/// Whether to write to the terminal now. A slow reader blocks a run, as it does every program; but
-/// an interrupted run must end even if its output is no longer read (IGPatience.h).
+/// Whether to write to the terminal now. A slow reader blocks a run, as it blocks every program;
+/// but an interrupted run must end even if its output is no longer read (IGPatience.h).
 /// @param stream the standard output or the standard error, with an empty buffer
 /// @return false when the run is interrupted, its patience is used up and a write would block
 [[nodiscard]] bool terminalTakes(std::FILE* stream);
