@@ -19,7 +19,7 @@
 #include "../../support/run_fixture.h"
 #include "../../support/wrapped_calls.h"
 
-// The address sanitizer must return null for a failed allocation too.
+// With the address sanitizer, a failed allocation must return null too, and not end the process.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";

@@ -31,12 +31,12 @@ std::string conversionFailure(const std::string& call) {
 
 class IGCmnStr : public RunTest {
   protected:
-    /// A result is a block of its length + 1 bytes. After it is freed with that size, the next
-    /// request of the size gets the same block, as long as another block keeps the chunk.
+    /// Checks that a result is a block of its length + 1 bytes: after it is freed with that size,
+    /// the next request of the size gets the same block. Another block keeps the chunk allocated.
     void expectFreeable(char* text) {
         const std::size_t size = std::strlen(text) + 1;
         if (size > 196) {
-            return;  // a chunk of its own
+            return;  // the block has a chunk of its own, which is freed with it
         }
         ASSERT_NE(IgCmnMemoryAlloc(pool(), size), nullptr);
         IgCmnMemoryFree(pool(), text, size);

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-// What a buffer holds that fits the first part of the path but not all of it.
+// The content of a buffer that has room for the first part of the path but not for all of it.
 struct Partial {
     std::size_t smallest;  // of the buffer, in bytes
     std::string text;

@@ -1,4 +1,4 @@
-// Attributes that cannot be copied. The test replaces the calls that copy them: they fail for one
+// Attributes that cannot be copied. This file replaces the calls that copy them: they fail for one
 // path when a test requests it.
 #include <dirent.h>
 #include <fcntl.h>

@@ -23,7 +23,7 @@ constexpr uid_t OTHER = 1001;
 
 class IGSource : public RunTest {
   protected:
-    // Whether the path can be followed, and belongs to root.
+    // Whether the path can be followed, and is root's own.
     enum class Found { OWN, FOREIGN, REFUSED, NOT_THERE };
     Found follow(const std::string& path, const char* ours = nullptr) {
         const std::size_t before = openDescriptors();
@@ -149,7 +149,7 @@ TEST_F(IGSource, FollowsNoUsersLinkIntoTheKernelsFiles) {
     EXPECT_EQ(follow(link("/sys", home("sys")) + "/kernel"), Found::REFUSED);
 }
 
-TEST_F(IGSource, StaysForeignBehindAUsersLink) {
+TEST_F(IGSource, IsNotRootsOwnBehindAUsersLink) {
     writeText(own("file"), "x");
     link(own(), home("back"));  // root's link points out of the user's directory
     EXPECT_EQ(follow(home("back/file")), Found::FOREIGN);

@@ -59,7 +59,7 @@ class IGCmnFileWord : public RunTest {
 
 struct Case {
     std::string input;
-    std::vector<std::string> words;  // the last one says how the reading ended
+    std::vector<std::string> words;  // the last one is how the reading ended
 };
 
 const std::vector<Case> PLAIN_CASES{

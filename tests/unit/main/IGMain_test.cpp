@@ -57,13 +57,14 @@ class IGMain : public CollectTest {
         return ptn;
     }
 
-    // The archive cannot be made: the output directory stays and can be checked.
+    // Lets the archive fail, so that the output directory stays and can be checked.
     void keepOutput() {
         output_file_ = path("none/archive");
         root_->output_file = output_file_.data();
     }
 
-    // A run without -o that collects a tree with a link in it, into a directory of its own.
+    // Prepares a run without -o that collects a tree with a symlink in it, in an empty base
+    // directory.
     void prepareWholeRun() {
         fs::remove_all(base_);
         TearDown();

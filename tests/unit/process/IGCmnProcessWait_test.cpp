@@ -185,7 +185,7 @@ TEST_F(IGCmnProcessWait, SendsNoFurtherTerminationToAToolThatEndsInItsGracePerio
         EXPECT_THAT(run(1, -1, 2), ElementsAre(EXEC_TIMEOUT, 0, SIGKILL));
         EXPECT_EQ(fake_wait.sleeps.size(), number);
         const pid_t group = fake_wait.sent.front().first;
-        // The second one is for other processes of the group.
+        // The SIGKILL is for other processes of the group, when the tool is reaped.
         EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL)));
     }
 }
@@ -237,7 +237,8 @@ TEST_F(IGCmnProcessGroupWait, GivesTheRestOfTheGroupTheRemainingTime) {
     EXPECT_THAT(runBoth(3, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
     Sleeps expected = upToTimeOut(1);
     add(expected, 6, HALF);
-    add(expected, 1, TENTH);  // ends at once where it is watched
+    add(expected, 1,
+        TENTH);  // after SIGKILL the tool's pidfd is watched again, so this ends at once
     EXPECT_EQ(fake_wait.sleeps, expected);
     const pid_t group = fake_wait.sent.front().first;
     EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL),
@@ -453,7 +454,7 @@ TEST_F(IGMainSignalWait, AbandonsAToolThatSigkillDoesNotEndInTime) {
     }
 }
 
-TEST_F(IGMainSignalWait, AbandonsSuchAToolInAnUninterruptedRunToo) {
+TEST_F(IGMainSignalWait, AbandonsAToolThatSigkillDoesNotEndInAnUninterruptedRunToo) {
     fake_wait.lost = {SIGTERM, SIGKILL};
     stop();
     EXPECT_EQ(sum(fake_wait.sleeps), sum(grace()) + PATIENCE);

@@ -84,7 +84,7 @@ class LogTest : public ::testing::Test {
         ::umask(mask);
         return std::to_string(mask);
     }
-    /// What the call says on the standard error, places masked.
+    /// What the body writes to the standard error, places masked.
     template <typename Body>
     static std::string errors(Body body) {
         Capture err(stderr);
@@ -711,7 +711,7 @@ bool waitsForALock(pid_t pid) {
     return std::regex_search(locks, std::regex("-> POSIX +ADVISORY +WRITE " + std::to_string(pid)));
 }
 
-TEST_F(HistoryLog, WaitsForItsTurnAndThenWritesItsLine) {
+TEST_F(HistoryLog, WaitsForTheLockAndThenWritesItsLine) {
     pid_t writer = 0;
     {
         const OtherRun other;
@@ -742,7 +742,7 @@ TEST_F(HistoryLog, StopsWaitingWhenAnInterruptedRunHasWaitedLongEnough) {
     EXPECT_FALSE(fs::exists(HIST));
 }
 
-TEST_F(HistoryLog, WaitsForItsTurnToBeMoved) {
+TEST_F(HistoryLog, WaitsForTheLockBeforeItIsMoved) {
     writeText(HIST, std::string(9933, 'x'));
     pid_t mover = 0;
     {

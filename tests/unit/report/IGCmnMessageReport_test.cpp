@@ -133,7 +133,7 @@ TEST(IGCmnMsgPrintable, WritesControlCharactersAsThreeOctalDigits) {
         {"\xc2\x80\xc2\x9f", "\\302\\200\\302\\237"},
         {"\xc2\xa0", "\xc2\xa0"},
         {"\xc2", "\xc2"},
-        // Bytes of the C1 set that belong to no sequence, and invalid sequences.
+        // C1 bytes outside a sequence, and invalid sequences.
         {"\x9b"
          "2J",
          "\\2332J"},
