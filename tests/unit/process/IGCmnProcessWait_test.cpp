@@ -237,8 +237,7 @@ TEST_F(IGCmnProcessGroupWait, GivesTheRestOfTheGroupTheRemainingTime) {
     EXPECT_THAT(runBoth(3, [](pid_t) {}), ElementsAre(EXEC_TIMEOUT, 0, SIGTERM));
     Sleeps expected = upToTimeOut(1);
     add(expected, 6, HALF);
-    add(expected, 1,
-        TENTH);  // after SIGKILL the tool's pidfd is watched again, so this ends at once
+    add(expected, 1, TENTH);  // after SIGKILL: the tool's pidfd would end it at once
     EXPECT_EQ(fake_wait.sleeps, expected);
     const pid_t group = fake_wait.sent.front().first;
     EXPECT_THAT(fake_wait.sent, ElementsAre(Pair(group, SIGTERM), Pair(group, SIGKILL),

@@ -72,7 +72,7 @@ TEST(IGEscape, BytesOutsideOfUtf8AreShownWhereATerminalTakesThemForControlCharac
     expectShown(LineEnd::FEED, {
                                    {"\x9b[7m", "\\233[7m"},
                                    {"\x7f\x80\x9f\xa0\xff", "\\177\\200\\237\xa0\xff"},
-                                   {"\xe2\x9b", "\xe2\\233"},  // the text ends inside a sequence
+                                   {"\xe2\x9b", "\xe2\\233"},      // the text ends in a sequence
                                    {"\xe2\x9b\n", "\xe2\\233\n"},  // the line does
                                    {"\xe2\x9b\x9b\x9b", "\xe2\x9b\x9b\\233"},
                                    {"\xe2\xe2\x9b\x9b", "\xe2\xe2\x9b\x9b"},
