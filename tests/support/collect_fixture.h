@@ -2,7 +2,6 @@
 #ifndef QUENDIL_TESTS_SUPPORT_COLLECT_FIXTURE_H
 #define QUENDIL_TESTS_SUPPORT_COLLECT_FIXTURE_H
 
-#include <regex>
 #include <string>
 
 #include "child_fixture.h"
@@ -38,8 +37,7 @@ class CollectTest : public ChildTest {
 
     /// The index, its dates masked; empty when there is none.
     std::string index() const {
-        static const std::regex date("DATE:[0-9]{12}");
-        return std::regex_replace(readText(output_ + "/quendil_index"), date, "DATE:STAMP");
+        return replaced(readText(output_ + "/quendil_index"), "DATE:[0-9]{12}", "DATE:STAMP");
     }
 
     root_tbl* root_ = nullptr;

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "common/report/IGCmnMessageState.h"
 #include "run_fixture.h"
 
 struct Outputs {

@@ -9,6 +9,7 @@
 
 #include "../../support/run_fixture.h"
 #include "../../support/wrapped_calls.h"
+#include "common/report/IGCmnMessage.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>

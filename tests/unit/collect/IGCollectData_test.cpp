@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "../../support/collect_fixture.h"
 #include "../../support/wrapped_calls.h"

@@ -1,6 +1,8 @@
 #include "collect/IGCopy.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "../../support/run_fixture.h"
 #include "common/base/IGRunState.h"

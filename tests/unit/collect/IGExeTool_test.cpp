@@ -41,8 +41,7 @@ class IGExeTool : public CollectTest {
         tool_->redirect_path = redirect_path_.data();
     }
     std::string takeTimedLog() {
-        static const std::regex time("time = [0-9]{4}/[0-9]{2}/[0-9]{2} [0-9:]{8}");
-        return std::regex_replace(takeLog(), time, "time = " + TIME);
+        return replaced(takeLog(), "time = [0-9]{4}/[0-9]{2}/[0-9]{2} [0-9:]{8}", "time = " + TIME);
     }
     static std::string behave(const std::string& words) {
         return std::string(BEHAVE) + " " + words;
@@ -60,7 +59,7 @@ TEST_F(IGExeTool, AnnouncesTheToolAndItsEnd) {
     const std::string line = behave("exit 3");
     EXPECT_EQ(run(line), 0);
     EXPECT_EQ(takeTimedLog(), started(line, 10) + ended(3, 3 << 8));
-    EXPECT_TRUE(std::regex_match(tool_->start_stamp.data(), std::regex("[0-9]{12}")));
+    EXPECT_THAT(tool_->start_stamp.data(), ::testing::MatchesRegex("[0-9]{12}"));
     EXPECT_EQ(readText(stderr_), "");
     const std::string killed = behave("die KILL");
     EXPECT_EQ(run(killed), 0);

@@ -1,5 +1,7 @@
 #include "collect/IGIndex.h"
 
+#include <utility>
+
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -1,5 +1,6 @@
 #include "common/file/IGCmnTree.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/resource.h>

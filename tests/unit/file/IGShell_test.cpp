@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "../../support/run_fixture.h"
 #include "../../support/wrapped_calls.h"

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <functional>
 #include <map>
+#include <utility>
 
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"

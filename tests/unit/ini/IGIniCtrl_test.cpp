@@ -6,12 +6,14 @@
 #include <cerrno>
 #include <csignal>
 #include <set>
+#include <utility>
 
 #include "../../support/every_allocation.h"
 #include "../../support/run_fixture.h"
 #include "../../support/wrapped_calls.h"
 #include "common/base/IGCmnList.h"
 #include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessageState.h"
 #include "ini/IGIniOption.h"
 #include "ini/IGIniTable.h"
 

@@ -1,5 +1,7 @@
 #include "ini/IGIniReadCompDef.h"
 
+#include <utility>
+
 #include <sys/stat.h>
 
 #include "../../support/run_fixture.h"

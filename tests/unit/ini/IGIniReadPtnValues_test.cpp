@@ -1,6 +1,7 @@
 #include "ini/IGIniReadPtn.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "../../support/pattern_fixture.h"
 #include "../../support/wrapped_calls.h"

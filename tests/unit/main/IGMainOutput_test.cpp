@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <utility>
 
 #include "../../support/collect_fixture.h"
 #include "../../support/wrapped_calls.h"
 #include "common/base/IGGuards.h"
 #include "common/base/IGRunState.h"
+#include "common/report/IGCmnMessageState.h"
 #include "main/IGMainRun.h"
 
 namespace {

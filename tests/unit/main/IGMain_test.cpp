@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "../../support/collect_fixture.h"
 #include "../../support/wrapped_calls.h"

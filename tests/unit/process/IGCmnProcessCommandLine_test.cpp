@@ -1,5 +1,7 @@
 #include "process/IGCmnProcess.h"
 
+#include <utility>
+
 #include <sys/stat.h>
 
 #include "../../support/process_fixture.h"

@@ -1,8 +1,10 @@
 #include "common/base/IGRunState.h"
 #include "process/IGCmnProcess.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 

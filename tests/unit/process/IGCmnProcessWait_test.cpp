@@ -1,9 +1,11 @@
 // How long the runner and the signal handler wait, and when they send which signal. The sleeps take
 // no time.
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "../../support/child_fixture.h"
 #include "../../support/fake_wait.h"

@@ -6,8 +6,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "../../support/in_child.h"
 #include "../../support/process_fixture.h"

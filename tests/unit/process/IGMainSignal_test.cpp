@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <set>
+#include <sstream>
+#include <utility>
 
 #include "../../support/child_fixture.h"
 #include "common/base/IGRunHooks.h"

@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -25,6 +24,7 @@
 #include "common/base/IGRunHooks.h"
 #include "common/base/IGRunState.h"
 #include "common/report/IGCmnMessage.h"
+#include "common/report/IGCmnMessageState.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ constexpr const char* TIME = "[0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]
 
 // Masks the times, which the clock determines.
 std::string timeless(const std::string& text) {
-    return std::regex_replace(text, std::regex(TIME), "TIME");
+    return replaced(text, TIME, "TIME");
 }
 
 mode_t modeOf(const std::string& path) {
@@ -708,7 +708,9 @@ long sleeps(pid_t pid) {
 
 bool waitsForALock(pid_t pid) {
     const std::string locks = readText("/proc/locks");
-    return std::regex_search(locks, std::regex("-> POSIX +ADVISORY +WRITE " + std::to_string(pid)));
+    const ::testing::Matcher<std::string> waiter =
+        ::testing::ContainsRegex("-> POSIX +ADVISORY +WRITE " + std::to_string(pid));
+    return waiter.Matches(locks);
 }
 
 TEST_F(HistoryLog, WaitsForTheLockAndThenWritesItsLine) {

@@ -9,6 +9,7 @@
 #include "../../support/in_child.h"
 #include "../../support/message_catalogue.h"
 #include "../../support/message_fixture.h"
+#include "common/report/IGCmnMessageState.h"
 #include "common/report/IGCmnProgress.h"
 
 namespace {

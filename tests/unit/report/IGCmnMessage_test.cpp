@@ -1,5 +1,8 @@
 #include "common/report/IGCmnMessage.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +14,7 @@
 #include "../../support/in_child.h"
 #include "../../support/message_catalogue.h"
 #include "../../support/message_fixture.h"
+#include "common/report/IGCmnMessageState.h"
 #include "common/report/IGCmnProgress.h"
 
 namespace {
