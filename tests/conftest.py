@@ -17,6 +17,7 @@ import os
 import sys
 from collections.abc import Iterator
 from pathlib import Path
+from zlib import crc32
 
 import pytest
 
@@ -34,6 +35,15 @@ def pytest_configure(config: pytest.Config) -> None:
     """Registers the marks of the command tests."""
     config.addinivalue_line(
         "markers", "plain_binary: needs the program as installed, not an instrumented one")
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    """Spreads the slow tests, most of which are in a few files: a worker gets neighbours, and the
+    last worker would otherwise be busy for minutes after all others. The tests of packages share
+    the packages of their file and stay together."""
+    if hasattr(config, "workerinput"):
+        items.sort(key=lambda item: crc32(os.fsencode(
+            item.path if item.path.parent.name == "package" else item.nodeid)))
 
 
 @pytest.fixture(scope="session")
