@@ -576,7 +576,7 @@ def test_what_replaces_the_output_is_not_removed(machine: Machine):
 for name in base/*; do mkdir -p /opt/victim/${{name#*/}}/keep; done
 mv base away; ln -s /opt/victim base; }}""")
     machine.replace("/bin/rm", behave.run("/opt/swap"), behave.become("/opt/real/rm"))
-    run = collect(machine, pattern_text.data(f"{HOME}/file"), "",
+    run = collect(machine, pattern_text.data(f"{HOME}/file"),
                   arguments=("-d", f"{HOME}/base", "-o", "/opt/result"))
     assert run.status == 0 and machine.exists("/opt/result.tar.gz")
     output, = machine.list("/opt/victim")

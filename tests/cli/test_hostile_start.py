@@ -7,7 +7,7 @@ import os
 import signal
 
 import pytest
-from support import behave, expect, pattern_text
+from support import behave, expect, masking, pattern_text
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import BIN_DIRECTORY, HISTORY_LOCK, RUN_LOCK, check_refused
 from support.machine import LOG_DIRECTORY, QUENDIL, Machine
@@ -41,7 +41,8 @@ def call(machine: Machine, *words: bytes) -> tuple[int, str, str]:
 def test_a_program_without_a_name_runs_like_any_other(machine: Machine, words: list[bytes]):
     bar = Terminal().init().newline().text
     assert call(machine, *words) == (255, bar, REQUIRED + expect.LOOK_AT_LOG)
-    assert expect.history(None, 255).startswith("ZEPA301-I")
+    history = machine.read_log("quendil_hist.log")
+    assert history is not None and masking.mask(history) == expect.history(None, 255)
     assert "ZEPA302-I:quendil argument is (null).\n" in (machine.read_log("quendil_hist.log") or "")
     assert 'ZEPA204-I:quendil argument is "".\n' in (machine.read_log("quendil.log") or "")
 

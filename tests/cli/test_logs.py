@@ -294,11 +294,11 @@ def test_a_history_of_9933_bytes_is_rotated(machine: Machine, size: int, rotated
     assert machine.mode(HISTORY) == ("0600" if rotated else "0640")
 
 
-@pytest.mark.parametrize("arguments, status", [(["-h"], 255), (["-x"], 255), ([], 255)])
-def test_every_run_rotates_a_full_history(machine: Machine, arguments: list[str], status: int):
+@pytest.mark.parametrize("arguments", [["-h"], ["-x"], []])
+def test_every_run_rotates_a_full_history(machine: Machine, arguments: list[str]):
     machine.file(HISTORY, "x" * 9933)
     run = machine.run(*arguments)
-    assert run.status == status
+    assert run.status == 255
     assert run.old_history == "x" * 9933
     assert run.history == expect.history(" ".join(arguments) or None, 255)
 

@@ -301,10 +301,18 @@ def check_reports_whole(outcome: Outcome) -> None:
     assert len(CALL_REPORT.findall(log)) == len(WHOLE_REPORT.findall(log)), f"truncated: {outcome}"
 
 
+#: The calls with which a child restores the signals of the run's start.
+RESTORING = ("signal", "sigaction", "sigprocmask")
+
+
 def check_tool(outcome: Outcome) -> None:
-    """A tool inherits only the three standard descriptors, and the private umask."""
+    """A tool inherits only the three standard descriptors, the private umask and, unless the call
+    that restores them has failed, no signal that is blocked or ignored."""
     if not outcome.tool:
         return
     descriptors = {key for key in outcome.tool if re.fullmatch(r"fd\d+", key)}
     assert descriptors == {"fd0", "fd1", "fd2"}, f"a tool inherited {outcome.tool}: {outcome}"
     assert outcome.tool["umask"] == "0066", f"a tool inherited {outcome.tool}: {outcome}"
+    if outcome.fault is None or not (outcome.fault.child and outcome.fault.call in RESTORING):
+        signals = (outcome.tool["blocked"], outcome.tool["ignored"])
+        assert signals == ("", ""), f"a tool inherited {outcome.tool}: {outcome}"
