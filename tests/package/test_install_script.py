@@ -367,9 +367,10 @@ def test_only_root_installs(root: BareRoot):
 
 @pytest.fixture(name="portable")
 def fixture_portable(machine: Machine) -> Machine:
-    """A machine on which the program is the packed one."""
-    machine.remove(QUENDIL)
-    machine.install(BUILD / "portable/src/quendil", QUENDIL)
+    """A machine on which the programs are the packed ones."""
+    for path in (QUENDIL, *(f"{TOOL}/{name}" for name in ("escape", "mask", "show"))):
+        machine.remove(path)
+        machine.install(BUILD / "portable/src" / Path(path).name, path)
     return machine
 
 
@@ -395,10 +396,15 @@ def test_a_collection_on_an_old_kernel_is_complete(portable: Machine):
     machine.directory("/opt/d")
     machine.file("/opt/d/text", "of mine\n", owner=(1000, 1000))
     machine.path("/opt/d").chmod(0o777)  # its files are copied, and no link on the way is followed
+    machine.file("/opt/d/login", "password=Zq7c06pX4w\n", owner=(1000, 1000))
+    escaped = machine.file(
+        "/opt/escaped", f"#!/bin/sh\nprintf 'a\\033b\\n' | {TOOL}/escape\n", 0o755)
     slow = machine.tool(behave.out("begun\n"), behave.report("/tmp/report"), behave.forever())
     machine.pattern("10_demo", pattern_text.pattern(
         pattern_text.tool(slow, "%d%/slow.txt", timeout=1),
         pattern_text.tool("/bin/uname -s", "%d%/uname.txt", timeout=10),
+        pattern_text.tool(f"{TOOL}/show /opt/d/login", "%d%/shown.txt", timeout=10),
+        pattern_text.tool(escaped, "%d%/escaped.txt", timeout=10),
         pattern_text.data("%d%/*.txt"), pattern_text.data("/opt/d"),
         pattern_text.data("/proc/version")))
     start = machine.file(
@@ -407,6 +413,8 @@ def test_a_collection_on_an_old_kernel_is_complete(portable: Machine):
     assert run.status == 0, run
     assert run.archive.read("uname.txt") == b"Linux\n"
     assert run.archive.read("slow.txt") == b"begun\n"
+    assert run.archive.read("shown.txt") == b"==> /opt/d/login\npassword=********\n\n"
+    assert run.archive.read("escaped.txt") == b"a\\033b\n"
     assert run.archive.read("opt/d/text") == b"of mine\n"
     assert run.archive.read("proc/version") == Path("/proc/version").read_bytes()
     warnings = re.findall(r"^(ZEPA1\d\d-[EW])", run.log, re.M)
