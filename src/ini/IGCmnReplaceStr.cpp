@@ -5,12 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <cwchar>
-#include <iterator>
+#include <string_view>
 
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
@@ -25,47 +24,31 @@ namespace {
 struct SpecialStr {
     int code;
     const char* name;
-    const wchar_t* wide_name;
     char* root_tbl::*value;  // null for a reserved one
 };
 
 constexpr SpecialStr SPECIAL_STRS[] = {
-    {1, "%YY", L"%YY", &root_tbl::YY}, {2, "%MM", L"%MM", &root_tbl::MM},
-    {3, "%DD", L"%DD", &root_tbl::DD}, {4, "%hh", L"%hh", &root_tbl::hh},
-    {5, "%mm", L"%mm", &root_tbl::mm}, {6, "%ss", L"%ss", &root_tbl::ss},
-    {7, "%d", L"%d", &root_tbl::d},    {8, "%reg0", L"%reg0", nullptr},
-    {9, "%reg1", L"%reg1", nullptr},   {10, "%reg2", L"%reg2", nullptr},
-    {11, "%reg3", L"%reg3", nullptr},  {12, "%reg4", L"%reg4", nullptr},
-    {13, "%reg5", L"%reg5", nullptr},  {14, "%reg6", L"%reg6", nullptr},
-    {15, "%reg7", L"%reg7", nullptr},  {16, "%reg8", L"%reg8", nullptr},
-    {17, "%reg9", L"%reg9", nullptr},  {18, "%HOST", L"%HOST", &root_tbl::HOST},
+    {1, "%YY", &root_tbl::YY}, {2, "%MM", &root_tbl::MM}, {3, "%DD", &root_tbl::DD},
+    {4, "%hh", &root_tbl::hh}, {5, "%mm", &root_tbl::mm}, {6, "%ss", &root_tbl::ss},
+    {7, "%d", &root_tbl::d},   {8, "%reg0", nullptr},     {9, "%reg1", nullptr},
+    {10, "%reg2", nullptr},    {11, "%reg3", nullptr},    {12, "%reg4", nullptr},
+    {13, "%reg5", nullptr},    {14, "%reg6", nullptr},    {15, "%reg7", nullptr},
+    {16, "%reg8", nullptr},    {17, "%reg9", nullptr},    {18, "%HOST", &root_tbl::HOST},
 };
 
-// A text is searched for the wide name; the value is found by the other one.
-constexpr bool namesAgree(const SpecialStr& special) {
-    std::size_t i = 0;
-    while (special.name[i] != '\0' &&
-           static_cast<wchar_t>(special.name[i]) == special.wide_name[i]) {
-        ++i;
-    }
-    return special.name[i] == '\0' && special.wide_name[i] == L'\0';
-}
-static_assert(std::all_of(std::begin(SPECIAL_STRS), std::end(SPECIAL_STRS), namesAgree),
-              "the two names of a special string differ");
-
-template <typename Matches>
-const SpecialStr* findSpecialStr(Matches matches) {
+// Finds a special string that has a value by its name, a text of bytes or of wide characters. Null
+// when there is none.
+template <typename Char>
+const SpecialStr* getSpecialStr(const Char* name) {
+    const std::basic_string_view<Char> wanted(name);
     for (const SpecialStr& special : SPECIAL_STRS) {
-        if (special.value != nullptr && matches(special)) {
+        const std::string_view known(special.name);
+        if (special.value != nullptr &&
+            std::equal(known.begin(), known.end(), wanted.begin(), wanted.end())) {
             return &special;
         }
     }
     return nullptr;
-}
-
-const SpecialStr* getSpecialStr(const char* name) {
-    return findSpecialStr(
-        [name](const SpecialStr& special) { return std::strcmp(special.name, name) == 0; });
 }
 
 // Splits a text at its percent signs: plain(segment) for text outside special strings and for an
@@ -92,10 +75,7 @@ bool splitAtPercent(wchar_t* text, Plain plain, Special special) {
 }
 
 bool isKnown(const wchar_t* segment) {
-    return std::wcscmp(segment, L"%") == 0 ||
-           findSpecialStr([segment](const SpecialStr& special) {
-               return std::wcscmp(special.wide_name, segment) == 0;
-           }) != nullptr;
+    return std::wcscmp(segment, L"%") == 0 || getSpecialStr(segment) != nullptr;
 }
 
 // The replacement of a closed special string; "" when it is dropped, null when memory runs out.
