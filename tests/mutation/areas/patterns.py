@@ -40,7 +40,7 @@ RULES = [
          'return unchanged && std::strcmp(name, "%") != 0 ? "" : value;',
          'return unchanged ? "" : value;', "unit:IGCmnReplaceStr_test"),
     Rule("%reg0% has no value",
-         'L"%reg0", nullptr', 'L"%reg0", &root_tbl::HOST', "unit:IGCmnReplaceStr_test"),
+         '"%reg0", nullptr', '"%reg0", &root_tbl::HOST', "unit:IGCmnReplaceStr_test"),
     Rule("groups and names must both match",
          "return group && name ? 1 : 0;", "return group || name ? 1 : 0;", "unit:IGIniCtrl_test"),
     Rule("a block without a wanted target is left out",
