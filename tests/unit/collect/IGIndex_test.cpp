@@ -1,10 +1,10 @@
 #include "collect/IGIndex.h"
 
-#include <utility>
-
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <utility>
 
 #include "../../support/collect_fixture.h"
 #include "common/base/IGCmnList.h"

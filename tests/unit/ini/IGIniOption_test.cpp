@@ -1,8 +1,8 @@
 #include "ini/IGIniOption.h"
 
-#include <utility>
-
 #include <sys/stat.h>
+
+#include <utility>
 
 #include "../../support/run_fixture.h"
 #include "common/base/IGCmnList.h"

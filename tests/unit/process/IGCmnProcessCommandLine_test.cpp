@@ -1,8 +1,8 @@
 #include "process/IGCmnProcess.h"
 
-#include <utility>
-
 #include <sys/stat.h>
+
+#include <utility>
 
 #include "../../support/process_fixture.h"
 

@@ -69,21 +69,22 @@ TEST(IGEscape, ControlCharactersExceptTabAndLineFeedAreShownAsOctal) {
 }
 
 TEST(IGEscape, BytesOutsideOfUtf8AreShownWhereATerminalTakesThemForControlCharacters) {
-    expectShown(LineEnd::FEED, {
-                                   {"\x9b[7m", "\\233[7m"},
-                                   {"\x7f\x80\x9f\xa0\xff", "\\177\\200\\237\xa0\xff"},
-                                   {"\xe2\x9b", "\xe2\\233"},      // the text ends in a sequence
-                                   {"\xe2\x9b\n", "\xe2\\233\n"},  // the line does
-                                   {"\xe2\x9b\x9b\x9b", "\xe2\x9b\x9b\\233"},
-                                   {"\xe2\xe2\x9b\x9b", "\xe2\xe2\x9b\x9b"},
-                                   {"\xc2\033", "\xc2\\033"},
-                                   {"\xc0\x9b \xc1\x9b", "\xc0\\233 \xc1\\233"},  // overlong
-                                   {"\xe0\x9b\x9b", "\xe0\\233\\233"},
-                                   {"\xf0\x8f\x9b\x9b", "\xf0\\217\\233\\233"},
-                                   {"\xed\xa0\x9b", "\xed\xa0\\233"},            // a surrogate
-                                   {"\xf4\x90\x9b\x9b", "\xf4\\220\\233\\233"},  // beyond U+10FFFF
-                                   {"\xf5\x9b\x9b\x9b", "\xf5\\233\\233\\233"},
-                               });
+    expectShown(LineEnd::FEED,
+                {
+                    {"\x9b[7m", "\\233[7m"},
+                    {"\x7f\x80\x9f\xa0\xff", "\\177\\200\\237\xa0\xff"},
+                    {"\xe2\x9b", "\xe2\\233"},      // the text ends inside of a UTF-8 sequence
+                    {"\xe2\x9b\n", "\xe2\\233\n"},  // the line does
+                    {"\xe2\x9b\x9b\x9b", "\xe2\x9b\x9b\\233"},
+                    {"\xe2\xe2\x9b\x9b", "\xe2\xe2\x9b\x9b"},
+                    {"\xc2\033", "\xc2\\033"},
+                    {"\xc0\x9b \xc1\x9b", "\xc0\\233 \xc1\\233"},  // overlong
+                    {"\xe0\x9b\x9b", "\xe0\\233\\233"},
+                    {"\xf0\x8f\x9b\x9b", "\xf0\\217\\233\\233"},
+                    {"\xed\xa0\x9b", "\xed\xa0\\233"},            // a surrogate
+                    {"\xf4\x90\x9b\x9b", "\xf4\\220\\233\\233"},  // beyond U+10FFFF
+                    {"\xf5\x9b\x9b\x9b", "\xf5\\233\\233\\233"},
+                });
 }
 
 TEST(IGEscape, Utf8IsKeptExceptItsControlCharacters) {
