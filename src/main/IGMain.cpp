@@ -19,6 +19,7 @@
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGCmnTime.h"
 #include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
 #include "common/base/IGRunState.h"
 #include "common/file/IGCmnFile.h"
 #include "common/report/IGCmnLog.h"
@@ -245,6 +246,7 @@ int IgMainLock() {
         reportLockFailure("open", errno, path.data());
         return -1;
     }
+    noteLockFile(LOCK_RUN, main_run.lock_fd);
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
@@ -263,6 +265,7 @@ int IgMainLock() {
 void IgMainUnlock() {
     if (main_run.lock_fd != -1) {
         ::close(main_run.lock_fd);
+        noteLockFile(LOCK_RUN, -1);
         main_run.lock_fd = -1;
     }
 }

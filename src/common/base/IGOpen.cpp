@@ -16,6 +16,25 @@
 
 namespace {
 
+// A lock file, if it is known which file that is.
+struct LockIdentity {
+    bool known;
+    dev_t device;
+    ino_t inode;
+};
+// Those that this process has opened.
+std::array<LockIdentity, 2> lock_files{};
+
+LockIdentity findLockFile(LockFile which) {
+    std::array<char, PATH_MAX + 1> path{};
+    struct stat st = {};
+    const char* name = which == LOCK_RUN ? RUN_LOCK_NAME : HISTORY_LOCK_NAME;
+    const bool known =
+        IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
+        ::stat(path.data(), &st) == 0;
+    return {known, st.st_dev, st.st_ino};
+}
+
 int accessFlags(const char* mode) {
     switch (mode[0]) {
         case 'w':
@@ -90,13 +109,18 @@ int openUnlessLock(const char* path, int flags) {
 
 }  // namespace
 
+void noteLockFile(LockFile which, int fd) {
+    struct stat st = {};
+    LockIdentity& noted = lock_files[which];
+    noted.known = fd != -1 && ::fstat(fd, &st) == 0;
+    noted.device = st.st_dev;
+    noted.inode = st.st_ino;
+}
+
 bool isLockFile(const struct stat& st) {
-    for (const char* name : {RUN_LOCK_NAME, HISTORY_LOCK_NAME}) {
-        std::array<char, PATH_MAX + 1> path{};
-        struct stat lock = {};
-        if (IgCmnGetKestrumFile(IgCmnGetKestrumBinDir, name, path.data(), path.size()) != 0 &&
-            ::stat(path.data(), &lock) == 0 && lock.st_dev == st.st_dev &&
-            lock.st_ino == st.st_ino) {
+    for (const LockFile which : {LOCK_RUN, LOCK_HISTORY}) {
+        const LockIdentity lock = lock_files[which].known ? lock_files[which] : findLockFile(which);
+        if (lock.known && lock.device == st.st_dev && lock.inode == st.st_ino) {
             return true;
         }
     }

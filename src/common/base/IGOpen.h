@@ -6,7 +6,18 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+
+/// The files that the program locks.
+enum LockFile : std::uint8_t {
+    LOCK_RUN,      ///< one run at a time
+    LOCK_HISTORY,  ///< one writer of the history log at a time
+};
+
+/// Records which file a lock's descriptor is of, so that isLockFile needs no system call.
+/// @param fd the open lock file; -1 when it was closed for good
+void noteLockFile(LockFile which, int fd);
 
 /// Whether the file is one of the program's lock files, under any name. Such a file is opened only
 /// to be locked: closing any descriptor of it drops the lock.

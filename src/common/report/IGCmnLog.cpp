@@ -76,6 +76,7 @@ class HistoryLock {
             failed_call_ = "open";
             return;
         }
+        noteLockFile(LOCK_HISTORY, fd_.get());
         held_ = wait == Wait::KERNEL ? lockWaiting() : lockPolling();
         if (!held_) {
             failed_call_ = "fcntl";
