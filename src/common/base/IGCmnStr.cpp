@@ -299,6 +299,11 @@ char* IgCmnStrPrintable(memory_pool* memoryp, const char* name, Tabs tabs) {
     return shown;
 }
 
+const char* IgCmnStrShown(memory_pool* memoryp, const char* name) {
+    const bool plain = IgCmnMsgPrintableSize(name) == std::strlen(name) + 1;
+    return plain ? name : IgCmnStrPrintable(memoryp, name);
+}
+
 int concat_data(memory_pool* memoryp, char** destination, std::uint32_t* size, const char* source) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(destination);

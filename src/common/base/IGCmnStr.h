@@ -83,6 +83,9 @@ int IgCmnStrParentDir(memory_pool* memoryp, const char* path, char** result);
 /// Copies the name as IgCmnMsgPrintable shows it.
 [[nodiscard]] char* IgCmnStrPrintable(memory_pool* memoryp, const char* name,
                                       Tabs tabs = Tabs::ESCAPED);
+/// The name in the form of IgCmnStrPrintable: the name itself where nothing is escaped, else a new
+/// string; null when memory runs out.
+[[nodiscard]] const char* IgCmnStrShown(memory_pool* memoryp, const char* name);
 
 /// Appends `source` to the buffer at `*destination` of `*size` bytes. A null or too small buffer is
 /// reallocated to exactly the needed length plus one. 0, or -1 when memory runs out.

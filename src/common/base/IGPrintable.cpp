@@ -36,6 +36,15 @@ std::size_t sequenceLength(const char* text) {
     return 0;
 }
 
+// The number of printable ASCII characters at the beginning of a text: most names have no others.
+std::size_t plainLength(const char* text) {
+    const char* end = text;
+    while (*end >= 0x20 && *end < 0x7f) {
+        ++end;
+    }
+    return static_cast<std::size_t>(end - text);
+}
+
 // The first unit of a text: its length in bytes, and whether to escape it.
 struct Unit {
     std::size_t length;
@@ -80,10 +89,15 @@ void IgCmnMsgPrintable(const char* name, char* out, std::size_t size, Tabs tabs)
 
 std::size_t IgCmnMsgPrintableSize(const char* name, Tabs tabs) {
     std::size_t size = 1;
-    while (*name != '\0') {
+    for (;;) {
+        const std::size_t plain = plainLength(name);
+        size += plain;
+        name += plain;
+        if (*name == '\0') {
+            return size;
+        }
         const Unit unit = firstUnit(name, tabs);
         size += unit.shown();
         name += unit.length;
     }
-    return size;
 }
