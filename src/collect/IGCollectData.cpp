@@ -2,15 +2,18 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "collect/IGAttributes.h"
 #include "collect/IGCopy.h"
+#include "collect/IGDestination.h"
 #include "collect/IGIndex.h"
 #include "collect/IGOutput.h"
 #include "collect/IGResult.h"
@@ -36,12 +39,16 @@ namespace {
 
 // A directory made in the output, and the attributes to set on it at the end.
 struct MadeDirectory {
+    MadeDirectory* next;
     const char* path;
-    struct stat source;
+    Attributes source;
 };
 
 // One data item while it is collected.
 struct Item {
+    Item(memory_pool* pool, root_tbl& run, const data_block& data)
+        : memoryp(pool), root(run), block(data), list(pool), destination(pool) {}
+
     memory_pool* memoryp;
     root_tbl& root;
     const data_block& block;
@@ -51,11 +58,22 @@ struct Item {
     const char* index = nullptr;      // the index file, likewise
     bool own_output = false;          // the pattern's own tools wrote the entries
     const char* ours = nullptr;       // then: the output's path for sourceFollow, or null
+    EntryList list;
+    SourceOpener opener;
+    Destination destination;
     IndexRecord record{};
-    IgCmnListHeader* made = nullptr;     // MadeDirectory
+    MadeDirectory* made = nullptr;
+    MadeDirectory** made_end = &made;
     const char* first_source = nullptr;  // of the first entry; for restoreAncestors
     const char* first_destination = nullptr;
-    const char* prepared = nullptr;  // the last destination whose directories exist; or null
+};
+
+// The entry that is collected.
+struct Current {
+    FileEntry& entry;
+    const char* path;    // in the list
+    const char* shown;   // the same for messages
+    const char* output;  // its path in the output
 };
 
 // How to continue after an entry.
@@ -70,30 +88,47 @@ void reportCopied(const char* shown, std::int64_t size) {
     IgCmnMsgInfo<ZEPA209_I>(shown, size);
 }
 
-bool addFile(Item& item, const char* relative) {
-    char* shown = IgCmnStrPrintable(item.memoryp, relative);
-    return shown != nullptr && IgCmnListAppend(item.memoryp, &item.record.files, shown) != -1;
-}
-
-// The path relative to the data directory; empty for the directory itself.
-const char* relativeName(const Item& item, const char* path) {
-    const char* rest = path + std::strlen(item.place);
-    return *rest == '/' ? rest + 1 : rest;
+// Reports an entry that is in the output, and lists it in the index.
+Step addCollected(const Current& current, std::int64_t size) {
+    reportCopied(current.shown, size);
+    current.entry.collected = true;
+    return Step::NEXT;
 }
 
 // --- data outside the output ---
 
+// Whether the output has an entry of that name.
+bool isTaken(const NewFile& file) {
+    struct stat st = {};
+    return ::fstatat(file.directory, file.name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isReadable(const Source& source) {
+    return source.readable || FdGuard(sourceOpenForReading(source));
+}
+
+// Makes a symlink to a source, which must be readable.
+bool linkSource(const Source& source, const NewFile& destination) {
+    return isReadable(source) &&
+           ::symlinkat(source.path.data(), destination.directory, destination.name) == 0;
+}
+
 // Copies one regular file into the output. If the run makes an archive, a symlink is enough,
 // because tar follows it, but only where no other user can replace the file until then.
-Collected collectFile(const Item& item, const Source& source, const char* destination,
+Collected collectFile(const Item& item, const Source& source, const NewFile& destination,
                       std::int64_t& bytes) {
+    if (std::strlen(destination.path) >= std::size_t{PATH_MAX}) {
+        return Collected::FAILED;  // no later step could use so long a path
+    }
     const char* path = source.path.data();
     const int kernel_file = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
     if (kernel_file != 0 || !source.own) {
         return copyContent(item.root, source, kernel_file, destination, bytes);
     }
-    const int link = item.root.output_file != nullptr ? 1 : 0;
-    return IgCmnFileCopy(path, destination, 0, link) == 1 ? Collected::WHOLE : Collected::FAILED;
+    const bool done = item.root.output_file != nullptr
+                          ? linkSource(source, destination)
+                          : IgCmnFileCopy(path, destination.path, 0, 0) == 1;
+    return done ? Collected::WHOLE : Collected::FAILED;
 }
 
 Step reportFailed(const char* shown) {
@@ -104,12 +139,12 @@ Step reportFailed(const char* shown) {
 
 // Opens an entry to check it. If the rules for symlinks refuse it, that is a failed copy and not a
 // failed call, and is not reported here.
-bool openEntry(const Item& item, const FileEntry& entry, Source& source) {
-    if (sourceOfEntry(entry, source, item.ours)) {
+bool openEntry(Item& item, const Current& current, Source& source) {
+    if (sourceOfEntry(current.entry, current.path, item.opener, source, item.ours)) {
         return true;
     }
     if (errno != LINK_REFUSED) {
-        IgCmnSysErrPath("open", errno, entry.path);
+        IgCmnSysErrPath("open", errno, current.path);
     }
     return false;
 }
@@ -134,132 +169,117 @@ bool rememberDirectory(Item& item, const struct stat& source, const char* destin
     if (made == nullptr) {
         return false;
     }
-    *made = {destination, source};
-    return IgCmnListAppend(item.memoryp, &item.made, made) != -1;
+    const char* path = IgCmnStrdup(item.memoryp, destination);
+    *made = {nullptr, path, attributesOf(source)};
+    *item.made_end = made;
+    item.made_end = &made->next;
+    return path != nullptr;
 }
 
 // The same for an entry, with the attributes that it has now.
-bool rememberEntry(Item& item, const FileEntry& entry, const char* destination) {
+bool rememberEntry(Item& item, const Current& current) {
     Source source;
     // An entry that cannot be opened has no attributes to copy.
-    return !openEntry(item, entry, source) || rememberDirectory(item, source.st, destination);
+    return !openEntry(item, current, source) || rememberDirectory(item, source.st, current.output);
 }
 
-Step collectDirectory(Item& item, const struct stat& source, const char* shown,
-                      const char* destination) {
-    if (IgCmnFileMkdir(destination) != 0) {
+Step collectDirectory(Item& item, const struct stat& source, const Current& current) {
+    if (IgCmnFileMkdir(current.output) != 0) {
         IgCmnMsg<ZEPA130_W>();
         return Step::NEXT;
     }
-    reportCopied(shown, 0);
-    const bool kept = rememberDirectory(item, source, destination);
-    return kept && addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
+    addCollected(current, 0);
+    if (!rememberDirectory(item, source, current.output)) {
+        return Step::FAILED;
+    }
+    item.destination.noteMade(current.output);
+    return Step::NEXT;
 }
 
 // Copies a regular file to a free name if it fits the size limit.
-Step collectRegular(Item& item, const Source& source, const char* shown, const char* destination) {
+Step collectRegular(Item& item, const Source& source, const Current& current,
+                    const NewFile& destination) {
     const std::int64_t size = source.st.st_size;
     if (!fitsLimit(item.root, size)) {
-        reportOverLimit(shown, size);
+        reportOverLimit(current.shown, size);
         return Step::NEXT;
     }
     std::int64_t bytes = 0;
     switch (collectFile(item, source, destination, bytes)) {
         case Collected::FAILED:
-            return reportFailed(shown);
+            if (item.destination.isFresh() && isTaken(destination)) {
+                giveBack(size);
+                return Step::NEXT;
+            }
+            return reportFailed(current.shown);
         case Collected::OVER_LIMIT:
-            reportOverLimit(shown, bytes);
+            reportOverLimit(current.shown, bytes);
             return Step::NEXT;
         case Collected::TRUNCATED:
-            reportFailed(shown);
+            reportFailed(current.shown);
             break;
         case Collected::WHOLE:
             break;
     }
-    reportCopied(shown, size);
-    return addFile(item, relativeName(item, destination)) ? Step::NEXT : Step::FAILED;
+    return addCollected(current, size);
 }
 
-Step collectSource(Item& item, const Source& source, const char* shown, const char* destination) {
+Step collectSource(Item& item, const Source& source, const Current& current,
+                   const NewFile& destination) {
     if (S_ISDIR(source.st.st_mode)) {
-        return collectDirectory(item, source.st, shown, destination);
+        return collectDirectory(item, source.st, current);
     }
-    return isData(source) ? collectRegular(item, source, shown, destination) : reportFailed(shown);
+    return isData(source) ? collectRegular(item, source, current, destination)
+                          : reportFailed(current.shown);
 }
 
-// Length of the part of the destination whose directories exist: the last destination is in them
-// too. Otherwise each entry of a tree would cost an lstat of every directory above it.
-std::size_t readyLength(const Item& item, const char* destination) {
-    std::size_t ready = std::strlen(item.place) + 1;
-    if (item.prepared == nullptr) {
-        return ready;
+// The source that was opened for the list, or the entry opened now.
+bool openAgain(Item& item, const Current& current, Source& opened, const Source*& source) {
+    if (current.entry.directory == nullptr && item.list.named.fd) {
+        source = &item.list.named;
+        return true;
     }
-    for (std::size_t i = ready; destination[i] != '\0' && destination[i] == item.prepared[i]; ++i) {
-        if (destination[i] == '/') {
-            ready = i + 1;
-        }
-    }
-    return ready;
-}
-
-// Makes the destination's parent directories in the output, which only this run writes to. A
-// symlink among them was made for a file that its owner has since replaced with a directory; it
-// leads out of the output.
-bool prepareParents(Item& item, const char* destination) {
-    const std::size_t ready = readyLength(item, destination);
-    LocalPool local;
-    char* prefix = IgCmnStrdup(local.get(), destination);
-    if (prefix == nullptr) {
-        return false;
-    }
-    for (char* slash = std::strchr(prefix + ready, '/'); slash != nullptr;
-         slash = std::strchr(slash + 1, '/')) {
-        *slash = '\0';
-        struct stat st = {};
-        const bool is_ready = ::lstat(prefix, &st) == 0 && S_ISDIR(st.st_mode);
-        if (!is_ready && IgCmnFileMkdir(prefix) != 0) {
-            return false;  // reported: another entry has the name
-        }
-        *slash = '/';
-    }
-    item.prepared = destination;
-    return true;
+    source = &opened;
+    return openEntry(item, current, opened);
 }
 
 // Collects an entry under a name in the output.
-Step collectTo(Item& item, const FileEntry& entry, const char* shown, const char* destination) {
-    if (!prepareParents(item, destination)) {
+Step collectTo(Item& item, const Current& current) {
+    if (!item.destination.prepare(current.output)) {
         return Step::NEXT;
     }
     if (item.first_source == nullptr && !item.own_output) {
-        item.first_source = entry.path;
-        item.first_destination = destination;
+        item.first_source = IgCmnStrdup(item.memoryp, current.path);
+        item.first_destination = IgCmnStrdup(item.memoryp, current.output);
+        if (item.first_source == nullptr || item.first_destination == nullptr) {
+            return Step::FAILED;
+        }
     }
     if (IgMainIsInterrupted() != 0) {
         return Step::INTERRUPTED;
     }
-    if (IgCmnFileIsTaken(destination) != 0) {
+    const NewFile file = item.destination.file(current.output);
+    if (*file.name == '\0') {
+        return Step::NEXT;  // "/" is the data directory itself, which keeps its mode
+    }
+    if (!item.destination.isFresh() && isTaken(file)) {
         // The first copy of a name stays. A directory may have been made as a parent and still
-        // needs its attributes, except that of "/": this is the data directory itself and keeps its
-        // mode.
-        const bool ours = *relativeName(item, destination) == '\0';
-        const bool kept = !entry.is_directory || ours || rememberEntry(item, entry, destination);
+        // needs its attributes.
+        const bool kept = !current.entry.is_directory || rememberEntry(item, current);
         return kept ? Step::NEXT : Step::FAILED;
     }
-    Source source;
-    const bool good =
-        openEntry(item, entry, source) && S_ISDIR(source.st.st_mode) == entry.is_directory;
-    return good ? collectSource(item, source, shown, destination) : reportFailed(shown);
+    Source opened;
+    const Source* source = nullptr;
+    const bool good = openAgain(item, current, opened, source) &&
+                      S_ISDIR(source->st.st_mode) == current.entry.is_directory;
+    return good ? collectSource(item, *source, current, file) : reportFailed(current.shown);
 }
 
-Step collectEntry(Item& item, const FileEntry& entry) {
+Step collectEntry(Item& item, const EntryPath& path, FileEntry& entry) {
     LocalPool local;
-    const char* destination = IgCmnStrCat(item.memoryp, item.place, entry.path);
-    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
-    if (destination == nullptr || shown == nullptr) {
-        return Step::FAILED;
-    }
-    return collectTo(item, entry, shown, destination);
+    const char* shown = IgCmnStrShown(local.get(), path.path());
+    return shown == nullptr ? Step::FAILED
+                            : collectTo(item, {entry, path.path(), shown, path.prefixed()});
 }
 
 // --- data that a tool wrote into the data directory ---
@@ -298,123 +318,142 @@ bool removeFromOutput(const char* path) {
 }
 
 // Counts a file that was written there, or a symlink to one elsewhere, as it is.
-Step countFile(Item& item, const char* path, const char* shown, std::int64_t size) {
+Step countFile(Item& item, const Current& current, std::int64_t size) {
     // The index may be among a tool's output, but it is the run's own.
-    const bool is_index = std::strcmp(path, item.index) == 0;
+    const bool is_index = std::strcmp(current.output, item.index) == 0;
     if (!is_index && !fitsLimit(item.root, size)) {
-        reportOverLimit(shown, size);
-        return removeFromOutput(path) ? Step::NEXT : Step::SIZE_LIMIT;
+        reportOverLimit(current.shown, size);
+        return removeFromOutput(current.output) ? Step::NEXT : Step::SIZE_LIMIT;
     }
-    reportCopied(shown, size);
-    return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
+    return addCollected(current, size);
 }
 
 // Collects the target of a tool's symlink. The symlink stays only if the target is safe until tar
 // follows it; otherwise it is removed and a copy made.
-Step countLink(Item& item, const FileEntry& entry, const char* shown, const char* path) {
+Step countLink(Item& item, const Current& current) {
     Source source;
-    const bool good = openEntry(item, entry, source);
+    const bool good = openEntry(item, current, source);
     if (good && source.own && isData(source) &&
-        kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path) == 0) {
-        return countFile(item, path, shown, source.st.st_size);
+        kernelFileSystemOf(source.fd.get(), source.st.st_dev, current.path) == 0) {
+        return countFile(item, current, source.st.st_size);
     }
-    if (!removeFromOutput(path)) {
+    if (!removeFromOutput(current.output)) {
         return Step::NEXT;
     }
-    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, current, byPath(current.output))
+                : reportFailed(current.shown);
 }
 
 // Counts an entry of the output that no symlink in the output leads to.
-Step countWritten(Item& item, const FileEntry& entry, const char* shown, const char* path) {
+Step countWritten(Item& item, const Current& current) {
     struct stat st = {};
-    if (::lstat(path, &st) != 0) {
+    if (::lstat(current.output, &st) != 0) {
         if (errno == ENOENT) {
             // It was behind a symlink that countBehind() has replaced with a directory.
-            return collectTo(item, entry, shown, path);
+            return collectTo(item, current);
         }
-        IgCmnSysErrPath("lstat", errno, path);
-        return reportFailed(shown);
+        IgCmnSysErrPath("lstat", errno, current.output);
+        return reportFailed(current.shown);
     }
     if (S_ISLNK(st.st_mode)) {
-        return countLink(item, entry, shown, path);
+        return countLink(item, current);
     }
     if (S_ISREG(st.st_mode)) {
-        return countFile(item, path, shown, st.st_size);
+        return countFile(item, current, st.st_size);
     }
     if (S_ISDIR(st.st_mode)) {
-        reportCopied(shown, 0);
-        return addFile(item, relativeName(item, path)) ? Step::NEXT : Step::FAILED;
+        return addCollected(current, 0);
     }
-    removeFromOutput(path);  // a socket, a FIFO, a device
-    return reportFailed(shown);
+    removeFromOutput(current.output);  // a socket, a FIFO, a device
+    return reportFailed(current.shown);
 }
 
 // Counts an entry whose path only begins with the same text as the data directory.
-Step countOther(Item& item, const FileEntry& entry, const char* shown) {
+Step countOther(Item& item, const Current& current) {
     Source source;
-    if (!openEntry(item, entry, source)) {
-        return reportFailed(shown);
+    if (!openEntry(item, current, source)) {
+        return reportFailed(current.shown);
     }
     const std::int64_t size = S_ISDIR(source.st.st_mode) ? 0 : source.st.st_size;
     if (!fitsLimit(item.root, size)) {
-        reportOverLimit(shown, size);
+        reportOverLimit(current.shown, size);
         return Step::NEXT;
     }
-    reportCopied(shown, size);
-    return addFile(item, entry.path + std::strlen(item.data_dir)) ? Step::NEXT : Step::FAILED;
+    return addCollected(current, size);
 }
 
 // Collects an entry behind a symlink that leads out of the output: a directory replaces the
 // symlink.
-Step countBehind(Item& item, const FileEntry& entry, const char* shown, const char* path,
-                 const char* link) {
+Step countBehind(Item& item, const Current& current, const char* link) {
     Source source;
-    const bool good = openEntry(item, entry, source);
+    const bool good = openEntry(item, current, source);
     if (!removeFromOutput(link) || IgCmnFileMkdir(link) != 0) {
-        return reportFailed(shown);
+        return reportFailed(current.shown);
     }
-    if (!prepareParents(item, path)) {
+    if (!item.destination.prepare(current.output)) {
         return Step::NEXT;
     }
-    return good ? collectSource(item, source, shown, path) : reportFailed(shown);
+    return good ? collectSource(item, source, current, byPath(current.output))
+                : reportFailed(current.shown);
 }
 
-Step countEntry(Item& item, const FileEntry& entry) {
+Step countEntry(Item& item, const EntryPath& path, FileEntry& entry) {
     if (IgMainIsInterrupted() != 0) {
         return Step::INTERRUPTED;
     }
     LocalPool local;
-    const char* shown = IgCmnStrPrintable(local.get(), entry.path);
-    const char* path = pathInOutput(item.memoryp, item.root, entry.path);
-    if (shown == nullptr || path == nullptr) {
+    const char* shown = IgCmnStrShown(local.get(), path.path());
+    const char* output = pathInOutput(local.get(), item.root, path.path());
+    if (shown == nullptr || output == nullptr) {
         return Step::FAILED;
     }
-    const char behind = entry.path[std::strlen(item.data_dir)];
+    const Current current{entry, path.path(), shown, output};
+    const char behind = path.path()[std::strlen(item.data_dir)];
     if (behind != '/' && behind != '\0') {
-        return countOther(item, entry, shown);
+        return countOther(item, current);
     }
-    const char* link = firstLink(item, path, local.get());
-    return link != nullptr && std::strcmp(link, path) != 0
-               ? countBehind(item, entry, shown, path, link)
-               : countWritten(item, entry, shown, path);
+    const char* link = firstLink(item, output, local.get());
+    return link != nullptr && std::strcmp(link, output) != 0 ? countBehind(item, current, link)
+                                                             : countWritten(item, current);
 }
 
-// Sets mode, owner and times of a directory of the output to those of its source. Follows no
-// symlink.
-void restoreAttributes(const char* path, const struct stat& source) {
+// Sets mode, owner and times of an open directory of the output to those of its source. False when
+// that failed (reported).
+bool restoreOpen(const char* path, int fd, const Attributes& source) {
+    struct stat st = {};
+    const bool known = ::fstat(fd, &st) == 0;
+    for (const Attribute attribute : {Attribute::MODE, Attribute::OWNER, Attribute::TIMES}) {
+        const bool same = known && hasAttribute(attribute, st, source);
+        if (!same && !giveAttribute(attribute, fd, source, path)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The same for a directory's path. Follows no symlink.
+bool restoreAttributes(const char* path, const Attributes& source) {
     const FdGuard fd(::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
         IgCmnSysErrPath("open", errno, path);
-        return;
+        return false;
     }
-    for (const Attribute attribute : {Attribute::MODE, Attribute::OWNER, Attribute::TIMES}) {
-        if (!giveAttribute(attribute, fd.get(), source, path)) {
-            return;
-        }
-    }
+    return restoreOpen(path, fd.get(), source);
 }
 
-// Sets the attributes of the directories above the first entry, upwards.
+// Sets the attributes of one directory above the first entry.
+bool restoreAncestor(const char* source, const char* destination) {
+    struct stat st = {};
+    if (::stat(source, &st) != 0) {
+        IgCmnSysErrPath("stat", errno, source);
+        return false;
+    }
+    return restoreAttributes(destination, attributesOf(st));
+}
+
+// Sets the attributes of the directories above the first entry, upwards. The ones above its own
+// directory have them already if the last item was in the same directory: only an entry that is
+// made in a directory changes its times.
 void restoreAncestors(const Item& item) {
     if (item.first_source == nullptr) {
         return;
@@ -425,19 +464,23 @@ void restoreAncestors(const Item& item) {
     if (source == nullptr || destination == nullptr) {
         return;
     }
+    bool complete = true;
     while (cutToParent(source) && cutToParent(destination)) {
-        struct stat st = {};
-        if (::stat(source, &st) != 0) {
-            IgCmnSysErrPath("stat", errno, source);
-            continue;
+        complete = restoreAncestor(source, destination) && complete;
+        if (complete && item.destination.wasComplete()) {
+            return;
         }
-        restoreAttributes(destination, st);
+    }
+    if (complete) {
+        item.destination.recordComplete(item.first_destination);
+    } else {
+        Destination::forgetComplete();
     }
 }
 
 void restoreMade(const Item& item) {
-    for (const MadeDirectory& made : walkList<const MadeDirectory>(item.made)) {
-        restoreAttributes(made.path, made.source);
+    for (const MadeDirectory* made = item.made; made != nullptr; made = made->next) {
+        restoreAttributes(made->path, made->source);
     }
 }
 
@@ -463,6 +506,7 @@ bool prepare(Item& item) {
     }
     item.index = normal_index;
     item.place = pathInOutput(item.memoryp, item.root, item.data_dir);
+    item.destination.begin(item.place);
     return item.place != nullptr;
 }
 
@@ -489,13 +533,15 @@ bool findOurs(Item& item) {
 // Whether the item names output of the pattern's own tools: compares the text of the directory that
 // is read.
 bool isOwnOutput(const Item& item) {
+    const std::size_t data_dir_length = std::strlen(item.data_dir);
+    if (std::strncmp(item.path_name, item.data_dir, data_dir_length) != 0) {
+        return false;
+    }
     std::size_t length = std::strlen(item.path_name);
     if (IgCmnFileIsDir(item.path_name) == 0) {
         length = static_cast<std::size_t>(lastSlash(item.path_name) - item.path_name);
     }
-    const std::size_t data_dir_length = std::strlen(item.data_dir);
-    return length >= data_dir_length &&
-           std::strncmp(item.path_name, item.data_dir, data_dir_length) == 0;
+    return length >= data_dir_length;
 }
 
 void describe(Item& item) {
@@ -508,12 +554,19 @@ void describe(Item& item) {
                       item.block.file_type_word);
     }
     item.record.description = item.block.description;
+    item.record.entries = item.list.first();
+    item.record.base_length = item.own_output ? std::strlen(item.data_dir) : 0;
 }
 
-Step eachEntry(Item& item, const IgCmnListHeader* entries,
-               Step (*take)(Item& item, const FileEntry& entry)) {
-    for (const FileEntry& entry : walkList<const FileEntry>(entries)) {
-        if (const Step step = take(item, entry); step != Step::NEXT) {
+Step eachEntry(Item& item) {
+    EntryPath path(item.memoryp, item.own_output ? "" : item.place);
+    for (FileEntry* entry = item.list.first(); entry != nullptr; entry = entry->next) {
+        if (!path.set(*entry)) {
+            return Step::FAILED;
+        }
+        const Step step =
+            item.own_output ? countEntry(item, path, *entry) : collectEntry(item, path, *entry);
+        if (step != Step::NEXT) {
             return step;
         }
     }
@@ -530,14 +583,16 @@ Result collectDataItem(Item& item, IgCmnListHeader** records) {
         return RESULT_DONE;
     }
     item.own_output = isOwnOutput(item);
-    IgCmnListHeader* entries = nullptr;
-    if (item.own_output && !findOurs(item)) {
-        return RESULT_DONE;
+    if (item.own_output) {
+        Destination::forgetComplete();
+        if (!findOurs(item)) {
+            return RESULT_DONE;
+        }
     }
-    if (IgCmnFileMakeTreeList(item.path_name, &entries, item.memoryp, item.ours) == -1) {
+    if (IgCmnFileMakeTreeList(item.path_name, item.list, item.ours) == -1) {
         return RESULT_FAILED;
     }
-    if (entries == nullptr) {
+    if (item.list.first() == nullptr) {
         if (IgMainIsInterrupted() == 0) {
             IgCmnMsg<ZEPA129_W>(item.path_name);
         }
@@ -547,7 +602,7 @@ Result collectDataItem(Item& item, IgCmnListHeader** records) {
         return RESULT_DONE;
     }
     describe(item);
-    switch (eachEntry(item, entries, item.own_output ? countEntry : collectEntry)) {
+    switch (eachEntry(item)) {
         case Step::NEXT:
             break;
         case Step::INTERRUPTED:
@@ -582,7 +637,7 @@ Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data
         (IgCmnFileIsDir(directory) == 0 && IgCmnFileMkdir(directory) != 0)) {
         return RESULT_FAILED;
     }
-    Item item{.memoryp = local.get(), .root = *root_tblp, .block = *data_block};
+    Item item(local.get(), *root_tblp, *data_block);
     IgCmnListHeader* records = nullptr;
     const Result result = collectDataItem(item, &records);
     if (result != RESULT_DONE) {

@@ -71,7 +71,7 @@ Copied copyBytes(int from, int to, std::int64_t most, std::int64_t& bytes) {
 // because a change of owner clears the set-user-ID bits.
 void copyAttributes(int to, const struct stat& source, const char* destination) {
     for (const Attribute attribute : {Attribute::OWNER, Attribute::MODE, Attribute::TIMES}) {
-        giveAttribute(attribute, to, source, destination);
+        giveAttribute(attribute, to, attributesOf(source), destination);
     }
 }
 
@@ -82,32 +82,38 @@ bool hasMore(int fd) {
     return readSome(fd, bytes.data(), bytes.size()) > 0;
 }
 
+void removeCopy(const NewFile& copy) {
+    if (::unlink(copy.path) != 0) {
+        IgCmnSysErrPath("unlink", errno, copy.path);
+    }
+}
+
 }  // namespace
 
-Copied copySource(const Source& source, const char* destination, std::int64_t most,
+Copied copySource(const Source& source, const NewFile& destination, std::int64_t most,
                   std::int64_t& bytes) {
     bytes = 0;
     const FdGuard from(sourceOpenForReading(source));
     if (!from) {
         return Copied::FAILED;
     }
-    const FdGuard to(
-        ::open(destination, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const FdGuard to(::openat(destination.directory, destination.name,
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!to) {
         return Copied::FAILED;
     }
     if (copyBytes(from.get(), to.get(), most, bytes) == Copied::ALL) {
-        copyAttributes(to.get(), source.st, destination);
-        return bytes == most && hasMore(from.get()) ? Copied::TRUNCATED : Copied::ALL;
+        copyAttributes(to.get(), source.st, destination.path);
+        // What a file has beyond its size was written later and is not wanted.
+        const bool at_limit = bytes == most && most != source.st.st_size;
+        return at_limit && hasMore(from.get()) ? Copied::TRUNCATED : Copied::ALL;
     }
-    if (::unlink(destination) != 0) {
-        IgCmnSysErrPath("unlink", errno, destination);
-    }
+    removeCopy(destination);
     return Copied::FAILED;
 }
 
 Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
-                      const char* destination, std::int64_t& bytes) {
+                      const NewFile& destination, std::int64_t& bytes) {
     const std::int64_t size = source.st.st_size;
     if (kernel_file == 0) {
         const Copied copied = copySource(source, destination, size, bytes);
@@ -120,9 +126,7 @@ Collected copyContent(const root_tbl& root, const Source& source, int kernel_fil
         return Collected::FAILED;
     }
     if (bytes > size && !fitsLimit(root, bytes - size)) {
-        if (::unlink(destination) != 0) {
-            IgCmnSysErrPath("unlink", errno, destination);
-        }
+        removeCopy(destination);
         return Collected::OVER_LIMIT;
     }
     return copied == Copied::TRUNCATED ? Collected::TRUNCATED : Collected::WHOLE;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "collect/IGDestination.h"
 #include "common/file/IGSource.h"
 
 struct root_tbl;
@@ -15,7 +16,7 @@ inline constexpr std::int64_t KERNEL_FILE_LIMIT = std::int64_t{64} << 20;
 /// Result of a copy.
 enum class Copied {
     ALL,        // the whole source
-    TRUNCATED,  // the source has more than `most` bytes
+    TRUNCATED,  // the source has more than `most` bytes, and `most` is not its size
     FAILED,     // no copy is left
 };
 
@@ -26,7 +27,7 @@ enum class Copied {
 /// @param destination must not exist
 /// @param most largest number of bytes to copy
 /// @param bytes set to the number of bytes copied
-Copied copySource(const Source& source, const char* destination, std::int64_t most,
+Copied copySource(const Source& source, const NewFile& destination, std::int64_t most,
                   std::int64_t& bytes);
 
 /// Result of copying one file into the output.
@@ -44,6 +45,6 @@ enum class Collected {
 /// @param kernel_file result of kernelFileSystemOf for the source
 /// @param bytes set to the number of bytes read, unless `kernel_file` is -1
 Collected copyContent(const root_tbl& root, const Source& source, int kernel_file,
-                      const char* destination, std::int64_t& bytes);
+                      const NewFile& destination, std::int64_t& bytes);
 
 #endif

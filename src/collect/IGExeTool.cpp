@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "collect/IGDestination.h"
 #include "collect/IGOutput.h"
 #include "collect/IGResult.h"
 #include "common/base/IGAssert.h"
@@ -135,6 +136,7 @@ Result IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_blo
     std::int32_t exit_cd = 0;
     std::int32_t status = 0;
     root_tblp->tools_ran = true;
+    Destination::forgetComplete();
     const int result =
         IgCmnExecCmdlineStr(tool.command_line, tool.command_line, &request, &exit_cd, &status);
     if (result == EXEC_FAILED) {

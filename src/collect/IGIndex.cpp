@@ -12,20 +12,38 @@
 #include "common/base/IGRunState.h"
 #include "common/file/IGCmnFile.h"
 #include "common/file/IGCmnPath.h"
+#include "common/file/IGCmnTree.h"
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGIniTable.h"
 #include "ini/IGResultName.h"
 
 namespace {
 
-void printFiles(IndexFile& index, const IgCmnListHeader* files, const char* prefix) {
-    if (files == nullptr || files->count == 0) {
+// False when memory ran out.
+bool printFiles(IndexFile& index, const IndexRecord& record, const char* prefix) {
+    LocalPool local;
+    EntryPath path(local.get(), "");
+    bool any = false;
+    for (const FileEntry* entry = record.entries; entry != nullptr; entry = entry->next) {
+        if (!entry->collected) {
+            continue;
+        }
+        if (!path.set(*entry)) {
+            return false;
+        }
+        LocalPool name_pool;
+        const char* name =
+            IgCmnStrShown(name_pool.get(), indexName(path.path(), record.base_length));
+        if (name == nullptr) {
+            return false;
+        }
+        index.print("FILE:%s%s%s\n", prefix, prefix[0] == '\0' ? "" : "/", name);
+        any = true;
+    }
+    if (!any) {
         index.print("FILE:%s%s%s\n", "", "", "");
-        return;
     }
-    for (const char& name : walkStrings(files)) {
-        index.print("FILE:%s%s%s\n", prefix, prefix[0] == '\0' ? "" : "/", &name);
-    }
+    return true;
 }
 
 void printDescriptions(IndexFile& index, const IgCmnListHeader* description) {
@@ -52,12 +70,15 @@ const char* typeText(const IndexRecord& record) {
     }
 }
 
-void printRecord(IndexFile& index, const IndexRecord& record, const char* prefix) {
+bool printRecord(IndexFile& index, const IndexRecord& record, const char* prefix) {
     index.print("\n");
-    printFiles(index, record.files, prefix);
+    if (!printFiles(index, record, prefix)) {
+        return false;
+    }
     printDescriptions(index, record.description);
     index.print("DATE:%s\n", record.date.data());
     index.print("TYPE:%s\n", typeText(record));
+    return true;
 }
 
 }  // namespace
@@ -108,7 +129,9 @@ int indexAppend(memory_pool* memoryp, const root_tbl& root, const char* data_dir
     const char* prefix = std::strcmp(directory, data_dir) == 0 ? "" : lastComponent(data_dir);
     IndexFile index(path, "a");
     for (const IndexRecord& record : walkList<const IndexRecord>(records)) {
-        printRecord(index, record, prefix);
+        if (!printRecord(index, record, prefix)) {
+            return -1;
+        }
     }
     return index.finish();
 }

@@ -3,6 +3,7 @@
 #define QUENDIL_COLLECT_IGINDEX_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "common/base/IGCmnList.h"
@@ -10,6 +11,7 @@
 #include "common/base/IGSourcePlace.h"
 #include "common/file/IGCmnFile.h"
 
+struct FileEntry;
 struct root_tbl;
 
 inline constexpr const char* INDEX_NAME = "quendil_index";
@@ -20,7 +22,8 @@ inline constexpr std::size_t INDEX_TYPE_LENGTH = 31;
 struct IndexRecord {
     std::array<char, 13> date;  // YYMMDDhhmmss, when the item was listed
     const char* path_name;      // expanded; kept, not written
-    IgCmnListHeader* files;     // names relative to the data directory; null when none
+    FileEntry* entries;         // the files are those that are `collected`; null when none
+    std::size_t base_length;    // of the entries' paths, in bytes: what the names leave out
     std::int32_t type;          // FileType
     std::array<char, INDEX_TYPE_LENGTH + 1> type_word;  // for FILE_OTHER
     const IgCmnListHeader* description;                 // strings; null when the item has none
@@ -45,6 +48,13 @@ class IndexFile {
     SourcePlace place_;
     bool good_;
 };
+
+/// The name of an entry in the index: its path without its first `base_length` bytes and the slash
+/// that follows them.
+inline const char* indexName(const char* path, std::size_t base_length) {
+    const char* rest = path + base_length;
+    return *rest == '/' ? rest + 1 : rest;
+}
 
 /// The index's path in the output directory, as from pathInOutput(); null when memory runs out.
 const char* indexPath(memory_pool* memoryp, const root_tbl& root);

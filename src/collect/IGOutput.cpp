@@ -81,7 +81,7 @@ void replaceLink(const Sweep& sweep, const Entry& link, const Source& source, in
     std::int64_t bytes = source.st.st_size;
     Collected collected = Collected::OVER_LIMIT;
     if (fitsLimit(sweep.root, bytes)) {
-        collected = copyContent(sweep.root, source, kernel_file, link.path, bytes);
+        collected = copyContent(sweep.root, source, kernel_file, byPath(link.path), bytes);
     }
     if (collected == Collected::OVER_LIMIT) {
         reportOverLimit(link.shown, bytes);
@@ -127,12 +127,33 @@ void checkOwnLink(const Entry& link) {
     }
 }
 
-unsigned char typeOf(const char* path, const struct dirent& entry) {
+// Whether a symlink certainly needs no change, which is true of nearly all. This takes few calls;
+// the other symlinks are checked in detail.
+bool staysAsItIs(const Sweep& sweep, int directory, const char* name) {
+    struct stat st = {};
+    if (!sweep.root.tools_ran) {
+        return ::fstatat(directory, name, &st, 0) == 0 && S_ISREG(st.st_mode);
+    }
+    std::array<char, std::size_t{PATH_MAX}> target;
+    Source source;
+    if (::fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) != 0 || st.st_uid != 0) {
+        return false;  // a tool may have copied a user's symlink
+    }
+    const ssize_t length = ::readlinkat(directory, name, target.data(), target.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == target.size() || target[0] != '/') {
+        return false;
+    }
+    target[static_cast<std::size_t>(length)] = '\0';
+    return sourceFollow(target.data(), source) && source.own && S_ISREG(source.st.st_mode) &&
+           kernelFileSystemOf(source.fd.get(), source.st.st_dev, nullptr) == 0;
+}
+
+unsigned char typeOf(int directory, const struct dirent& entry) {
     if (entry.d_type != DT_UNKNOWN) {
         return entry.d_type;
     }
     struct stat st = {};
-    if (::lstat(path, &st) != 0) {
+    if (::fstatat(directory, entry.d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         return DT_REG;  // it has gone: nothing to do
     }
     return static_cast<unsigned char>(IFTODT(st.st_mode));
@@ -145,15 +166,15 @@ const char* shownPath(const Sweep& sweep, const char* path, memory_pool* memoryp
     return named == nullptr ? nullptr : IgCmnStrPrintable(memoryp, named);
 }
 
-bool sweepEntry(Sweep& sweep, const char* directory, const struct dirent& entry) {
+bool sweepEntry(Sweep& sweep, const char* directory, int fd, const struct dirent& entry) {
+    const unsigned char type = typeOf(fd, entry);
+    if (type == DT_REG || (type == DT_LNK && staysAsItIs(sweep, fd, entry.d_name))) {
+        return true;
+    }
     LocalPool local;
     const char* path = IgCmnStrCatDir(local.get(), directory, entry.d_name);
     if (path == nullptr) {
         return false;
-    }
-    const unsigned char type = typeOf(path, entry);
-    if (type == DT_REG) {
-        return true;
     }
     if (type == DT_DIR) {
         return makeList(path, &sweep.directories, sweep.memoryp) == 0;
@@ -183,7 +204,8 @@ bool sweepAll(Sweep& sweep) {
             continue;
         }
         const auto take = [&](const struct dirent& entry) {
-            return IgMainIsInterrupted() != 0 || sweepEntry(sweep, &directory, entry);
+            return IgMainIsInterrupted() != 0 ||
+                   sweepEntry(sweep, &directory, ::dirfd(dir.get()), entry);
         };
         if (readNames(dir.get(), &directory, nullptr, take) == -1) {
             return false;

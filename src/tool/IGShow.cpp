@@ -289,7 +289,7 @@ class Tree {
 
     void printEntry(const ShownFile& file) {
         Source source;
-        if (sourceOpenEntry(file.directory->directory, file.path, source)) {
+        if (opener_.open(file.directory->directory, lastComponent(file.path), source)) {
             printFile(show_, file.shown, source);
         } else {
             sayNotFollowed(show_, HEADER, file.shown, errno);
@@ -298,6 +298,7 @@ class Tree {
 
     Show& show_;
     LocalPool local_;
+    SourceOpener opener_;
     bool failed_ = false;  // memory ran out
     IgCmnListHeader* directories_ = nullptr;
     IgCmnListHeader* files_ = nullptr;

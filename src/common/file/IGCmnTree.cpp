@@ -24,37 +24,35 @@
 
 namespace {
 
-// An entry of a directory at the time the directory was read, symlinks not followed. Its text
-// follows it in the same block.
-struct Name {
-    Name* next;  // in the order of the directory; null at the end
-    const char* text;
-    mode_t type;  // bits of S_IFMT; 0 when stat failed
-    int error;    // errno of that stat
+// A directory among the entries of a level, when that was read, symlinks not followed.
+struct FoundDirectory {
+    FoundDirectory* next;
+    int error;  // errno of a stat that failed, here of an entry of any type; else 0
     dev_t device;
     ino_t inode;
-    bool own;  // result of isRootsOwn, for a directory
+    bool own;  // result of isRootsOwn
 };
 
 // A directory that the walk is in. All its names are read before the first one is entered, so the
 // walk keeps no descriptor open on the way down.
 struct Level {
-    SourceDirectory* directory = nullptr;
-    const char* shown = nullptr;  // its path in the list
+    ListedDirectory* directory = nullptr;
     dev_t device = 0;
     ino_t inode = 0;
-    bool matching = false;       // its entries matched the search's wildcard
-    bool behind_link = false;    // it was reached through a symlink, here or above
-    bool ours = false;           // it is part of the output
-    Name* next = nullptr;        // the next name; null at the end
-    memory_pool pool = nullptr;  // owns the names; freed with the level
-    Level* outer = nullptr;      // null for the outermost
+    bool matching = false;      // its entries matched the search's wildcard
+    bool behind_link = false;   // it was reached through a symlink, here or above
+    bool ours = false;          // it is part of the output
+    FileEntry* next = nullptr;  // the next entry, in the order of the directory; null at the end
+    FoundDirectory* found = nullptr;  // its directories in the same order: the next one
+    memory_pool pool = nullptr;       // owns them; freed with the level
+    Level* outer = nullptr;           // null for the outermost
 };
 
 // A symlink to a directory, listed at the end.
 struct Link {
-    FileEntry entry;
-    SourceDirectory* target;
+    FileEntry* entry;
+    const char* path;  // of the entry
+    ListedDirectory* target;
     dev_t device;
     ino_t inode;
     bool enters;  // enters it, unless it is already listed by then
@@ -82,9 +80,7 @@ class LinkHeap {
     }
 
   private:
-    static bool isLater(const Link* a, const Link* b) {
-        return std::strcmp(a->entry.path, b->entry.path) > 0;
-    }
+    static bool isLater(const Link* a, const Link* b) { return std::strcmp(a->path, b->path) > 0; }
     bool grow() {
         const std::size_t capacity = capacity_ == 0 ? 64 : 2 * capacity_;
         constexpr std::size_t SIZE = sizeof(void*);
@@ -106,12 +102,13 @@ class LinkHeap {
 
 class TreeLister {
   public:
-    TreeLister(IgCmnListHeader** entries, memory_pool* memoryp, const char* ours)
-        : entries_(entries),
-          memoryp_(memoryp),
+    TreeLister(EntryList& list, const char* ours)
+        : list_(list),
+          memoryp_(list.pool()),
           ours_(ours),
           entered_(local_.get()),
-          links_(local_.get()) {}
+          links_(local_.get()),
+          path_(local_.get(), "") {}
     ~TreeLister() {
         while (level_ != nullptr) {
             leave();
@@ -121,7 +118,7 @@ class TreeLister {
     TreeLister& operator=(const TreeLister&) = delete;
 
     int list(const char* search_name) {
-        Source source;
+        Source& source = list_.named;
         if (sourceFollow(search_name, source, ours_)) {
             return startWith(search_name, source) ? walk() : -1;
         }
@@ -139,13 +136,20 @@ class TreeLister {
     }
 
   private:
-    bool startWith(const char* search_name, const Source& source) {
-        const char* path = IgCmnStrdup(memoryp_, search_name);
-        const bool is_directory = source.fd && S_ISDIR(source.st.st_mode);
-        if (path == nullptr || !append({path, is_directory, true, nullptr})) {
+    bool startWith(const char* search_name, Source& source) {
+        FileEntry* entry = list_.make(nullptr, search_name);
+        if (entry == nullptr) {
             return false;
         }
-        return !is_directory || enter(path, source, nullptr);
+        entry->is_directory = source.fd && S_ISDIR(source.st.st_mode);
+        entry->is_link = true;
+        list_.append(entry);
+        if (!entry->is_directory) {
+            return true;
+        }
+        const bool entered = enter(entry->name(), source, nullptr);
+        source.fd.reset();
+        return entered;
     }
 
     bool startWithMatches(const char* search_name) {
@@ -163,12 +167,11 @@ class TreeLister {
 
     // Enters the directory that the search names, or the one whose entries it matches.
     bool enter(const char* path, const Source& source, const char* wildcard) {
-        SourceDirectory* directory = directoryOf(source, true);
+        ListedDirectory* directory = directoryOf(source, path, true);
         if (directory == nullptr || entered_.add(source.st) == InodeSet::Added::NO_MEMORY) {
             return false;
         }
         return push({.directory = directory,
-                     .shown = path,
                      .device = source.st.st_dev,
                      .inode = source.st.st_ino,
                      .matching = wildcard != nullptr,
@@ -176,14 +179,16 @@ class TreeLister {
                     wildcard);
     }
 
-    SourceDirectory* directoryOf(const Source& source, bool own) {
-        auto* directory = newFromPool<SourceDirectory>(memoryp_);
-        const char* path = IgCmnStrdup(memoryp_, source.path[0] == '\0' ? "/" : source.path.data());
+    ListedDirectory* directoryOf(const Source& source, const char* shown, bool own) {
+        auto* directory = newFromPool<ListedDirectory>(memoryp_);
+        const char* real = source.path[0] == '\0' ? "/" : source.path.data();
+        const char* path = std::strcmp(real, shown) == 0 ? shown : IgCmnStrdup(memoryp_, real);
         if (directory == nullptr || path == nullptr) {
             return nullptr;
         }
-        *directory = {path, own && source.own &&
-                                (isRootsOwn(source.st) || liesIn(ours_, source.path.data()))};
+        *directory = {{path, own && source.own &&
+                                 (isRootsOwn(source.st) || liesIn(ours_, source.path.data()))},
+                      shown};
         return directory;
     }
 
@@ -204,9 +209,9 @@ class TreeLister {
             } else if (level_->next == nullptr) {
                 leave();
             } else {
-                const Name* name = level_->next;
-                level_->next = name->next;
-                if (!take(*level_, *name)) {
+                FileEntry* entry = level_->next;
+                level_->next = entry->next;
+                if (!take(*level_, *entry)) {
                     return -1;
                 }
             }
@@ -231,22 +236,55 @@ class TreeLister {
         IgCmnMemoryFree(local_.get(), left, sizeof *left);
     }
 
-    static bool readLevel(Level& level, const char* wildcard) {
-        const DirGuard dir(sourceOpenDirectory(*level.directory));
+    bool readLevel(Level& level, const char* wildcard) {
+        const DirGuard dir(sourceOpenDirectory(level.directory->source));
         if (!dir || !checkOpened(level, ::dirfd(dir.get()))) {
-            IgCmnSysErrPath("opendir", errno, level.shown);
+            IgCmnSysErrPath("opendir", errno, level.directory->shown);
             return true;
         }
-        Name** end = &level.next;
-        const auto take = [&](const struct dirent& entry) {
-            *end = newName(level, ::dirfd(dir.get()), entry.d_name);
-            if (*end == nullptr) {
+        FileEntry** end = &level.next;
+        FoundDirectory** found = &level.found;
+        const auto take = [&](const struct dirent& read) {
+            FileEntry* entry = list_.make(level.directory, read.d_name);
+            if (entry == nullptr || !classify(level, ::dirfd(dir.get()), read, *entry, &found)) {
                 return false;
             }
-            end = &(*end)->next;
+            *end = entry;
+            end = &entry->next;
             return true;
         };
-        return readNames(dir.get(), level.shown, wildcard, take) != -1;
+        return readNames(dir.get(), level.directory->shown, wildcard, take) != -1;
+    }
+
+    // Sets the type of an entry. Only a directory needs a stat: of the others the type is enough,
+    // and the directory usually has it. False when memory ran out.
+    static bool classify(Level& level, int directory, const struct dirent& read, FileEntry& entry,
+                         FoundDirectory*** end) {
+        unsigned char type = read.d_type;
+        FoundDirectory found{};
+        if (type == DT_DIR || type == DT_UNKNOWN) {
+            struct stat st = {};
+            if (::fstatat(directory, read.d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                found.error = errno;
+            }
+            found.device = st.st_dev;
+            found.inode = st.st_ino;
+            found.own = isRootsOwn(st);
+            type = static_cast<unsigned char>(IFTODT(st.st_mode));
+        }
+        entry.is_link = type == DT_LNK;
+        entry.is_directory = type == DT_DIR || found.error != 0;
+        if (!entry.is_directory) {
+            return true;
+        }
+        auto* kept = newFromPool<FoundDirectory>(&level.pool);
+        if (kept == nullptr) {
+            return false;
+        }
+        *kept = found;
+        **end = kept;
+        *end = &kept->next;
+        return true;
     }
 
     // Checks the opened directory: a file system may have been mounted on it after its stat. Where
@@ -256,7 +294,7 @@ class TreeLister {
         if (::fstat(opened, &st) != 0) {
             return false;
         }
-        SourceDirectory& directory = *level.directory;
+        SourceDirectory& directory = level.directory->source;
         if (!directory.own && (st.st_dev != level.device || st.st_ino != level.inode)) {
             errno = ESTALE;
             return false;
@@ -265,82 +303,62 @@ class TreeLister {
         return true;
     }
 
-    static Name* newName(Level& level, int directory, const char* text) {
-        const std::size_t size = std::strlen(text) + 1;
-        void* block = IgCmnMemoryAlloc(&level.pool, sizeof(Name) + size);
-        if (block == nullptr) {
-            return nullptr;
+    bool take(Level& level, FileEntry& entry) {
+        if (!entry.is_link && !entry.is_directory) {
+            list_.append(&entry);
+            return true;
         }
-        auto* name = static_cast<Name*>(block);
-        name->text = static_cast<const char*>(std::memcpy(name + 1, text, size));
-        struct stat st = {};
-        if (::fstatat(directory, text, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-            name->type = st.st_mode & S_IFMT;
-            name->device = st.st_dev;
-            name->inode = st.st_ino;
-            name->own = isRootsOwn(st);
-        } else {
-            name->error = errno;
-        }
-        return name;
-    }
-
-    bool append(const FileEntry& entry) {
-        auto* added = newFromPool<FileEntry>(memoryp_);
-        if (added == nullptr) {
+        if (!path_.set(entry)) {
             return false;
         }
-        *added = entry;
-        return IgCmnListAppend(memoryp_, entries_, added) != -1;
-    }
-
-    bool take(const Level& level, const Name& name) {
-        const char* path = IgCmnStrCatDir(memoryp_, level.shown, name.text);
-        if (path == nullptr) {
-            return false;
-        }
-        if (name.type == 0) {
-            return reportSkipped("fstatat", name.error, path);
-        }
-        const bool is_link = S_ISLNK(name.type);
-        const bool is_directory = S_ISDIR(name.type);
-        const FileEntry entry{path, is_directory, is_link, level.directory};
-        if (is_link) {
+        if (entry.is_link) {
             return addLink(level, entry);
         }
-        return append(entry) && (!is_directory || enterReal(level, path, name));
+        const FoundDirectory& found = *level.found;
+        level.found = found.next;
+        if (found.error != 0) {
+            return reportSkipped("fstatat", found.error, path_.path());
+        }
+        list_.append(&entry);
+        return enterReal(level, found);
     }
 
     // Enters a directory from its parent.
-    bool enterReal(const Level& level, const char* path, const Name& name) {
-        if (isInside(name) || isKernelMount(level, path, name)) {
+    bool enterReal(const Level& level, const FoundDirectory& found) {
+        if (isInside(found) || isKernelMount(level, path_.path(), found)) {
             return true;
         }
         struct stat st = {};
-        st.st_dev = name.device;
-        st.st_ino = name.inode;
+        st.st_dev = found.device;
+        st.st_ino = found.inode;
         const InodeSet::Added added = entered_.add(st);
         if (added == InodeSet::Added::KNOWN && level.behind_link) {
             return true;
         }
-        auto* directory = newFromPool<SourceDirectory>(memoryp_);
-        const char* place = IgCmnStrCatDir(memoryp_, level.directory->path, lastComponent(path));
-        if (added == InodeSet::Added::NO_MEMORY || directory == nullptr || place == nullptr) {
+        auto* directory = newFromPool<ListedDirectory>(memoryp_);
+        const char* path = IgCmnStrdup(memoryp_, path_.path());
+        if (added == InodeSet::Added::NO_MEMORY || directory == nullptr || path == nullptr) {
             return false;
         }
-        *directory = {place, level.directory->own && (name.own || level.ours)};
+        const ListedDirectory& parent = *level.directory;
+        const char* place = parent.source.path == parent.shown
+                                ? path
+                                : IgCmnStrCatDir(memoryp_, parent.source.path, lastComponent(path));
+        if (place == nullptr) {
+            return false;
+        }
+        *directory = {{place, parent.source.own && (found.own || level.ours)}, path};
         return push({.directory = directory,
-                     .shown = path,
-                     .device = name.device,
-                     .inode = name.inode,
+                     .device = found.device,
+                     .inode = found.inode,
                      .behind_link = level.behind_link,
                      .ours = level.ours},
                     nullptr);
     }
 
-    [[nodiscard]] bool isInside(const Name& name) const {
+    [[nodiscard]] bool isInside(const FoundDirectory& found) const {
         for (const Level* level = level_; level != nullptr; level = level->outer) {
-            if (level->device == name.device && level->inode == name.inode) {
+            if (level->device == found.device && level->inode == found.inode) {
                 return true;
             }
         }
@@ -348,44 +366,50 @@ class TreeLister {
     }
 
     // Whether a kernel file system is mounted on a directory behind a symlink.
-    static bool isKernelMount(const Level& level, const char* path, const Name& name) {
-        return level.behind_link && name.device != level.device &&
+    static bool isKernelMount(const Level& level, const char* path, const FoundDirectory& found) {
+        return level.behind_link && found.device != level.device &&
                liesInKernelFileSystem(path) != 0;
     }
 
     // Lists a symlink to a file at once; keeps a symlink to a directory for the end.
-    bool addLink(const Level& level, const FileEntry& entry) {
+    bool addLink(const Level& level, FileEntry& entry) {
         Source source;
-        if (!sourceOfEntry(entry, source, ours_) && errno != LINK_REFUSED) {
-            return reportSkipped("open", errno, entry.path);
+        if (!sourceOfEntry(entry, path_.path(), opener_, source, ours_) && errno != LINK_REFUSED) {
+            return reportSkipped("open", errno, path_.path());
         }
         if (!source.fd || !S_ISDIR(source.st.st_mode)) {
-            return append(entry);
+            list_.append(&entry);
+            return true;
         }
         auto* link = newFromPool<Link>(local_.get());
-        SourceDirectory* target = directoryOf(source, level.directory->own);
-        if (link == nullptr || target == nullptr) {
+        const char* path = IgCmnStrdup(memoryp_, path_.path());
+        if (link == nullptr || path == nullptr) {
             return false;
         }
-        *link = {entry, target, source.st.st_dev, source.st.st_ino, mayEnter(level, entry, source)};
-        link->entry.is_directory = true;
+        ListedDirectory* target = directoryOf(source, path, level.directory->source.own);
+        if (target == nullptr) {
+            return false;
+        }
+        entry.is_directory = true;
+        *link = {&entry,           path,
+                 target,           source.st.st_dev,
+                 source.st.st_ino, mayEnter(level, path, source)};
         return links_.push(link);
     }
 
     // In kernel file systems symlinks point anywhere, also out of them: a process's "root" is the
     // whole machine. If statfs fails, the file system is treated as one of them.
-    static bool mayEnter(const Level& level, const FileEntry& entry, const Source& source) {
-        const int there = kernelFileSystemOf(source.fd.get(), source.st.st_dev, entry.path);
+    static bool mayEnter(const Level& level, const char* path, const Source& source) {
+        const int there = kernelFileSystemOf(source.fd.get(), source.st.st_dev, path);
         if (there != 0) {
             return there == 1 && level.matching;
         }
-        return level.device == source.st.st_dev || liesInKernelFileSystem(level.shown) == 0;
+        return level.device == source.st.st_dev ||
+               liesInKernelFileSystem(level.directory->shown) == 0;
     }
 
     bool takeLink(const Link& link) {
-        if (!append(link.entry)) {
-            return false;
-        }
+        list_.append(link.entry);
         struct stat st = {};
         st.st_dev = link.device;
         st.st_ino = link.inode;
@@ -394,7 +418,6 @@ class TreeLister {
             return added == InodeSet::Added::KNOWN;
         }
         return push({.directory = link.target,
-                     .shown = link.entry.path,
                      .device = link.device,
                      .inode = link.inode,
                      .behind_link = true},
@@ -415,11 +438,13 @@ class TreeLister {
     }
 
     LocalPool local_;
-    IgCmnListHeader** entries_;
+    EntryList& list_;
     memory_pool* memoryp_;
     const char* ours_;
     InodeSet entered_;
     LinkHeap links_;
+    SourceOpener opener_;
+    EntryPath path_;          // of the entry that is taken
     Level* level_ = nullptr;  // the innermost
 };
 
@@ -451,27 +476,99 @@ std::int64_t sizeOfEntries(const char* directory, IgCmnListHeader** directories,
 
 }  // namespace
 
-int IgCmnFileMakeTreeList(const char* search_name, IgCmnListHeader** entries, memory_pool* memoryp,
-                          const char* ours) {
-    IG_ASSERT_NOT_NULL(search_name);
-    IG_ASSERT_NOT_NULL(entries);
-    IG_ASSERT_NOT_NULL(memoryp);
-    return TreeLister(entries, memoryp, ours).list(search_name);
+FileEntry* EntryList::make(const ListedDirectory* directory, const char* name) const {
+    const std::size_t size = std::strlen(name) + 1;
+    auto* entry = static_cast<FileEntry*>(IgCmnMemoryAlloc(memoryp_, sizeof(FileEntry) + size));
+    if (entry != nullptr) {
+        entry->directory = directory;
+        std::memcpy(entry + 1, name, size);
+    }
+    return entry;
 }
 
-bool sourceOfEntry(const FileEntry& entry, Source& source, const char* ours) {
+void EntryList::append(FileEntry* entry) {
+    entry->next = nullptr;
+    (last_ == nullptr ? first_ : last_->next) = entry;
+    last_ = entry;
+}
+
+EntryPath::EntryPath(memory_pool* memoryp, const char* prefix)
+    : memoryp_(memoryp), prefix_(prefix), prefix_length_(std::strlen(prefix)) {
+}
+
+bool EntryPath::reserve(std::size_t size) {
+    if (size <= size_) {
+        return true;
+    }
+    const std::size_t grown = std::max(size, 2 * size_);
+    auto* text = static_cast<char*>(IgCmnMemoryRealloc(memoryp_, text_, size_, grown));
+    if (text == nullptr) {
+        return false;
+    }
+    text_ = text;
+    size_ = grown;
+    return true;
+}
+
+bool EntryPath::changeTo(const ListedDirectory& directory) {
+    if (directory_ == &directory) {
+        return true;
+    }
+    const std::size_t length = std::strlen(directory.shown);
+    if (!reserve(prefix_length_ + length + 2)) {
+        return false;
+    }
+    std::memcpy(text_, prefix_, prefix_length_);
+    std::memcpy(text_ + prefix_length_, directory.shown, length);
+    name_offset_ = prefix_length_ + length;
+    if (length == 0 || directory.shown[length - 1] != '/') {
+        text_[name_offset_++] = '/';
+    }
+    directory_ = &directory;
+    return true;
+}
+
+bool EntryPath::set(const FileEntry& entry) {
+    const char* name = entry.name();
+    const std::size_t size = std::strlen(name) + 1;
+    if (entry.directory != nullptr) {
+        if (!changeTo(*entry.directory)) {
+            return false;
+        }
+    } else {
+        directory_ = nullptr;
+        name_offset_ = prefix_length_;
+    }
+    if (!reserve(name_offset_ + size)) {
+        return false;
+    }
     if (entry.directory == nullptr) {
-        return sourceFollow(entry.path, source, ours);
+        std::memcpy(text_, prefix_, prefix_length_);
     }
-    std::array<char, std::size_t{PATH_MAX} + NAME_MAX + 2> path{};
-    const char* parent = entry.directory->path;
-    std::snprintf(path.data(), path.size(), "%s/%s", std::strcmp(parent, "/") == 0 ? "" : parent,
-                  lastComponent(entry.path));
+    std::memcpy(text_ + name_offset_, name, size);
+    return true;
+}
+
+int IgCmnFileMakeTreeList(const char* search_name, EntryList& list, const char* ours) {
+    IG_ASSERT_NOT_NULL(search_name);
+    IG_ASSERT_NOT_NULL(list.pool());
+    return TreeLister(list, ours).list(search_name);
+}
+
+bool sourceOfEntry(const FileEntry& entry, const char* path, SourceOpener& opener, Source& source,
+                   const char* ours) {
+    if (entry.directory == nullptr) {
+        return sourceFollow(path, source, ours);
+    }
+    const SourceDirectory& directory = entry.directory->source;
     if (!entry.is_link) {
-        return sourceOpenEntry(*entry.directory, path.data(), source);
+        return opener.open(directory, entry.name(), source);
     }
-    const bool followed = sourceFollow(path.data(), source, ours);
-    source.own = source.own && entry.directory->own;
+    std::array<char, std::size_t{PATH_MAX} + NAME_MAX + 2> link{};
+    std::snprintf(link.data(), link.size(), "%s/%s",
+                  std::strcmp(directory.path, "/") == 0 ? "" : directory.path, entry.name());
+    const bool followed = sourceFollow(link.data(), source, ours);
+    source.own = source.own && directory.own;
     return followed;
 }
 

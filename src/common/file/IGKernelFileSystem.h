@@ -12,7 +12,11 @@ int liesInKernelFileSystem(const char* path);
 /// The same for an open file. Caches the result for the last device, so consecutive files on one
 /// device need one system call.
 /// @param device the descriptor's, from fstat(2)
-/// @param path its path, for the report
+/// @param path its path, for the report; null for no report
 int kernelFileSystemOf(int fd, dev_t device, const char* path);
+
+/// Whether an open file is in proc; false also when statfs fails, without a report. Caches like
+/// kernelFileSystemOf.
+bool liesInProc(int fd, dev_t device);
 
 #endif

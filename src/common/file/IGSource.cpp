@@ -1,9 +1,7 @@
 #include "common/file/IGSource.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/syscall.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -147,7 +145,7 @@ class PathWalk {
         // A tool may have copied a user's symlink into the output: check it as at its original
         // path.
         const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
-        if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
+        if (!(liesInProc(link, st.st_dev) ? takeOfProc(name) : takeText(link))) {
             return false;
         }
         if (!trusted && !mayFollow(st)) {
@@ -175,7 +173,8 @@ class PathWalk {
             return false;
         }
         if (ours && takeName()) {
-            own_ = own_ && isOfProc(source_.fd.get());  // the directories above were not checked
+            own_ = own_ && liesInProc(source_.fd.get(),
+                                      source_.st.st_dev);  // the directories above were not checked
             source_.own = source_.own && own_;
             return true;
         }
@@ -211,11 +210,6 @@ class PathWalk {
         return true;
     }
 
-    static bool isOfProc(int fd) {
-        struct statfs fs = {};
-        return ::fstatfs(fd, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
-    }
-
     [[nodiscard]] bool liesInOurs() const { return liesIn(ours_, source_.path.data()); }
 
     // Whether a symlink that a user may have made may be followed to the current position.
@@ -235,12 +229,81 @@ class PathWalk {
 
 bool go(const char* path, Source& source, const char* ours, int links) {
     source.own = true;
+    source.readable = false;
     if (PathWalk(source, ours, links).go(path)) {
         return true;
     }
     source.fd.reset();
     return false;
 }
+
+// The directory above the file that was found last, if it and all above it are root's own. The next
+// item is often in the same directory: its path is then not walked along name by name again.
+class KnownDirectory {
+  public:
+    // Remembers the directory of a file that was found under a path.
+    void remember(const char* path, const Source& source) {
+        const std::size_t length = directoryLength(path);
+        const std::size_t real_length = directoryLength(source.path.data());
+        known_ = source.own && length != 0 && real_length != 0 && length < text_.size();
+        if (known_) {
+            std::memcpy(text_.data(), path, length);
+            text_[length] = '\0';
+            std::memcpy(real_.data(), source.path.data(), real_length);
+            real_[real_length] = '\0';
+            struct stat st = {};
+            known_ = ::stat(real_.data(), &st) == 0;
+            device_ = st.st_dev;
+            inode_ = st.st_ino;
+            // A symlink may have led to the file from another directory.
+            known_ = known_ && isThere();
+        }
+    }
+
+    // Opens a file in the directory, if its path still leads there and the file is no symlink.
+    bool open(const char* path, Source& source) const {
+        const std::size_t length = directoryLength(path);
+        if (!known_ || length == 0 || std::strncmp(path, text_.data(), length) != 0 ||
+            text_[length] != '\0' || !isThere()) {
+            return false;
+        }
+        const char* name = path + length;
+        const std::size_t real_length = std::strlen(real_.data());
+        const std::size_t size = std::strlen(name) + 1;
+        if (real_length + size > source.path.size()) {
+            return false;
+        }
+        std::memcpy(source.path.data(), real_.data(), real_length);
+        std::memcpy(source.path.data() + real_length, name, size);
+        source.own = true;
+        source.readable = false;
+        source.fd.reset(::open(source.path.data(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
+               !S_ISLNK(source.st.st_mode);
+    }
+
+  private:
+    // The length of the text before the last slash; 0 when no plain name follows it.
+    static std::size_t directoryLength(const char* path) {
+        const char* slash = std::strrchr(path, '/');
+        const bool plain = slash != nullptr && slash[1] != '\0' && std::strcmp(slash, "/.") != 0 &&
+                           std::strcmp(slash, "/..") != 0;
+        return plain ? static_cast<std::size_t>(slash - path) : 0;
+    }
+
+    [[nodiscard]] bool isThere() const {
+        struct stat st = {};
+        return ::stat(text_.data(), &st) == 0 && st.st_dev == device_ && st.st_ino == inode_ &&
+               isRootsOwn(st);
+    }
+
+    bool known_ = false;
+    std::array<char, std::size_t{PATH_MAX}> text_{};  // as it was written
+    std::array<char, std::size_t{PATH_MAX}> real_{};  // without symlinks
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+};
+KnownDirectory known_directory;
 
 // Opens a path without symlinks in any component. `flags` are those of open(2).
 int openWithoutLinks(const char* path, int flags) {
@@ -279,15 +342,73 @@ bool liesIn(const char* directory, const char* path) {
 }
 
 bool sourceFollow(const char* path, Source& source, const char* ours) {
-    return go(path, source, ours, LINKS_LIMIT);
+    if (ours == nullptr && known_directory.open(path, source)) {
+        return true;
+    }
+    if (!go(path, source, ours, LINKS_LIMIT)) {
+        return false;
+    }
+    if (ours == nullptr) {
+        known_directory.remember(path, source);
+    }
+    return true;
 }
 
-bool sourceOpenEntry(const SourceDirectory& directory, const char* path, Source& source) {
-    source.fd.reset(directory.own ? ::open(path, O_PATH | O_CLOEXEC)
-                                  : openWithoutLinks(path, O_PATH));
+bool SourceOpener::changeTo(const SourceDirectory& directory) {
+    if (directory_ != &directory) {
+        constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
+        fd_.reset(directory.own ? ::open(directory.path, FLAGS)
+                                : openWithoutLinks(directory.path, FLAGS));
+        error_ = errno;
+        directory_ = &directory;
+        length_ = std::strlen(directory.path);
+        length_ += directory.path[length_ - 1] == '/' ? 0 : 1;
+    }
+    errno = error_;
+    return static_cast<bool>(fd_);
+}
+
+bool SourceOpener::open(const SourceDirectory& directory, const char* name, Source& source) {
+    source.fd.reset();
+    if (!changeTo(directory)) {
+        return false;
+    }
+    const std::size_t length = std::strlen(name);
+    if (length_ + length >= source.path.size()) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(source.path.data(), directory.path, length_ - 1);
+    source.path[length_ - 1] = '/';
+    std::memcpy(source.path.data() + length_, name, length + 1);
     source.own = directory.own;
-    std::snprintf(source.path.data(), source.path.size(), "%s", path);
-    return source.fd && ::fstat(source.fd.get(), &source.st) == 0;
+    source.readable = directory.own && openToRead(name, source);
+    return source.readable || openToFind(name, directory.own ? 0 : O_NOFOLLOW, source);
+}
+
+// Opens the regular file that has the name, if it can be opened at once.
+bool SourceOpener::openToRead(const char* name, Source& source) const {
+    struct stat found = {};
+    if (::fstatat(fd_.get(), name, &found, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(found.st_mode) ||
+        isLockFile(found) || kernelFileSystemOf(fd_.get(), found.st_dev, nullptr) != 0) {
+        return false;
+    }
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC;
+    source.fd.reset(::openat(fd_.get(), name, FLAGS));
+    return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
+           source.st.st_dev == found.st_dev && source.st.st_ino == found.st_ino;
+}
+
+bool SourceOpener::openToFind(const char* name, int flags, Source& source) const {
+    source.fd.reset(::openat(fd_.get(), name, O_PATH | O_CLOEXEC | flags));
+    if (!source.fd || ::fstat(source.fd.get(), &source.st) != 0) {
+        return false;
+    }
+    if (S_ISLNK(source.st.st_mode)) {
+        errno = ELOOP;
+        return false;
+    }
+    return true;
 }
 
 DIR* sourceOpenDirectory(const SourceDirectory& directory) {

@@ -18,7 +18,7 @@ class IGCopy : public RunTest {
         Source source;
         bytes_ = -1;
         return sourceFollow(path.c_str(), source)
-                   ? copySource(source, destination.c_str(), most, bytes_)
+                   ? copySource(source, byPath(destination.c_str()), most, bytes_)
                    : Copied::FAILED;
     }
 

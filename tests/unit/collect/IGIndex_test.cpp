@@ -8,6 +8,7 @@
 
 #include "../../support/collect_fixture.h"
 #include "common/base/IGCmnList.h"
+#include "common/file/IGCmnTree.h"
 
 namespace {
 
@@ -16,9 +17,13 @@ class IGIndex : public CollectTest {
     IndexRecord record(const std::vector<std::string>& files) {
         IndexRecord record{};
         std::string("250102030405").copy(record.date.data(), 12);
+        EntryList entries(pool());
         for (const std::string& file : files) {
-            IgIniCollectList(file.c_str(), &record.files, pool());
+            FileEntry* entry = entries.make(nullptr, file.c_str());
+            entry->collected = true;
+            entries.append(entry);
         }
+        record.entries = entries.first();
         return record;
     }
 
@@ -57,7 +62,6 @@ TEST_F(IGIndex, HoldsOneRecordAfterAnother) {
 TEST_F(IGIndex, DistinguishesAbsentListsFromEmptyOnes) {
     IgCmnListHeader empty{};
     IndexRecord bare = record({});
-    bare.files = &empty;
     bare.description = &empty;
     bare.date = {};
     EXPECT_EQ(append({bare}), 0);

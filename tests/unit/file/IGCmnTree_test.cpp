@@ -10,12 +10,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "../../support/run_fixture.h"
 #include "../../support/wrapped_calls.h"
-#include "common/base/IGCmnList.h"
 #include "common/base/IGRunState.h"
 
 namespace {
@@ -30,19 +30,21 @@ class TreeList : public RunTest {
     std::string path(const std::string& name = "") { return dir_.path(name); }
 
     int list(const std::string& search) {
-        list_ = nullptr;
-        return IgCmnFileMakeTreeList(search.c_str(), &list_, pool());
+        list_.emplace(pool());
+        return IgCmnFileMakeTreeList(search.c_str(), *list_);
     }
     std::vector<std::string> listed() {
         std::vector<std::string> result;
-        for (const FileEntry& entry : walkList<FileEntry>(list_)) {
-            result.push_back(entry.path + std::string(entry.is_directory ? " (dir)" : ""));
+        EntryPath text(pool(), "");
+        for (const FileEntry* entry = list_->first(); entry != nullptr; entry = entry->next) {
+            EXPECT_TRUE(text.set(*entry));
+            result.push_back(text.path() + std::string(entry->is_directory ? " (dir)" : ""));
         }
         return result;
     }
 
     TempDir dir_;
-    IgCmnListHeader* list_ = nullptr;
+    std::optional<EntryList> list_;
 };
 
 TEST_F(TreeList, HoldsAFileAlone) {
@@ -140,9 +142,12 @@ TEST_F(TreeList, HoldsALinkThatMustNotBeFollowedAsAnUnreadableFile) {
     ASSERT_EQ(::lchown(path("tree/link").c_str(), 1000, 1000), 0);
     EXPECT_EQ(list(path("tree")), 0);
     EXPECT_THAT(listed(), ElementsAre(path("tree") + " (dir)", path("tree/link")));
-    for (const FileEntry& entry : walkList<FileEntry>(list_)) {
+    EntryPath text(pool(), "");
+    SourceOpener opener;
+    for (const FileEntry* entry = list_->first(); entry != nullptr; entry = entry->next) {
         Source source;
-        EXPECT_EQ(sourceOfEntry(entry, source), entry.is_directory);
+        ASSERT_TRUE(text.set(*entry));
+        EXPECT_EQ(sourceOfEntry(*entry, text.path(), opener, source), entry->is_directory);
     }
     EXPECT_EQ(takeLog(), "");
 }
@@ -152,8 +157,7 @@ TEST_F(TreeList, DoesNotEnterADirectoryThatHasBecomeALinkSinceItWasListed) {
     fs::create_directories(path("secret"));
     writeText(path("secret/file"), "x");
     ASSERT_EQ(list(path("tree/sub")), 0);
-    const auto& entry = *static_cast<const FileEntry*>(list_->first->value);
-    ASSERT_TRUE(entry.is_directory);
+    ASSERT_TRUE(list_->first()->is_directory);
     const std::string place = path("tree/sub");
     const SourceDirectory listed_directory{place.c_str(), false};
     fs::remove(place);
@@ -210,20 +214,20 @@ TEST_F(TreeList, HoldsNamesAsBytesAndShowsThemWithoutControlCharacters) {
 TEST_F(TreeList, HoldsNothingForABrokenLink) {
     fs::create_symlink("nowhere", path("dangling"));
     EXPECT_EQ(list(path("dangling")), 0);
-    EXPECT_EQ(list_, nullptr);
+    EXPECT_EQ(list_->first(), nullptr);
     EXPECT_EQ(takeLog(), "") << "its caller reports it";
 }
 
 TEST_F(TreeList, StaysNullWhenNothingIsFound) {
     EXPECT_EQ(list(path("*.none")), 0);
-    EXPECT_EQ(list_, nullptr);
+    EXPECT_EQ(list_->first(), nullptr);
     EXPECT_EQ(takeLog(), "");
 }
 
 TEST_F(TreeList, ReportsAMissingDirectory) {
     Capture err(stderr);
     EXPECT_EQ(list(path("missing/*")), 0);
-    EXPECT_EQ(list_, nullptr);
+    EXPECT_EQ(list_->first(), nullptr);
     EXPECT_EQ(takeLog(),
               trio("opendir", ENOENT, "No such file or directory", path("missing"), "IGCmnTree"));
 }
@@ -249,7 +253,7 @@ TEST_F(TreeList, ReportsAPathThatCannotBeChecked) {
     const int result = list(tree);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(list_, nullptr);
+    EXPECT_EQ(list_->first(), nullptr);
     EXPECT_EQ(takeLog(), trio("open", EMFILE, "Too many open files", tree, "IGCmnTree"));
 }
 
@@ -279,11 +283,12 @@ TEST_F(TreeList, FailsWhenMemoryRunsOut) {
     for (int nth = 1; failed; ++nth) {
         SCOPED_TRACE(nth);
         Pool fresh;
-        IgCmnListHeader* entries = nullptr;
         const std::size_t before = openDescriptors();
+        std::optional<EntryList> entries(fresh.get());
         Capture err(stderr);
         const FailingCall failing(Call::CALLOC, nth, ENOMEM);
-        const int result = IgCmnFileMakeTreeList(path("tree").c_str(), &entries, fresh.get());
+        const int result = IgCmnFileMakeTreeList(path("tree").c_str(), *entries);
+        entries.reset();
         failed = FailingCall::happened();
         EXPECT_EQ(result, failed ? -1 : 0);
         EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");

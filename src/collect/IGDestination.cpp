@@ -1,0 +1,182 @@
+#include "collect/IGDestination.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "common/base/IGCmnStr.h"
+#include "common/file/IGCmnFile.h"
+#include "common/report/IGCmnMessage.h"
+
+namespace {
+
+// Readable, not only O_PATH: its attributes are set through the descriptor.
+constexpr int DIRECTORY_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// The last directory for which recordComplete() was called.
+struct CompleteDirectory {
+    std::array<char, std::size_t{PATH_MAX}> path;
+    std::size_t length;  // 0 when there is none
+    dev_t device;
+    ino_t inode;
+};
+CompleteDirectory complete;
+
+std::size_t directoryLength(const char* path) {
+    return static_cast<std::size_t>(lastSlash(path) - path);
+}
+
+}  // namespace
+
+bool Destination::isCurrent(const char* path, std::size_t length) const {
+    return fd_ && length == current_length_ && std::memcmp(path, current_, length) == 0;
+}
+
+// Length of the part of a directory's path that exists: the directories above the current one.
+std::size_t Destination::readyLength(const char* path, std::size_t length) const {
+    std::size_t ready = std::strlen(place_);
+    if (!fd_) {
+        return ready;
+    }
+    const std::size_t both = std::min(length, current_length_);
+    std::size_t same = ready;
+    while (same < both && path[same] == current_[same]) {
+        if (path[same] == '/') {
+            ready = same;
+        }
+        ++same;
+    }
+    const bool whole = same == both && (same == length || path[same] == '/') &&
+                       (same == current_length_ || current_[same] == '/');
+    return whole ? same : ready;
+}
+
+bool Destination::makeCurrent(const char* path, std::size_t length) {
+    if (length >= size_) {
+        const std::size_t size = std::max(length + 1, 2 * size_);
+        auto* grown = static_cast<char*>(IgCmnMemoryRealloc(memoryp_, current_, size_, size));
+        if (grown == nullptr) {
+            return false;
+        }
+        current_ = grown;
+        size_ = size;
+    }
+    std::memcpy(current_, path, length);
+    current_length_ = length;
+    return true;
+}
+
+bool Destination::openComplete(const char* path, std::size_t length) {
+    if (length != complete.length || std::memcmp(path, complete.path.data(), length) != 0) {
+        return false;
+    }
+    FdGuard opened(::open(complete.path.data(), DIRECTORY_FLAGS | O_NOFOLLOW));
+    struct stat st = {};
+    if (!opened || ::fstat(opened.get(), &st) != 0 || st.st_dev != complete.device ||
+        st.st_ino != complete.inode || !makeCurrent(path, length)) {
+        return false;
+    }
+    fd_.reset(opened.release());
+    return true;
+}
+
+// Opens the part of the path that exists.
+bool Destination::openReady(char* path, std::size_t ready) {
+    if (fd_ && ready == current_length_) {
+        return true;
+    }
+    const char after = path[ready];
+    path[ready] = '\0';
+    // The path of the data directory itself may be that of a descriptor, which is a symlink.
+    const bool is_place = ready == std::strlen(place_);
+    fd_.reset(::open(path, DIRECTORY_FLAGS | (is_place ? 0 : O_NOFOLLOW)));
+    if (!fd_) {
+        IgCmnSysErrPath("open", errno, path);
+    }
+    path[ready] = after;
+    return static_cast<bool>(fd_);
+}
+
+// Makes the last component of a path, unless it is a directory, and opens it from its parent.
+bool Destination::enter(char* path, std::size_t begin) {
+    int opened = ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
+    if (opened == -1 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)) {
+        if (IgCmnFileMkdir(path) != 0) {
+            return false;  // reported: another entry has the name
+        }
+        opened = ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
+    }
+    if (opened == -1) {
+        IgCmnSysErrPath("open", errno, path);
+        return false;
+    }
+    fd_.reset(opened);
+    return true;
+}
+
+bool Destination::prepare(const char* path) {
+    const std::size_t length = directoryLength(path);
+    if (isCurrent(path, length)) {
+        return true;
+    }
+    fresh_ = made_ != nullptr && std::strncmp(path, made_, length) == 0 && made_[length] == '\0';
+    if (first_) {
+        first_ = false;
+        was_complete_ = openComplete(path, length);
+        if (was_complete_) {
+            return true;
+        }
+    }
+    LocalPool local;
+    char* copy = IgCmnStrndup(local.get(), path, length);
+    const std::size_t ready = readyLength(path, length);
+    bool good = copy != nullptr && openReady(copy, ready);
+    for (std::size_t at = ready; good && at < length;) {
+        const std::size_t begin = at + 1;
+        at = begin + std::strcspn(copy + begin, "/");
+        const char after = copy[at];
+        copy[at] = '\0';
+        good = enter(copy, begin);
+        copy[at] = after;
+    }
+    if (!good || !makeCurrent(path, length)) {
+        fd_.reset();
+        return false;
+    }
+    return true;
+}
+
+void Destination::noteMade(const char* path) {
+    if (made_ != nullptr) {
+        IgCmnMemoryFree(memoryp_, made_, std::strlen(made_) + 1);
+    }
+    made_ = IgCmnStrdup(memoryp_, path);
+}
+
+NewFile Destination::file(const char* path) const {
+    return {fd_.get(), path + current_length_ + 1, path};
+}
+
+void Destination::recordComplete(const char* path) const {
+    const std::size_t length = directoryLength(path);
+    struct stat st = {};
+    forgetComplete();
+    if (!isCurrent(path, length) || length >= complete.path.size() ||
+        ::fstat(fd_.get(), &st) != 0) {
+        return;
+    }
+    std::memcpy(complete.path.data(), path, length);
+    complete.path[length] = '\0';
+    complete.length = length;
+    complete.device = st.st_dev;
+    complete.inode = st.st_ino;
+}
+
+void Destination::forgetComplete() {
+    complete.length = 0;
+}

@@ -1,0 +1,76 @@
+// The directories of the output in which an item's files are made.
+#ifndef QUENDIL_COLLECT_IGDESTINATION_H
+#define QUENDIL_COLLECT_IGDESTINATION_H
+
+#include <fcntl.h>
+
+#include <cstddef>
+
+#include "common/base/IGCmnMemory.h"
+#include "common/base/IGGuards.h"
+
+/// A new file or directory: its name in an open directory. The calls that make it need not walk
+/// along its whole path.
+struct NewFile {
+    int directory;     // descriptor, or AT_FDCWD when the name is a path
+    const char* name;  // in the directory
+    const char* path;  // the whole path, for reports
+};
+
+/// The same for a path alone.
+inline NewFile byPath(const char* path) {
+    return {AT_FDCWD, path, path};
+}
+
+/// Makes directories in the output, which only this run writes to, and keeps the last one open. A
+/// symlink among them was made for a file that its owner has since replaced with a directory; it
+/// leads out of the output and is not followed.
+class Destination {
+  public:
+    explicit Destination(memory_pool* memoryp) : memoryp_(memoryp) {}
+
+    /// Begins with the data directory, which exists: `place` is its path from pathInOutput.
+    void begin(const char* place) { place_ = place; }
+
+    /// Makes the directories above a path in the data directory. False when one cannot be made
+    /// (reported).
+    bool prepare(const char* path);
+    /// The file of the path that was prepared last. Its directory stays open until the next
+    /// prepare().
+    [[nodiscard]] NewFile file(const char* path) const;
+    /// Records a directory that the item has just made: nothing is in it that the item did not put
+    /// there.
+    void noteMade(const char* path);
+    /// True while the directory of file() is known to be such a directory.
+    [[nodiscard]] bool isFresh() const { return fresh_; }
+    /// True when the directory of the first path was complete: restored() was called with it, and
+    /// the item has made no directory above it since.
+    [[nodiscard]] bool wasComplete() const { return was_complete_; }
+
+    /// Records that all directories above this one, and itself, have the attributes of their
+    /// sources. Only the directory prepared last is recorded.
+    void recordComplete(const char* path) const;
+    /// Forgets that: something else may have changed the output.
+    static void forgetComplete();
+
+  private:
+    bool isCurrent(const char* path, std::size_t length) const;
+    std::size_t readyLength(const char* path, std::size_t length) const;
+    bool makeCurrent(const char* path, std::size_t length);
+    bool openComplete(const char* path, std::size_t length);
+    bool openReady(char* path, std::size_t ready);
+    bool enter(char* path, std::size_t begin);
+
+    memory_pool* memoryp_;
+    const char* place_ = nullptr;
+    char* current_ = nullptr;  // the open directory's path, without a slash at its end
+    std::size_t current_length_ = 0;
+    std::size_t size_ = 0;  // of the buffer of `current_` in bytes
+    FdGuard fd_;
+    char* made_ = nullptr;  // or null
+    bool fresh_ = false;
+    bool first_ = true;
+    bool was_complete_ = false;
+};
+
+#endif
