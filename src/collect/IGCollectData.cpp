@@ -61,6 +61,7 @@ struct Item {
     EntryList list;
     SourceOpener opener;
     Destination destination;
+    bool resumed = false;  // the destination of the last item
     IndexRecord record{};
     MadeDirectory* made = nullptr;
     MadeDirectory** made_end = &made;
@@ -442,13 +443,16 @@ bool restoreAttributes(const char* path, const Attributes& source) {
 }
 
 // Sets the attributes of one directory above the first entry.
-bool restoreAncestor(const char* source, const char* destination) {
+// @param fd of the destination, or -1
+bool restoreAncestor(const char* source, const char* destination, int fd) {
     struct stat st = {};
     if (::stat(source, &st) != 0) {
         IgCmnSysErrPath("stat", errno, source);
         return false;
     }
-    return restoreAttributes(destination, attributesOf(st));
+    const Attributes attributes = attributesOf(st);
+    return fd == -1 ? restoreAttributes(destination, attributes)
+                    : restoreOpen(destination, fd, attributes);
 }
 
 // Sets the attributes of the directories above the first entry, upwards. The ones above its own
@@ -465,8 +469,10 @@ void restoreAncestors(const Item& item) {
         return;
     }
     bool complete = true;
+    int fd = item.destination.directoryOf(destination);
     while (cutToParent(source) && cutToParent(destination)) {
-        complete = restoreAncestor(source, destination) && complete;
+        complete = restoreAncestor(source, destination, fd) && complete;
+        fd = -1;
         if (complete && item.destination.wasComplete()) {
             return;
         }
@@ -598,7 +604,7 @@ Result collectDataItem(Item& item, IgCmnListHeader** records) {
         }
         return RESULT_DONE;
     }
-    if (!item.own_output && !makeDataDirectory(item.place)) {
+    if (!item.own_output && !item.resumed && !makeDataDirectory(item.place)) {
         return RESULT_DONE;
     }
     describe(item);
@@ -633,11 +639,14 @@ Result IgCollectData(memory_pool* memoryp, root_tbl* root_tblp, data_block* data
     // A tree may have very many long paths: they are freed with their item.
     LocalPool local;
     const char* directory = pathInOutput(local.get(), *root_tblp, root_tblp->d);
-    if (directory == nullptr ||
-        (IgCmnFileIsDir(directory) == 0 && IgCmnFileMkdir(directory) != 0)) {
+    if (directory == nullptr) {
         return RESULT_FAILED;
     }
     Item item(local.get(), *root_tblp, *data_block);
+    item.resumed = item.destination.resume(directory, data_block->path_name);
+    if (!item.resumed && IgCmnFileIsDir(directory) == 0 && IgCmnFileMkdir(directory) != 0) {
+        return RESULT_FAILED;
+    }
     IgCmnListHeader* records = nullptr;
     const Result result = collectDataItem(item, &records);
     if (result != RESULT_DONE) {

@@ -71,14 +71,21 @@ bool Destination::makeCurrent(const char* path, std::size_t length) {
     return true;
 }
 
-bool Destination::openComplete(const char* path, std::size_t length) {
-    if (length != complete.length || std::memcmp(path, complete.path.data(), length) != 0) {
+bool Destination::resume(const char* place, const char* source) {
+    const std::size_t place_length = std::strlen(place);
+    const char* slash = lastSlash(source);
+    if (source[0] != '/' || std::strncmp(complete.path.data(), place, place_length) != 0) {
+        return false;
+    }
+    const auto source_length = static_cast<std::size_t>(slash - source);
+    if (complete.length == 0 || complete.length != place_length + source_length ||
+        std::memcmp(complete.path.data() + place_length, source, source_length) != 0) {
         return false;
     }
     FdGuard opened(::open(complete.path.data(), DIRECTORY_FLAGS | O_NOFOLLOW));
     struct stat st = {};
     if (!opened || ::fstat(opened.get(), &st) != 0 || st.st_dev != complete.device ||
-        st.st_ino != complete.inode || !makeCurrent(path, length)) {
+        st.st_ino != complete.inode || !makeCurrent(complete.path.data(), complete.length)) {
         return false;
     }
     fd_.reset(opened.release());
@@ -121,17 +128,15 @@ bool Destination::enter(char* path, std::size_t begin) {
 
 bool Destination::prepare(const char* path) {
     const std::size_t length = directoryLength(path);
-    if (isCurrent(path, length)) {
+    const bool current = isCurrent(path, length);
+    if (first_) {
+        was_complete_ = current;
+        first_ = false;
+    }
+    if (current) {
         return true;
     }
     fresh_ = made_ != nullptr && std::strncmp(path, made_, length) == 0 && made_[length] == '\0';
-    if (first_) {
-        first_ = false;
-        was_complete_ = openComplete(path, length);
-        if (was_complete_) {
-            return true;
-        }
-    }
     LocalPool local;
     char* copy = IgCmnStrndup(local.get(), path, length);
     const std::size_t ready = readyLength(path, length);
@@ -162,9 +167,16 @@ NewFile Destination::file(const char* path) const {
     return {fd_.get(), path + current_length_ + 1, path};
 }
 
+int Destination::directoryOf(const char* path) const {
+    return isCurrent(path, directoryLength(path)) ? fd_.get() : -1;
+}
+
 void Destination::recordComplete(const char* path) const {
     const std::size_t length = directoryLength(path);
     struct stat st = {};
+    if (was_complete_) {
+        return;
+    }
     forgetComplete();
     if (!isCurrent(path, length) || length >= complete.path.size() ||
         ::fstat(fd_.get(), &st) != 0) {

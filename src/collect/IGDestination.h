@@ -29,6 +29,12 @@ class Destination {
   public:
     explicit Destination(memory_pool* memoryp) : memoryp_(memoryp) {}
 
+    /// Opens the directory for files of one source directory, if recordComplete() was called last
+    /// with it and it is still there. The data directory and all below it then exist.
+    /// @param place the data directory's path from pathInOutput
+    /// @param source absolute path of a file
+    bool resume(const char* place, const char* source);
+
     /// Begins with the data directory, which exists: `place` is its path from pathInOutput.
     void begin(const char* place) { place_ = place; }
 
@@ -43,9 +49,11 @@ class Destination {
     void noteMade(const char* path);
     /// True while the directory of file() is known to be such a directory.
     [[nodiscard]] bool isFresh() const { return fresh_; }
-    /// True when the directory of the first path was complete: restored() was called with it, and
-    /// the item has made no directory above it since.
+    /// True when the directory of the first path was the one that was resumed: all directories
+    /// above it have their attributes.
     [[nodiscard]] bool wasComplete() const { return was_complete_; }
+    /// Descriptor of the directory that was prepared last, if the path is in it; else -1.
+    [[nodiscard]] int directoryOf(const char* path) const;
 
     /// Records that all directories above this one, and itself, have the attributes of their
     /// sources. Only the directory prepared last is recorded.
@@ -57,7 +65,6 @@ class Destination {
     bool isCurrent(const char* path, std::size_t length) const;
     std::size_t readyLength(const char* path, std::size_t length) const;
     bool makeCurrent(const char* path, std::size_t length);
-    bool openComplete(const char* path, std::size_t length);
     bool openReady(char* path, std::size_t ready);
     bool enter(char* path, std::size_t begin);
 

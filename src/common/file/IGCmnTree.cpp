@@ -119,7 +119,7 @@ class TreeLister {
 
     int list(const char* search_name) {
         Source& source = list_.named;
-        if (sourceFollow(search_name, source, ours_)) {
+        if (sourceFollowToRead(search_name, source, ours_)) {
             return startWith(search_name, source) ? walk() : -1;
         }
         if (errno == LINK_REFUSED) {

@@ -237,6 +237,20 @@ bool go(const char* path, Source& source, const char* ours, int links) {
     return false;
 }
 
+// Opens an entry of root's own directory for reading at once. It must be a regular file on the
+// directory's device, and that no kernel file system: opening a file of those may have an effect.
+bool openToRead(int directory, const char* name, dev_t device, Source& source) {
+    struct stat found = {};
+    if (::fstatat(directory, name, &found, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(found.st_mode) ||
+        found.st_dev != device || isLockFile(found)) {
+        return false;
+    }
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC;
+    source.fd.reset(::openat(directory, name, FLAGS));
+    return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
+           source.st.st_dev == found.st_dev && source.st.st_ino == found.st_ino;
+}
+
 // The directory above the file that was found last, if it and all above it are root's own. The next
 // item is often in the same directory: its path is then not walked along name by name again.
 class KnownDirectory {
@@ -257,11 +271,13 @@ class KnownDirectory {
             inode_ = st.st_ino;
             // A symlink may have led to the file from another directory.
             known_ = known_ && isThere();
+            ordinary_ = source.st.st_dev == device_ &&
+                        kernelFileSystemOf(source.fd.get(), device_, nullptr) == 0;
         }
     }
 
     // Opens a file in the directory, if its path still leads there and the file is no symlink.
-    bool open(const char* path, Source& source) const {
+    bool open(const char* path, Source& source, bool to_read) const {
         const std::size_t length = directoryLength(path);
         if (!known_ || length == 0 || std::strncmp(path, text_.data(), length) != 0 ||
             text_[length] != '\0' || !isThere()) {
@@ -276,7 +292,11 @@ class KnownDirectory {
         std::memcpy(source.path.data(), real_.data(), real_length);
         std::memcpy(source.path.data() + real_length, name, size);
         source.own = true;
-        source.readable = false;
+        source.readable = to_read && ordinary_ &&
+                          openToRead(AT_FDCWD, source.path.data(), device_, source);
+        if (source.readable) {
+            return true;
+        }
         source.fd.reset(::open(source.path.data(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
                !S_ISLNK(source.st.st_mode);
@@ -298,6 +318,7 @@ class KnownDirectory {
     }
 
     bool known_ = false;
+    bool ordinary_ = false;  // in no kernel file system
     std::array<char, std::size_t{PATH_MAX}> text_{};  // as it was written
     std::array<char, std::size_t{PATH_MAX}> real_{};  // without symlinks
     dev_t device_ = 0;
@@ -341,8 +362,10 @@ bool liesIn(const char* directory, const char* path) {
            (path[length] == '/' || path[length] == '\0');
 }
 
-bool sourceFollow(const char* path, Source& source, const char* ours) {
-    if (ours == nullptr && known_directory.open(path, source)) {
+namespace {
+
+bool followKnown(const char* path, Source& source, const char* ours, bool to_read) {
+    if (ours == nullptr && known_directory.open(path, source, to_read)) {
         return true;
     }
     if (!go(path, source, ours, LINKS_LIMIT)) {
@@ -354,6 +377,16 @@ bool sourceFollow(const char* path, Source& source, const char* ours) {
     return true;
 }
 
+}  // namespace
+
+bool sourceFollow(const char* path, Source& source, const char* ours) {
+    return followKnown(path, source, ours, false);
+}
+
+bool sourceFollowToRead(const char* path, Source& source, const char* ours) {
+    return followKnown(path, source, ours, true);
+}
+
 bool SourceOpener::changeTo(const SourceDirectory& directory) {
     if (directory_ != &directory) {
         constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
@@ -361,6 +394,10 @@ bool SourceOpener::changeTo(const SourceDirectory& directory) {
                                 : openWithoutLinks(directory.path, FLAGS));
         error_ = errno;
         directory_ = &directory;
+        struct stat st = {};
+        const bool ordinary = directory.own && fd_ && ::fstat(fd_.get(), &st) == 0 &&
+                              kernelFileSystemOf(fd_.get(), st.st_dev, nullptr) == 0;
+        device_ = ordinary ? st.st_dev : 0;
         length_ = std::strlen(directory.path);
         length_ += directory.path[length_ - 1] == '/' ? 0 : 1;
     }
@@ -382,21 +419,8 @@ bool SourceOpener::open(const SourceDirectory& directory, const char* name, Sour
     source.path[length_ - 1] = '/';
     std::memcpy(source.path.data() + length_, name, length + 1);
     source.own = directory.own;
-    source.readable = directory.own && openToRead(name, source);
+    source.readable = device_ != 0 && openToRead(fd_.get(), name, device_, source);
     return source.readable || openToFind(name, directory.own ? 0 : O_NOFOLLOW, source);
-}
-
-// Opens the regular file that has the name, if it can be opened at once.
-bool SourceOpener::openToRead(const char* name, Source& source) const {
-    struct stat found = {};
-    if (::fstatat(fd_.get(), name, &found, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(found.st_mode) ||
-        isLockFile(found) || kernelFileSystemOf(fd_.get(), found.st_dev, nullptr) != 0) {
-        return false;
-    }
-    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC;
-    source.fd.reset(::openat(fd_.get(), name, FLAGS));
-    return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
-           source.st.st_dev == found.st_dev && source.st.st_ino == found.st_ino;
 }
 
 bool SourceOpener::openToFind(const char* name, int flags, Source& source) const {

@@ -58,6 +58,8 @@ struct Source {
 /// @return false with errno set: LINK_REFUSED, or as open(2) sets it. `source` then has no
 /// descriptor; its `own` is about the directories up to where the walk ended
 bool sourceFollow(const char* path, Source& source, const char* ours = nullptr);
+/// The same for a file that is collected: it may be opened for reading at once, see SourceOpener.
+bool sourceFollowToRead(const char* path, Source& source, const char* ours = nullptr);
 
 /// Opens entries of directories, one after the other. Where the directory is not root's own, a
 /// symlink in an entry's place, or in place of the directory or one above it, is an error (ELOOP).
@@ -73,12 +75,12 @@ class SourceOpener {
 
   private:
     bool changeTo(const SourceDirectory& directory);
-    bool openToRead(const char* name, Source& source) const;
     bool openToFind(const char* name, int flags, Source& source) const;
 
     const SourceDirectory* directory_ = nullptr;
     FdGuard fd_;              // of the directory; none when it could not be opened
     int error_ = 0;           // then: the error
+    dev_t device_ = 0;        // its device, if files in it may be opened for reading at once
     std::size_t length_ = 0;  // of the directory's path with a slash at its end, in bytes
 };
 
