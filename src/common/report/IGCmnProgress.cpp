@@ -1,23 +1,30 @@
 #include "common/report/IGCmnProgress.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <string_view>
 
 #include "common/base/IGRunState.h"
 #include "common/report/IGTerminal.h"
 
 namespace {
 
-constexpr std::int32_t BAR_WIDTH = 68;  // label and bar fit into a terminal of 80 columns
-constexpr std::int32_t DISABLED = -1;   // value of the star counter
+// Label and bar fit into a terminal of 80 columns.
+constexpr std::size_t LABEL_WIDTH = 11;
+constexpr std::int32_t BAR_WIDTH = 68;
+constexpr std::int32_t DISABLED = -1;  // value of the star counter
 
 constexpr std::size_t MOST_STEPS = 4;
 
 // A phase, and the columns of the bar that each of its steps fills. Collecting has one step per
 // item; the items share its columns.
 struct Phase {
-    const char* label;
+    std::string_view label;
     std::array<std::int32_t, MOST_STEPS> columns;
     [[nodiscard]] constexpr std::int32_t width() const {
         std::int32_t sum = 0;
@@ -33,6 +40,8 @@ constexpr Phase ARCHIVE{"archive   :", {3, 2, 3, 2}};
 constexpr Phase CLEANUP{"cleanup   :", {2}};
 static_assert(INITIALIZE.width() + COLLECT.width() + ARCHIVE.width() + CLEANUP.width() == BAR_WIDTH,
               "the phases do not fill the bar");
+static_assert(INITIALIZE.label.size() == LABEL_WIDTH && COLLECT.label.size() == LABEL_WIDTH &&
+              ARCHIVE.label.size() == LABEL_WIDTH && CLEANUP.label.size() == LABEL_WIDTH);
 
 struct Progress {
     const Phase* phase = nullptr;  // null until a phase starts
@@ -45,36 +54,35 @@ struct Progress {
 };
 Progress progress;
 
-// Flushes every character, so that a slow terminal shows the bar as it grows.
-void put(char c) {
-    writeTerminal(stdout, [c](std::FILE* terminal) { std::fputc(c, terminal); });
-}
-
-void put(char c, std::int32_t count) {
-    for (std::int32_t i = 0; i < count; ++i) {
-        put(c);
+// Writes a drawing with one write(2). Not through the stream: the C library repeats a write that a
+// signal has ended early, and would then wait for a terminal whose output is no longer read. A run
+// that is interrupted writes byte by byte, because the terminal may have room for one byte only.
+void put(std::string_view drawing) {
+    std::fflush(stdout);  // what the stream holds comes first
+    while (!drawing.empty() && terminalTakes(stdout)) {
+        const std::size_t size = run_state.interrupted == 0 ? drawing.size() : 1;
+        const ssize_t written = ::write(::fileno(stdout), drawing.data(), size);
+        if (written > 0) {
+            drawing.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
     }
 }
 
-void putLabel() {
-    for (const char* c = progress.phase->label; *c != '\0'; ++c) {
-        put(*c);
-    }
-}
-
-void endBar() {
-    put('_', BAR_WIDTH - progress.stars);
-    put('\r');
-    progress.on_screen = true;
-}
-
+// Draws the label, the stars, the rest of the bar and a carriage return.
 void draw() {
     if (progress.phase == nullptr || progress.stars == DISABLED) {
         return;
     }
-    putLabel();
-    put('*', progress.stars);
-    endBar();
+    const std::string_view label = progress.phase->label;
+    std::array<char, LABEL_WIDTH + BAR_WIDTH + 1> line{};
+    char* const bar = std::copy(label.begin(), label.end(), line.begin());
+    const std::int32_t stars = std::min(progress.stars, BAR_WIDTH);
+    std::fill_n(std::fill_n(bar, stars, '*'), BAR_WIDTH - stars, '_');
+    line.back() = '\r';
+    put({line.data(), line.size()});
+    progress.on_screen = true;
 }
 
 bool collecting() {
@@ -113,14 +121,11 @@ void stepCollect() {
     }
     progress.collect_accumulator += COLLECT.width();
     if (progress.collect_accumulator >= progress.collect_total) {
-        putLabel();
-        put('*', progress.stars);
         do {
-            put('*');
             ++progress.stars;
             progress.collect_accumulator -= progress.collect_total;
         } while (progress.collect_accumulator >= progress.collect_total);
-        endBar();
+        draw();
     }
     ++progress.step;
 }
@@ -173,13 +178,13 @@ void IgCmnProgressEnd() {
     }
     progress.stars = BAR_WIDTH;
     draw();
-    put('\n');
+    put("\n");
     progress.on_screen = false;
 }
 
 void IgCmnProgressNewline() {
     if (progress.on_screen) {
-        put('\n');
+        put("\n");
         progress.on_screen = false;
     }
 }

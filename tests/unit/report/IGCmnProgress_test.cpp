@@ -1,12 +1,22 @@
 #include "common/report/IGCmnProgress.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "../../support/in_child.h"
 #include "../../support/run_fixture.h"
+#include "common/base/IGGuards.h"
 #include "common/base/IGRunState.h"
 
 // The display keeps its state as long as the process: each test draws in a child process.
@@ -27,6 +37,29 @@ std::string bar(const char* label, std::size_t stars) {
 template <typename Body>
 std::string drawn(Body body) {
     return inChild(body).out;
+}
+
+// What each write(2) wrote: a socket of this type keeps them apart.
+template <typename Body>
+std::vector<std::string> writes(Body body) {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const FdGuard reader(ends[0]);
+    FdGuard writer(ends[1]);
+    constexpr int ROOM = 1 << 20;  // for a message of one byte the kernel counts hundreds
+    EXPECT_EQ(::setsockopt(ends[1], SOL_SOCKET, SO_SNDBUFFORCE, &ROOM, sizeof ROOM), 0);
+    EXPECT_EQ(inChild([&] {
+                  ASSERT_EQ(::dup2(writer.get(), STDOUT_FILENO), STDOUT_FILENO);
+                  body();
+              }).status,
+              0);
+    writer.reset();
+    std::vector<std::string> each;
+    std::array<char, 4096> bytes{};
+    for (ssize_t length = 0; (length = ::read(reader.get(), bytes.data(), bytes.size())) > 0;) {
+        each.emplace_back(bytes.data(), static_cast<std::size_t>(length));
+    }
+    return each;
 }
 
 void steps(int count) {
@@ -286,6 +319,78 @@ TEST(IGCmnProgress, HasNoPositionToStopAtBeforeAPhaseStarts) {
         IgCmnProgressStep();
     });
     EXPECT_EQ(child.out + child.err, "") << "the interruption is for others to report";
+}
+
+TEST(IGCmnProgress, NeverDrawsMoreStarsThanItHasColumns) {
+    EXPECT_EQ(drawn([] {
+                  startCollect(1);
+                  IgCmnProgressStep();
+                  IgCmnProgressCollect(1);
+                  IgCmnProgressStep();
+              }),
+              initPhase() + initFinished() + bar(COLLECT, 4) + bar(COLLECT, 56) + bar(COLLECT, 56) +
+                  bar(COLLECT, 56) + bar(COLLECT, 68));
+}
+
+TEST(IGCmnProgress, WritesEachDrawingAtOnce) {
+    EXPECT_EQ(writes([] {
+                  IgCmnProgressEnable();
+                  IgCmnProgressInit();
+                  steps(2);
+                  IgCmnProgressNewline();
+                  IgCmnProgressEnd();
+              }),
+              (std::vector<std::string>{bar(INITIALIZE, 0), bar(INITIALIZE, 1), bar(INITIALIZE, 2),
+                                        "\n", bar(INITIALIZE, 68), "\n"}));
+}
+
+TEST(IGCmnProgress, WritesNoMoreThanAByteAtATimeOnceTheRunIsInterrupted) {
+    // The terminal may have room for a single byte.
+    const std::vector<std::string> bytes = writes([] {
+        IgCmnProgressEnable();
+        run_state.interrupted = 1;
+        IgCmnProgressInit();
+    });
+    EXPECT_THAT(bytes, ::testing::Each(::testing::SizeIs(1)));
+    EXPECT_EQ(bytes.size(), bar(INITIALIZE, 0).size());
+}
+
+TEST(IGCmnProgress, DrawsTheRestAfterASignalOfAnotherKind) {
+    // The drawing waits for a reader; the signal that ends its write does not interrupt the run.
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const FdGuard reader(ends[0]);
+    FdGuard writer(ends[1]);
+    const int room = ::fcntl(writer.get(), F_SETPIPE_SZ, 4096);
+    ASSERT_EQ(room, 4096);
+    const std::string full(static_cast<std::size_t>(room), ' ');
+    ASSERT_EQ(::write(writer.get(), full.data(), full.size()), room);
+    static int read_end;
+    read_end = reader.get();
+    EXPECT_EQ(inChild([&] {
+                  struct sigaction action = {};
+                  action.sa_handler = [](int) {
+                      static int signals;
+                      static std::array<char, 4096> bytes;
+                      if (++signals == 5 && ::read(read_end, bytes.data(), bytes.size()) < 0) {
+                          std::abort();
+                      }
+                  };
+                  ASSERT_EQ(::sigaction(SIGALRM, &action, nullptr), 0);
+                  ASSERT_EQ(::dup2(writer.get(), STDOUT_FILENO), STDOUT_FILENO);
+                  IgCmnProgressEnable();
+                  const struct itimerval soon = {{0, 1000}, {0, 1000}};  // five times
+                  ASSERT_EQ(::setitimer(ITIMER_REAL, &soon, nullptr), 0);
+                  IgCmnProgressInit();
+                  const struct itimerval never = {};
+                  ASSERT_EQ(::setitimer(ITIMER_REAL, &never, nullptr), 0);
+              }).status,
+              0);
+    writer.reset();
+    std::array<char, 4096> bytes{};
+    const ssize_t length = ::read(reader.get(), bytes.data(), bytes.size());
+    EXPECT_EQ(std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))),
+              bar(INITIALIZE, 0));
 }
 
 TEST(IGCmnProgress, ShowsEveryCharacterAtOnce) {
