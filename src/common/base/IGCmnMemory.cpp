@@ -32,7 +32,7 @@ struct Chunk {
     Chunk* older;
     std::uint32_t capacity;
     std::uint32_t used;
-    std::array<std::uint8_t, 64> bitmap;  // slot i is bit i % 8 of byte i / 8
+    std::array<std::uint64_t, 8> bitmap;  // slot i is bit i % 64 of word i / 64
 };
 static_assert(sizeof(Chunk) == 80);
 
@@ -106,16 +106,16 @@ Chunk* addChunk(ClassChunks& chunks, std::size_t bytes, std::uint32_t capacity) 
 
 // Takes the lowest free slot of the chunk; null when its bitmap has none.
 std::uint8_t* takeSlot(ClassChunks& chunks, Chunk* chunk, std::size_t slot_size) {
-    for (std::uint32_t byte = 0; byte * 8 < chunk->capacity; ++byte) {
-        if (chunk->bitmap[byte] == 0xff) {
+    for (std::uint32_t word = 0; word * 64 < chunk->capacity; ++word) {
+        std::uint64_t& bits = chunk->bitmap[word];
+        if (~bits == 0) {
             continue;
         }
-        const auto bit = static_cast<std::uint32_t>(__builtin_ctz(~chunk->bitmap[byte] & 0xffU));
-        const std::uint32_t index = byte * 8 + bit;
+        const std::uint32_t index = word * 64 + static_cast<std::uint32_t>(__builtin_ctzll(~bits));
         if (index >= chunk->capacity) {
             return nullptr;
         }
-        chunk->bitmap[byte] = static_cast<std::uint8_t>(chunk->bitmap[byte] | (1U << bit));
+        bits |= bits + 1;  // the lowest free one
         ++chunk->used;
         --chunks.free_slots;
         std::uint8_t* slot = slotsOf(chunk) + index * slot_size;
@@ -175,8 +175,7 @@ bool holds(Chunk* chunk, const void* block, std::size_t span) {
 // Frees one small block, and the chunk when no slot of it is in use.
 void freeSlot(ClassChunks& chunks, Chunk** link, std::uint32_t index, std::size_t slot_size) {
     Chunk* chunk = *link;
-    chunk->bitmap[index / 8] =
-        static_cast<std::uint8_t>(chunk->bitmap[index / 8] ^ 1U << index % 8);
+    chunk->bitmap[index / 64] ^= std::uint64_t{1} << index % 64;
     --chunk->used;
     ++chunks.free_slots;
     std::uint8_t* slot = slotsOf(chunk) + index * slot_size;
