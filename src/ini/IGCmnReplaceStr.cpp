@@ -36,15 +36,17 @@ constexpr SpecialStr SPECIAL_STRS[] = {
     {16, "%reg8", nullptr},    {17, "%reg9", nullptr},    {18, "%HOST", &root_tbl::HOST},
 };
 
-// Finds a special string that has a value by its name, a text of bytes or of wide characters. Null
-// when there is none.
+// A part of a text, which is of bytes when it is ASCII, else of wide characters.
 template <typename Char>
-const SpecialStr* getSpecialStr(const Char* name) {
-    const std::basic_string_view<Char> wanted(name);
+using Segment = std::basic_string_view<Char>;
+
+// Finds a special string that has a value by its name. Null when there is none.
+template <typename Char>
+const SpecialStr* getSpecialStr(Segment<Char> name) {
     for (const SpecialStr& special : SPECIAL_STRS) {
         const std::string_view known(special.name);
         if (special.value != nullptr &&
-            std::equal(known.begin(), known.end(), wanted.begin(), wanted.end())) {
+            std::equal(known.begin(), known.end(), name.begin(), name.end())) {
             return &special;
         }
     }
@@ -54,28 +56,25 @@ const SpecialStr* getSpecialStr(const Char* name) {
 // Splits a text at its percent signs: plain(segment) for text outside special strings and for an
 // unclosed rest, special(segment) for a closed one with its opening "%". Stops and returns false
 // when either returns false.
-template <typename Plain, typename Special>
-bool splitAtPercent(wchar_t* text, Plain plain, Special special) {
-    wchar_t* segment = text;
+template <typename Char, typename Plain, typename Special>
+bool splitAtPercent(Segment<Char> text, Plain plain, Special special) {
+    std::size_t start = 0;
     bool open = false;
-    for (wchar_t* c = text; *c != L'\0'; ++c) {
-        if (*c != L'%') {
-            continue;
-        }
-        *c = L'\0';
-        const bool go_on = open ? special(segment) : plain(segment);
-        *c = L'%';
-        if (!go_on) {
+    for (std::size_t at = text.find('%'); at != text.npos; at = text.find('%', at + 1)) {
+        const Segment<Char> segment = text.substr(start, at - start);
+        if (!(open ? special(segment) : plain(segment))) {
             return false;
         }
-        segment = open ? c + 1 : c;  // a closing "%" is never output, an opening one stays
+        start = open ? at + 1 : at;  // a closing "%" is never output, an opening one stays
         open = !open;
     }
-    return plain(segment);
+    return plain(text.substr(start));
 }
 
-bool isKnown(const wchar_t* segment) {
-    return std::wcscmp(segment, L"%") == 0 || getSpecialStr(segment) != nullptr;
+template <typename Char>
+bool isKnown(Segment<Char> segment) {
+    const bool single = segment.size() == 1 && segment[0] == '%';
+    return single || getSpecialStr(segment) != nullptr;
 }
 
 // The replacement of a closed special string; "" when it is dropped, null when memory runs out.
@@ -93,12 +92,14 @@ class Expansion {
   public:
     Expansion(int flag, const root_tbl* root) : flag_(flag), root_(root) {}
 
-    bool plain(const wchar_t* segment) {
-        const char* text = IgCmnWCS2MBS(local_.get(), segment);
+    template <typename Char>
+    bool plain(Segment<Char> segment) {
+        const char* text = bytesOf(segment);
         return text != nullptr && append(text);
     }
-    bool special(const wchar_t* segment) {
-        const char* name = IgCmnWCS2MBS(local_.get(), segment);
+    template <typename Char>
+    bool special(Segment<Char> segment) {
+        const char* name = bytesOf(segment);
         const char* value =
             name == nullptr ? nullptr : replacementOf(name, flag_, root_, local_.get());
         return value != nullptr && append(value);
@@ -106,6 +107,17 @@ class Expansion {
     [[nodiscard]] const char* text() const { return text_; }
 
   private:
+    const char* bytesOf(Segment<char> segment) {
+        return IgCmnStrndup(local_.get(), segment.data(), segment.size());
+    }
+    const char* bytesOf(Segment<wchar_t> segment) {
+        auto* wide = newFromPool<wchar_t>(local_.get(), segment.size() + 1);
+        if (wide == nullptr) {
+            return nullptr;
+        }
+        std::copy(segment.begin(), segment.end(), wide);
+        return IgCmnWCS2MBS(local_.get(), wide);
+    }
     bool append(const char* text) { return concat_data(local_.get(), &text_, &size_, text) == 0; }
 
     LocalPool local_;
@@ -117,24 +129,38 @@ class Expansion {
 
 char constant_empty[] = "";
 
-char* replaceStrs(wchar_t* wide, int flag, const root_tbl* root, memory_pool* memoryp) {
+template <typename Char>
+char* replaceStrs(Segment<Char> text, int flag, const root_tbl* root, memory_pool* memoryp) {
     Expansion expansion(flag, root);
     const bool done = splitAtPercent(
-        wide, [&](const wchar_t* segment) { return expansion.plain(segment); },
-        [&](const wchar_t* segment) { return expansion.special(segment); });
+        text, [&](Segment<Char> segment) { return expansion.plain(segment); },
+        [&](Segment<Char> segment) { return expansion.special(segment); });
     return done ? IgCmnStrdup(memoryp, expansion.text()) : nullptr;
 }
 
-bool checkStrs(wchar_t* wide) {
+template <typename Char>
+bool checkStrs(Segment<Char> text) {
     bool open_at_end = false;
     const bool known = splitAtPercent(
-        wide,
-        [&](const wchar_t* segment) {
-            open_at_end = segment[0] == L'%';
+        text,
+        [&](Segment<Char> segment) {
+            open_at_end = !segment.empty() && segment[0] == '%';
             return true;
         },
-        [](const wchar_t* segment) { return isKnown(segment); });
+        [](Segment<Char> segment) { return isKnown(segment); });
     return known && !open_at_end;
+}
+
+template <typename Char>
+char* replaceOrCheck(Segment<Char> text, int flag, const root_tbl* root, memory_pool* memoryp,
+                     int* status) {
+    if (status == nullptr) {
+        return replaceStrs(text, flag, root, memoryp);
+    }
+    if (!checkStrs(text)) {
+        *status = 1;
+    }
+    return constant_empty;
 }
 
 }  // namespace
@@ -168,7 +194,7 @@ int IgCmnSpecialStrInit(root_tbl* root, memory_pool* memoryp) {
 
 int IgCmnIsSpecialStr(const char* name) {
     IG_ASSERT_NOT_NULL(name);
-    return getSpecialStr(name) != nullptr ? 1 : 0;
+    return getSpecialStr(Segment<char>(name)) != nullptr ? 1 : 0;
 }
 
 int IgCmnGetSpecialStrCode(const char* text) {
@@ -185,7 +211,7 @@ char* IgCmnRepSpecialStr(const char* name, int /*flag*/, const root_tbl* root,
                          memory_pool* memoryp) {
     IG_ASSERT_NOT_NULL(name);
     IG_ASSERT_NOT_NULL(root);
-    const SpecialStr* special = getSpecialStr(name);
+    const SpecialStr* special = getSpecialStr(Segment<char>(name));
     const char* value = special == nullptr ? nullptr : root->*special->value;
     const bool has_value = value != nullptr && value[0] != '\0';
     return IgCmnStrdup(memoryp, has_value ? value : name);
@@ -196,16 +222,11 @@ char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_
     IG_ASSERT_NOT_NULL(text);
     IG_ASSERT_NOT_NULL(root);
     IG_ASSERT_NOT_NULL(memoryp);
+    if (hasOnlyAsciiBytes(text)) {
+        return replaceOrCheck(Segment<char>(text), flag, root, memoryp, status);
+    }
     LocalPool local;
-    wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
-    if (wide == nullptr) {
-        return nullptr;
-    }
-    if (status != nullptr) {
-        if (!checkStrs(wide)) {
-            *status = 1;
-        }
-        return constant_empty;
-    }
-    return replaceStrs(wide, flag, root, memoryp);
+    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    return wide == nullptr ? nullptr
+                           : replaceOrCheck(Segment<wchar_t>(wide), flag, root, memoryp, status);
 }

@@ -65,7 +65,7 @@ struct Keyword;
 using Store = Outcome (*)(Reader& reader, const Keyword& keyword, const char* value);
 
 struct Keyword {
-    const char* name;
+    std::string_view name;
     Context where;           // the innermost open block
     std::uint32_t flag = 0;  // marks it as given
     bool only_once = false;
@@ -204,15 +204,18 @@ Outcome storeInteger(Reader& reader, const Keyword& keyword, const char* value) 
     return Outcome::GOOD;
 }
 
-Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char* value) {
-    LocalPool local;
-    const char* bare = IgCmnStrRemoveDQ(local.get(), value);
-    char* command = nullptr;
-    char* options = nullptr;
-    if (bare == nullptr || IgCmnFileSplitCmdOpt(bare, &command, &options, local.get()) != 0) {
-        return Outcome::NO_MEMORY;
+// Whether the command of a command line, which may be in double quotes as a whole, has an absolute
+// path. It ends at a blank, before which its path has begun.
+bool beginsWithAbsPath(const char* line) {
+    const std::size_t length = std::strlen(line);
+    if (length > 1 && line[0] == '"' && line[length - 1] == '"') {
+        ++line;
     }
-    if (command == nullptr || IgCmnIsAbsPathIgnoreDQ(command) == 0) {
+    return IgCmnIsAbsPathIgnoreDQ(line + std::strspn(line, " \t")) != 0;
+}
+
+Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char* value) {
+    if (!beginsWithAbsPath(value)) {
         return Outcome::SYNTAX;
     }
     tool_block& tool = reader.tool();
@@ -402,9 +405,10 @@ constexpr int levelOf(Context context) {
 // Finds a keyword only where it is valid: in its own kind of block and at that block's level. The
 // two do not agree while the opening brace of a block is missing.
 const Keyword* getKeyword(const Reader& reader, const char* word) {
+    const std::size_t length = std::strlen(word);
     for (const Keyword& keyword : KEYWORDS) {
         if (keyword.where == reader.context && levelOf(keyword.where) == reader.level &&
-            IgCmnStrCmpi(word, keyword.name) == 0) {
+            keyword.name.size() == length && IgCmnStrCmpi(word, keyword.name.data()) == 0) {
             return &keyword;
         }
     }
@@ -501,10 +505,11 @@ Outcome storeValue(Reader& reader) {
     return Outcome::GOOD;
 }
 
+// The buffer stays: the next value seldom needs a larger one.
 void clearValue(Reader& reader) {
-    IgCmnMemoryFree(reader.value_pool.get(), nullptr, 0);
-    reader.value = nullptr;
-    reader.value_size = 0;
+    if (reader.value != nullptr) {
+        reader.value[0] = '\0';
+    }
     reader.has_value = false;
 }
 

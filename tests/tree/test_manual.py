@@ -288,7 +288,7 @@ def test_every_special_string_is_explained():
 
 
 def test_every_mark_that_a_pattern_file_may_hold_is_shown():
-    marks = re.search(r'ALLOWED_MARKS = L"((?:[^"\\]|\\.)*)"', source("common/base/IGCmnStr.cpp"))[1]
+    marks = re.search(r'ALLOWED_MARKS = L"((?:[^"\\]|\\.)*)"', source("common/base/IGCmnStr.h"))[1]
     marks = set(re.sub(r"\\[nrt]", "", marks).replace("\\", "")) - {" "} | {"\\"}
     shown = next(line for line in rendered("quendil_pattern.5").splitlines() if " ! " in line)
     assert set(shown.split()) == marks

@@ -16,9 +16,6 @@
 
 namespace {
 
-constexpr std::wstring_view ALLOWED_MARKS = L"\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
-static_assert(ALLOWED_MARKS.size() == 36);
-
 constexpr std::size_t CONVERSION_FAILED = static_cast<std::size_t>(-1);
 
 // Copies `text` with its characters replaced. `replace` writes one or two wide characters for each
@@ -45,6 +42,35 @@ int replaceChars(memory_pool* memoryp, const char* text, char** result, Replace 
     }
     *result = bytes;
     return 0;
+}
+
+// The part of a text that is left without one pair of enclosing double quotes; a lone double quote
+// is both ends.
+template <typename Char>
+struct Inner {
+    Char* begin;
+    std::size_t length;
+};
+
+template <typename Char>
+Inner<Char> withoutQuotes(Char* text, std::size_t length) {
+    if (length == 0 || text[0] != '"' || text[length - 1] != '"') {
+        return {text, length};
+    }
+    return length == 1 ? Inner<Char>{text, 0} : Inner<Char>{text + 1, length - 2};
+}
+
+// Replaces each "%%" of a text by "%".
+template <typename Char>
+void collapsePercents(Char* text) {
+    Char* out = text;
+    for (const Char* c = text; *c != Char{}; ++c) {
+        *out++ = *c;
+        if (c[0] == '%' && c[1] == '%') {
+            ++c;
+        }
+    }
+    *out = Char{};
 }
 
 unsigned char foldAscii(char c) {
@@ -157,15 +183,12 @@ wchar_t* IgCmnMBS2WCS(memory_pool* memoryp, const char* text) {
     return wide;
 }
 
-int IgCmnStrIsAlnum(wchar_t c) {
-    const bool alnum =
-        (c >= L'0' && c <= L'9') || (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
-    return alnum ? 1 : 0;
-}
-
-int IgCmnStrIsAsciiChar(wchar_t c) {
-    const bool mark = c != L'\0' && ALLOWED_MARKS.find(c) != std::wstring_view::npos;
-    return mark || IgCmnStrIsAlnum(c) != 0 ? 1 : 0;
+bool hasOnlyAsciiBytes(const char* text) {
+    unsigned seen = 0;
+    for (; *text != '\0'; ++text) {
+        seen |= static_cast<unsigned char>(*text);
+    }
+    return seen < 0x80;
 }
 
 int IgCmnStrIsSingleByte(wchar_t c) {
@@ -190,17 +213,18 @@ int IgCmnStrIsAscii(const char* text) {
 char* IgCmnStrRemoveDQ(memory_pool* memoryp, const char* text) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(text);
+    if (hasOnlyAsciiBytes(text)) {
+        const Inner<const char> inner = withoutQuotes(text, std::strlen(text));
+        return IgCmnStrndup(memoryp, inner.begin, inner.length);
+    }
     LocalPool local;
     wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
     if (wide == nullptr) {
         return nullptr;
     }
-    const std::size_t length = std::wcslen(wide);
-    if (length == 0 || wide[0] != L'"' || wide[length - 1] != L'"') {
-        return IgCmnWCS2MBS(memoryp, wide);
-    }
-    wide[length - 1] = L'\0';  // a lone quote is both ends: the result is empty
-    return IgCmnWCS2MBS(memoryp, length == 1 ? wide : wide + 1);
+    const Inner<wchar_t> inner = withoutQuotes(wide, std::wcslen(wide));
+    inner.begin[inner.length] = L'\0';
+    return IgCmnWCS2MBS(memoryp, inner.begin);
 }
 
 int IgCmnStrCmpi(const char* first, const char* second) {
@@ -327,24 +351,17 @@ int concat_data(memory_pool* memoryp, char** destination, std::uint32_t* size, c
 
 int IgCmnStrUnescapePercent(char* text) {
     IG_ASSERT_NOT_NULL(text);
+    if (hasOnlyAsciiBytes(text)) {
+        collapsePercents(text);
+        return 0;
+    }
     LocalPool local;
-    const wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
+    wchar_t* wide = IgCmnMBS2WCS(local.get(), text);
     if (wide == nullptr) {
         return -1;
     }
-    auto* collapsed = IgCmnStrdupW(local.get(), wide);
-    if (collapsed == nullptr) {
-        return -1;
-    }
-    wchar_t* out = collapsed;
-    for (const wchar_t* c = wide; *c != L'\0'; ++c) {
-        *out++ = *c;
-        if (c[0] == L'%' && c[1] == L'%') {
-            ++c;
-        }
-    }
-    *out = L'\0';
-    const char* bytes = IgCmnWCS2MBS(local.get(), collapsed);
+    collapsePercents(wide);
+    const char* bytes = IgCmnWCS2MBS(local.get(), wide);
     if (bytes == nullptr) {
         return -1;
     }

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cwchar>
+#include <string_view>
 
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGPrintable.h"
@@ -33,10 +34,21 @@
 [[nodiscard]] wchar_t* IgCmnMBS2WCS(memory_pool* memoryp, const char* text);
 
 /// 1 for an ASCII letter or digit, in every locale.
-int IgCmnStrIsAlnum(wchar_t c);
+constexpr int IgCmnStrIsAlnum(wchar_t c) {
+    const bool alnum =
+        (c >= L'0' && c <= L'9') || (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
+    return alnum ? 1 : 0;
+}
 /// 1 for a letter, a digit, line feed, carriage return, tab, blank or one of 32 ASCII marks: the
 /// characters allowed in configuration and pattern files.
-int IgCmnStrIsAsciiChar(wchar_t c);
+constexpr int IgCmnStrIsAsciiChar(wchar_t c) {
+    constexpr std::wstring_view ALLOWED_MARKS = L"\n\r\t !\"#$%&'()=~|`{}*+;:]-^@[<>?_,./\\";
+    static_assert(ALLOWED_MARKS.size() == 36);
+    return ALLOWED_MARKS.find(c) != std::wstring_view::npos || IgCmnStrIsAlnum(c) != 0 ? 1 : 0;
+}
+/// Whether every byte is below 0x80. Such a text has the same characters in every locale, so that
+/// it need not be converted.
+bool hasOnlyAsciiBytes(const char* text);
 /// 1 when the locale writes the character as one byte below 0x80.
 int IgCmnStrIsSingleByte(wchar_t c);
 /// 1 when every character passes IgCmnStrIsAsciiChar, 0 when one does not, -1 when the text cannot

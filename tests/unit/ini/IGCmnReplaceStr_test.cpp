@@ -167,18 +167,44 @@ TEST_F(IGCmnReplaceStr, AcceptsAnyNumberOfPercentSignsBesideAName) {
 TEST_F(IGCmnReplaceStr, CollapsesRunsOfPercentSignsByHalvesRoundedUp) {
     for (std::size_t first = 0; first <= 8; ++first) {
         for (std::size_t second = 0; second <= 8; ++second) {
-            std::string text =
-                "a" + std::string(first, '%') + "b" + std::string(second, '%') + "\xc3\xa4";
-            const std::string collapsed = "a" + std::string((first + 1) / 2, '%') + "b" +
-                                          std::string((second + 1) / 2, '%') + "\xc3\xa4";
-            ASSERT_EQ(IgCmnStrUnescapePercent(text.data()), 0);
-            ASSERT_EQ(std::string(text.c_str()), collapsed);
+            for (const char* end : {"", "\xc3\xa4"}) {
+                std::string text = "a" + std::string(first, '%') + "b" + std::string(second, '%');
+                const std::string collapsed = "a" + std::string((first + 1) / 2, '%') + "b" +
+                                              std::string((second + 1) / 2, '%') + end;
+                text += end;
+                ASSERT_EQ(IgCmnStrUnescapePercent(text.data()), 0);
+                ASSERT_EQ(std::string(text.c_str()), collapsed);
+            }
         }
     }
 }
 
+TEST_F(IGCmnReplaceStr, HandlesAsciiTextsAsOthers) {
+    // An ASCII text is not converted; one with another character is.
+    const std::string foreign = "\xc3\xa4";
+    const std::vector<std::string> parts{"", "a", "%", "%HOST", "%NO", "%d", "%reg0"};
+    for (const std::string& first : parts) {
+        for (const std::string& second : parts) {
+            for (const std::string& third : parts) {
+                const std::string text = first + second + third;
+                SCOPED_TRACE(text);
+                ASSERT_EQ(foreign + expanded(text), expanded(foreign + text));
+                ASSERT_EQ(checked(text), checked(foreign + text));
+            }
+        }
+    }
+}
+
+TEST_F(IGCmnReplaceStr, ChecksAnAsciiTextWithoutMemory) {
+    const FailingCall failing(Call::POOL, 1, ENOMEM);
+    EXPECT_EQ(checked("%HOST%/a/%YY%%%"), 0);
+    EXPECT_EQ(checked("%HOST%/a/%YX%"), 1);
+    EXPECT_FALSE(FailingCall::happened());
+}
+
 TEST_F(IGCmnReplaceStr, ReturnsNothingWhenMemoryRunsOut) {
-    std::string text = "%HOST%" + std::string(300, 'x') + "%YY%%%" + std::string(300, 'y') + "%NO%";
+    std::string text = "%HOST%" + std::string(300, 'x') + "%YY%%%" + std::string(300, 'y') +
+                       "%NO%\xc3\xa4";  // which needs a conversion
     const std::vector<std::function<bool(memory_pool*)>> calls = {
         [&](memory_pool* p) {
             return IgCmnReplaceStrs(text.c_str(), 1, &root_, p, nullptr) == nullptr;

@@ -565,16 +565,17 @@ TEST_F(IGIniCtrl, ReadsTenThousandPatternFilesInByteOrder) {
 }
 
 TEST_F(IGIniCtrl, FailsWhenMemoryRunsOut) {
-    for (int i = 0; i < 4; ++i) {
-        pattern(std::to_string(i), std::string(100, 'n'), std::string(100, 'g'),
-                {std::string(100, 't'), ""});
+    // Each of these texts needs a block of its own.
+    for (int i = 0; i < 20; ++i) {
+        pattern(std::to_string(i), std::string(200, 'n'), std::string(200, 'g'),
+                {std::string(200, 't'), ""});
     }
     const std::string config = directory_.path("conf");
     writeText(config, "QUENDIL_CLEANUP=ON\nQUENDIL_DATA_DIRECTORY=" + directory_.path() + "\n");
-    ::Arguments plain({"quendil", "-t", std::string(100, 't'), "-c", config});
-    ::Arguments named({"quendil", "-t", std::string(100, 't'), "-c", config, "-o",
+    ::Arguments plain({"quendil", "-t", std::string(200, 't'), "-c", config});
+    ::Arguments named({"quendil", "-t", std::string(200, 't'), "-c", config, "-o",
                        directory_.path("result"), "-d", directory_.path()});
-    ::Arguments usual({"quendil", "-t", std::string(100, 't')});
+    ::Arguments usual({"quendil", "-t", std::string(200, 't')});
     const std::pair<::Arguments&, Call> runs[] = {
         {plain, Call::CALLOC}, {plain, Call::POOL}, {named, Call::POOL}, {usual, Call::POOL}};
     for (const auto& [arguments, call] : runs) {

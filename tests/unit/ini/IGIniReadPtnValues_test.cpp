@@ -251,9 +251,10 @@ TEST_F(IGIniReadPtn, ReadsIntegersAsTheCLibraryDoes) {
 }
 
 TEST_F(IGIniReadPtn, FailsWhenMemoryRunsOut) {
-    writeText(file_, VERSION + "PP_VRS = 1\nPP_KATAMEI = " + times(100, "k") +
-                         "\nPP_NAME = " + times(200, "n") + "\nPP_GROUP = " + times(60, "g") +
-                         "\nBLOCK {\nTARGET = " + times(30, "t") +
+    // Each text of 200 bytes needs a block of its own.
+    writeText(file_, VERSION + "PP_VRS = 1\nPP_KATAMEI = " + times(100, "k") + "\nPP_NAME = " +
+                         times(200, "n") + times(25, "\nPP_GROUP = " + times(200, "g")) +
+                         "\nBLOCK {" + times(25, "\nTARGET = " + times(200, "t")) +
                          "\nTOOL_BLOCK {\nCOMMAND_LINE = /x%HOST%\nREDIRECT_PATH = /r\n}\n"
                          "DATA_BLOCK {\nPATH_NAME = /p\nFILE_TYPE = text\nDESCRIPTION = a\n"
                          "DESCRIPTION = b\n}\n}\n");
@@ -273,6 +274,21 @@ TEST_F(IGIniReadPtn, FailsWhenMemoryRunsOut) {
         EXPECT_EQ(openDescriptors(), before);
         EXPECT_TRUE(failed || nth > 50);
     }
+}
+
+TEST_F(IGIniReadPtn, AllocatesForAValueWhatItKeeps) {
+    constexpr int ITEMS = 100;
+    writeText(file_, VERSION + "BLOCK {\n" +
+                         times(ITEMS,
+                               "TOOL_BLOCK {\nCOMMAND_LINE = \"%d%/x a b\"\n}\n"
+                               "DATA_BLOCK {\nPATH_NAME = %d%/p\nDESCRIPTION = a%%\n}\n") +
+                         "}\n");
+    // An item is itself, its place in the list and two texts; a description is a list of one.
+    constexpr int KEPT = ITEMS * (4 + 4 + 3);
+    constexpr int OTHERS = 20;
+    const FailingCall failing(Call::POOL, KEPT + OTHERS, ENOMEM);
+    EXPECT_EQ(readFile(), 0);
+    EXPECT_FALSE(FailingCall::happened());
 }
 
 TEST_F(IGIniReadPtn, SkipsAFileWhenAPushedBackCharacterIsRefused) {
