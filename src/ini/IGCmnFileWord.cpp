@@ -1,6 +1,11 @@
 #include "ini/IGCmnFileWord.h"
 
+#include <stdio_ext.h>
+
+#include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -12,7 +17,7 @@
 
 namespace {
 
-enum class CharClass {
+enum class CharClass : std::uint8_t {
     NEWLINE,
     RETURN,
     OPEN,
@@ -26,9 +31,11 @@ enum class CharClass {
     UNDERSCORE,
     ALNUM,
     OTHER,
+    FORBIDDEN,
+    NONE,  // there is no next character
 };
 
-CharClass charClassOf(std::wint_t c) {
+constexpr CharClass asciiClassOf(wchar_t c) {
     switch (c) {
         case L'\n':
             return CharClass::NEWLINE;
@@ -54,9 +61,25 @@ CharClass charClassOf(std::wint_t c) {
         case L'_':
             return CharClass::UNDERSCORE;
         default:
-            return IgCmnStrIsAlnum(static_cast<wchar_t>(c)) != 0 ? CharClass::ALNUM
-                                                                 : CharClass::OTHER;
+            break;
     }
+    if (IgCmnStrIsAlnum(c) != 0) {
+        return CharClass::ALNUM;
+    }
+    return IgCmnStrIsAsciiChar(c) != 0 ? CharClass::OTHER : CharClass::FORBIDDEN;
+}
+
+// Every character of every pattern file is classified: a table is faster than comparisons.
+constexpr std::array<CharClass, 128> ASCII_CLASSES = [] {
+    std::array<CharClass, 128> classes{};
+    for (std::size_t c = 0; c < classes.size(); ++c) {
+        classes[c] = asciiClassOf(static_cast<wchar_t>(c));
+    }
+    return classes;
+}();
+
+CharClass charClassOf(std::wint_t c) {
+    return c < ASCII_CLASSES.size() ? ASCII_CLASSES[c] : CharClass::FORBIDDEN;
 }
 
 bool isNameChar(CharClass c) {
@@ -72,8 +95,7 @@ bool isEscapable(CharClass c) {
     return c == CharClass::HASH || c == CharClass::QUOTE || c == CharClass::BACKSLASH;
 }
 
-// Reads one word. Each mode is a member function that handles the next character. It returns MORE
-// when the word continues; any other result is that of the whole call.
+// Reads one word: a member function for each kind of word.
 class WordReader {
   public:
     WordReader(IgCmnFileHandle& handle, read_word& word) : handle_(handle), word_(word) {}
@@ -82,17 +104,11 @@ class WordReader {
         if (prepare() != 0) {
             return -1;
         }
-        int result = MORE;
-        while (result == MORE) {
-            result = readCharacter();
-        }
-        return result;
+        const int result = readWord();
+        return result == 0 ? complete() : result;
     }
 
   private:
-    static constexpr int MORE = -2;
-    using Mode = int (WordReader::*)(CharClass);
-
     int prepare() {
         if (word_.character == nullptr) {
             const auto size = static_cast<std::uint32_t>(MB_CUR_MAX) + 1;
@@ -101,6 +117,9 @@ class WordReader {
                 return -1;
             }
             word_.character_size = size;
+            // No other thread uses the stream: a lock for each character would take longer than
+            // all the rest.
+            ::__fsetlocking(handle_.stream, FSETLOCKING_BYCALLER);
         }
         if (word_.text != nullptr) {
             std::memset(word_.text, 0, word_.text_size);
@@ -114,31 +133,50 @@ class WordReader {
         return 0;
     }
 
-    int readCharacter() {
-        errno = 0;
-        const std::wint_t c = std::fgetwc(handle_.stream);
-        if (c == WEOF) {
-            return endOfInput();
+    // Copies the word to the record. Its text, which is cleared, grows only for the longest word.
+    int complete() {
+        if (length_ < word_.text_size) {
+            std::memcpy(word_.text, text_, length_);
+        } else {
+            text_[length_] = '\0';
+            if (concat_data(&handle_.pool, &word_.text, &word_.text_size, text_) != 0) {
+                return -1;
+            }
         }
-        if (IgCmnStrIsAsciiChar(static_cast<wchar_t>(c)) == 0) {
-            return finish(WORD_INVALID, "");
+        if (word_.type == WORD_QUOTED) {
+            word_.quoted = word_.text;
+            word_.quoted_size = word_.text_size;
         }
-        const CharClass char_class = charClassOf(c);
-        if (char_class == CharClass::RETURN) {
-            return MORE;
+        return 0;
+    }
+
+    // Reads the next character. When there is none, the result of the word is in `end_`.
+    CharClass next() {
+        CharClass char_class = CharClass::NONE;
+        do {
+            errno = 0;
+            const std::wint_t c = ::fgetwc_unlocked(handle_.stream);
+            if (c == WEOF) {
+                return end(endOfInput());
+            }
+            char_class = charClassOf(c);
+            // Allowed characters are single bytes in every locale.
+            word_.character[0] = static_cast<char>(c);
+        } while (char_class == CharClass::RETURN);
+        if (char_class == CharClass::FORBIDDEN) {
+            return end(finish(WORD_INVALID));
         }
-        // Allowed characters are single bytes in every locale.
-        word_.character[0] = static_cast<char>(c);
-        word_.character[1] = '\0';
-        if (++handle_.column > WORD_LINE_LIMIT) {
-            return WORD_READ_SYNTAX;
-        }
-        return (this->*mode_)(char_class);
+        return ++handle_.column > WORD_LINE_LIMIT ? end(WORD_READ_SYNTAX) : char_class;
+    }
+
+    CharClass end(int result) {
+        end_ = result;
+        return CharClass::NONE;
     }
 
     int endOfInput() {
         if (errno == EILSEQ) {
-            return finish(WORD_INVALID, "");  // a sequence that the locale cannot decode
+            return finish(WORD_INVALID);  // a sequence that the locale cannot decode
         }
         // A stream that got no memory for its buffer does not set its error flag.
         if (std::ferror(handle_.stream) != 0 || errno == ENOMEM) {
@@ -148,86 +186,118 @@ class WordReader {
         return WORD_READ_END;
     }
 
-    int startMode(CharClass c) {
-        switch (c) {
+    int readWord() {
+        switch (next()) {
+            case CharClass::NONE:
+                return end_;
             case CharClass::NEWLINE:
-                return finish(WORD_NEWLINE, "");
+                return finish(WORD_NEWLINE);
             case CharClass::OPEN:
-                return finish(WORD_OPEN, "{");
+                return mark(WORD_OPEN);
             case CharClass::CLOSE:
-                return finish(WORD_CLOSE, "}");
+                return mark(WORD_CLOSE);
             case CharClass::EQUAL:
-                return finish(WORD_EQUAL, "=");
+                return mark(WORD_EQUAL);
             case CharClass::QUOTE:
-                return begin(WORD_QUOTED, &WordReader::quotedMode);
+                return quoted();
             case CharClass::HASH:
-                return begin(WORD_COMMENT, &WordReader::commentMode);
+                return comment();
             case CharClass::BLANK:
-                return storeAndGo(WORD_BLANK, &WordReader::blankMode);
+                return blanks();
             case CharClass::BACKSLASH:
-                return begin(WORD_TEXT, &WordReader::leadingEscapeMode);
+                return leadingEscape();
             case CharClass::PERCENT:
-                return storeAndGo(WORD_PERCENT, &WordReader::leadingPercentMode);
+                return leadingPercent();
             default:
-                return storeAndGo(WORD_TEXT, &WordReader::textMode);
+                return text(WORD_TEXT);
         }
     }
 
     // At the start of a word, a backslash escapes only the three characters of isEscapable(); in
     // front of any other it is a word by itself.
-    int leadingEscapeMode(CharClass c) {
+    int leadingEscape() {
+        word_.type = WORD_TEXT;
+        const CharClass c = next();
+        if (c == CharClass::NONE) {
+            return end_;
+        }
         if (isEscapable(c)) {
-            return storeAndGo(WORD_TEXT, &WordReader::textMode);
+            return text(WORD_TEXT);
         }
-        return store("\\") == -1 ? -1 : pushBack();
-    }
-
-    int leadingPercentMode(CharClass c) {
-        if (c == CharClass::PERCENT) {
-            return storeAndGo(WORD_TEXT, &WordReader::textMode);
-        }
-        if (isNameChar(c)) {
-            return storeAndGo(WORD_SPECIAL, &WordReader::textMode);
-        }
+        store('\\');
         return pushBack();
     }
 
-    int quotedMode(CharClass c) {
-        if (c == CharClass::NEWLINE) {
-            return WORD_READ_SYNTAX;
+    int leadingPercent() {
+        word_.type = WORD_PERCENT;
+        storeCharacter();
+        const CharClass c = next();
+        if (c == CharClass::NONE) {
+            return end_;
         }
-        if (escape_pending_) {
-            return storeEscaped(c);
+        if (c == CharClass::PERCENT) {
+            return text(WORD_TEXT);
         }
-        if (c == CharClass::BACKSLASH) {
-            escape_pending_ = true;
-            return MORE;
-        }
-        if (c == CharClass::QUOTE) {
-            word_.quoted = word_.text;
-            word_.quoted_size = word_.text_size;
-            return 0;
-        }
-        return storeCharacter();
+        return isNameChar(c) ? text(WORD_SPECIAL) : pushBack();
     }
 
-    int commentMode(CharClass c) { return c == CharClass::NEWLINE ? 0 : storeCharacter(); }
-
-    // Plain words and special strings.
-    int textMode(CharClass c) {
-        if (escape_pending_) {
-            if (c == CharClass::NEWLINE || c == CharClass::PERCENT) {
-                return store("\\") == -1 ? -1 : pushBack();
+    int quoted() {
+        word_.type = WORD_QUOTED;
+        bool escape_pending = false;
+        for (CharClass c = next(); c != CharClass::NONE; c = next()) {
+            if (c == CharClass::NEWLINE) {
+                return WORD_READ_SYNTAX;
             }
-            return storeEscaped(c);
+            if (escape_pending) {
+                escape_pending = false;
+                storeEscaped(c);
+            } else if (c == CharClass::BACKSLASH) {
+                escape_pending = true;
+            } else if (c == CharClass::QUOTE) {
+                return 0;
+            } else {
+                storeCharacter();
+            }
         }
-        if (c == CharClass::BACKSLASH) {
-            escape_pending_ = true;
-            return MORE;
+        return end_;
+    }
+
+    int comment() {
+        word_.type = WORD_COMMENT;
+        for (CharClass c = next(); c != CharClass::NONE; c = next()) {
+            if (c == CharClass::NEWLINE) {
+                return 0;
+            }
+            storeCharacter();
         }
-        if (isWordChar(c)) {
-            return storeCharacter();
+        return end_;
+    }
+
+    // Plain words and special strings, from the character that was read last.
+    int text(WordType type) {
+        word_.type = type;
+        storeCharacter();
+        bool escape_pending = false;
+        for (CharClass c = next(); c != CharClass::NONE; c = next()) {
+            if (escape_pending) {
+                if (c == CharClass::NEWLINE || c == CharClass::PERCENT) {
+                    store('\\');
+                    return pushBack();
+                }
+                escape_pending = false;
+                storeEscaped(c);
+            } else if (c == CharClass::BACKSLASH) {
+                escape_pending = true;
+            } else if (isWordChar(c)) {
+                storeCharacter();
+            } else {
+                return endOfText(c);
+            }
         }
+        return end_;
+    }
+
+    int endOfText(CharClass c) {
         if (word_.type == WORD_SPECIAL && c == CharClass::PERCENT) {
             return 0;
         }
@@ -237,38 +307,42 @@ class WordReader {
         return pushBack();
     }
 
-    int blankMode(CharClass c) { return c == CharClass::BLANK ? storeCharacter() : pushBack(); }
-
-    int storeEscaped(CharClass c) {
-        escape_pending_ = false;
-        if (!isEscapable(c) && store("\\") == -1) {
-            return -1;
+    int blanks() {
+        word_.type = WORD_BLANK;
+        storeCharacter();
+        for (CharClass c = next(); c != CharClass::NONE; c = next()) {
+            if (c != CharClass::BLANK) {
+                return pushBack();
+            }
+            storeCharacter();
         }
-        return storeCharacter();
+        return end_;
     }
 
-    int storeAndGo(WordType type, Mode mode) {
-        begin(type, mode);
-        return storeCharacter();
-    }
-
-    int begin(WordType type, Mode mode) {
+    int mark(WordType type) {
         word_.type = type;
-        mode_ = mode;
-        return MORE;
+        storeCharacter();
+        return 0;
     }
 
-    int storeCharacter() { return store(word_.character) == -1 ? -1 : MORE; }
-
-    int store(const char* text) {
-        return concat_data(&handle_.pool, &word_.text, &word_.text_size, text);
-    }
-
-    int finish(WordType type, const char* text) {
+    // An empty word, whatever of it was read.
+    int finish(WordType type) {
         word_.type = type;
-        word_.text[0] = '\0';
-        return store(text);
+        length_ = 0;
+        return 0;
     }
+
+    void storeEscaped(CharClass c) {
+        if (!isEscapable(c)) {
+            store('\\');
+        }
+        storeCharacter();
+    }
+
+    void storeCharacter() { store(word_.character[0]); }
+
+    // There is room: a stored character was counted on the line of the word, which has a limit.
+    void store(char c) { text_[length_++] = c; }
 
     // The character belongs to the next word.
     int pushBack() {
@@ -283,8 +357,9 @@ class WordReader {
 
     IgCmnFileHandle& handle_;
     read_word& word_;
-    Mode mode_ = &WordReader::startMode;
-    bool escape_pending_ = false;
+    int end_ = 0;
+    std::size_t length_ = 0;
+    char text_[WORD_LINE_LIMIT + 1];  // not cleared: most words are short
 };
 
 }  // namespace

@@ -111,9 +111,9 @@ extern int fcntl64(int descriptor, int command, ...);
 // clang-format off
 #define EVERY_CALL(X)                                                                             \
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
-    X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush) X(fgetwc)           \
-    X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64) X(futimens)         \
-    X(fwrite) X(getc) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)    \
+    X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush)    \
+    X(fgetwc_unlocked) X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64)  \
+    X(futimens) X(fwrite) X(getc) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)  \
     X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                     \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
@@ -233,8 +233,8 @@ ssize_t __read_chk(int fd, void* bytes, size_t size, size_t room) {
     (void)room;
     return read(fd, bytes, size);
 }
-FAILS_WITH(-1, "write", NULL, ssize_t, write, (int fd, const void* bytes, size_t size),
-           (fd, bytes, size))
+FAILS_WITH(-1, fd == STDOUT_FILENO || fd == STDERR_FILENO ? "terminal" : "write", NULL, ssize_t,
+           write, (int fd, const void* bytes, size_t size), (fd, bytes, size))
 
 FAILS_WITH(-1, "setpgid", NULL, int, setpgid, (pid_t pid, pid_t group), (pid, group))
 FAILS_WITH(-1, "select", NULL, int, select,
@@ -389,12 +389,12 @@ int getc(FILE* stream) {
     return NEXT(getc)(stream);
 }
 
-wint_t fgetwc(FILE* stream) {
+wint_t fgetwc_unlocked(FILE* stream) {
     if (fails("fgetwc", NULL)) {
         stream->_flags |= STREAM_ERROR;
         return WEOF;
     }
-    return NEXT(fgetwc)(stream);
+    return NEXT(fgetwc_unlocked)(stream);
 }
 
 int __vfprintf_chk(FILE* stream, int flag, const char* format, va_list arguments) {

@@ -562,6 +562,17 @@ TEST_F(IGCmnFileWord, GrowsItsBufferToTheLongestWordAndClearsItForEachWord) {
     EXPECT_EQ(std::string(word_.text, 8), "d\0\0\0\0\0\0\0"s);
 }
 
+TEST_F(IGCmnFileWord, AllocatesForAWordAndNotForItsCharacters) {
+    open(std::string(1000, 'a') + "\n#" + std::string(999, 'b') + "\n\"" + std::string(998, 'c') +
+         "\"\n");
+    const FailingCall failing(Call::POOL, 4, ENOMEM);
+    EXPECT_EQ(read(), 0) << "a character, an empty text and the word";
+    for (int code = 0; code == 0;) {
+        code = read();
+    }
+    EXPECT_FALSE(FailingCall::happened());
+}
+
 TEST_F(IGCmnFileWord, HasRoomForOneCharacterOfTheLocale) {
     open("a\n");
     ASSERT_EQ(read(), 0);
@@ -595,7 +606,11 @@ TEST_F(IGCmnFileWord, ReportsARefusedPushBack) {
 }
 
 TEST_F(IGCmnFileWord, FailsWhenMemoryRunsOut) {
-    const std::string content = "a \"" + std::string(250, 'b') + "\" %c% #d\n";
+    // From 200 bytes on, each longer word needs a block of its own.
+    std::string content = "a \"b\" %c% #d\n";
+    for (std::size_t length = 200; length < 250; ++length) {
+        content += std::string(length, 'e') + "\n";
+    }
     bool failed = true;
     for (int nth = 1; failed; ++nth) {
         SCOPED_TRACE(nth);
@@ -609,7 +624,7 @@ TEST_F(IGCmnFileWord, FailsWhenMemoryRunsOut) {
         failed = FailingCall::happened();
         EXPECT_EQ(code, failed ? -1 : 1);
         EXPECT_EQ(error.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
-        EXPECT_TRUE(failed || nth > 50) << "every growth of a long word is a point of its own";
+        EXPECT_TRUE(failed || nth > 50) << "every growth of the text is a point of its own";
     }
 }
 
