@@ -12,6 +12,8 @@
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnMemory.h"
 
+struct OutputNames;
+
 /// Flags of a pattern table: the keywords that its file has given.
 enum PtnFlag : std::uint32_t {
     PTN_VRS = 1U << 0,
@@ -100,12 +102,15 @@ struct pickptn_tbl {
     std::uint32_t flags;       // PtnFlag
     IgCmnListHeader* katamei;  // one string
     char* vrs;
-    IgCmnListHeader* name;     // one string
-    IgCmnListHeader* group;    // strings, one per PP_GROUP
-    IgCmnListHeader* blocks;   // ptn_block, in file order
-    ptn_block* current;        // the block being read
-    IgCmnListHeader* targets;  // distinct targets of the selected blocks, set when collecting
-    char* output_dir;          // where the pattern's data goes, set when collecting
+    IgCmnListHeader* name;    // one string
+    IgCmnListHeader* group;   // strings, one per PP_GROUP
+    IgCmnListHeader* blocks;  // ptn_block, in file order
+    ptn_block* current;       // the block being read
+    // set when collecting
+    IgCmnListHeader* targets;    // distinct targets of the selected blocks
+    std::uint32_t targets_hash;  // of all of them in their order
+    char* output_name;           // name of its directory before it is made unique
+    char* output_dir;            // where the pattern's data goes
 };
 
 /// Number of the special strings %reg0% to %reg9%, which are reserved and never have a value.
@@ -153,6 +158,7 @@ struct root_tbl {
     int output_fd;                 // then: its O_PATH descriptor, until the process ends
     bool output_kept;              // the archive may be incomplete: the directory is kept
     bool tools_ran;                // a tool may have written into the output
+    OutputNames* output_names;     // how many entries of the output begin with a name; or null
     std::int32_t cleanup;          // CLEANUP_ON, or anything else for OFF
     std::int64_t max_output_size;  // in units of 512 bytes; 0 or less is no limit
     IgCmnListHeader selected;      // pickptn_tbl, in the order their files were read

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -24,6 +23,7 @@
 #include "ini/IGIniTable.h"
 #include "ini/IGResultName.h"
 #include "main/IGMainRun.h"
+#include "main/IGOutputNames.h"
 
 namespace {
 
@@ -38,37 +38,116 @@ int isTaken(const char* directory, const char* name) {
     return path == nullptr ? -1 : IgCmnFileIsTaken(path);
 }
 
+// The name with the first free "_N" from `number` on, which becomes N. Null after a failure.
+char* numberedName(memory_pool* memoryp, const char* directory, const char* name,
+                   std::uint32_t& number) {
+    LocalPool local;
+    const char* path = IgCmnStrCatDir(local.get(), directory, name);
+    const std::size_t size = path == nullptr ? 0 : std::strlen(path) + sizeof "_4294967295";
+    char* candidate = path == nullptr ? nullptr : newFromPool<char>(local.get(), size);
+    if (candidate == nullptr) {
+        return nullptr;
+    }
+    for (;; ++number) {
+        std::snprintf(candidate, size, "%s_%u", path, number);
+        if (IgCmnFileIsTaken(candidate) == 0) {
+            return IgCmnStrdup(memoryp, candidate + std::strlen(path) - std::strlen(name));
+        }
+    }
+}
+
 // The name itself when the directory has no such entry, else the name with the first free "_N",
 // where N begins with the number of entries whose names begin with the name. Null after a failure.
 char* makeUnique(memory_pool* memoryp, const char* directory, char* name) {
     if (const int taken = isTaken(directory, name); taken != 1) {
         return taken == 0 ? name : nullptr;
     }
-    for (std::uint32_t n = std::max(countEntries(directory, name), 1U);; ++n) {
-        std::array<char, 16> suffix{};
-        std::snprintf(suffix.data(), suffix.size(), "_%u", n);
-        char* candidate = IgCmnStrCat(memoryp, name, suffix.data());
-        const int taken = candidate == nullptr ? -1 : isTaken(directory, candidate);
-        if (taken != 1) {
-            return taken == 0 ? candidate : nullptr;
+    std::uint32_t number = std::max(countEntries(directory, name), 1U);
+    return numberedName(memoryp, directory, name, number);
+}
+
+// The first target of the pattern's selected blocks; null when there is none.
+const char* firstTarget(const pickptn_tbl& ptn) {
+    for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
+        if (block.skip == 0 && block.target != nullptr) {
+            return static_cast<const char*>(block.target->first->value);
         }
     }
+    return nullptr;
+}
+
+// Names the directory of a pattern that has targets after the first one.
+bool namePattern(memory_pool* memoryp, pickptn_tbl& ptn) {
+    if (ptn.output_name != nullptr) {
+        return true;
+    }
+    char* name = nullptr;
+    if (IgCmnStrToFileName(memoryp, firstTarget(ptn), &name) != 0) {
+        return false;
+    }
+    if (std::strcmp(name, INDEX_NAME) == 0) {
+        name = IgCmnStrCat(memoryp, name, "_1");  // the index is made later: the name is still free
+    }
+    ptn.output_name = name;
+    return name != nullptr;
+}
+
+// Prepares the search for numbers: all names are counted together.
+bool countNames(memory_pool* memoryp, root_tbl& root) {
+    if (root.output_names != nullptr) {
+        return true;
+    }
+    if (!makeOutputNames(memoryp, root)) {
+        return false;
+    }
+    for (pickptn_tbl& ptn : walkList<pickptn_tbl>(&root.selected)) {
+        if (firstTarget(ptn) != nullptr &&
+            !(namePattern(memoryp, ptn) && addOutputName(memoryp, root, ptn.output_name))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// As makeUnique, in the output directory.
+char* uniqueInOutput(memory_pool* memoryp, root_tbl& root, const char* output, char* name) {
+    if (const int taken = isTaken(output, name); taken != 1) {
+        return taken == 0 ? name : nullptr;
+    }
+    if (!countNames(memoryp, root) || !addOutputName(memoryp, root, name)) {
+        return nullptr;
+    }
+    const std::uint32_t first = firstNumber(root, output, name);
+    std::uint32_t number = first;
+    char* unique = numberedName(memoryp, output, name, number);
+    if (unique != nullptr) {
+        noteTaken(root, name, first, number);
+    }
+    return unique;
 }
 
 // Lists the distinct targets of the pattern's selected blocks in `ptn.targets`, in file order; it
 // stays null when there are none. False when memory runs out.
 bool listTargets(memory_pool* memoryp, pickptn_tbl& ptn) {
+    std::uint32_t hash = EMPTY_HASH;
     for (const ptn_block& block : walkList<ptn_block>(ptn.blocks)) {
         if (block.skip != 0) {
             continue;
         }
         for (char& target : walkStrings(block.target)) {
-            if (IgCmnListContains(&target, ptn.targets) == 0 &&
-                IgCmnListAppend(memoryp, &ptn.targets, &target) == -1) {
+            if (IgCmnListContains(&target, ptn.targets) != 0) {
+                continue;
+            }
+            if (IgCmnListAppend(memoryp, &ptn.targets, &target) == -1) {
                 return false;
             }
+            for (const char* c = &target; *c != '\0'; ++c) {
+                hash = extendHash(hash, *c);
+            }
+            hash = extendHash(hash, '\0');
         }
     }
+    ptn.targets_hash = hash;
     return true;
 }
 
@@ -90,8 +169,8 @@ char* sharedDirectory(const root_tbl& root, const pickptn_tbl& ptn) {
         if (&earlier == &ptn) {
             break;
         }
-        if (earlier.output_dir != nullptr && earlier.targets != nullptr &&
-            equalLists(*earlier.targets, *ptn.targets)) {
+        if (earlier.targets_hash == ptn.targets_hash && earlier.output_dir != nullptr &&
+            earlier.targets != nullptr && equalLists(*earlier.targets, *ptn.targets)) {
             return earlier.output_dir;
         }
     }
@@ -141,7 +220,7 @@ bool makeOutputDirectory(memory_pool* memoryp, root_tbl& root) {
     return root.output_made;
 }
 
-char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn_tbl& ptn) {
+char* choosePatternDirectory(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn) {
     char* output = outputDirectory(memoryp, root);
     if (output == nullptr || !listTargets(memoryp, ptn)) {
         return nullptr;
@@ -152,15 +231,10 @@ char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn
     if (char* shared = sharedDirectory(root, ptn); shared != nullptr) {
         return shared;
     }
-    char* name = nullptr;
-    const char* first = static_cast<const char*>(ptn.targets->first->value);
-    if (IgCmnStrToFileName(memoryp, first, &name) != 0) {
+    if (!namePattern(memoryp, ptn)) {
         return nullptr;
     }
-    if (std::strcmp(name, INDEX_NAME) == 0) {
-        name = IgCmnStrCat(memoryp, name, "_1");  // the index is made later: the name is still free
-    }
-    const char* unique = name == nullptr ? nullptr : makeUnique(memoryp, output, name);
+    const char* unique = uniqueInOutput(memoryp, root, output, ptn.output_name);
     return unique == nullptr ? nullptr : IgCmnStrCatDir(memoryp, output, unique);
 }
 

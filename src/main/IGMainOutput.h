@@ -20,7 +20,7 @@ bool makeDirectory(const char* path);
 /// Returns the directory in the output for the pattern's data, named after its first target;
 /// patterns with equal targets share one, a pattern without targets uses the output directory
 /// itself.
-char* choosePatternDirectory(memory_pool* memoryp, const root_tbl& root, pickptn_tbl& ptn);
+char* choosePatternDirectory(memory_pool* memoryp, root_tbl& root, pickptn_tbl& ptn);
 
 /// Removes the output directory of a failed run (RETCODE_FAILED), after reporting that (ZEPA212-I),
 /// unless it is the last complete copy or is no longer this run's.

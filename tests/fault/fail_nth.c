@@ -33,6 +33,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
@@ -111,9 +112,10 @@ extern int fcntl64(int descriptor, int command, ...);
 // clang-format off
 #define EVERY_CALL(X)                                                                             \
     X(__vfprintf_chk) X(__vsnprintf_chk) X(chdir) X(close) X(close_range) X(dup2) X(execv)        \
-    X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush)    \
+    X(fchdir) X(fchmod) X(fchown) X(fclose) X(fcntl64) X(fdopen) X(fdopendir) X(fflush)           \
     X(fgetwc_unlocked) X(fnmatch) X(fork) X(fputc) X(fputs) X(fstat64) X(fstatat64) X(fstatfs64)  \
-    X(futimens) X(fwrite) X(getc) X(getdents64) X(gethostname) X(kill) X(localtime_r) X(lstat64)  \
+    X(futimens) X(fwrite) X(getc) X(getdents64) X(gethostname) X(inotify_add_watch)               \
+    X(inotify_init1) X(kill) X(localtime_r) X(lstat64)                                            \
     X(mbstowcs) X(mkdir) X(open64) X(openat64) X(opendir) X(prctl) X(pread64)                     \
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
@@ -225,6 +227,9 @@ FAILS_WITH(-1, "futimens", NULL, int, futimens, (int fd, const struct timespec t
            (fd, times))
 FAILS_WITH(-1, "getdents64", NULL, ssize_t, getdents64, (int fd, void* entries, size_t size),
            (fd, entries, size))
+FAILS_WITH(-1, "inotify_add_watch", path, int, inotify_add_watch,
+           (int fd, const char* path, uint32_t mask), (fd, path, mask))
+FAILS_WITH(-1, "inotify_init1", NULL, int, inotify_init1, (int flags), (flags))
 FAILS_WITH(-1, "gethostname", NULL, int, gethostname, (char* name, size_t size), (name, size))
 FAILS_WITH(-1, "pread", NULL, ssize_t, pread64, (int fd, void* bytes, size_t size, off64_t at),
            (fd, bytes, size, at))

@@ -18,7 +18,7 @@ KIND_OF = {
     **{name: name for name in (
         "chdir", "close", "close_range", "dup2", "execv", "fchdir", "fchmod", "fchown", "fclose",
         "fdopen", "fflush", "fnmatch", "fork", "futimens", "fwrite", "getc", "gethostname",
-        "kill", "mbstowcs", "mkdir", "open", "opendir", "prctl", "read",
+        "inotify_add_watch", "inotify_init1", "kill", "mbstowcs", "mkdir", "open", "opendir", "prctl", "read",
         "readlinkat", "remove", "rename", "select", "setlocale", "setpgid", "sigaction", "signal",
         "sigprocmask", "symlink",
         "ungetwc", "unlink", "waitid", "waitpid", "wcrtomb", "wcstombs", "write")},

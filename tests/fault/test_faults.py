@@ -13,7 +13,7 @@ import pytest
 
 from support import behave, fault_injection, pattern_text
 from support.fault_kinds import (
-    AFTERWARDS, BY_CHARACTER, IGNORED, KINDS, STAT, STOPPING, STOPPING_ARCHIVER,
+    AFTERWARDS, BY_CHARACTER, IGNORED, KINDS, NUMBERING, STAT, STOPPING, STOPPING_ARCHIVER,
     TRUNCATED_ARCHIVE, Kind)
 from support.fault_injection import CALL_REPORT, READY, Bench, Fault, Outcome
 from support.sandbox import SandboxError
@@ -129,11 +129,21 @@ def test_a_failure_in_the_middle_of_a_pattern_file_skips_the_file(machine, kind)
     fail_each(bench, kind)
 
 
+@pytest.mark.parametrize("kind", NUMBERING, ids=str)
+def test_a_failure_while_directories_get_numbers_changes_no_number(machine, kind):
+    item = pattern_text.data(f"{fault_injection.USER}/wild/one.log")
+    bench = Bench(machine, item)
+    for number in range(3):
+        block = pattern_text.block(item, targets=["host", f"other{number}"])
+        machine.pattern(f"2{number}_demo", pattern_text.pattern(block))
+    fail_each(bench, kind)
+
+
 @pytest.mark.parametrize("kind", IGNORED, ids=str)
 def test_a_failure_of_the_terminal_or_the_mutex_changes_no_result(machine, kind):
     bench = Bench(machine, *fault_injection.representative(machine))
     untouched = bench.run().state()
-    for nth, rest in ((1, False), (2, False), (100, False), (1000, False), (1, True), (100, True)):
+    for nth, rest in ((1, False), (2, False), (100, False), (250, False), (1, True), (100, True)):
         outcome = bench.run(kind.fault(nth, rest))
         bench.check(outcome)
         assert outcome.failed > 0, outcome

@@ -137,6 +137,15 @@ IGNORED = (
 # Made only when tar reports an error: the program then checks whether the archive is complete.
 TRUNCATED_ARCHIVE = (Kind("pread", errno.EIO),)
 
+# Made only when a pattern's directory gets a number: without them, the output is read for each.
+NUMBERING = (
+    Kind("inotify_add_watch", errno.ENOSPC),
+    Kind("inotify_init1", errno.EMFILE),
+    Kind("opendir", errno.EMFILE, calls=("opendir",)),
+    Kind("read", errno.EIO, calls=("fgets",), words=(NOT_COPIED,)),
+    Kind("readdir", errno.EIO, calls=("readdir",)),
+)
+
 # Calls that are made only after another one has failed: `also` is that one.
 AFTERWARDS = (
     Kind("execv", errno.EACCES, child=True, also="dprintf",
@@ -156,4 +165,5 @@ STOPPING_ARCHIVER = (
 )
 STOPPING = (*STOPPING_ARCHIVER, Kind("pidfd_open", errno.ENOSYS))
 
-EVERY_KIND = (*KINDS, *BY_CHARACTER, *IGNORED, *TRUNCATED_ARCHIVE, *AFTERWARDS, *STOPPING)
+EVERY_KIND = (
+    *KINDS, *BY_CHARACTER, *IGNORED, *TRUNCATED_ARCHIVE, *NUMBERING, *AFTERWARDS, *STOPPING)

@@ -1,11 +1,13 @@
 #include "wrapped_calls.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cwchar>
 #include <utility>
@@ -146,6 +148,31 @@ struct dirent* __real_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory) {
     return failsNow(Call::READDIR) ? nullptr : orItsEnd(__real_readdir64(directory));
+}
+
+int __real_inotify_init1(int flags);
+int __wrap_inotify_init1(int flags);
+int __wrap_inotify_init1(int flags) {
+    return failsNow(Call::INOTIFY_INIT) ? -1 : __real_inotify_init1(flags);
+}
+
+int __real_inotify_add_watch(int fd, const char* path, std::uint32_t mask);
+int __wrap_inotify_add_watch(int fd, const char* path, std::uint32_t mask);
+int __wrap_inotify_add_watch(int fd, const char* path, std::uint32_t mask) {
+    return failsNow(Call::INOTIFY_WATCH) ? -1 : __real_inotify_add_watch(fd, path, mask);
+}
+
+int __real_lstat(const char* path, struct stat* st);
+int __wrap_lstat(const char* path, struct stat* st);
+int __wrap_lstat(const char* path, struct stat* st) {
+    return failsNow(Call::LSTAT) ? -1 : __real_lstat(path, st);
+}
+
+// With 64-bit file offsets the headers may give the function this name.
+int __real_lstat64(const char* path, struct stat* st);
+int __wrap_lstat64(const char* path, struct stat* st);
+int __wrap_lstat64(const char* path, struct stat* st) {
+    return failsNow(Call::LSTAT) ? -1 : __real_lstat64(path, st);
 }
 
 int __real_remove(const char* path);

@@ -14,6 +14,9 @@ enum class Call {
     POOL,    // a block from a pool, with or without a call of the allocator
     UNGETWC,
     READDIR,
+    INOTIFY_INIT,
+    INOTIFY_WATCH,
+    LSTAT,
     REMOVE,  // with no error: it succeeds, but the removed file exists again at once
     GETHOSTNAME,
     FORK,

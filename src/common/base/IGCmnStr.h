@@ -61,6 +61,12 @@ int IgCmnStrIsAscii(const char* text);
 /// Compares, ignoring the case of ASCII letters: below 0, 0 or above 0.
 int IgCmnStrCmpi(const char* first, const char* second);
 
+/// FNV-1a: the hash of a text is that of its beginning, extended by its last byte.
+inline constexpr std::uint32_t EMPTY_HASH = 2166136261U;
+constexpr std::uint32_t extendHash(std::uint32_t hash, char c) {
+    return (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+}
+
 /// Copies a text with "_" for every single-byte character that is no letter or digit. 0 with the
 /// new string in `result`, or -1.
 int IgCmnStrToFileName(memory_pool* memoryp, const char* text, char** result);
