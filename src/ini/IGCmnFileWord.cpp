@@ -19,7 +19,6 @@ namespace {
 
 enum class CharClass : std::uint8_t {
     NEWLINE,
-    RETURN,
     OPEN,
     CLOSE,
     EQUAL,
@@ -31,6 +30,8 @@ enum class CharClass : std::uint8_t {
     UNDERSCORE,
     ALNUM,
     OTHER,
+    // no part of a word
+    RETURN,
     FORBIDDEN,
     NONE,  // there is no next character
 };
@@ -152,21 +153,18 @@ class WordReader {
 
     // Reads the next character. When there is none, the result of the word is in `end_`.
     CharClass next() {
-        CharClass char_class = CharClass::NONE;
-        do {
+        for (;;) {
             errno = 0;
             const std::wint_t c = ::fgetwc_unlocked(handle_.stream);
-            if (c == WEOF) {
-                return end(endOfInput());
+            const CharClass char_class = charClassOf(c);
+            if (char_class < CharClass::RETURN) {
+                character_ = static_cast<char>(c);  // a single byte in every locale
+                return ++handle_.column > WORD_LINE_LIMIT ? end(WORD_READ_SYNTAX) : char_class;
             }
-            char_class = charClassOf(c);
-            // Allowed characters are single bytes in every locale.
-            word_.character[0] = static_cast<char>(c);
-        } while (char_class == CharClass::RETURN);
-        if (char_class == CharClass::FORBIDDEN) {
-            return end(finish(WORD_INVALID));
+            if (char_class != CharClass::RETURN) {
+                return end(c == WEOF ? endOfInput() : finish(WORD_INVALID));
+            }
         }
-        return ++handle_.column > WORD_LINE_LIMIT ? end(WORD_READ_SYNTAX) : char_class;
     }
 
     CharClass end(int result) {
@@ -339,14 +337,15 @@ class WordReader {
         storeCharacter();
     }
 
-    void storeCharacter() { store(word_.character[0]); }
+    void storeCharacter() { store(character_); }
 
     // There is room: a stored character was counted on the line of the word, which has a limit.
     void store(char c) { text_[length_++] = c; }
 
     // The character belongs to the next word.
     int pushBack() {
-        const auto c = static_cast<std::wint_t>(static_cast<unsigned char>(word_.character[0]));
+        word_.character[0] = character_;
+        const auto c = static_cast<std::wint_t>(static_cast<unsigned char>(character_));
         if (std::ungetwc(c, handle_.stream) == WEOF) {
             IgCmnSysErrPath("ungetwc", errno, handle_.name);
             return WORD_READ_FAILED;
@@ -358,6 +357,7 @@ class WordReader {
     IgCmnFileHandle& handle_;
     read_word& word_;
     int end_ = 0;
+    char character_ = '\0';  // the last one that was read
     std::size_t length_ = 0;
     char text_[WORD_LINE_LIMIT + 1];  // not cleared: most words are short
 };

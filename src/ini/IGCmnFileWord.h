@@ -39,7 +39,7 @@ struct read_word {
     std::uint32_t text_size;  // bytes allocated for `text`
     char* quoted;             // set when a quoted string ends: the same buffer as `text`
     std::uint32_t quoted_size;
-    char* character;  // room for one character in multibyte form
+    char* character;  // the last one that was pushed back, in multibyte form
     std::uint32_t character_size;
 };
 

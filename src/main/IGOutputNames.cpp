@@ -143,8 +143,8 @@ bool watch(OutputNames& names, DIR* dir) {
 // Whether the directory that is open is the output: another user may have replaced its path.
 bool isOutput(DIR* dir, const root_tbl& root) {
     struct stat st = {};
-    return ::fstat(::dirfd(dir), &st) == 0 && st.st_dev == root.output_device &&
-           st.st_ino == root.output_inode;
+    return ::fstat(::dirfd(dir), &st) == 0 && root.output_device == st.st_dev &&
+           root.output_inode == st.st_ino;
 }
 
 // Counts for all names. The counts stay current unless the directory changes meanwhile. False when
