@@ -55,9 +55,9 @@ struct Item {
     const char* data_dir = nullptr;   // normalised, without trailing slash
     const char* path_name = nullptr;  // expanded and normalised
     const char* place = nullptr;      // the data directory's path from pathInOutput
-    const char* index = nullptr;      // the index file, likewise
     bool own_output = false;          // the pattern's own tools wrote the entries
-    const char* ours = nullptr;       // then: the output's path for sourceFollow, or null
+    const char* index = nullptr;      // then: the index file, likewise
+    const char* ours = nullptr;       // and the output's path for sourceFollow, or null
     EntryList list;
     SourceOpener opener;
     Destination destination;
@@ -505,15 +505,19 @@ bool prepare(Item& item) {
     item.data_dir = data_dir;
     item.path_name = path_name;
     item.record.path_name = path_name;
-    const char* index = indexPath(item.memoryp, item.root);
-    char* normal_index = nullptr;
-    if (index == nullptr || IgCmnFileNormPath(item.memoryp, index, &normal_index) != 0) {
-        return false;
-    }
-    item.index = normal_index;
     item.place = pathInOutput(item.memoryp, item.root, item.data_dir);
     item.destination.begin(item.place);
     return item.place != nullptr;
+}
+
+bool findIndex(Item& item) {
+    const char* index = indexPath(item.memoryp, item.root);
+    char* normal = nullptr;
+    if (index == nullptr || IgCmnFileNormPath(item.memoryp, index, &normal) != 0) {
+        return false;
+    }
+    item.index = normal;
+    return true;
 }
 
 // Finds the output directory, symlinks resolved: no other user can replace what is in it. Where a
@@ -591,7 +595,7 @@ Result collectDataItem(Item& item, IgCmnListHeader** records) {
     item.own_output = isOwnOutput(item);
     if (item.own_output) {
         Destination::forgetComplete();
-        if (!findOurs(item)) {
+        if (!findIndex(item) || !findOurs(item)) {
             return RESULT_DONE;
         }
     }

@@ -34,7 +34,7 @@ std::size_t directoryLength(const char* path) {
 }  // namespace
 
 bool Destination::isCurrent(const char* path, std::size_t length) const {
-    return fd_ && length == current_length_ && std::memcmp(path, current_, length) == 0;
+    return fd_ && length == current_length_ && std::memcmp(path, current_.data(), length) == 0;
 }
 
 // Length of the part of a directory's path that exists: the directories above the current one.
@@ -56,19 +56,9 @@ std::size_t Destination::readyLength(const char* path, std::size_t length) const
     return whole ? same : ready;
 }
 
-bool Destination::makeCurrent(const char* path, std::size_t length) {
-    if (length >= size_) {
-        const std::size_t size = std::max(length + 1, 2 * size_);
-        auto* grown = static_cast<char*>(IgCmnMemoryRealloc(memoryp_, current_, size_, size));
-        if (grown == nullptr) {
-            return false;
-        }
-        current_ = grown;
-        size_ = size;
-    }
-    std::memcpy(current_, path, length);
+void Destination::makeCurrent(const char* path, std::size_t length) {
+    std::memcpy(current_.data(), path, length);
     current_length_ = length;
-    return true;
 }
 
 bool Destination::resume(const char* place, const char* source) {
@@ -85,9 +75,10 @@ bool Destination::resume(const char* place, const char* source) {
     FdGuard opened(::open(complete.path.data(), DIRECTORY_FLAGS | O_NOFOLLOW));
     struct stat st = {};
     if (!opened || ::fstat(opened.get(), &st) != 0 || st.st_dev != complete.device ||
-        st.st_ino != complete.inode || !makeCurrent(complete.path.data(), complete.length)) {
+        st.st_ino != complete.inode) {
         return false;
     }
+    makeCurrent(complete.path.data(), complete.length);
     fd_.reset(opened.release());
     return true;
 }
@@ -111,8 +102,10 @@ bool Destination::openReady(char* path, std::size_t ready) {
 
 // Makes the last component of a path, unless it is a directory, and opens it from its parent.
 bool Destination::enter(char* path, std::size_t begin) {
-    int opened = ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
-    if (opened == -1 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)) {
+    // No other call could use a longer path, and making it fails.
+    const bool too_long = std::strlen(path) >= current_.size();
+    int opened = too_long ? -1 : ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
+    if (too_long || (opened == -1 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))) {
         if (IgCmnFileMkdir(path) != 0) {
             return false;  // reported: another entry has the name
         }
@@ -149,10 +142,11 @@ bool Destination::prepare(const char* path) {
         good = enter(copy, begin);
         copy[at] = after;
     }
-    if (!good || !makeCurrent(path, length)) {
+    if (!good) {
         fd_.reset();
         return false;
     }
+    makeCurrent(path, length);  // it fits: a directory with a longer path cannot be opened
     return true;
 }
 

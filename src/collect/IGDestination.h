@@ -4,6 +4,8 @@
 
 #include <fcntl.h>
 
+#include <array>
+#include <climits>
 #include <cstddef>
 
 #include "common/base/IGCmnMemory.h"
@@ -27,7 +29,7 @@ inline NewFile byPath(const char* path) {
 /// leads out of the output and is not followed.
 class Destination {
   public:
-    explicit Destination(memory_pool* memoryp) : memoryp_(memoryp) {}
+    explicit Destination(memory_pool* memoryp) : memoryp_(memoryp) { current_[0] = '\0'; }
 
     /// Opens the directory for files of one source directory, if recordComplete() was called last
     /// with it and it is still there. The data directory and all below it then exist.
@@ -64,15 +66,14 @@ class Destination {
   private:
     bool isCurrent(const char* path, std::size_t length) const;
     std::size_t readyLength(const char* path, std::size_t length) const;
-    bool makeCurrent(const char* path, std::size_t length);
+    void makeCurrent(const char* path, std::size_t length);
     bool openReady(char* path, std::size_t ready);
     bool enter(char* path, std::size_t begin);
 
     memory_pool* memoryp_;
     const char* place_ = nullptr;
-    char* current_ = nullptr;  // the open directory's path, without a slash at its end
-    std::size_t current_length_ = 0;
-    std::size_t size_ = 0;  // of the buffer of `current_` in bytes
+    std::array<char, std::size_t{PATH_MAX}> current_;  // the open directory's path, unterminated
+    std::size_t current_length_ = 0;                   // without a slash at its end
     FdGuard fd_;
     char* made_ = nullptr;  // or null
     bool fresh_ = false;

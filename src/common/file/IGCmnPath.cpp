@@ -68,6 +68,24 @@ char* appendPath(const char* start, char* end, const char* more) {
     return end;
 }
 
+// Whether a path is absolute and has no empty, "." or ".." component and no slash at its end. Most
+// paths are written like this.
+bool isNormal(const char* path) {
+    if (path[0] != '/') {
+        return false;
+    }
+    while (*path == '/') {
+        const char* name = path + 1;
+        const std::size_t length = std::strcspn(name, "/");
+        const bool dots = length <= 2 && std::strncmp(name, "..", length) == 0;
+        if (length == 0 || dots) {
+            return false;
+        }
+        path = name + length;
+    }
+    return true;
+}
+
 }  // namespace
 
 int IgCmnFileSplitPath(const char* path_name, char** directory, char** file, memory_pool* memoryp) {
@@ -95,6 +113,11 @@ int IgCmnFileNormPath(memory_pool* memoryp, const char* path, char** result) {
     IG_ASSERT_NOT_NULL(memoryp);
     IG_ASSERT_NOT_NULL(path);
     IG_ASSERT_NOT_NULL(result);
+    if (isNormal(path)) {
+        char* copy = IgCmnStrdup(memoryp, path);
+        *result = copy != nullptr ? copy : *result;
+        return copy != nullptr ? 0 : -1;
+    }
     std::array<char, PATH_MAX + 1> cwd{};
     if (path[0] != '/' && IgCmnFileGetCwd(cwd.data(), cwd.size()) == nullptr) {
         return -1;

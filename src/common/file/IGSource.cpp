@@ -292,8 +292,8 @@ class KnownDirectory {
         std::memcpy(source.path.data(), real_.data(), real_length);
         std::memcpy(source.path.data() + real_length, name, size);
         source.own = true;
-        source.readable = to_read && ordinary_ &&
-                          openToRead(AT_FDCWD, source.path.data(), device_, source);
+        source.readable =
+            to_read && ordinary_ && openToRead(AT_FDCWD, source.path.data(), device_, source);
         if (source.readable) {
             return true;
         }
@@ -318,7 +318,7 @@ class KnownDirectory {
     }
 
     bool known_ = false;
-    bool ordinary_ = false;  // in no kernel file system
+    bool ordinary_ = false;                           // in no kernel file system
     std::array<char, std::size_t{PATH_MAX}> text_{};  // as it was written
     std::array<char, std::size_t{PATH_MAX}> real_{};  // without symlinks
     dev_t device_ = 0;
