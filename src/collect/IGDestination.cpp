@@ -21,7 +21,8 @@ constexpr int DIRECTORY_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 // The last directory for which recordComplete() was called.
 struct CompleteDirectory {
     std::array<char, std::size_t{PATH_MAX}> path;
-    std::size_t length;  // 0 when there is none
+    std::size_t length;        // 0 when there is none
+    std::size_t place_length;  // of the data directory's part; the rest is the source's path
     dev_t device;
     ino_t inode;
 };
@@ -63,12 +64,12 @@ void Destination::makeCurrent(const char* path, std::size_t length) {
 
 bool Destination::resume(const char* place, const char* source) {
     const std::size_t place_length = std::strlen(place);
-    const char* slash = lastSlash(source);
-    if (source[0] != '/' || std::strncmp(complete.path.data(), place, place_length) != 0) {
+    if (source[0] != '/' || complete.length == 0 || place_length != complete.place_length ||
+        std::memcmp(complete.path.data(), place, place_length) != 0) {
         return false;
     }
-    const auto source_length = static_cast<std::size_t>(slash - source);
-    if (complete.length == 0 || complete.length != place_length + source_length ||
+    const std::size_t source_length = directoryLength(source);
+    if (complete.length != place_length + source_length ||
         std::memcmp(complete.path.data() + place_length, source, source_length) != 0) {
         return false;
     }
@@ -179,6 +180,7 @@ void Destination::recordComplete(const char* path) const {
     std::memcpy(complete.path.data(), path, length);
     complete.path[length] = '\0';
     complete.length = length;
+    complete.place_length = std::strlen(place_);
     complete.device = st.st_dev;
     complete.inode = st.st_ino;
 }
