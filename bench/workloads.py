@@ -302,5 +302,5 @@ WORKLOADS = {one.name: one for one in (
 COUNTED = {
     "files": _linked(500),
     "items": _items(300),
-    "patterns": _many_patterns(50),
+    "patterns": _many_patterns(20),
 }

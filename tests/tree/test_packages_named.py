@@ -26,6 +26,7 @@ from support.packages import Packages, named_in, owners
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
 TESTS = ROOT / "tests"
+BENCH = [*(ROOT / "bench").glob("*.py"), ROOT / "bench/run", ROOT / "bench/check"]
 
 #: What each preset links: one program of every kind.
 LINKED = {
@@ -134,7 +135,7 @@ def libraries(preset: str, target: str) -> Uses:
 def used_by_tests() -> Uses:
     """The programs that Python code of the tests starts, and the modules that it imports."""
     found: Uses = {}
-    for file in [*TESTS.rglob("*.py"), ROOT / "scripts/item-table"]:
+    for file in [*TESTS.rglob("*.py"), ROOT / "scripts/item-table", *BENCH]:
         for node in ast.walk(ast.parse(file.read_text())):
             for path in (*started(node), *imported(node)):
                 found[path] = str(file.relative_to(ROOT))
