@@ -269,9 +269,9 @@ def _many_patterns(count: int) -> Callable[[float], Prepared]:
 
 
 WORKLOADS = {one.name: one for one in (
-    Workload("small", "100 files, 5 MiB, and tar and gzip of the same files", 15,
+    Workload("small", "100 files, 5 MiB, and tar and gzip of the same files", 31,
              _packed(100, 52_429, 10), (ratio(1.10),)),
-    Workload("medium", "2,000 files, 200 MiB, and tar and gzip of the same files", 5,
+    Workload("medium", "2,000 files, 200 MiB, and tar and gzip of the same files", 9,
              _packed(2000, 104_858, 100), (ratio(1.03),)),
     Workload("large", "100,000 files of 1 KiB, and links to them, tar, rm and gzip", 5,
              _linked(100_000), (ratio(1.15), Memory(16)), inodes=250_000, disk=2),
@@ -283,7 +283,7 @@ WORKLOADS = {one.name: one for one in (
              _items(10_000), (ratio(1.3),), inodes=50_000),
     Workload("deep", "1,000 nested directories of 10 files, and links, tar, rm and gzip", 5,
              _deep(1000, 10), (ratio(1.3),), inodes=50_000),
-    Workload("tools", "30 tools, and a shell's loop, tar, rm and gzip", 15,
+    Workload("tools", "30 tools, and a shell's loop, tar, rm and gzip", 31,
              _tools(30), (ratio(1.15),)),
     Workload("reading", "one file, with and without the shipped patterns to read", 25,
              _reading, (extra("time of reading", "ms", 3),)),
@@ -293,8 +293,8 @@ WORKLOADS = {one.name: one for one in (
     Workload("taken-names", "the same, when 1,000 other patterns have the names tried first", 3,
              _names(2000, 1000), (extra("time of choosing names", "s", 0.3), Memory(8)),
              inodes=50_000),
-    Workload("million", "1,000,000 files of 1 KiB, and 10,000", 1,
-             _growth(10_000, 1_000_000), (cost(100, 1.05),), default=False,
+    Workload("million", "1,000,000 files of 1 KiB, and 100,000", 2,
+             _growth(100_000, 1_000_000), (cost(10, 1.05),), default=False,
              inodes=2_200_000, disk=12),
 )}
 

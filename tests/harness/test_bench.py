@@ -253,7 +253,7 @@ def content(top: Path) -> str:
 
 def test_the_data_is_the_same_each_time(tmp_path: Path):
     assert data.make_tree(tmp_path / "tree", 7, 100_000, 3) == data.Files(7, 700_000)
-    assert sorted(path.name for path in (tmp_path / "tree").iterdir()) == ["d0000", "d0001", "d0002"]
+    assert sorted(os.listdir(tmp_path / "tree")) == ["d0000", "d0001", "d0002"]
     assert data.make_chain(tmp_path / "chain", 3, 2, 500) == data.Files(6, 3000)
     assert len(list((tmp_path / "chain/d/d/d").iterdir())) == 2
     assert content(tmp_path) == (
