@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <string_view>
@@ -62,11 +61,9 @@ void put(std::string_view drawing) {
     while (!drawing.empty() && terminalTakes(stdout)) {
         const std::size_t size = run_state.interrupted == 0 ? drawing.size() : 1;
         const ssize_t written = ::write(::fileno(stdout), drawing.data(), size);
-        if (written > 0) {
-            drawing.remove_prefix(static_cast<std::size_t>(written));
-        } else if (written == 0 || errno != EINTR) {
-            return;
-        }
+        const std::size_t done = written > 0 ? static_cast<std::size_t>(written) : 0;
+        // The byte that could not be written, or that waited when the signal came, is lost.
+        drawing.remove_prefix(done == size ? done : done + 1);
     }
 }
 
