@@ -201,16 +201,17 @@ TEST_F(IGOutputNames, ReadsTheOutputAgainWhenReportsAreLost) {
 }
 
 TEST_F(IGOutputNames, CountsInAnOutputThatWasMadeAgain) {
-    for (const bool moved : {false, true}) {
-        SCOPED_TRACE(moved);
+    enum class Change { REMOVED, MOVED, MOVED_WITH_ITS_PARENT };
+    for (const Change change : {Change::REMOVED, Change::MOVED, Change::MOVED_WITH_ITS_PARENT}) {
+        SCOPED_TRACE(static_cast<int>(change));
         fs::create_directory(in("a"));
         EXPECT_EQ(choose(pattern("a")), "a_1");
-        const std::string aside = base_ + "/aside";
-        fs::rename(output_, aside);
-        if (!moved) {
+        const std::string aside = base_ + "_aside";
+        fs::rename(change == Change::MOVED_WITH_ITS_PARENT ? base_ : output_, aside);
+        if (change == Change::REMOVED) {
             fs::remove_all(aside);
         }
-        fs::create_directory(output_);
+        fs::create_directories(output_);
         fs::permissions(output_, fs::perms::owner_all);
         ASSERT_TRUE(noteOutput(pool(), *root_, output_.c_str()));
         fs::create_directory(in("a"));
@@ -218,9 +219,7 @@ TEST_F(IGOutputNames, CountsInAnOutputThatWasMadeAgain) {
         EXPECT_EQ(choose(pattern("a")), "a_2");
         fs::remove_all(in("ab"));
         fs::remove_all(in("a_2"));
-        if (moved) {
-            fs::create_directory(aside + "/a_5");
-        }
+        fs::create_directories(aside + "/a_5");
         EXPECT_EQ(choose(pattern("a")), "a_1");
         fs::remove_all(in("a_1"));
         fs::remove_all(aside);
