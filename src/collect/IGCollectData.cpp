@@ -47,7 +47,7 @@ struct MadeDirectory {
 // One data item while it is collected.
 struct Item {
     Item(memory_pool* pool, root_tbl& run, const data_block& data)
-        : memoryp(pool), root(run), block(data), list(pool), destination(pool) {}
+        : memoryp(pool), root(run), block(data), list(pool) {}
 
     memory_pool* memoryp;
     root_tbl& root;
@@ -190,11 +190,7 @@ Step collectDirectory(Item& item, const struct stat& source, const Current& curr
         return Step::NEXT;
     }
     addCollected(current, 0);
-    if (!rememberDirectory(item, source, current.output)) {
-        return Step::FAILED;
-    }
-    item.destination.noteMade(current.output);
-    return Step::NEXT;
+    return rememberDirectory(item, source, current.output) ? Step::NEXT : Step::FAILED;
 }
 
 // Copies a regular file to a free name if it fits the size limit.
@@ -208,10 +204,6 @@ Step collectRegular(Item& item, const Source& source, const Current& current,
     std::int64_t bytes = 0;
     switch (collectFile(item, source, destination, bytes)) {
         case Collected::FAILED:
-            if (item.destination.isFresh() && isTaken(destination)) {
-                giveBack(size);
-                return Step::NEXT;
-            }
             return reportFailed(current.shown);
         case Collected::OVER_LIMIT:
             reportOverLimit(current.shown, bytes);
@@ -263,7 +255,7 @@ Step collectTo(Item& item, const Current& current) {
     if (*file.name == '\0') {
         return Step::NEXT;  // "/" is the data directory itself, which keeps its mode
     }
-    if (!item.destination.isFresh() && isTaken(file)) {
+    if (isTaken(file)) {
         // The first copy of a name stays. A directory may have been made as a parent and still
         // needs its attributes.
         const bool kept = !current.entry.is_directory || rememberEntry(item, current);

@@ -110,6 +110,7 @@ bool Destination::enter(char* path, std::size_t begin) {
         if (IgCmnFileMkdir(path) != 0) {
             return false;  // reported: another entry has the name
         }
+        forgetComplete();  // this changes the times of the directory above
         opened = ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
     }
     if (opened == -1) {
@@ -130,7 +131,6 @@ bool Destination::prepare(const char* path) {
     if (current) {
         return true;
     }
-    fresh_ = made_ != nullptr && std::strncmp(path, made_, length) == 0 && made_[length] == '\0';
     LocalPool local;
     char* copy = IgCmnStrndup(local.get(), path, length);
     const std::size_t ready = readyLength(path, length);
@@ -149,13 +149,6 @@ bool Destination::prepare(const char* path) {
     }
     makeCurrent(path, length);  // it fits: a directory with a longer path cannot be opened
     return true;
-}
-
-void Destination::noteMade(const char* path) {
-    if (made_ != nullptr) {
-        IgCmnMemoryFree(memoryp_, made_, std::strlen(made_) + 1);
-    }
-    made_ = IgCmnStrdup(memoryp_, path);
 }
 
 NewFile Destination::file(const char* path) const {

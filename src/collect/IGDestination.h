@@ -29,7 +29,7 @@ inline NewFile byPath(const char* path) {
 /// leads out of the output and is not followed.
 class Destination {
   public:
-    explicit Destination(memory_pool* memoryp) : memoryp_(memoryp) { current_[0] = '\0'; }
+    Destination() { current_[0] = '\0'; }
 
     /// Opens the directory for files of one source directory, if recordComplete() was called last
     /// with it and it is still there. The data directory and all below it then exist.
@@ -46,11 +46,6 @@ class Destination {
     /// The file of the path that was prepared last. Its directory stays open until the next
     /// prepare().
     [[nodiscard]] NewFile file(const char* path) const;
-    /// Records a directory that the item has just made: nothing is in it that the item did not put
-    /// there.
-    void noteMade(const char* path);
-    /// True while the directory of file() is known to be such a directory.
-    [[nodiscard]] bool isFresh() const { return fresh_; }
     /// True when the directory of the first path was the one that was resumed: all directories
     /// above it have their attributes.
     [[nodiscard]] bool wasComplete() const { return was_complete_; }
@@ -70,13 +65,10 @@ class Destination {
     bool openReady(char* path, std::size_t ready);
     bool enter(char* path, std::size_t begin);
 
-    memory_pool* memoryp_;
     const char* place_ = nullptr;
     std::array<char, std::size_t{PATH_MAX}> current_;  // the open directory's path, unterminated
     std::size_t current_length_ = 0;                   // without a slash at its end
     FdGuard fd_;
-    char* made_ = nullptr;  // or null
-    bool fresh_ = false;
     bool first_ = true;
     bool was_complete_ = false;
 };

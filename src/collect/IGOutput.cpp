@@ -144,8 +144,13 @@ bool staysAsItIs(const Sweep& sweep, int directory, const char* name) {
         return false;
     }
     target[static_cast<std::size_t>(length)] = '\0';
-    return sourceFollow(target.data(), source) && source.own && S_ISREG(source.st.st_mode) &&
-           kernelFileSystemOf(source.fd.get(), source.st.st_dev, nullptr) == 0;
+    if (!sourceFollow(target.data(), source) || !source.own || !S_ISREG(source.st.st_mode) ||
+        kernelFileSystemOf(source.fd.get(), source.st.st_dev, nullptr) != 0) {
+        return false;
+    }
+    // tar follows it from here, where it is one more symlink of the few that the kernel allows.
+    return ::fstatat(directory, name, &st, 0) == 0 && st.st_dev == source.st.st_dev &&
+           st.st_ino == source.st.st_ino;
 }
 
 unsigned char typeOf(int directory, const struct dirent& entry) {

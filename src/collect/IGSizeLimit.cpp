@@ -24,10 +24,6 @@ bool fitsLimit(const root_tbl& root, std::int64_t size) {
     return true;
 }
 
-void giveBack(std::int64_t size) {
-    collected_size.total -= size;
-}
-
 void reportOverLimit(const char* shown, std::int64_t size) {
     IgCmnMsg<ZEPA153_W>(shown, size);
     IgMainSetSizeOver(1);

@@ -17,9 +17,6 @@ extern CollectedSize collected_size;
 /// configured limit (`max_output_size`, in units of 512 bytes).
 bool fitsLimit(const root_tbl& root, std::int64_t size);
 
-/// Takes back what fitsLimit has added for a file that was not collected after all.
-void giveBack(std::int64_t size);
-
 /// Reports a file of `size` bytes that is left out because of the limit (ZEPA153-W), and records
 /// that for the end of the run.
 void reportOverLimit(const char* shown, std::int64_t size);

@@ -131,6 +131,7 @@ class WordReader {
             ++handle_.line_no;
             handle_.column = 0;
         }
+        errno = 0;  // only a character that cannot be read sets it: see endOfInput()
         return 0;
     }
 
@@ -154,7 +155,6 @@ class WordReader {
     // Reads the next character. When there is none, the result of the word is in `end_`.
     CharClass next() {
         for (;;) {
-            errno = 0;
             const std::wint_t c = ::fgetwc_unlocked(handle_.stream);
             const CharClass char_class = charClassOf(c);
             if (char_class < CharClass::RETURN) {

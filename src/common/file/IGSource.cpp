@@ -251,53 +251,46 @@ bool openToRead(int directory, const char* name, dev_t device, Source& source) {
            source.st.st_dev == found.st_dev && source.st.st_ino == found.st_ino;
 }
 
-// The directory above the file that was found last, if it and all above it are root's own. The next
-// item is often in the same directory: its path is then not walked along name by name again.
+// The directory above the file that was found last, if it and all above it are root's own and no
+// symlink led there. The next item is often in the same directory: its path is then not walked
+// along name by name again. As for the entries of a listed directory, the directories above it are
+// judged once.
 class KnownDirectory {
   public:
     // Remembers the directory of a file that was found under a path.
     void remember(const char* path, const Source& source) {
         const std::size_t length = directoryLength(path);
-        const std::size_t real_length = directoryLength(source.path.data());
-        known_ = source.own && length != 0 && real_length != 0 && length < text_.size();
-        if (known_) {
-            std::memcpy(text_.data(), path, length);
-            text_[length] = '\0';
-            std::memcpy(real_.data(), source.path.data(), real_length);
-            real_[real_length] = '\0';
-            struct stat st = {};
-            known_ = ::stat(real_.data(), &st) == 0;
-            device_ = st.st_dev;
-            inode_ = st.st_ino;
-            // A symlink may have led to the file from another directory.
-            known_ = known_ && isThere();
-            ordinary_ = source.st.st_dev == device_ &&
-                        kernelFileSystemOf(source.fd.get(), device_, nullptr) == 0;
+        length_ = 0;
+        if (!source.own || length == 0 || std::strcmp(path, source.path.data()) != 0) {
+            return;
         }
+        std::memcpy(path_.data(), path, length);
+        path_[length] = '\0';
+        struct stat st = {};
+        if (::stat(path_.data(), &st) != 0 || !isRootsOwn(st)) {
+            return;
+        }
+        length_ = length;
+        device_ = st.st_dev;
+        inode_ = st.st_ino;
+        ordinary_ = source.st.st_dev == device_ &&
+                    kernelFileSystemOf(source.fd.get(), device_, nullptr) == 0;
     }
 
     // Opens a file in the directory, if its path still leads there and the file is no symlink.
     bool open(const char* path, Source& source, bool to_read) const {
-        const std::size_t length = directoryLength(path);
-        if (!known_ || length == 0 || std::strncmp(path, text_.data(), length) != 0 ||
-            text_[length] != '\0' || !isThere()) {
+        const std::size_t length = std::strlen(path);
+        if (length_ == 0 || directoryLength(path) != length_ || length >= source.path.size() ||
+            std::memcmp(path, path_.data(), length_) != 0 || !isThere()) {
             return false;
         }
-        const char* name = path + length;
-        const std::size_t real_length = std::strlen(real_.data());
-        const std::size_t size = std::strlen(name) + 1;
-        if (real_length + size > source.path.size()) {
-            return false;
-        }
-        std::memcpy(source.path.data(), real_.data(), real_length);
-        std::memcpy(source.path.data() + real_length, name, size);
+        std::memcpy(source.path.data(), path, length + 1);
         source.own = true;
-        source.readable =
-            to_read && ordinary_ && openToRead(AT_FDCWD, source.path.data(), device_, source);
+        source.readable = to_read && ordinary_ && openToRead(AT_FDCWD, path, device_, source);
         if (source.readable) {
             return true;
         }
-        source.fd.reset(::open(source.path.data(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        source.fd.reset(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
         return source.fd && ::fstat(source.fd.get(), &source.st) == 0 &&
                !S_ISLNK(source.st.st_mode);
     }
@@ -313,16 +306,15 @@ class KnownDirectory {
 
     [[nodiscard]] bool isThere() const {
         struct stat st = {};
-        return ::stat(text_.data(), &st) == 0 && st.st_dev == device_ && st.st_ino == inode_ &&
+        return ::stat(path_.data(), &st) == 0 && st.st_dev == device_ && st.st_ino == inode_ &&
                isRootsOwn(st);
     }
 
-    bool known_ = false;
-    bool ordinary_ = false;                           // in no kernel file system
-    std::array<char, std::size_t{PATH_MAX}> text_{};  // as it was written
-    std::array<char, std::size_t{PATH_MAX}> real_{};  // without symlinks
+    std::array<char, std::size_t{PATH_MAX}> path_{};
+    std::size_t length_ = 0;  // of the path in bytes; 0 when none is known
     dev_t device_ = 0;
     ino_t inode_ = 0;
+    bool ordinary_ = false;  // in no kernel file system
 };
 KnownDirectory known_directory;
 

@@ -88,7 +88,7 @@ RULES = [
          "if (kernel_file != 0 ||", "if (kernel_file == 77 ||", "cli:test_data.py",
          unit="IGCollectData"),
     Rule("the first copy of a name stays",
-         "if (!item.destination.isFresh() && isTaken(file)) {", "if (file.name[0] == '\\0') {",
+         "if (isTaken(file)) {", "if (file.name[0] == '\\0') {",
          "cli:test_data.py unit:IGCollectData_test"),
     Rule("directories get the times of their sources",
          "{source.accessed, source.modified}", "{source.modified, source.accessed}",
