@@ -290,7 +290,7 @@ TEST_F(IGCmnPath, ReturnsNothingWhenMemoryRunsOut) {
              return IgCmnFileSplitCmdOpt((part + " " + part).c_str(), &first, &second, p);
          }},
         {"NormPath",
-         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("/" + part).c_str(), &first); }},
+         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("//" + part).c_str(), &first); }},
     };
     for (const auto& [name, call] : calls) {
         bool failed = true;
