@@ -230,6 +230,12 @@ TEST_F(IGDestination, ReportsAPathThatIsTooLongAsMkdirDoes) {
     EXPECT_FALSE(resume(fits + "z/g"));
 }
 
+TEST_F(IGDestination, ReportsANameThatIsTooLongAsMkdirDoes) {
+    const std::string name = "/" + std::string(NAME_MAX + 1, 'x');
+    EXPECT_EQ(failure(name + "/file"),
+              trio("mkdir", ENAMETOOLONG, "File name too long", place_ + name, "IGCmnFile"));
+}
+
 // Directories that the item has made
 
 TEST_F(IGDestination, IsFreshInExactlyTheDirectoryMadeLast) {
@@ -305,6 +311,17 @@ TEST_F(IGDestination, ResumesInTheSameDataDirectoryOnly) {
     }
 }
 
+// Both items copy to the same directory, but from different ones.
+TEST_F(IGDestination, ResumesForTheSameSourceDirectoryOnly) {
+    complete("/a/b/file");
+    const std::string first = place_;
+    place_ = first + "/a";
+    EXPECT_FALSE(resume("/b/file"));
+    complete("/b/file");
+    place_ = first;
+    EXPECT_FALSE(resume("/a/b/file"));
+}
+
 TEST_F(IGDestination, ResumesOnlyTheLastDirectoryThatWasRecorded) {
     complete("/a/b/file");
     complete("/a/c/file");
@@ -338,6 +355,15 @@ TEST_F(IGDestination, StaysRecordedAfterAnItemThatResumedIt) {
     static_cast<void>(prepare("/a/b/tree/file"));
     record("/a/b/tree");
     EXPECT_TRUE(resume("/a/b/file"));
+}
+
+// What an item changed stays changed when none of its entries could be copied: its second
+// directory could not be made.
+TEST_F(IGDestination, ForgetsTheLastDirectoryWhenAnItemChangesTheOnesAboveIt) {
+    complete("/a/b/file");
+    static_cast<void>(failure("/a/c/" + std::string(NAME_MAX + 1, 'x') + "/file"));
+    ASSERT_TRUE(fs::exists(place_ + "/a/c"));
+    EXPECT_FALSE(resume("/a/b/file")) << "/a has another time now";
 }
 
 TEST_F(IGDestination, ResumesNoDirectoryThatWasExchanged) {
