@@ -282,6 +282,31 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
     }
 }
 
+TEST_F(IGSourceKnown, SeesThatADirectoryAboveAKnownOneIsAUsers) {
+    for (const mode_t mode : {0777U, 0755U}) {
+        ASSERT_EQ(found(own("a/b/first")), "own first");
+        ASSERT_EQ(::chmod(own("a").c_str(), mode), 0);
+        ASSERT_EQ(::chown(own("a").c_str(), mode == 0755 ? USER : 0, 0), 0);
+        EXPECT_EQ(found(own("a/b/second")), "foreign second");
+        ASSERT_EQ(::chmod(own("a").c_str(), 0755), 0);
+        ASSERT_EQ(::chown(own("a").c_str(), 0, 0), 0);
+    }
+}
+
+// The directory gets another name, and the link follows it: the old name is free for a user.
+TEST_F(IGSourceKnown, SeesThatAKnownDirectoryBehindALinkHasAnotherName) {
+    fs::create_directory_symlink("a/b", own("link"));
+    ASSERT_EQ(found(own("link/first")), "own first");
+    fs::rename(own("a/b"), own("a/new"));
+    fs::remove(own("link"));
+    fs::create_directory_symlink("a/new", own("link"));
+    fs::create_directory(own("a/b"));
+    writeText(own("a/b/second"), "planted");
+    ASSERT_EQ(::chown(own("a/b").c_str(), USER, USER), 0);
+    EXPECT_EQ(found(own("link/second")), "own second");
+    EXPECT_EQ(place_, own("a/new/second"));
+}
+
 TEST_F(IGSourceKnown, SeesTheOutputWithItsOwnRules) {
     const std::string ours = own("a");
     ASSERT_EQ(::chmod(own("a/b").c_str(), 0777), 0);
