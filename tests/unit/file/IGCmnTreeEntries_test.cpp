@@ -121,6 +121,7 @@ TEST_F(TreeEntries, HaveNoPathWhenMemoryRunsOutAndHaveItAgainLater) {
     const FileEntry* other = list_.make(&b_, std::string(300, 'o').c_str());
     const FileEntry* longer = list_.make(&a_, std::string(2000, 'l').c_str());
     EntryPath path(pool(), "/prefix");
+    bool failed = false;
     ASSERT_TRUE(path.set(*shorter));
     for (const FileEntry* entry : {other, longer}) {
         {
@@ -128,6 +129,7 @@ TEST_F(TreeEntries, HaveNoPathWhenMemoryRunsOutAndHaveItAgainLater) {
             const FailingCall failing(Call::CALLOC, 1, ENOMEM);
             const bool set = path.set(*entry);
             EXPECT_EQ(set, !FailingCall::happened());
+            failed = failed || !set;
         }
         EXPECT_TRUE(path.set(*shorter));
         EXPECT_STREQ(path.path(), "/a/short");
@@ -136,6 +138,7 @@ TEST_F(TreeEntries, HaveNoPathWhenMemoryRunsOutAndHaveItAgainLater) {
         EXPECT_TRUE(path.set(*shorter));
         EXPECT_STREQ(path.prefixed(), "/prefix/a/short");
     }
+    EXPECT_TRUE(failed);
     static_cast<void>(takeLog());
 }
 
