@@ -214,6 +214,24 @@ TEST_F(CollectItems, DoNotWriteThroughALinkInTheDirectorysPlace) {
     EXPECT_TRUE(fs::is_empty(source("victim")));
 }
 
+// Two targets: the second one's directory is among the copies of the first one.
+TEST_F(CollectItems, OfTwoDataDirectoriesHaveTheAttributesOfTheirOwnSources) {
+    const std::string inner = "/tmp" + source("a/b");
+    fs::create_directories(inner);
+    writeText(inner + "/file", "x");
+    useSubdirectory("tmp");
+    collect(source("a/b/one"));
+    expectRestored();
+    data_dir_ = output_;
+    root_->d = data_dir_.data();
+    collect(inner + "/file");
+    EXPECT_EQ(attributes(output_ + inner), attributes(inner));
+    struct stat st = {};
+    ASSERT_EQ(::stat((output_ + "/tmp").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 01777U) << "as /tmp itself";
+    fs::remove_all("/tmp/opt");
+}
+
 // --- the index ---
 
 TEST_F(CollectItems, ListNamesWithControlCharactersAsTheyShowThem) {
@@ -308,6 +326,20 @@ TEST_F(CollectTwice, AFileIsCopiedAndCountedOnce) {
     ASSERT_EQ(::chown(source("dir").c_str(), 1000, 1000), 0);
     expectOnce("file");
     EXPECT_EQ(readText(copy("dir/file")), "12345");
+}
+
+TEST_F(CollectTwice, AFileIsCountedOnceWhereTheSecondDoesNotFit) {
+    root_->max_output_size = 1;
+    writeText(source("dir/file"), std::string(400, 'x'));
+    twice = "file";
+    const std::string log = collect(source("dir"));
+    EXPECT_THAT(log, Not(HasSubstr("ZEPA153-W")));
+    EXPECT_EQ(collected_size.total, 400);
+    EXPECT_EQ(collected_size.exceeded, 0);
+}
+
+TEST_F(CollectTwice, ADirectoryIsMadeOnce) {
+    expectOnce("empty");
 }
 
 TEST_F(CollectTwice, ADirectoryWithEntriesIsMadeOnce) {
