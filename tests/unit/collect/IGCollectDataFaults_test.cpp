@@ -11,6 +11,7 @@
 
 #include "../../support/collect_fixture.h"
 #include "collect/IGCollectData.h"
+#include "collect/IGDestination.h"
 #include "common/report/IGCmnMessage.h"
 
 namespace {
@@ -51,6 +52,11 @@ extern "C" int futimens(int fd, const struct timespec times[2]) noexcept {
                : static_cast<int>(::syscall(SYS_utimensat, fd, nullptr, times, 0));
 }
 
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+    return fails("mkdir", path) ? -1
+                                : static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, path, mode));
+}
+
 extern "C" int stat(const char* path, struct stat* st) noexcept {
     return fails("stat", path) ? -1 : ::fstatat(AT_FDCWD, path, st, 0);
 }
@@ -72,6 +78,7 @@ class IGCollectDataFaults : public CollectTest {
     }
     void TearDown() override {
         failing = {};
+        Destination::forgetComplete();
         CollectTest::TearDown();
     }
 
@@ -95,6 +102,12 @@ class IGCollectDataFaults : public CollectTest {
         struct stat st = {};
         EXPECT_EQ(::stat(file.c_str(), &st), 0);
         return std::to_string(st.st_mode & 07777) + " " + std::to_string(st.st_uid);
+    }
+
+    static std::string times(const std::string& file) {
+        struct stat st = {};
+        EXPECT_EQ(::stat(file.c_str(), &st), 0);
+        return std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
     }
 
     std::string source_;
@@ -136,6 +149,37 @@ TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeReadAndContinues) {
         trio("stat", EPERM, "Operation not permitted", source_ + "/below", "IGCollectData", true));
     EXPECT_EQ(attributes(copy("/below")), AS_MADE);
     EXPECT_EQ(attributes(copy("")), AS_THE_SOURCE);
+}
+
+// The attributes are not taken as set: the next item in the directory tries again.
+TEST_F(IGCollectDataFaults, ReportsAnAncestorForEveryItemUntilItsAttributesAreSet) {
+    for (const char* name : {"/below/second", "/below/third", "/below/fourth"}) {
+        writeText(source_ + name, "x");
+    }
+    for (const char* above : {"/below", ""}) {
+        for (const char* call : {"chmod", "chown", "utime"}) {
+            SCOPED_TRACE(std::string(call) + " of \"" + above + "\"");
+            const std::string report =
+                trio(call, EPERM, "Operation not permitted", copy(above), "IGAttributes", true);
+            EXPECT_EQ(collectWhile(call, copy(above), "/below/file"), report);
+            EXPECT_EQ(collectWhile(call, copy(above), "/below/second"), report);
+            EXPECT_EQ(collectWhile("", "", "/below/third"), "");
+            EXPECT_EQ(attributes(copy(above)), AS_THE_SOURCE);
+            EXPECT_EQ(times(copy(above)), times(source_ + above));
+            std::filesystem::remove_all(copy(""));
+            Destination::forgetComplete();
+        }
+    }
+}
+
+TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeReadForEveryItem) {
+    writeText(source_ + "/below/second", "x");
+    for (const char* name : {"/below/file", "/below/second"}) {
+        EXPECT_EQ(collectWhile("stat", source_, name),
+                  trio("stat", EPERM, "Operation not permitted", source_, "IGCollectData", true));
+    }
+    EXPECT_EQ(attributes(copy("/below")), AS_THE_SOURCE);
+    EXPECT_EQ(attributes(copy("")), AS_MADE);
 }
 
 }  // namespace
