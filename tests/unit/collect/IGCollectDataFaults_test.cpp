@@ -182,4 +182,17 @@ TEST_F(IGCollectDataFaults, ReportsAnAncestorThatCannotBeReadForEveryItem) {
     EXPECT_EQ(attributes(copy("")), AS_MADE);
 }
 
+TEST_F(IGCollectDataFaults, SetsTheTimeOfAnAncestorAfterAnItemWhoseDirectoryCannotBeMade) {
+    std::filesystem::create_directories(source_ + "/other/deep");
+    writeText(source_ + "/other/deep/file", "x");
+    writeText(source_ + "/below/second", "x");
+    EXPECT_EQ(collectWhile("", "", "/below/file"), "");
+    EXPECT_EQ(
+        collectWhile("mkdir", copy("/other/deep"), "/other/deep/file"),
+        trio("mkdir", EPERM, "Operation not permitted", copy("/other/deep"), "IGCmnFile", true));
+    ASSERT_TRUE(std::filesystem::exists(copy("/other")));
+    EXPECT_EQ(collectWhile("", "", "/below/second"), "");
+    EXPECT_EQ(times(copy("")), times(source_));
+}
+
 }  // namespace
