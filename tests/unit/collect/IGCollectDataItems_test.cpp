@@ -2,6 +2,7 @@
 // replaces readdir: a directory may have an entry twice, as one may that changes while it is read.
 #include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
