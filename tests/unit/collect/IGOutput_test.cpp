@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../../support/collect_fixture.h"
+#include "../../support/mounted.h"
 #include "collect/IGSizeLimit.h"
 
 namespace {
@@ -138,6 +139,129 @@ TEST_F(SettleOutput, RemovesALinkToADirectory) {
         EXPECT_FALSE(staysAsLink("/opt"));
         EXPECT_FALSE(std::filesystem::exists(output_ + "/link"));
         EXPECT_THAT(takeLog(), ::testing::StartsWith("ZEPA130-W"));
+    }
+}
+
+// A tool has run: it may have made any symlink of the output.
+class SettleLinks : public SettleOutput {
+  protected:
+    void SetUp() override {
+        SettleOutput::SetUp();
+        root_->tools_ran = true;
+        writeText(own("file"), "content");
+        writeText(path("his"), "his");  // below /tmp
+    }
+
+    std::string own(const std::string& name = "") const { return own_.path(name); }
+    std::string link() const { return output_ + "/link"; }
+
+    // Makes a link in the output; returns what settleOutput() makes of it and what it reports.
+    std::string settled(const std::string& target, uid_t owner = 0) {
+        std::filesystem::remove(link());
+        std::filesystem::create_symlink(target, link());
+        EXPECT_EQ(::lchown(link().c_str(), owner, owner), 0);
+        struct stat before = {};
+        EXPECT_EQ(::lstat(link().c_str(), &before), 0);
+        const std::size_t descriptors = openDescriptors();
+        std::string shown;
+        {
+            Capture errors(stderr);
+            EXPECT_TRUE(settleOutput(*root_));
+        }
+        EXPECT_EQ(openDescriptors(), descriptors);
+        struct stat st = {};
+        const std::string log = takeLog();
+        if (::lstat(link().c_str(), &st) != 0) {
+            return "removed " + log;
+        }
+        if (!S_ISLNK(st.st_mode)) {
+            return "copied " + readText(link()) + log;
+        }
+        EXPECT_EQ(st.st_ino, before.st_ino);
+        EXPECT_EQ(std::filesystem::read_symlink(link()), target);
+        return "stays " + log;
+    }
+    std::string removed() const {
+        return "removed ZEPA130-W:An attempt to collect the system information has failed.\n"
+               "ZEPA151-E:Additional information, path = " +
+               link() + ".\n";
+    }
+
+  private:
+    TempDir own_{"/opt"};
+};
+
+TEST_F(SettleLinks, KeepThoseToFilesThatOnlyRootCanReplace) {
+    std::filesystem::create_symlink("file", own("alias"));
+    std::filesystem::create_directory_symlink(own(), own("here"));
+    const std::string relative = "../../../.." + own("file");
+    for (const std::string& target :
+         {own("file"), own("alias"), own("here/here/alias"),
+          own("./../") + own().substr(std::string("/opt/").size()) + "/file", relative}) {
+        EXPECT_EQ(settled(target), "stays ") << target;
+    }
+    ASSERT_EQ(::chown(own("file").c_str(), 1000, 1000), 0);
+    EXPECT_EQ(settled(own("file")), "stays ") << "the file's owner cannot replace it";
+    EXPECT_EQ(collected_size.total, 0);
+}
+
+TEST_F(SettleLinks, CopyTheFilesThatAUserCanReplace) {
+    EXPECT_EQ(settled(path("his")), "copied his");
+    std::filesystem::create_symlink(path("his"), own("alias"));
+    EXPECT_EQ(settled(own("alias")), "copied his");
+    for (const mode_t mode : {0775U, 0757U}) {
+        ASSERT_EQ(::chmod(own().c_str(), mode), 0);
+        EXPECT_EQ(settled(own("file")), "copied content");
+    }
+    ASSERT_EQ(::chmod(own().c_str(), 0755), 0);
+    ASSERT_EQ(::chown(own().c_str(), 1000, 1000), 0);
+    EXPECT_EQ(settled(own("file")), "copied content");
+    EXPECT_EQ(collected_size.total, 3 + 3 + 3 * 7);
+}
+
+TEST_F(SettleLinks, CopyTheFilesOfTheKernel) {
+    const std::string version = readText("/proc/version");
+    EXPECT_EQ(settled("/proc/version"), "copied " + version);
+    std::filesystem::create_symlink("/proc/version", own("alias"));
+    EXPECT_EQ(settled(own("alias")), "copied " + version);
+    const Mounted mounted("/proc/version", own("file"));
+    EXPECT_EQ(settled(own("file")), "copied " + version);
+}
+
+// A tool may have copied a user's symlink.
+TEST_F(SettleLinks, RemoveAUsersToAFileOfAnotherUser) {
+    EXPECT_EQ(settled(own("file"), 1000), removed());
+    EXPECT_EQ(settled("/proc/version", 1000), removed());
+    ASSERT_EQ(::chown(own("file").c_str(), 1000, 1000), 0);
+    EXPECT_EQ(settled(own("file"), 1000), "stays ");
+    EXPECT_EQ(settled(own("file"), 1001), removed());
+}
+
+TEST_F(SettleLinks, RemoveThoseToOtherThanFiles) {
+    std::filesystem::create_directory(own("directory"));
+    ASSERT_EQ(::mkfifo(own("fifo").c_str(), 0600), 0);
+    for (const std::string& target : {own("directory"), own("fifo"), std::string("/dev/null"),
+                                      std::string("/"), std::string("."), output_}) {
+        EXPECT_EQ(settled(target), removed()) << target;
+    }
+}
+
+TEST_F(SettleLinks, ReportThoseThatLeadNowhere) {
+    EXPECT_EQ(settled(own("none")), "stays " + missing(own("none")));
+    EXPECT_EQ(settled(link()), "stays " + missing(link()));
+    EXPECT_EQ(settled(path("none")), "removed " + missing(path("none")));
+    const std::string longest(4095, 'x');
+    EXPECT_EQ(settled(longest), "stays " + missing(longest));
+    const std::string absolute = "/" + longest.substr(1);
+    EXPECT_EQ(settled(absolute), "stays " + missing(absolute));
+}
+
+TEST_F(SettleLinks, KeepThoseToFilesOfTheOutput) {
+    std::filesystem::create_directory(output_ + "/sub");
+    writeText(output_ + "/sub/file", "x");
+    ASSERT_EQ(::chmod((output_ + "/sub").c_str(), 0777), 0);
+    for (const std::string& target : {output_ + "/sub/file", std::string("sub/file")}) {
+        EXPECT_EQ(settled(target), "stays ") << target;
     }
 }
 
