@@ -265,4 +265,17 @@ TEST_F(SettleLinks, KeepThoseToFilesOfTheOutput) {
     }
 }
 
+// The kernel follows forty symlinks, of which the output's own is one.
+TEST_F(SettleLinks, ReportAChainThatTarCannotFollow) {
+    std::string target = own("file");
+    for (int left = 1; left <= 39; ++left) {
+        const std::string name = own(std::to_string(left));
+        std::filesystem::create_symlink(target, name);
+        target = name;
+    }
+    EXPECT_EQ(settled(target), "stays ");
+    std::filesystem::create_symlink(target, own("40"));
+    EXPECT_EQ(settled(own("40")), "stays " + missing(own("40")));
+}
+
 }  // namespace
