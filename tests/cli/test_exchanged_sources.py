@@ -8,7 +8,7 @@ import re
 import pytest
 from support import behave, expect, pattern_text
 from support.collecting import collect, unpack
-from support.machine import DATA_DIRECTORY, QUENDIL, Machine
+from support.machine import DATA_DIRECTORY, Machine
 from support.tree import read_directory
 
 USER = (1000, 1000)
@@ -147,28 +147,6 @@ until [ -s /opt/pid ]; do :; done""")
     run = collect(machine, pattern_text.data(f"/proc/{pid}/root/opt/ns{item}"))
     machine.exec(["/bin/kill", pid])
     assert run.archive.read(f"proc/{pid}/root/opt/ns/file") == b"inner\n"
-
-
-# ---- Cost ----------------------------------------------------------------------------------------
-
-
-@pytest.mark.plain_binary
-@pytest.mark.parametrize("owner, most", [((0, 0), 16), (USER, 19)])
-def test_a_file_takes_no_more_system_calls_than_this(machine: Machine, owner, most: int):
-    machine.install(machine.behave_source.with_name("interrupter"), "/opt/interrupter")
-    calls = []
-    for count in (20, 120):
-        for number in range(count):
-            machine.file(f"/opt/tree/{number:03}", b"some content", owner=owner)
-        machine.directory("/opt/tree", 0o755, owner)
-        machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/opt/tree")))
-        run = machine.run("/tmp/stops", "--", QUENDIL, "-g", "demo", program="/opt/interrupter")
-        assert run.status == 0 and len(run.archive.files()) >= count
-        stops = [line.split() for line in machine.read("/tmp/stops").splitlines()]
-        calls.append(sum(place == "before" for _, _, place, _ in stops))
-        machine.remove(run.result)
-    # To read the directory and to find a free name adds a fraction of a call for each file.
-    assert 5 < (calls[1] - calls[0]) / 100 < most + 1
 
 
 # ---- Leases --------------------------------------------------------------------------------------
