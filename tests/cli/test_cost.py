@@ -1,4 +1,4 @@
-"""What a file and a data item cost: system calls and memory, which a busy machine does not change."""
+"""What a file and a data item cost: system calls and memory, which do not depend on the load."""
 
 from __future__ import annotations
 
@@ -7,7 +7,7 @@ from support import pattern_text
 from support.collecting import collect
 from support.machine import QUENDIL, Machine
 
-pytestmark = pytest.mark.plain_binary  # an instrumented program makes more calls and needs more memory
+pytestmark = pytest.mark.plain_binary  # an instrumented program needs more of both
 
 FEW, MANY = 50, 250
 
