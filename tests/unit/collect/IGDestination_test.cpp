@@ -1,6 +1,7 @@
 // This file replaces mkdir: it records which directories were made.
 #include "collect/IGDestination.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -227,6 +228,10 @@ TEST_F(IGDestination, ReportsAPathThatIsTooLongAsMkdirDoes) {
     EXPECT_THAT(prepare(fits + "/f"), ElementsAre(fits));
     record(fits + "/f");
     EXPECT_TRUE(resume(fits + "/g"));
+    const int directory = destination_->directoryOf((longest + "/g").c_str());
+    ASSERT_EQ(::mkdirat(directory, "below", 0700), 0) << "as a tool can make it";
+    EXPECT_EQ(failure(fits + "/below/file"),
+              trio("mkdir", ENAMETOOLONG, "File name too long", longest + "/below", "IGCmnFile"));
     EXPECT_FALSE(resume(fits + "z/g"));
 }
 
