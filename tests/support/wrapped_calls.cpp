@@ -30,6 +30,8 @@ std::time_t fixed_time;
 bool clock_fixed;
 const std::string* host_name;
 void (*at_end_of_directory)();
+const std::string* twice_read;
+struct dirent* read_before;            // the entry that is read again; or null
 std::atomic<std::size_t> live_chunks;  // may wrap around: blocks from elsewhere are freed too
 
 bool failsNow(Call call) {
@@ -48,6 +50,18 @@ struct dirent* orItsEnd(struct dirent* entry) {
         errno = kept_errno;
     }
     return entry;
+}
+
+template <typename Read>
+struct dirent* readEntry(DIR* directory, Read read) {
+    if (read_before != nullptr) {
+        return std::exchange(read_before, nullptr);
+    }
+    struct dirent* entry = read(directory);
+    if (entry != nullptr && twice_read != nullptr && entry->d_name == *twice_read) {
+        read_before = entry;
+    }
+    return orItsEnd(entry);
 }
 
 }  // namespace
@@ -89,12 +103,22 @@ AtEndOfDirectory::~AtEndOfDirectory() {
     at_end_of_directory = nullptr;
 }
 
+TwiceRead::TwiceRead(std::string name) {
+    twice_read = new std::string(std::move(name));
+}
+
+TwiceRead::~TwiceRead() {
+    delete std::exchange(twice_read, nullptr);
+    read_before = nullptr;
+}
+
 std::size_t liveChunks() {
     return live_chunks;
 }
 
 bool noCallIsReplaced() {
-    return !order.given && !clock_fixed && host_name == nullptr && at_end_of_directory == nullptr;
+    return !order.given && !clock_fixed && host_name == nullptr && at_end_of_directory == nullptr &&
+           twice_read == nullptr;
 }
 
 // IgCmnMemoryAlloc(memory_pool*, std::size_t), by its symbol name.
@@ -140,14 +164,14 @@ std::wint_t __wrap_ungetwc(std::wint_t c, std::FILE* stream) {
 struct dirent* __real_readdir(DIR* directory);
 struct dirent* __wrap_readdir(DIR* directory);
 struct dirent* __wrap_readdir(DIR* directory) {
-    return failsNow(Call::READDIR) ? nullptr : orItsEnd(__real_readdir(directory));
+    return failsNow(Call::READDIR) ? nullptr : readEntry(directory, __real_readdir);
 }
 
 // With 64-bit file offsets the headers may give the function this name.
 struct dirent* __real_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory);
 struct dirent* __wrap_readdir64(DIR* directory) {
-    return failsNow(Call::READDIR) ? nullptr : orItsEnd(__real_readdir64(directory));
+    return failsNow(Call::READDIR) ? nullptr : readEntry(directory, __real_readdir64);
 }
 
 int __real_inotify_init1(int flags);

@@ -64,6 +64,16 @@ class AtEndOfDirectory {
     AtEndOfDirectory& operator=(const AtEndOfDirectory&) = delete;
 };
 
+/// While it exists, an entry of this name is read twice from each directory, as one may be from a
+/// directory that changes meanwhile.
+class TwiceRead {
+  public:
+    explicit TwiceRead(std::string name);
+    ~TwiceRead();
+    TwiceRead(const TwiceRead&) = delete;
+    TwiceRead& operator=(const TwiceRead&) = delete;
+};
+
 /// Blocks that the product has from calloc and has not freed yet. Only differences count.
 std::size_t liveChunks();
 

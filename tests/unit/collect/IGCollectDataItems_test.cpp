@@ -1,55 +1,19 @@
-// Several items, one after the other: what one of them leaves, the next one finds. This file
-// replaces readdir: a directory may have an entry twice, as one may that changes while it is read.
-#include <dirent.h>
-#include <dlfcn.h>
+// Several items, one after the other: what one of them leaves, the next one finds.
+#include "collect/IGCollectData.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "../../support/collect_fixture.h"
-#include "collect/IGCollectData.h"
+#include "../../support/wrapped_calls.h"
 #include "collect/IGDestination.h"
 #include "collect/IGExeTool.h"
 #include "collect/IGSizeLimit.h"
 #include "common/report/IGCmnMessage.h"
-
-namespace {
-
-std::string twice;  // the name of the entries that are read twice
-
-struct dirent* readAgain(DIR* directory, const char* symbol) {
-    static DIR* last_directory = nullptr;
-    static struct dirent* last = nullptr;
-    if (last != nullptr && last_directory == directory) {
-        return std::exchange(last, nullptr);
-    }
-    using Function = struct dirent* (*)(DIR*);
-    static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, symbol));
-    struct dirent* entry = real(directory);
-    const bool again = entry != nullptr && !twice.empty() && entry->d_name == twice;
-    last = again ? entry : nullptr;
-    last_directory = directory;
-    return entry;
-}
-
-}  // namespace
-
-// With 64-bit file offsets the headers give the function another name.
-extern "C" {
-struct dirent* readdirReplaced(DIR* directory) asm("readdir");
-struct dirent* readdir64Replaced(DIR* directory) asm("readdir64");
-
-struct dirent* readdirReplaced(DIR* directory) {
-    return readAgain(directory, "readdir");
-}
-struct dirent* readdir64Replaced(DIR* directory) {
-    return readAgain(directory, "readdir64");
-}
-}
 
 namespace {
 
@@ -83,7 +47,6 @@ class CollectItems : public CollectTest {
         dress("", 0711, 33);
     }
     void TearDown() override {
-        twice.clear();
         Destination::forgetComplete();
         CollectTest::TearDown();
     }
@@ -302,11 +265,13 @@ class CollectTwice : public CollectItems {
         }
         return found;
     }
+    std::string collectTwice(const std::string& name) {
+        const TwiceRead twice(name);
+        return collect(source("dir"));
+    }
     // Collects the directory, which has one of its entries twice; the second one must not matter.
     void expectOnce(const std::string& name) {
-        twice = name;
-        const std::string log = collect(source("dir"));
-        twice.clear();
+        const std::string log = collectTwice(name);
         EXPECT_EQ(count(log, "ZEPA"), 4) << log;
         EXPECT_THAT(log, ::testing::EndsWith("ZEPA210-I:Total data size: 5 bytes.\n"));
         EXPECT_EQ(count(log, source("dir/" + name)), 1);
@@ -332,8 +297,7 @@ TEST_F(CollectTwice, AFileIsCopiedAndCountedOnce) {
 TEST_F(CollectTwice, AFileIsCountedOnceWhereTheSecondDoesNotFit) {
     root_->max_output_size = 1;
     writeText(source("dir/file"), std::string(400, 'x'));
-    twice = "file";
-    const std::string log = collect(source("dir"));
+    const std::string log = collectTwice("file");
     EXPECT_THAT(log, Not(HasSubstr("ZEPA153-W")));
     EXPECT_EQ(collected_size.total, 400);
     EXPECT_EQ(collected_size.exceeded, 0);
@@ -345,8 +309,7 @@ TEST_F(CollectTwice, ADirectoryIsMadeOnce) {
 
 TEST_F(CollectTwice, ADirectoryWithEntriesIsMadeOnce) {
     writeText(source("dir/empty/file"), "");
-    twice = "empty";
-    const std::string log = collect(source("dir"));
+    const std::string log = collectTwice("empty");
     EXPECT_EQ(count(log, "ZEPA"), 5) << log;
     EXPECT_EQ(count(index(), "FILE:"), 4);
 }
