@@ -11,6 +11,7 @@
 
 #include "common/base/IGCmnStr.h"
 #include "common/file/IGCmnFile.h"
+#include "common/file/IGSource.h"
 #include "common/report/IGCmnMessage.h"
 
 namespace {
@@ -106,7 +107,7 @@ bool Destination::enter(char* path, std::size_t begin) {
     // No other call could use a longer path, and making it fails.
     const bool too_long = std::strlen(path) >= current_.size();
     int opened = too_long ? -1 : ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
-    if (too_long || (opened == -1 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))) {
+    if (too_long || (opened == -1 && leadsNowhere(errno))) {
         if (IgCmnFileMkdir(path) != 0) {
             return false;  // reported: another entry has the name
         }

@@ -374,6 +374,18 @@ TEST_F(IGCmnStr, ShowsANameWithoutControlCharacters) {
     }());
 }
 
+TEST_F(IGCmnStr, ShowsANameThatNeedsNoEscapeAsItIs) {
+    for (const char* name : {"", "plain", "back\\slash", "\xc3\xa9", "\xff", "~"}) {
+        EXPECT_EQ(IgCmnStrShown(pool(), name), name) << "not a copy";
+    }
+    for (const char* name :
+         {"\t", "a\n", "\x7f", "\x9b", "\xc2\x9b", "\xe3\x81", "\xf4\x90\x80\x80"}) {
+        const char* shown = IgCmnStrShown(pool(), name);
+        EXPECT_NE(shown, name);
+        EXPECT_STREQ(shown, IgCmnStrPrintable(pool(), name));
+    }
+}
+
 // Without memory
 
 TEST_F(IGCmnStr, ReturnsNothingWhenMemoryRunsOut) {
@@ -401,6 +413,8 @@ TEST_F(IGCmnStr, ReturnsNothingWhenMemoryRunsOut) {
          [&](memory_pool* p) { return IgCmnStrShellEscape(p, text.c_str()) == nullptr; }},
         {"Printable",
          [&](memory_pool* p) { return IgCmnStrPrintable(p, text.c_str()) == nullptr; }},
+        {"Shown",
+         [&](memory_pool* p) { return IgCmnStrShown(p, (text + "\n").c_str()) == nullptr; }},
     };
     for (const auto& [name, fails] : calls) {
         bool failed = true;

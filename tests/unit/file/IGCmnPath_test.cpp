@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -213,6 +214,41 @@ TEST_F(IGCmnPath, NormalisesPaths) {
     EXPECT_EQ(takeLog(), "");
 }
 
+// Every path of up to seven of these characters, compared with the rule itself.
+TEST_F(IGCmnPath, NormalisesEveryPathOfSlashesDotsAndLetters) {
+    const auto rule = [](const std::string& text) {
+        std::vector<std::string> names;
+        std::istringstream parts(text);
+        for (std::string name; std::getline(parts, name, '/');) {
+            if (name == ".." && !names.empty()) {
+                names.pop_back();
+            } else if (!name.empty() && name != "." && name != "..") {
+                names.push_back(name);
+            }
+        }
+        std::string normal;
+        for (const std::string& name : names) {
+            normal += "/" + name;
+        }
+        return normal.empty() ? "/" : normal;
+    };
+    std::vector<std::string> texts = {"/"};
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const std::string text = texts[i];
+        Pool fresh;
+        char* normal = nullptr;
+        ASSERT_EQ(IgCmnFileNormPath(fresh.get(), text.c_str(), &normal), 0);
+        ASSERT_EQ(normal, rule(text)) << text;
+        ASSERT_NE(normal, text.c_str());
+        for (const char* more : {"/", ".", "a"}) {
+            if (text.size() < 7) {
+                texts.push_back(text + more);
+            }
+        }
+    }
+    EXPECT_EQ(texts.size(), 1093U);
+}
+
 TEST_F(IGCmnPath, NormalisesPathsWithoutAccessToTheDisk) {
     fs::create_directory_symlink("/usr/lib", path("link"));
     char* normal = nullptr;
@@ -290,7 +326,9 @@ TEST_F(IGCmnPath, ReturnsNothingWhenMemoryRunsOut) {
              return IgCmnFileSplitCmdOpt((part + " " + part).c_str(), &first, &second, p);
          }},
         {"NormPath",
-         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("//" + part).c_str(), &first); }},
+         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("/./" + part).c_str(), &first); }},
+        {"NormPath of a normal path",
+         [&](memory_pool* p) { return IgCmnFileNormPath(p, ("/" + part).c_str(), &first); }},
     };
     for (const auto& [name, call] : calls) {
         bool failed = true;
@@ -303,7 +341,7 @@ TEST_F(IGCmnPath, ReturnsNothingWhenMemoryRunsOut) {
             failed = FailingCall::happened();
             EXPECT_EQ(result, failed ? -1 : 0);
             EXPECT_EQ(err.take(), failed ? "ZEPA122-E:Memory is insufficient.\n" : "");
-            EXPECT_TRUE(failed || nth > 3);
+            EXPECT_TRUE(failed || nth > (name == std::string("NormPath of a normal path") ? 2 : 3));
         }
     }
 }
