@@ -165,11 +165,11 @@ TEST_F(IGSourceKnown, FindsFilesOfAnotherDirectoryStepByStep) {
     }
 }
 
-TEST_F(IGSourceKnown, KnowsADirectoryUnderALinkToo) {
+TEST_F(IGSourceKnown, KnowsNoDirectoryBehindALink) {
     fs::create_directory_symlink("a", own("link"));
     EXPECT_EQ(found(own("link/b/first")), "own first");
     EXPECT_EQ(found(own("link/b/second")), "own second");
-    EXPECT_EQ(steps_, 1U);
+    EXPECT_GT(steps_, 1U);
     EXPECT_EQ(place_, own("a/b/second"));
 }
 
@@ -279,17 +279,6 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
             give(directory, 0);
             ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
         }
-    }
-}
-
-TEST_F(IGSourceKnown, SeesThatADirectoryAboveAKnownOneIsAUsers) {
-    for (const mode_t mode : {0777U, 0755U}) {
-        ASSERT_EQ(found(own("a/b/first")), "own first");
-        ASSERT_EQ(::chmod(own("a").c_str(), mode), 0);
-        ASSERT_EQ(::chown(own("a").c_str(), mode == 0755 ? USER : 0, 0), 0);
-        EXPECT_EQ(found(own("a/b/second")), "foreign second");
-        ASSERT_EQ(::chmod(own("a").c_str(), 0755), 0);
-        ASSERT_EQ(::chown(own("a").c_str(), 0, 0), 0);
     }
 }
 
