@@ -105,6 +105,7 @@ extern int __vsnprintf_chk(char* text, size_t size, int flag, size_t room, const
                            va_list arguments);
 extern int __fprintf_chk(FILE* stream, int flag, const char* format, ...);
 extern int __dprintf_chk(int descriptor, int flag, const char* format, ...);
+extern int __open64_2(const char* path, int flags);
 extern int __openat64_2(int directory, const char* path, int flags);
 extern ssize_t __read_chk(int fd, void* bytes, size_t size, size_t room);
 extern int fcntl64(int descriptor, int command, ...);
@@ -120,7 +121,7 @@ extern int fcntl64(int descriptor, int command, ...);
     X(pthread_mutex_destroy) X(pthread_mutex_init) X(pthread_mutex_lock) X(pthread_mutex_unlock)  \
     X(read) X(readdir64) X(readlinkat) X(remove) X(rename) X(select) X(setlocale) X(setpgid)      \
     X(sigaction) X(signal) X(sigprocmask) X(stat64) X(statfs64) X(symlink) X(syscall)             \
-    X(truncate64)                                                                                 \
+    X(symlinkat) X(truncate64)                                                                    \
     X(ungetwc) X(unlink) X(unlinkat) X(vdprintf) X(waitid) X(waitpid) X(wcrtomb) X(wcstombs)      \
     X(write)
 // clang-format on
@@ -202,6 +203,8 @@ FAILS_WITH(-1, "remove", path, int, unlinkat, (int dir, const char* path, int fl
 FAILS_ON_PATH(execv, (const char* path, char* const argv[]), (path, argv))
 FAILS_WITH(-1, "symlink", path, int, symlink, (const char* target, const char* path),
            (target, path))
+FAILS_WITH(-1, "symlink", path, int, symlinkat, (const char* target, int dir, const char* path),
+           (target, dir, path))
 FAILS_WITH(-1, "truncate", path, int, truncate64, (const char* path, off64_t length),
            (path, length))
 FAILS_WITH(-1, "stat", path, int, stat64, (const char* path, struct stat64* st), (path, st))
@@ -294,6 +297,10 @@ OPENS(open64)
     }
 OPENS_AT(openat)
 OPENS_AT(openat64)
+
+int __open64_2(const char* path, int flags) {
+    return open64(path, flags);
+}
 
 int __openat64_2(int directory, const char* path, int flags) {
     return openat64(directory, path, flags);

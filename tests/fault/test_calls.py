@@ -32,7 +32,7 @@ KIND_OF = {
     "readdir64": "readdir", "realloc": "malloc", "stat64": "stat", "statfs64": "statfs",
     "syscall": "pidfd_open", "truncate64": "truncate", "fdopendir": "opendir",
     "fstatat64": "fstatat", "unlinkat": "remove", "fstatfs64": "statfs", "openat64": "openat",
-    "__openat64_2": "openat",
+    "__open64_2": "open", "__openat64_2": "openat", "symlinkat": "symlink",
     "__read_chk": "read", "getdents64": "getdents64",
 }
 
@@ -40,9 +40,10 @@ KIND_OF = {
 NEVER_FAILS = {
     "it has no way to fail": """
         __ctype_get_mb_cur_max __errno_location __fsetlocking __libc_single_threaded
-        __libc_start_main __tls_get_addr ferror free getenv geteuid getpid getppid getuid memchr memcmp memcpy
-        memmove memrchr memset strchr strcmp strcspn strerror strerrordesc_np strlen strncmp
-        strrchr strspn strstr strtol time umask wcscmp wcslen wmemchr wmemcpy""",
+        __libc_start_main __memcpy_chk __tls_get_addr ferror free getenv geteuid getpid getppid
+        getuid memchr memcmp memcpy memmove memrchr memset strchr strcmp strcspn strerror
+        strerrordesc_np strlen strncmp strrchr strspn strstr strtol time umask wcslen wmemchr
+        wmemcpy""",
     "it does not return": "__fdelt_chk __stack_chk_fail _exit abort exit",
     "it fails only for an argument that is never passed: no stream, set, name or text": """
         __snprintf_chk closedir dirfd fileno sigaddset sigemptyset snprintf unsetenv""",

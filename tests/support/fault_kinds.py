@@ -84,9 +84,9 @@ KINDS = (
     Kind("mbstowcs", errno.EILSEQ, calls=("mbstowcs",)),
     Kind("mkdir", errno.ENOSPC, calls=("mkdir",)),
     Kind("open", errno.EMFILE, calls=("open", "fopen", "opendir"), words=(NOT_COPIED, "ZEPA112-E")),
-    Kind("openat", errno.EMFILE, calls=("open", "opendir")),
+    Kind("openat", errno.EMFILE, calls=("open", "opendir"), words=(NOT_COPIED,)),
     # openat2, which opens a path without following links: old kernels do not have it.
-    Kind("openat", errno.ENOSYS, calls=("open", "opendir")),
+    Kind("openat", errno.ENOSYS, calls=("open", "opendir"), words=(NOT_COPIED,)),
     Kind("opendir", errno.EMFILE, calls=("opendir",)),
     Kind("pidfd_open", errno.ENOSYS),
     Kind("read", errno.EIO, calls=("fgets",), words=(NOT_COPIED,)),

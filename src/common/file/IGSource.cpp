@@ -380,21 +380,24 @@ bool sourceFollowToRead(const char* path, Source& source, const char* ours) {
 }
 
 bool SourceOpener::changeTo(const SourceDirectory& directory) {
-    if (directory_ != &directory) {
-        constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
-        fd_.reset(directory.own ? ::open(directory.path, FLAGS)
-                                : openWithoutLinks(directory.path, FLAGS));
-        error_ = errno;
-        directory_ = &directory;
-        struct stat st = {};
-        const bool ordinary = directory.own && fd_ && ::fstat(fd_.get(), &st) == 0 &&
-                              kernelFileSystemOf(fd_.get(), st.st_dev, nullptr) == 0;
-        device_ = ordinary ? st.st_dev : 0;
-        length_ = std::strlen(directory.path);
-        length_ += directory.path[length_ - 1] == '/' ? 0 : 1;
+    if (directory_ == &directory) {
+        return true;
     }
-    errno = error_;
-    return static_cast<bool>(fd_);
+    constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    directory_ = nullptr;  // after a failure the next entry tries again
+    fd_.reset(directory.own ? ::open(directory.path, FLAGS)
+                            : openWithoutLinks(directory.path, FLAGS));
+    if (!fd_) {
+        return false;
+    }
+    struct stat st = {};
+    const bool ordinary = directory.own && ::fstat(fd_.get(), &st) == 0 &&
+                          kernelFileSystemOf(fd_.get(), st.st_dev, nullptr) == 0;
+    device_ = ordinary ? st.st_dev : 0;
+    length_ = std::strlen(directory.path);
+    length_ += directory.path[length_ - 1] == '/' ? 0 : 1;
+    directory_ = &directory;
+    return true;
 }
 
 bool SourceOpener::open(const SourceDirectory& directory, const char* name, Source& source) {

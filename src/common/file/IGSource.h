@@ -77,11 +77,10 @@ class SourceOpener {
     bool changeTo(const SourceDirectory& directory);
     bool openToFind(const char* name, int flags, Source& source) const;
 
-    const SourceDirectory* directory_ = nullptr;
-    FdGuard fd_;              // of the directory; none when it could not be opened
-    int error_ = 0;           // then: the error
+    const SourceDirectory* directory_ = nullptr;  // that is open; or null
+    FdGuard fd_;                                  // its descriptor
     dev_t device_ = 0;        // its device, if files in it may be opened for reading at once
-    std::size_t length_ = 0;  // of the directory's path with a slash at its end, in bytes
+    std::size_t length_ = 0;  // of its path with a slash at its end, in bytes
 };
 
 /// Opens a directory to read its entries, under the same rule as the opener. The caller closes it.
