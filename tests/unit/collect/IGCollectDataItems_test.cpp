@@ -178,6 +178,14 @@ TEST_F(CollectItems, DoNotWriteThroughALinkInTheDirectorysPlace) {
     EXPECT_TRUE(fs::is_empty(source("victim")));
 }
 
+TEST_F(CollectItems, AreCheckedAgainAfterAToolHasGivenTheirDirectoryToAUser) {
+    collect(source("a/b/one"));
+    runTool("/bin/chown 1000 " + source("a"));
+    EXPECT_TRUE(settleOutput(*root_));
+    EXPECT_FALSE(fs::is_symlink(copy("a/b/one")));
+    EXPECT_EQ(readText(copy("a/b/one")), "x");
+}
+
 // Two targets: the second one's directory is among the copies of the first one.
 TEST_F(CollectItems, OfTwoDataDirectoriesHaveTheAttributesOfTheirOwnSources) {
     const std::string inner = "/tmp" + source("a/b");
