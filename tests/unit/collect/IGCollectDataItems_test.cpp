@@ -178,6 +178,16 @@ TEST_F(CollectItems, DoNotWriteThroughALinkInTheDirectorysPlace) {
     EXPECT_TRUE(fs::is_empty(source("victim")));
 }
 
+// Files below that directory could be exchanged until tar runs.
+TEST_F(CollectItems, CopyTheFilesOfADirectoryThatAToolHasGivenToAUser) {
+    collect(source("a/b/one"));
+    ASSERT_TRUE(fs::is_symlink(copy("a/b/one")));
+    runTool("/bin/chown 1000 " + source("a"));
+    collect(source("a/b/two"));
+    EXPECT_FALSE(fs::is_symlink(copy("a/b/two")));
+    EXPECT_EQ(readText(copy("a/b/two")), "x");
+}
+
 TEST_F(CollectItems, AreCheckedAgainAfterAToolHasGivenTheirDirectoryToAUser) {
     collect(source("a/b/one"));
     runTool("/bin/chown 1000 " + source("a"));

@@ -265,6 +265,16 @@ TEST_F(SettleLinks, KeepThoseToFilesOfTheOutput) {
     }
 }
 
+// No path through the descriptor of such an output is root's own: all its symlinks are replaced.
+TEST_F(SettleLinks, CopyAllFilesWhereAnotherUserCanMoveTheOutput) {
+    ASSERT_EQ(::chown(base_.c_str(), 1000, 1000), 0);
+    ASSERT_TRUE(noteOutput(pool(), *root_, output_.c_str()));
+    ASSERT_TRUE(root_->output_held);
+    EXPECT_EQ(settled(own("file")), "copied content");
+    EXPECT_EQ(collected_size.total, 7);
+    ::close(root_->output_fd);
+}
+
 // The kernel follows forty symlinks, of which the output's own is one.
 TEST_F(SettleLinks, ReportAChainThatTarCannotFollow) {
     std::string target = own("file");
