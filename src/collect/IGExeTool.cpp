@@ -16,6 +16,7 @@
 #include "common/base/IGRunState.h"
 #include "common/file/IGCmnPath.h"
 #include "common/file/IGCmnTree.h"
+#include "common/file/IGSource.h"
 #include "common/report/IGCmnLog.h"
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
@@ -137,6 +138,7 @@ Result IgExeTool(memory_pool* memoryp, root_tbl* root_tblp, tool_block* tool_blo
     std::int32_t status = 0;
     root_tblp->tools_ran = true;
     Destination::forgetComplete();
+    sourceForget();
     const int result =
         IgCmnExecCmdlineStr(tool.command_line, tool.command_line, &request, &exit_cd, &status);
     if (result == EXEC_FAILED) {

@@ -134,6 +134,9 @@ bool staysAsItIs(const Sweep& sweep, int directory, const char* name) {
     if (!sweep.root.tools_ran) {
         return ::fstatat(directory, name, &st, 0) == 0 && S_ISREG(st.st_mode);
     }
+    if (sweep.root.output_held) {
+        return false;  // no path in such an output is root's own
+    }
     std::array<char, std::size_t{PATH_MAX}> target;
     Source source;
     if (::fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) != 0 || st.st_uid != 0) {
@@ -339,6 +342,7 @@ bool settleOutput(const root_tbl& root) {
     if (place == nullptr) {
         return false;
     }
+    sourceForget();
     if (!sourceFollow(place, source)) {
         IgCmnSysErrPath("open", errno, root.output_path);
         return true;  // the output is packed as it is

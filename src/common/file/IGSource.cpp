@@ -277,6 +277,8 @@ class KnownDirectory {
                     kernelFileSystemOf(source.fd.get(), device_, nullptr) == 0;
     }
 
+    void forget() { length_ = 0; }
+
     // Opens a file in the directory, if its path still leads there and the file is no symlink.
     bool open(const char* path, Source& source, bool to_read) const {
         const std::size_t length = std::strlen(path);
@@ -377,6 +379,10 @@ bool sourceFollow(const char* path, Source& source, const char* ours) {
 
 bool sourceFollowToRead(const char* path, Source& source, const char* ours) {
     return followKnown(path, source, ours, true);
+}
+
+void sourceForget() {
+    known_directory.forget();
 }
 
 bool SourceOpener::changeTo(const SourceDirectory& directory) {

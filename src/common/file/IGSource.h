@@ -61,6 +61,10 @@ bool sourceFollow(const char* path, Source& source, const char* ours = nullptr);
 /// The same for a file that is collected: it may be opened for reading at once, see SourceOpener.
 bool sourceFollowToRead(const char* path, Source& source, const char* ours = nullptr);
 
+/// Forgets the directory of the last file that was followed to, so that the directories above it
+/// are judged again: a tool may have changed them.
+void sourceForget();
+
 /// Opens entries of directories, one after the other. Where the directory is not root's own, a
 /// symlink in an entry's place, or in place of the directory or one above it, is an error (ELOOP).
 /// Where it is root's own, a regular file that is not in a kernel file system is opened for reading
