@@ -415,13 +415,12 @@ Step countEntry(Item& item, const EntryPath& path, FileEntry& entry) {
 bool restoreOpen(const char* path, int fd, const Attributes& source) {
     struct stat st = {};
     const bool known = ::fstat(fd, &st) == 0;
+    bool good = true;
     for (const Attribute attribute : {Attribute::MODE, Attribute::OWNER, Attribute::TIMES}) {
         const bool same = known && hasAttribute(attribute, st, source);
-        if (!same && !giveAttribute(attribute, fd, source, path)) {
-            return false;
-        }
+        good = good && (same || giveAttribute(attribute, fd, source, path));
     }
-    return true;
+    return good;
 }
 
 // The same for a directory's path. Follows no symlink.
