@@ -32,7 +32,7 @@ def make_files(machine: Machine, count: int, owner: tuple[int, int] = (0, 0)) ->
     return paths
 
 
-@pytest.mark.parametrize("owner, most", [((0, 0), 8), ((1000, 1000), 13)],
+@pytest.mark.parametrize("owner, most", [((0, 0), 8), ((1000, 1000), 14)],
                          ids=["linked", "copied"])
 def test_a_file_takes_no_more_system_calls_than_this(machine: Machine, owner: tuple[int, int],
                                                      most: int):
