@@ -244,8 +244,9 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
         fs::rename(directory, own("a/away"));
         fs::create_directory_symlink(target, directory);
     };
-    fs::create_directories(own("users"));
+    fs::create_directories(own("users/roots"));
     writeText(own("users/second"), "his");
+    writeText(own("users/roots/second"), "deep");
     give(own("users"), USER);
     for (const Case& c : std::vector<Case>{
              {"nothing", [] {}, "own second"},
@@ -260,6 +261,7 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
               "foreign other"},
              {"a link to it", [&] { link("away"); }, "own second"},
              {"a link to a user's", [&] { link("../users"); }, "foreign his"},
+             {"a link to root's below a user's", [&] { link("../users/roots"); }, "foreign deep"},
              {"given to a user", [&] { give(directory, USER); }, "foreign second"},
              {"writable for its group", [&] { ::chmod(directory.c_str(), 0775); },
               "foreign second"},
