@@ -236,10 +236,17 @@ bool openAgain(Item& item, const Current& current, Source& opened, const Source*
     return openEntry(item, current, opened);
 }
 
+// Continues after a directory above an entry could not be made, which is reported, or not opened:
+// without a descriptor for it, this entry cannot be collected.
+Step notPrepared(Destination::Prepared prepared, const Current& current) {
+    return prepared == Destination::Prepared::NOT_MADE ? Step::NEXT : reportFailed(current.shown);
+}
+
 // Collects an entry under a name in the output.
 Step collectTo(Item& item, const Current& current) {
-    if (!item.destination.prepare(current.output)) {
-        return Step::NEXT;
+    const Destination::Prepared prepared = item.destination.prepare(current.output);
+    if (prepared != Destination::Prepared::READY) {
+        return notPrepared(prepared, current);
     }
     if (item.first_source == nullptr && !item.own_output) {
         item.first_source = IgCmnStrdup(item.memoryp, current.path);
@@ -383,8 +390,9 @@ Step countBehind(Item& item, const Current& current, const char* link) {
     if (!removeFromOutput(link) || IgCmnFileMkdir(link) != 0) {
         return reportFailed(current.shown);
     }
-    if (!item.destination.prepare(current.output)) {
-        return Step::NEXT;
+    const Destination::Prepared prepared = item.destination.prepare(current.output);
+    if (prepared != Destination::Prepared::READY) {
+        return notPrepared(prepared, current);
     }
     return good ? collectSource(item, source, current, byPath(current.output))
                 : reportFailed(current.shown);

@@ -86,43 +86,58 @@ bool Destination::resume(const char* place, const char* source) {
 }
 
 // Opens the part of the path that exists.
-bool Destination::openReady(char* path, std::size_t ready) {
+Destination::Prepared Destination::openReady(char* path, std::size_t ready) {
     if (fd_ && ready == current_length_) {
-        return true;
+        return Prepared::READY;
     }
     const char after = path[ready];
     path[ready] = '\0';
     // The path of the data directory itself may be that of a descriptor, which is a symlink.
     const bool is_place = ready == std::strlen(place_);
+    fd_.reset();
     fd_.reset(::open(path, DIRECTORY_FLAGS | (is_place ? 0 : O_NOFOLLOW)));
     if (!fd_) {
         IgCmnSysErrPath("open", errno, path);
     }
     path[ready] = after;
-    return static_cast<bool>(fd_);
+    return fd_ ? Prepared::READY : Prepared::NOT_OPENED;
 }
 
 // Makes the last component of a path, unless it is a directory, and opens it from its parent.
-bool Destination::enter(char* path, std::size_t begin) {
+Destination::Prepared Destination::enter(char* path, std::size_t begin) {
     // No other call could use a longer path, and making it fails.
     const bool too_long = std::strlen(path) >= current_.size();
     int opened = too_long ? -1 : ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
     if (too_long || (opened == -1 && leadsNowhere(errno))) {
         if (IgCmnFileMkdir(path) != 0) {
-            return false;  // reported: another entry has the name
+            return Prepared::NOT_MADE;
         }
         forgetComplete();  // this changes the times of the directory above
         opened = ::openat(fd_.get(), path + begin, DIRECTORY_FLAGS | O_NOFOLLOW);
     }
     if (opened == -1) {
         IgCmnSysErrPath("open", errno, path);
-        return false;
+        return Prepared::NOT_OPENED;
     }
     fd_.reset(opened);
-    return true;
+    return Prepared::READY;
 }
 
-bool Destination::prepare(const char* path) {
+// Makes and opens the directories of a path that follow the part that exists.
+Destination::Prepared Destination::walk(char* path, std::size_t ready, std::size_t length) {
+    Prepared prepared = openReady(path, ready);
+    for (std::size_t at = ready; prepared == Prepared::READY && at < length;) {
+        const std::size_t begin = at + 1;
+        at = begin + std::strcspn(path + begin, "/");
+        const char after = path[at];
+        path[at] = '\0';
+        prepared = enter(path, begin);
+        path[at] = after;
+    }
+    return prepared;
+}
+
+Destination::Prepared Destination::prepare(const char* path) {
     const std::size_t length = directoryLength(path);
     const bool current = isCurrent(path, length);
     if (first_) {
@@ -130,26 +145,18 @@ bool Destination::prepare(const char* path) {
         first_ = false;
     }
     if (current) {
-        return true;
+        return Prepared::READY;
     }
     LocalPool local;
     char* copy = IgCmnStrndup(local.get(), path, length);
-    const std::size_t ready = readyLength(path, length);
-    bool good = copy != nullptr && openReady(copy, ready);
-    for (std::size_t at = ready; good && at < length;) {
-        const std::size_t begin = at + 1;
-        at = begin + std::strcspn(copy + begin, "/");
-        const char after = copy[at];
-        copy[at] = '\0';
-        good = enter(copy, begin);
-        copy[at] = after;
-    }
-    if (!good) {
+    const Prepared prepared =
+        copy == nullptr ? Prepared::NOT_MADE : walk(copy, readyLength(path, length), length);
+    if (prepared == Prepared::READY) {
+        makeCurrent(path, length);  // it fits: a directory with a longer path cannot be opened
+    } else {
         fd_.reset();
-        return false;
     }
-    makeCurrent(path, length);  // it fits: a directory with a longer path cannot be opened
-    return true;
+    return prepared;
 }
 
 NewFile Destination::file(const char* path) const {

@@ -8,7 +8,6 @@
 #include <climits>
 #include <cstddef>
 
-#include "common/base/IGCmnMemory.h"
 #include "common/base/IGGuards.h"
 
 /// A new file or directory: its name in an open directory. The calls that make it need not walk
@@ -40,9 +39,13 @@ class Destination {
     /// Begins with the data directory, which exists: `place` is its path from pathInOutput.
     void begin(const char* place) { place_ = place; }
 
-    /// Makes the directories above a path in the data directory. False when one cannot be made
-    /// (reported).
-    bool prepare(const char* path);
+    enum class Prepared {
+        READY,
+        NOT_MADE,    // a directory cannot be made: another entry has its name (reported)
+        NOT_OPENED,  // a directory cannot be opened (reported)
+    };
+    /// Makes the directories above a path in the data directory.
+    Prepared prepare(const char* path);
     /// The file of the path that was prepared last. Its directory stays open until the next
     /// prepare().
     [[nodiscard]] NewFile file(const char* path) const;
@@ -62,8 +65,9 @@ class Destination {
     bool isCurrent(const char* path, std::size_t length) const;
     std::size_t readyLength(const char* path, std::size_t length) const;
     void makeCurrent(const char* path, std::size_t length);
-    bool openReady(char* path, std::size_t ready);
-    bool enter(char* path, std::size_t begin);
+    Prepared openReady(char* path, std::size_t ready);
+    Prepared enter(char* path, std::size_t begin);
+    Prepared walk(char* path, std::size_t ready, std::size_t length);
 
     const char* place_ = nullptr;
     std::array<char, std::size_t{PATH_MAX}> current_;  // the open directory's path, unterminated

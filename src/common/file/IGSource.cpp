@@ -391,6 +391,7 @@ bool SourceOpener::changeTo(const SourceDirectory& directory) {
     }
     constexpr int FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
     directory_ = nullptr;  // after a failure the next entry tries again
+    fd_.reset();
     fd_.reset(directory.own ? ::open(directory.path, FLAGS)
                             : openWithoutLinks(directory.path, FLAGS));
     if (!fd_) {

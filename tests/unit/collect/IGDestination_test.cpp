@@ -2,6 +2,7 @@
 #include "collect/IGDestination.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -61,7 +62,7 @@ class IGDestination : public RunTest {
     std::vector<std::string> prepare(const std::string& name) {
         made.clear();
         const std::string path = place_ + name;
-        const bool prepared = destination_->prepare(path.c_str());
+        const bool prepared = destination_->prepare(path.c_str()) == Destination::Prepared::READY;
         EXPECT_TRUE(prepared) << name;
         if (prepared) {
             expectOpen(path);
@@ -87,7 +88,7 @@ class IGDestination : public RunTest {
     std::string failure(const std::string& name) {
         const std::string path = place_ + name;
         Capture err(stderr);
-        EXPECT_FALSE(destination_->prepare(path.c_str()));
+        EXPECT_EQ(destination_->prepare(path.c_str()), Destination::Prepared::NOT_MADE);
         EXPECT_EQ(destination_->directoryOf(path.c_str()), -1);
         return takeLog();
     }
@@ -233,6 +234,21 @@ TEST_F(IGDestination, ReportsAPathThatIsTooLongAsMkdirDoes) {
     EXPECT_EQ(failure(fits + "/below/file"),
               trio("mkdir", ENAMETOOLONG, "File name too long", longest + "/below", "IGCmnFile"));
     EXPECT_FALSE(resume(fits + "z/g"));
+}
+
+TEST_F(IGDestination, ReportsADirectoryThatCannotBeOpened) {
+    begin();
+    const std::string path = place_ + "/a/file";
+    Capture err(stderr);
+    struct rlimit saved = {};
+    ::getrlimit(RLIMIT_NOFILE, &saved);
+    const FdGuard lowest(::open("/", O_PATH | O_CLOEXEC));
+    const struct rlimit none = {static_cast<rlim_t>(lowest.get()), saved.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    const Destination::Prepared prepared = destination_->prepare(path.c_str());
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(prepared, Destination::Prepared::NOT_OPENED);
+    EXPECT_EQ(takeLog(), trio("open", EMFILE, "Too many open files", place_, "IGDestination"));
 }
 
 TEST_F(IGDestination, ReportsANameThatIsTooLongAsMkdirDoes) {
