@@ -176,6 +176,7 @@ bool readDirectory(OutputNames& names, const root_tbl& root, const char* directo
 // False when the directory must be read for a single name.
 bool updateCounts(OutputNames& names, const root_tbl& root, const char* directory) {
     if (names.inotify == -1) {
+        lose(names);  // nothing reports what is removed
         return false;
     }
     takeReports(names);

@@ -236,6 +236,13 @@ TEST_F(IGOutputNames, CountsWithoutReports) {
         for (const char* name : {"a", "a_1", "a_2"}) {
             EXPECT_EQ(choose(pattern("a")), name);
         }
+        fs::create_directory(in("a_3"));
+        fs::create_directory(in("a_4"));
+        fs::create_directory(in("a_5"));
+        fs::remove(in("a_1"));
+        EXPECT_EQ(choose(pattern("a")), "a_6") << "five entries, and a_5 is one of them";
+        fs::remove(in("a_5"));
+        EXPECT_EQ(choose(pattern("a")), "a_5") << "a number that was taken is free again";
         EXPECT_TRUE(FailingCall::happened());
     }
     EXPECT_EQ(takeLog(), "");
