@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "common/base/IGCmnStr.h"
@@ -26,6 +27,7 @@ struct CompleteDirectory {
     std::size_t place_length;  // of the data directory's part; the rest is the source's path
     dev_t device;
     ino_t inode;
+    std::uint64_t walks;  // sourceWalks() then
 };
 CompleteDirectory complete;
 
@@ -167,10 +169,14 @@ int Destination::directoryOf(const char* path) const {
     return isCurrent(path, directoryLength(path)) ? fd_.get() : -1;
 }
 
+bool Destination::wasComplete() const {
+    return was_complete_ && complete.walks == sourceWalks();
+}
+
 void Destination::recordComplete(const char* path) const {
     const std::size_t length = directoryLength(path);
     struct stat st = {};
-    if (was_complete_) {
+    if (wasComplete()) {
         return;
     }
     forgetComplete();
@@ -184,6 +190,7 @@ void Destination::recordComplete(const char* path) const {
     complete.place_length = std::strlen(place_);
     complete.device = st.st_dev;
     complete.inode = st.st_ino;
+    complete.walks = sourceWalks();
 }
 
 void Destination::forgetComplete() {

@@ -49,9 +49,9 @@ class Destination {
     /// The file of the path that was prepared last. Its directory stays open until the next
     /// prepare().
     [[nodiscard]] NewFile file(const char* path) const;
-    /// True when the directory of the first path was the one that was resumed: all directories
-    /// above it have their attributes.
-    [[nodiscard]] bool wasComplete() const { return was_complete_; }
+    /// True when the directory of the first path was the one that was resumed, and its source was
+    /// followed to without a new walk: all directories above it have their attributes.
+    [[nodiscard]] bool wasComplete() const;
     /// Descriptor of the directory that was prepared last, if the path is in it; else -1.
     [[nodiscard]] int directoryOf(const char* path) const;
 

@@ -147,13 +147,11 @@ bool staysAsItIs(const Sweep& sweep, int directory, const char* name) {
         return false;
     }
     target[static_cast<std::size_t>(length)] = '\0';
-    if (!sourceFollow(target.data(), source) || !source.own || !S_ISREG(source.st.st_mode) ||
-        kernelFileSystemOf(source.fd.get(), source.st.st_dev, nullptr) != 0) {
-        return false;
-    }
-    // tar follows it from here, where it is one more symlink of the few that the kernel allows.
-    return ::fstatat(directory, name, &st, 0) == 0 && st.st_dev == source.st.st_dev &&
-           st.st_ino == source.st.st_ino;
+    // The run's own links lead to their file without another link on the way. A tool's link may
+    // lead to a user's link in the output, or to more links than tar can follow.
+    return sourceFollow(target.data(), source) && source.own &&
+           std::strcmp(target.data(), source.path.data()) == 0 && S_ISREG(source.st.st_mode) &&
+           kernelFileSystemOf(source.fd.get(), source.st.st_dev, nullptr) == 0;
 }
 
 unsigned char typeOf(int directory, const struct dirent& entry) {

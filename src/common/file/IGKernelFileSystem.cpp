@@ -26,23 +26,6 @@ bool isKernels(unsigned long type) {
     return std::find(std::begin(KERNEL_FILE_SYSTEMS), end, type) != end;
 }
 
-// Finds the type of the file system of an open file. Caches it for the last device: files are
-// collected directory by directory. False with errno set.
-bool findType(int fd, dev_t device, unsigned long& type) {
-    static dev_t known_device = 0;  // no file system has device 0
-    static unsigned long known_type = 0;
-    if (device != known_device) {
-        struct statfs fs = {};
-        if (::fstatfs(fd, &fs) != 0) {
-            return false;
-        }
-        known_type = static_cast<unsigned long>(fs.f_type);
-        known_device = device;
-    }
-    type = known_type;
-    return true;
-}
-
 }  // namespace
 
 int liesInKernelFileSystem(const char* path) {
@@ -55,17 +38,19 @@ int liesInKernelFileSystem(const char* path) {
 }
 
 int kernelFileSystemOf(int fd, dev_t device, const char* path) {
-    unsigned long type = 0;
-    if (!findType(fd, device, type)) {
-        if (path != nullptr) {
-            IgCmnSysErrPath("statfs", errno, path);
+    // Of the last device: files are collected directory by directory.
+    static dev_t known_device = 0;  // no file system has device 0
+    static int known = 0;
+    if (device != known_device) {
+        struct statfs fs = {};
+        if (::fstatfs(fd, &fs) != 0) {
+            if (path != nullptr) {
+                IgCmnSysErrPath("statfs", errno, path);
+            }
+            return -1;
         }
-        return -1;
+        known = isKernels(static_cast<unsigned long>(fs.f_type)) ? 1 : 0;
+        known_device = device;
     }
-    return isKernels(type) ? 1 : 0;
-}
-
-bool liesInProc(int fd, dev_t device) {
-    unsigned long type = 0;
-    return findType(fd, device, type) && type == static_cast<unsigned long>(PROC_SUPER_MAGIC);
+    return known;
 }

@@ -15,8 +15,4 @@ int liesInKernelFileSystem(const char* path);
 /// @param path its path, for the report; null for no report
 int kernelFileSystemOf(int fd, dev_t device, const char* path);
 
-/// Whether an open file is in proc; false also when statfs fails, without a report. Caches like
-/// kernelFileSystemOf.
-bool liesInProc(int fd, dev_t device);
-
 #endif

@@ -1,10 +1,13 @@
 #include "common/file/IGSource.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -145,7 +148,7 @@ class PathWalk {
         // A tool may have copied a user's symlink into the output: check it as at its original
         // path.
         const bool trusted = source_.own && (st.st_uid == 0 || !liesInOurs());
-        if (!(liesInProc(link, st.st_dev) ? takeOfProc(name) : takeText(link))) {
+        if (!(isOfProc(link) ? takeOfProc(name) : takeText(link))) {
             return false;
         }
         if (!trusted && !mayFollow(st)) {
@@ -173,8 +176,7 @@ class PathWalk {
             return false;
         }
         if (ours && takeName()) {
-            own_ = own_ && liesInProc(source_.fd.get(),
-                                      source_.st.st_dev);  // the directories above were not checked
+            own_ = own_ && isOfProc(source_.fd.get());  // the directories above were not checked
             source_.own = source_.own && own_;
             return true;
         }
@@ -208,6 +210,11 @@ class PathWalk {
         path[length_] = '\0';
         source_.path = path;
         return true;
+    }
+
+    static bool isOfProc(int fd) {
+        struct statfs fs = {};
+        return ::fstatfs(fd, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
     }
 
     [[nodiscard]] bool liesInOurs() const { return liesIn(ours_, source_.path.data()); }
@@ -251,36 +258,48 @@ bool openToRead(int directory, const char* name, dev_t device, Source& source) {
            source.st.st_dev == found.st_dev && source.st.st_ino == found.st_ino;
 }
 
+// What a later file in the same directory depends on: which directory it is, who can replace its
+// entries, and the attributes that its copy in the output gets.
+bool isUnchanged(const struct stat& now, const struct stat& before) {
+    return now.st_dev == before.st_dev && now.st_ino == before.st_ino &&
+           now.st_mode == before.st_mode && now.st_uid == before.st_uid &&
+           now.st_gid == before.st_gid && now.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+           now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+}
+
 // The directory above the file that was found last, if it and all above it are root's own and no
-// symlink led there. The next item is often in the same directory: its path is then not walked
-// along name by name again. As for the entries of a listed directory, the directories above it are
-// judged once.
+// symlink led there. The next item is often in the same directory: if none of these directories has
+// changed, its path is not walked along name by name again.
 class KnownDirectory {
   public:
     // Remembers the directory of a file that was found under a path.
     void remember(const char* path, const Source& source) {
         const std::size_t length = directoryLength(path);
-        length_ = 0;
+        forget();
         if (!source.own || length == 0 || std::strcmp(path, source.path.data()) != 0) {
             return;
         }
         std::memcpy(path_.data(), path, length);
         path_[length] = '\0';
-        struct stat st = {};
-        if (::stat(path_.data(), &st) != 0 || !isRootsOwn(st)) {
+        const bool all = eachLevel([this](const char* directory, struct stat& level) {
+            ++levels_;
+            return ::lstat(directory, &level) == 0 && S_ISDIR(level.st_mode) && isRootsOwn(level);
+        });
+        if (!all) {
             return;
         }
         length_ = length;
-        device_ = st.st_dev;
-        inode_ = st.st_ino;
-        ordinary_ = source.st.st_dev == device_ &&
-                    kernelFileSystemOf(source.fd.get(), device_, nullptr) == 0;
+        ordinary_ = source.st.st_dev == device() &&
+                    kernelFileSystemOf(source.fd.get(), device(), nullptr) == 0;
     }
 
-    void forget() { length_ = 0; }
+    void forget() {
+        length_ = 0;
+        levels_ = 0;
+    }
 
     // Opens a file in the directory, if its path still leads there and the file is no symlink.
-    bool open(const char* path, Source& source, bool to_read) const {
+    bool open(const char* path, Source& source, bool to_read) {
         const std::size_t length = std::strlen(path);
         if (length_ == 0 || directoryLength(path) != length_ || length >= source.path.size() ||
             std::memcmp(path, path_.data(), length_) != 0 || !isThere()) {
@@ -288,7 +307,7 @@ class KnownDirectory {
         }
         std::memcpy(source.path.data(), path, length + 1);
         source.own = true;
-        source.readable = to_read && ordinary_ && openToRead(AT_FDCWD, path, device_, source);
+        source.readable = to_read && ordinary_ && openToRead(AT_FDCWD, path, device(), source);
         if (source.readable) {
             return true;
         }
@@ -298,6 +317,8 @@ class KnownDirectory {
     }
 
   private:
+    static constexpr std::size_t LEVELS = 16;  // the directories of a deeper path are not known
+
     // The length of the text before the last slash; 0 when no plain name follows it.
     static std::size_t directoryLength(const char* path) {
         const char* slash = std::strrchr(path, '/');
@@ -306,19 +327,39 @@ class KnownDirectory {
         return plain ? static_cast<std::size_t>(slash - path) : 0;
     }
 
-    [[nodiscard]] bool isThere() const {
-        struct stat st = {};
-        return ::stat(path_.data(), &st) == 0 && st.st_dev == device_ && st.st_ino == inode_ &&
-               isRootsOwn(st);
+    // Calls a function for the root and each directory below it on the path, until it returns
+    // false. False then, and when there are too many.
+    template <typename Function>
+    bool eachLevel(Function function) {
+        bool good = function("/", level_[0]);
+        std::size_t number = 1;
+        for (char* end = path_.data(); good && *end != '\0'; ++number) {
+            end += 1 + std::strcspn(end + 1, "/");
+            const char after = *end;
+            *end = '\0';
+            good = number < LEVELS && function(path_.data(), level_[number]);
+            *end = after;
+        }
+        return good;
     }
 
+    [[nodiscard]] bool isThere() {
+        return eachLevel([](const char* directory, const struct stat& level) {
+            struct stat st = {};
+            return ::lstat(directory, &st) == 0 && isUnchanged(st, level);
+        });
+    }
+
+    [[nodiscard]] dev_t device() const { return level_[levels_ - 1].st_dev; }
+
     std::array<char, std::size_t{PATH_MAX}> path_{};
-    std::size_t length_ = 0;  // of the path in bytes; 0 when none is known
-    dev_t device_ = 0;
-    ino_t inode_ = 0;
+    std::size_t length_ = 0;                   // of the path in bytes; 0 when none is known
+    std::array<struct stat, LEVELS> level_{};  // the root, and each directory on the path
+    std::size_t levels_ = 0;
     bool ordinary_ = false;  // in no kernel file system
 };
 KnownDirectory known_directory;
+std::uint64_t walks = 0;  // sourceWalks
 
 // Opens a path without symlinks in any component. `flags` are those of open(2).
 int openWithoutLinks(const char* path, int flags) {
@@ -362,6 +403,7 @@ bool followKnown(const char* path, Source& source, const char* ours, bool to_rea
     if (ours == nullptr && known_directory.open(path, source, to_read)) {
         return true;
     }
+    ++walks;
     if (!go(path, source, ours, LINKS_LIMIT)) {
         return false;
     }
@@ -383,6 +425,10 @@ bool sourceFollowToRead(const char* path, Source& source, const char* ours) {
 
 void sourceForget() {
     known_directory.forget();
+}
+
+std::uint64_t sourceWalks() {
+    return walks;
 }
 
 bool SourceOpener::changeTo(const SourceDirectory& directory) {

@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 
 #include "common/base/IGGuards.h"
 
@@ -61,9 +62,14 @@ bool sourceFollow(const char* path, Source& source, const char* ours = nullptr);
 /// The same for a file that is collected: it may be opened for reading at once, see SourceOpener.
 bool sourceFollowToRead(const char* path, Source& source, const char* ours = nullptr);
 
-/// Forgets the directory of the last file that was followed to, so that the directories above it
-/// are judged again: a tool may have changed them.
+/// Forgets the directory of the last file that was followed to, so that the next path is walked
+/// along name by name.
 void sourceForget();
+
+/// How many paths were walked along name by name so far. While the number stays the same, all files
+/// that were followed to were in one directory, and neither its owner, mode or times nor those of
+/// the directories above it have changed.
+std::uint64_t sourceWalks();
 
 /// Opens entries of directories, one after the other. Where the directory is not root's own, a
 /// symlink in an entry's place, or in place of the directory or one above it, is an error (ELOOP).

@@ -128,6 +128,22 @@ TEST_F(CollectItems, OfAWholeTreeLeaveTheDirectoriesWithTheAttributesOfTheirSour
     }
 }
 
+TEST_F(CollectItems, LeaveTheDirectoriesWithTheLastAttributesOfTheirSources) {
+    gid_t group = 40;
+    for (const char* name : {"a/b", "a", ""}) {
+        collect(source("a/b/one"));
+        dress(name, 0700, ++group);
+        collect(source("a/b/two"));
+        expectRestored();
+        fs::remove_all(copy("a/b"));
+    }
+    collect(source("a/b/one"));
+    dress("a", 0755, ++group);
+    static_cast<void>(collect(source("a/b/none")));
+    collect(source("a/b/two"));
+    expectRestored();
+}
+
 // A tool may change anything in the output.
 TEST_F(CollectItems, RestoreTheDirectoriesThatAToolHasChanged) {
     collect(source("a/b/one"));

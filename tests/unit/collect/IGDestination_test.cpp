@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "../../support/run_fixture.h"
+#include "common/file/IGSource.h"
 
 namespace {
 
@@ -269,6 +270,21 @@ TEST_F(IGDestination, ResumesTheDirectoryThatWasRecorded) {
     EXPECT_TRUE(destination_->wasComplete());
     EXPECT_THAT(prepare("/a/c/new"), ElementsAre("/a/c"));
     EXPECT_TRUE(destination_->wasComplete()) << "as the first path was";
+}
+
+// The directories above the sources may have changed: a file was followed to name by name.
+TEST_F(IGDestination, IsNotCompleteWhenAPathWasWalkedAlongSince) {
+    complete("/a/b/file");
+    ASSERT_TRUE(resume("/a/b/file"));
+    static_cast<void>(prepare("/a/b/file"));
+    EXPECT_TRUE(destination_->wasComplete());
+    Source source;
+    ASSERT_TRUE(sourceFollow("/", source));
+    EXPECT_FALSE(destination_->wasComplete());
+    record("/a/b/file");
+    ASSERT_TRUE(resume("/a/b/file"));
+    static_cast<void>(prepare("/a/b/file"));
+    EXPECT_TRUE(destination_->wasComplete()) << "recorded again";
 }
 
 TEST_F(IGDestination, IsNotCompleteWhenTheFirstPathIsElsewhere) {

@@ -237,6 +237,18 @@ TEST_F(SettleLinks, RemoveAUsersToAFileOfAnotherUser) {
     EXPECT_EQ(settled(own("file"), 1001), removed());
 }
 
+// A tool has copied the user's symlink into the output, and made one of its own that leads there.
+TEST_F(SettleLinks, RemoveThoseThatLeadToAUsersInTheOutput) {
+    const std::string his = output_ + "/sub/his";
+    std::filesystem::create_directory(output_ + "/sub");
+    std::filesystem::create_symlink(own("file"), his);
+    ASSERT_EQ(::lchown(his.c_str(), 1000, 1000), 0);
+    const std::string log = settled(his);
+    EXPECT_THAT(log, ::testing::StartsWith(removed()));
+    EXPECT_THAT(log, ::testing::HasSubstr("path = " + his + ".\n"));
+    EXPECT_FALSE(std::filesystem::is_symlink(his));
+}
+
 TEST_F(SettleLinks, RemoveThoseToOtherThanFiles) {
     std::filesystem::create_directory(own("directory"));
     ASSERT_EQ(::mkfifo(own("fifo").c_str(), 0600), 0);

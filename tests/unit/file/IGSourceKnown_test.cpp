@@ -124,6 +124,14 @@ class IGSourceKnown : public RunTest {
         return fd && ::read(fd.get(), text.data(), text.size() - 1) >= 0 ? text.data() : "nothing";
     }
 
+    // Gives the directories on the path of the files the same times, whatever has changed in them.
+    void setTimes() {
+        const struct timespec times[] = {{1, 0}, {2, 0}};
+        for (const char* name : {"", "a", "a/b"}) {
+            ::utimensat(AT_FDCWD, own(name).c_str(), times, 0);
+        }
+    }
+
     // Whether a call has opened anything but a directory in a way that is more than finding it.
     static bool openedForReading() {
         return std::any_of(opened.begin(), opened.end(), [](const Opened& one) {
@@ -233,7 +241,7 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
     };
     const std::string directory = own("a/b");
     const auto give = [](const std::string& path, uid_t user) {
-        ASSERT_EQ(::lchown(path.c_str(), user, user), 0);
+        ASSERT_EQ(::lchown(path.c_str(), user, 0), 0);
     };
     const auto replace = [&] {
         fs::rename(directory, own("a/away"));
@@ -270,9 +278,13 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
          }) {
         for (const bool to_read : {false, true}) {
             SCOPED_TRACE(c.what);
+            setTimes();
             ASSERT_EQ(found(own("a/b/first")), "own first");
             c.change();
+            setTimes();
+            const std::uint64_t walks = sourceWalks();
             EXPECT_EQ(found(own("a/b/second"), to_read), c.found);
+            EXPECT_EQ(sourceWalks() == walks, c.what == std::string("nothing"));
             EXPECT_TRUE(!readable_ || c.found.substr(0, 3) == "own");
             if (fs::exists(own("a/away"))) {
                 fs::remove_all(directory);
@@ -281,6 +293,99 @@ TEST_F(IGSourceKnown, SeesWhatHasHappenedToAKnownDirectory) {
             give(directory, 0);
             ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
         }
+    }
+}
+
+// The same for a directory above it.
+TEST_F(IGSourceKnown, SeesWhatHasHappenedAboveAKnownDirectory) {
+    struct Case {
+        const char* what;
+        std::function<void()> change;
+        std::string found;
+        std::string place;
+    };
+    const std::string above = own("a");
+    fs::create_directories(own("users"));
+    ASSERT_EQ(::chown(own("users").c_str(), USER, USER), 0);
+    const auto moveTo = [&](const std::string& target) {
+        fs::rename(above, target);
+        fs::create_directory_symlink(target, above);
+    };
+    for (const Case& c : std::vector<Case>{
+             {"nothing", [] {}, "own", own("a")},
+             {"moved", [&] { fs::rename(above, own("away")); }, "error", ""},
+             {"given to a user", [&] { ::chown(above.c_str(), USER, 0); }, "foreign", own("a")},
+             {"writable for its group", [&] { ::chmod(above.c_str(), 0775); }, "foreign", own("a")},
+             {"writable for all", [&] { ::chmod(above.c_str(), 0757); }, "foreign", own("a")},
+             {"moved, and a link to it", [&] { moveTo(own("away")); }, "own", own("away")},
+             {"moved to a user's, and a link to it", [&] { moveTo(own("users/away")); }, "foreign",
+              own("users/away")},
+         }) {
+        for (const bool to_read : {false, true}) {
+            SCOPED_TRACE(c.what);
+            setTimes();
+            ASSERT_EQ(found(own("a/b/first")), "own first");
+            c.change();
+            setTimes();
+            const std::string result = found(own("a/b/second"), to_read);
+            EXPECT_EQ(result.substr(0, result.find(' ')), c.found);
+            EXPECT_EQ(place_, c.place.empty() ? "" : c.place + "/b/second");
+            EXPECT_TRUE(!readable_ || c.found == "own");
+            for (const std::string& away : {own("away"), own("users/away")}) {
+                if (fs::exists(away)) {
+                    fs::remove(above);
+                    fs::rename(away, above);
+                }
+            }
+            ASSERT_EQ(::chown(above.c_str(), 0, 0), 0);
+            ASSERT_EQ(::chmod(above.c_str(), 0755), 0);
+        }
+    }
+}
+
+// Their copies in the output get these attributes.
+TEST_F(IGSourceKnown, WalksAgainWhenADirectoryHasOtherAttributes) {
+    const auto walksTo = [&](const std::string& name) {
+        const std::uint64_t before = sourceWalks();
+        found(own(name));
+        return sourceWalks() - before;
+    };
+    for (const char* name : {"a/b", "a", ""}) {
+        SCOPED_TRACE(name);
+        const std::string directory = own(name);
+        const struct timespec times[] = {{5, 0}, {7, 123}};
+        const struct timespec later[] = {{5, 0}, {7, 124}};
+        const std::vector<std::function<int()>> changes{
+            [&] { return ::chmod(directory.c_str(), 0750); },
+            [&] { return ::chown(directory.c_str(), 0, 77); },
+            [&] { return ::utimensat(AT_FDCWD, directory.c_str(), times, 0); },
+            [&] { return ::utimensat(AT_FDCWD, directory.c_str(), later, 0); },
+        };
+        walksTo("a/b/first");
+        for (const auto& change : changes) {
+            EXPECT_EQ(walksTo("a/b/second"), 0U);
+            ASSERT_EQ(change(), 0);
+            EXPECT_EQ(walksTo("a/b/second"), 1U);
+        }
+        ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
+    }
+    walksTo("a/b/first");
+    EXPECT_EQ(walksTo("a/b/none"), 1U);
+    EXPECT_EQ(walksTo("a/b/first"), 0U);
+}
+
+TEST_F(IGSourceKnown, KnowsNoDirectoryOfADeepPath) {
+    std::string directory = own();
+    constexpr int KNOWN = 15;  // names in a path; the root is one more directory
+    for (int names = 2; names <= KNOWN + 2; ++names) {
+        for (const char* name : {"first", "second"}) {
+            writeText(directory + "/" + name, name);
+        }
+        EXPECT_EQ(found(directory + "/first"), "own first");
+        EXPECT_EQ(found(directory + "/second"), "own second");
+        EXPECT_EQ(steps_ == 1, names <= KNOWN) << names;
+        directory += "/d";
+        fs::create_directory(directory);
     }
 }
 
