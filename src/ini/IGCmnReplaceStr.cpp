@@ -230,3 +230,14 @@ char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_
     return wide == nullptr ? nullptr
                            : replaceOrCheck(Segment<wchar_t>(wide), flag, root, memoryp, status);
 }
+
+std::string_view unknownSpecialStr(const char* text) {
+    std::string_view unknown;
+    splitAtPercent(
+        Segment<char>(text), [](Segment<char>) { return true; },
+        [&unknown](Segment<char> segment) {
+            unknown = isKnown(segment) ? unknown : segment;
+            return unknown.empty();
+        });
+    return unknown;
+}

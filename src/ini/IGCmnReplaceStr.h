@@ -3,6 +3,8 @@
 #ifndef QUENDIL_INI_IGCMNREPLACESTR_H
 #define QUENDIL_INI_IGCMNREPLACESTR_H
 
+#include <string_view>
+
 #include "common/base/IGCmnMemory.h"
 
 struct root_tbl;
@@ -30,5 +32,9 @@ char* IgCmnRepSpecialStr(const char* name, int flag, const root_tbl* root, memor
 /// the text cannot be converted (reported). `flag` is not used.
 char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_pool* memoryp,
                        int* status);
+
+/// Of a text that fails the check: the name of its first unknown special string, with the leading
+/// "%"; "" when its last "%" is not closed.
+std::string_view unknownSpecialStr(const char* text);
 
 #endif

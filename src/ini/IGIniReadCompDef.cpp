@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "common/base/IGAssert.h"
 #include "common/base/IGCmnStr.h"
@@ -20,6 +21,7 @@
 #include "common/file/IGCmnPath.h"
 #include "common/report/IGCmnMessage.h"
 #include "ini/IGCmnReplaceStr.h"
+#include "ini/IGIniObserver.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -48,11 +50,50 @@ struct Context {
     memory_pool* memoryp;
     Values values;
     std::uint32_t seen;  // bit i: key i of the table
+
+    // for the observer
+    std::int32_t line_no = 0;
+    const char* line = nullptr;
+    const char* value = nullptr;  // in the line; null before the "="
+    std::string_view key{};
+    bool goes_on = false;  // it wants more
 };
+
+TextPlace placeOf(const Context& context, const char* at) {
+    return {context.line_no, static_cast<std::int32_t>(at - context.line) + 1};
+}
+
+// Tells the observer, if there is one, why the file is refused. A carriage return belongs to the
+// value and is invisible: it is named as the reason.
+Outcome refuse(Context& context, Refusal reason, const char* at, long limit = 0) {
+    IniObserver* observer = context.root->observer;
+    if (observer != nullptr) {
+        const char* end =
+            std::strchr(context.value == nullptr ? context.line : context.value, '\r');
+        Mistake mistake{.reason = reason,
+                        .place = placeOf(context, at),
+                        .keyword = context.key,
+                        .limit = limit};
+        if (end != nullptr && end[1] == '\0' && reason != Refusal::CHARACTER_INVALID) {
+            mistake = {.reason = Refusal::CARRIAGE_RETURN, .place = placeOf(context, end)};
+        }
+        context.goes_on = observer->refused(mistake);
+    }
+    return reason == Refusal::CHARACTER_INVALID ? Outcome::SYNTAX_CHARACTER : Outcome::SYNTAX;
+}
+
+Outcome refuseValue(Context& context, Refusal reason, long limit = 0) {
+    return refuse(context, reason, context.value, limit);
+}
+
+Outcome refuseSpecialStr(Context& context, const char* value) {
+    return refuseValue(context, unknownSpecialStr(value).empty() ? Refusal::SPECIAL_STRING_UNCLOSED
+                                                                 : Refusal::SPECIAL_STRING_UNKNOWN);
+}
 
 Outcome setDirectory(Context& context, const char* value) {
     if (std::strlen(value) > DIRECTORY_LIMIT) {
-        return Outcome::SYNTAX;
+        return refuseValue(context, Refusal::VALUE_TOO_LONG, DIRECTORY_LIMIT);
     }
     const char* bare = IgCmnStrRemoveDQ(context.memoryp, value);
     if (bare == nullptr) {
@@ -63,14 +104,17 @@ Outcome setDirectory(Context& context, const char* value) {
         return Outcome::FAILED;
     }
     if (bad != 0) {
-        return Outcome::SYNTAX;
+        return refuseSpecialStr(context, bare);
     }
     const char* directory = IgCmnReplaceStrs(bare, 1, context.root, context.memoryp, nullptr);
     if (directory == nullptr) {
         return Outcome::FAILED;
     }
-    if (std::strlen(directory) > DIRECTORY_LIMIT || IgCmnIsAbsPath(directory) == 0) {
-        return Outcome::SYNTAX;
+    if (std::strlen(directory) > DIRECTORY_LIMIT) {
+        return refuseValue(context, Refusal::VALUE_TOO_LONG, DIRECTORY_LIMIT);
+    }
+    if (IgCmnIsAbsPath(directory) == 0) {
+        return refuseValue(context, Refusal::PATH_RELATIVE);
     }
     // Normalised like the option's value: after a symlink, ".." would not lead where the text says.
     const int normal = IgCmnFileNormPath(context.memoryp, directory, &context.values.output_dir);
@@ -83,7 +127,7 @@ Outcome setCleanup(Context& context, const char* value) {
     } else if (std::strcmp(value, "OFF") == 0) {
         context.values.cleanup = CLEANUP_OFF;
     } else {
-        return Outcome::SYNTAX;
+        return refuseValue(context, Refusal::SWITCH_INVALID);
     }
     return Outcome::GOOD;
 }
@@ -91,14 +135,17 @@ Outcome setCleanup(Context& context, const char* value) {
 Outcome setMaxOutputSize(Context& context, const char* value) {
     char* end = nullptr;
     const long number = std::strtol(value, &end, 10);
-    if (*end != '\0' || number < -1 || number > INT_MAX) {
-        return Outcome::SYNTAX;
+    if (*end != '\0') {
+        return refuseValue(context, Refusal::NUMBER_INVALID);
+    }
+    if (number < -1 || number > INT_MAX) {
+        return refuseValue(context, Refusal::NUMBER_RANGE, INT_MAX);
     }
     // Only the plain form is accepted: no leading zero, no "+".
     std::array<char, 16> plain{};
     std::snprintf(plain.data(), plain.size(), "%d", static_cast<int>(number));
     if (std::strcmp(plain.data(), value) != 0) {
-        return Outcome::SYNTAX;
+        return refuseValue(context, Refusal::NUMBER_INVALID);
     }
     context.values.max_output_size = number;
     return Outcome::GOOD;
@@ -124,53 +171,87 @@ const Key* findKey(const char* name) {
     return nullptr;
 }
 
+Outcome refuseEmptyValue(Context& context) {
+    return refuseValue(context,
+                       *context.value == '\0' ? Refusal::VALUE_EMPTY : Refusal::VALUE_BLANK);
+}
+
 Outcome readSetting(Context& context, char* line) {
     char* equal = std::strchr(line, '=');
-    if (equal == nullptr || equal[1] == '\0' || equal[1] == ' ') {
-        return Outcome::SYNTAX;
+    if (equal == nullptr) {
+        return refuse(context, Refusal::LINE_INVALID, line);
+    }
+    context.value = equal + 1;
+    if (equal[1] == '\0' || equal[1] == ' ') {
+        return refuseEmptyValue(context);
     }
     *equal = '\0';
+    context.key = line;
     const Key* key = findKey(line);
     if (key == nullptr) {
-        return Outcome::SYNTAX;
+        return refuse(context, Refusal::KEYWORD_UNKNOWN, line);
     }
     const std::uint32_t bit = 1U << (key - KEYS.data());
     if ((context.seen & bit) != 0) {
-        return Outcome::SYNTAX;
+        return refuse(context, Refusal::KEYWORD_REPEATED, line);
     }
     const Outcome outcome = key->set(context, equal + 1);
     if (outcome == Outcome::GOOD) {
         context.seen |= bit;
+        if (context.root->observer != nullptr) {
+            context.root->observer->accepted({key->name, placeOf(context, line),
+                                              placeOf(context, context.value), context.value,
+                                              false});
+        }
     }
     return outcome;
 }
 
-// Whether the line has a tab, a NUL or a byte that is not ASCII.
-bool hasForbiddenByte(const char* line, std::size_t length) {
-    return std::any_of(line, line + length, [](char c) {
-        return c == '\0' || c == '\t' || static_cast<unsigned char>(c) >= 0x80;
-    });
+// The first tab, NUL or byte that is not ASCII, or `length`.
+std::size_t forbiddenByte(const char* line, std::size_t length) {
+    return static_cast<std::size_t>(std::find_if(line, line + length,
+                                                 [](char c) {
+                                                     return c == '\0' || c == '\t' ||
+                                                            static_cast<unsigned char>(c) >= 0x80;
+                                                 }) -
+                                    line);
+}
+
+// The first character that is not allowed in a line of ASCII bytes.
+const char* forbiddenCharacter(const char* line) {
+    while (*line != '\0' && IgCmnStrIsAsciiChar(static_cast<wchar_t>(*line)) != 0) {
+        ++line;
+    }
+    return line;
 }
 
 // One line of `length` bytes, its line feed included when it has one.
 Outcome readLine(Context& context, char* line, std::size_t length) {
+    context.line = line;
+    context.value = nullptr;
+    context.key = {};
     if (length > 0 && line[length - 1] == '\n') {
         line[--length] = '\0';
     }
-    if (hasForbiddenByte(line, length)) {
-        return Outcome::SYNTAX_CHARACTER;
+    if (const std::size_t at = forbiddenByte(line, length); at < length) {
+        return refuse(context, Refusal::CHARACTER_INVALID, line + at);
     }
     if (const int ascii = IgCmnStrIsAscii(line); ascii != 1) {
-        return ascii == 0 ? Outcome::SYNTAX_CHARACTER : Outcome::FAILED;
+        return ascii == 0 ? refuse(context, Refusal::CHARACTER_INVALID, forbiddenCharacter(line))
+                          : Outcome::FAILED;
     }
     if (length > LINE_LIMIT) {
-        return Outcome::SYNTAX;
+        return refuse(context, Refusal::LINE_TOO_LONG, line + LINE_LIMIT, LINE_LIMIT);
     }
     if (line[0] == '#') {
         return Outcome::GOOD;
     }
+    if (line[0] == '\0') {
+        return refuse(context, Refusal::LINE_EMPTY, line);
+    }
     // All keys share their first letter.
-    return line[0] == KEYS[0].name[0] ? readSetting(context, line) : Outcome::SYNTAX;
+    return line[0] == KEYS[0].name[0] ? readSetting(context, line)
+                                      : refuse(context, Refusal::LINE_INVALID, line);
 }
 
 // A read that a signal ended, such as from a pipe without data, is an interruption and not an error
@@ -182,15 +263,49 @@ Outcome readFailed(int error, const char* path) {
     return Outcome::FAILED;
 }
 
+using LineBuffer = std::array<char, 1028>;
+
+// Reads the rest of a line whose beginning fills the buffer.
+void skipLine(std::FILE* stream, LineBuffer& line, std::size_t length) {
+    while (length == line.size() - 1 && line[length - 1] != '\n') {
+        length = readTextLine(stream, line.data(), line.size());
+    }
+}
+
+bool isSyntax(Outcome outcome) {
+    return outcome == Outcome::SYNTAX || outcome == Outcome::SYNTAX_CHARACTER;
+}
+
+// With an observer, every mistake is found; the outcome is that of the first one.
+Outcome observeLines(Context& context, std::FILE* stream) {
+    LineBuffer line{};
+    Outcome first = Outcome::GOOD;
+    for (context.line_no = 1;; ++context.line_no) {
+        const std::size_t length = readTextLine(stream, line.data(), line.size());
+        if (length == 0 || std::ferror(stream) != 0) {
+            return std::ferror(stream) == 0 ? first : Outcome::FAILED;
+        }
+        const bool whole = line[length - 1] == '\n';
+        const Outcome outcome = readLine(context, line.data(), length);
+        if (outcome == Outcome::FAILED || (isSyntax(outcome) && !context.goes_on)) {
+            return outcome;
+        }
+        first = first == Outcome::GOOD ? outcome : first;
+        if (!whole) {
+            skipLine(stream, line, length);
+        }
+    }
+}
+
 Outcome readLines(Context& context, std::FILE* stream, const char* path) {
-    std::array<char, 1028> line{};
+    LineBuffer line{};
     for (int line_no = 1;; ++line_no) {
         const std::size_t length = readTextLine(stream, line.data(), line.size());
         if (length == 0 || std::ferror(stream) != 0) {
             break;  // an incomplete line of a failed read is dropped
         }
         const Outcome outcome = readLine(context, line.data(), length);
-        if (outcome == Outcome::SYNTAX || outcome == Outcome::SYNTAX_CHARACTER) {
+        if (isSyntax(outcome)) {
             IgCmnMsg<ZEPA119_E>();
             IgCmnMsg<ZEPA120_E>(path, line_no);
         }
@@ -205,6 +320,16 @@ Outcome readLines(Context& context, std::FILE* stream, const char* path) {
 void waitForContent(std::FILE* stream) {
     const int flags = ::fcntl(::fileno(stream), F_GETFL);
     ::fcntl(::fileno(stream), F_SETFL, flags & ~O_NONBLOCK);
+}
+
+Context contextOf(root_tbl& root, memory_pool* memoryp) {
+    return {&root, memoryp, {root.output_dir, root.cleanup, root.max_output_size}, 0};
+}
+
+void keepValues(const Context& context) {
+    context.root->output_dir = context.values.output_dir;
+    context.root->cleanup = context.values.cleanup;
+    context.root->max_output_size = context.values.max_output_size;
 }
 
 }  // namespace
@@ -227,13 +352,18 @@ int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* 
         return -1;
     }
     waitForContent(stream.get());
-    Context context{
-        root_tbl, memoryp, {root_tbl->output_dir, root_tbl->cleanup, root_tbl->max_output_size}, 0};
+    Context context = contextOf(*root_tbl, memoryp);
     const Outcome outcome = readLines(context, stream.get(), compdef_file);
     if (outcome == Outcome::GOOD || outcome == Outcome::SYNTAX) {
-        root_tbl->output_dir = context.values.output_dir;
-        root_tbl->cleanup = context.values.cleanup;
-        root_tbl->max_output_size = context.values.max_output_size;
+        keepValues(context);
     }
     return outcome == Outcome::GOOD ? 0 : -1;
+}
+
+int observeCompDef(std::FILE* stream, root_tbl& root, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    Context context = contextOf(root, memoryp);
+    const Outcome outcome = observeLines(context, stream);
+    keepValues(context);
+    return outcome == Outcome::GOOD ? 0 : outcome == Outcome::FAILED ? -1 : COMPDEF_REFUSED;
 }

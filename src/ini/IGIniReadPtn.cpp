@@ -22,6 +22,7 @@
 #include "ini/IGCmnFileWord.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniCheck.h"
+#include "ini/IGIniObserver.h"
 #include "ini/IGIniTable.h"
 
 namespace {
@@ -99,7 +100,22 @@ struct Reader {
     std::uint32_t value_size = 0;
     bool has_value = false;  // a word of it was read, even an empty quoted one
 
-    [[nodiscard]] bool versionAccepted() const { return (ptn->flags & PTN_FORMAT_VERSION) != 0; }
+    // for the observer
+    TextPlace word_place{};             // of the last word
+    TextPlace statement{};              // of the keyword
+    TextPlace value_place{};            // where the value begins
+    TextPlace blank{};                  // after the value
+    TextPlace comment{};                // that is joined to the value
+    std::array<TextPlace, 3> opened{};  // the keywords of the open blocks
+    Refusal mistake = Refusal::COUNT;   // the last one
+    bool goes_on = false;               // the observer wants more
+    bool version_excused = false;  // its mistake is known: the rest is read as if it were right
+    bool item_excused = false;     // a mistake in the item may be its missing keyword
+
+    [[nodiscard]] bool versionAccepted() const {
+        return (ptn->flags & PTN_FORMAT_VERSION) != 0 || version_excused;
+    }
+    [[nodiscard]] IniObserver* observer() const { return root->observer; }
 
     // The flags of the keywords given in the innermost open block.
     [[nodiscard]] std::uint32_t& flags() const {
@@ -116,6 +132,30 @@ struct Reader {
     [[nodiscard]] tool_block& tool() const { return ptn->current->current->tool; }
     [[nodiscard]] data_block& data() const { return ptn->current->current->data; }
 };
+
+// Tells the observer, if there is one, why the file is refused.
+Outcome refuse(Reader& reader, Mistake mistake, Outcome outcome = Outcome::SYNTAX) {
+    if (reader.observer() != nullptr) {
+        if (reader.comment.line != 0 && mistake.place.line > reader.comment.line) {
+            mistake = {
+                .reason = Refusal::COMMENT_JOINED, .place = mistake.place, .other = reader.comment};
+        }
+        if (mistake.keyword.empty() && reader.keyword != nullptr) {
+            mistake.keyword = reader.keyword->name;
+        }
+        reader.mistake = mistake.reason;
+        reader.goes_on = reader.observer()->refused(mistake);
+    }
+    return outcome;
+}
+
+// The same for the last word, and for the value.
+Outcome refuseWord(Reader& reader, Refusal reason) {
+    return refuse(reader, {.reason = reason, .place = reader.word_place});
+}
+Outcome refuseValue(Reader& reader, Refusal reason, Outcome outcome = Outcome::SYNTAX) {
+    return refuse(reader, {.reason = reason, .place = reader.value_place}, outcome);
+}
 
 Outcome orNoMemory(bool done) {
     return done ? Outcome::GOOD : Outcome::NO_MEMORY;
@@ -167,12 +207,14 @@ constexpr int versionNumber(std::string_view text) {
 constexpr int OWN_VERSION = versionNumber("1.0");
 static_assert(OWN_VERSION == 100 && versionNumber("2.15") == 215 && versionNumber("1.00") == -1);
 
-Outcome storeFormatVersion(Reader& /*reader*/, const Keyword& /*keyword*/, const char* value) {
+Outcome storeFormatVersion(Reader& reader, const Keyword& /*keyword*/, const char* value) {
     const int version = versionNumber(value);
     if (version < 0) {
-        return Outcome::FORMAT;
+        return refuseValue(reader, Refusal::FORMAT_VERSION_INVALID, Outcome::FORMAT);
     }
-    return version > OWN_VERSION ? Outcome::NEWER : Outcome::GOOD;
+    return version > OWN_VERSION
+               ? refuseValue(reader, Refusal::FORMAT_VERSION_NEWER, Outcome::NEWER)
+               : Outcome::GOOD;
 }
 
 // --- top level and block ---
@@ -196,9 +238,14 @@ Outcome storeInteger(Reader& reader, const Keyword& keyword, const char* value) 
     char* end = nullptr;
     errno = 0;
     const long number = std::strtol(value, &end, 10);
-    if (end == value || *end != '\0' || errno == ERANGE || number < keyword.lowest ||
-        number > keyword.highest) {
-        return Outcome::SYNTAX;
+    if (end == value || *end != '\0') {
+        return refuseValue(reader, Refusal::NUMBER_INVALID);
+    }
+    if (errno == ERANGE || number < keyword.lowest || number > keyword.highest) {
+        return refuse(reader, {.reason = Refusal::NUMBER_RANGE,
+                               .place = reader.value_place,
+                               .lowest = keyword.lowest,
+                               .limit = keyword.highest});
     }
     reader.tool().*keyword.number = static_cast<std::int32_t>(number);
     return Outcome::GOOD;
@@ -216,7 +263,7 @@ bool beginsWithAbsPath(const char* line) {
 
 Outcome storeCommandLine(Reader& reader, const Keyword& /*keyword*/, const char* value) {
     if (!beginsWithAbsPath(value)) {
-        return Outcome::SYNTAX;
+        return refuseValue(reader, Refusal::PATH_RELATIVE);
     }
     tool_block& tool = reader.tool();
     const Outcome outcome = keepCopy(reader, &tool.command_line, value);
@@ -230,7 +277,7 @@ Outcome storePath(Reader& reader, const char* value, char** bare, char** written
         return Outcome::NO_MEMORY;
     }
     if (IgCmnIsAbsPathIgnoreDQ(path) == 0) {
-        return Outcome::SYNTAX;
+        return refuseValue(reader, Refusal::PATH_RELATIVE);
     }
     *bare = path;
     return keepCopy(reader, written, value);
@@ -243,6 +290,13 @@ Outcome storeRedirectPath(Reader& reader, const Keyword& /*keyword*/, const char
 
 // --- data items ---
 
+// Refuses a value of more bytes than its keyword may have.
+Outcome refuseLength(Reader& reader, std::size_t longest) {
+    return refuse(reader, {.reason = Refusal::VALUE_TOO_LONG,
+                           .place = reader.value_place,
+                           .limit = static_cast<long>(longest)});
+}
+
 // Only the first DESCRIPTION has a limit and "%%" replaced by "%"; further ones are stored as
 // written.
 Outcome storeDescription(Reader& reader, const Keyword& /*keyword*/, const char* value) {
@@ -250,7 +304,7 @@ Outcome storeDescription(Reader& reader, const Keyword& /*keyword*/, const char*
         return orNoMemory(IgIniCollectList(value, &reader.data().description, reader.memoryp) == 0);
     }
     if (std::strlen(value) > TEXT_LIMIT) {
-        return Outcome::SYNTAX;
+        return refuseLength(reader, TEXT_LIMIT);
     }
     return addUnescaped(reader, &reader.data().description, value);
 }
@@ -415,6 +469,39 @@ const Keyword* getKeyword(const Reader& reader, const char* word) {
     return nullptr;
 }
 
+constexpr std::string_view nameOf(Context context) {
+    switch (context) {
+        case Context::BLOCK:
+            return "BLOCK";
+        case Context::TOOL:
+            return "TOOL_BLOCK";
+        case Context::DATA:
+            return "DATA_BLOCK";
+        default:
+            return "top";
+    }
+}
+
+// Why a word is not accepted as a keyword where it stands.
+Mistake keywordMistake(const Reader& reader, const char* word) {
+    const std::string_view name(word);
+    Mistake mistake{
+        .reason = Refusal::KEYWORD_UNKNOWN, .place = reader.word_place, .keyword = name};
+    for (const Keyword& keyword : KEYWORDS) {
+        if (keyword.name.size() == name.size() && IgCmnStrCmpi(word, keyword.name.data()) == 0) {
+            mistake.reason = Refusal::KEYWORD_MISPLACED;
+            mistake.detail = nameOf(keyword.where);
+        }
+    }
+    const bool reserved =
+        name.size() == 4 && name[3] >= '0' && name[3] <= '9' &&
+        IgCmnStrCmpi("REG", std::array{word[0], word[1], word[2], '\0'}.data()) == 0;
+    if (reserved) {
+        mistake.reason = Refusal::KEYWORD_RESERVED;
+    }
+    return mistake;
+}
+
 // --- blocks ---
 
 Outcome openBlock(Reader& reader) {
@@ -434,11 +521,11 @@ Outcome openItem(Reader& reader, ItemKind kind) {
         return Outcome::NO_MEMORY;
     }
     block->current = item;
+    reader.item_excused = false;
     return Outcome::GOOD;
 }
 
-Outcome openContext(Reader& reader) {
-    ++reader.level;
+Outcome makeRecord(Reader& reader) {
     switch (reader.context) {
         case Context::TOOL:
             return openItem(reader, ITEM_TOOL);
@@ -449,60 +536,118 @@ Outcome openContext(Reader& reader) {
     }
 }
 
-Outcome closeContext(Reader& reader) {
-    // The level and the context differ when a block keyword had no opening brace.
-    if (reader.level == 1 || levelOf(reader.context) != reader.level) {
-        return Outcome::SYNTAX;
+Outcome openContext(Reader& reader) {
+    ++reader.level;
+    const Outcome outcome = makeRecord(reader);
+    if (outcome == Outcome::GOOD && reader.observer() != nullptr) {
+        reader.opened.at(static_cast<std::size_t>(reader.level) - 1) = reader.statement;
+        const ptn_block& block = *reader.ptn->current;
+        reader.observer()->opened(reader.statement, block,
+                                  reader.context == Context::BLOCK ? nullptr : block.current);
+    }
+    return outcome;
+}
+
+// The level and the context differ when a block keyword had no opening brace.
+bool lacksBrace(const Reader& reader) {
+    return levelOf(reader.context) != reader.level;
+}
+
+Outcome refuseMissingBrace(Reader& reader) {
+    return refuse(
+        reader,
+        {.reason = Refusal::BRACE_MISSING, .place = reader.word_place, .other = reader.statement});
+}
+
+void leaveContext(Reader& reader) {
+    reader.context = reader.context == Context::BLOCK ? Context::NONE : Context::BLOCK;
+}
+
+// Whether the item that is closed has the keyword that it needs.
+Outcome checkItem(Reader& reader) {
+    if (reader.item_excused) {
+        return Outcome::GOOD;
     }
     if (reader.context == Context::TOOL && (reader.flags() & TOOL_COMMAND_LINE) == 0) {
-        return Outcome::SYNTAX;
+        return refuseWord(reader, Refusal::COMMAND_LINE_MISSING);
     }
     if (reader.context == Context::DATA && (reader.flags() & DATA_PATH_NAME) == 0) {
-        return Outcome::SYNTAX;
+        return refuseWord(reader, Refusal::PATH_NAME_MISSING);
     }
-    reader.context = reader.context == Context::BLOCK ? Context::NONE : Context::BLOCK;
-    --reader.level;
     return Outcome::GOOD;
+}
+
+Outcome closeContext(Reader& reader) {
+    reader.keyword = nullptr;
+    if (lacksBrace(reader)) {
+        return refuseMissingBrace(reader);
+    }
+    if (reader.level == 1) {
+        return refuseWord(reader, Refusal::BRACE_UNEXPECTED);
+    }
+    const Outcome outcome = checkItem(reader);
+    leaveContext(reader);
+    --reader.level;
+    return outcome;
 }
 
 // --- values ---
 
-Outcome checkSpecialStrs(const Reader& reader, const char* value) {
+Outcome refuseSpecialStr(Reader& reader, const char* value) {
+    const std::string_view name = unknownSpecialStr(value);
+    const Outcome outcome = reader.keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
+    return refuse(reader,
+                  {.reason = name.empty() ? Refusal::SPECIAL_STRING_UNCLOSED
+                                          : Refusal::SPECIAL_STRING_UNKNOWN,
+                   .place = reader.value_place,
+                   .detail = name},
+                  outcome);
+}
+
+Outcome checkSpecialStrs(Reader& reader, const char* value) {
     int bad = 0;
     if (IgCmnReplaceStrs(value, 1, reader.root, reader.memoryp, &bad) == nullptr) {
         return Outcome::NO_MEMORY;
     }
-    if (bad == 0) {
-        return Outcome::GOOD;
-    }
-    return reader.keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
+    return bad == 0 ? Outcome::GOOD : refuseSpecialStr(reader, value);
 }
 
 // Checks the value by its keyword's rules and stores it.
-Outcome storeValue(Reader& reader) {
-    const Keyword& keyword = *reader.keyword;
-    const char* value = reader.value == nullptr ? "" : reader.value;
+Outcome storeChecked(Reader& reader, const Keyword& keyword, const char* value) {
     if (const Outcome outcome = checkSpecialStrs(reader, value); outcome != Outcome::GOOD) {
         return outcome;
     }
     if (keyword.only_once && (reader.flags() & keyword.flag) != 0) {
-        return Outcome::SYNTAX;
+        return refuse(reader, {.reason = Refusal::KEYWORD_REPEATED, .place = reader.statement});
     }
     if (value[0] == '\0') {
-        if (!keyword.may_be_empty) {
-            return &keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
-        }
-    } else {
-        if (keyword.longest > 0 && std::strlen(value) > keyword.longest) {
-            return Outcome::SYNTAX;
-        }
-        if (const Outcome outcome = keyword.store(reader, keyword, value);
-            outcome != Outcome::GOOD) {
-            return outcome;
+        return keyword.may_be_empty
+                   ? Outcome::GOOD
+                   : refuseValue(reader, Refusal::VALUE_EMPTY,
+                                 &keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX);
+    }
+    if (keyword.longest > 0 && std::strlen(value) > keyword.longest) {
+        return refuseLength(reader, keyword.longest);
+    }
+    return keyword.store(reader, keyword, value);
+}
+
+// `joined`: a comment follows without a blank.
+Outcome storeValue(Reader& reader, bool joined = false) {
+    const Keyword& keyword = *reader.keyword;
+    const char* value = reader.value == nullptr ? "" : reader.value;
+    if (!reader.has_value) {
+        reader.value_place = reader.word_place;
+    }
+    const Outcome outcome = storeChecked(reader, keyword, value);
+    if (outcome == Outcome::GOOD) {
+        reader.flags() |= keyword.flag;
+        if (reader.observer() != nullptr) {
+            reader.observer()->accepted(
+                {keyword.name, reader.statement, reader.value_place, value, joined});
         }
     }
-    reader.flags() |= keyword.flag;
-    return Outcome::GOOD;
+    return outcome;
 }
 
 // The buffer stays: the next value seldom needs a larger one.
@@ -514,6 +659,9 @@ void clearValue(Reader& reader) {
 }
 
 Outcome appendValue(Reader& reader, const read_word& word) {
+    if (!reader.has_value) {
+        reader.value_place = reader.word_place;
+    }
     reader.has_value = true;
     memory_pool* pool = reader.value_pool.get();
     int result = concat_data(pool, &reader.value, &reader.value_size, word.text);
@@ -536,14 +684,20 @@ Outcome inStatement(Reader& reader, const read_word& word) {
         case WORD_TEXT:
             break;
         default:
-            return Outcome::SYNTAX;
+            reader.keyword = nullptr;
+            return lacksBrace(reader) ? refuseMissingBrace(reader)
+                                      : refuseWord(reader, Refusal::STATEMENT_INVALID);
     }
     reader.keyword = getKeyword(reader, word.text);
     if (reader.keyword == nullptr) {
-        return Outcome::SYNTAX;
+        return lacksBrace(reader) ? refuseMissingBrace(reader)
+                                  : refuse(reader, keywordMistake(reader, word.text));
     }
+    reader.statement = reader.word_place;
+    reader.comment = {};
     if (!reader.versionAccepted() && reader.keyword != FORMAT_VERSION) {
-        return Outcome::FORMAT;
+        return refuse(reader, {.reason = Refusal::FORMAT_VERSION_FIRST, .place = reader.word_place},
+                      Outcome::FORMAT);
     }
     if (reader.keyword->store == nullptr) {
         reader.context = reader.keyword->opens;
@@ -561,7 +715,7 @@ Outcome inEqual(Reader& reader, const read_word& word) {
         reader.state = State::VALUE;
         return Outcome::GOOD;
     }
-    return word.type == WORD_BLANK ? Outcome::GOOD : Outcome::SYNTAX;
+    return word.type == WORD_BLANK ? Outcome::GOOD : refuseWord(reader, Refusal::EQUAL_MISSING);
 }
 
 Outcome inValue(Reader& reader, const read_word& word) {
@@ -575,21 +729,25 @@ Outcome inValue(Reader& reader, const read_word& word) {
                 return Outcome::GOOD;
             }
             reader.state = State::AFTER_VALUE;
+            reader.blank = reader.word_place;
             return storeValue(reader);
         case WORD_NEWLINE:
             reader.state = State::STATEMENT;
             return storeValue(reader);
         case WORD_COMMENT:
             // The statement stays open: a comment must be separated from the value by a blank.
-            return storeValue(reader);
+            if (reader.comment.line == 0) {
+                reader.comment = reader.word_place;
+            }
+            return storeValue(reader, true);
         default:
-            return Outcome::SYNTAX;
+            return refuseWord(reader, Refusal::VALUE_MARK);
     }
 }
 
 Outcome inAfterValue(Reader& reader, const read_word& word) {
     if (word.type != WORD_COMMENT && word.type != WORD_NEWLINE) {
-        return Outcome::SYNTAX;
+        return refuse(reader, {.reason = Refusal::VALUE_BLANK, .place = reader.blank});
     }
     reader.state = State::STATEMENT;
     return Outcome::GOOD;
@@ -604,16 +762,20 @@ Outcome inBrace(Reader& reader, const read_word& word) {
             return Outcome::GOOD;
         case WORD_OPEN:
             if (reader.brace_seen) {
-                return Outcome::SYNTAX;
+                return refuseWord(reader, Refusal::BRACE_REPEATED);
             }
             reader.brace_seen = true;
             return openContext(reader);
         default:
-            return Outcome::SYNTAX;
+            return reader.brace_seen ? refuseWord(reader, Refusal::BRACE_TEXT)
+                                     : refuseMissingBrace(reader);
     }
 }
 
 Outcome takeWord(Reader& reader, const read_word& word) {
+    if (word.type == WORD_INVALID) {
+        return refuseWord(reader, Refusal::CHARACTER_INVALID);
+    }
     switch (reader.state) {
         case State::STATEMENT:
             return inStatement(reader, word);
@@ -630,34 +792,131 @@ Outcome takeWord(Reader& reader, const read_word& word) {
 
 // --- the file ---
 
-Outcome atEnd(const Reader& reader) {
+// The end of the file counts as the end of its last line.
+Outcome atEnd(Reader& reader, const IgCmnFileHandle& file) {
     const bool complete =
         reader.level == 1 && reader.versionAccepted() && (reader.ptn->flags & PTN_BLOCK) != 0;
-    return complete ? Outcome::GOOD : Outcome::INCOMPLETE;
+    if (complete) {
+        return Outcome::GOOD;
+    }
+    const bool after_line = file.column == 0 && file.line_no > 1;
+    reader.comment = {};
+    reader.keyword = nullptr;
+    Mistake mistake{.reason = Refusal::BLOCK_UNCLOSED,
+                    .place = {after_line ? file.line_no - 1 : file.line_no, 1}};
+    if (reader.level > 1) {
+        mistake.other = reader.opened.at(static_cast<std::size_t>(reader.level) - 1);
+    } else if (reader.mistake == Refusal::COUNT) {
+        mistake.reason =
+            reader.versionAccepted() ? Refusal::BLOCK_MISSING : Refusal::FORMAT_VERSION_MISSING;
+    } else {
+        return Outcome::INCOMPLETE;  // an earlier mistake may be the cause
+    }
+    return refuse(reader, mistake, Outcome::INCOMPLETE);
+}
+
+// Reads a word and notes its place. A character that is not allowed does not count.
+int readWord(Reader& reader, IgCmnFileHandle& file, read_word& word) {
+    const bool new_line = word.type == WORD_NEWLINE || word.type == WORD_COMMENT;
+    const std::int32_t before = new_line ? 0 : file.column;
+    const int result = IgCmnFileWordRead(reader.root, &file, &word, reader.memoryp);
+    const bool invalid = result == 0 && word.type == WORD_INVALID;
+    reader.word_place = {file.line_no, (invalid ? file.column : before) + 1};
+    return result;
+}
+
+// The reader of words stops at a line that is too long, or at the end of a line inside quotes.
+Outcome refuseLine(Reader& reader, const IgCmnFileHandle& file) {
+    if (file.column <= WORD_LINE_LIMIT) {
+        return refuse(reader, {.reason = Refusal::QUOTE_UNCLOSED, .place = reader.word_place},
+                      Outcome::INCOMPLETE);
+    }
+    return refuse(reader,
+                  {.reason = Refusal::LINE_TOO_LONG,
+                   .place = {file.line_no, WORD_LINE_LIMIT},
+                   .limit = WORD_LINE_LIMIT - 1},
+                  Outcome::INCOMPLETE);
+}
+
+Outcome takeNext(Reader& reader, IgCmnFileHandle& file, read_word& word, bool& ended) {
+    switch (readWord(reader, file, word)) {
+        case 0:
+            return takeWord(reader, word);
+        case WORD_READ_END:
+            ended = true;
+            return atEnd(reader, file);
+        case WORD_READ_SYNTAX:
+            return refuseLine(reader, file);
+        case -1:
+            return Outcome::NO_MEMORY;
+        default:
+            return Outcome::REPORTED;
+    }
+}
+
+// Repairs the state of the reader after a missing opening brace.
+bool supplyBrace(Reader& reader, const read_word& word) {
+    if (word.type == WORD_CLOSE) {
+        leaveContext(reader);
+        return true;
+    }
+    return openContext(reader) == Outcome::GOOD;
+}
+
+// After a mistake: makes an observed file continue on the next line, or on the same one when the
+// mistake is an earlier one. Returns false to end the reading.
+bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
+    bool same_line = reader.mistake == Refusal::COMMENT_JOINED;
+    bool opens = false;
+    switch (reader.mistake) {
+        case Refusal::COMMAND_LINE_MISSING:
+        case Refusal::PATH_NAME_MISSING:
+            return true;  // nothing was left out
+        case Refusal::BRACE_MISSING:
+            same_line = reader.state == State::STATEMENT && word.type == WORD_TEXT;
+            if (lacksBrace(reader) && !supplyBrace(reader, word)) {
+                return false;
+            }
+            break;
+        case Refusal::FORMAT_VERSION_FIRST:
+            same_line = true;
+            break;
+        case Refusal::KEYWORD_UNKNOWN:
+        case Refusal::KEYWORD_RESERVED:
+        case Refusal::KEYWORD_MISPLACED:
+        case Refusal::STATEMENT_INVALID:
+            opens = true;
+            break;
+        default:
+            break;
+    }
+    reader.version_excused = true;  // the line with the mistake may be that of the version
+    reader.item_excused = true;
+    reader.state = State::STATEMENT;
+    reader.comment = {};
+    word.type = WORD_TEXT;
+    return reader.observer()->resume(file, same_line ? file.line_no : file.line_no + 1, opens);
 }
 
 Outcome readWords(Reader& reader, IgCmnFileHandle& file) {
     read_word word{};
-    for (;;) {
+    Outcome first = Outcome::GOOD;
+    for (bool ended = false; !ended;) {
         if (IgMainIsInterrupted() != 0) {
             return Outcome::REPORTED;
         }
-        switch (IgCmnFileWordRead(reader.root, &file, &word, reader.memoryp)) {
-            case 0:
-                break;
-            case WORD_READ_END:
-                return atEnd(reader);
-            case WORD_READ_SYNTAX:
-                return Outcome::INCOMPLETE;
-            case -1:
-                return Outcome::NO_MEMORY;
-            default:
-                return Outcome::REPORTED;
+        const Outcome outcome = takeNext(reader, file, word, ended);
+        if (outcome == Outcome::GOOD) {
+            continue;
         }
-        if (const Outcome outcome = takeWord(reader, word); outcome != Outcome::GOOD) {
-            return outcome;
+        first = first == Outcome::GOOD ? outcome : first;
+        if (!reader.goes_on || ended || outcome == Outcome::NO_MEMORY ||
+            outcome == Outcome::REPORTED || outcome == Outcome::NEWER ||
+            !continueAfter(reader, file, word)) {
+            return outcome == Outcome::NO_MEMORY ? outcome : first;
         }
     }
+    return first;
 }
 
 int report(const Reader& reader, Outcome outcome, int line_no) {
@@ -709,4 +968,18 @@ int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp)
     const int line_no = file.line_no;
     IgCmnFileClose(&file);
     return report(reader, outcome, line_no);
+}
+
+int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp) {
+    IG_ASSERT_NOT_NULL(memoryp);
+    Reader reader{
+        .file_name = file.name, .root = &root, .memoryp = memoryp, .ptn = root.crnt_ptn_def};
+    switch (readWords(reader, file)) {
+        case Outcome::GOOD:
+            return 0;
+        case Outcome::NO_MEMORY:
+            return -1;
+        default:
+            return PTN_SKIPPED;
+    }
 }

@@ -4,6 +4,7 @@
 
 #include "common/base/IGCmnMemory.h"
 
+struct IgCmnFileHandle;
 struct root_tbl;
 
 /// Result for a file that is skipped, after a warning or the report of an interruption.
@@ -13,5 +14,9 @@ inline constexpr int PTN_SKIPPED = 9;
 /// non-null). Returns 0; PTN_SKIPPED, also when the run is interrupted meanwhile; -1 when memory
 /// ran out.
 int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp);
+
+/// The same for the root table's observer, which must not be null, and for a file that is open. The
+/// observer gets every mistake; nothing is reported. The caller closes the file.
+int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp);
 
 #endif

@@ -12,6 +12,7 @@
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnMemory.h"
 
+class IniObserver;
 struct OutputNames;
 
 /// Flags of a pattern table: the keywords that its file has given.
@@ -163,6 +164,7 @@ struct root_tbl {
     std::int64_t max_output_size;  // in units of 512 bytes; 0 or less is no limit
     IgCmnListHeader selected;      // pickptn_tbl, in the order their files were read
     pickptn_tbl* crnt_ptn_def;     // the pattern being read
+    IniObserver* observer;         // of the readers, for a check of the files; null in a run
 };
 
 /// New records of the pool, zero except for their defaults; null when memory runs out.
