@@ -46,6 +46,10 @@ file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
 install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
   PERMISSIONS ${world_readable_file})
 
+# The companion commands are a package of their own.
+install(TARGETS quendil-check RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
+  PERMISSIONS ${world_readable_directory} COMPONENT tools)
+
 # An existing configuration file is kept: it may have been edited.
 install(CODE "
   set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/quendil_conf\")
