@@ -12,6 +12,10 @@ constexpr int LIMIT_SHIFT = 9;
 
 }  // namespace
 
+std::int64_t limitInBytes(const root_tbl& root) {
+    return root.max_output_size > 0 ? root.max_output_size << LIMIT_SHIFT : 0;
+}
+
 bool fitsLimit(const root_tbl& root, std::int64_t size) {
     std::int64_t total = 0;
     if (__builtin_add_overflow(collected_size.total, size, &total)) {

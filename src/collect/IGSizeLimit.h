@@ -13,6 +13,9 @@ struct CollectedSize {
 };
 extern CollectedSize collected_size;
 
+/// The configured limit in bytes; 0 when there is none.
+std::int64_t limitInBytes(const root_tbl& root);
+
 /// Adds `size` bytes to the total. Returns false and adds nothing when the total would exceed the
 /// configured limit (`max_output_size`, in units of 512 bytes).
 bool fitsLimit(const root_tbl& root, std::int64_t size);

@@ -72,8 +72,12 @@ struct Mistake {
     long limit = 0;
 };
 
+/// What a value belongs to.
+enum class ValueOwner : std::uint8_t { TOP, BLOCK, ITEM };
+
 /// A value that a reader has accepted.
 struct AcceptedValue {
+    ValueOwner owner;          // the file, the last block or the last item that was opened
     std::string_view keyword;  // in the spelling of the table of keywords
     TextPlace keyword_place;
     TextPlace place;    // where the value begins

@@ -199,7 +199,7 @@ Outcome readSetting(Context& context, char* line) {
     if (outcome == Outcome::GOOD) {
         context.seen |= bit;
         if (context.root->observer != nullptr) {
-            context.root->observer->accepted({key->name, placeOf(context, line),
+            context.root->observer->accepted({ValueOwner::TOP, key->name, placeOf(context, line),
                                               placeOf(context, context.value), context.value,
                                               false});
         }

@@ -632,6 +632,17 @@ Outcome storeChecked(Reader& reader, const Keyword& keyword, const char* value) 
     return keyword.store(reader, keyword, value);
 }
 
+constexpr ValueOwner ownerOf(Context context) {
+    switch (context) {
+        case Context::NONE:
+            return ValueOwner::TOP;
+        case Context::BLOCK:
+            return ValueOwner::BLOCK;
+        default:
+            return ValueOwner::ITEM;
+    }
+}
+
 // `joined`: a comment follows without a blank.
 Outcome storeValue(Reader& reader, bool joined = false) {
     const Keyword& keyword = *reader.keyword;
@@ -643,8 +654,8 @@ Outcome storeValue(Reader& reader, bool joined = false) {
     if (outcome == Outcome::GOOD) {
         reader.flags() |= keyword.flag;
         if (reader.observer() != nullptr) {
-            reader.observer()->accepted(
-                {keyword.name, reader.statement, reader.value_place, value, joined});
+            reader.observer()->accepted({ownerOf(reader.context), keyword.name, reader.statement,
+                                         reader.value_place, value, joined});
         }
     }
     return outcome;
@@ -913,7 +924,8 @@ Outcome readWords(Reader& reader, IgCmnFileHandle& file) {
         if (!reader.goes_on || ended || outcome == Outcome::NO_MEMORY ||
             outcome == Outcome::REPORTED || outcome == Outcome::NEWER ||
             !continueAfter(reader, file, word)) {
-            return outcome == Outcome::NO_MEMORY ? outcome : first;
+            const bool failed = outcome == Outcome::NO_MEMORY || outcome == Outcome::REPORTED;
+            return failed ? outcome : first;
         }
     }
     return first;
@@ -978,6 +990,7 @@ int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp) {
         case Outcome::GOOD:
             return 0;
         case Outcome::NO_MEMORY:
+        case Outcome::REPORTED:
             return -1;
         default:
             return PTN_SKIPPED;

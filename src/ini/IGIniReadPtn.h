@@ -16,7 +16,9 @@ inline constexpr int PTN_SKIPPED = 9;
 int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp);
 
 /// The same for the root table's observer, which must not be null, and for a file that is open. The
-/// observer gets every mistake; nothing is reported. The caller closes the file.
+/// observer gets every mistake, and the pattern table what could be read. Returns 0; PTN_SKIPPED
+/// for a file with a mistake; -1 when memory ran out or reading failed (reported). The caller
+/// closes the file.
 int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp);
 
 #endif

@@ -1,21 +1,19 @@
 // The program's entry: the steps of a run, in their order.
 #include <fcntl.h>
-#include <langinfo.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <array>
-#include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "common/base/IGCmnMemory.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnTime.h"
 #include "common/base/IGGuards.h"
+#include "common/base/IGLocale.h"
 #include "common/base/IGPrintable.h"
 #include "common/base/IGRunHooks.h"
 #include "common/base/IGRunState.h"
@@ -57,19 +55,6 @@ void setSignals() {
     run_state.hangup_ignored = hangup.sa_handler == SIG_IGN ? 1 : 0;
     const sigset_t interrupting = interruptingSignals();
     ::sigprocmask(SIG_UNBLOCK, &interrupting, nullptr);
-}
-
-void chooseLocale() {
-    std::setlocale(LC_ALL, "");
-#ifdef QUENDIL_STATIC
-    // For any other character set a static C library loads a module, and a module of another
-    // version of the library ends the process.
-    const std::string_view characters = ::nl_langinfo(CODESET);
-    if (characters != "UTF-8" && characters != "ANSI_X3.4-1968" &&
-        std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
-        std::setlocale(LC_CTYPE, "C");
-    }
-#endif
 }
 
 RootChange prepareProcess() {

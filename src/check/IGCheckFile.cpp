@@ -1,0 +1,209 @@
+#include "check/IGCheckFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "ini/IGIniReadCompDef.h"
+#include "ini/IGIniReadPtn.h"
+
+namespace {
+
+constexpr std::size_t LINE_WINDOW = 1100;     // bytes: more than a pattern's line may have
+constexpr std::int32_t MOST_SKIPPED = 10000;  // lines of a block that is not known
+constexpr const char* BLANKS = " \t\r";
+
+std::string trimmed(const std::string& line) {
+    const std::size_t begin = line.find_first_not_of(BLANKS);
+    return begin == std::string::npos
+               ? ""
+               : line.substr(begin, line.find_last_not_of(BLANKS) - begin + 1);
+}
+
+// Keeps what a reader reports.
+class FileObserver final : public IniObserver {
+  public:
+    explicit FileObserver(CheckedFile& file) : file_(file) {}
+
+    bool refused(const Mistake& mistake) override {
+        file_.add(findingOf(mistake));
+        if (!file_.blocks.empty() && !file_.blocks.back().items.empty()) {
+            file_.blocks.back().items.back().has_mistake = true;
+        }
+        return file_.findings.size() < MOST_FINDINGS;
+    }
+
+    bool resume(IgCmnFileHandle& file, std::int32_t line, bool opens) override {
+        if (opens) {
+            line = afterBlock(line);
+        }
+        std::fclose(file.stream);
+        file.stream = file_.source.streamFrom(file_.source.offsetOf(line));
+        if (file.stream == nullptr) {
+            return false;
+        }
+        file.line_no = line;
+        file.column = 0;
+        return true;
+    }
+
+    void accepted(const AcceptedValue& value) override {
+        valuesOf(value.owner)
+            .push_back(
+                {value.keyword, value.keyword_place, value.place, value.value, value.joined});
+    }
+
+    void opened(TextPlace keyword, const ptn_block& block, const collect_item* item) override {
+        if (item == nullptr) {
+            file_.blocks.push_back({.place = keyword, .block = &block, .values = {}, .items = {}});
+        } else {
+            file_.blocks.back().items.push_back({.place = keyword, .item = item, .values = {}});
+        }
+    }
+
+  private:
+    std::vector<PlacedValue>& valuesOf(ValueOwner owner) {
+        switch (owner) {
+            case ValueOwner::BLOCK:
+                return file_.blocks.back().values;
+            case ValueOwner::ITEM:
+                return file_.blocks.back().items.back().values;
+            default:
+                return file_.values;
+        }
+    }
+
+    // Whether the file has no line of this number.
+    bool isPastEnd(std::int32_t line) {
+        return file_.source.offsetOf(line) == file_.source.offsetOf(line + 1);
+    }
+
+    // The line after the block that the line before `line` opens; `line` when it opens none, or
+    // one that is not closed soon.
+    std::int32_t afterBlock(std::int32_t line) {
+        const SourceText::Position begin = file_.source.position();
+        int depth = 0;
+        for (std::int32_t next = line - 1; next < line + MOST_SKIPPED && !isPastEnd(next); ++next) {
+            const std::string text = trimmed(file_.source.line(next, 0, LINE_WINDOW));
+            depth += !text.empty() && text.back() == '{' ? 1 : 0;
+            depth -= !text.empty() && text.front() == '}' ? 1 : 0;
+            if (depth <= 0) {
+                return next + 1;
+            }
+        }
+        file_.source.setPosition(begin);
+        return line;
+    }
+
+    CheckedFile& file_;
+};
+
+// Makes a place one of the text: readers do not count carriage returns in a pattern.
+void settlePlace(CheckedFile& file, TextPlace& place, const std::string& token) {
+    if (place.line == 0) {
+        return;
+    }
+    const std::string line = file.source.line(place.line, 0, LINE_WINDOW);
+    auto column = static_cast<std::size_t>(place.column);
+    if (file.kind == FileKind::PATTERN) {
+        for (std::size_t at = 0; at < line.size() && at < column; ++at) {
+            column += line[at] == '\r' ? 1U : 0U;
+        }
+    }
+    const std::size_t found = token.empty() ? line.npos : line.find(token, column - 1);
+    place.column = static_cast<std::int32_t>(found == line.npos ? column : found + 1);
+}
+
+// A line that the end of the file interrupts is not read, unless it is a closing brace.
+void warnOfLostLine(CheckedFile& file) {
+    const std::string line = trimmed(file.source.unfinishedLine());
+    const bool lost =
+        !line.empty() && line[0] != '#' && line.find_first_not_of("} \t\r") != line.npos;
+    if (lost) {
+        file.warn(Warning::LINE_LOST, {});
+    }
+}
+
+// Reads a pattern file. Returns 0, or the error number of a failed read.
+int readPattern(CheckedFile& file, root_tbl& root, std::FILE* stream) {
+    IgCmnFileHandle handle{};
+    handle.stream = stream;
+    handle.line_no = 1;
+    handle.name = file.name.data();
+    root.crnt_ptn_def = file.pattern = IgIniGetPickPtn(file.pool.get());
+    errno = EIO;
+    const int result = file.pattern == nullptr ? -1 : observePtnDef(handle, root, file.pool.get());
+    const int error = result == -1 ? errno : 0;
+    IgCmnFileClose(&handle);
+    return error;
+}
+
+int readConfiguration(CheckedFile& file, root_tbl& root, std::FILE* stream) {
+    const FileGuard guard(stream);
+    errno = EIO;
+    return observeCompDef(stream, root, file.pool.get()) == -1 ? errno : 0;
+}
+
+}  // namespace
+
+const PlacedValue* PlacedItem::find(std::string_view keyword) const {
+    const auto found = std::find_if(values.rbegin(), values.rend(), [&](const PlacedValue& value) {
+        return value.keyword == keyword;
+    });
+    return found == values.rend() ? nullptr : &*found;
+}
+
+void CheckedFile::add(Finding finding) {
+    if (findings.size() < MOST_FINDINGS) {
+        findings.push_back(std::move(finding));
+    } else {
+        ++left_out;
+    }
+}
+
+void CheckedFile::warn(Warning warning, TextPlace place, const Blanks& blanks) {
+    const Rule& rule = ruleOf(warning);
+    add({.rule = &rule,
+         .place = place,
+         .text = messageOf(rule, blanks),
+         .note_place = {},
+         .note = {},
+         .token = {}});
+}
+
+void CheckedFile::settle() {
+    for (Finding& finding : findings) {
+        settlePlace(*this, finding.place, finding.token);
+        settlePlace(*this, finding.note_place, "");
+    }
+    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
+        return std::pair(a.place.line, a.place.column) < std::pair(b.place.line, b.place.column);
+    });
+}
+
+bool CheckedFile::hasError() const {
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const Finding& finding) { return finding.rule->level == Level::ERROR; });
+}
+
+bool readChecked(CheckedFile& file, root_tbl& root, std::string& reason) {
+    FileObserver observer(file);
+    std::FILE* stream = file.source.streamFrom(0);
+    if (stream == nullptr) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    root.observer = &observer;
+    const int error = file.kind == FileKind::PATTERN ? readPattern(file, root, stream)
+                                                     : readConfiguration(file, root, stream);
+    root.observer = nullptr;
+    if (error != 0) {
+        reason = std::strerror(error);
+        return false;
+    }
+    if (file.kind == FileKind::PATTERN) {
+        warnOfLostLine(file);
+    }
+    return true;
+}

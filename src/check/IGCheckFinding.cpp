@@ -1,0 +1,60 @@
+#include "check/IGCheckFinding.h"
+
+namespace {
+
+void replace(std::string& text, std::string_view name, std::string_view value) {
+    if (const std::size_t at = text.find(name); at != std::string::npos) {
+        text.replace(at, name.size(), value);
+    }
+}
+
+const char* noteOf(Refusal reason) {
+    switch (reason) {
+        case Refusal::COMMENT_JOINED:
+            return "a blank is missing before this comment";
+        case Refusal::BRACE_MISSING:
+            return "the keyword of the block";
+        case Refusal::BLOCK_UNCLOSED:
+            return "the block begins here";
+        default:
+            return "";
+    }
+}
+
+// Where a keyword belongs.
+std::string whereOf(std::string_view block) {
+    return block == "top" ? "at the top of the file, outside of every block"
+                          : "in " + std::string(block);
+}
+
+}  // namespace
+
+std::string messageOf(const Rule& rule, const Blanks& blanks) {
+    std::string text = rule.text;
+    replace(text, "{keyword}", blanks.keyword);
+    replace(text, "{lowest}", std::to_string(blanks.lowest));
+    replace(text, "{limit}", std::to_string(blanks.limit));
+    replace(text, "{detail}", blanks.detail);
+    return text;
+}
+
+Finding findingOf(const Mistake& mistake) {
+    const Rule& rule = ruleOf(mistake.reason);
+    const bool misplaced = mistake.reason == Refusal::KEYWORD_MISPLACED;
+    const std::string detail = misplaced ? whereOf(mistake.detail) : std::string(mistake.detail);
+    Finding finding{
+        .rule = &rule,
+        .place = mistake.place,
+        .text = messageOf(rule, {mistake.keyword, detail, mistake.lowest, mistake.limit}),
+        .note_place = {},
+        .note = {},
+        .token = {}};
+    if (mistake.reason == Refusal::SPECIAL_STRING_UNKNOWN) {
+        finding.token = detail;
+    }
+    if (mistake.other.line != 0) {
+        finding.note_place = mistake.other;
+        finding.note = noteOf(mistake.reason);
+    }
+    return finding;
+}

@@ -1,0 +1,79 @@
+#include "check/IGCheckInput.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "check/IGCheckReport.h"
+#include "common/base/IGCmnSystem.h"
+#include "common/base/IGGuards.h"
+
+std::string installedPatterns() {
+    std::array<char, PATH_MAX> path{};
+    IgCmnGetKestrumPtnDir(path.data(), path.size());
+    return path.data();
+}
+
+std::string installedConfiguration() {
+    std::array<char, PATH_MAX> path{};
+    IgCmnGetKestrumConfigFile(path.data(), path.size());
+    return path.data();
+}
+
+void complain(const std::string& path, const std::string& what) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "quendil-check: %s: %s\n", shown(path).c_str(), what.c_str());
+}
+
+bool readDirectory(const std::string& path, PatternDirectory& directory) {
+    const DirGuard dir(::opendir(path.c_str()));
+    if (!dir) {
+        complain(path, std::strerror(errno));
+        return false;
+    }
+    const std::string prefix = path.ends_with("/") ? path : path + "/";
+    errno = 0;
+    while (const struct dirent* entry = ::readdir(dir.get())) {
+        const std::string name = entry->d_name;
+        struct stat st = {};
+        if (name == "." || name == "..") {
+            continue;
+        }
+        if (::stat((prefix + name).c_str(), &st) != 0) {
+            directory.dangling.push_back(prefix + name);
+        } else if (!S_ISDIR(st.st_mode)) {
+            directory.files.push_back(prefix + name);
+        }
+        errno = 0;
+    }
+    if (errno != 0) {
+        complain(path, std::strerror(errno));
+        return false;
+    }
+    std::sort(directory.files.begin(), directory.files.end());
+    std::sort(directory.dangling.begin(), directory.dangling.end());
+    return true;
+}
+
+std::unique_ptr<CheckedFile> readFile(const std::string& path, FileKind kind, root_tbl& root) {
+    auto file = std::make_unique<CheckedFile>();
+    const bool is_input = path == STANDARD_INPUT;
+    file->name = is_input ? "<stdin>" : path;
+    file->kind = kind;
+    file->installed = !is_input && (path == installedConfiguration() ||
+                                    path.starts_with(installedPatterns() + "/"));
+    std::string reason;
+    if (!(is_input ? file->source.openStandardInput() : file->source.open(path.c_str()))) {
+        reason = file->source.error();
+    } else if (readChecked(*file, root, reason)) {
+        return file;
+    }
+    complain(file->name, reason);
+    return nullptr;
+}

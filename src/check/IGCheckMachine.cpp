@@ -1,0 +1,209 @@
+#include "check/IGCheckMachine.h"
+
+#include <glob.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "check/IGCheckTool.h"
+#include "common/base/IGGuards.h"
+#include "common/file/IGCmnDir.h"
+#include "common/file/IGSource.h"
+#include "ini/IGIniTable.h"
+
+namespace {
+
+// Whether nothing has this name. A name that cannot be looked up may exist.
+bool isMissing(const std::string& path) {
+    struct stat st = {};
+    return ::stat(path.c_str(), &st) != 0 && leadsNowhere(errno);
+}
+
+bool isProgram(const std::string& path) {
+    struct stat st = {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 0111) != 0;
+}
+
+// Whether others than root can change an entry of the file system.
+bool isWritable(const std::string& path) {
+    struct stat st = {};
+    return ::stat(path.c_str(), &st) == 0 && !isRootsOwn(st);
+}
+
+std::string realPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    std::string result = resolved == nullptr ? path : resolved;
+    std::free(resolved);  // NOLINT(cppcoreguidelines-no-malloc): realpath allocates it
+    return result;
+}
+
+bool matchesShell(const std::string& wildcard) {
+    glob_t found = {};
+    const int result = ::glob(wildcard.c_str(), GLOB_NOSORT | GLOB_NOESCAPE, nullptr, &found);
+    ::globfree(&found);
+    return result != GLOB_NOMATCH;
+}
+
+// Whether an entry of the directory matches the last component; true when it cannot be read.
+bool hasMatch(const std::string& path) {
+    const DirGuard directory(::opendir(parentOf(path).c_str()));
+    if (!directory) {
+        return !leadsNowhere(errno);
+    }
+    const std::string wildcard = path.substr(path.rfind('/') + 1);
+    bool found = false;
+    readNames(directory.get(), "", wildcard.c_str(), [&found](const struct dirent&) {
+        found = true;
+        return false;
+    });
+    return found;
+}
+
+}  // namespace
+
+// The first directory on the path, from the root, that others than root can change; "" for none.
+const std::string& MachineCheck::writableAbove(const std::string& directory) {
+    const auto known = writable_.find(directory);
+    if (known != writable_.end()) {
+        return known->second;
+    }
+    std::string first = directory == "/" ? "" : writableAbove(parentOf(directory));
+    if (first.empty() && isWritable(directory)) {
+        first = directory;
+    }
+    return writable_.emplace(directory, first).first->second;
+}
+
+// As a shell expands a wildcard, or a data item its last component.
+bool MachineCheck::isThere(const std::string& wildcard, bool last_only) {
+    const auto known = there_.find(wildcard);
+    if (known != there_.end()) {
+        return known->second;
+    }
+    const bool there =
+        !isMissing(wildcard) || (last_only ? hasMatch(wildcard) : matchesShell(wildcard));
+    there_.emplace(wildcard, there);
+    return there;
+}
+
+// The path of the program that a command line runs; "" when it is missing.
+std::string MachineCheck::programOf(const ToolUse& use) {
+    const std::string& name = use.name.empty() ? use.words[0] : use.name;
+    if (use.name.empty()) {
+        return isProgram(name) ? name : "";
+    }
+    if (use.own) {
+        return isProgram(toolPath(name)) ? toolPath(name) : "";
+    }
+    const auto known = programs_.find(name);
+    if (known != programs_.end()) {
+        return known->second;
+    }
+    std::string path;
+    for (const std::string& directory : programDirectories()) {
+        if (path.empty() && isProgram(directory + "/" + name)) {
+            path = directory + "/" + name;
+        }
+    }
+    return programs_.emplace(name, path).first->second;
+}
+
+void MachineCheck::checkAbove(CheckedFile& file, TextPlace place, const std::string& path) {
+    if (const std::string& above = writableAbove(parentOf(path)); !above.empty()) {
+        file.warn(Warning::DIRECTORY_WRITABLE, place, {.detail = above});
+    }
+}
+
+void MachineCheck::checkProgram(CheckedFile& file, const PlacedValue& command,
+                                const std::string& path) {
+    const std::string real = realPath(path);
+    std::string changeable = writableAbove(parentOf(real));
+    if (changeable.empty() && isWritable(real)) {
+        changeable = real;
+    }
+    if (!changeable.empty()) {
+        file.warn(Warning::PROGRAM_WRITABLE, command.place, {.detail = real});
+    }
+}
+
+void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
+    const PlacedValue* command = item.find("COMMAND_LINE");
+    const PlacedValue* redirect = item.find("REDIRECT_PATH");
+    if (redirect != nullptr) {
+        const std::string path = normalPath(expanded(item.item->tool.redirect_path, root_));
+        if (!isInPatternDirectory(path)) {
+            checkAbove(file, redirect->place, path);
+        }
+    }
+    const ToolUse use =
+        command == nullptr ? ToolUse{} : toolOf(item.item->tool.command_line, root_);
+    if (use.words.empty() || use.words[0].find("%d%") != std::string::npos) {
+        return;
+    }
+    const bool not_asked =
+        (!use.needed.empty() &&
+         std::none_of(use.needed.begin(), use.needed.end(),
+                      [this](const std::string& path) { return isThere(path, false); })) ||
+        (!use.forbidden.empty() && isThere(use.forbidden, false));
+    if (not_asked) {
+        return;
+    }
+    const std::string program = programOf(use);
+    if (program.empty()) {
+        file.warn(Warning::PROGRAM_MISSING, command->place,
+                  {.detail = use.name.empty() ? use.words[0] : use.name});
+    } else {
+        checkProgram(file, *command, program);
+    }
+}
+
+void MachineCheck::checkData(CheckedFile& file, const PlacedItem& item) {
+    const PlacedValue* value = item.find("PATH_NAME");
+    if (value == nullptr) {
+        return;
+    }
+    const std::string path = normalPath(expanded(item.item->data.path_name, root_));
+    if (isInPatternDirectory(path)) {
+        return;
+    }
+    if (!isThere(path, true)) {
+        file.warn(Warning::PATH_UNMATCHED, value->place, {.detail = path});
+    }
+    checkAbove(file, value->place, path);
+}
+
+void MachineCheck::checkConfiguration(CheckedFile& file) {
+    for (const PlacedValue& value : file.values) {
+        struct stat st = {};
+        if (value.keyword == "QUENDIL_DATA_DIRECTORY" &&
+            (isMissing(root_.output_dir) ||
+             (::stat(root_.output_dir, &st) == 0 && !S_ISDIR(st.st_mode)))) {
+            file.warn(Warning::OUTPUT_MISSING, value.place, {.detail = root_.output_dir});
+        }
+    }
+}
+
+// A file that a run reads: who can change it can run any program as root.
+void MachineCheck::checkFile(CheckedFile& file) {
+    const std::string real = realPath(file.name);
+    if (isWritable(real) || !writableAbove(parentOf(real)).empty()) {
+        file.warn(Warning::FILE_WRITABLE, {});
+    }
+}
+
+void MachineCheck::warn(CheckedFile& file) {
+    if (file.installed) {
+        checkFile(file);
+    }
+    if (file.kind == FileKind::CONFIGURATION) {
+        checkConfiguration(file);
+    }
+    for (const PlacedBlock& block : file.blocks) {
+        for (const PlacedItem& item : block.items) {
+            item.item->kind == ITEM_TOOL ? checkTool(file, item) : checkData(file, item);
+        }
+    }
+}
