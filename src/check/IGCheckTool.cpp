@@ -19,6 +19,7 @@ constexpr std::int64_t MIB = std::int64_t{1} << 20U;
 constexpr std::int64_t RUN_MIB = 20;    // what "run" lets a program print without -l
 constexpr std::int64_t SHOW_MIB = 5;    // what "show" prints of each file without -l
 constexpr std::int64_t SHOW_FILES = 4;  // and of all files: that many times as much
+constexpr std::int64_t NO_LIMIT = -1;
 constexpr const char* OWN_DIRECTORY = "%d%";
 
 std::vector<std::string> wordsOf(const std::string& command_line) {
@@ -81,8 +82,12 @@ class Options {
     std::string value_;
 };
 
+// A number of MiB in bytes; no limit for what is none, which the command refuses.
 std::int64_t mibOf(const std::string& text) {
-    return std::strtoll(text.c_str(), nullptr, 10) * MIB;
+    constexpr std::size_t MOST_DIGITS = 6;
+    const bool number = !text.empty() && text.size() <= MOST_DIGITS &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+    return number ? std::strtoll(text.c_str(), nullptr, 10) * MIB : NO_LIMIT;
 }
 
 void readRun(ToolUse& use) {
@@ -120,7 +125,7 @@ void readShow(ToolUse& use) {
     for (char option = options.next(); option != 0; option = options.next()) {
         most = option == 'l' ? mibOf(options.value()) : most;
     }
-    use.most_bytes = most * SHOW_FILES;
+    use.most_bytes = most == NO_LIMIT ? NO_LIMIT : most * SHOW_FILES;
 }
 
 }  // namespace
