@@ -1,5 +1,5 @@
 # What is installed, with owners and modes that do not depend on the umask. All directories are fixed: the
-# prefix is ignored, DESTDIR is not.
+# prefix is ignored, DESTDIR is not. The component tools is what belongs to the companion commands.
 set(QUENDIL_PROGRAM_DIR /opt/norvale/quendil)
 set(QUENDIL_VARIABLE_DIR /var/opt/norvale/quendil)
 set(QUENDIL_CONFIG_DIR /etc/opt/norvale/quendil)
@@ -46,8 +46,7 @@ file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
 install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
   PERMISSIONS ${world_readable_file})
 
-# The companion commands are a package of their own.
-install(TARGETS quendil-check RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
+install(TARGETS ${QUENDIL_COMPANIONS} RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
   PERMISSIONS ${world_readable_directory} COMPONENT tools)
 
 # An existing configuration file is kept: it may have been edited.
@@ -76,14 +75,30 @@ install(CODE "
   endif()
 ")
 
-# Manual pages and completion are where man and bash search for them.
+# Sets `component` to that of a manual page or a completion: the names of companion commands begin alike.
+function(find_component file)
+  get_filename_component(name ${file} NAME)
+  if(name MATCHES "^quendil-")
+    set(component tools PARENT_SCOPE)
+  else()
+    set(component Unspecified PARENT_SCOPE)
+  endif()
+endfunction()
+
+# Manual pages and completions are where man and bash search for them.
 set(QUENDIL_SHARE_DIR /usr/share)
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*)
 foreach(page ${pages})
   get_filename_component(section ${page} LAST_EXT)
   string(REPLACE . man section ${section})
+  find_component(${page})
   install(FILES ${page} DESTINATION ${QUENDIL_SHARE_DIR}/man/${section}
-    PERMISSIONS ${world_readable_file})
+    PERMISSIONS ${world_readable_file} COMPONENT ${component})
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/completions/quendil.bash RENAME quendil
-  DESTINATION ${QUENDIL_SHARE_DIR}/bash-completion/completions PERMISSIONS ${world_readable_file})
+file(GLOB completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/*.bash)
+foreach(completion ${completions})
+  get_filename_component(command ${completion} NAME_WLE)
+  find_component(${completion})
+  install(FILES ${completion} RENAME ${command} DESTINATION ${QUENDIL_SHARE_DIR}/bash-completion/completions
+    PERMISSIONS ${world_readable_file} COMPONENT ${component})
+endforeach()

@@ -1,6 +1,8 @@
-# The packages that cpack makes of an installation: .deb and .rpm. cpack -R sets another version: packages
-# of two versions show that an upgrade works.
+# The packages that cpack makes of an installation: .deb and .rpm. CPackConfig.cmake describes quendil, and
+# CPackToolsConfig.cmake, which is made of cmake/CPackToolsConfig.cmake.in, what quendil-tools has otherwise.
+# cpack -R sets another version: packages of two versions show that an upgrade works.
 set(CPACK_PACKAGE_NAME quendil)
+set(CPACK_INSTALL_CMAKE_PROJECTS "${PROJECT_BINARY_DIR};quendil;Unspecified;/")
 set(CPACK_PACKAGE_VENDOR "quendil project")
 set(CPACK_PACKAGE_CONTACT "quendil project <quendil@quendil.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "collect system information for troubleshooting")
@@ -29,6 +31,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "tar, gzip")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS quendil-tools)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
@@ -39,11 +42,13 @@ set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
 # The tree is already stripped and compressed, build IDs get no links outside of our directories, and the same
 # tree gives the same package.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%global __os_install_post %{nil}
+set(rpm_settings "%global __os_install_post %{nil}
 %global _build_id_links none
 %global _buildhost localhost
 %global use_source_date_epoch_as_buildtime 1
 %global clamp_mtime_to_source_date_epoch 1")
+# CPack has no variable for what an rpm recommends.
+set(CPACK_RPM_SPEC_MORE_DEFINE "${rpm_settings}\nRecommends: quendil-tools")
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/preun)
 set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttrans)
 # Directories of the system, which the rpm would own otherwise.
@@ -54,3 +59,5 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
 
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 include(CPack)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/CPackToolsConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/CPackToolsConfig.cmake @ONLY)

@@ -1,5 +1,5 @@
 # cpack and scripts/support.sh run this on an installed tree, before they make a package of it. It adds what
-# only packages have.
+# only packages have. The tree is that of quendil, of quendil-tools, or for the archive of both.
 set(tree ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 set(source ${CPACK_QUENDIL_SOURCE_DIR})
 set(readable OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
@@ -9,15 +9,33 @@ function(compress file)
   execute_process(COMMAND gzip -9n ${file} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# On root's path.
-file(MAKE_DIRECTORY ${tree}/usr/sbin)
-file(CREATE_LINK /opt/norvale/quendil/bin/quendil ${tree}/usr/sbin/quendil SYMBOLIC)
+# Puts a program on the path, in this directory.
+function(link program directory)
+  file(MAKE_DIRECTORY ${tree}${directory})
+  file(CREATE_LINK /opt/norvale/quendil/bin/${program} ${tree}${directory}/${program} SYMBOLIC)
+endfunction()
 
-set(documents ${tree}/usr/share/doc/quendil)
-file(COPY ${source}/packaging/copyright ${source}/CHANGELOG.md
-  DESTINATION ${documents} FILE_PERMISSIONS ${readable})
-file(RENAME ${documents}/CHANGELOG.md ${documents}/NEWS)
-compress(${documents}/NEWS)
+# Adds the documents of a package.
+function(document package)
+  set(documents ${tree}/usr/share/doc/${package})
+  file(COPY ${source}/packaging/copyright ${source}/CHANGELOG.md
+    DESTINATION ${documents} FILE_PERMISSIONS ${readable})
+  file(RENAME ${documents}/CHANGELOG.md ${documents}/NEWS)
+  compress(${documents}/NEWS)
+endfunction()
+
+# Only root can run quendil; every user can run the companion commands.
+if(EXISTS ${tree}/opt/norvale/quendil/bin/quendil)
+  link(quendil /usr/sbin)
+  document(quendil)
+endif()
+file(GLOB companions RELATIVE ${tree}/opt/norvale/quendil/bin ${tree}/opt/norvale/quendil/bin/quendil-*)
+foreach(companion ${companions})
+  link(${companion} /usr/bin)
+endforeach()
+if(companions)
+  document(quendil-tools)
+endif()
 
 file(GLOB pages ${tree}/usr/share/man/*/*[0-9])
 foreach(page ${pages})
@@ -35,10 +53,15 @@ if(CPACK_GENERATOR STREQUAL "RPM")
   set(CPACK_ABSOLUTE_DESTINATION_FILES)  # each of them would become configuration
   list(TRANSFORM configuration PREPEND "%config(noreplace) ")
   set(CPACK_RPM_USER_FILELIST ${configuration})
-elseif(CPACK_GENERATOR STREQUAL "DEB")
+elseif(CPACK_GENERATOR STREQUAL "DEB" AND configuration)
   list(JOIN configuration "\n" conffiles)
   set(control ${CPACK_TOPLEVEL_DIRECTORY}/control)
   file(WRITE ${control}/conffiles "${conffiles}\n")
   file(GLOB scripts ${source}/packaging/deb/*)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/conffiles ${scripts})
+endif()
+
+if(CPACK_PACKAGE_NAME STREQUAL "quendil-tools")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "quendil (>= ${CPACK_PACKAGE_VERSION})")
+  set(CPACK_RPM_PACKAGE_REQUIRES "quendil >= ${CPACK_PACKAGE_VERSION}")
 endif()

@@ -72,16 +72,19 @@ package_time() {
     git --git-dir=.git log -1 --format=%ct 2>/dev/null || date -r CHANGELOG.md +%s
 }
 
-# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes a package of the portable preset, in a temporary
-# directory: the path of this one may contain a blank, which rpmbuild does not accept.
+# make_package GENERATOR DIRECTORY [CPACK-OPTION...]: makes the packages quendil and quendil-tools of the
+# portable preset, in a temporary directory: the path of this one may contain a blank, which rpmbuild does not
+# accept.
 make_package() {
     generator=$1
     directory=$2
     shift 2
     tree=$(mktemp -d)
     trap 'rm -rf "$tree"' EXIT
-    quietly build/package.log cpack --config build/portable/CPackConfig.cmake -G "$generator" \
-        -B "$tree" "$@"
+    for config in CPackConfig CPackToolsConfig; do
+        quietly build/package.log cpack --config "build/portable/$config.cmake" -G "$generator" \
+            -B "$tree" "$@"
+    done
     mkdir -p "$directory"
     mv "$tree"/quendil* "$directory/"
     rm -rf "$tree"
@@ -102,7 +105,7 @@ make_archive() {
     uname -m >"$tree/$name/machine"
     # The list of what it installs, with modes; of the directories, only its own. No pipes: a failure of
     # their first program would go unnoticed.
-    (cd "$tree/$name/root" && find . -type d \( -path '*/norvale*' -o -path '*/doc/quendil' \) \
+    (cd "$tree/$name/root" && find . -type d \( -path '*/norvale*' -o -path '*/doc/quendil*' \) \
         -printf 'd %m /%P\n' -o -type f -printf 'f %m /%P\n' -o -type l -printf 'l %l /%P\n') >"$tree/list"
     LC_ALL=C sort -k 3 "$tree/list" >"$tree/$name/list"
     tar -c -C "$tree" --format=ustar --sort=name --owner=root:0 --group=root:0 \
@@ -112,7 +115,7 @@ make_archive() {
     rm -rf "$tree"
 }
 
-# Makes both packages and the archive in build/packages, and removes earlier ones.
+# Makes all packages and the archive in build/packages, and removes earlier ones.
 make_packages() {
     say "making packages"
     rm -rf build/packages

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs quendil from this unpacked archive into its fixed directories, or upgrades such an installation. An
-# upgrade keeps edited configuration and pattern files. It asks no questions.
+# Installs quendil and its companion commands from this unpacked archive into their fixed directories, or
+# upgrades such an installation. An upgrade keeps edited configuration and pattern files. It asks no questions.
 # usage: ./install.sh [--uninstall]    (with DESTDIR in the environment: below that directory)
 # With --uninstall it keeps collected data, logs, and edited and added files, and prints where they are.
 set -eu
@@ -140,8 +140,8 @@ uninstall_all() {
     done
     keep "$variable/data" "collected data"
     keep "$variable/log" "logs"
-    for directory in "$program" "$settings" "$variable" /usr/share/doc/quendil /opt/norvale \
-        /etc/opt/norvale /var/opt/norvale; do
+    for directory in "$program" "$settings" "$variable" /usr/share/doc/quendil \
+        /usr/share/doc/quendil-tools /opt/norvale /etc/opt/norvale /var/opt/norvale; do
         rmdir "$root$directory" 2>/dev/null || true
     done
     say "quendil is removed"

@@ -1,18 +1,20 @@
 #include "check/IGCheckFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "common/base/IGOpen.h"
 #include "ini/IGIniReadCompDef.h"
 #include "ini/IGIniReadPtn.h"
 
 namespace {
 
-constexpr std::size_t LINE_WINDOW = 1100;     // bytes: more than a pattern's line may have
-constexpr std::int32_t MOST_SKIPPED = 10000;  // lines of a block that is not known
-constexpr const char* BLANKS = " \t\r";
+constexpr std::size_t LINE_WINDOW = 1100;  // bytes: more than a pattern's line may have
+constexpr int MOST_SKIPPED = 10000;        // lines of a block that is not known
+constexpr const char* BLANKS = " \t\r\n";
 
 std::string trimmed(const std::string& line) {
     const std::size_t begin = line.find_first_not_of(BLANKS);
@@ -74,25 +76,26 @@ class FileObserver final : public IniObserver {
         }
     }
 
-    // Whether the file has no line of this number.
-    bool isPastEnd(std::int32_t line) {
-        return file_.source.offsetOf(line) == file_.source.offsetOf(line + 1);
-    }
-
     // The line after the block that the line before `line` opens; `line` when it opens none, or
     // one that is not closed soon.
     std::int32_t afterBlock(std::int32_t line) {
-        const SourceText::Position begin = file_.source.position();
+        const FileGuard stream(file_.source.streamFrom(file_.source.offsetOf(line - 1)));
+        std::array<char, LINE_WINDOW> text{};
         int depth = 0;
-        for (std::int32_t next = line - 1; next < line + MOST_SKIPPED && !isPastEnd(next); ++next) {
-            const std::string text = trimmed(file_.source.line(next, 0, LINE_WINDOW));
-            depth += !text.empty() && text.back() == '{' ? 1 : 0;
-            depth -= !text.empty() && text.front() == '}' ? 1 : 0;
-            if (depth <= 0) {
-                return next + 1;
+        std::int32_t next = line - 1;
+        for (int lines = 0; stream && lines < MOST_SKIPPED; ++lines) {
+            const std::size_t length = readTextLine(stream.get(), text.data(), text.size());
+            if (length == 0) {
+                return line;
+            }
+            const std::string bare = trimmed({text.data(), length});
+            depth += !bare.empty() && bare.back() == '{' ? 1 : 0;
+            depth -= !bare.empty() && bare.front() == '}' ? 1 : 0;
+            next += text[length - 1] == '\n' ? 1 : 0;
+            if (depth <= 0 && text[length - 1] == '\n') {
+                return next;
             }
         }
-        file_.source.setPosition(begin);
         return line;
     }
 
@@ -111,17 +114,17 @@ void settlePlace(CheckedFile& file, TextPlace& place, const std::string& token) 
             column += line[at] == '\r' ? 1U : 0U;
         }
     }
-    const std::size_t found = token.empty() ? line.npos : line.find(token, column - 1);
-    place.column = static_cast<std::int32_t>(found == line.npos ? column : found + 1);
+    const std::size_t found = token.empty() ? std::string::npos : line.find(token, column - 1);
+    place.column = static_cast<std::int32_t>(found == std::string::npos ? column : found + 1);
 }
 
 // A line that the end of the file interrupts is not read, unless it is a closing brace.
 void warnOfLostLine(CheckedFile& file) {
     const std::string line = trimmed(file.source.unfinishedLine());
     const bool lost =
-        !line.empty() && line[0] != '#' && line.find_first_not_of("} \t\r") != line.npos;
+        !line.empty() && line[0] != '#' && line.find_first_not_of("} \t\r") != std::string::npos;
     if (lost) {
-        file.warn(Warning::LINE_LOST, {});
+        file.warn(Warning::LINE_LOST, {file.source.lastLine(), 1});
     }
 }
 

@@ -21,6 +21,12 @@ const char* noteOf(Refusal reason) {
     }
 }
 
+// A word of the file, which may be a whole line.
+std::string shortened(std::string_view word) {
+    constexpr std::size_t MOST = 40;
+    return std::string(word.substr(0, MOST)) + (word.size() > MOST ? "..." : "");
+}
+
 // Where a keyword belongs.
 std::string whereOf(std::string_view block) {
     return block == "top" ? "at the top of the file, outside of every block"
@@ -41,16 +47,17 @@ std::string messageOf(const Rule& rule, const Blanks& blanks) {
 Finding findingOf(const Mistake& mistake) {
     const Rule& rule = ruleOf(mistake.reason);
     const bool misplaced = mistake.reason == Refusal::KEYWORD_MISPLACED;
-    const std::string detail = misplaced ? whereOf(mistake.detail) : std::string(mistake.detail);
-    Finding finding{
-        .rule = &rule,
-        .place = mistake.place,
-        .text = messageOf(rule, {mistake.keyword, detail, mistake.lowest, mistake.limit}),
-        .note_place = {},
-        .note = {},
-        .token = {}};
-    if (mistake.reason == Refusal::SPECIAL_STRING_UNKNOWN) {
-        finding.token = detail;
+    const std::string keyword = shortened(mistake.keyword);
+    const std::string detail = misplaced ? whereOf(mistake.detail) : shortened(mistake.detail);
+    Finding finding{.rule = &rule,
+                    .place = mistake.place,
+                    .text = messageOf(rule, {keyword, detail, mistake.lowest, mistake.limit}),
+                    .note_place = {},
+                    .note = {},
+                    .token = {}};
+    if (mistake.reason == Refusal::SPECIAL_STRING_UNKNOWN ||
+        mistake.reason == Refusal::SPECIAL_STRING_UNCLOSED) {
+        finding.token = mistake.detail;
     }
     if (mistake.other.line != 0) {
         finding.note_place = mistake.other;

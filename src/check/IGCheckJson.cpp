@@ -30,7 +30,7 @@ class ListWriter {
 // One object with the findings and their number.
 class JsonReport final : public Report {
   public:
-    void begin() override { std::fputs("{\"version\": 1, \"findings\": [", stdout); }
+    void begin() override { std::fputs(R"({"version": 1, "findings": [)", stdout); }
 
     void add(CheckedFile& file) override {
         for (const Finding& finding : file.findings) {

@@ -102,13 +102,14 @@ std::string MachineCheck::programOf(const ToolUse& use) {
     if (known != programs_.end()) {
         return known->second;
     }
-    std::string path;
+    const std::string tail = "/" + name;
     for (const std::string& directory : programDirectories()) {
-        if (path.empty() && isProgram(directory + "/" + name)) {
-            path = directory + "/" + name;
+        std::string path = directory + tail;
+        if (isProgram(path)) {
+            return programs_.emplace(name, path).first->second;
         }
     }
-    return programs_.emplace(name, path).first->second;
+    return programs_.emplace(name, "").first->second;
 }
 
 void MachineCheck::checkAbove(CheckedFile& file, TextPlace place, const std::string& path) {
@@ -138,8 +139,10 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
             checkAbove(file, redirect->place, path);
         }
     }
-    const ToolUse use =
-        command == nullptr ? ToolUse{} : toolOf(item.item->tool.command_line, root_);
+    if (command == nullptr) {
+        return;
+    }
+    const ToolUse use = toolOf(item.item->tool.command_line, root_);
     if (use.words.empty() || use.words[0].find("%d%") != std::string::npos) {
         return;
     }

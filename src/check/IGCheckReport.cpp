@@ -123,7 +123,8 @@ std::string shown(const std::string& text) {
         const std::string part = text.substr(begin, end - begin);
         std::string out(IgCmnMsgPrintableSize(part.c_str(), Tabs::KEPT), '\0');
         IgCmnMsgPrintable(part.c_str(), out.data(), out.size(), Tabs::KEPT);
-        result += out.c_str();
+        out.pop_back();  // the NUL at its end
+        result += out;
         result += end < text.size() ? "\\000" : "";
         begin = end + 1;
     }

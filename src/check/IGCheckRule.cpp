@@ -40,7 +40,7 @@ constexpr Rule RULES[] = {
     {"special-string-unclosed", Level::ERROR, "% without its closing %; %% is a percent sign"},
     {"number-invalid", Level::ERROR, "not a plain whole number"},
     {"number-range", Level::ERROR, "the number is not between {lowest} and {limit}"},
-    {"path-relative", Level::ERROR, "not a full path"},
+    {"path-relative", Level::ERROR, "not a full path, which begins with /"},
     {"switch-invalid", Level::ERROR, "ON or OFF is expected"},
 
     {"line-lost", Level::WARNING, "the last line has no line feed: it is not read"},
@@ -55,8 +55,7 @@ constexpr Rule RULES[] = {
     {"output-outside", Level::WARNING, "outside of the pattern's directory %d%"},
     {"path-secret", Level::WARNING, "{detail} may contain secrets"},
     {"value-carriage-return", Level::WARNING, "the value ends with a carriage return (CR LF)"},
-    {"file-leftover", Level::WARNING,
-     "the name of a backup or leftover: a run reads this file too"},
+    {"file-leftover", Level::WARNING, "the name of a backup: a run reads it all the same"},
     {"link-dangling", Level::ERROR, "a link to nothing: no run starts while it is here"},
     {"program-missing", Level::WARNING, "{detail} is not on this machine"},
     {"program-writable", Level::WARNING, "root runs {detail}, which others can change"},

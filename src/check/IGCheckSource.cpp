@@ -110,6 +110,11 @@ std::string SourceText::line(std::int32_t number, std::size_t first, std::size_t
     return text.substr(0, text.find('\n'));
 }
 
+std::int32_t SourceText::lastLine() {
+    offsetOf(INT32_MAX);
+    return found_.line;
+}
+
 std::string SourceText::unfinishedLine() {
     struct stat st = {};
     if (::fstat(fd_.get(), &st) != 0) {

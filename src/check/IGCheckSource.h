@@ -25,15 +25,10 @@ class SourceText {
     std::FILE* streamFrom(off_t offset);
     /// The offset of a line, counted from 1; of the end of the file when there are fewer lines.
     off_t offsetOf(std::int32_t line);
-    /// Where the lines found last are: a search for a later line begins there.
-    struct Position {
-        std::int32_t line = 1;
-        off_t offset = 0;
-    };
-    [[nodiscard]] Position position() const { return found_; }
-    void setPosition(const Position& position) { found_ = position; }
     /// A line without its line feed, at most `most` bytes of it from its byte `first` on.
     std::string line(std::int32_t number, std::size_t first, std::size_t most);
+    /// The number of the last line; one more than there are when a line feed ends the file.
+    std::int32_t lastLine();
     /// The last line, when no line feed ends it, at most 1 KiB of it; "" else.
     std::string unfinishedLine();
 
@@ -43,6 +38,11 @@ class SourceText {
 
     FdGuard fd_;
     std::string error_;
+    // The line found last: a search for a later one begins there.
+    struct Position {
+        std::int32_t line = 1;
+        off_t offset = 0;
+    };
     Position found_;
 };
 

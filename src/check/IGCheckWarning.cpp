@@ -65,9 +65,18 @@ class PatternCheck {
         } else if (value.value.empty()) {
             file_.warn(Warning::KEYWORD_UNUSED, value.keyword_place,
                        {value.keyword, ": its value is empty"});
-        } else if (value.joined) {
+        } else if (value.joined && !continues(value)) {
             file_.warn(Warning::COMMENT_ADJACENT, value.keyword_place);
         }
+    }
+
+    // Whether the value's comment is known as the cause of an error.
+    [[nodiscard]] bool continues(const PlacedValue& value) const {
+        const Rule* rule = &ruleOf(Refusal::COMMENT_JOINED);
+        return std::any_of(
+            file_.findings.begin(), file_.findings.end(), [&](const Finding& finding) {
+                return finding.rule == rule && finding.note_place.line == value.place.line;
+            });
     }
 
     void checkBlock(const PlacedBlock& block) {

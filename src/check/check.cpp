@@ -43,7 +43,7 @@ class Check {
         for (const char* operand : options_.operands) {
             struct stat st = {};
             const bool is_directory = ::stat(operand, &st) == 0 && S_ISDIR(st.st_mode);
-            is_directory ? checkDirectory(operand) : checkFile(operand, FileKind::PATTERN);
+            is_directory ? checkDirectory(operand) : checkFile(operand, kindOf(operand));
         }
         report_->end(totals_);
         return status();
@@ -61,6 +61,14 @@ class Check {
         }
     }
 
+    // A file with the name of the installed configuration is one.
+    static FileKind kindOf(const std::string& path) {
+        const bool same = nameOf(path) == nameOf(installedConfiguration());
+        return same ? FileKind::CONFIGURATION : FileKind::PATTERN;
+    }
+
+    static std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
     void checkFile(const std::string& path, FileKind kind, bool in_directory = false) {
         const auto file = readFile(path, kind, root_);
         if (file == nullptr) {
@@ -72,7 +80,7 @@ class Check {
         } else {
             warnOfConfiguration(*file);
         }
-        if (in_directory && isLeftover(path.substr(path.rfind('/') + 1))) {
+        if (in_directory && isLeftover(nameOf(path))) {
             file->warn(Warning::FILE_LEFTOVER, {});
         }
         if (!options_.offline) {

@@ -231,13 +231,17 @@ char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_
                            : replaceOrCheck(Segment<wchar_t>(wide), flag, root, memoryp, status);
 }
 
-std::string_view unknownSpecialStr(const char* text) {
-    std::string_view unknown;
+BadSpecialStr findBadSpecialStr(std::string_view text) {
+    BadSpecialStr bad{false, {}};
     splitAtPercent(
-        Segment<char>(text), [](Segment<char>) { return true; },
-        [&unknown](Segment<char> segment) {
-            unknown = isKnown(segment) ? unknown : segment;
-            return unknown.empty();
+        text,
+        [&bad](Segment<char> segment) {
+            bad.text = segment;  // the last one is what follows the last special string
+            return true;
+        },
+        [&bad](Segment<char> segment) {
+            bad = {!isKnown(segment), segment};
+            return !bad.is_closed;
         });
-    return unknown;
+    return bad;
 }

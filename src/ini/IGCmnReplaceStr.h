@@ -33,8 +33,12 @@ char* IgCmnRepSpecialStr(const char* name, int flag, const root_tbl* root, memor
 char* IgCmnReplaceStrs(const char* text, int flag, const root_tbl* root, memory_pool* memoryp,
                        int* status);
 
-/// Of a text that fails the check: the name of its first unknown special string, with the leading
-/// "%"; "" when its last "%" is not closed.
-std::string_view unknownSpecialStr(const char* text);
+/// Why a text fails the check.
+struct BadSpecialStr {
+    bool is_closed;         // an unknown name; else a "%" without its closing one
+    std::string_view text;  // from the "%" up to the closing one, or to the end
+};
+/// Finds the first mistake of a text that fails the check.
+BadSpecialStr findBadSpecialStr(std::string_view text);
 
 #endif

@@ -44,9 +44,9 @@ enum class Refusal : std::uint8_t {
     VALUE_BLANK,  ///< a blank outside of quotes
     VALUE_MARK,   ///< one of = { } % outside of quotes
     VALUE_EMPTY,
-    VALUE_TOO_LONG,          ///< `limit` is the longest length in bytes
-    SPECIAL_STRING_UNKNOWN,  ///< `detail` is its name with the leading "%"
-    SPECIAL_STRING_UNCLOSED,
+    VALUE_TOO_LONG,           ///< `limit` is the longest length in bytes
+    SPECIAL_STRING_UNKNOWN,   ///< `detail` is its name with the leading "%"
+    SPECIAL_STRING_UNCLOSED,  ///< `detail` is the text from the "%" on
     NUMBER_INVALID,
     NUMBER_RANGE,  ///< outside of `lowest` to `limit`
     PATH_RELATIVE,

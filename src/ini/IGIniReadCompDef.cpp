@@ -65,21 +65,23 @@ TextPlace placeOf(const Context& context, const char* at) {
 
 // Tells the observer, if there is one, why the file is refused. A carriage return belongs to the
 // value and is invisible: it is named as the reason.
-Outcome refuse(Context& context, Refusal reason, const char* at, long limit = 0) {
+Outcome refuse(Context& context, Mistake mistake, const char* at) {
     IniObserver* observer = context.root->observer;
+    const bool is_character = mistake.reason == Refusal::CHARACTER_INVALID;
     if (observer != nullptr) {
         const char* end =
             std::strchr(context.value == nullptr ? context.line : context.value, '\r');
-        Mistake mistake{.reason = reason,
-                        .place = placeOf(context, at),
-                        .keyword = context.key,
-                        .limit = limit};
-        if (end != nullptr && end[1] == '\0' && reason != Refusal::CHARACTER_INVALID) {
-            mistake = {.reason = Refusal::CARRIAGE_RETURN, .place = placeOf(context, end)};
-        }
+        const bool returns = end != nullptr && end[1] == '\0' && !is_character;
+        mistake.reason = returns ? Refusal::CARRIAGE_RETURN : mistake.reason;
+        mistake.place = placeOf(context, returns ? end : at);
+        mistake.keyword = context.key;
         context.goes_on = observer->refused(mistake);
     }
-    return reason == Refusal::CHARACTER_INVALID ? Outcome::SYNTAX_CHARACTER : Outcome::SYNTAX;
+    return is_character ? Outcome::SYNTAX_CHARACTER : Outcome::SYNTAX;
+}
+
+Outcome refuse(Context& context, Refusal reason, const char* at, long limit = 0) {
+    return refuse(context, Mistake{.reason = reason, .place = {}, .limit = limit}, at);
 }
 
 Outcome refuseValue(Context& context, Refusal reason, long limit = 0) {
@@ -87,8 +89,13 @@ Outcome refuseValue(Context& context, Refusal reason, long limit = 0) {
 }
 
 Outcome refuseSpecialStr(Context& context, const char* value) {
-    return refuseValue(context, unknownSpecialStr(value).empty() ? Refusal::SPECIAL_STRING_UNCLOSED
-                                                                 : Refusal::SPECIAL_STRING_UNKNOWN);
+    const BadSpecialStr bad = findBadSpecialStr(value);
+    return refuse(context,
+                  {.reason = bad.is_closed ? Refusal::SPECIAL_STRING_UNKNOWN
+                                           : Refusal::SPECIAL_STRING_UNCLOSED,
+                   .place = {},
+                   .detail = bad.text},
+                  context.value);
 }
 
 Outcome setDirectory(Context& context, const char* value) {
@@ -139,7 +146,9 @@ Outcome setMaxOutputSize(Context& context, const char* value) {
         return refuseValue(context, Refusal::NUMBER_INVALID);
     }
     if (number < -1 || number > INT_MAX) {
-        return refuseValue(context, Refusal::NUMBER_RANGE, INT_MAX);
+        return refuse(
+            context, {.reason = Refusal::NUMBER_RANGE, .place = {}, .lowest = -1, .limit = INT_MAX},
+            context.value);
     }
     // Only the plain form is accepted: no leading zero, no "+".
     std::array<char, 16> plain{};
@@ -182,11 +191,11 @@ Outcome readSetting(Context& context, char* line) {
         return refuse(context, Refusal::LINE_INVALID, line);
     }
     context.value = equal + 1;
+    context.key = {line, static_cast<std::size_t>(equal - line)};
     if (equal[1] == '\0' || equal[1] == ' ') {
         return refuseEmptyValue(context);
     }
     *equal = '\0';
-    context.key = line;
     const Key* key = findKey(line);
     if (key == nullptr) {
         return refuse(context, Refusal::KEYWORD_UNKNOWN, line);

@@ -136,9 +136,10 @@ struct Reader {
 // Tells the observer, if there is one, why the file is refused.
 Outcome refuse(Reader& reader, Mistake mistake, Outcome outcome = Outcome::SYNTAX) {
     if (reader.observer() != nullptr) {
-        if (reader.comment.line != 0 && mistake.place.line > reader.comment.line) {
-            mistake = {
-                .reason = Refusal::COMMENT_JOINED, .place = mistake.place, .other = reader.comment};
+        if (reader.comment.line != 0 && reader.word_place.line > reader.comment.line) {
+            mistake = {.reason = Refusal::COMMENT_JOINED,
+                       .place = reader.word_place,
+                       .other = reader.comment};
         }
         if (mistake.keyword.empty() && reader.keyword != nullptr) {
             mistake.keyword = reader.keyword->name;
@@ -594,13 +595,13 @@ Outcome closeContext(Reader& reader) {
 // --- values ---
 
 Outcome refuseSpecialStr(Reader& reader, const char* value) {
-    const std::string_view name = unknownSpecialStr(value);
+    const BadSpecialStr bad = findBadSpecialStr(value);
     const Outcome outcome = reader.keyword == FORMAT_VERSION ? Outcome::FORMAT : Outcome::SYNTAX;
     return refuse(reader,
-                  {.reason = name.empty() ? Refusal::SPECIAL_STRING_UNCLOSED
-                                          : Refusal::SPECIAL_STRING_UNKNOWN,
+                  {.reason = bad.is_closed ? Refusal::SPECIAL_STRING_UNKNOWN
+                                           : Refusal::SPECIAL_STRING_UNCLOSED,
                    .place = reader.value_place,
-                   .detail = name},
+                   .detail = bad.text},
                   outcome);
 }
 

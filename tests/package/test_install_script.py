@@ -27,6 +27,7 @@ PATTERN = "/etc/opt/norvale/quendil/pattern"
 ASIDE = "/etc/opt/norvale/quendil/aside"
 DATA = "/var/opt/norvale/quendil/data"
 LOG = "/var/opt/norvale/quendil/log"
+COMPANIONS = sorted(page.stem for page in (ROOT / "man").glob("quendil-*.8"))
 SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
 
 DEMO = pattern_text.pattern(pattern_text.tool("/bin/uname -s", "%d%/uname.txt"),
@@ -81,12 +82,13 @@ def test_the_archive_is_named_after_its_version_and_machine(archive: Path,
     assert own == {name, "install.sh", "list", "machine"}
 
 
-def test_the_archive_holds_what_the_deb_holds(members: list[tarfile.TarInfo]):
-    deb, = (BUILD / "packages").glob("*.deb")
+def test_the_archive_holds_what_the_debs_hold(members: list[tarfile.TarInfo]):
+    debs = list((BUILD / "packages").glob("*.deb"))
+    assert len(debs) == 2
     rows = re.findall(r"^(\S+) \S+ +\d+ \S+ \S+ \.(/.*?)(?: -> (.*))?$",
-                      output("dpkg-deb", "-c", deb), re.M)
-    in_deb = {name.rstrip("/"): (mode, target) for mode, name, target in rows if name != "/"}
-    assert tree_of(members) == in_deb
+                      "".join(output("dpkg-deb", "-c", deb) for deb in debs), re.M)
+    in_debs = {name.rstrip("/"): (mode, target) for mode, name, target in rows if name != "/"}
+    assert tree_of(members) == in_debs
 
 
 def test_the_same_commit_gives_the_same_archive(archive: Path, members: list[tarfile.TarInfo]):
@@ -203,6 +205,9 @@ def test_an_installation_on_a_bare_machine_collects(machine: Machine, archive: P
         status = machine.status(f"{TOP}{path}")
         assert (stat.filemode(status.st_mode), status.st_uid, status.st_gid) == (mode, 0, 0), path
         assert not target or os.readlink(machine.path(f"{TOP}{path}")) == target
+    assert COMPANIONS
+    for name in COMPANIONS:
+        root.script(f"/usr/bin/{name} --version", user=1000)
     root.file(f"{PATTERN}/99_own", DEMO)
     done = root.script("/usr/sbin/quendil -g demo", check=False)
     assert (done.status, done.stderr) == (0, ""), done
@@ -233,7 +238,8 @@ def test_an_upgrade_renews_what_is_not_edited_and_removes_what_is_no_longer_ship
     root.install()
     root.change(f"{PATTERN}/{SHIPPED[0]}", "# of the later version\n")
     root.change(CONFIG, "# of the later version\n")
-    for name in (f"{PATTERN}/{SHIPPED[1]}", "/opt/norvale/quendil/tool/each"):
+    gone = ("/opt/norvale/quendil/tool/each", f"/usr/bin/{COMPANIONS[0]}")
+    for name in (f"{PATTERN}/{SHIPPED[1]}", *gone):
         root.remove(f"/tmp/quendil/root{name}")
         text = root.read("/tmp/quendil/list")
         root.file("/tmp/quendil/list", re.sub(rf"^.* {name}\n", "", text, flags=re.M))
@@ -241,7 +247,7 @@ def test_an_upgrade_renews_what_is_not_edited_and_removes_what_is_no_longer_ship
     assert root.read(f"{PATTERN}/{SHIPPED[0]}") == "# of the later version\n"
     assert root.read(CONFIG) == "# of the later version\n"
     assert root.list(PATTERN) == [SHIPPED[0], *SHIPPED[2:]]
-    assert not root.exists("/opt/norvale/quendil/tool/each")
+    assert [name for name in gone if root.exists(name)] == []
     assert not root.exists(ASIDE)
 
 
@@ -294,7 +300,8 @@ def test_a_removal_without_data_leaves_nothing(root: BareRoot):
     root.file("/opt/norvale/quendil/bin/.quendil_hist.lck", "")
     assert root.uninstall() == "== quendil is removed\n"
     assert root.left() == []
-    assert [root.list(name) for name in ("/opt", "/etc/opt", "/var/opt")] == [[], [], []]
+    directories = ("/opt", "/etc/opt", "/var/opt", "/usr/share/doc")
+    assert [root.list(name) for name in directories] == [[], [], [], []]
 
 
 def test_a_removal_keeps_and_names_what_was_edited_added_collected_or_logged(root: BareRoot):

@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import os
 import re
+import stat
 import subprocess
 from pathlib import Path
 
@@ -26,8 +27,18 @@ DATA = "var/opt/norvale/quendil/data"
 LOG = "var/opt/norvale/quendil/log"
 
 SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
-PAGES = sorted(f"usr/share/man/man{page.suffix[1:]}/{page.name}.gz"
-               for page in (ROOT / "man").iterdir())
+COMPLETIONS = "usr/share/bash-completion/completions"
+
+
+def pages(pattern: str) -> list[str]:
+    """The installed manual pages whose names match, of the package that has them."""
+    return sorted(f"usr/share/man/man{page.suffix[1:]}/{page.name}.gz"
+                  for page in (ROOT / "man").glob(pattern))
+
+
+PAGES = pages("quendil[!-]*")
+#: The companion commands: each has a manual page.
+COMPANIONS = sorted(page.stem for page in (ROOT / "man").glob("quendil-*.8"))
 CONFFILES = [CONFIG, *(f"{PATTERN}/{name}" for name in SHIPPED)]
 
 #: Directories and links of the packages, with their modes and what links point to.
@@ -41,24 +52,47 @@ DIRECTORIES = {
 }
 LINK = ("usr/sbin/quendil", "/opt/norvale/quendil/bin/quendil")
 
+#: What quendil-tools has besides the directories of quendil and of the system.
+TOOLS = {
+    **{f"opt/norvale/quendil/bin/{name}": "-rwxr-xr-x" for name in COMPANIONS},
+    **{f"usr/bin/{name}": "lrwxrwxrwx" for name in COMPANIONS},
+    **{f"{COMPLETIONS}/{name}": "-rw-r--r--" for name in COMPANIONS},
+    "usr/share/doc/quendil-tools": "drwxr-xr-x",
+    "usr/share/doc/quendil-tools/NEWS.gz": "-rw-r--r--",
+    "usr/share/doc/quendil-tools/copyright": "-rw-r--r--",
+    **dict.fromkeys(pages("quendil-*"), "-rw-r--r--"),
+}
 
-def only(directory: Path, suffix: str) -> Path:
-    """The one package of a kind in a directory."""
-    found = list(directory.glob(f"*.{suffix}"))
+
+def only(directory: Path, suffix: str, package: str = "quendil") -> Path:
+    """The one file of a package in a directory."""
+    found = list(directory.glob(f"{package}[-_][0-9]*.{suffix}"))
     assert len(found) == 1, f"scripts/test makes the .{suffix} in {directory}; found {found}"
     return found[0]
 
 
 @pytest.fixture(scope="module")
 def deb() -> Path:
-    """The .deb."""
+    """The .deb of quendil."""
     return only(BUILD / "packages", "deb")
 
 
 @pytest.fixture(scope="module")
 def rpm() -> Path:
-    """The .rpm."""
+    """The .rpm of quendil."""
     return only(BUILD / "packages", "rpm")
+
+
+@pytest.fixture(scope="module")
+def tools_deb() -> Path:
+    """The .deb of the companion commands."""
+    return only(BUILD / "packages", "deb", "quendil-tools")
+
+
+@pytest.fixture(scope="module")
+def tools_rpm() -> Path:
+    """The .rpm of the companion commands."""
+    return only(BUILD / "packages", "rpm", "quendil-tools")
 
 
 def output(*command: str | Path) -> str:
@@ -67,8 +101,8 @@ def output(*command: str | Path) -> str:
 
 
 def shipped_files() -> dict[str, str]:
-    """Every regular file of the packages but those of the tool and template directories."""
-    plain = [*CONFFILES, *PAGES, "usr/share/bash-completion/completions/quendil",
+    """Every regular file of quendil's packages but those of the tool and template directories."""
+    plain = [*CONFFILES, *PAGES, f"{COMPLETIONS}/quendil",
              "usr/share/doc/quendil/copyright", "usr/share/doc/quendil/NEWS.gz"]
     return {PROGRAM: "-rwxr-xr-x", **dict.fromkeys(plain, "-rw-r--r--")}
 
@@ -100,6 +134,18 @@ def test_the_deb_holds_an_installation_and_nothing_else(deb: Path):
     assert own == DIRECTORIES
 
 
+def test_the_deb_of_the_tools_holds_the_companion_commands_and_nothing_else(tools_deb: Path):
+    entries = deb_entries(tools_deb)
+    assert COMPANIONS
+    assert {owner for _, owner, _, _ in entries} == {"root/root"}
+    others = {name for mode, _, name, _ in entries if mode == "drwxr-xr-x"} - set(TOOLS)
+    assert {name: mode for mode, _, name, _ in entries if name not in others} == TOOLS
+    assert {name for name in others if "norvale" in name} == {
+        "opt/norvale", "opt/norvale/quendil", "opt/norvale/quendil/bin"}
+    assert {name: target for _, _, name, target in entries if target} == {
+        f"usr/bin/{name}": f"/opt/norvale/quendil/bin/{name}" for name in COMPANIONS}
+
+
 def test_the_system_directories_of_the_deb_have_the_mode_of_the_system(deb: Path):
     others = {mode for mode, _, name, _ in deb_entries(deb)
               if mode.startswith("d") and name not in DIRECTORIES}
@@ -113,7 +159,18 @@ def test_the_deb_names_itself_and_what_it_needs(deb: Path):
     assert fields["Package"] == "quendil"
     assert fields["Architecture"] == output("dpkg", "--print-architecture").strip()
     assert fields["Depends"] == "tar, gzip"  # no version of the C library
+    assert fields["Recommends"] == "quendil-tools"
     assert fields["Maintainer"].endswith(".invalid>")
+
+
+@pytest.mark.parametrize("directory", ["packages", "packages-next"])
+def test_the_deb_of_the_tools_needs_quendil_of_its_version_or_a_later_one(directory: str):
+    text = output("dpkg-deb", "-f", only(BUILD / directory, "deb", "quendil-tools"))
+    fields = dict(re.findall(r"^(\S+): (.*)", text, re.M))
+    of_quendil = output("dpkg-deb", "-f", only(BUILD / directory, "deb"), "Version").strip()
+    assert (fields["Package"], fields["Version"]) == ("quendil-tools", of_quendil)
+    assert fields["Depends"] == f"quendil (>= {of_quendil})"
+    assert "Recommends" not in fields
 
 
 def test_configuration_and_patterns_are_marked_as_configuration_files(deb: Path, rpm: Path):
@@ -121,8 +178,18 @@ def test_configuration_and_patterns_are_marked_as_configuration_files(deb: Path,
     assert output("rpm", "-qp", "--configfiles", rpm).split() == [f"/{name}" for name in CONFFILES]
 
 
-def test_the_deb_has_no_path_of_the_machine_that_built_it(deb: Path, tmp_path: Path):
-    output("dpkg-deb", "-R", deb, tmp_path)
+def test_the_tools_have_no_configuration_and_none_of_the_scripts_of_quendil(
+        tools_deb: Path, tools_rpm: Path, tmp_path: Path):
+    output("dpkg-deb", "-e", tools_deb, tmp_path)
+    assert sorted(path.name for path in tmp_path.iterdir()) == ["control", "md5sums"]
+    assert output("rpm", "-qp", "--configfiles", tools_rpm) == ""
+    assert output("rpm", "-qp", "--qf", "%{PREUN} %{POSTTRANS}", tools_rpm) == "(none) (none)"
+
+
+@pytest.mark.parametrize("package", ["deb", "tools_deb"])
+def test_the_deb_has_no_path_of_the_machine_that_built_it(package: str, tmp_path: Path,
+                                                          request: pytest.FixtureRequest):
+    output("dpkg-deb", "-R", request.getfixturevalue(package), tmp_path)
     for path in tmp_path.rglob("*"):
         if path.is_file() and not path.is_symlink():
             assert os.fsencode(ROOT) not in path.read_bytes(), path
@@ -146,33 +213,60 @@ def test_the_rpm_holds_what_the_deb_holds(deb: Path, rpm: Path):
     assert set(entries) <= in_deb
 
 
+def test_the_rpm_of_the_tools_owns_no_directory_of_quendil_or_of_the_system(tools_rpm: Path):
+    rows = [line.split() for line in output("rpm", "-qp", "--dump", tools_rpm).splitlines()]
+    assert {(row[5], row[6]) for row in rows} == {("root", "root")}
+    assert {row[0].lstrip("/"): stat.filemode(int(row[4], 8)) for row in rows} == TOOLS
+    assert {row[0]: row[10] for row in rows if row[10] != "X"} == {
+        f"/usr/bin/{name}": f"/opt/norvale/quendil/bin/{name}" for name in COMPANIONS}
+
+
 def test_an_edited_configuration_file_outlives_an_upgrade_of_the_rpm(rpm: Path):
     flags = output("rpm", "-qp", "--qf", "[%{FILENAMES} %{FILEFLAGS:fflags}\n]", rpm).splitlines()
     marked = [line.split() for line in flags if "c" in line.partition(" ")[2]]
     assert marked == [[f"/{name}", "cn"] for name in CONFFILES]  # n: noreplace
 
 
+def needs(package: Path) -> set[str]:
+    """What an .rpm requires, besides what rpm itself must be able to do."""
+    lines = output("rpm", "-qp", "--requires", package).splitlines()
+    return {line for line in lines if not line.startswith("rpmlib(")}
+
+
 def test_the_rpm_names_itself_and_what_it_needs(rpm: Path):
     fields = "%{NAME} %{LICENSE} %{BUILDHOST}"
     assert output("rpm", "-qp", "--qf", fields, rpm) == "quendil Apache-2.0 localhost"
-    needs = output("rpm", "-qp", "--requires", rpm).splitlines()
-    assert {need for need in needs if not need.startswith("rpmlib(")} == {"/bin/sh", "tar", "gzip"}
+    assert needs(rpm) == {"/bin/sh", "tar", "gzip"}
+    assert output("rpm", "-qp", "--recommends", rpm) == "quendil-tools\n"
 
 
-def test_the_scripts_of_the_rpm_parse(rpm: Path):
+def test_the_rpm_of_the_tools_needs_quendil_of_its_version_or_a_later_one(rpm: Path,
+                                                                         tools_rpm: Path):
+    version = output("rpm", "-qp", "--qf", "%{VERSION}", rpm)
+    fields = "%{NAME} %{VERSION} %{LICENSE} %{BUILDHOST}"
+    assert output("rpm", "-qp", "--qf", fields, tools_rpm) == (
+        f"quendil-tools {version} Apache-2.0 localhost")
+    assert needs(tools_rpm) == {"/bin/sh", f"quendil >= {version}"}
+    assert output("rpm", "-qp", "--recommends", tools_rpm) == ""
+
+
+def test_the_scripts_of_the_rpms_parse(rpm: Path, tools_rpm: Path):
     text = output("rpm", "-qp", "--qf", "%{PREUN}\n%{POSTTRANS}\n", rpm)
     assert ".quendil.lck" in text and ".rpmnew" in text
+    text += output("rpm", "-qp", "--qf", "%{POSTUN}\n", tools_rpm)
+    assert "rmdir " in text
     subprocess.run(["/bin/sh", "-n"], input=text, text=True, check=True)
 
 
-def test_the_compressed_pages_are_those_of_the_tree(deb: Path, tmp_path: Path):
-    output("dpkg-deb", "-x", deb, tmp_path)
-    for page in PAGES:
+def test_the_compressed_pages_are_those_of_the_tree(deb: Path, tools_deb: Path, tmp_path: Path):
+    for package in (deb, tools_deb):
+        output("dpkg-deb", "-x", package, tmp_path)
+    for page in pages("*"):
         source = ROOT / "man" / Path(page).stem
         assert output("gzip", "-dc", tmp_path / page) == source.read_text()
 
 
-# ---- Installation of the .deb -------------------------------------------------------------------
+# ---- Installation of the .debs ------------------------------------------------------------------
 
 #: Packages that the database of the private root has, as the host has them; the first one owns the
 #: system's directories.
@@ -184,15 +278,20 @@ class PrivateRoot:
     """A root directory with a package database, in which packages are installed and run."""
 
     top = "/tmp/root"
+    programs = "programs"
 
     def __init__(self, machine: Machine) -> None:
         self._machine = machine
         for name in (*SYSTEM, "tmp", "var/lib/dpkg/info", "var/lib/dpkg/updates"):
             machine.directory(f"{self.top}/{name}")
-        for name in ("usr/bin", "usr/lib", "usr/lib64", "proc", "dev"):
+        for name, inside in (("usr/bin", self.programs), *((name, name) for name in (
+                "usr/lib", "usr/lib64", "proc", "dev"))):
             if os.path.isdir(f"/{name}"):
-                machine.directory(f"{self.top}/{name}")
-                machine.mount("--rbind", f"/{name}", f"{self.top}/{name}")
+                machine.directory(f"{self.top}/{inside}")
+                machine.mount("--rbind", f"/{name}", f"{self.top}/{inside}")
+        # Packages put links into this directory, so it cannot be the host's.
+        for name in os.listdir("/usr/bin"):
+            machine.link(f"{self.top}/usr/bin/{name}", f"/{self.programs}/{name}")
         for name in ("bin", "lib", "lib64", "sbin"):
             machine.link(f"{self.top}/{name}", f"usr/{name}")
         format_ = "${Package} ${Version} ${Architecture}\n"
@@ -207,38 +306,52 @@ class PrivateRoot:
             owned = (*SYSTEM, "etc/debian_version") if name == "base-files" else ()
             self.file(f"var/lib/dpkg/info/{name}.list", "".join(f"/{path}\n" for path in owned))
 
-    def dpkg(self, *arguments: str) -> Completed:
+    def dpkg(self, *arguments: str, check: bool = True) -> Completed:
         """dpkg on this root; it has no input."""
         return self._machine.exec(["/usr/bin/dpkg", f"--root={self.top}", "--log=/dev/null",
-                                   "--force-unsafe-io", *arguments])
+                                   "--force-unsafe-io", *arguments], check=check)
 
-    def install(self, package: Path, *options: str) -> Completed:
+    def install(self, package: Path, *options: str, check: bool = True) -> Completed:
         """Installs or upgrades."""
         inside = self._machine.install(package, f"/tmp/{package.name}", 0o644)
-        return self.dpkg(*options, "-i", inside)
+        return self.dpkg(*options, "-i", inside, check=check)
 
-    def rpm(self, *arguments: str) -> Completed:
-        """rpm on this root, whose package database knows none of the system's packages."""
-        return self._machine.exec(["/usr/bin/rpm", f"--root={self.top}", "--nodeps", *arguments])
+    def rpm(self, *arguments: str, check: bool = True) -> Completed:
+        """rpm on this root."""
+        return self._machine.exec(["/usr/bin/rpm", f"--root={self.top}", *arguments], check=check)
 
     def install_rpm(self, package: Path) -> None:
-        """Installs."""
-        self.rpm("-i", self._machine.install(package, f"/tmp/{package.name}", 0o644))
+        """Installs, although the package database knows none of the system's packages."""
+        inside = self._machine.install(package, f"/tmp/{package.name}", 0o644)
+        self.rpm("--nodeps", "-i", inside)
+
+    def missing_for_rpm(self, package: Path) -> list[str]:
+        """What the package needs and no installed one provides."""
+        inside = self._machine.install(package, f"/tmp/{package.name}", 0o644)
+        refused = self.rpm("-i", "--test", inside, check=False)
+        return re.findall(r"^\s*(.*) is needed by", refused.stderr, re.M)
 
     def script(self, text: str) -> None:
         """Runs a script in this root."""
         self._machine.exec(["/usr/sbin/chroot", self.top, "/bin/sh", "-c", text])
 
-    def state(self) -> str:
-        """The state of the package: "ii" installed, "rc" only configuration, "" unknown."""
+    def state(self, package: str = "quendil") -> str:
+        """The state of a package: "installed", "config-files", "" unknown."""
         text = self._machine.read(f"{self.top}/var/lib/dpkg/status")
-        found = re.search(r"Package: quendil\nStatus: \w+ \w+ (\S+)", text)
+        found = re.search(rf"Package: {package}\nStatus: \w+ \w+ (\S+)", text)
         return found[1] if found else ""
 
     def run(self, *arguments: str) -> Completed:
         """Runs the installed program, by its name on root's path."""
         return self._machine.exec(["/usr/sbin/chroot", self.top, "quendil", *arguments],
                                   check=False)
+
+    def companions_run(self) -> bool:
+        """Whether a user can run each companion command, by its name on the path."""
+        user = "--userspec=1000:1000"
+        return all(self._machine.exec(["/usr/sbin/chroot", user, self.top, "/usr/bin/env",
+                                       "PATH=/usr/bin", name, "--version"], check=False).status == 0
+                   for name in COMPANIONS)
 
     def file(self, name: str, text: str) -> None:
         """Makes or replaces a file."""
@@ -374,7 +487,45 @@ def test_a_purge_without_data_leaves_nothing(root: PrivateRoot, deb: Path):
         assert root.list(name) == []
 
 
-# ---- Installation of the .rpm -------------------------------------------------------------------
+def test_the_tools_are_installed_after_quendil_and_removed_before_it(
+        root: PrivateRoot, deb: Path, tools_deb: Path):
+    root.install(deb)
+    assert not root.companions_run()
+    root.install(tools_deb)
+    assert root.state("quendil-tools") == "installed" and root.companions_run()
+    refused = root.dpkg("--remove", "quendil", check=False)
+    assert refused.status != 0 and "quendil-tools depends on quendil" in refused.stderr
+    root.dpkg("--remove", "quendil-tools")
+    assert root.state("quendil-tools") == ""
+    assert [name for name in TOOLS if root.exists(name)] == []
+    assert root.state() == "installed" and "usage:" in root.run("-h").stdout
+
+
+def test_the_tools_are_not_installed_without_quendil(root: PrivateRoot, tools_deb: Path):
+    refused = root.install(tools_deb, check=False)
+    assert refused.status != 0 and "quendil-tools depends on quendil (>= " in refused.stderr
+
+
+def test_the_tools_are_upgraded_with_quendil(root: PrivateRoot, deb: Path, tools_deb: Path,
+                                             next_deb: Path):
+    next_tools = only(BUILD / "packages-next", "deb", "quendil-tools")
+    root.install(deb)
+    root.install(tools_deb)
+    root.install(next_deb)  # alone: the tools of the earlier version still have what they need
+    assert root.companions_run()
+    root.install(next_tools)
+    assert root.companions_run() and root.state("quendil-tools") == "installed"
+
+
+def test_a_purge_of_both_packages_leaves_nothing(root: PrivateRoot, deb: Path, tools_deb: Path):
+    root.install(deb)
+    root.install(tools_deb)
+    root.dpkg("--purge", "quendil", "quendil-tools")
+    assert [name for name in (*TOOLS, "opt/norvale", "etc/opt/norvale", "var/opt/norvale")
+            if root.exists(name)] == []
+
+
+# ---- Installation of the .rpms ------------------------------------------------------------------
 
 
 def test_an_installed_rpm_collects_and_its_removal_keeps_what_is_not_its_own(root: PrivateRoot,
@@ -399,3 +550,28 @@ def test_the_new_version_of_an_edited_pattern_is_put_aside_by_the_rpm(root: Priv
     root.script(output("rpm", "-qp", "--qf", "%{POSTTRANS}", rpm))
     assert root.list(PATTERN) == SHIPPED
     assert root.list(ASIDE) == [f"{SHIPPED[0]}.rpmnew"]
+
+
+def test_the_rpm_of_the_tools_is_installed_after_quendil_and_removed_before_it(
+        root: PrivateRoot, rpm: Path, tools_rpm: Path):
+    assert set(root.missing_for_rpm(tools_rpm)) == needs(tools_rpm)
+    root.install_rpm(rpm)
+    assert root.missing_for_rpm(tools_rpm) == ["/bin/sh"]
+    root.install_rpm(tools_rpm)
+    assert root.companions_run()
+    refused = root.rpm("-e", "quendil", check=False)
+    assert refused.status != 0 and "needed by (installed) quendil-tools" in refused.stderr
+    root.rpm("-e", "quendil-tools")
+    assert [name for name in TOOLS if root.exists(name)] == []
+    assert "usage:" in root.run("-h").stdout
+
+
+@pytest.mark.parametrize("names", [("quendil", "quendil-tools"), ("quendil-tools", "quendil")],
+                         ids=["quendil_first", "tools_first"])
+def test_erasing_both_rpms_leaves_nothing(root: PrivateRoot, rpm: Path, tools_rpm: Path,
+                                          names: tuple[str, ...]):
+    root.install_rpm(rpm)
+    root.install_rpm(tools_rpm)
+    root.rpm("-e", *names)  # rpm may take them in this order, because one recommends the other
+    assert [name for name in (*TOOLS, "opt/norvale", "etc/opt/norvale", "var/opt/norvale")
+            if root.exists(name)] == []

@@ -51,6 +51,18 @@ def test_an_untouched_installation_is_removed_whole(installed: Machine):
         assert installed.list(f"{TOP}/{name}") == []
 
 
+def test_a_link_to_a_companion_command_goes_with_it_and_another_one_stays(installed: Machine):
+    name = f"{TOP}/usr/bin/quendil-check"
+    assert installed.exists(f"{TOP}/opt/norvale/quendil/bin/quendil-check")
+    installed.link(name, "/opt/norvale/quendil/bin/quendil-check")
+    uninstall(installed)
+    assert left(installed) == []
+    installed.directory(f"{TOP}/opt/norvale/quendil")
+    installed.link(name, "/opt/mine/quendil-check")
+    uninstall(installed)
+    assert left(installed) == [name]
+
+
 def test_what_was_edited_added_collected_or_logged_stays_and_is_named(installed: Machine):
     installed.file(CONFIG, "QUENDIL_CLEANUP=OFF\n")
     installed.file(f"{PATTERN}/{SHIPPED[0]}", "# mine\n")

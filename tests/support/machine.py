@@ -391,15 +391,18 @@ class Machine:
         """Runs the program to its end; `how` is that of `start`."""
         return self.start(*arguments, **how).finish(seconds)
 
-    def exec(self, command: Sequence[str] | str, check: bool = True,
-             seconds: float = 30.0) -> Completed:
-        """Runs any command in the machine; a string goes through the shell."""
+    def exec(self, command: Sequence[str] | str, check: bool = True, seconds: float = 30.0,
+             stdin: bytes | None = None, user: int = 0, cwd: str = "/",
+             env: Mapping[str, str] | None = None) -> Completed:
+        """Runs any command in the machine; a string goes through the shell. `env` adds to the
+        fixed environment."""
         argv = ["/bin/sh", "-c", command] if isinstance(command, str) else list(command)
         out, err = Capture("stdout"), Capture("stderr")
-        given = _input(None)
+        given = _input(stdin)
+        order = Order(argv=argv, env={**ENVIRONMENT, **_sanitizer_settings(), **(env or {})},
+                      cwd=cwd, uids=(user,) * 3, gids=(user,) * 3)
         try:
-            pid = self.sandbox.spawn(Order(argv=argv, env=ENVIRONMENT), given, out.descriptor,
-                                  err.descriptor)
+            pid = self.sandbox.spawn(order, given, out.descriptor, err.descriptor)
             status = self.sandbox.wait(pid, seconds * self.patience)
             assert status is not None, f"{argv} did not end"
             done = Completed(os.waitstatus_to_exitcode(status), masking.decode(out.read()),

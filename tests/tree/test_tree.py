@@ -31,7 +31,7 @@ REPORTS = "common/report/IGCmnMessage.h"
 CYCLES = [{"IGCmnMemory", "IGCmnMessage"}]
 
 # The programs that are installed.
-PROGRAMS = ["quendil", "escape", "mask", "show"]
+PROGRAMS = ["quendil", "quendil-check", "escape", "mask", "show"]
 
 # All that the signal handler may call: async-signal-safe functions and what the compiler itself adds.
 HANDLER_MAY_CALL = {

@@ -1,0 +1,391 @@
+"""quendil-check: what it says of each mistake, and its formats, options and exit statuses."""
+
+from __future__ import annotations
+
+import json
+import re
+from pathlib import Path
+
+import jsonschema
+import pytest
+from support import pattern_text
+from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Completed, Machine
+from support.pattern_grammar import PatternMaker
+
+ROOT = Path(__file__).resolve().parents[2]
+CASES = Path(__file__).parent / "check_cases"
+CHECK = "/opt/norvale/quendil/bin/quendil-check"
+RULES = re.findall(r'^    \{"([a-z-]+)", Level::(ERROR|WARNING), ',
+                   (ROOT / "src/check/IGCheckRule.cpp").read_text(), re.M)
+
+#: Runs a command and prints its processor time in seconds and its memory in KiB.
+MEASURE = """
+import resource, subprocess, sys
+subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL)
+used = resource.getrusage(resource.RUSAGE_CHILDREN)
+print(used.ru_utime + used.ru_stime, used.ru_maxrss)
+"""
+
+GOOD = pattern_text.pattern(pattern_text.data("/etc/os-release")).replace("PP_VRS = 1.0\n", "")
+DESCRIBED = """FORMAT_VERSION = 1.0
+PP_GROUP = demo
+BLOCK {
+    DATA_BLOCK {
+        PATH_NAME = "%s"
+        DESCRIPTION = "A file"
+    }
+}
+"""
+TOOL = """FORMAT_VERSION = 1.0
+PP_GROUP = demo
+BLOCK {
+    TOOL_BLOCK {
+        COMMAND_LINE = "%s"
+        TIMEOUT = 10
+        REDIRECT_PATH = "%%d%%/output.txt"
+    }
+    DATA_BLOCK {
+        PATH_NAME = "%%d%%/output.txt"
+        DESCRIPTION = "Output"
+    }
+}
+"""
+
+
+def check(machine: Machine, *arguments: str, cwd: str = "/tmp", **how) -> Completed:
+    """Runs quendil-check to its end; `how` is that of `Machine.exec`."""
+    return machine.exec([CHECK, *arguments], check=False, cwd=cwd, **how)
+
+
+def rules_of(done: Completed) -> list[str]:
+    """The rules that a text output names, in its order."""
+    return re.findall(r"\[([a-z-]+)\]$", done.stdout, re.M)
+
+
+# ---- What is found ------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("case", sorted(CASES.iterdir()), ids=lambda path: path.name)
+def test_a_mistake_is_shown_with_its_place(machine: Machine, case: Path):
+    text, _, rest = case.read_bytes().decode().rpartition("\n$ quendil-check ")
+    command, _, expected = rest.partition("\n")
+    words = command.split()
+    machine.file(f"/tmp/{'quendil_conf' if '-c' in words else '90_demo'}", text)
+    machine.directory("/tmp/empty")
+    done = check(machine, *words)
+    assert (done.stdout, done.stderr) == (expected, "")
+    assert done.status == (1 if " error: " in expected else 0)
+
+
+ONLINE = {"program-missing", "program-writable", "file-writable", "directory-writable",
+          "path-unmatched", "output-missing", "file-leftover", "link-dangling", "space-short",
+          "limit-exceeded"}
+
+
+def test_every_rule_has_a_case_or_a_test():
+    names = {name for name, _ in RULES}
+    assert len(names) == len(RULES) > 50
+    assert names == {path.name for path in CASES.iterdir()} - {"configuration"} | ONLINE
+
+
+def test_the_installed_files_have_no_finding_but_for_this_machine(machine: Machine):
+    done = check(machine, "--offline", "--fail-level=warning")
+    count = len(list((ROOT / "patterns").iterdir())) + 1
+    assert (done.status, done.stdout, done.stderr) == (
+        0, f"{count} files: no errors, no warnings\n", "")
+
+
+def test_the_templates_have_no_error(machine: Machine):
+    directory = "/opt/norvale/quendil/template"
+    done = check(machine, "--offline", *machine.list(directory), cwd=directory)
+    assert (done.status, set(rules_of(done))) == (0, {"keyword-unused"})
+
+
+@pytest.mark.parametrize("pattern, rule, detail", [
+    (TOOL % "/no/program -a", "program-missing", "/no/program is not on this machine"),
+    (TOOL % "/opt/norvale/quendil/tool/run -m -l 5 nosuchprogram -x", "program-missing",
+     "nosuchprogram is not"),
+    (TOOL % "/opt/norvale/quendil/tool/run -c nosuch", "program-missing", "nosuch is not"),
+    (TOOL % "/opt/norvale/quendil/tool/run -e /no/path nosuchprogram", None, ""),
+    (TOOL % "/opt/norvale/quendil/tool/run -e /no/path -e /et* nosuchprogram", "program-missing",
+     "nosuchprogram"),
+    (TOOL % "/opt/norvale/quendil/tool/run -n /etc/pass* nosuchprogram", None, ""),
+    (TOOL % "/opt/norvale/quendil/tool/run -m -t5 cat /etc/hosts", None, ""),
+    (TOOL % "%d%/made", None, ""),
+    (TOOL % "/opt/theirs/tool", "program-writable", "root runs /opt/theirs/tool"),
+    (TOOL % "/opt/link", "program-writable", "root runs /opt/theirs/tool"),
+    (DESCRIBED % "/no/file", "path-unmatched", "nothing on this machine matches /no/file"),
+    (DESCRIBED % "/etc/*.none", "path-unmatched", "/etc/*.none"),
+    (DESCRIBED % "/et*/passwd", "path-unmatched", "/et*/passwd"),
+    (DESCRIBED % "/etc/pass*", None, ""),
+    (DESCRIBED % "/usr/%HOST%/..", None, ""),
+    (DESCRIBED % "/opt/theirs/tool", "directory-writable", "can change /opt/theirs"),
+    (DESCRIBED % "/opt/theirs", None, ""),
+])
+def test_what_this_machine_lacks_is_a_warning(machine: Machine, pattern: str, rule: str | None,
+                                              detail: str):
+    machine.directory("/opt/theirs", owner=(1000, 1000))
+    machine.file("/opt/theirs/tool", "#!/bin/sh\n", mode=0o755)
+    machine.link("/opt/link", "/opt/theirs/tool")
+    machine.file("/tmp/90_demo", pattern)
+    done = check(machine, "90_demo")
+    assert (done.status, rules_of(done)) == (0, [] if rule is None else [rule]), done.stdout
+    assert detail in done.stdout
+    assert rules_of(check(machine, "--offline", "90_demo")) == []
+
+
+def test_an_output_directory_that_is_not_there_is_a_warning(machine: Machine):
+    machine.conf("QUENDIL_DATA_DIRECTORY=/no/directory\n")
+    done = check(machine, "-c", CONFIGURATION, "/opt/norvale/quendil/template/example_file")
+    assert "/no/directory is not a directory on this machine [output-missing]" in done.stdout
+
+
+@pytest.mark.parametrize("name, found", [
+    ("90_demo", []), ("90_demo~", ["file-leftover"]), ("#90_demo#", ["file-leftover"]),
+    (".90_demo.swp", ["file-leftover"]), ("90_demo.rpmnew", ["file-leftover"]),
+    ("90_demo.dpkg-dist", ["file-leftover"]), ("90_demo.bak", ["file-leftover"]),
+    ("90_backup", []),
+])
+def test_a_leftover_in_a_directory_is_a_warning(machine: Machine, name: str, found: list[str]):
+    machine.no_patterns()
+    machine.file(f"{PATTERN_DIRECTORY}/{name}", DESCRIBED % "/etc/passwd")
+    done = check(machine, PATTERN_DIRECTORY)
+    assert rules_of(done) == found
+    # Only what a run would read: a file that is named may have any name.
+    assert rules_of(check(machine, f"{PATTERN_DIRECTORY}/{name}")) == []
+
+
+def test_a_dangling_link_in_a_directory_is_an_error_because_no_run_starts(machine: Machine):
+    machine.pattern("90_demo", GOOD)
+    machine.link(f"{PATTERN_DIRECTORY}/91_demo", "/no/where")
+    done = check(machine, PATTERN_DIRECTORY)
+    assert done.status == 1
+    assert done.stdout.startswith(f"{PATTERN_DIRECTORY}/91_demo: error: a link to nothing: no run "
+                                  "starts while it is here [link-dangling]\n")
+    assert machine.run("-g", "demo").status == 255
+
+
+@pytest.mark.parametrize("mode, owner, found", [
+    (0o644, 0, False), (0o664, 0, True), (0o646, 0, True), (0o600, 1000, True)])
+def test_a_pattern_that_others_can_change_is_a_warning(machine: Machine, mode: int, owner: int,
+                                                       found: bool):
+    machine.no_patterns()
+    machine.file(f"{PATTERN_DIRECTORY}/90_demo", DESCRIBED % "/etc/passwd", mode=mode,
+                 owner=(owner, owner))
+    assert rules_of(check(machine)) == (["file-writable"] if found else [])
+
+
+def test_a_configuration_that_others_can_change_is_a_warning(machine: Machine):
+    machine.no_patterns()
+    machine.file(CONFIGURATION, "QUENDIL_CLEANUP=ON\n", mode=0o666)
+    assert rules_of(check(machine)) == ["file-writable"]
+
+
+def test_patterns_with_the_same_targets_share_their_outputs(machine: Machine):
+    machine.no_patterns()
+    for name in ("90_a", "91_b"):
+        machine.file(f"{PATTERN_DIRECTORY}/{name}", TOOL % "/bin/true")
+    done = check(machine, PATTERN_DIRECTORY)
+    assert rules_of(done) == ["output-shared"]
+    assert f"the tool at {PATTERN_DIRECTORY}/90_a:7 writes the same file" in done.stdout
+    machine.file(f"{PATTERN_DIRECTORY}/91_b",
+                 (TOOL % "/bin/true").replace("BLOCK {\n    TOOL", "BLOCK {\n    TARGET = b\n    TOOL"))
+    assert rules_of(check(machine, PATTERN_DIRECTORY)) == []
+
+
+# ---- Formats ------------------------------------------------------------------------------------
+
+SAMPLE = "FORMAT_VERSION = 1.0\nBLOCK {\n    DATA_BLOCK\n    {\n        PATH_NAME = /a b\n    }\n}\n"
+
+
+def schema(name: str) -> dict:
+    """A documented schema."""
+    return json.loads((ROOT / "docs/schema" / name).read_text())
+
+
+def test_the_findings_as_json(machine: Machine):
+    machine.file("/tmp/90_demo", SAMPLE)
+    done = check(machine, "--offline", "--format=json", "90_demo")
+    assert done.status == 1
+    found = json.loads(done.stdout)
+    jsonschema.validate(found, schema("check.json"))
+    assert found["findings"][1] == {
+        "file": "90_demo", "line": 4, "column": 5, "level": "error", "rule": "brace-missing",
+        "message": "the block has no { on the line of its keyword",
+        "note": {"line": 3, "column": 5, "message": "the keyword of the block"}}
+    assert found["summary"] == {"files": 1, "errors": 2, "warnings": 2, "left_out": 0}
+
+
+def test_the_findings_of_all_rules_fit_the_schemas(machine: Machine):
+    machine.no_patterns()
+    for case in CASES.iterdir():
+        text, _, _ = case.read_bytes().decode().rpartition("\n$ quendil-check ")
+        machine.file(f"/tmp/all/{case.name} \u00e4", text)
+    machine.file("/tmp/all/\udcff\n%", "x\n")
+    machine.link("/tmp/all/link", "nowhere")
+    done = check(machine, "--format=json", "-c", "/tmp/all/line-empty \u00e4", "/tmp/all")
+    jsonschema.validate(json.loads(done.stdout), schema("check.json"))
+    done = check(machine, "--format=sarif", "-c", "/tmp/all/line-empty \u00e4", "/tmp/all")
+    log = json.loads(done.stdout)
+    jsonschema.validate(log, json.loads((ROOT / "tests/support/sarif-2.1.0.json").read_text()))
+    results = log["runs"][0]["results"]
+    rules = log["runs"][0]["tool"]["driver"]["rules"]
+    assert [rule["id"] for rule in rules] == [name for name, _ in RULES]
+    assert len(results) > 60
+    for result in results:
+        assert rules[result["ruleIndex"]]["id"] == result["ruleId"]
+    uris = {result["locations"][0]["physicalLocation"]["artifactLocation"]["uri"]
+            for result in results}
+    assert "file:///tmp/all/%FF%0A%25" in uris and "file:///tmp/all/link" in uris
+
+
+def test_the_standard_input_is_checked_for_an_editor(machine: Machine):
+    done = check(machine, "--format=json", "-", stdin=SAMPLE.encode())
+    found = json.loads(done.stdout)
+    assert (done.status, {finding["file"] for finding in found["findings"]}) == (1, {"<stdin>"})
+    assert found["findings"] == [
+        finding | {"file": "<stdin>"} for finding in json.loads(check(
+            machine, "--format=json", machine.file("/tmp/90_demo", SAMPLE)).stdout)["findings"]]
+    done = check(machine, "-", stdin=b"#" * (8 << 20) + b"#")
+    assert (done.status, done.stderr) == (
+        2, "quendil-check: <stdin>: more than 8 MiB: name the file instead\n")
+
+
+def test_colour_is_for_terminals_only(machine: Machine):
+    machine.file("/tmp/90_demo", SAMPLE)
+    script = f"script -qec '{CHECK} --offline 90_demo' /dev/null"
+    for env, coloured in [({}, True), ({"NO_COLOR": "1"}, False), ({"NO_COLOR": ""}, True),
+                          ({"TERM": "dumb"}, False)]:
+        done = machine.exec(["/bin/sh", "-c", script], check=False, cwd="/tmp",
+                            env={"TERM": "xterm", **env})
+        assert ("\033[1;31merror:\033[0m" in done.stdout) == coloured, (env, done.stdout)
+    assert "\033" not in check(machine, "--offline", "90_demo", env={"TERM": "xterm"}).stdout
+
+
+# ---- Options and exit statuses ------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("arguments", [
+    ["--format=xml"], ["--fail-level=note"], ["--nosuch"], ["-x"], ["-g"], ["-g", "a"],
+    ["--list", "--preview"], ["--preview", "--list", "-g", "a"], ["--preview"],
+    ["--list", "file"], ["--list", "-g", "a"], ["--list", "--format=sarif"],
+    ["--preview", "-g", "a", "file"], ["--preview", "-g", "a", "--format=sarif"], ["-d", "/tmp"],
+])
+def test_wrong_usage(machine: Machine, arguments: list[str]):
+    done = check(machine, *arguments)
+    assert (done.status, done.stdout) == (2, "")
+    assert done.stderr.startswith("quendil-check: ") or done.stderr.startswith(f"{CHECK}: ")
+    assert done.stderr.endswith("Try 'quendil-check --help'.\n")
+
+
+def test_help_and_version(machine: Machine):
+    for arguments in (["--help"], ["-h"], ["--list", "--help"]):
+        done = check(machine, *arguments)
+        assert (done.status, done.stderr) == (0, "") and done.stdout.startswith("usage: quendil-check ")
+        assert max(len(line) for line in done.stdout.splitlines()) <= 92
+    version = re.search(r"^project\(quendil VERSION (\S+) ",
+                        (ROOT / "CMakeLists.txt").read_text(), re.M)
+    assert version is not None
+    assert check(machine, "--version").stdout == f"quendil-check {version.group(1)}\n"
+
+
+@pytest.mark.parametrize("text, level, status", [
+    (DESCRIBED % "/etc/passwd", "warning", 0), (DESCRIBED % "/etc/shadow", "error", 0),
+    (DESCRIBED % "/etc/shadow", "warning", 1), (SAMPLE, "error", 1), (SAMPLE, "warning", 1)])
+def test_the_exit_status_follows_the_fail_level(machine: Machine, text: str, level: str, status: int):
+    machine.file("/tmp/90_demo", text)
+    assert check(machine, "--offline", f"--fail-level={level}", "90_demo").status == status
+
+
+def test_a_file_that_cannot_be_read(machine: Machine):
+    machine.file("/tmp/90_demo", SAMPLE)
+    machine.file("/tmp/secret", SAMPLE, mode=0)
+    done = check(machine, "--offline", "none", "secret", "90_demo", user=1000)
+    assert done.status == 2
+    assert done.stderr == ("quendil-check: none: No such file or directory\n"
+                           "quendil-check: secret: Permission denied\n")
+    assert "90_demo:4:5: error" in done.stdout  # the others are checked all the same
+
+
+def test_a_full_output_is_not_taken_for_success(machine: Machine):
+    done = machine.exec(f"{CHECK} --version >/dev/full", check=False)
+    assert done.status == 2 and "No space left on device" in done.stderr
+
+
+def test_any_user_may_check(machine: Machine):
+    done = check(machine, "--fail-level=warning", "--offline", user=1000)
+    assert (done.status, done.stderr) == (0, "")
+
+
+# ---- Hostile input ------------------------------------------------------------------------------
+
+
+def test_only_regular_files_are_opened(machine: Machine):
+    machine.fifo("/tmp/fifo")
+    for path in ("/tmp/fifo", "/dev/null", "/dev/tty", "/dev/zero"):
+        done = check(machine, path)
+        assert (done.status, done.stderr) == (2, f"quendil-check: {path}: not a regular file\n")
+
+
+def test_a_line_of_a_gigabyte(machine: Machine):
+    with open(machine.path("/tmp/huge"), "wb") as file:
+        file.write(b"FORMAT_VERSION = 1.0\nPP_NAME = ")
+        file.seek(1 << 30)
+        file.write(b"\nBLOCK {\n}\n")
+    done = check(machine, "--offline", "--format=json", "/tmp/huge")
+    found = json.loads(done.stdout)["findings"]
+    assert [(finding["line"], finding["rule"]) for finding in found if finding["level"] == "error"] == [
+        (2, "character-invalid")]
+
+
+def test_a_hundred_findings_of_a_file_are_shown(machine: Machine):
+    machine.file("/tmp/bad", "FORMAT_VERSION = 1.0\n" + "x\n" * 100000)
+    done = check(machine, "--offline", "bad")
+    assert done.stdout.count(" error: ") == 100
+    assert done.stdout.endswith("bad: 100 findings are shown, the rest is left out\n"
+                                "1 file: 100 errors, no warnings\n")
+    machine.file("/tmp/open", "FORMAT_VERSION = 1.0\n" + "x {\n" * 100000)
+    assert check(machine, "--offline", "open").stdout.count(" error: ") == 100
+
+
+@pytest.mark.parametrize("data, rule", [
+    (b"\0", "character-invalid"), (b"FORMAT_VERSION = 1.0\0\n", "character-invalid"),
+    (b"\xef\xbb\xbfFORMAT_VERSION = 1.0\n", "character-invalid"),
+    (b"\xff\xfeF\0O\0", "character-invalid"), (b"", "format-version-missing"),
+    (b"\x1b]0;title\x07", "character-invalid"),
+])
+def test_no_byte_of_a_file_reaches_the_terminal_unescaped(machine: Machine, data: bytes, rule: str):
+    machine.file("/tmp/bad\033[31m\n", data)
+    done = check(machine, "--offline", "bad\033[31m\n")
+    assert rules_of(done)[0] == rule
+    assert re.search(r"[\x00-\x09\x0b-\x1f\x7f]", done.stdout) is None
+    assert re.match(r"bad\\033\[31m\\012:1:\d+: error: ", done.stdout)
+
+
+def test_nothing_is_run_and_nothing_written(machine: Machine):
+    machine.file("/tmp/90_demo", SAMPLE)
+    for arguments in (["/tmp/90_demo"], [], ["--list"], ["--preview", "-g", "linux"]):
+        machine.exec(["/usr/bin/strace", "-f", "-e", "trace=execve,execveat,open,openat,openat2,creat,"
+                      "mkdir,unlink,rename,symlink,link,chmod,chown,truncate,fork,vfork,clone,clone3",
+                      "-o", "/tmp/trace", CHECK, *arguments], check=False)
+        calls = [line.split(None, 1)[1] for line in machine.read("/tmp/trace").splitlines()]
+        made = [call for call in calls
+                if not call.startswith(("open", "+++", "---"))
+                or re.search(r"O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_APPEND", call)]
+        assert len(made) == 1 and made[0].startswith(f'execve("{CHECK}"'), made
+
+
+@pytest.mark.plain_binary
+def test_the_time_and_the_memory_have_bounds(machine: Machine):
+    maker = PatternMaker(4)
+    machine.no_patterns()
+    item = "".join((TOOL % "/usr/bin/df -k").splitlines(keepends=True)[2:])
+    text = "FORMAT_VERSION = 1.0\nPP_GROUP = demo\n" + item * 45
+    assert 480 < len(text.splitlines()) < 520
+    for number in range(1000):
+        data = text.encode() if number % 10 else maker.mutation(text.encode())
+        machine.file(f"{PATTERN_DIRECTORY}/{number:04}", data)
+    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK, "--offline", PATTERN_DIRECTORY])
+    seconds, kib = done.stdout.split()[-2:]
+    assert float(seconds) < 5  # about 0.4 s; a test machine may be busy
+    assert int(kib) < 16 * 1024
