@@ -110,7 +110,11 @@ def test_findings_with_and_without_a_place_and_a_note_fit(machine: Machine):
     machine.file("/tmp/file", "FORMAT_VERSION = 1.0\nPP_GROUP = x\nBLOCK {\n    FOO = 1\n    TARGET = a")
     found = output(machine, "check", "--offline", "/tmp/file", status=1)["findings"]
     assert {row["rule"] for row in found} == {"line-lost", "keyword-unknown", "block-unclosed"}
-    assert [row for row in found if "line" not in row] and [row for row in found if "note" in row]
+    assert [row["rule"] for row in found if "note" in row] == ["block-unclosed"]
+    machine.file("/tmp/patterns/old~", pattern_text.pattern(pattern_text.data("/a", "A file")))
+    machine.link("/tmp/patterns/lost", "/nowhere")
+    found = output(machine, "check", "--offline", "/tmp/patterns", status=1)["findings"]
+    assert {row["rule"] for row in found if "line" not in row} == {"link-dangling", "file-leftover"}
 
 
 def test_names_that_are_not_utf_8_fit(machine: Machine):
