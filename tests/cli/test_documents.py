@@ -210,6 +210,34 @@ def test_the_readme_shows_what_the_preview_prints(machine: Machine):
     assert free.sub("free space:", printed) == free.sub("free space:", shown)
 
 
+def examples_of_the_check() -> list[str]:
+    """The commands that the manual page of quendil-check shows."""
+    page = ROOT / "man/quendil-check.8"
+    lines = re.findall(r"^\.Dl [$#] (.*)$", page.read_text(), re.M)
+    lines += [text[2:] for text in literals(page) if text.startswith("$ ")]
+    return [line.replace("\\-", "-") for line in lines]
+
+
+def test_the_examples_of_the_check_run_as_they_are_printed(machine: Machine):
+    machine.file("/tmp/work/90_myproduct", pattern_of_the_readme())
+    machine.file("/tmp/work/patterns/90_myproduct", pattern_of_the_readme())
+    machine.link("/tmp/bin/quendil-check", CHECK)
+    machine.file("/tmp/bin/sudo", '#!/bin/sh\nexec "$@"\n', 0o755)
+    commands = examples_of_the_check()
+    assert len(commands) == 6
+    for command in commands:
+        done = machine.exec(f"cd /tmp/work && PATH=/tmp/bin:$PATH && {command}", check=False)
+        assert (done.status, done.stderr) == (0, ""), command
+    assert machine.exists(f"{PATTERN_DIRECTORY}/90_myproduct")
+    assert json.loads(machine.read("/tmp/work/findings.sarif"))["runs"][0]["results"] == []
+
+
+def test_the_page_of_the_check_shows_a_real_finding():
+    shown = next(text for command, text in dialogs().items() if "--offline" in command)
+    finding, _, end = shown.rpartition("1 file:")
+    assert finding in literals(ROOT / "man/quendil-check.8") and end
+
+
 def test_the_groups_and_targets_can_be_listed_as_the_readme_says(machine: Machine):
     command = next(text for _, text in fences(README) if "--list" in text)
     listed = {tuple(line.split("\t")[:2]) for line in machine.exec(command).stdout.splitlines()}
