@@ -120,13 +120,14 @@ void MachineCheck::checkAbove(CheckedFile& file, TextPlace place, const std::str
 
 void MachineCheck::checkProgram(CheckedFile& file, const PlacedValue& command,
                                 const std::string& path) {
-    const std::string real = realPath(path);
-    std::string changeable = writableAbove(parentOf(real));
-    if (changeable.empty() && isWritable(real)) {
-        changeable = real;
+    const auto [known, is_new] = changeable_.emplace(path, "");
+    if (is_new) {
+        const std::string real = realPath(path);
+        const bool changeable = isWritable(real) || !writableAbove(parentOf(real)).empty();
+        known->second = changeable ? real : "";
     }
-    if (!changeable.empty()) {
-        file.warn(Warning::PROGRAM_WRITABLE, command.place, {.detail = real});
+    if (!known->second.empty()) {
+        file.warn(Warning::PROGRAM_WRITABLE, command.place, {.detail = known->second});
     }
 }
 

@@ -34,6 +34,7 @@ class MachineCheck {
     std::unordered_map<std::string, std::string> writable_;
     std::unordered_map<std::string, bool> there_;
     std::unordered_map<std::string, std::string> programs_;
+    std::unordered_map<std::string, std::string> changeable_;  // programs that others can change
 };
 
 #endif
