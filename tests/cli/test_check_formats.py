@@ -107,7 +107,7 @@ def test_the_outputs_for_the_shipped_files_fit_their_schemas(machine: Machine):
 
 
 def test_findings_with_and_without_a_place_and_a_note_fit(machine: Machine):
-    machine.file("/tmp/file", "FORMAT_VERSION = 1.0\nPP_GROUP = x\nBLOCK {\n    FOO = 1\n    TARGET = a")
+    machine.file("/tmp/file", "FORMAT_VERSION = 1.0\nPP_GROUP = x\nBLOCK {\n FOO = 1\n TARGET = a")
     found = output(machine, "check", "--offline", "/tmp/file", status=1)["findings"]
     assert {row["rule"] for row in found} == {"line-lost", "keyword-unknown", "block-unclosed"}
     assert [row["rule"] for row in found if "note" in row] == ["block-unclosed"]

@@ -186,7 +186,7 @@ def test_the_pattern_of_the_readme_has_ten_lines_and_collects(machine: Machine):
 
 def dialogs() -> dict[str, str]:
     """The commands that the README shows with what they print."""
-    found = [text for _, text in fences(README) if text.startswith("$ ") and "quendil-check" in text]
+    found = [text for _, text in fences(README) if re.match(r"\$ .*quendil-check", text)]
     return {first[2:]: rest for first, _, rest in (text.partition("\n") for text in found)}
 
 
