@@ -1,42 +1,21 @@
 # Bash completion of quendil(8): options, and the groups and targets of the installed patterns.
 #
-# Pattern files are data: awk reads them, and their values are offered as text and never evaluated. This file
-# does not need the bash-completion package.
+# quendil-check(8) lists the groups and targets; without it, the options are offered. The names are data: they
+# are offered as text and never evaluated. This file does not need the bash-completion package.
 
-_quendil_patterns=/etc/opt/norvale/quendil/pattern
+_quendil_lister=/opt/norvale/quendil/bin/quendil-check
 
-# Prints the values of a keyword, one per line, without quotes and with "%" for "%%".
+# Prints the names of all groups or targets, one per line. Left out are a name that looks like an option, and
+# one with a control character, which is shown as a backslash and three digits, or a tab among the fields.
 _quendil_values() {
-    local files=("$_quendil_patterns"/*)
-    [[ -f ${files[0]} ]] || return 0
-    LC_ALL=C awk -v keyword="$1" '
-        { sub(/\r$/, "") }
-        match($0, /^[ \t]*[A-Za-z_]+[ \t]*=[ \t]*/) {
-            word = substr($0, 1, RLENGTH)
-            gsub(/[ \t=]/, "", word)
-            if (toupper(word) != keyword) next
-            rest = substr($0, RLENGTH + 1)
-            value = ""
-            while (rest != "" && rest !~ /^[ \t]/) {
-                if (match(rest, /^"([^"\\]|\\.)*"/)) {
-                    text = substr(rest, 2, RLENGTH - 2)
-                    rest = substr(rest, RLENGTH + 1)
-                    while (match(text, /\\["\\#]/)) {
-                        value = value substr(text, 1, RSTART - 1) substr(text, RSTART + 1, 1)
-                        text = substr(text, RSTART + 2)
-                    }
-                    value = value text
-                } else if (match(rest, /^[^" \t]+/)) {
-                    value = value substr(rest, 1, RLENGTH)
-                    rest = substr(rest, RLENGTH + 1)
-                } else {
-                    next
-                }
-            }
-            gsub(/%%/, "%", value)
-            if (value != "" && value !~ /^-/ && value !~ /[[:cntrl:]]/ && !seen[value]++)
-                print value
-        }' "${files[@]}" 2>/dev/null
+    local line name
+    while IFS= read -r line; do
+        [[ $line == "$1"$'\t'*$'\t'*$'\t'* && $line != *$'\t'*$'\t'*$'\t'*$'\t'* ]] || continue
+        name=${line#*$'\t'}
+        name=${name%%$'\t'*}
+        [[ -z $name || $name == -* || $name == *[[:cntrl:]]* || $name == *\\[0-7][0-7][0-7]* ]] ||
+            printf '%s\n' "$name"
+    done < <("$_quendil_lister" --list 2>/dev/null) | LC_ALL=C sort -u
 }
 
 # Splits the line before the cursor into words like the shell, without evaluating any. Sets `before` to the
@@ -78,7 +57,7 @@ _quendil_quote() {
     esac
 }
 
-# Offers the values of a keyword that begin with the unfinished word.
+# Offers the lines of the input that begin with the unfinished word.
 _quendil_offer() {
     local value quoted word=${COMP_WORDS[COMP_CWORD]} kept=''
     # The part that readline keeps, up to the last character at which it splits words.
@@ -90,7 +69,7 @@ _quendil_offer() {
         if [[ $value == "$plain"* ]] && _quendil_quote "${value#"$kept"}"; then
             COMPREPLY+=("$quoted")
         fi
-    done < <(_quendil_values "$1")
+    done
 }
 
 _quendil() {
@@ -98,8 +77,8 @@ _quendil() {
     _quendil_split
     COMPREPLY=()
     case $before in
-        -[gG]) _quendil_offer PP_GROUP ;;
-        -[tT]) _quendil_offer TARGET ;;
+        -[gG]) _quendil_offer < <(_quendil_values group) ;;
+        -[tT]) _quendil_offer < <(_quendil_values target) ;;
         -[dD]) compopt -o dirnames ;;
         -[cCoO]) compopt -o default ;;
         -[hH]) ;;

@@ -1,23 +1,30 @@
-"""The bash completion: what it offers, and that no pattern file can make it run a command."""
+"""The bash completions: what they offer, and that no pattern file can make them run a command."""
 
 from __future__ import annotations
 
+import re
 from pathlib import Path
 
 import pytest
+from support import pattern_text
 from support.machine import PATTERN_DIRECTORY, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
-COMPLETION = ROOT / "completions/quendil.bash"
+CHECK = "/opt/norvale/quendil/bin/quendil-check"
+
+#: Where the completions are in a machine, as they are installed: in one directory.
+INSTALLED = "/tmp/completions"
 
 #: Calls the function as readline does, with words that are split at ":" and "=" too.
 DRIVER = r"""
 . "$1"
+function=$(complete -p "${2%% *}")
+function=${function#complete -F } function=${function% *}
 compopt() { printf 'compopt %s\n' "$*"; }
 COMP_LINE=$2 COMP_POINT=${#2}
 shift 2
 COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
-_quendil
+"$function"
 [ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\n' "${COMPREPLY[@]}"
 """
 
@@ -46,6 +53,10 @@ BLOCK {
 }
 """
 
+#: With the line ends of another system, and values that the first one has too.
+SECOND = ('FORMAT_VERSION = 1.0\r\nPP_GROUP = linux\r\nPP_GROUP = "last"\r\n'
+          'BLOCK {\r\n TARGET = disk\r\n}\r\n')
+
 #: The values of PP_GROUP above, as they must be typed.
 GROUPS = {
     "linux", "network", r"web\ shop", r'say\ \"hi\"\ \\\ #1', "100%", r"ab\ cd", "app:test",
@@ -53,12 +64,21 @@ GROUPS = {
 }
 
 
+def install(machine: Machine) -> None:
+    """Puts the completions where bash finds them by the name of the command."""
+    for path in (ROOT / "completions").glob("*.bash"):
+        machine.file(f"{INSTALLED}/{path.stem}", path.read_bytes())
+
+
 def offered(machine: Machine, line: str, *words: str) -> list[str]:
     """The words offered after a line, which bash splits into `words`, if not only at blanks."""
-    path = machine.file("/tmp/completion", COMPLETION.read_bytes())
+    install(machine)
     driver = machine.file("/tmp/driver", DRIVER)
     split = words or line.split(" ")
-    return machine.exec(["/bin/bash", driver, path, line, *split]).stdout.splitlines()
+    path = f"{INSTALLED}/{split[0]}"
+    done = machine.exec(["/bin/bash", driver, path, line, *split])
+    assert done.stderr == ""
+    return done.stdout.splitlines()
 
 
 def test_options_are_offered_where_an_option_is_expected(machine: Machine):
@@ -71,12 +91,14 @@ def test_options_are_offered_where_an_option_is_expected(machine: Machine):
 
 def test_groups_and_targets_are_offered_from_the_pattern_files(machine: Machine):
     machine.pattern("10_first", PATTERN)
-    machine.pattern("20_second", 'PP_GROUP = linux\r\nPP_GROUP = "last"\r\nTARGET = disk\n')
+    machine.pattern("20_second", SECOND)
     groups = offered(machine, "quendil -g ")
     assert set(groups) == GROUPS | {"last"} and len(groups) == len(set(groups))
     assert offered(machine, "quendil -G li") == ["linux"]
     assert offered(machine, "quendil -g linux -t ") == ["disk", r"two\ words"]
     assert offered(machine, "quendil -T x") == []
+    assert offered(machine, "quendil -g described") == []
+    assert offered(machine, "quendil -g commented") == []
     assert not machine.exists("/tmp/ran")
 
 
@@ -86,7 +108,7 @@ def test_groups_and_targets_are_offered_from_the_pattern_files(machine: Machine)
     ("quendil -g 'web s", ["quendil", "-g", "'web s"], ["web shop"]),
     ('quendil -g "$', ["quendil", "-g", '"$'], [r"\$(touch /tmp/ran)"]),
     (r'quendil -g "\$', ["quendil", "-g", r'"\$'], [r"\$(touch /tmp/ran)"]),
-    ("quendil -g app:", ["quendil", "-g", "app", ":"], ["test", "prod"]),
+    ("quendil -g app:", ["quendil", "-g", "app", ":"], ["prod", "test"]),
     ("quendil -g app:t", ["quendil", "-g", "app", ":", "t"], ["test"]),
     ('quendil -g "app:t', ["quendil", "-g", '"app:t'], ["app:test"]),
     ("quendil -g ';", ["quendil", "-g", "';"], []),
@@ -113,13 +135,92 @@ def test_nothing_is_printed_without_patterns(machine: Machine):
     assert offered(machine, "quendil -g ") == []
 
 
+def test_without_the_command_that_lists_them_the_options_are_offered(machine: Machine):
+    machine.remove(CHECK)
+    assert offered(machine, "quendil -g ") == offered(machine, "quendil -t ") == []
+    assert offered(machine, "quendil -g linux -") == ["-g", "-t", "-c", "-d", "-o", "-h"]
+
+
+def with_groups(*groups: str) -> str:
+    """A pattern file in these groups."""
+    return pattern_text.pattern(pattern_text.data("/a"), groups=groups)
+
+
 def test_hostile_pattern_files_are_only_read(machine: Machine):
     machine.no_patterns()
-    machine.file(f"{PATTERN_DIRECTORY}/-f", "PP_GROUP = dash\n")
-    machine.file(f"{PATTERN_DIRECTORY}/keyword=x", "PP_GROUP = assigned\n")
-    machine.file(f"{PATTERN_DIRECTORY}/zz $(touch x)", "PP_GROUP = -g\nPP_GROUP = \x1b[2J\n")
-    machine.file(f"{PATTERN_DIRECTORY}/binary", b"PP_GROUP = good\n\xff\0\n" + b"a" * 100_000)
-    assert offered(machine, "quendil -g ") == ["dash", "good", "assigned"]
+    machine.file(f"{PATTERN_DIRECTORY}/-f", with_groups("dash"))
+    machine.file(f"{PATTERN_DIRECTORY}/keyword=x", with_groups("assigned"))
+    machine.file(f"{PATTERN_DIRECTORY}/zz $(touch x)", with_groups("-g", "--list", "good"))
+    machine.file(f"{PATTERN_DIRECTORY}/escape", with_groups("\x1b[2J"))  # it has an error
+    machine.file(f"{PATTERN_DIRECTORY}/binary", b"PP_GROUP = bad\n\xff\0\n" + b"a" * 100_000)
+    assert offered(machine, "quendil -g ") == ["assigned", "dash", "good"]
+
+
+def test_a_name_is_offered_only_if_the_list_shows_it_as_it_is(machine: Machine):
+    machine.no_patterns()
+    machine.file(f"{PATTERN_DIRECTORY}/10_tab", with_groups("a\tb", "whole"))
+    machine.file(f"{PATTERN_DIRECTORY}/20_octal", with_groups(r"c\033[2J", r"d\8", "e"))
+    assert offered(machine, "quendil -g ") == [r"d\\8", "e", "whole"]
+    machine.file(f"{PATTERN_DIRECTORY}/30\tx", with_groups("f"))
+    assert "x" not in offered(machine, "quendil -g ")
+
+
+def test_a_list_of_any_content_is_data(machine: Machine):
+    """The completion trusts no output: only lines with four fields count."""
+    lines = [r"group\tgood\tfile\t", r"group\t\tfile\tname", r"group\tlost", r"group\ta\tb\tc\td",
+             r"other\tx\tfile\tname", r"group\t-x\tfile\tname", r"group\t\033x\tfile\tname",
+             r"group\t*\tfile\tname", r"group\t`touch /tmp/ran`\tfile\tname", "group"]
+    machine.file(CHECK, "#!/bin/sh\nprintf '%b\\n' "
+                 + " ".join(f"'{line}'" for line in lines) + "\necho failed >&2\nexit 2\n", 0o755)
+    assert offered(machine, "quendil -g ") == [r"\*", r"\`touch\ /tmp/ran\`", "good"]
+    assert not machine.exists("/tmp/ran")
+
+
+#: The options of quendil-check, and their values.
+EVERY_CHECK_OPTION = [
+    "-c", "-d", "-g", "-t", "-h", "--fail-level=error", "--fail-level=warning", "--format=json",
+    "--format=sarif", "--format=text", "--help", "--list", "--offline", "--preview", "--version"]
+
+
+def test_the_options_of_the_check_are_those_of_its_usage(machine: Machine):
+    assert offered(machine, "quendil-check -") == EVERY_CHECK_OPTION
+    assert offered(machine, "quendil-check --offline --l") == ["--list"]
+    usage = machine.exec([CHECK, "--help"]).stdout
+    named = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", usage))
+    assert {option.partition("=")[0] for option in EVERY_CHECK_OPTION} == named
+    for option, values in re.findall(r"(--[a-z-]+)=([a-z]+(?:\|[a-z]+)+)", usage):
+        words = [f"{option}={value}" for value in values.split("|")]
+        assert set(words) <= set(EVERY_CHECK_OPTION)
+
+
+@pytest.mark.parametrize("line, words, expected", [
+    ("quendil-check --fo", (), ["--format=json", "--format=sarif", "--format=text"]),
+    ("quendil-check --format=", ("quendil-check", "--format", "="), ["json", "sarif", "text"]),
+    ("quendil-check --format=s", ("quendil-check", "--format", "=", "s"), ["sarif"]),
+    ("quendil-check --format s", (), ["sarif"]),
+    ("quendil-check --fail-level=w", ("quendil-check", "--fail-level", "=", "w"), ["warning"]),
+    ("quendil-check --fail-level ", (), ["error", "warning"]),
+    ("quendil-check --format=x", ("quendil-check", "--format", "=", "x"), []),
+    ("quendil-check --preview -g we", (), [r"web\ shop"]),
+    ("quendil-check --preview -g app:t", ("quendil-check", "--preview", "-g", "app", ":", "t"),
+     ["test"]),
+    ("quendil-check --preview -t ", (), ["disk", r"two\ words"]),
+    ("quendil-check --preview -t x -d /v", (), ["compopt -o dirnames"]),
+    ("quendil-check -c /e", (), ["compopt -o default"]),
+    ("quendil-check ", (), ["compopt -o default"]),
+    ("quendil-check --offline 90", (), ["compopt -o default"]),
+])
+def test_the_check_is_completed_with_values_and_files(machine: Machine, line: str,
+                                                      words: tuple[str, ...], expected: list[str]):
+    machine.pattern("10_first", PATTERN)
+    assert offered(machine, line, *words) == expected
+
+
+def test_without_the_completion_of_the_program_the_check_has_none(machine: Machine):
+    install(machine)
+    machine.remove(f"{INSTALLED}/quendil")
+    done = machine.exec(f"bash -c '. {INSTALLED}/quendil-check && ! complete -p quendil-check'")
+    assert (done.stdout, "no completion" in done.stderr) == ("", True)
 
 
 #: Types into an interactive bash on its own terminal, and waits after each text for what the screen
@@ -156,8 +257,19 @@ os.waitpid(pid, 0)
 def test_a_completed_word_reaches_the_program_as_the_pattern_file_has_it(
         machine: Machine, typed: str, shown: str, argument: str):
     machine.pattern("10_first", PATTERN)
-    machine.file("/tmp/completion", COMPLETION.read_text()
+    machine.file("/tmp/completion", (ROOT / "completions/quendil.bash").read_text()
                  + "quendil() { printf '%s\\n' \"$@\" >/tmp/arguments; }\n")
     machine.exec(["/usr/bin/python3", "-c", TYPIST, f"quendil -g {typed}", shown])
     assert machine.read("/tmp/arguments").splitlines() == ["-g", argument]
     assert not machine.exists("/tmp/ran")
+
+
+def test_a_typed_option_of_the_check_gets_its_value(machine: Machine):
+    install(machine)
+    machine.pattern("10_first", PATTERN)
+    machine.file("/tmp/completion", f". {INSTALLED}/quendil-check\n"
+                 "quendil-check() { printf '%s\\n' \"$@\" >/tmp/arguments; }\n")
+    machine.exec(["/usr/bin/python3", "-c", TYPIST, "quendil-check --fo\t", "rmat=",
+                  "j\t", "json ", "--p\t", "--preview ", "-g web\t", r"web\ shop "])
+    assert machine.read("/tmp/arguments").splitlines() == [
+        "--format=json", "--preview", "-g", "web shop"]
