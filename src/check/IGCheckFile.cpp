@@ -33,20 +33,23 @@ class FileObserver final : public IniObserver {
         if (!file_.blocks.empty() && !file_.blocks.back().items.empty()) {
             file_.blocks.back().items.back().has_mistake = true;
         }
-        return file_.findings.size() < MOST_FINDINGS;
+        return !file_.truncated;
     }
 
-    bool resume(IgCmnFileHandle& file, std::int32_t line, bool opens) override {
-        if (opens) {
+    bool resume(IgCmnFileHandle& file, std::int32_t line, Skipped skipped) override {
+        std::int32_t column = 0;
+        if (skipped == Skipped::OPENS) {
             line = afterBlock(line);
+        } else if (skipped == Skipped::CLOSES && findBrace(line - 1, column)) {
+            --line;
         }
         std::fclose(file.stream);
-        file.stream = file_.source.streamFrom(file_.source.offsetOf(line));
+        file.stream = file_.source.streamFrom(file_.source.offsetOf(line) + column);
         if (file.stream == nullptr) {
             return false;
         }
         file.line_no = line;
-        file.column = 0;
+        file.column = column;
         return true;
     }
 
@@ -74,6 +77,17 @@ class FileObserver final : public IniObserver {
             default:
                 return file_.values;
         }
+    }
+
+    // Finds a closing brace at the end of a line, which has a good beginning.
+    bool findBrace(std::int32_t line, std::int32_t& column) {
+        const std::string text = file_.source.line(line, 0, LINE_WINDOW);
+        const std::size_t last = text.find_last_not_of(BLANKS);
+        if (last == std::string::npos || text[last] != '}') {
+            return false;
+        }
+        column = static_cast<std::int32_t>(last);
+        return true;
     }
 
     // The line after the block that the line before `line` opens; `line` when it opens none, or
@@ -161,7 +175,7 @@ void CheckedFile::add(Finding finding) {
     if (findings.size() < MOST_FINDINGS) {
         findings.push_back(std::move(finding));
     } else {
-        ++left_out;
+        truncated = true;
     }
 }
 

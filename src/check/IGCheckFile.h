@@ -50,7 +50,7 @@ struct CheckedFile {
     bool installed = false;  // a run on this machine reads it
     SourceText source;
     std::vector<Finding> findings;
-    std::size_t left_out = 0;  // findings beyond MOST_FINDINGS
+    bool truncated = false;  // there are more findings than MOST_FINDINGS
     // what was read
     std::vector<PlacedValue> values;  // outside of blocks
     std::vector<PlacedBlock> blocks;

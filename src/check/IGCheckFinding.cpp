@@ -1,6 +1,15 @@
 #include "check/IGCheckFinding.h"
 
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+#include <vector>
+
+#include "ini/IGIniReadPtn.h"
+
 namespace {
+
+constexpr std::size_t LONGEST_WORD = 40;  // of a file in a message
 
 void replace(std::string& text, std::string_view name, std::string_view value) {
     if (const std::size_t at = text.find(name); at != std::string::npos) {
@@ -21,10 +30,42 @@ const char* noteOf(Refusal reason) {
     }
 }
 
+// How many letters differ between two words, up to their order.
+std::size_t distance(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const bool same = std::toupper(static_cast<unsigned char>(a[i - 1])) ==
+                              std::toupper(static_cast<unsigned char>(b[j - 1]));
+            const std::size_t replaced = diagonal + (same ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+// The keyword that a misspelt one may have meant; "" when none is near.
+std::string hintFor(std::string_view word) {
+    constexpr std::size_t NEAR = 2;
+    std::string_view nearest;
+    std::size_t best = NEAR + 1;
+    for (std::size_t i = 0; !patternKeyword(i).empty() && word.size() <= LONGEST_WORD; ++i) {
+        const std::size_t differs = distance(word, patternKeyword(i));
+        if (differs < best) {
+            best = differs;
+            nearest = patternKeyword(i);
+        }
+    }
+    return nearest.empty() ? "" : ": is it " + std::string(nearest) + "?";
+}
+
 // A word of the file, which may be a whole line.
 std::string shortened(std::string_view word) {
-    constexpr std::size_t MOST = 40;
-    return std::string(word.substr(0, MOST)) + (word.size() > MOST ? "..." : "");
+    return std::string(word.substr(0, LONGEST_WORD)) + (word.size() > LONGEST_WORD ? "..." : "");
 }
 
 // Where a keyword belongs.
@@ -48,7 +89,10 @@ Finding findingOf(const Mistake& mistake) {
     const Rule& rule = ruleOf(mistake.reason);
     const bool misplaced = mistake.reason == Refusal::KEYWORD_MISPLACED;
     const std::string keyword = shortened(mistake.keyword);
-    const std::string detail = misplaced ? whereOf(mistake.detail) : shortened(mistake.detail);
+    const bool unknown = mistake.reason == Refusal::KEYWORD_UNKNOWN;
+    const std::string detail = misplaced ? whereOf(mistake.detail)
+                               : unknown ? hintFor(mistake.keyword)
+                                         : shortened(mistake.detail);
     Finding finding{.rule = &rule,
                     .place = mistake.place,
                     .text = messageOf(rule, {keyword, detail, mistake.lowest, mistake.limit}),

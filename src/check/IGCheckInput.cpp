@@ -61,6 +61,12 @@ bool readDirectory(const std::string& path, PatternDirectory& directory) {
     return true;
 }
 
+void complainOfLinks(const PatternDirectory& directory) {
+    for (const std::string& link : directory.dangling) {
+        complain(link, ruleOf(Warning::LINK_DANGLING).text);
+    }
+}
+
 std::unique_ptr<CheckedFile> readFile(const std::string& path, FileKind kind, root_tbl& root) {
     auto file = std::make_unique<CheckedFile>();
     const bool is_input = path == STANDARD_INPUT;

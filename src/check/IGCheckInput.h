@@ -28,6 +28,9 @@ struct PatternDirectory {
 /// Returns false after it has said why the directory cannot be read.
 bool readDirectory(const std::string& path, PatternDirectory& directory);
 
+/// Says that no run starts while links in the directory lead nowhere.
+void complainOfLinks(const PatternDirectory& directory);
+
 /// Opens and reads one file. Null after it has said why this is not possible.
 std::unique_ptr<CheckedFile> readFile(const std::string& path, FileKind kind, root_tbl& root);
 

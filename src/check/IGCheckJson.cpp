@@ -53,7 +53,8 @@ class JsonReport final : public Report {
         const ordered_json summary{{"files", totals.files},
                                    {"errors", totals.errors},
                                    {"warnings", totals.warnings},
-                                   {"left_out", totals.left_out}};
+                                   {"truncated", totals.truncated},
+                                   {"unreadable", totals.unreadable}};
         std::printf("\n], \"summary\": %s}\n", dumped(summary).c_str());
     }
 
@@ -85,7 +86,8 @@ class SarifReport final : public Report {
         ordered_json rules = ordered_json::array();
         for (const Rule& rule : allRules()) {
             rules.push_back({{"id", rule.name},
-                             {"shortDescription", {{"text", rule.text}}},
+                             {"shortDescription",
+                              {{"text", rule.summary == nullptr ? rule.text : rule.summary}}},
                              {"defaultConfiguration", {{"level", nameOf(rule.level)}}}});
         }
         const ordered_json tool{
@@ -131,7 +133,7 @@ class SarifReport final : public Report {
 }  // namespace
 
 std::string dumped(const ordered_json& value) {
-    return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+    return value.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
 }
 
 std::unique_ptr<Report> makeJsonReport() {

@@ -6,7 +6,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-/// Without line ends; bytes that are not UTF-8 become U+FFFD.
+/// In ASCII and without line ends, so that a terminal may show it; bytes that are not UTF-8 become
+/// U+FFFD.
 std::string dumped(const nlohmann::ordered_json& value);
 
 #endif

@@ -85,7 +85,8 @@ std::vector<Row> rowsOf(const Lists& lists) {
          {std::pair("group", &lists.groups), std::pair("target", &lists.targets)}) {
         for (const auto& [name, patterns] : *selections) {
             for (const auto& [file, title] : patterns) {
-                rows.push_back({kind, shown(name), shown(file), shown(title)});
+                rows.push_back({kind, shown(name, Tabs::ESCAPED), shown(file, Tabs::ESCAPED),
+                                shown(title, Tabs::ESCAPED)});
             }
         }
     }
@@ -122,6 +123,7 @@ int listSelections(const CheckOptions& options, root_tbl& root) {
     }
     int status = 0;
     Lists lists;
+    complainOfLinks(directory);
     for (const std::string& path : directory.files) {
         const auto file = readFile(path, FileKind::PATTERN, root);
         if (file == nullptr) {

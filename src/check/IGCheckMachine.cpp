@@ -156,9 +156,11 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
         return;
     }
     const std::string program = programOf(use);
+    const std::string& name = use.name.empty() ? use.words[0] : use.name;
     if (program.empty()) {
-        file.warn(Warning::PROGRAM_MISSING, command->place,
-                  {.detail = use.name.empty() ? use.words[0] : use.name});
+        if (missing_.insert(name).second) {
+            file.warn(Warning::PROGRAM_MISSING, command->place, {.detail = name});
+        }
     } else {
         checkProgram(file, *command, program);
     }
@@ -199,6 +201,7 @@ void MachineCheck::checkFile(CheckedFile& file) {
 }
 
 void MachineCheck::warn(CheckedFile& file) {
+    missing_.clear();
     if (file.installed) {
         checkFile(file);
     }

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "check/IGCheckFile.h"
 
@@ -35,6 +36,7 @@ class MachineCheck {
     std::unordered_map<std::string, bool> there_;
     std::unordered_map<std::string, std::string> programs_;
     std::unordered_map<std::string, std::string> changeable_;  // programs that others can change
+    std::unordered_set<std::string> missing_;  // programs: each is named once in a file
 };
 
 #endif

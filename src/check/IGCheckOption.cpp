@@ -28,7 +28,8 @@ const char* const CHECK_USAGE =
     "  -h, --help            this text\n"
     "  --version             the version\n"
     "\n"
-    "exit status: 0 nothing found; 1 findings; 2 wrong usage, or a file that cannot be read\n";
+    "exit status: 0 nothing at the level of --fail-level; 1 findings; 2 wrong usage, or a file\n"
+    "that cannot be read\n";
 
 namespace {
 
@@ -45,11 +46,15 @@ constexpr std::array<option, 8> LONG_OPTIONS{{
     {nullptr, 0, nullptr, 0},
 }};
 
+bool suggestHelp() {
+    std::fputs("Try 'quendil-check --help'.\n", stderr);
+    return false;
+}
+
 bool fail(const char* what, const char* value = nullptr) {
     std::fprintf(stderr, "quendil-check: %s%s%s\n", what, value == nullptr ? "" : ": ",
                  value == nullptr ? "" : value);
-    std::fputs("Try 'quendil-check --help'.\n", stderr);
-    return false;
+    return suggestHelp();
 }
 
 template <typename Value>
@@ -73,13 +78,13 @@ bool choose(const std::array<Choice<Value>, Count>& choices, const char* option,
 bool setFormat(CheckOptions& options, const char* text) {
     constexpr std::array<Choice<Format>, 3> FORMATS{
         {{"text", Format::TEXT}, {"json", Format::JSON}, {"sarif", Format::SARIF}}};
-    return choose(FORMATS, "unknown format", text, options.format);
+    return choose(FORMATS, "the format is text, json or sarif, not", text, options.format);
 }
 
 bool setFailLevel(CheckOptions& options, const char* text) {
     constexpr std::array<Choice<Level>, 2> LEVELS{
         {{"error", Level::ERROR}, {"warning", Level::WARNING}}};
-    return choose(LEVELS, "unknown level", text, options.fail_level);
+    return choose(LEVELS, "the level is error or warning, not", text, options.fail_level);
 }
 
 // --help and --version count wherever they stand.
@@ -106,9 +111,10 @@ bool setOption(CheckOptions& options, int option, const char* value) {
         case FORMAT:
             return setFormat(options, value);
         case FAIL_LEVEL:
+            options.checks_only = true;
             return setFailLevel(options, value);
         case OFFLINE:
-            options.offline = true;
+            options.offline = options.checks_only = true;
             return true;
         case LIST:
         case PREVIEW:
@@ -124,7 +130,7 @@ bool setOption(CheckOptions& options, int option, const char* value) {
             setAction(options, Action::VERSION);
             return true;
         default:
-            return fail("wrong usage");  // getopt has named the option
+            return suggestHelp();  // getopt has named the option
     }
 }
 
@@ -152,7 +158,8 @@ bool fits(const CheckOptions& options) {
         default:
             return true;
     }
-    return options.format != Format::SARIF || fail("sarif is a format of checks only");
+    return (options.format != Format::SARIF && !options.checks_only) ||
+           fail("--format=sarif, --fail-level and --offline belong to a check");
 }
 
 }  // namespace

@@ -15,6 +15,7 @@ struct CheckOptions {
     Format format = Format::TEXT;
     Level fail_level = Level::ERROR;
     bool offline = false;
+    bool checks_only = false;         // an option was given that only checks have
     const char* config = nullptr;     // null: the installed one
     const char* directory = nullptr;  // -d
     std::vector<const char*> groups;

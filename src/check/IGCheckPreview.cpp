@@ -54,7 +54,7 @@ struct Sum {
     std::int64_t most = 0;     // NONE without a bound
     std::int64_t seconds = 0;  // NONE without a bound
     std::int64_t limit = NONE;
-    std::int64_t free = 0;
+    std::int64_t free = NONE;  // NONE when the directory may not be asked
 };
 
 struct Preview {
@@ -184,16 +184,17 @@ void addFinding(Preview& preview, Warning warning, const std::string& detail) {
 bool judge(Preview& preview, const root_tbl& root) {
     Sum& sum = preview.sum;
     struct statvfs fs = {};
-    if (::statvfs(preview.directory.c_str(), &fs) != 0) {
+    if (::statvfs(preview.directory.c_str(), &fs) == 0) {
+        sum.free = static_cast<std::int64_t>(fs.f_bfree) * static_cast<std::int64_t>(fs.f_frsize);
+    } else if (errno != EACCES) {
         complain(preview.directory, std::strerror(errno));
         return false;
     }
-    sum.free = static_cast<std::int64_t>(fs.f_bfree) * static_cast<std::int64_t>(fs.f_frsize);
     sum.limit = root.max_output_size > 0 ? limitInBytes(root) : NONE;
     if (sum.limit != NONE) {
         sum.most = sum.most == NONE ? sum.limit : std::min(sum.most, sum.limit);
     }
-    if (sum.known > sum.free) {
+    if (sum.free != NONE && sum.known > sum.free) {
         addFinding(preview, Warning::SPACE_SHORT,
                    "the files have " + bytesText(sum.known) + ", but " + preview.directory +
                        " has only " + bytesText(sum.free) + " free");
@@ -255,7 +256,7 @@ void printJson(const Preview& preview) {
                         {"most_bytes", orNull(sum.most)},
                         {"most_seconds", orNull(sum.seconds)},
                         {"limit_bytes", orNull(sum.limit)},
-                        {"free_bytes", sum.free}}},
+                        {"free_bytes", orNull(sum.free)}}},
                       {"directory", preview.directory},
                       {"findings", findings}})
                   .c_str());
@@ -305,7 +306,8 @@ void printText(const Preview& preview) {
     std::printf("longest time:  %s\n",
                 sum.seconds == NONE ? "no limit" : timeText(sum.seconds).c_str());
     std::printf("size limit:    %s\n", sum.limit == NONE ? "none" : bytesText(sum.limit).c_str());
-    std::printf("free space:    %s in %s\n", bytesText(sum.free).c_str(),
+    std::printf("free space:    %s in %s\n",
+                sum.free == NONE ? "not known" : bytesText(sum.free).c_str(),
                 shown(preview.directory).c_str());
     for (const Finding& finding : preview.findings) {
         std::printf("%s: %s [%s]\n", nameOf(finding.rule->level), shown(finding.text).c_str(),
@@ -342,7 +344,8 @@ int configure(const CheckOptions& options, root_tbl& root, Preview& preview) {
         return UNREADABLE;
     }
     if (config->hasError()) {
-        complain(path, "it has errors: no run starts");
+        const Finding& first = config->findings.front();
+        complain(path + ":" + std::to_string(first.place.line), first.text + ": no run starts");
         return FOUND;
     }
     preview.directory = options.directory != nullptr ? options.directory
@@ -363,6 +366,7 @@ int previewRun(const CheckOptions& options, root_tbl& root) {
     if (!readDirectory(installedPatterns(), directory) || !select(options, root, local.get())) {
         return UNREADABLE;
     }
+    complainOfLinks(directory);
     Collector collector(preview, root);
     for (const std::string& path : directory.files) {
         const auto file = readFile(path, FileKind::PATTERN, root);
@@ -376,10 +380,14 @@ int previewRun(const CheckOptions& options, root_tbl& root) {
     if (!judge(preview, root)) {
         return UNREADABLE;
     }
-    options.format == Format::JSON ? printJson(preview) : printText(preview);
     if (preview.items.empty()) {
-        complain("--preview", "no pattern is selected");
-        return FOUND;
+        std::fputs("quendil-check: no pattern is selected\n", stderr);
     }
-    return preview.findings.empty() ? 0 : FOUND;
+    if (options.format == Format::JSON) {
+        printJson(preview);
+    } else if (!preview.items.empty()) {
+        printText(preview);
+    }
+    const bool runs = !preview.items.empty() && directory.dangling.empty();
+    return runs && preview.findings.empty() ? 0 : FOUND;
 }

@@ -35,16 +35,19 @@ class TextReport final : public Report {
                 write(file, finding.note_place, "note", CYAN, finding.note);
             }
         }
-        if (file.findings.size() >= MOST_FINDINGS) {
+        if (file.truncated) {
             std::printf("%s: %zu findings are shown, the rest is left out\n",
                         shown(file.name).c_str(), file.findings.size());
         }
     }
 
     void end(const Totals& totals) override {
-        std::printf("%s: %s, %s\n", counted(totals.files, "file").c_str(),
+        const std::string unreadable =
+            totals.unreadable == 0 ? ""
+                                   : ", " + std::to_string(totals.unreadable) + " not readable";
+        std::printf("%s: %s, %s%s\n", counted(totals.files, "file").c_str(),
                     counted(totals.errors, "error").c_str(),
-                    counted(totals.warnings, "warning").c_str());
+                    counted(totals.warnings, "warning").c_str(), unreadable.c_str());
     }
 
   private:
@@ -105,7 +108,7 @@ class TextReport final : public Report {
 
 void Totals::count(const CheckedFile& file) {
     ++files;
-    left_out += file.left_out;
+    truncated += file.truncated ? 1 : 0;
     for (const Finding& finding : file.findings) {
         ++(finding.rule->level == Level::ERROR ? errors : warnings);
     }
@@ -115,14 +118,14 @@ std::unique_ptr<Report> makeTextReport() {
     return std::make_unique<TextReport>();
 }
 
-std::string shown(const std::string& text) {
+std::string shown(const std::string& text, Tabs tabs) {
     std::string result;
     for (std::size_t begin = 0; begin <= text.size();) {
         // A NUL ends a text for the function that escapes it.
         const std::size_t end = std::min(text.find('\0', begin), text.size());
         const std::string part = text.substr(begin, end - begin);
-        std::string out(IgCmnMsgPrintableSize(part.c_str(), Tabs::KEPT), '\0');
-        IgCmnMsgPrintable(part.c_str(), out.data(), out.size(), Tabs::KEPT);
+        std::string out(IgCmnMsgPrintableSize(part.c_str(), tabs), '\0');
+        IgCmnMsgPrintable(part.c_str(), out.data(), out.size(), tabs);
         out.pop_back();  // the NUL at its end
         result += out;
         result += end < text.size() ? "\\000" : "";

@@ -9,13 +9,15 @@
 
 #include "check/IGCheckFile.h"
 #include "check/IGCheckOption.h"
+#include "common/base/IGPrintable.h"
 
 /// What a check has found in all files.
 struct Totals {
     std::size_t files = 0;
     std::size_t errors = 0;
     std::size_t warnings = 0;
-    std::size_t left_out = 0;
+    std::size_t truncated = 0;   // files with more findings than are shown
+    std::size_t unreadable = 0;  // files and directories, which are not in `files`
 
     void count(const CheckedFile& file);
 };
@@ -37,7 +39,7 @@ std::unique_ptr<Report> makeJsonReport();
 std::unique_ptr<Report> makeSarifReport();
 
 /// A text without characters that control a terminal.
-std::string shown(const std::string& text);
+std::string shown(const std::string& text, Tabs tabs = Tabs::KEPT);
 /// "1 file", "2 files".
 std::string counted(std::size_t number, const char* what);
 

@@ -27,6 +27,8 @@ enum class Warning : std::uint8_t {
     OUTPUT_SHARED,
     OUTPUT_OUTSIDE,
     PATH_SECRET,
+    PATH_WILDCARD,
+    ARGUMENT_SHELL,
     VALUE_CARRIAGE_RETURN,
     // of a directory of patterns
     FILE_LEFTOVER,
@@ -49,6 +51,7 @@ struct Rule {
     Level level;
     /// What was found, as a message; {keyword}, {detail}, {lowest} and {limit} are replaced.
     const char* text;
+    const char* summary = nullptr;  // without blanks; null: the text is without
 };
 
 const Rule& ruleOf(Refusal refusal);

@@ -36,6 +36,12 @@ constexpr const char* LEFTOVERS[] = {
     "*.rpmorig", "*.ucf-*", ".#*",    "*.dpkg-*", "*.pacnew", "*.pacsave", "4913",
 };
 
+// What a shell would act on. In a script for a shell it is part of a longer word.
+bool isShellSign(const std::string& word) {
+    constexpr const char* SIGNS[] = {"|", "||", "&&", "&", ";", ">", ">>", "<", "2>", "2>&1", "&>"};
+    return std::find(std::begin(SIGNS), std::end(SIGNS), word) != std::end(SIGNS);
+}
+
 bool matchesAny(const std::string& text, std::span<const char* const> wildcards) {
     return std::any_of(wildcards.begin(), wildcards.end(), [&](const char* wildcard) {
         return ::fnmatch(wildcard, text.c_str(), 0) == 0;
@@ -83,7 +89,8 @@ class PatternCheck {
         for (const PlacedValue& value : block.values) {
             checkUse(value, false);
         }
-        if (block.block->target == nullptr && file_.pattern->group == nullptr) {
+        if (block.block->target == nullptr && file_.pattern->group == nullptr &&
+            !file_.hasError()) {
             file_.warn(Warning::PATTERN_UNREACHABLE, block.place);
         }
         for (const PlacedItem& item : block.items) {
@@ -102,6 +109,9 @@ class PatternCheck {
             const std::string normal = normalPath(expanded(item.item->data.path_name, root_));
             if (isSecret(normal)) {
                 file_.warn(Warning::PATH_SECRET, path->place, {.detail = normal});
+            }
+            if (parentOf(normal).find_first_of("*?[") != std::string::npos) {
+                file_.warn(Warning::PATH_WILDCARD, path->place);
             }
         }
     }
@@ -155,9 +165,10 @@ class PatternCheck {
             }
         } else if (unlimited) {
             file_.warn(Warning::TIMEOUT_LONG, timeout->place,
-                       {.detail = "none: a tool that hangs would hang the run"});
+                       {.detail = "no time limit: a tool that hangs would hang the run"});
         } else if (seconds > LONG_TIMEOUT) {
-            const std::string detail = std::to_string(seconds) + " seconds, more than five minutes";
+            const std::string detail =
+                "the time limit is " + std::to_string(seconds) + " s, more than five minutes";
             file_.warn(Warning::TIMEOUT_LONG, timeout->place, {.detail = detail});
         }
     }
@@ -165,6 +176,14 @@ class PatternCheck {
     // The commands of the tool directory mask or leave out secrets.
     void checkArguments(const PlacedItem& item) {
         const ToolUse use = toolOf(item.item->tool.command_line, root_);
+        const PlacedValue* command = item.find("COMMAND_LINE");
+        if (command == nullptr) {
+            return;
+        }
+        const auto sign = std::find_if(use.words.begin(), use.words.end(), isShellSign);
+        if (sign != use.words.end()) {
+            file_.warn(Warning::ARGUMENT_SHELL, command->place, {.detail = *sign});
+        }
         if (use.words.empty() || use.words[0].starts_with(toolPath(""))) {
             return;
         }
@@ -172,8 +191,7 @@ class PatternCheck {
             std::find_if(use.words.begin() + 1, use.words.end(), [](const std::string& word) {
                 return word.starts_with("/") && isSecret(word) && word != "/";
             });
-        const PlacedValue* command = item.find("COMMAND_LINE");
-        if (secret != use.words.end() && command != nullptr) {
+        if (secret != use.words.end()) {
             file_.warn(Warning::PATH_SECRET, command->place, {.detail = *secret});
         }
     }
@@ -195,7 +213,7 @@ class PatternCheck {
         if (!isInPatternDirectory(path)) {
             file_.warn(Warning::OUTPUT_OUTSIDE, redirect->place);
         }
-        if (!isCollected(item, path)) {
+        if (!isCollected(item, path) && !file_.hasError()) {
             file_.warn(Warning::OUTPUT_UNCOLLECTED, redirect->place,
                        {.detail = "no data item after this tool collects its output"});
         }

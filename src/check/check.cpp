@@ -72,7 +72,7 @@ class Check {
     void checkFile(const std::string& path, FileKind kind, bool in_directory = false) {
         const auto file = readFile(path, kind, root_);
         if (file == nullptr) {
-            unreadable_ = true;
+            ++totals_.unreadable;
             return;
         }
         if (kind == FileKind::PATTERN) {
@@ -92,7 +92,7 @@ class Check {
     void checkDirectory(const std::string& path) {
         PatternDirectory directory;
         if (!readDirectory(path, directory)) {
-            unreadable_ = true;
+            ++totals_.unreadable;
             return;
         }
         for (const std::string& link : directory.dangling) {
@@ -113,7 +113,7 @@ class Check {
     }
 
     [[nodiscard]] int status() const {
-        if (unreadable_) {
+        if (totals_.unreadable > 0) {
             return UNREADABLE;
         }
         const bool warned = options_.fail_level == Level::WARNING && totals_.warnings > 0;
@@ -126,7 +126,6 @@ class Check {
     Outputs outputs_;
     std::unique_ptr<Report> report_;
     Totals totals_;
-    bool unreadable_ = false;
 };
 
 int act(const CheckOptions& options) {

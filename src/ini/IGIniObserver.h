@@ -41,8 +41,9 @@ enum class Refusal : std::uint8_t {
     FORMAT_VERSION_NEWER,
     FORMAT_VERSION_MISSING,
     // values
-    VALUE_BLANK,  ///< a blank outside of quotes
-    VALUE_MARK,   ///< one of = { } % outside of quotes
+    VALUE_BLANK,    ///< a blank outside of quotes
+    SETTING_BLANK,  ///< configuration: a blank before or after the "="
+    VALUE_MARK,     ///< one of = { } outside of quotes
     VALUE_EMPTY,
     VALUE_TOO_LONG,           ///< `limit` is the longest length in bytes
     SPECIAL_STRING_UNKNOWN,   ///< `detail` is its name with the leading "%"
@@ -85,6 +86,13 @@ struct AcceptedValue {
     bool joined;        // a comment follows it without a blank
 };
 
+/// What a line with a mistake may do that its reader has not seen.
+enum class Skipped : std::uint8_t {
+    NOTHING,
+    OPENS,   ///< open a block that is not known: reading goes on after that block
+    CLOSES,  ///< close the block that it has opened: reading goes on at that brace
+};
+
 /// Observes a reader. Texts are valid during the call only.
 class IniObserver {
   public:
@@ -94,9 +102,8 @@ class IniObserver {
     /// A mistake. Returns whether to look for more.
     virtual bool refused(const Mistake& mistake) = 0;
     /// Called after a mistake in a pattern file: makes the file continue at the start of its line
-    /// `line`, or of a later one. `opens` says that the line with the mistake may open a block
-    /// that is not known. Returns false to stop reading.
-    virtual bool resume(IgCmnFileHandle& file, std::int32_t line, bool opens) = 0;
+    /// `line`, or at another place that `skipped` names. Returns false to stop reading.
+    virtual bool resume(IgCmnFileHandle& file, std::int32_t line, Skipped skipped) = 0;
     virtual void accepted(const AcceptedValue& value) = 0;
     /// A BLOCK was opened, or an item of the current block; `item` is null for a BLOCK.
     virtual void opened(TextPlace keyword, const ptn_block& block, const collect_item* item) = 0;

@@ -180,11 +180,6 @@ const Key* findKey(const char* name) {
     return nullptr;
 }
 
-Outcome refuseEmptyValue(Context& context) {
-    return refuseValue(context,
-                       *context.value == '\0' ? Refusal::VALUE_EMPTY : Refusal::VALUE_BLANK);
-}
-
 Outcome readSetting(Context& context, char* line) {
     char* equal = std::strchr(line, '=');
     if (equal == nullptr) {
@@ -192,13 +187,17 @@ Outcome readSetting(Context& context, char* line) {
     }
     context.value = equal + 1;
     context.key = {line, static_cast<std::size_t>(equal - line)};
-    if (equal[1] == '\0' || equal[1] == ' ') {
-        return refuseEmptyValue(context);
+    if (equal[1] == '\0') {
+        return refuseValue(context, Refusal::VALUE_EMPTY);
+    }
+    if (equal[1] == ' ') {
+        return refuseValue(context, Refusal::SETTING_BLANK);
     }
     *equal = '\0';
     const Key* key = findKey(line);
     if (key == nullptr) {
-        return refuse(context, Refusal::KEYWORD_UNKNOWN, line);
+        return context.key.ends_with(' ') ? refuse(context, Refusal::SETTING_BLANK, equal - 1)
+                                          : refuse(context, Refusal::KEYWORD_UNKNOWN, line);
     }
     const std::uint32_t bit = 1U << (key - KEYS.data());
     if ((context.seen & bit) != 0) {

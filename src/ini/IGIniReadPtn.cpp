@@ -138,7 +138,7 @@ Outcome refuse(Reader& reader, Mistake mistake, Outcome outcome = Outcome::SYNTA
     if (reader.observer() != nullptr) {
         if (reader.comment.line != 0 && reader.word_place.line > reader.comment.line) {
             mistake = {.reason = Refusal::COMMENT_JOINED,
-                       .place = reader.word_place,
+                       .place = {reader.word_place.line, 1},
                        .other = reader.comment};
         }
         if (mistake.keyword.empty() && reader.keyword != nullptr) {
@@ -752,6 +752,8 @@ Outcome inValue(Reader& reader, const read_word& word) {
                 reader.comment = reader.word_place;
             }
             return storeValue(reader, true);
+        case WORD_PERCENT:
+            return refuseWord(reader, Refusal::SPECIAL_STRING_UNCLOSED);
         default:
             return refuseWord(reader, Refusal::VALUE_MARK);
     }
@@ -879,7 +881,7 @@ bool supplyBrace(Reader& reader, const read_word& word) {
 // mistake is an earlier one. Returns false to end the reading.
 bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
     bool same_line = reader.mistake == Refusal::COMMENT_JOINED;
-    bool opens = false;
+    Skipped skipped = Skipped::NOTHING;
     switch (reader.mistake) {
         case Refusal::COMMAND_LINE_MISSING:
         case Refusal::PATH_NAME_MISSING:
@@ -897,7 +899,10 @@ bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
         case Refusal::KEYWORD_RESERVED:
         case Refusal::KEYWORD_MISPLACED:
         case Refusal::STATEMENT_INVALID:
-            opens = true;
+            skipped = Skipped::OPENS;
+            break;
+        case Refusal::BRACE_TEXT:
+            skipped = Skipped::CLOSES;
             break;
         default:
             break;
@@ -907,7 +912,7 @@ bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
     reader.state = State::STATEMENT;
     reader.comment = {};
     word.type = WORD_TEXT;
-    return reader.observer()->resume(file, same_line ? file.line_no : file.line_no + 1, opens);
+    return reader.observer()->resume(file, same_line ? file.line_no : file.line_no + 1, skipped);
 }
 
 Outcome readWords(Reader& reader, IgCmnFileHandle& file) {
@@ -996,4 +1001,8 @@ int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp) {
         default:
             return PTN_SKIPPED;
     }
+}
+
+std::string_view patternKeyword(std::size_t index) {
+    return index < std::size(KEYWORDS) ? KEYWORDS[index].name : std::string_view();
 }

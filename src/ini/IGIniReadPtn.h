@@ -2,6 +2,9 @@
 #ifndef QUENDIL_INI_IGINIREADPTN_H
 #define QUENDIL_INI_IGINIREADPTN_H
 
+#include <cstddef>
+#include <string_view>
+
 #include "common/base/IGCmnMemory.h"
 
 struct IgCmnFileHandle;
@@ -20,5 +23,8 @@ int IgIniReadPtnDef(const char* file_name, root_tbl* root, memory_pool* memoryp)
 /// for a file with a mistake; -1 when memory ran out or reading failed (reported). The caller
 /// closes the file.
 int observePtnDef(IgCmnFileHandle& file, root_tbl& root, memory_pool* memoryp);
+
+/// The keywords of pattern files, counted from 0; "" after the last one.
+std::string_view patternKeyword(std::size_t index);
 
 #endif

@@ -116,7 +116,6 @@ def test_the_templates_have_no_error(machine: Machine):
     (TOOL % "/opt/link", "program-writable", "root runs /opt/theirs/tool"),
     (DESCRIBED % "/no/file", "path-unmatched", "nothing on this machine matches /no/file"),
     (DESCRIBED % "/etc/*.none", "path-unmatched", "/etc/*.none"),
-    (DESCRIBED % "/et*/passwd", "path-unmatched", "/et*/passwd"),
     (DESCRIBED % "/etc/pass*", None, ""),
     (DESCRIBED % "/usr/%HOST%/..", None, ""),
     (DESCRIBED % "/opt/theirs/tool", "directory-writable", "can change /opt/theirs"),
@@ -181,6 +180,35 @@ def test_a_configuration_that_others_can_change_is_a_warning(machine: Machine):
     assert rules_of(check(machine)) == ["file-writable"]
 
 
+def test_a_directory_above_the_one_that_others_can_change_counts_for_deeper_paths(machine: Machine):
+    machine.directory("/opt/theirs", owner=(1000, 1000))
+    machine.file("/opt/theirs/a/b/file")
+    machine.file("/tmp/90_demo", DESCRIBED % "/opt/theirs/a/b/file")
+    done = check(machine, "90_demo")
+    assert "others than root can change /opt/theirs [directory-writable]\n" in done.stdout
+
+
+@pytest.mark.parametrize("path, collected", [
+    ("%d%/output.txt", True), ("%d%/./output.txt", True), ("%d%", True), ("%d%/*", True),
+    ("%d%/out*.txt", True), ("%d%/*.log", False), ("%d%/output", False), ("%d%/output.txt/x", False),
+    ("/output.txt", False), ("%d%/o?tput.[a-z]xt", True),
+])
+def test_the_path_of_a_data_item_collects_an_output(machine: Machine, path: str, collected: bool):
+    machine.file("/tmp/90_demo", (TOOL % "/bin/true").replace('PATH_NAME = "%d%/output.txt"',
+                                                              f'PATH_NAME = "{path}"'))
+    done = check(machine, "--offline", "90_demo")
+    assert rules_of(done) == ([] if collected else ["output-uncollected"])
+
+
+def test_the_order_of_items_counts_for_an_output(machine: Machine):
+    text = TOOL % "/bin/true"
+    tool = text[text.index("    TOOL_BLOCK"):text.index("    DATA_BLOCK")]
+    machine.file("/tmp/90_demo", text.replace(tool, "").removesuffix("}\n") + tool + "}\n")
+    assert rules_of(check(machine, "--offline", "90_demo")) == ["output-uncollected"]
+    machine.file("/tmp/90_demo", text.replace("    DATA_BLOCK", "}\nBLOCK {\n    DATA_BLOCK"))
+    assert rules_of(check(machine, "--offline", "90_demo")) == []
+
+
 def test_patterns_with_the_same_targets_share_their_outputs(machine: Machine):
     machine.no_patterns()
     for name in ("90_a", "91_b"):
@@ -209,11 +237,12 @@ def test_the_findings_as_json(machine: Machine):
     assert done.status == 1
     found = json.loads(done.stdout)
     jsonschema.validate(found, schema("check.json"))
-    assert found["findings"][1] == {
+    assert found["findings"][0] == {
         "file": "90_demo", "line": 4, "column": 5, "level": "error", "rule": "brace-missing",
         "message": "the block has no { on the line of its keyword",
         "note": {"line": 3, "column": 5, "message": "the keyword of the block"}}
-    assert found["summary"] == {"files": 1, "errors": 2, "warnings": 1, "left_out": 0}
+    assert found["summary"] == {"files": 1, "errors": 2, "warnings": 0, "truncated": 0,
+                                "unreadable": 0}
 
 
 def test_the_findings_of_all_rules_fit_the_schemas(machine: Machine):
@@ -270,6 +299,7 @@ def test_colour_is_for_terminals_only(machine: Machine):
     ["--list", "--preview"], ["--preview", "--list", "-g", "a"], ["--preview"],
     ["--list", "file"], ["--list", "-g", "a"], ["--list", "--format=sarif"],
     ["--preview", "-g", "a", "file"], ["--preview", "-g", "a", "--format=sarif"], ["-d", "/tmp"],
+    ["--list", "--offline"], ["--preview", "-g", "a", "--fail-level=error"],
 ])
 def test_wrong_usage(machine: Machine, arguments: list[str]):
     done = check(machine, *arguments)
@@ -305,6 +335,7 @@ def test_a_file_that_cannot_be_read(machine: Machine):
     assert done.stderr == ("quendil-check: none: No such file or directory\n"
                            "quendil-check: secret: Permission denied\n")
     assert "90_demo:4:5: error" in done.stdout  # the others are checked all the same
+    assert done.stdout.endswith("1 file: 2 errors, no warnings, 2 not readable\n")
 
 
 def test_a_full_output_is_not_taken_for_success(machine: Machine):
@@ -344,6 +375,11 @@ def test_a_hundred_findings_of_a_file_are_shown(machine: Machine):
     assert done.stdout.count(" error: ") == 100
     assert done.stdout.endswith("bad: 100 findings are shown, the rest is left out\n"
                                 "1 file: 100 errors, no warnings\n")
+    machine.file("/tmp/full", "FORMAT_VERSION = 1.0\nBLOCK {\n}\n" + "x\n" * 100)
+    assert check(machine, "--offline", "full").stdout.endswith(
+        "1 file: 100 errors, no warnings\n")
+    summary = json.loads(check(machine, "--offline", "--format=json", "bad").stdout)["summary"]
+    assert summary["truncated"] == 1
     machine.file("/tmp/open", "FORMAT_VERSION = 1.0\n" + "x {\n" * 100000)
     assert check(machine, "--offline", "open").stdout.count(" error: ") == 100
 

@@ -208,16 +208,36 @@ def test_a_file_with_an_error_is_named_and_left_out(machine: Machine):
     assert value["skipped"] == [f"{PATTERN_DIRECTORY}/20_bad"] and len(value["items"]) == 1
 
 
+def test_a_dangling_link_is_named_because_no_run_starts(machine: Machine):
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/etc/os-release")))
+    machine.link(f"{PATTERN_DIRECTORY}/20_link", "nowhere")
+    said = f"quendil-check: {PATTERN_DIRECTORY}/20_link: a link to nothing: no run starts while it is here\n"
+    done = check(machine, "--preview", "-g", "demo")
+    assert (done.status, done.stderr) == (1, said)
+    done = check(machine, "--list")
+    assert (done.status, done.stderr) == (0, said)
+
+
+def test_an_ordinary_user_gets_a_preview_without_the_free_space(machine: Machine):
+    machine.file("/opt/data", "x" * 1000, mode=0o600)
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/opt/data")))
+    done = check(machine, "--preview", "-g", "demo", user=1000)
+    assert (done.status, done.stderr) == (0, "")
+    assert "known size:    1000 bytes in 1 file\n" in done.stdout
+    assert f"free space:    not known in {DATA_DIRECTORY}\n" in done.stdout
+
+
 def test_nothing_that_is_selected_is_a_finding(machine: Machine):
     done = check(machine, "--preview", "-g", "none")
-    assert (done.status, done.stderr) == (1, "quendil-check: --preview: no pattern is selected\n")
+    assert (done.status, done.stderr) == (1, "quendil-check: no pattern is selected\n")
 
 
 def test_a_configuration_with_an_error_ends_a_preview_as_it_ends_a_run(machine: Machine):
     machine.conf("x\n")
     done = check(machine, "--preview", "-g", "linux")
     assert (done.status, done.stdout) == (1, "")
-    assert done.stderr.endswith("/quendil_conf: it has errors: no run starts\n")
+    assert done.stderr.endswith(
+        "/quendil_conf:1: neither a comment nor KEY=VALUE, from the first column: no run starts\n")
     config = machine.file("/tmp/conf", "QUENDIL_DATA_DIRECTORY=/tmp\n")
     value = preview(machine, "-g", "linux", "-c", config)
     assert value["directory"] == "/tmp" and value["totals"]["limit_bytes"] is None
@@ -297,9 +317,11 @@ def test_the_list_of_other_patterns(machine: Machine):
                     'BLOCK {\nTARGET = "t t"\n}\nBLOCK {\nTARGET = both\nTARGET = "t t"\n}\n')
     machine.pattern("20_b", "FORMAT_VERSION = 1.0\nPP_NAME = B\nPP_GROUP = both\nBLOCK {\n}\n")
     machine.pattern("30_bad", "x\n")
+    machine.pattern("40_tab", "FORMAT_VERSION = 1.0\nPP_GROUP = \"t\tb\"\nBLOCK {\n}\n")
     done = check(machine, "--list")
     assert done.status == 0
     assert done.stdout == ('group\ta "b" 100%\t10_a\t\ngroup\tboth\t10_a\t\ngroup\tboth\t20_b\tB\n'
+                           "group\tt\\011b\t40_tab\t\n"
                            "target\tboth\t10_a\t\ntarget\tt t\t10_a\t\n")
     assert done.stderr == f"quendil-check: {PATTERN_DIRECTORY}/30_bad: skipped: it has errors\n"
 

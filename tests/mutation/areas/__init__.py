@@ -1,8 +1,9 @@
 """The rules of the product by area."""
 
 from mutation.areas import (
-    collection, patterns, products, run_control, secrets, sources, tools,
+    checks, collection, patterns, products, run_control, secrets, sources, tools,
 )
 
 AREAS = {module.__name__.rpartition(".")[2]: module.RULES for module in (
-    run_control, patterns, collection, sources, tools, products, secrets)}
+    run_control, patterns, collection, sources, tools, products, secrets,
+    checks)}

@@ -111,14 +111,15 @@ TEST_F(IGCheckFile, SaysOneThingAboutOneMistake) {
         {8, "        COMMAND = /bin/true", "8:9 keyword-unknown"},
         {8, "", "9:5 command-line-missing"},
         {9, "    } # end", ""},
-        {9, "    ) # end", "9:5 keyword-unknown"},
+        {10, "    DATA_BLOCK { PATH_NAME = /y }\n    DATA_BLOCK {", "10:18 brace-text"},
+        {10, "    DATA_BLOCK { }\n    DATA_BLOCK {", "10:18 brace-text"},
         {11, "        PATH_NAME =", "11:20 value-empty"},
         {11, "", "13:5 path-name-missing"},
         {12,
          "        DESCRIPTION = \"gr\xc3\xb6\xc3\x9f"
          "er\"",
          "12:26 character-invalid"},
-        {13, "    }}", "15:1 brace-unexpected"},
+        {13, "    }}", "14:1 brace-unexpected"},
         {14, "", "14:1 block-unclosed"},
         {14, "}}", "14:2 brace-unexpected"},
     };
