@@ -46,8 +46,10 @@ file(GLOB templates CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/templates/*)
 install(FILES ${templates} DESTINATION ${QUENDIL_PROGRAM_DIR}/template
   PERMISSIONS ${world_readable_file})
 
-install(TARGETS ${QUENDIL_COMPANIONS} RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
-  PERMISSIONS ${world_readable_directory} COMPONENT tools)
+if(QUENDIL_TOOLS)
+  install(TARGETS ${QUENDIL_COMPANIONS} RUNTIME DESTINATION ${QUENDIL_PROGRAM_DIR}/bin
+    PERMISSIONS ${world_readable_directory} COMPONENT tools)
+endif()
 
 # An existing configuration file is kept: it may have been edited.
 install(CODE "
@@ -88,6 +90,11 @@ endfunction()
 # Manual pages and completions are where man and bash search for them.
 set(QUENDIL_SHARE_DIR /usr/share)
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*)
+file(GLOB completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/*.bash)
+if(NOT QUENDIL_TOOLS)
+  list(FILTER pages EXCLUDE REGEX "/quendil-[^/]*$")
+  list(FILTER completions EXCLUDE REGEX "/quendil-[^/]*$")
+endif()
 foreach(page ${pages})
   get_filename_component(section ${page} LAST_EXT)
   string(REPLACE . man section ${section})
@@ -95,7 +102,6 @@ foreach(page ${pages})
   install(FILES ${page} DESTINATION ${QUENDIL_SHARE_DIR}/man/${section}
     PERMISSIONS ${world_readable_file} COMPONENT ${component})
 endforeach()
-file(GLOB completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/*.bash)
 foreach(completion ${completions})
   get_filename_component(command ${completion} NAME_WLE)
   find_component(${completion})
