@@ -140,6 +140,11 @@ TEST_F(IGCheckFile, FindsEveryMistake) {
                                "7:16 path-relative", "11:1 path-name-missing"));
 }
 
+TEST_F(IGCheckFile, ReadsTheLineAfterAMissingBraceAgain) {
+    EXPECT_THAT(check("FORMAT_VERSION = 1.0\nBLOCK\nTOOL_BLOCK {\nCOMMAND_LINE = /x\n}\n}\n"),
+                ::testing::ElementsAre("3:1 brace-missing"));
+}
+
 TEST_F(IGCheckFile, CountsCharactersAndCarriageReturns) {
     EXPECT_THAT(check("FORMAT_VERSION = 1.0\r\n\r\n\tPP_NAME = a b\r\nBLOCK {\r\n}\r\n"),
                 ::testing::ElementsAre("3:13 value-blank"));
