@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "check/IGCheckFile.h"
+#include "check/IGCheckOutput.h"
 #include "check/IGCheckWarning.h"
 #include "fuzz.h"
 #include "ini/IGCmnReplaceStr.h"

@@ -14,6 +14,8 @@ namespace {
 
 constexpr std::size_t LINE_WINDOW = 1100;  // bytes: more than a pattern's line may have
 constexpr int MOST_SKIPPED = 10000;        // lines of a block that is not known
+constexpr const char* WORD_LETTERS =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 constexpr const char* BLANKS = " \t\r\n";
 
 std::string trimmed(const std::string& line) {
@@ -21,6 +23,12 @@ std::string trimmed(const std::string& line) {
     return begin == std::string::npos
                ? ""
                : line.substr(begin, line.find_last_not_of(BLANKS) - begin + 1);
+}
+
+// Whether a line is a word and an opening brace.
+bool opensBlock(const std::string& line) {
+    const std::size_t brace = line.find_first_not_of(WORD_LETTERS);
+    return line.ends_with("{") && line.find_first_not_of(BLANKS, brace) == line.size() - 1;
 }
 
 // Keeps what a reader reports.
@@ -83,7 +91,7 @@ class FileObserver final : public IniObserver {
     bool findBrace(std::int32_t line, std::int32_t& column) {
         const std::string text = file_.source.line(line, 0, LINE_WINDOW);
         const std::size_t last = text.find_last_not_of(BLANKS);
-        if (last == std::string::npos || text[last] != '}') {
+        if (last == std::string::npos || last == 0 || text[last] != '}' || text[last - 1] != ' ') {
             return false;
         }
         column = static_cast<std::int32_t>(last);
@@ -103,8 +111,8 @@ class FileObserver final : public IniObserver {
                 return line;
             }
             const std::string bare = trimmed({text.data(), length});
-            depth += !bare.empty() && bare.back() == '{' ? 1 : 0;
-            depth -= !bare.empty() && bare.front() == '}' ? 1 : 0;
+            depth += opensBlock(bare) ? 1 : 0;
+            depth -= bare.starts_with("}") ? 1 : 0;
             next += text[length - 1] == '\n' ? 1 : 0;
             if (depth <= 0 && text[length - 1] == '\n') {
                 return next;
@@ -134,10 +142,9 @@ void settlePlace(CheckedFile& file, TextPlace& place, const std::string& token) 
 
 // A line that the end of the file interrupts is not read, unless it is a closing brace.
 void warnOfLostLine(CheckedFile& file) {
-    const std::string line = trimmed(file.source.unfinishedLine());
-    const bool lost =
-        !line.empty() && line[0] != '#' && line.find_first_not_of("} \t\r") != std::string::npos;
-    if (lost) {
+    const std::string line = file.source.unfinishedLine();
+    const std::size_t begin = line.find_first_not_of("} \t\r");
+    if (begin != std::string::npos && line[begin] != '#') {
         file.warn(Warning::LINE_LOST, {file.source.lastLine(), 1});
     }
 }
@@ -180,13 +187,7 @@ void CheckedFile::add(Finding finding) {
 }
 
 void CheckedFile::warn(Warning warning, TextPlace place, const Blanks& blanks) {
-    const Rule& rule = ruleOf(warning);
-    add({.rule = &rule,
-         .place = place,
-         .text = messageOf(rule, blanks),
-         .note_place = {},
-         .note = {},
-         .token = {}});
+    add(warningOf(warning, place, blanks));
 }
 
 void CheckedFile::settle() {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 #include "ini/IGIniReadPtn.h"
@@ -11,19 +13,16 @@ namespace {
 
 constexpr std::size_t LONGEST_WORD = 40;  // of a file in a message
 
-void replace(std::string& text, std::string_view name, std::string_view value) {
-    if (const std::size_t at = text.find(name); at != std::string::npos) {
-        text.replace(at, name.size(), value);
-    }
-}
-
 const char* noteOf(Refusal reason) {
     switch (reason) {
         case Refusal::COMMENT_JOINED:
             return "a blank is missing before this comment";
         case Refusal::BRACE_MISSING:
             return "the keyword of the block";
+        case Refusal::BLOCK_OPEN:
         case Refusal::BLOCK_UNCLOSED:
+        case Refusal::COMMAND_LINE_MISSING:
+        case Refusal::PATH_NAME_MISSING:
             return "the block begins here";
         default:
             return "";
@@ -77,12 +76,32 @@ std::string whereOf(std::string_view block) {
 }  // namespace
 
 std::string messageOf(const Rule& rule, const Blanks& blanks) {
-    std::string text = rule.text;
-    replace(text, "{keyword}", blanks.keyword);
-    replace(text, "{lowest}", std::to_string(blanks.lowest));
-    replace(text, "{limit}", std::to_string(blanks.limit));
-    replace(text, "{detail}", blanks.detail);
-    return text;
+    const std::string lowest = std::to_string(blanks.lowest);
+    const std::string limit = std::to_string(blanks.limit);
+    const std::pair<std::string_view, std::string_view> values[] = {{"{keyword}", blanks.keyword},
+                                                                    {"{detail}", blanks.detail},
+                                                                    {"{lowest}", lowest},
+                                                                    {"{limit}", limit}};
+    std::string message;
+    for (std::string_view rest = rule.text; !rest.empty();) {
+        const auto* blank =
+            std::find_if(std::begin(values), std::end(values),
+                         [&](const auto& value) { return rest.starts_with(value.first); });
+        const bool is_blank = blank != std::end(values);
+        message += is_blank ? blank->second : rest.substr(0, 1);
+        rest.remove_prefix(is_blank ? blank->first.size() : 1);
+    }
+    return message;
+}
+
+Finding warningOf(Warning warning, TextPlace place, const Blanks& blanks) {
+    const Rule& rule = ruleOf(warning);
+    return {.rule = &rule,
+            .place = place,
+            .text = messageOf(rule, blanks),
+            .note_place = {},
+            .note = {},
+            .token = {}};
 }
 
 Finding findingOf(const Mistake& mistake) {

@@ -32,6 +32,9 @@ struct Blanks {
 /// The message of a rule with its blanks filled in.
 std::string messageOf(const Rule& rule, const Blanks& blanks);
 
+/// The finding of a rule that no reader reports.
+Finding warningOf(Warning warning, TextPlace place, const Blanks& blanks);
+
 /// The finding of a mistake that a reader has reported.
 Finding findingOf(const Mistake& mistake);
 

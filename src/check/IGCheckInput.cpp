@@ -11,8 +11,10 @@
 #include <cstring>
 
 #include "check/IGCheckReport.h"
+#include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGGuards.h"
+#include "common/file/IGSource.h"
 
 std::string installedPatterns() {
     std::array<char, PATH_MAX> path{};
@@ -24,6 +26,10 @@ std::string installedConfiguration() {
     std::array<char, PATH_MAX> path{};
     IgCmnGetKestrumConfigFile(path.data(), path.size());
     return path.data();
+}
+
+std::string nameOf(const std::string& path) {
+    return lastComponent(path.c_str());
 }
 
 void complain(const std::string& path, const std::string& what) {
@@ -45,7 +51,8 @@ bool readDirectory(const std::string& path, PatternDirectory& directory) {
         if (name == "." || name == "..") {
             continue;
         }
-        if (::stat((prefix + name).c_str(), &st) != 0) {
+        const bool found = ::stat((prefix + name).c_str(), &st) == 0;
+        if (!found && leadsNowhere(errno)) {
             directory.dangling.push_back(prefix + name);
         } else if (!S_ISDIR(st.st_mode)) {
             directory.files.push_back(prefix + name);

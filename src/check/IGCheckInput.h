@@ -17,6 +17,9 @@ std::string installedConfiguration();
 /// The name for the standard input on the command line.
 inline constexpr const char* STANDARD_INPUT = "-";
 
+/// The name of a file without its directory.
+std::string nameOf(const std::string& path);
+
 /// Prints a message about a file to the standard error.
 void complain(const std::string& path, const std::string& what);
 

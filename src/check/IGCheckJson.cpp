@@ -116,7 +116,10 @@ class SarifReport final : public Report {
         }
     }
 
-    void end(const Totals& /*totals*/) override { std::puts("\n]}]}"); }
+    void end(const Totals& totals) override {
+        const ordered_json invocation{{"executionSuccessful", totals.unreadable == 0}};
+        std::printf("\n], \"invocations\": [%s]}]}\n", dumped(invocation).c_str());
+    }
 
   private:
     static ordered_json locationOf(const CheckedFile& file, TextPlace place) {

@@ -21,8 +21,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-constexpr int UNREADABLE = 2;
-
 // A pattern file, and its PP_NAME.
 using Pattern = std::pair<std::string, std::string>;
 // The patterns of each group or target.
@@ -52,7 +50,7 @@ void addPattern(Lists& lists, const CheckedFile& file) {
         complain(file.name, "skipped: it has errors");
         return;
     }
-    const Pattern pattern{file.name.substr(file.name.rfind('/') + 1), firstOf(file.pattern->name)};
+    const Pattern pattern{nameOf(file.name), firstOf(file.pattern->name)};
     addAll(lists.groups, file.pattern->group, pattern);
     for (const PlacedBlock& block : file.blocks) {
         addAll(lists.targets, block.block->target, pattern);
@@ -119,7 +117,7 @@ void printText(const std::vector<Row>& rows) {
 int listSelections(const CheckOptions& options, root_tbl& root) {
     PatternDirectory directory;
     if (!readDirectory(installedPatterns(), directory)) {
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     int status = 0;
     Lists lists;
@@ -127,7 +125,7 @@ int listSelections(const CheckOptions& options, root_tbl& root) {
     for (const std::string& path : directory.files) {
         const auto file = readFile(path, FileKind::PATTERN, root);
         if (file == nullptr) {
-            status = UNREADABLE;
+            status = STATUS_UNREADABLE;
         } else {
             addPattern(lists, *file);
         }

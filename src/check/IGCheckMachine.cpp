@@ -79,21 +79,22 @@ const std::string& MachineCheck::writableAbove(const std::string& directory) {
 
 // As a shell expands a wildcard, or a data item its last component.
 bool MachineCheck::isThere(const std::string& wildcard, bool last_only) {
-    const auto known = there_.find(wildcard);
+    const std::string key = (last_only ? "d" : "s") + wildcard;
+    const auto known = there_.find(key);
     if (known != there_.end()) {
         return known->second;
     }
     const bool there =
         !isMissing(wildcard) || (last_only ? hasMatch(wildcard) : matchesShell(wildcard));
-    there_.emplace(wildcard, there);
+    there_.emplace(key, there);
     return there;
 }
 
 // The path of the program that a command line runs; "" when it is missing.
 std::string MachineCheck::programOf(const ToolUse& use) {
-    const std::string& name = use.name.empty() ? use.words[0] : use.name;
-    if (use.name.empty()) {
-        return isProgram(name) ? name : "";
+    const std::string& name = use.name;
+    if (name.empty() || !isProgram(use.words[0])) {
+        return isProgram(use.words[0]) ? use.words[0] : "";
     }
     if (use.own) {
         return isProgram(toolPath(name)) ? toolPath(name) : "";
@@ -112,6 +113,12 @@ std::string MachineCheck::programOf(const ToolUse& use) {
     return programs_.emplace(name, "").first->second;
 }
 
+// Whether others than root can change a file, or replace it or a link that leads to it.
+bool MachineCheck::isChangeable(const std::string& path, const std::string& real) {
+    return isWritable(real) || !writableAbove(parentOf(real)).empty() ||
+           !writableAbove(parentOf(path)).empty();
+}
+
 void MachineCheck::checkAbove(CheckedFile& file, TextPlace place, const std::string& path) {
     if (const std::string& above = writableAbove(parentOf(path)); !above.empty()) {
         file.warn(Warning::DIRECTORY_WRITABLE, place, {.detail = above});
@@ -123,8 +130,7 @@ void MachineCheck::checkProgram(CheckedFile& file, const PlacedValue& command,
     const auto [known, is_new] = changeable_.emplace(path, "");
     if (is_new) {
         const std::string real = realPath(path);
-        const bool changeable = isWritable(real) || !writableAbove(parentOf(real)).empty();
-        known->second = changeable ? real : "";
+        known->second = isChangeable(path, real) ? real : "";
     }
     if (!known->second.empty()) {
         file.warn(Warning::PROGRAM_WRITABLE, command.place, {.detail = known->second});
@@ -136,7 +142,7 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
     const PlacedValue* redirect = item.find("REDIRECT_PATH");
     if (redirect != nullptr) {
         const std::string path = normalPath(expanded(item.item->tool.redirect_path, root_));
-        if (!isInPatternDirectory(path)) {
+        if (!isInOutput(path)) {
             checkAbove(file, redirect->place, path);
         }
     }
@@ -156,7 +162,8 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
         return;
     }
     const std::string program = programOf(use);
-    const std::string& name = use.name.empty() ? use.words[0] : use.name;
+    const std::string& name =
+        use.name.empty() || !isProgram(use.words[0]) ? use.words[0] : use.name;
     if (program.empty()) {
         if (missing_.insert(name).second) {
             file.warn(Warning::PROGRAM_MISSING, command->place, {.detail = name});
@@ -172,7 +179,7 @@ void MachineCheck::checkData(CheckedFile& file, const PlacedItem& item) {
         return;
     }
     const std::string path = normalPath(expanded(item.item->data.path_name, root_));
-    if (isInPatternDirectory(path)) {
+    if (isInOutput(path)) {
         return;
     }
     if (!isThere(path, true)) {
@@ -195,7 +202,7 @@ void MachineCheck::checkConfiguration(CheckedFile& file) {
 // A file that a run reads: who can change it can run any program as root.
 void MachineCheck::checkFile(CheckedFile& file) {
     const std::string real = realPath(file.name);
-    if (isWritable(real) || !writableAbove(parentOf(real)).empty()) {
+    if (isChangeable(file.name, real)) {
         file.warn(Warning::FILE_WRITABLE, {});
     }
 }

@@ -27,6 +27,7 @@ class MachineCheck {
     void checkAbove(CheckedFile& file, TextPlace place, const std::string& path);
     void checkConfiguration(CheckedFile& file);
     const std::string& writableAbove(const std::string& directory);
+    bool isChangeable(const std::string& path, const std::string& real);
     bool isThere(const std::string& wildcard, bool last_only);
     std::string programOf(const ToolUse& use);
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 
@@ -51,8 +52,11 @@ Measured Measure::item(const std::string& path, const std::string& directory) {
             continue;
         }
         ++measured.files;
-        measured.bytes += st.st_size;
-        measured.kernel_files += is_kernel_file ? 1 : 0;
+        if (is_kernel_file) {
+            ++measured.kernel_files;
+        } else {
+            measured.bytes += std::min<std::int64_t>(st.st_size, INT64_MAX - measured.bytes);
+        }
     }
     return measured;
 }

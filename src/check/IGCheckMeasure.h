@@ -10,7 +10,7 @@
 struct Measured {
     bool found = false;            // something has this path or matches it
     std::size_t files = 0;         // without those that an earlier item collects
-    std::int64_t bytes = 0;        // of these files
+    std::int64_t bytes = 0;        // of these files, without those of the kernel
     std::size_t kernel_files = 0;  // of these: their size is known only when they are read
     std::size_t unreadable = 0;    // entries that could not be opened
 };

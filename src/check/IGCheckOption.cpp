@@ -17,7 +17,7 @@ const char* const CHECK_USAGE =
     "\n"
     "  FILE|DIRECTORY        a pattern file, - for the standard input, or a directory of\n"
     "                        patterns; without any: the installed configuration and patterns\n"
-    "  -c CONFIG             check this configuration file (with --preview: use it)\n"
+    "  -c CONFIG             this configuration file instead of the installed one\n"
     "  --format=FORMAT       text, json or, for a check, sarif (default: text)\n"
     "  --fail-level=LEVEL    exit with 1 for an error (default), or for a warning too\n"
     "  --offline             no warnings that depend on this machine\n"
@@ -153,6 +153,9 @@ bool fits(const CheckOptions& options) {
             }
             if (!options.operands.empty()) {
                 return fail("--preview takes no files", options.operands[0]);
+            }
+            if (options.config != nullptr && std::strcmp(options.config, "-") == 0) {
+                return fail("--preview reads its configuration from a file, as a run does");
             }
             break;
         default:

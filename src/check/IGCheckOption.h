@@ -10,6 +10,12 @@
 enum class Action : std::uint8_t { CHECK, LIST, PREVIEW, HELP, VERSION };
 enum class Format : std::uint8_t { TEXT, JSON, SARIF };
 
+/// The exit statuses besides 0.
+enum ExitStatus : int {
+    STATUS_FOUND = 1,
+    STATUS_UNREADABLE = 2,  ///< wrong usage, too
+};
+
 struct CheckOptions {
     Action action = Action::CHECK;
     Format format = Format::TEXT;

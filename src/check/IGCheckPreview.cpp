@@ -1,5 +1,6 @@
 #include "check/IGCheckPreview.h"
 
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGGuards.h"
+#include "ini/IGIniCheck.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"
 
@@ -30,8 +32,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-constexpr int FOUND = 1;
-constexpr int UNREADABLE = 2;
 constexpr std::int64_t NONE = -1;  // no limit
 
 struct PreviewItem {
@@ -42,7 +42,8 @@ struct PreviewItem {
     std::int32_t timeout = 0;
     std::int32_t wait = 0;
     std::int64_t most_bytes = NONE;
-    std::string output;  // "" for the terminal
+    std::string output;           // "" for the terminal
+    bool reaches_output = false;  // it can write to the run's output
     // of a data item
     bool from_tool = false;
     Measured measured;
@@ -59,14 +60,18 @@ struct Sum {
 
 struct Preview {
     std::vector<PreviewItem> items;
+    bool selected = false;  // the run selects a block
     std::vector<std::string> skipped;
     std::string directory;
     Sum sum;
     std::vector<Finding> findings;
 };
 
+// A sum that is too large has no bound either.
 void addBound(std::int64_t& sum, std::int64_t part) {
-    sum = sum == NONE || part == NONE ? NONE : sum + part;
+    if (sum == NONE || part == NONE || __builtin_add_overflow(sum, part, &sum)) {
+        sum = NONE;
+    }
 }
 
 PreviewItem toolItem(const tool_block& tool, const root_tbl& root) {
@@ -79,6 +84,7 @@ PreviewItem toolItem(const tool_block& tool, const root_tbl& root) {
     if (tool.redirect_path != nullptr) {
         item.output = expanded(tool.redirect_path, root);
     }
+    item.reaches_output = isInOutput(item.output) || item.what.find("%d%") != std::string::npos;
     return item;
 }
 
@@ -106,7 +112,8 @@ class Collector {
             blockSelect(local.get(), &root_) == 0) {
             return;
         }
-        const std::string name = file.name.substr(file.name.rfind('/') + 1);
+        preview_.selected = true;
+        const std::string name = nameOf(file.name);
         const std::string directory = targetsOf(pattern);
         for (const ptn_block& block : walkList<ptn_block>(pattern.blocks)) {
             for (const collect_item& item :
@@ -123,7 +130,7 @@ class Collector {
     PreviewItem dataItem(const data_block& data, const std::string& directory) {
         PreviewItem item;
         item.what = normalPath(expanded(data.path_name, root_));
-        item.from_tool = isInPatternDirectory(item.what);
+        item.from_tool = isInOutput(item.what);
         if (!item.from_tool) {
             item.measured = measure_.item(item.what, directory);
         }
@@ -133,15 +140,15 @@ class Collector {
     void count(const PreviewItem& item) {
         Sum& sum = preview_.sum;
         if (item.is_tool) {
-            addBound(sum.most, item.most_bytes);
+            addBound(sum.most, item.reaches_output ? item.most_bytes : 0);
             addBound(sum.seconds, item.timeout < 1 ? NONE : std::int64_t{item.timeout} + item.wait);
             return;
         }
         sum.files += item.measured.files;
-        sum.known += item.measured.bytes;
+        sum.known += std::min(item.measured.bytes, INT64_MAX - sum.known);
+        addBound(sum.most, item.measured.bytes);
         addBound(sum.most,
-                 item.measured.bytes +
-                     static_cast<std::int64_t>(item.measured.kernel_files) * KERNEL_FILE_LIMIT);
+                 static_cast<std::int64_t>(item.measured.kernel_files) * KERNEL_FILE_LIMIT);
     }
 
     Preview& preview_;
@@ -171,19 +178,20 @@ std::string timeText(std::int64_t seconds) {
 }
 
 void addFinding(Preview& preview, Warning warning, const std::string& detail) {
-    const Rule& rule = ruleOf(warning);
-    preview.findings.push_back({.rule = &rule,
-                                .place = {},
-                                .text = messageOf(rule, {.detail = detail}),
-                                .note_place = {},
-                                .note = {},
-                                .token = {}});
+    preview.findings.push_back(warningOf(warning, {}, {.detail = detail}));
 }
 
 // Compares the sizes with the space and the limit.
 bool judge(Preview& preview, const root_tbl& root) {
     Sum& sum = preview.sum;
+    struct stat st = {};
     struct statvfs fs = {};
+    if (::stat(preview.directory.c_str(), &st) == 0 &&
+        (!S_ISDIR(st.st_mode) || IgCmnFileCheckMode(preview.directory.c_str(), S_IWUSR) == 0)) {
+        complain(preview.directory, S_ISDIR(st.st_mode) ? "not writable: no run starts"
+                                                        : "not a directory: no run starts");
+        return false;
+    }
     if (::statvfs(preview.directory.c_str(), &fs) == 0) {
         sum.free = static_cast<std::int64_t>(fs.f_bfree) * static_cast<std::int64_t>(fs.f_frsize);
     } else if (errno != EACCES) {
@@ -341,12 +349,12 @@ int configure(const CheckOptions& options, root_tbl& root, Preview& preview) {
     const std::string path = options.config == nullptr ? installedConfiguration() : options.config;
     const auto config = readFile(path, FileKind::CONFIGURATION, root);
     if (config == nullptr) {
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     if (config->hasError()) {
         const Finding& first = config->findings.front();
         complain(path + ":" + std::to_string(first.place.line), first.text + ": no run starts");
-        return FOUND;
+        return STATUS_FOUND;
     }
     preview.directory = options.directory != nullptr ? options.directory
                         : root.output_dir != nullptr ? root.output_dir
@@ -364,13 +372,17 @@ int previewRun(const CheckOptions& options, root_tbl& root) {
         return status;
     }
     if (!readDirectory(installedPatterns(), directory) || !select(options, root, local.get())) {
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     complainOfLinks(directory);
+    int status = directory.dangling.empty() ? 0 : STATUS_FOUND;
     Collector collector(preview, root);
     for (const std::string& path : directory.files) {
         const auto file = readFile(path, FileKind::PATTERN, root);
-        if (file == nullptr || file->hasError()) {
+        if (file == nullptr) {
+            status = STATUS_UNREADABLE;
+            preview.skipped.push_back(path);
+        } else if (file->hasError()) {
             complain(path, "skipped: it has errors");
             preview.skipped.push_back(path);
         } else {
@@ -378,16 +390,16 @@ int previewRun(const CheckOptions& options, root_tbl& root) {
         }
     }
     if (!judge(preview, root)) {
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
-    if (preview.items.empty()) {
+    if (!preview.selected) {
         std::fputs("quendil-check: no pattern is selected\n", stderr);
     }
     if (options.format == Format::JSON) {
         printJson(preview);
-    } else if (!preview.items.empty()) {
+    } else if (preview.selected) {
         printText(preview);
     }
-    const bool runs = !preview.items.empty() && directory.dangling.empty();
-    return runs && preview.findings.empty() ? 0 : FOUND;
+    const bool found = !preview.selected || !preview.findings.empty();
+    return status == 0 && found ? STATUS_FOUND : status;
 }

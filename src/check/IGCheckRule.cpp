@@ -29,6 +29,8 @@ constexpr Rule RULES[] = {
     {"brace-repeated", Level::ERROR, "a second { on this line"},
     {"brace-text", Level::ERROR, "only blanks may follow { on its line"},
     {"brace-unexpected", Level::ERROR, "} closes no block"},
+    {"block-open", Level::ERROR, "{keyword} stands inside a block that is not closed",
+     "a block that is not closed before the next one"},
     {"block-unclosed", Level::ERROR, "the file ends inside a block"},
     {"block-missing", Level::ERROR, "the file has no BLOCK"},
     {"command-line-missing", Level::ERROR, "TOOL_BLOCK without COMMAND_LINE"},
@@ -53,7 +55,7 @@ constexpr Rule RULES[] = {
     {"switch-invalid", Level::ERROR, "ON or OFF is expected"},
 
     {"line-lost", Level::WARNING, "the last line has no line feed: it is not read"},
-    {"comment-adjacent", Level::WARNING, "no blank before the comment: the value is read twice"},
+    {"comment-adjacent", Level::WARNING, "no blank before the comment: the value is stored twice"},
     {"keyword-unused", Level::WARNING, "{keyword} has no effect{detail}",
      "a keyword without effect"},
     {"pattern-unreachable", Level::WARNING, "no PP_GROUP and no TARGET: no option selects this"},

@@ -13,7 +13,7 @@ enum class Level : std::uint8_t {
     WARNING,  ///< the file does not do what its author may expect
 };
 
-/// What is not an error for a run.
+/// What no reader reports.
 enum class Warning : std::uint8_t {
     // of the file alone
     LINE_LOST,

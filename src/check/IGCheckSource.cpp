@@ -37,6 +37,10 @@ bool SourceText::fail(int error) {
 // Lines are read more than once, which a pipe does not allow: its content is kept in a file of
 // memory.
 bool SourceText::openStandardInput() {
+    // Opened before it is known to be open, the file could get the number of the standard input.
+    if (::fcntl(STDIN_FILENO, F_GETFD) == -1) {
+        return fail(errno);
+    }
     fd_.reset(::memfd_create("standard input", MFD_CLOEXEC));
     if (!fd_) {
         return fail(errno);

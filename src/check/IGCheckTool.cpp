@@ -98,6 +98,9 @@ void readRun(ToolUse& use) {
             case 'c':
                 use.own = true;
                 break;
+            case 'm':
+                use.masked = true;
+                break;
             case 'l':
                 use.most_bytes = mibOf(options.value());
                 break;
@@ -117,6 +120,7 @@ void readRun(ToolUse& use) {
         }
     }
     use.name = options.rest() < use.words.size() ? use.words[options.rest()] : "";
+    use.arguments = options.rest() + 1;
 }
 
 void readShow(ToolUse& use) {
@@ -142,18 +146,25 @@ std::string expanded(const char* value, const root_tbl& root) {
 std::string normalPath(const std::string& path) {
     LocalPool local;
     char* normal = nullptr;
-    const bool inside = path.starts_with(OWN_DIRECTORY);
+    const bool inside = isInOutput(path);
     const std::string absolute = inside ? "/" + path : path;
     if (IgCmnFileNormPath(local.get(), absolute.c_str(), &normal) != 0) {
         return path;
     }
-    const bool stays = inside && std::string_view(normal + 1).starts_with(OWN_DIRECTORY);
-    return stays ? normal + 1 : normal;
+    if (!inside) {
+        return normal;
+    }
+    return isInPatternDirectory(normal + 1) ? normal + 1 : path;
 }
 
 bool isInPatternDirectory(const std::string& normal_path) {
     return normal_path == OWN_DIRECTORY ||
-           normal_path.starts_with(std::string(OWN_DIRECTORY) + "/");
+           (normal_path.starts_with(std::string(OWN_DIRECTORY) + "/") &&
+            normal_path.find("/../") == std::string::npos && !normal_path.ends_with("/.."));
+}
+
+bool isInOutput(const std::string& path) {
+    return path.starts_with(OWN_DIRECTORY);
 }
 
 std::string parentOf(const std::string& path) {
@@ -189,6 +200,7 @@ ToolUse toolOf(const char* command_line, const root_tbl& root) {
         readRun(use);
     } else if (use.words[0] == toolPath("show")) {
         readShow(use);
+        use.masked = true;
     }
     return use;
 }

@@ -6,7 +6,9 @@
 #include <iterator>
 #include <span>
 #include <string_view>
+#include <unordered_set>
 
+#include "check/IGCheckOutput.h"
 #include "check/IGCheckTool.h"
 #include "common/base/IGCmnList.h"
 #include "tool/IGSecretFile.h"
@@ -16,18 +18,32 @@ namespace {
 constexpr std::int32_t LONG_TIMEOUT = 300;  // seconds
 constexpr const char* NULL_DEVICE = "/dev/null";
 
-// Secret files that also a directory or a wildcard may bring along.
+// Secret files, besides those that isSecretFile knows by their names. A data item may also bring
+// one with a directory above it, or by a wildcard: "user" and "x" stand for any name.
 constexpr const char* SECRET_FILES[] = {
     "/etc/shadow",
     "/etc/gshadow",
+    "/etc/security/opasswd",
+    "/etc/sudoers",
     "/etc/krb5.keytab",
     "/etc/ssh/ssh_host_rsa_key",
     "/etc/ssh/ssh_host_ecdsa_key",
     "/etc/ssh/ssh_host_ed25519_key",
-    "/etc/ssl/private/key",
-    "/etc/pki/tls/private/key",
+    "/etc/ssl/private/x",
+    "/etc/pki/tls/private/x",
+    "/etc/letsencrypt/live/x",
+    "/etc/letsencrypt/archive/x",
+    "/etc/wireguard/x",
+    "/etc/NetworkManager/system-connections/x",
+    "/etc/kubernetes/admin.conf",
     "/root/.ssh/id_rsa",
     "/root/.ssh/id_ed25519",
+    "/home/user/.ssh/id_rsa",
+    "/home/user/.ssh/id_ed25519",
+};
+// The same by their names, in any directory.
+constexpr const char* SECRET_NAMES[] = {
+    "*/.netrc", "*/.pgpass", "*/.my.cnf", "*/.ssh", "*/.ssh/[*]", "*/.gnupg", "*.pem",
 };
 
 constexpr const char* LEFTOVERS[] = {
@@ -48,6 +64,28 @@ bool matchesAny(const std::string& text, std::span<const char* const> wildcards)
     });
 }
 
+// The path itself when a data item of this path may collect secrets; else "".
+std::string secretPath(const std::string& path) {
+    const bool is_secret =
+        !isInOutput(path) &&
+        (isSecretFile(path.c_str()) || isSecretFile((path + "/x").c_str()) ||
+         matchesAny(path, SECRET_NAMES) ||
+         std::any_of(std::begin(SECRET_FILES), std::end(SECRET_FILES),
+                     [&](const char* secret) { return collects(path, secret); }));
+    return is_secret ? path : "";
+}
+
+// The first argument that is a path of secrets, when the tool does not mask them.
+std::string secretArgument(const ToolUse& use) {
+    for (std::size_t i = use.arguments; i < use.words.size() && !use.masked; ++i) {
+        const std::string& word = use.words[i];
+        if (word.starts_with("/") && word != "/" && !secretPath(word).empty()) {
+            return word;
+        }
+    }
+    return "";
+}
+
 // One pattern file and what is known about it.
 class PatternCheck {
   public:
@@ -55,6 +93,14 @@ class PatternCheck {
         : file_(file), root_(root), outputs_(outputs) {}
 
     void run() {
+        directory_ = outputs_.directoryOf(targets());
+        findDataPaths();
+        // What matters most comes first: a file may have more findings than are shown.
+        for (const PlacedBlock& block : file_.blocks) {
+            for (const PlacedItem& item : block.items) {
+                checkSecrets(item);
+            }
+        }
         for (const PlacedValue& value : file_.values) {
             checkUse(value, value.keyword == "PP_VRS" || value.keyword == "PP_KATAMEI");
         }
@@ -94,7 +140,22 @@ class PatternCheck {
             file_.warn(Warning::PATTERN_UNREACHABLE, block.place);
         }
         for (const PlacedItem& item : block.items) {
+            ++index_;
             item.item->kind == ITEM_TOOL ? checkTool(item) : checkData(item);
+        }
+    }
+
+    void checkSecrets(const PlacedItem& item) {
+        const bool is_tool = item.item->kind == ITEM_TOOL;
+        const PlacedValue* value = item.find(is_tool ? "COMMAND_LINE" : "PATH_NAME");
+        if (value == nullptr) {
+            return;
+        }
+        const std::string secret =
+            is_tool ? secretArgument(toolOf(item.item->tool.command_line, root_))
+                    : secretPath(normalPath(expanded(item.item->data.path_name, root_)));
+        if (!secret.empty()) {
+            file_.warn(Warning::PATH_SECRET, value->place, {.detail = secret});
         }
     }
 
@@ -102,41 +163,13 @@ class PatternCheck {
         for (const PlacedValue& value : item.values) {
             checkUse(value, false);
         }
-        if (item.item->data.description == nullptr && !item.has_mistake) {
+        if (item.find("DESCRIPTION") == nullptr && !item.has_mistake) {
             file_.warn(Warning::DESCRIPTION_MISSING, item.place);
         }
         if (const PlacedValue* path = item.find("PATH_NAME"); path != nullptr) {
             const std::string normal = normalPath(expanded(item.item->data.path_name, root_));
-            if (isSecret(normal)) {
-                file_.warn(Warning::PATH_SECRET, path->place, {.detail = normal});
-            }
             if (parentOf(normal).find_first_of("*?[") != std::string::npos) {
                 file_.warn(Warning::PATH_WILDCARD, path->place);
-            }
-        }
-    }
-
-    static bool isSecret(const std::string& path) {
-        if (isInPatternDirectory(path)) {
-            return false;
-        }
-        return isSecretFile(path.c_str()) || isSecretFile((path + "/x").c_str()) ||
-               std::any_of(std::begin(SECRET_FILES), std::end(SECRET_FILES),
-                           [&](const char* secret) { return collects(path, secret); });
-    }
-
-    // Whether a data item of this path brings a file: the path may be a directory above the file,
-    // and its last component a wildcard.
-    static bool collects(const std::string& path, std::string_view file) {
-        for (std::size_t end = file.find('/', 1);; end = file.find('/', end + 1)) {
-            const std::string part(file.substr(0, end));
-            if (part == path || path == "/" ||
-                (parentOf(part) == parentOf(path) &&
-                 ::fnmatch(path.c_str(), part.c_str(), FNM_NOESCAPE | FNM_PATHNAME) == 0)) {
-                return true;
-            }
-            if (end == std::string_view::npos) {
-                return false;
             }
         }
     }
@@ -159,7 +192,7 @@ class PatternCheck {
     void checkTimeout(const PlacedItem& item, bool unlimited) {
         const PlacedValue* timeout = item.find("TIMEOUT");
         const std::int32_t seconds = item.item->tool.timeout;
-        if (timeout == nullptr || timeout->value.empty()) {
+        if (timeout == nullptr) {
             if (!item.has_mistake) {
                 file_.warn(Warning::TIMEOUT_MISSING, item.place);
             }
@@ -173,26 +206,12 @@ class PatternCheck {
         }
     }
 
-    // The commands of the tool directory mask or leave out secrets.
     void checkArguments(const PlacedItem& item) {
-        const ToolUse use = toolOf(item.item->tool.command_line, root_);
         const PlacedValue* command = item.find("COMMAND_LINE");
-        if (command == nullptr) {
-            return;
-        }
+        const ToolUse use = toolOf(item.item->tool.command_line, root_);
         const auto sign = std::find_if(use.words.begin(), use.words.end(), isShellSign);
-        if (sign != use.words.end()) {
+        if (command != nullptr && sign != use.words.end()) {
             file_.warn(Warning::ARGUMENT_SHELL, command->place, {.detail = *sign});
-        }
-        if (use.words.empty() || use.words[0].starts_with(toolPath(""))) {
-            return;
-        }
-        const auto secret =
-            std::find_if(use.words.begin() + 1, use.words.end(), [](const std::string& word) {
-                return word.starts_with("/") && isSecret(word) && word != "/";
-            });
-        if (secret != use.words.end()) {
-            file_.warn(Warning::PATH_SECRET, command->place, {.detail = *secret});
         }
     }
 
@@ -200,7 +219,8 @@ class PatternCheck {
         const PlacedValue* redirect = item.find("REDIRECT_PATH");
         if (redirect == nullptr) {
             // A tool that gets the directory writes files itself.
-            if (expanded(item.item->tool.command_line, root_).find("%d%") == std::string::npos) {
+            const std::string command = expanded(item.item->tool.command_line, root_);
+            if (!item.has_mistake && command.find("%d%") == std::string::npos) {
                 file_.warn(Warning::OUTPUT_UNCOLLECTED, item.place,
                            {.detail = "without REDIRECT_PATH the output goes to the terminal"});
             }
@@ -213,42 +233,25 @@ class PatternCheck {
         if (!isInPatternDirectory(path)) {
             file_.warn(Warning::OUTPUT_OUTSIDE, redirect->place);
         }
-        if (!isCollected(item, path) && !file_.hasError()) {
+        if (!data_.collectAfter(path, index_) && !file_.hasError()) {
             file_.warn(Warning::OUTPUT_UNCOLLECTED, redirect->place,
                        {.detail = "no data item after this tool collects its output"});
         }
-        checkShared(*redirect, path);
-    }
-
-    [[nodiscard]] bool isCollected(const PlacedItem& tool, const std::string& path) const {
-        bool after = false;
-        for (const PlacedBlock& block : file_.blocks) {
-            for (const PlacedItem& item : block.items) {
-                after = after || &item == &tool;
-                if (after && item.item->kind == ITEM_DATA && item.item->data.path_name != nullptr &&
-                    collects(normalPath(expanded(item.item->data.path_name, root_)), path)) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-
-    void checkShared(const PlacedValue& redirect, const std::string& path) {
-        const std::string here = file_.name + ":" + std::to_string(redirect.place.line);
-        const auto [known, is_new] =
-            outputs_.emplace((isInPatternDirectory(path) ? targets() : "") + path, here);
-        if (!is_new) {
-            file_.warn(Warning::OUTPUT_SHARED, redirect.place, {.detail = known->second});
+        const std::string here = file_.name + ":" + std::to_string(redirect->place.line);
+        const std::string* other =
+            outputs_.add(isInPatternDirectory(path) ? directory_ : 0, path, here);
+        if (other != nullptr) {
+            file_.warn(Warning::OUTPUT_SHARED, redirect->place, {.detail = *other});
         }
     }
 
-    // All targets of the pattern, which name its directory.
+    // All targets of the pattern, in their order, which name its directory.
     [[nodiscard]] std::string targets() const {
         std::string result;
+        std::unordered_set<std::string> known;
         for (const PlacedBlock& block : file_.blocks) {
             for (const char& target : walkStrings(block.block->target)) {
-                if (("\n" + result).find("\n" + std::string(&target) + "\n") == std::string::npos) {
+                if (known.insert(&target).second) {
                     result += std::string(&target) + "\n";
                 }
             }
@@ -256,9 +259,24 @@ class PatternCheck {
         return result;
     }
 
+    void findDataPaths() {
+        std::size_t index = 0;
+        for (const PlacedBlock& block : file_.blocks) {
+            for (const PlacedItem& item : block.items) {
+                ++index;
+                if (item.item->kind == ITEM_DATA && item.item->data.path_name != nullptr) {
+                    data_.add(normalPath(expanded(item.item->data.path_name, root_)), index);
+                }
+            }
+        }
+    }
+
     CheckedFile& file_;
     const root_tbl& root_;
     Outputs& outputs_;
+    std::size_t directory_ = 0;
+    DataPaths data_;
+    std::size_t index_ = 0;  // of the item that is checked
 };
 
 }  // namespace

@@ -3,15 +3,11 @@
 #define QUENDIL_CHECK_IGCHECKWARNING_H
 
 #include <string>
-#include <unordered_map>
 
 #include "check/IGCheckFile.h"
 
+class Outputs;
 struct root_tbl;
-
-/// The files that tools write, of all patterns that are checked together: patterns with the same
-/// targets share a directory. The value says which tool writes the file.
-using Outputs = std::unordered_map<std::string, std::string>;
 
 /// Adds the warnings about the file, and its outputs to `outputs`.
 void warnOfPattern(CheckedFile& file, const root_tbl& root, Outputs& outputs);

@@ -10,6 +10,7 @@
 #include "check/IGCheckList.h"
 #include "check/IGCheckMachine.h"
 #include "check/IGCheckOption.h"
+#include "check/IGCheckOutput.h"
 #include "check/IGCheckPreview.h"
 #include "check/IGCheckReport.h"
 #include "check/IGCheckWarning.h"
@@ -21,9 +22,6 @@
 #include "ini/IGIniTable.h"
 
 namespace {
-
-constexpr int FOUND = 1;
-constexpr int UNREADABLE = 2;
 
 // The check of all files of one call.
 class Check {
@@ -67,8 +65,6 @@ class Check {
         return same ? FileKind::CONFIGURATION : FileKind::PATTERN;
     }
 
-    static std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-
     void checkFile(const std::string& path, FileKind kind, bool in_directory = false) {
         const auto file = readFile(path, kind, root_);
         if (file == nullptr) {
@@ -87,6 +83,7 @@ class Check {
             machine_.warn(*file);
         }
         report(*file);
+        root_.output_dir = nullptr;  // the file had it
     }
 
     void checkDirectory(const std::string& path) {
@@ -114,10 +111,10 @@ class Check {
 
     [[nodiscard]] int status() const {
         if (totals_.unreadable > 0) {
-            return UNREADABLE;
+            return STATUS_UNREADABLE;
         }
         const bool warned = options_.fail_level == Level::WARNING && totals_.warnings > 0;
-        return totals_.errors > 0 || warned ? FOUND : 0;
+        return totals_.errors > 0 || warned ? STATUS_FOUND : 0;
     }
 
     const CheckOptions& options_;
@@ -133,7 +130,7 @@ int act(const CheckOptions& options) {
     auto* root = newFromPool<root_tbl>(pool.get());
     if (root == nullptr || IgCmnSpecialStrInit(root, pool.get()) != 0) {
         std::fputs("quendil-check: the host name cannot be read, or memory ran out\n", stderr);
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     root->max_output_size = -1;
     switch (options.action) {
@@ -150,7 +147,7 @@ int act(const CheckOptions& options) {
 int finish(int status) {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("quendil-check: standard output");
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     return status;
 }
@@ -160,7 +157,7 @@ int finish(int status) {
 int main(int argc, char** argv) {
     CheckOptions options;
     if (!readOptions(argc, argv, options)) {
-        return UNREADABLE;
+        return STATUS_UNREADABLE;
     }
     if (options.action == Action::HELP) {
         std::fputs(CHECK_USAGE, stdout);

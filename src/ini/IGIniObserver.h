@@ -29,12 +29,13 @@ enum class Refusal : std::uint8_t {
     // blocks
     BRACE_MISSING,  ///< no opening brace on the line of the block's keyword, which is at `other`
     BRACE_REPEATED,
-    BRACE_TEXT,        ///< text or a comment after an opening brace
-    BRACE_UNEXPECTED,  ///< a closing brace outside of any block
-    BLOCK_UNCLOSED,    ///< the end of the file inside the block at `other`
-    BLOCK_MISSING,     ///< no BLOCK in the file
-    COMMAND_LINE_MISSING,
-    PATH_NAME_MISSING,
+    BRACE_TEXT,            ///< text or a comment after an opening brace
+    BRACE_UNEXPECTED,      ///< a closing brace outside of any block
+    BLOCK_OPEN,            ///< a keyword that can only follow the end of the block at `other`
+    BLOCK_UNCLOSED,        ///< the end of the file inside the block at `other`
+    BLOCK_MISSING,         ///< no BLOCK in the file
+    COMMAND_LINE_MISSING,  ///< at the end of the block at `other`
+    PATH_NAME_MISSING,     ///< the same
     // the version of the format
     FORMAT_VERSION_FIRST,  ///< another keyword before it
     FORMAT_VERSION_INVALID,
@@ -90,7 +91,7 @@ struct AcceptedValue {
 enum class Skipped : std::uint8_t {
     NOTHING,
     OPENS,   ///< open a block that is not known: reading goes on after that block
-    CLOSES,  ///< close the block that it has opened: reading goes on at that brace
+    CLOSES,  ///< close a block at its end: reading goes on at that brace
 };
 
 /// Observes a reader. Texts are valid during the call only.

@@ -109,8 +109,9 @@ struct Reader {
     std::array<TextPlace, 3> opened{};  // the keywords of the open blocks
     Refusal mistake = Refusal::COUNT;   // the last one
     bool goes_on = false;               // the observer wants more
-    bool version_excused = false;  // its mistake is known: the rest is read as if it were right
-    bool item_excused = false;     // a mistake in the item may be its missing keyword
+    bool version_excused = false;    // its mistake is known: the rest is read as if it were right
+    bool item_excused = false;       // a mistake in the item may be its missing keyword
+    Context wanted = Context::NONE;  // where the misplaced keyword belongs
 
     [[nodiscard]] bool versionAccepted() const {
         return (ptn->flags & PTN_FORMAT_VERSION) != 0 || version_excused;
@@ -483,15 +484,25 @@ constexpr std::string_view nameOf(Context context) {
     }
 }
 
+// The keyword of the innermost open block.
+TextPlace openedBlock(const Reader& reader) {
+    return reader.level > 1 ? reader.opened.at(static_cast<std::size_t>(reader.level) - 1)
+                            : TextPlace{};
+}
+
 // Why a word is not accepted as a keyword where it stands.
-Mistake keywordMistake(const Reader& reader, const char* word) {
+Mistake keywordMistake(Reader& reader, const char* word) {
     const std::string_view name(word);
     Mistake mistake{
         .reason = Refusal::KEYWORD_UNKNOWN, .place = reader.word_place, .keyword = name};
     for (const Keyword& keyword : KEYWORDS) {
         if (keyword.name.size() == name.size() && IgCmnStrCmpi(word, keyword.name.data()) == 0) {
-            mistake.reason = Refusal::KEYWORD_MISPLACED;
+            reader.wanted = keyword.where;
+            const bool opens = keyword.opens != Context::NONE;
+            const bool is_outside = levelOf(keyword.where) < reader.level;
+            mistake.reason = opens && is_outside ? Refusal::BLOCK_OPEN : Refusal::KEYWORD_MISPLACED;
             mistake.detail = nameOf(keyword.where);
+            mistake.other = opens && is_outside ? openedBlock(reader) : TextPlace{};
         }
     }
     const bool reserved =
@@ -570,10 +581,14 @@ Outcome checkItem(Reader& reader) {
         return Outcome::GOOD;
     }
     if (reader.context == Context::TOOL && (reader.flags() & TOOL_COMMAND_LINE) == 0) {
-        return refuseWord(reader, Refusal::COMMAND_LINE_MISSING);
+        return refuse(reader, {.reason = Refusal::COMMAND_LINE_MISSING,
+                               .place = reader.word_place,
+                               .other = openedBlock(reader)});
     }
     if (reader.context == Context::DATA && (reader.flags() & DATA_PATH_NAME) == 0) {
-        return refuseWord(reader, Refusal::PATH_NAME_MISSING);
+        return refuse(reader, {.reason = Refusal::PATH_NAME_MISSING,
+                               .place = reader.word_place,
+                               .other = openedBlock(reader)});
     }
     return Outcome::GOOD;
 }
@@ -819,7 +834,7 @@ Outcome atEnd(Reader& reader, const IgCmnFileHandle& file) {
     Mistake mistake{.reason = Refusal::BLOCK_UNCLOSED,
                     .place = {after_line ? file.line_no - 1 : file.line_no, 1}};
     if (reader.level > 1) {
-        mistake.other = reader.opened.at(static_cast<std::size_t>(reader.level) - 1);
+        mistake.other = openedBlock(reader);
     } else if (reader.mistake == Refusal::COUNT) {
         mistake.reason =
             reader.versionAccepted() ? Refusal::BLOCK_MISSING : Refusal::FORMAT_VERSION_MISSING;
@@ -877,6 +892,10 @@ bool supplyBrace(Reader& reader, const read_word& word) {
     return openContext(reader) == Outcome::GOOD;
 }
 
+bool opensItem(const read_word& word) {
+    return IgCmnStrCmpi(word.text, "TOOL_BLOCK") == 0 || IgCmnStrCmpi(word.text, "DATA_BLOCK") == 0;
+}
+
 // After a mistake: makes an observed file continue on the next line, or on the same one when the
 // mistake is an earlier one. Returns false to end the reading.
 bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
@@ -895,13 +914,33 @@ bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
         case Refusal::FORMAT_VERSION_FIRST:
             same_line = true;
             break;
+        case Refusal::BLOCK_OPEN:
+            same_line = true;
+            while (reader.context != reader.wanted) {
+                leaveContext(reader);
+                --reader.level;
+            }
+            break;
+        case Refusal::KEYWORD_MISPLACED:
+            if (word.type == WORD_TEXT && opensItem(word) && reader.context == Context::NONE) {
+                same_line = true;
+                reader.context = Context::BLOCK;
+                reader.statement = reader.word_place;
+                if (openContext(reader) != Outcome::GOOD) {
+                    return false;
+                }
+                break;
+            }
+            skipped = Skipped::OPENS;
+            break;
         case Refusal::KEYWORD_UNKNOWN:
         case Refusal::KEYWORD_RESERVED:
-        case Refusal::KEYWORD_MISPLACED:
         case Refusal::STATEMENT_INVALID:
             skipped = Skipped::OPENS;
             break;
         case Refusal::BRACE_TEXT:
+        case Refusal::VALUE_BLANK:
+        case Refusal::VALUE_MARK:
             skipped = Skipped::CLOSES;
             break;
         default:

@@ -189,7 +189,7 @@ def test_a_directory_above_the_one_that_others_can_change_counts_for_deeper_path
 
 
 @pytest.mark.parametrize("path, collected", [
-    ("%d%/output.txt", True), ("%d%/./output.txt", True), ("%d%", True), ("%d%/*", True),
+    ("%d%/output.txt", True), ("%d%/./output.txt", True), ("%d%/../output.txt", False), ("%d%", True), ("%d%/*", True),
     ("%d%/out*.txt", True), ("%d%/*.log", False), ("%d%/output", False), ("%d%/output.txt/x", False),
     ("/output.txt", False), ("%d%/o?tput.[a-z]xt", True),
 ])
@@ -198,6 +198,66 @@ def test_the_path_of_a_data_item_collects_an_output(machine: Machine, path: str,
                                                               f'PATH_NAME = "{path}"'))
     done = check(machine, "--offline", "90_demo")
     assert rules_of(done) == ([] if collected else ["output-uncollected"])
+
+
+def test_a_name_that_looks_like_a_wildcard_is_collected_by_itself(machine: Machine):
+    machine.file("/tmp/90_demo", (TOOL % "/bin/true").replace("output.txt", "output[1].txt"))
+    assert rules_of(check(machine, "--offline", "90_demo")) == []
+
+
+@pytest.mark.parametrize("command, found", [
+    ("/bin/cat /etc/shadow", True), ("/opt/norvale/quendil/tool/run cat /etc/shadow", True),
+    ("/opt/norvale/quendil/tool/run -m cat /etc/shadow", False),
+    ("/opt/norvale/quendil/tool/run -e /etc/shadow df", False),
+    ("/opt/norvale/quendil/tool/show /etc/ssh", False), ("/bin/ls /etc/hosts", False),
+])
+def test_a_tool_that_prints_secrets(machine: Machine, command: str, found: bool):
+    machine.file("/tmp/90_demo", TOOL % command)
+    assert rules_of(check(machine, "--offline", "90_demo")) == (["path-secret"] if found else [])
+
+
+@pytest.mark.parametrize("path, found", [
+    ("/etc", True), ("/etc/shad*", True), ("/etc/ssl/private", True), ("/home", True),
+    ("/home/ann/.ssh", True), ("/home/ann/.ssh/*", True), ("/root/.ssh/id_*", True),
+    ("/srv/app/server.key", True), ("/srv/app/*.pem", True), ("/etc/security/opasswd", True),
+    ("/", True), ("/home/ann/.pgpass", True), ("/etc/hosts", False), ("/etc/ssh/sshd_config", False),
+    ("/var/log", False), ("%d%/../shadow", False), ("/etc/ssl/certs", False),
+])
+def test_a_path_that_may_bring_secrets(machine: Machine, path: str, found: bool):
+    machine.file("/tmp/90_demo", DESCRIBED % path)
+    assert rules_of(check(machine, "--offline", "90_demo")) == (["path-secret"] if found else [])
+
+
+def test_secrets_are_named_first_when_not_all_findings_are_shown(machine: Machine):
+    item = DESCRIBED.split("BLOCK {\n", 1)[1].removesuffix("}\n").replace(
+        '        DESCRIPTION = "A file"\n', "")
+    text = DESCRIBED % "/etc/hosts"
+    machine.file("/tmp/90_demo", text.removesuffix("}\n") + item % "/etc/hosts" * 150
+                 + item % "/etc/shadow" + "}\n")
+    found = rules_of(check(machine, "--offline", "90_demo"))
+    assert len(found) == 100 and found[-1] == "path-secret"
+
+
+def test_a_program_behind_a_link_that_others_can_change(machine: Machine):
+    machine.directory("/opt/theirs", mode=0o777)
+    machine.link("/opt/theirs/ls", "/bin/ls")
+    machine.file("/tmp/90_demo", TOOL % "/opt/theirs/ls")
+    assert rules_of(check(machine, "90_demo")) == ["program-writable"]
+
+
+def test_a_file_that_is_named_twice_shares_no_output_with_itself(machine: Machine):
+    machine.file("/tmp/90_demo", TOOL % "/bin/true")
+    assert rules_of(check(machine, "--offline", "90_demo", "90_demo")) == []
+
+
+def test_a_link_that_a_user_may_not_follow_is_not_taken_for_dangling(machine: Machine):
+    machine.no_patterns()
+    machine.file("/opt/closed/pattern", GOOD)
+    machine.directory("/opt/closed", mode=0o700)
+    machine.link(f"{PATTERN_DIRECTORY}/90_demo", "/opt/closed/pattern")
+    done = check(machine, "--offline", PATTERN_DIRECTORY, user=1000)
+    assert (done.status, rules_of(done)) == (2, [])
+    assert check(machine, "--offline", PATTERN_DIRECTORY).status == 0
 
 
 def test_the_order_of_items_counts_for_an_output(machine: Machine):
@@ -308,6 +368,21 @@ def test_wrong_usage(machine: Machine, arguments: list[str]):
     assert done.stderr.endswith("Try 'quendil-check --help'.\n")
 
 
+def test_the_commands_of_the_tool_directory_are_known_as_they_are():
+    source = (ROOT / "src/check/IGCheckTool.cpp").read_text()
+    run = (ROOT / "tools/run").read_text()
+    listed = re.search(r"directories\{(.*?)\};", source, re.S)
+    searched = re.search(r"^    for directory in (.*?); do$", run, re.M | re.S)
+    assert listed and searched
+    assert re.findall(r'"(.*?)"', listed.group(1)) == searched.group(1).replace("\\\n", " ").split()
+    assert "RUN_MIB = 20;" in source and re.search("^mib=20$", run, re.M)
+    show = (ROOT / "src/tool/show.cpp").read_text()
+    assert "SHOW_MIB = 5;" in source and "int mib = 5;" in show
+    assert "SHOW_FILES = 4;" in source and "LIMIT_FACTOR = 4;" in show
+    assert f'use.words, "{"".join(re.findall("(.):", "0cmpl:e:n:s:t:u:"))}"' in source
+    assert "getopts 0cmpl:e:n:s:t:u: option" in run
+
+
 def test_help_and_version(machine: Machine):
     for arguments in (["--help"], ["-h"], ["--list", "--help"]):
         done = check(machine, *arguments)
@@ -336,6 +411,11 @@ def test_a_file_that_cannot_be_read(machine: Machine):
                            "quendil-check: secret: Permission denied\n")
     assert "90_demo:4:5: error" in done.stdout  # the others are checked all the same
     assert done.stdout.endswith("1 file: 2 errors, no warnings, 2 not readable\n")
+
+
+def test_a_closed_input_cannot_be_read(machine: Machine):
+    done = machine.exec(f"{CHECK} - <&-", check=False)
+    assert (done.status, done.stderr) == (2, "quendil-check: <stdin>: Bad file descriptor\n")
 
 
 def test_a_full_output_is_not_taken_for_success(machine: Machine):
@@ -409,6 +489,17 @@ def test_nothing_is_run_and_nothing_written(machine: Machine):
                 if not call.startswith(("open", "+++", "---"))
                 or re.search(r"O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_APPEND", call)]
         assert len(made) == 1 and made[0].startswith(f'execve("{CHECK}"'), made
+
+
+@pytest.mark.plain_binary
+def test_very_many_items_take_no_very_long_time(machine: Machine):
+    tool = "TOOL_BLOCK {\nCOMMAND_LINE = /bin/x\nREDIRECT_PATH = %%d%%/%d\n}\n"
+    data = "DATA_BLOCK {\nPATH_NAME = %%d%%/%d\n}\n"
+    text = "FORMAT_VERSION = 1.0\nBLOCK {\n" + "".join(f"TARGET = t{i}\n" for i in range(4000))
+    text += "".join(tool % i for i in range(4000)) + "".join(data % i for i in range(4000)) + "}\n"
+    machine.file("/tmp/many", text)
+    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK, "--offline", "/tmp/many"])
+    assert float(done.stdout.split()[0]) < 3  # 0.1 s, and minutes if it were quadratic
 
 
 @pytest.mark.plain_binary

@@ -135,31 +135,41 @@ BLOCK {
         WAIT_TERMINATION = 5
     }
     TOOL_BLOCK {
-        COMMAND_LINE = "/opt/norvale/quendil/tool/run -e /x -ml4 df"
+        COMMAND_LINE = "/opt/norvale/quendil/tool/run -e /x -ml4 df %d%"
         TIMEOUT = 20
     }
     TOOL_BLOCK {
         COMMAND_LINE = "/opt/norvale/quendil/tool/show -l 2 /etc/hosts"
+        REDIRECT_PATH = "%d%/b"
+    }
+    TOOL_BLOCK {
+        COMMAND_LINE = "/bin/true"
+        REDIRECT_PATH = "/dev/null"
     }
     DATA_BLOCK {
-        PATH_NAME = "%d%/../%d%/./a"
+        PATH_NAME = "%d%/./a"
+    }
+    DATA_BLOCK {
+        PATH_NAME = "%d%/../../.."
     }
 }
-""".replace("%d%/../%d%/./a", "%d%/./a"))
+""")
     previewed = preview(machine, "-g", "demo")
     mib = 1 << 20
     assert [(item["timeout"], item["wait"], item["most_bytes"], item["output"])
             for item in previewed["items"][:3]] == [
-        (60, 5, 3 * mib, "%d%/a"), (20, 10, 4 * mib, None), (10, 10, 8 * mib, None)]
-    assert previewed["items"][3] == {"kind": "data", "pattern": "10_demo", "path": "%d%/a",
+        (60, 5, 3 * mib, "%d%/a"), (20, 10, 4 * mib, None), (10, 10, 8 * mib, "%d%/b")]
+    assert previewed["items"][4] == {"kind": "data", "pattern": "10_demo", "path": "%d%/a",
                                      "from_tool": True}
-    assert previewed["totals"]["most_bytes"] == 15 * mib
-    assert previewed["totals"]["most_seconds"] == 115
+    assert previewed["items"][5]["from_tool"]  # the output's own directories, not those of the machine
+    assert previewed["totals"]["most_bytes"] == 15 * mib  # the last tool writes nothing there
+    assert previewed["totals"]["most_seconds"] == 135
 
 
 @pytest.mark.parametrize("line, most_bytes, most_seconds", [
-    ('COMMAND_LINE = "/bin/true"', None, 20),
-    ('COMMAND_LINE = "/opt/norvale/quendil/tool/run df"\n TIMEOUT = 0', 20 << 20, None),
+    ('COMMAND_LINE = "/bin/true"\nREDIRECT_PATH = "%d%/a"', None, 20),
+    ('COMMAND_LINE = "/opt/norvale/quendil/tool/run df"\n TIMEOUT = 0\nREDIRECT_PATH = "%d%/a"',
+     20 << 20, None),
 ])
 def test_what_has_no_bound(machine: Machine, line: str, most_bytes: int | None,
                            most_seconds: int | None):
@@ -175,13 +185,13 @@ def test_what_has_no_bound(machine: Machine, line: str, most_bytes: int | None,
 
 
 def test_more_than_the_limit_is_a_finding(machine: Machine):
-    machine.file("/opt/data", "x" * 5000)
+    machine.file("/opt/data", "x" * 5120)
     machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/opt/data")))
     for blocks, status in ((10, 0), (9, 1)):
         machine.conf(f"QUENDIL_MAX_OUTPUT_DATA_SIZE={blocks}\n")
         done = check(machine, "--preview", "-g", "demo")
         assert done.status == status
-        found = "error: the files have 4.9 KiB, but the size limit is 4.5 KiB: the rest is left out " \
+        found = "error: the files have 5.0 KiB, but the size limit is 4.5 KiB: the rest is left out " \
                 "[limit-exceeded]\n"
         assert done.stdout.endswith(found) == (status == 1)
     assert machine.run("-g", "demo").log.count("ZEPA153-W") == 1
@@ -225,6 +235,36 @@ def test_an_ordinary_user_gets_a_preview_without_the_free_space(machine: Machine
     assert (done.status, done.stderr) == (0, "")
     assert "known size:    1000 bytes in 1 file\n" in done.stdout
     assert f"free space:    not known in {DATA_DIRECTORY}\n" in done.stdout
+
+
+@pytest.mark.parametrize("directory, said", [
+    ("/tmp/file", "not a directory: no run starts"), ("/tmp/closed", "not writable: no run starts"),
+    ("/tmp/none", "No such file or directory")])
+def test_a_directory_that_a_run_would_refuse(machine: Machine, directory: str, said: str):
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/etc/os-release")))
+    machine.file("/tmp/file")
+    machine.directory("/tmp/closed", mode=0o500)
+    done = check(machine, "--preview", "-g", "demo", "-d", directory)
+    assert (done.status, done.stderr) == (2, f"quendil-check: {directory}: {said}\n")
+    assert machine.run("-g", "demo", "-d", directory).status == 255
+
+
+def test_a_selected_pattern_without_items_is_no_finding(machine: Machine):
+    machine.pattern("10_demo", "FORMAT_VERSION = 1.0\nPP_GROUP = demo\nBLOCK {\n}\n")
+    assert preview(machine, "-g", "demo")["items"] == []
+    assert machine.run("-g", "demo").status == 0
+
+
+def test_sizes_that_are_too_large_to_add(machine: Machine):
+    machine.conf("QUENDIL_MAX_OUTPUT_DATA_SIZE=0\n")
+    for name in "ab":
+        with open(machine.path(machine.file(f"/tmp/huge/{name}")), "r+b") as file:
+            file.truncate(7 << 60)
+    machine.pattern("10_demo", pattern_text.pattern(pattern_text.data("/tmp/huge")))
+    done = check(machine, "--preview", "-g", "demo", "--format=json")
+    value = json.loads(done.stdout)
+    assert done.status == 1 and value["totals"]["known_bytes"] == (1 << 63) - 1
+    assert [finding["rule"] for finding in value["findings"]] == ["space-short"]
 
 
 def test_nothing_that_is_selected_is_a_finding(machine: Machine):
@@ -316,7 +356,7 @@ def test_the_list_of_other_patterns(machine: Machine):
     machine.pattern("10_a", 'FORMAT_VERSION = 1.0\nPP_GROUP = "a \\"b\\" 100%%"\nPP_GROUP = both\n'
                     'BLOCK {\nTARGET = "t t"\n}\nBLOCK {\nTARGET = both\nTARGET = "t t"\n}\n')
     machine.pattern("20_b", "FORMAT_VERSION = 1.0\nPP_NAME = B\nPP_GROUP = both\nBLOCK {\n}\n")
-    machine.pattern("30_bad", "x\n")
+    machine.pattern("30_bad", "FORMAT_VERSION = 1.0\nPP_GROUP = bad\nBLOCK {\n}\nx\n")
     machine.pattern("40_tab", "FORMAT_VERSION = 1.0\nPP_GROUP = \"t\tb\"\nBLOCK {\n}\n")
     done = check(machine, "--list")
     assert done.status == 0
