@@ -436,6 +436,9 @@ def test_only_regular_files_are_opened(machine: Machine):
     for path in ("/tmp/fifo", "/dev/null", "/dev/tty", "/dev/zero"):
         done = check(machine, path)
         assert (done.status, done.stderr) == (2, f"quendil-check: {path}: not a regular file\n")
+    done = check(machine, "-c", "/tmp", "/tmp/empty")
+    assert (done.status, done.stderr.splitlines()[0]) == (
+        2, "quendil-check: /tmp: not a regular file")
 
 
 def test_a_line_of_a_gigabyte(machine: Machine):

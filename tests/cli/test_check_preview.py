@@ -96,6 +96,20 @@ def test_the_items_of_a_preview_are_those_of_the_next_run(machine: Machine, opti
     check_equal(machine, previewed)
 
 
+def test_the_items_of_the_templates_are_those_of_the_next_run(machine: Machine):
+    machine.no_patterns()
+    for path in (ROOT / "templates").iterdir():
+        if path.name != "quendil_conf":
+            machine.file(f"{PATTERN_DIRECTORY}/{path.name}", path.read_text())
+    rows = [line.split("\t") for line in check(machine, "--list").stdout.splitlines()]
+    groups = list(dict.fromkeys(row[1] for row in rows if row[0] == "group"))
+    assert groups
+    arguments = [word for name in groups for word in ("-g", name)]
+    previewed = preview(machine, *arguments)
+    assert machine.run(*arguments).status == 0
+    check_equal(machine, previewed)
+
+
 def test_the_sizes_of_a_preview_are_those_of_the_next_run(machine: Machine):
     for number in range(3):
         machine.file(f"/opt/data/{number}.log", "x" * (100 + number))
