@@ -481,6 +481,7 @@ def test_no_byte_of_a_file_reaches_the_terminal_unescaped(machine: Machine, data
     assert re.match(r"bad\\033\[31m\\012:1:\d+: error: ", done.stdout)
 
 
+@pytest.mark.plain_binary  # a sanitizer starts a thread
 def test_nothing_is_run_and_nothing_written(machine: Machine):
     machine.file("/tmp/90_demo", SAMPLE)
     for arguments in (["/tmp/90_demo"], [], ["--list"], ["--preview", "-g", "linux"]):

@@ -6,7 +6,7 @@ import pytest
 from support import expect, pattern_text
 from support.collecting import collect, complete_output
 from support.ending import check_refused
-from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, Machine
+from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, PROGRAMS, Machine
 from support.masking import decode
 from support.progress import Terminal
 from support.tree import read_archive
@@ -81,7 +81,7 @@ def test_help_is_shown_at_every_position(machine: Machine, arguments: list[str])
     assert run.stderr == ""
     assert run.log is None
     assert run.history == expect.history(" ".join(arguments), 255)
-    assert machine.list(BIN) == [".quendil_hist.lck", "quendil"]
+    assert machine.list(BIN) == [".quendil_hist.lck", *PROGRAMS]
     assert machine.list(LOG_DIRECTORY) == ["quendil_hist.log"]
     assert machine.outputs() == []
 
@@ -100,7 +100,7 @@ def test_help_is_shown_to_every_user(machine: Machine):
     run = machine.run("-h", user=1000)
     assert (run.status, run.stdout, run.stderr) == (255, USAGE.format(name="quendil"), "")
     assert run.history is None
-    assert machine.list(BIN) == ["quendil"]
+    assert machine.list(BIN) == PROGRAMS
 
 
 @pytest.mark.parametrize("argument", ["--help", "-help", "-hh", "h", "-?", " -h"])

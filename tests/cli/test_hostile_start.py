@@ -10,7 +10,7 @@ import pytest
 from support import behave, expect, masking, pattern_text
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import BIN_DIRECTORY, HISTORY_LOCK, RUN_LOCK, check_refused
-from support.machine import LOG_DIRECTORY, QUENDIL, Machine
+from support.machine import LOG_DIRECTORY, PROGRAMS, QUENDIL, Machine
 from support.progress import Terminal
 
 HISTORY = f"{LOG_DIRECTORY}/quendil_hist.log"
@@ -280,4 +280,4 @@ def test_a_run_of_root_with_an_ordinary_effective_user_reports_what_it_cannot_op
     refused = expect.system_error("open", 13, f"{BIN_DIRECTORY}/{RUN_LOCK}")
     assert (run.status, run.stdout) == (255, "")
     assert run.stderr == 3 * lost + refused + 4 * lost
-    assert machine.list(LOG_DIRECTORY) == [] and machine.list(BIN_DIRECTORY) == ["quendil"]
+    assert machine.list(LOG_DIRECTORY) == [] and machine.list(BIN_DIRECTORY) == PROGRAMS

@@ -12,7 +12,7 @@ from support import behave, expect, masking, pattern_text
 from support.behave import forever, ready, report, wait_for
 from support.collecting import GROUP, begin, collect, complete_output, started_log
 from support.ending import check_refused
-from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, QUENDIL, Machine
+from support.machine import CONFIGURATION, DATA_DIRECTORY, LOG_DIRECTORY, PROGRAMS, QUENDIL, Machine
 from support.progress import COLLECT_WIDTH, WIDTH, Terminal, complete, screen
 from support.run import Run
 from support.tree import read_archive
@@ -41,7 +41,7 @@ def test_only_the_super_user_may_run_it(machine: Machine):
         run = machine.run(*arguments, user=1000)
         assert (run.status, run.stdout, run.stderr) == (255, "", NOT_SUPER_USER)
         assert run.log is None and run.history is None
-    assert machine.list(BIN) == ["quendil"]
+    assert machine.list(BIN) == PROGRAMS
     assert machine.list(LOG_DIRECTORY) == []
 
 

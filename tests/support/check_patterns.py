@@ -37,7 +37,7 @@ FILE_TYPES = {"text", "binary", "archive", "directory"}
 
 # What each kind of node may hold: the longest value of each keyword in bytes.
 LIMITS = {
-    "FILE": {"FORMAT_VERSION": 5, "PP_VRS": 10, "PP_KATAMEI": 256, "PP_NAME": 256, "PP_GROUP": 256},
+    "FILE": {"FORMAT_VERSION": 5, "PP_NAME": 256, "PP_GROUP": 256},
     "BLOCK": {"TARGET": 256},
     "TOOL_BLOCK": {"COMMAND_LINE": 260, "TIMEOUT": 5, "TIMEOUT_SIGNAL": 2, "WAIT_TERMINATION": 3,
                    "REDIRECT_PATH": 260},

@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 
 from . import expect, masking
-from .machine import DATA_DIRECTORY, LOG_DIRECTORY, Machine
+from .machine import DATA_DIRECTORY, LOG_DIRECTORY, PROGRAMS, Machine
 from .progress import Terminal
 from .run import Run
 
@@ -39,7 +39,7 @@ class Ending:
     def of(cls, machine: Machine, run: Run) -> Ending:
         """How this run ended on this machine, where no other run has started since."""
         locks = {name: machine.status(f"{BIN_DIRECTORY}/{name}").st_size
-                 for name in machine.list(BIN_DIRECTORY) if name != "quendil"}
+                 for name in machine.list(BIN_DIRECTORY) if name not in PROGRAMS}
         return cls(run.status, run.stdout, run.stderr, run.log, run.old_log, run.history,
                    run.old_history, machine.list(LOG_DIRECTORY), paths_below(machine), locks)
 
