@@ -52,7 +52,8 @@ def test_an_untouched_installation_is_removed_whole(installed: Machine):
 
 
 def test_a_link_to_a_companion_command_goes_with_it_and_another_one_stays(installed: Machine):
-    name = f"{TOP}/usr/bin/quendil-check"
+    directory = f"{TOP}/usr/bin"
+    name = f"{directory}/quendil-check"
     assert installed.exists(f"{TOP}/opt/norvale/quendil/bin/quendil-check")
     installed.link(name, "/opt/norvale/quendil/bin/quendil-check")
     uninstall(installed)
