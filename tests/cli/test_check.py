@@ -507,6 +507,14 @@ def test_very_many_items_take_no_very_long_time(machine: Machine):
 
 
 @pytest.mark.plain_binary
+def test_the_installed_files_are_checked_at_once(machine: Machine):
+    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK])
+    seconds, kib = done.stdout.split()
+    assert float(seconds) < 0.2  # 0.02 s; a test machine may be busy
+    assert int(kib) < 16 * 1024
+
+
+@pytest.mark.plain_binary
 def test_the_time_and_the_memory_have_bounds(machine: Machine):
     maker = PatternMaker(4)
     machine.no_patterns()
