@@ -54,7 +54,7 @@ BLOCK {
 
 def check(machine: Machine, *arguments: str, cwd: str = "/tmp", **how) -> Completed:
     """Runs quendil-check to its end; `how` is that of `Machine.exec`."""
-    return machine.exec([CHECK, *arguments], check=False, cwd=cwd, **how)
+    return machine.exec([CHECK, *arguments], check=False, cwd=cwd, seconds=200, **how)
 
 
 def rules_of(done: Completed) -> list[str]:

@@ -46,7 +46,8 @@ def refused_by_program(machine: Machine) -> dict[str, int | None]:
 
 def findings(machine: Machine, *arguments: str) -> list[dict]:
     """What quendil-check finds."""
-    done = machine.exec([CHECK, "--offline", "--format=json", *arguments], check=False)
+    done = machine.exec([CHECK, "--offline", "--format=json", *arguments], check=False,
+                        seconds=300)
     assert done.status in (0, 1), done.stderr
     return json.loads(done.stdout)["findings"]
 

@@ -23,7 +23,7 @@ TOOLS = "/opt/norvale/quendil/tool"
 
 def check(machine: Machine, *arguments: str, **how) -> Completed:
     """Runs quendil-check to its end."""
-    return machine.exec([CHECK, *arguments], check=False, **how)
+    return machine.exec([CHECK, *arguments], check=False, seconds=200, **how)
 
 
 def preview(machine: Machine, *arguments: str) -> dict:
