@@ -93,10 +93,20 @@ for step in itertools.count():
 def stop_at_many_moments(machine: Machine, microseconds: int, text: str,
                          *command: str) -> list[tuple[int, bool, str]]:
     """Stops a command as its time limit does, a step later each time.
-    @return for each time the exit status, whether it ended within five seconds, and its output"""
+    @return for each time the exit status, whether it ended within five seconds, and its output
+
+    On a busy machine bash has lost one signal in some 8,000: the run then ends the tool with SIGKILL
+    when its wait is over. A series with such a loss is repeated once; a signal that is lost at a
+    certain moment is lost again."""
     script = machine.file("/tmp/moments", MOMENTS)
-    done = machine.exec(["/usr/bin/python3", script, str(microseconds), text, *command], seconds=300)
-    return [ast.literal_eval(line) for line in done.stdout.splitlines()]
+    times: list[tuple[int, bool, str]] = []
+    for _ in range(2):
+        done = machine.exec(["/usr/bin/python3", script, str(microseconds), text, *command],
+                            seconds=300)
+        times = [ast.literal_eval(line) for line in done.stdout.splitlines()]
+        if all(in_time for _, in_time, _ in times):
+            break
+    return times
 
 
 def add_users(machine: Machine) -> None:
