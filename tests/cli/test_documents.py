@@ -219,17 +219,17 @@ def examples_of_the_check() -> list[str]:
 
 
 def test_the_examples_of_the_check_run_as_they_are_printed(machine: Machine):
-    machine.file("/tmp/work/90_myproduct", pattern_of_the_readme())
-    machine.file("/tmp/work/patterns/90_myproduct", pattern_of_the_readme())
+    machine.file("/tmp/desk/90_myproduct", pattern_of_the_readme())
+    machine.file("/tmp/desk/patterns/90_myproduct", pattern_of_the_readme())
     machine.link("/tmp/bin/quendil-check", CHECK)
     machine.file("/tmp/bin/sudo", '#!/bin/sh\nexec "$@"\n', 0o755)
     commands = examples_of_the_check()
     assert len(commands) == 6
     for command in commands:
-        done = machine.exec(f"cd /tmp/work && PATH=/tmp/bin:$PATH && {command}", check=False)
+        done = machine.exec(f"cd /tmp/desk && PATH=/tmp/bin:$PATH && {command}", check=False)
         assert (done.status, done.stderr) == (0, ""), command
     assert machine.exists(f"{PATTERN_DIRECTORY}/90_myproduct")
-    assert json.loads(machine.read("/tmp/work/findings.sarif"))["runs"][0]["results"] == []
+    assert json.loads(machine.read("/tmp/desk/findings.sarif"))["runs"][0]["results"] == []
 
 
 def test_the_page_of_the_check_shows_a_real_finding():
