@@ -69,8 +69,8 @@ std::string shortened(std::string_view word) {
 
 // Where a keyword belongs.
 std::string whereOf(std::string_view block) {
-    return block == "top" ? "at the top of the file, outside of every block"
-                          : "in " + std::string(block);
+    return block.empty() ? "at the top of the file, outside of every block"
+                         : "in " + std::string(block);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ enum class Refusal : std::uint8_t {
     STATEMENT_INVALID,  ///< something else than a keyword or a closing brace
     KEYWORD_UNKNOWN,
     KEYWORD_RESERVED,   ///< REG0 to REG9
-    KEYWORD_MISPLACED,  ///< `detail` names the block that it belongs to
+    KEYWORD_MISPLACED,  ///< `detail` names the block that it belongs to, "" the top
     KEYWORD_REPEATED,
     EQUAL_MISSING,
     COMMENT_JOINED,  ///< a comment without a blank before it, at `other`: the value continued

@@ -264,11 +264,10 @@ Outcome readLine(Context& context, char* line, std::size_t length) {
 
 // A read that a signal ended, such as from a pipe without data, is an interruption and not an error
 // of the file.
-Outcome readFailed(int error, const char* path) {
+void reportFailedRead(int error, const char* path) {
     if (IgMainIsInterrupted() == 0) {
         IgCmnSysErrPath("fgets", error, path);
     }
-    return Outcome::FAILED;
 }
 
 using LineBuffer = std::array<char, 1028>;
@@ -284,8 +283,10 @@ bool isSyntax(Outcome outcome) {
     return outcome == Outcome::SYNTAX || outcome == Outcome::SYNTAX_CHARACTER;
 }
 
-// With an observer, every mistake is found; the outcome is that of the first one.
-Outcome observeLines(Context& context, std::FILE* stream) {
+// Reads the file up to its first mistake; with an observer that wants more, all of it. The outcome
+// is that of the first mistake. After a failed read, the stream has its error and errno; the line
+// that it interrupted is dropped.
+Outcome readLines(Context& context, std::FILE* stream) {
     LineBuffer line{};
     Outcome first = Outcome::GOOD;
     for (context.line_no = 1;; ++context.line_no) {
@@ -303,25 +304,6 @@ Outcome observeLines(Context& context, std::FILE* stream) {
             skipLine(stream, line, length);
         }
     }
-}
-
-Outcome readLines(Context& context, std::FILE* stream, const char* path) {
-    LineBuffer line{};
-    for (int line_no = 1;; ++line_no) {
-        const std::size_t length = readTextLine(stream, line.data(), line.size());
-        if (length == 0 || std::ferror(stream) != 0) {
-            break;  // an incomplete line of a failed read is dropped
-        }
-        const Outcome outcome = readLine(context, line.data(), length);
-        if (isSyntax(outcome)) {
-            IgCmnMsg<ZEPA119_E>();
-            IgCmnMsg<ZEPA120_E>(path, line_no);
-        }
-        if (outcome != Outcome::GOOD) {
-            return outcome;
-        }
-    }
-    return std::ferror(stream) == 0 ? Outcome::GOOD : readFailed(errno, path);
 }
 
 // The file was opened without waiting; reads wait for the rest of a pipe's data.
@@ -361,7 +343,15 @@ int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* 
     }
     waitForContent(stream.get());
     Context context = contextOf(*root_tbl, memoryp);
-    const Outcome outcome = readLines(context, stream.get(), compdef_file);
+    const Outcome outcome = readLines(context, stream.get());
+    if (std::ferror(stream.get()) != 0) {
+        reportFailedRead(errno, compdef_file);
+        return -1;
+    }
+    if (isSyntax(outcome)) {
+        IgCmnMsg<ZEPA119_E>();
+        IgCmnMsg<ZEPA120_E>(compdef_file, context.line_no);
+    }
     if (outcome == Outcome::GOOD || outcome == Outcome::SYNTAX) {
         keepValues(context);
     }
@@ -371,7 +361,7 @@ int IgIniReadCompDef(const char* compdef_file, root_tbl* root_tbl, memory_pool* 
 int observeCompDef(std::FILE* stream, root_tbl& root, memory_pool* memoryp) {
     IG_ASSERT_NOT_NULL(memoryp);
     Context context = contextOf(root, memoryp);
-    const Outcome outcome = observeLines(context, stream);
+    const Outcome outcome = readLines(context, stream);
     keepValues(context);
     return outcome == Outcome::GOOD ? 0 : outcome == Outcome::FAILED ? -1 : COMPDEF_REFUSED;
 }

@@ -109,9 +109,9 @@ struct Reader {
     std::array<TextPlace, 3> opened{};  // the keywords of the open blocks
     Refusal mistake = Refusal::COUNT;   // the last one
     bool goes_on = false;               // the observer wants more
-    bool version_excused = false;    // its mistake is known: the rest is read as if it were right
-    bool item_excused = false;       // a mistake in the item may be its missing keyword
-    Context wanted = Context::NONE;  // where the misplaced keyword belongs
+    bool version_excused = false;  // its mistake is known: the rest is read as if it were right
+    bool item_excused = false;     // a mistake in the item may be its missing keyword
+    const Keyword* misplaced = nullptr;  // the keyword that is not valid where it stands
 
     [[nodiscard]] bool versionAccepted() const {
         return (ptn->flags & PTN_FORMAT_VERSION) != 0 || version_excused;
@@ -480,7 +480,7 @@ constexpr std::string_view nameOf(Context context) {
         case Context::DATA:
             return "DATA_BLOCK";
         default:
-            return "top";
+            return {};
     }
 }
 
@@ -497,12 +497,12 @@ Mistake keywordMistake(Reader& reader, const char* word) {
         .reason = Refusal::KEYWORD_UNKNOWN, .place = reader.word_place, .keyword = name};
     for (const Keyword& keyword : KEYWORDS) {
         if (keyword.name.size() == name.size() && IgCmnStrCmpi(word, keyword.name.data()) == 0) {
-            reader.wanted = keyword.where;
-            const bool opens = keyword.opens != Context::NONE;
-            const bool is_outside = levelOf(keyword.where) < reader.level;
-            mistake.reason = opens && is_outside ? Refusal::BLOCK_OPEN : Refusal::KEYWORD_MISPLACED;
+            const bool follows_block =
+                keyword.opens != Context::NONE && levelOf(keyword.where) < reader.level;
+            mistake.reason = follows_block ? Refusal::BLOCK_OPEN : Refusal::KEYWORD_MISPLACED;
             mistake.detail = nameOf(keyword.where);
-            mistake.other = opens && is_outside ? openedBlock(reader) : TextPlace{};
+            mistake.other = follows_block ? openedBlock(reader) : TextPlace{};
+            reader.misplaced = &keyword;
         }
     }
     const bool reserved =
@@ -892,8 +892,17 @@ bool supplyBrace(Reader& reader, const read_word& word) {
     return openContext(reader) == Outcome::GOOD;
 }
 
-bool opensItem(const read_word& word) {
-    return IgCmnStrCmpi(word.text, "TOOL_BLOCK") == 0 || IgCmnStrCmpi(word.text, "DATA_BLOCK") == 0;
+// Whether the misplaced keyword opens an item at the top: the BLOCK is missing, or was closed by
+// one brace too many.
+bool isItemOutsideOfBlock(const Reader& reader) {
+    return reader.context == Context::NONE && reader.misplaced->where == Context::BLOCK &&
+           reader.misplaced->opens != Context::NONE;
+}
+
+bool supplyBlock(Reader& reader) {
+    reader.context = Context::BLOCK;
+    reader.statement = reader.word_place;
+    return openContext(reader) == Outcome::GOOD;
 }
 
 // After a mistake: makes an observed file continue on the next line, or on the same one when the
@@ -916,22 +925,18 @@ bool continueAfter(Reader& reader, IgCmnFileHandle& file, read_word& word) {
             break;
         case Refusal::BLOCK_OPEN:
             same_line = true;
-            while (reader.context != reader.wanted) {
+            while (reader.context != reader.misplaced->where) {
                 leaveContext(reader);
                 --reader.level;
             }
             break;
         case Refusal::KEYWORD_MISPLACED:
-            if (word.type == WORD_TEXT && opensItem(word) && reader.context == Context::NONE) {
-                same_line = true;
-                reader.context = Context::BLOCK;
-                reader.statement = reader.word_place;
-                if (openContext(reader) != Outcome::GOOD) {
-                    return false;
-                }
-                break;
+            same_line = isItemOutsideOfBlock(reader);
+            if (!same_line) {
+                skipped = Skipped::OPENS;
+            } else if (!supplyBlock(reader)) {
+                return false;
             }
-            skipped = Skipped::OPENS;
             break;
         case Refusal::KEYWORD_UNKNOWN:
         case Refusal::KEYWORD_RESERVED:
