@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <vector>
 
 #include "check/IGCheckTool.h"
+#include "common/base/IGCmnStr.h"
 #include "common/base/IGGuards.h"
 #include "common/file/IGCmnDir.h"
 #include "common/file/IGSource.h"
@@ -53,9 +55,8 @@ bool hasMatch(const std::string& path) {
     if (!directory) {
         return !leadsNowhere(errno);
     }
-    const std::string wildcard = path.substr(path.rfind('/') + 1);
     bool found = false;
-    readNames(directory.get(), "", wildcard.c_str(), [&found](const struct dirent&) {
+    readNames(directory.get(), "", lastComponent(path.c_str()), [&found](const struct dirent&) {
         found = true;
         return false;
     });
@@ -66,51 +67,59 @@ bool hasMatch(const std::string& path) {
 
 // The first directory on the path, from the root, that others than root can change; "" for none.
 const std::string& MachineCheck::writableAbove(const std::string& directory) {
-    const auto known = writable_.find(directory);
-    if (known != writable_.end()) {
-        return known->second;
+    const auto [known, is_new] = writable_.emplace(directory, "");
+    std::string& first = known->second;  // stays where it is while others are added
+    if (is_new) {
+        first = directory == "/" ? "" : writableAbove(parentOf(directory));
+        first = first.empty() && isWritable(directory) ? directory : first;
     }
-    std::string first = directory == "/" ? "" : writableAbove(parentOf(directory));
-    if (first.empty() && isWritable(directory)) {
-        first = directory;
-    }
-    return writable_.emplace(directory, first).first->second;
+    return first;
 }
 
 // As a shell expands a wildcard, or a data item its last component.
 bool MachineCheck::isThere(const std::string& wildcard, bool last_only) {
-    const std::string key = (last_only ? "d" : "s") + wildcard;
-    const auto known = there_.find(key);
-    if (known != there_.end()) {
-        return known->second;
+    const auto [known, is_new] = there_.emplace((last_only ? "d" : "s") + wildcard, false);
+    if (is_new) {
+        known->second =
+            !isMissing(wildcard) || (last_only ? hasMatch(wildcard) : matchesShell(wildcard));
     }
-    const bool there =
-        !isMissing(wildcard) || (last_only ? hasMatch(wildcard) : matchesShell(wildcard));
-    there_.emplace(key, there);
-    return there;
+    return known->second;
 }
 
-// The path of the program that a command line runs; "" when it is missing.
-std::string MachineCheck::programOf(const ToolUse& use) {
-    const std::string& name = use.name;
-    if (name.empty() || !isProgram(use.words[0])) {
-        return isProgram(use.words[0]) ? use.words[0] : "";
+// Where "run" finds a program of the system; "" when it is missing.
+const std::string& MachineCheck::findProgram(const std::string& name) {
+    const auto [known, is_new] = programs_.emplace(name, "");
+    if (is_new) {
+        const std::string tail = "/" + name;
+        const std::vector<std::string>& directories = programDirectories();
+        const auto found =
+            std::find_if(directories.begin(), directories.end(),
+                         [&](const std::string& directory) { return isProgram(directory + tail); });
+        known->second = found == directories.end() ? "" : *found + tail;
+    }
+    return known->second;
+}
+
+// The program that a command line runs.
+MachineCheck::Program MachineCheck::programOf(const ToolUse& use) {
+    const std::string& command = use.words[0];
+    if (!isProgram(command) || use.name.empty()) {
+        return {command, isProgram(command) ? command : ""};
     }
     if (use.own) {
-        return isProgram(toolPath(name)) ? toolPath(name) : "";
+        const std::string path = toolPath(use.name);
+        return {use.name, isProgram(path) ? path : ""};
     }
-    const auto known = programs_.find(name);
-    if (known != programs_.end()) {
-        return known->second;
-    }
-    const std::string tail = "/" + name;
-    for (const std::string& directory : programDirectories()) {
-        std::string path = directory + tail;
-        if (isProgram(path)) {
-            return programs_.emplace(name, path).first->second;
-        }
-    }
-    return programs_.emplace(name, "").first->second;
+    return {use.name, findProgram(use.name)};
+}
+
+// Whether the command "run" leaves its program alone on this machine.
+bool MachineCheck::isNotAsked(const ToolUse& use) {
+    const bool lacks_path =
+        !use.needed.empty() &&
+        std::none_of(use.needed.begin(), use.needed.end(),
+                     [this](const std::string& path) { return isThere(path, false); });
+    return lacks_path || (!use.forbidden.empty() && isThere(use.forbidden, false));
 }
 
 // Whether others than root can change a file, or replace it or a link that leads to it.
@@ -141,7 +150,7 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
     const PlacedValue* command = item.find("COMMAND_LINE");
     const PlacedValue* redirect = item.find("REDIRECT_PATH");
     if (redirect != nullptr) {
-        const std::string path = normalPath(expanded(item.item->tool.redirect_path, root_));
+        const std::string path = pathOf(item.item->tool.redirect_path, root_);
         if (!isInOutput(path)) {
             checkAbove(file, redirect->place, path);
         }
@@ -153,23 +162,14 @@ void MachineCheck::checkTool(CheckedFile& file, const PlacedItem& item) {
     if (use.words.empty() || use.words[0].find("%d%") != std::string::npos) {
         return;
     }
-    const bool not_asked =
-        (!use.needed.empty() &&
-         std::none_of(use.needed.begin(), use.needed.end(),
-                      [this](const std::string& path) { return isThere(path, false); })) ||
-        (!use.forbidden.empty() && isThere(use.forbidden, false));
-    if (not_asked) {
+    if (isNotAsked(use)) {
         return;
     }
-    const std::string program = programOf(use);
-    const std::string& name =
-        use.name.empty() || !isProgram(use.words[0]) ? use.words[0] : use.name;
-    if (program.empty()) {
-        if (missing_.insert(name).second) {
-            file.warn(Warning::PROGRAM_MISSING, command->place, {.detail = name});
-        }
-    } else {
-        checkProgram(file, *command, program);
+    const Program program = programOf(use);
+    if (!program.path.empty()) {
+        checkProgram(file, *command, program.path);
+    } else if (missing_.insert(program.name).second) {
+        file.warn(Warning::PROGRAM_MISSING, command->place, {.detail = program.name});
     }
 }
 
@@ -178,7 +178,7 @@ void MachineCheck::checkData(CheckedFile& file, const PlacedItem& item) {
     if (value == nullptr) {
         return;
     }
-    const std::string path = normalPath(expanded(item.item->data.path_name, root_));
+    const std::string path = pathOf(item.item->data.path_name, root_);
     if (isInOutput(path)) {
         return;
     }
@@ -201,8 +201,7 @@ void MachineCheck::checkConfiguration(CheckedFile& file) {
 
 // A file that a run reads: who can change it can run any program as root.
 void MachineCheck::checkFile(CheckedFile& file) {
-    const std::string real = realPath(file.name);
-    if (isChangeable(file.name, real)) {
+    if (isChangeable(file.name, realPath(file.name))) {
         file.warn(Warning::FILE_WRITABLE, {});
     }
 }

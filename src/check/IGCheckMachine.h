@@ -29,7 +29,13 @@ class MachineCheck {
     const std::string& writableAbove(const std::string& directory);
     bool isChangeable(const std::string& path, const std::string& real);
     bool isThere(const std::string& wildcard, bool last_only);
-    std::string programOf(const ToolUse& use);
+    struct Program {
+        std::string name;
+        std::string path;  // "" when it is missing
+    };
+    const std::string& findProgram(const std::string& name);
+    Program programOf(const ToolUse& use);
+    bool isNotAsked(const ToolUse& use);
 
     const root_tbl& root_;
     // answers, because many items ask the same

@@ -24,6 +24,7 @@
 #include "common/base/IGCmnList.h"
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGGuards.h"
+#include "common/file/IGCmnFile.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"
@@ -129,7 +130,7 @@ class Collector {
   private:
     PreviewItem dataItem(const data_block& data, const std::string& directory) {
         PreviewItem item;
-        item.what = normalPath(expanded(data.path_name, root_));
+        item.what = pathOf(data.path_name, root_);
         item.from_tool = isInOutput(item.what);
         if (!item.from_tool) {
             item.measured = measure_.item(item.what, directory);
@@ -181,23 +182,32 @@ void addFinding(Preview& preview, Warning warning, const std::string& detail) {
     preview.findings.push_back(warningOf(warning, {}, {.detail = detail}));
 }
 
-// Compares the sizes with the space and the limit.
-bool judge(Preview& preview, const root_tbl& root) {
-    Sum& sum = preview.sum;
-    struct stat st = {};
+// Finds the free space in the directory, and refuses what a run would refuse. False after it has
+// said why.
+bool measureSpace(Preview& preview) {
+    const char* path = preview.directory.c_str();
     struct statvfs fs = {};
-    if (::stat(preview.directory.c_str(), &st) == 0 &&
-        (!S_ISDIR(st.st_mode) || IgCmnFileCheckMode(preview.directory.c_str(), S_IWUSR) == 0)) {
-        complain(preview.directory, S_ISDIR(st.st_mode) ? "not writable: no run starts"
-                                                        : "not a directory: no run starts");
+    if (::statvfs(path, &fs) != 0) {
+        const int error = errno;
+        if (error != EACCES) {
+            complain(preview.directory, std::strerror(error));
+        }
+        return error == EACCES;
+    }
+    const bool is_directory = IgCmnFileIsDir(path) != 0;
+    if (!is_directory || IgCmnFileCheckMode(path, S_IWUSR) == 0) {
+        complain(preview.directory,
+                 is_directory ? "not writable: no run starts" : "not a directory: no run starts");
         return false;
     }
-    if (::statvfs(preview.directory.c_str(), &fs) == 0) {
-        sum.free = static_cast<std::int64_t>(fs.f_bfree) * static_cast<std::int64_t>(fs.f_frsize);
-    } else if (errno != EACCES) {
-        complain(preview.directory, std::strerror(errno));
-        return false;
-    }
+    preview.sum.free =
+        static_cast<std::int64_t>(fs.f_bfree) * static_cast<std::int64_t>(fs.f_frsize);
+    return true;
+}
+
+// Compares the sizes with the space and the limit.
+void judge(Preview& preview, const root_tbl& root) {
+    Sum& sum = preview.sum;
     sum.limit = root.max_output_size > 0 ? limitInBytes(root) : NONE;
     if (sum.limit != NONE) {
         sum.most = sum.most == NONE ? sum.limit : std::min(sum.most, sum.limit);
@@ -212,7 +222,6 @@ bool judge(Preview& preview, const root_tbl& root) {
                    "the files have " + bytesText(sum.known) + ", but the size limit is " +
                        bytesText(sum.limit) + ": the rest is left out");
     }
-    return true;
 }
 
 ordered_json orNull(std::int64_t value) {
@@ -389,9 +398,10 @@ int previewRun(const CheckOptions& options, root_tbl& root) {
             collector.add(*file);
         }
     }
-    if (!judge(preview, root)) {
+    if (!measureSpace(preview)) {
         return STATUS_UNREADABLE;
     }
+    judge(preview, root);
     if (!preview.selected) {
         std::fputs("quendil-check: no pattern is selected\n", stderr);
     }

@@ -136,7 +136,7 @@ void readShow(ToolUse& use) {
 
 std::string expanded(const char* value, const root_tbl& root) {
     LocalPool local;
-    root_tbl copy = root;
+    root_tbl copy = root;  // only here does %d% have a value
     std::string directory(OWN_DIRECTORY);
     copy.d = directory.data();
     const char* text = IgCmnReplaceStrs(value, 1, &copy, local.get(), nullptr);
@@ -155,6 +155,10 @@ std::string normalPath(const std::string& path) {
         return normal;
     }
     return isInPatternDirectory(normal + 1) ? normal + 1 : path;
+}
+
+std::string pathOf(const char* value, const root_tbl& root) {
+    return normalPath(expanded(value, root));
 }
 
 bool isInPatternDirectory(const std::string& normal_path) {

@@ -31,6 +31,8 @@ std::string expanded(const char* value, const root_tbl& root);
 /// with "%d%" and leaves that directory stays as it is, because it names a file of the run's
 /// output.
 std::string normalPath(const std::string& path);
+/// The normal path of a value of a pattern, with its special strings replaced.
+std::string pathOf(const char* value, const root_tbl& root);
 /// Whether a normal path is in the pattern's directory.
 bool isInPatternDirectory(const std::string& normal_path);
 /// Whether a path is in the run's output, or depends on where that is.

@@ -46,6 +46,7 @@ constexpr const char* SECRET_NAMES[] = {
     "*/.netrc", "*/.pgpass", "*/.my.cnf", "*/.ssh", "*/.ssh/[*]", "*/.gnupg", "*.pem",
 };
 
+// "4913" is the name with which vim tries whether it can write to a directory.
 constexpr const char* LEFTOVERS[] = {
     "*~",        "#*#",     "*.bak",  "*.orig",   "*.rej",    "*.swp",     "*.swo",
     "*.swx",     "*.tmp",   "*.save", "*.old",    "*.new",    "*.rpmnew",  "*.rpmsave",
@@ -151,9 +152,9 @@ class PatternCheck {
         if (value == nullptr) {
             return;
         }
-        const std::string secret =
-            is_tool ? secretArgument(toolOf(item.item->tool.command_line, root_))
-                    : secretPath(normalPath(expanded(item.item->data.path_name, root_)));
+        const std::string secret = is_tool
+                                       ? secretArgument(toolOf(item.item->tool.command_line, root_))
+                                       : secretPath(pathOf(item.item->data.path_name, root_));
         if (!secret.empty()) {
             file_.warn(Warning::PATH_SECRET, value->place, {.detail = secret});
         }
@@ -167,7 +168,7 @@ class PatternCheck {
             file_.warn(Warning::DESCRIPTION_MISSING, item.place);
         }
         if (const PlacedValue* path = item.find("PATH_NAME"); path != nullptr) {
-            const std::string normal = normalPath(expanded(item.item->data.path_name, root_));
+            const std::string normal = pathOf(item.item->data.path_name, root_);
             if (parentOf(normal).find_first_of("*?[") != std::string::npos) {
                 file_.warn(Warning::PATH_WILDCARD, path->place);
             }
@@ -226,7 +227,7 @@ class PatternCheck {
             }
             return;
         }
-        const std::string path = normalPath(expanded(item.item->tool.redirect_path, root_));
+        const std::string path = pathOf(item.item->tool.redirect_path, root_);
         if (path == NULL_DEVICE) {
             return;
         }
@@ -265,7 +266,7 @@ class PatternCheck {
             for (const PlacedItem& item : block.items) {
                 ++index;
                 if (item.item->kind == ITEM_DATA && item.item->data.path_name != nullptr) {
-                    data_.add(normalPath(expanded(item.item->data.path_name, root_)), index);
+                    data_.add(pathOf(item.item->data.path_name, root_), index);
                 }
             }
         }

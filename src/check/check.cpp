@@ -83,7 +83,7 @@ class Check {
             machine_.warn(*file);
         }
         report(*file);
-        root_.output_dir = nullptr;  // the file had it
+        root_.output_dir = nullptr;  // of a configuration: its text ends with the file
     }
 
     void checkDirectory(const std::string& path) {
