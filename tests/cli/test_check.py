@@ -8,23 +8,15 @@ from pathlib import Path
 
 import jsonschema
 import pytest
-from support import pattern_text
+from support import checking, pattern_text
+from support.checking import CHECK, decoded, used
 from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Completed, Machine
 from support.pattern_grammar import PatternMaker
 
 ROOT = Path(__file__).resolve().parents[2]
 CASES = Path(__file__).parent / "check_cases"
-CHECK = "/opt/norvale/quendil/bin/quendil-check"
 RULES = re.findall(r'^    \{"([a-z-]+)", Level::(ERROR|WARNING), ',
                    (ROOT / "src/check/IGCheckRule.cpp").read_text(), re.M)
-
-#: Runs a command and prints its processor time in seconds and its memory in KiB.
-MEASURE = """
-import resource, subprocess, sys
-subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL)
-used = resource.getrusage(resource.RUSAGE_CHILDREN)
-print(used.ru_utime + used.ru_stime, used.ru_maxrss)
-"""
 
 GOOD = pattern_text.pattern(pattern_text.data("/etc/os-release")).replace("PP_VRS = 1.0\n", "")
 DESCRIBED = """FORMAT_VERSION = 1.0
@@ -53,8 +45,8 @@ BLOCK {
 
 
 def check(machine: Machine, *arguments: str, cwd: str = "/tmp", **how) -> Completed:
-    """Runs quendil-check to its end; `how` is that of `Machine.exec`."""
-    return machine.exec([CHECK, *arguments], check=False, cwd=cwd, seconds=200, **how)
+    """Runs quendil-check where the files of a test are."""
+    return checking.check(machine, *arguments, cwd=cwd, **how)
 
 
 def rules_of(done: Completed) -> list[str]:
@@ -286,17 +278,11 @@ def test_patterns_with_the_same_targets_share_their_outputs(machine: Machine):
 SAMPLE = "FORMAT_VERSION = 1.0\nBLOCK {\n    DATA_BLOCK\n    {\n        PATH_NAME = /a b\n    }\n}\n"
 
 
-def schema(name: str) -> dict:
-    """A documented schema."""
-    return json.loads((ROOT / "docs/schema" / name).read_text())
-
-
 def test_the_findings_as_json(machine: Machine):
     machine.file("/tmp/90_demo", SAMPLE)
     done = check(machine, "--offline", "--format=json", "90_demo")
     assert done.status == 1
-    found = json.loads(done.stdout)
-    jsonschema.validate(found, schema("check.json"))
+    found = decoded("check", done.stdout)
     assert found["findings"][0] == {
         "file": "90_demo", "line": 4, "column": 5, "level": "error", "rule": "brace-missing",
         "message": "the block has no { on the line of its keyword",
@@ -313,7 +299,7 @@ def test_the_findings_of_all_rules_fit_the_schemas(machine: Machine):
     machine.file("/tmp/all/\udcff\n%", "x\n")
     machine.link("/tmp/all/link", "nowhere")
     done = check(machine, "--format=json", "-c", "/tmp/all/line-empty \u00e4", "/tmp/all")
-    jsonschema.validate(json.loads(done.stdout), schema("check.json"))
+    assert len(decoded("check", done.stdout)["findings"]) > 60
     done = check(machine, "--format=sarif", "-c", "/tmp/all/line-empty \u00e4", "/tmp/all")
     log = json.loads(done.stdout)
     jsonschema.validate(log, json.loads((ROOT / "tests/support/sarif-2.1.0.json").read_text()))
@@ -502,16 +488,15 @@ def test_very_many_items_take_no_very_long_time(machine: Machine):
     text = "FORMAT_VERSION = 1.0\nBLOCK {\n" + "".join(f"TARGET = t{i}\n" for i in range(4000))
     text += "".join(tool % i for i in range(4000)) + "".join(data % i for i in range(4000)) + "}\n"
     machine.file("/tmp/many", text)
-    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK, "--offline", "/tmp/many"])
-    assert float(done.stdout.split()[0]) < 3  # 0.1 s, and minutes if it were quadratic
+    seconds, _ = used(machine, "--offline", "/tmp/many")
+    assert seconds < 3  # 0.1 s, and minutes if it were quadratic
 
 
 @pytest.mark.plain_binary
 def test_the_installed_files_are_checked_at_once(machine: Machine):
-    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK])
-    seconds, kib = done.stdout.split()
-    assert float(seconds) < 0.2  # 0.02 s; a test machine may be busy
-    assert int(kib) < 16 * 1024
+    seconds, kib = used(machine)
+    assert seconds < 0.2  # 0.02 s; a test machine may be busy
+    assert kib < 16 * 1024
 
 
 @pytest.mark.plain_binary
@@ -524,7 +509,6 @@ def test_the_time_and_the_memory_have_bounds(machine: Machine):
     for number in range(1000):
         data = text.encode() if number % 10 else maker.mutation(text.encode())
         machine.file(f"{PATTERN_DIRECTORY}/{number:04}", data)
-    done = machine.exec(["/usr/bin/python3", "-c", MEASURE, CHECK, "--offline", PATTERN_DIRECTORY])
-    seconds, kib = done.stdout.split()[-2:]
-    assert float(seconds) < 5  # about 0.4 s; a test machine may be busy
-    assert int(kib) < 16 * 1024
+    seconds, kib = used(machine, "--offline", PATTERN_DIRECTORY)
+    assert seconds < 5  # 0.5 s; a test machine may be busy
+    assert kib < 16 * 1024

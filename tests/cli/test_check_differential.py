@@ -8,11 +8,11 @@ import re
 from pathlib import Path
 
 from support import pattern_text
+from support.checking import check
 from support.machine import CONFIGURATION, LOG_DIRECTORY, PATTERN_DIRECTORY, Machine
 from support.pattern_grammar import PatternMaker
 
 ROOT = Path(__file__).resolve().parents[2]
-CHECK = "/opt/norvale/quendil/bin/quendil-check"
 SHIPPED = sorted((ROOT / "patterns").iterdir())
 SEEDS = sorted(path for name in ("pattern", "word")
                for path in (ROOT / "fuzz/seeds" / name).iterdir())
@@ -46,8 +46,7 @@ def refused_by_program(machine: Machine) -> dict[str, int | None]:
 
 def findings(machine: Machine, *arguments: str) -> list[dict]:
     """What quendil-check finds."""
-    done = machine.exec([CHECK, "--offline", "--format=json", *arguments], check=False,
-                        seconds=300)
+    done = check(machine, "--offline", "--format=json", *arguments)
     assert done.status in (0, 1), done.stderr
     return json.loads(done.stdout)["findings"]
 

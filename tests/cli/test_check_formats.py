@@ -9,25 +9,18 @@ from pathlib import Path
 import jsonschema
 import pytest
 from support import pattern_text
-from support.machine import CONFIGURATION, PATTERN_DIRECTORY, QUENDIL, Machine
+from support.checking import check, decoded, schema
+from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
-CHECK = f"{QUENDIL}-check"
 KINDS = ["check", "list", "preview"]
-
-
-def schema(kind: str) -> dict:
-    """The schema of an output."""
-    return json.loads((ROOT / f"docs/schema/{kind}.json").read_text())
 
 
 def output(machine: Machine, kind: str, *arguments: str, status: int = 0) -> dict:
     """An output, which must fit its schema."""
-    done = machine.exec([CHECK, "--format=json", *arguments], check=False)
+    done = check(machine, "--format=json", *arguments)
     assert done.status == status, done
-    value = json.loads(done.stdout)
-    validator(kind).validate(value)
-    return value
+    return decoded(kind, done.stdout)
 
 
 def validator(kind: str) -> jsonschema.Draft7Validator:
@@ -83,7 +76,7 @@ def test_an_example_fits_its_schema_and_a_changed_one_does_not(kind: str):
 
 def test_the_example_of_a_check_is_real(machine: Machine):
     machine.file("/tmp/90_myproduct", first_pattern().replace('  = "My product"', " = My product"))
-    done = machine.exec(f"cd /tmp && {CHECK} --offline --format=json 90_myproduct", check=False)
+    done = check(machine, "--offline", "--format=json", "90_myproduct", cwd="/tmp")
     assert json.loads(done.stdout) == examples()["check"]
 
 

@@ -6,33 +6,23 @@ from __future__ import annotations
 import fnmatch
 import json
 import re
-import shutil
-import subprocess
 from functools import cache
 from pathlib import Path
 
-import jsonschema
 import pytest
 from support import pattern_text
-from support.machine import (DATA_DIRECTORY, LOG_DIRECTORY, PATTERN_DIRECTORY, Completed, Machine)
+from support.checking import CHECK, check, decoded, used
+from support.machine import DATA_DIRECTORY, LOG_DIRECTORY, PATTERN_DIRECTORY, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
-CHECK = "/opt/norvale/quendil/bin/quendil-check"
 TOOLS = "/opt/norvale/quendil/tool"
-
-
-def check(machine: Machine, *arguments: str, **how) -> Completed:
-    """Runs quendil-check to its end."""
-    return machine.exec([CHECK, *arguments], check=False, seconds=200, **how)
 
 
 def preview(machine: Machine, *arguments: str) -> dict:
     """A preview that finds nothing."""
     done = check(machine, "--preview", "--format=json", *arguments)
     assert (done.status, done.stderr) == (0, ""), done
-    value = json.loads(done.stdout)
-    jsonschema.validate(value, json.loads((ROOT / "docs/schema/preview.json").read_text()))
-    return value
+    return decoded("preview", done.stdout)
 
 
 @cache
@@ -344,10 +334,8 @@ free space:    N GiB in /var/opt/norvale/quendil/data
 
 @pytest.mark.plain_binary
 def test_a_preview_of_the_system_takes_under_a_second(machine: Machine):
-    measure = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL);"
-               "u = resource.getrusage(resource.RUSAGE_CHILDREN); print(u.ru_utime + u.ru_stime)")
-    done = machine.exec(["/usr/bin/python3", "-c", measure, CHECK, "--preview", "-g", "linux"])
-    assert float(done.stdout) < 1
+    seconds, _ = used(machine, "--preview", "-g", "linux")
+    assert seconds < 1
 
 
 # ---- Groups and targets -------------------------------------------------------------------------
@@ -361,8 +349,7 @@ def test_the_list_of_the_shipped_patterns(machine: Machine):
     listed = {(f"-{row[0][0]}", row[1]) for row in rows}
     assert listed == set(selections())
     assert ["group", "storage", "35_storage", "Linux storage"] in rows
-    value = json.loads(check(machine, "--list", "--format=json").stdout)
-    jsonschema.validate(value, json.loads((ROOT / "docs/schema/list.json").read_text()))
+    value = decoded("list", check(machine, "--list", "--format=json").stdout)
     assert [["group", group["name"], pattern["file"], pattern["name"]]
             for group in value["groups"] for pattern in group["patterns"]] == [
         row for row in rows if row[0] == "group"]

@@ -7,10 +7,10 @@ from pathlib import Path
 
 import pytest
 from support import pattern_text
+from support.checking import CHECK
 from support.machine import PATTERN_DIRECTORY, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
-CHECK = "/opt/norvale/quendil/bin/quendil-check"
 
 #: Where the completions are in a machine, as they are installed: in one directory.
 INSTALLED = "/tmp/completions"

@@ -8,13 +8,13 @@ from pathlib import Path
 
 import pytest
 from support import pattern_text
+from support.checking import CHECK
 from support.machine import CONFIGURATION, PATTERN_DIRECTORY, QUENDIL, Machine
 from support.run import Run
 
 ROOT = Path(__file__).resolve().parents[2]
 COOKBOOK = ROOT / "docs/pattern-cookbook.md"
 README = ROOT / "README.md"
-CHECK = f"{QUENDIL}-check"
 
 DEMO = pattern_text.pattern(pattern_text.data("/etc/os-release"))
 
