@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 from support import pattern_text
 from support.checking import CHECK
-from support.machine import CONFIGURATION, PATTERN_DIRECTORY, QUENDIL, Machine
+from support.machine import CONFIGURATION, PATTERN_DIRECTORY, Machine
 from support.run import Run
 
 ROOT = Path(__file__).resolve().parents[2]
