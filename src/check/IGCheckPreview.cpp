@@ -208,7 +208,7 @@ bool measureSpace(Preview& preview) {
 // Compares the sizes with the space and the limit.
 void judge(Preview& preview, const root_tbl& root) {
     Sum& sum = preview.sum;
-    sum.limit = root.max_output_size > 0 ? limitInBytes(root) : NONE;
+    sum.limit = limitInBytes(root) > 0 ? limitInBytes(root) : NONE;
     if (sum.limit != NONE) {
         sum.most = sum.most == NONE ? sum.limit : std::min(sum.most, sum.limit);
     }

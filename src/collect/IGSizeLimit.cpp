@@ -21,7 +21,8 @@ bool fitsLimit(const root_tbl& root, std::int64_t size) {
     if (__builtin_add_overflow(collected_size.total, size, &total)) {
         total = INT64_MAX;
     }
-    if (root.max_output_size > 0 && total > root.max_output_size << LIMIT_SHIFT) {
+    const std::int64_t limit = limitInBytes(root);
+    if (limit > 0 && total > limit) {
         return false;
     }
     collected_size.total = total;
