@@ -10,11 +10,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "check/IGCheckReport.h"
 #include "common/base/IGCmnStr.h"
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGGuards.h"
 #include "common/file/IGSource.h"
+#include "companion/IGText.h"
 
 std::string installedPatterns() {
     std::array<char, PATH_MAX> path{};

@@ -1,11 +1,10 @@
-#include "check/IGCheckJson.h"
-
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "check/IGCheckReport.h"
+#include "companion/IGJson.h"
 
 using nlohmann::ordered_json;
 
@@ -14,18 +13,6 @@ namespace {
 ordered_json placeOf(TextPlace place) {
     return {{"line", place.line}, {"column", place.column}};
 }
-
-// Writes a list of values one by one.
-class ListWriter {
-  public:
-    void add(const ordered_json& value) {
-        std::printf("%s\n%s", first_ ? "" : ",", dumped(value).c_str());
-        first_ = false;
-    }
-
-  private:
-    bool first_ = true;
-};
 
 // One object with the findings and their number.
 class JsonReport final : public Report {
@@ -134,10 +121,6 @@ class SarifReport final : public Report {
 };
 
 }  // namespace
-
-std::string dumped(const ordered_json& value) {
-    return value.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
-}
 
 std::unique_ptr<Report> makeJsonReport() {
     return std::make_unique<JsonReport>();

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "check/IGCheckInput.h"
-#include "check/IGCheckJson.h"
-#include "check/IGCheckReport.h"
 #include "common/base/IGCmnList.h"
+#include "companion/IGJson.h"
+#include "companion/IGText.h"
 #include "ini/IGIniTable.h"
 
 using nlohmann::ordered_json;

@@ -15,9 +15,7 @@
 #include <vector>
 
 #include "check/IGCheckInput.h"
-#include "check/IGCheckJson.h"
 #include "check/IGCheckMeasure.h"
-#include "check/IGCheckReport.h"
 #include "check/IGCheckTool.h"
 #include "collect/IGCopy.h"
 #include "collect/IGSizeLimit.h"
@@ -25,6 +23,8 @@
 #include "common/base/IGCmnSystem.h"
 #include "common/base/IGGuards.h"
 #include "common/file/IGCmnFile.h"
+#include "companion/IGJson.h"
+#include "companion/IGText.h"
 #include "ini/IGIniCheck.h"
 #include "ini/IGIniCtrl.h"
 #include "ini/IGIniTable.h"

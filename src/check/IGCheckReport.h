@@ -9,7 +9,6 @@
 
 #include "check/IGCheckFile.h"
 #include "check/IGCheckOption.h"
-#include "common/base/IGPrintable.h"
 
 /// What a check has found in all files.
 struct Totals {
@@ -37,10 +36,5 @@ class Report {
 std::unique_ptr<Report> makeTextReport();
 std::unique_ptr<Report> makeJsonReport();
 std::unique_ptr<Report> makeSarifReport();
-
-/// A text without characters that control a terminal.
-std::string shown(const std::string& text, Tabs tabs = Tabs::KEPT);
-/// "1 file", "2 files".
-std::string counted(std::size_t number, const char* what);
 
 #endif

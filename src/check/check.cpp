@@ -18,6 +18,7 @@
 #include "common/base/IGGuards.h"
 #include "common/base/IGLocale.h"
 #include "common/report/IGCmnMessage.h"
+#include "companion/IGText.h"
 #include "ini/IGCmnReplaceStr.h"
 #include "ini/IGIniTable.h"
 
@@ -145,11 +146,7 @@ int act(const CheckOptions& options) {
 
 // What could not be written was not said.
 int finish(int status) {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::perror("quendil-check: standard output");
-        return STATUS_UNREADABLE;
-    }
-    return status;
+    return finishOutput("quendil-check") ? status : STATUS_UNREADABLE;
 }
 
 }  // namespace

@@ -24,10 +24,11 @@ BELOW |= {
     "collect": COMMON | {"ini", "process"},
     "main": COMMON | {"ini", "process", "collect"},
     "tool": COMMON,
-    "check": COMMON | {"ini", "process", "collect", "tool"},
+    "companion": COMMON,
+    "check": COMMON | {"ini", "process", "collect", "tool", "companion"},
 }
 # The layers of the companion commands, which may use what the collector does without.
-COMPANIONS = {"check"}
+COMPANIONS = {"companion", "check"}
 # The lowest layer reports failures with the messages of the next one.
 REPORTS = "common/report/IGCmnMessage.h"
 # Units that include each other: the messages allocate memory, and memory that runs out is a message.

@@ -1,0 +1,13 @@
+#include "companion/IGJson.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+std::string dumped(const nlohmann::ordered_json& value) {
+    return value.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void ListWriter::add(const nlohmann::ordered_json& value) {
+    std::printf("%s\n%s", first_ ? "" : ",", dumped(value).c_str());
+    first_ = false;
+}
