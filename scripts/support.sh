@@ -49,6 +49,15 @@ need_packages() {
         { cat build/packages.log >&2; fail "packages could not be installed"; }
 }
 
+# The same for packages that only some tests need: one that this distribution does not have is left out, and
+# the tests are skipped.
+want_packages() {
+    # shellcheck disable=SC2046  # a list of package names
+    need_packages $(for name in "$@"; do
+        ! { is_installed "$name" || apt-cache show "$name" >/dev/null 2>&1; } || echo "$name"
+    done)
+}
+
 # Runs a build step quietly; its output is shown only if it fails.
 quietly() {
     log=$1

@@ -8,9 +8,10 @@ from pathlib import Path
 import pytest
 from support import pattern_text
 from support.checking import CHECK
-from support.machine import PATTERN_DIRECTORY, Machine
+from support.machine import PATTERN_DIRECTORY, QUENDIL, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
+REPORT = f"{QUENDIL}-report"
 
 #: Where the completions are in a machine, as they are installed: in one directory.
 INSTALLED = "/tmp/completions"
@@ -213,6 +214,31 @@ def test_the_options_of_the_check_are_those_of_its_usage(machine: Machine):
 def test_the_check_is_completed_with_values_and_files(machine: Machine, line: str,
                                                       words: tuple[str, ...], expected: list[str]):
     machine.pattern("10_first", PATTERN)
+    assert offered(machine, line, *words) == expected
+
+
+#: The options of quendil-report.
+EVERY_REPORT_OPTION = ["-o", "-h", "--all", "--diff", "--follow-links", "--help", "--json", "--limit=",
+                       "--overview", "--print-rules", "--rules=", "--text", "--version"]
+
+
+def test_the_options_of_the_report_are_those_of_its_usage(machine: Machine):
+    assert offered(machine, "quendil-report -") == EVERY_REPORT_OPTION
+    assert offered(machine, "quendil-report --text --f") == ["--follow-links"]
+    usage = machine.exec([REPORT, "--help"]).stdout
+    named = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*=?", usage))
+    assert set(EVERY_REPORT_OPTION) == named - {"--rules"}
+
+
+@pytest.mark.parametrize("line, words, expected", [
+    ("quendil-report ", (), ["compopt -o default"]),
+    ("quendil-report --text a", (), ["compopt -o default"]),
+    ("quendil-report -o ", (), ["compopt -o default"]),
+    ("quendil-report --rules=", ("quendil-report", "--rules", "="), ["compopt -o default"]),
+    ("quendil-report --limit=", ("quendil-report", "--limit", "="), []),
+])
+def test_the_report_is_completed_with_files(machine: Machine, line: str, words: tuple[str, ...],
+                                            expected: list[str]):
     assert offered(machine, line, *words) == expected
 
 

@@ -36,7 +36,7 @@ def used(machine: Machine, *arguments: str) -> tuple[float, int]:
 
 
 def schema(kind: str) -> dict:
-    """The documented schema of an output: check, list or preview."""
+    """The documented schema of an output: check, list, preview, report or diff."""
     return json.loads((ROOT / f"docs/schema/{kind}.json").read_text())
 
 

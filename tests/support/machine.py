@@ -24,7 +24,7 @@ from .run import ActiveRun, Capture, Run, wait_until
 from .sandbox import Order, ProcessEntry, Sandbox, SandboxServer
 
 QUENDIL = "/opt/norvale/quendil/bin/quendil"
-PROGRAMS = ["quendil", "quendil-check"]  # what is installed in that directory
+PROGRAMS = ["quendil", "quendil-check", "quendil-report"]  # what is installed in that directory
 LOG_DIRECTORY = "/var/opt/norvale/quendil/log"
 DATA_DIRECTORY = "/var/opt/norvale/quendil/data"
 PATTERN_DIRECTORY = "/etc/opt/norvale/quendil/pattern"

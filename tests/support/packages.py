@@ -102,5 +102,5 @@ class Packages:
 def named_in(script: Path) -> list[str]:
     """The packages that a script installs, alternatives such as `a|b` as they are."""
     text = script.read_text().replace("\\\n", " ")
-    calls = re.findall(r"^need_packages (.*)$", text, re.M)
+    calls = re.findall(r"^(?:need|want)_packages (.*)$", text, re.M)
     return [name.strip('"') for call in calls for name in call.split()]

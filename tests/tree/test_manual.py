@@ -42,7 +42,7 @@ def entries(page):
 def test_the_commands_each_format_and_the_messages_have_a_page():
     names = [page.name for page in PAGES]
     assert names == [
-        "quendil-check.8", "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
+        "quendil-check.8", "quendil-report.8", "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
         "quendil_messages.7", "quendil_pattern.5", "quendil_run.8", "quendil_show.8",
         "quendil_tools.8"]
 

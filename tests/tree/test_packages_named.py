@@ -30,8 +30,8 @@ BENCH = [*(ROOT / "bench").glob("*.py"), ROOT / "bench/run", ROOT / "bench/check
 
 #: What each preset links: one program of every kind.
 LINKED = {
-    "release": ["src/quendil"],
-    "portable": ["src/quendil"],
+    "release": ["src/quendil", "src/quendil-report"],
+    "portable": ["src/quendil", "src/quendil-report"],
     "clang": ["src/quendil"],
     "sanitize": ["src/quendil", "tests/IGCmnStr_test", "tests/behave", "tests/fail_nth.so"],
     "fuzz": ["fuzz/fuzz_word"],
@@ -66,6 +66,9 @@ STARTED = {
 
 #: Used only where they are installed; nothing needs them.
 NOT_NEEDED = {"sudo", "git"}
+
+#: What may be there without a package of the distribution: tests that need it are skipped without it.
+FROM_ELSEWHERE = {"npm", "node"}
 
 #: Modules that no test imports, but that pytest's options need.
 MODULES = {"xdist"}
@@ -102,7 +105,7 @@ def programs_of_cmake() -> Uses:
 
 def programs_found_by_cmake(preset: str) -> Uses:
     """The programs that were found when a preset was configured."""
-    names = "CMAKE_C_COMPILER|CMAKE_CXX_COMPILER|CMAKE_MAKE_PROGRAM|CLANG_TIDY"
+    names = "CMAKE_C_COMPILER|CMAKE_CXX_COMPILER|CMAKE_MAKE_PROGRAM|CLANG_TIDY|PKG_CONFIG_EXECUTABLE"
     cache_text = (BUILD / preset / "CMakeCache.txt").read_text()
     found = re.findall(rf"^(?:{names}):\w+=(.*)$", cache_text, re.M)
     assert len(found) >= 3, found
@@ -138,7 +141,8 @@ def used_by_tests() -> Uses:
     for file in [*TESTS.rglob("*.py"), ROOT / "scripts/item-table", *BENCH]:
         for node in ast.walk(ast.parse(file.read_text())):
             for path in (*started(node), *imported(node)):
-                found[path] = str(file.relative_to(ROOT))
+                if Path(path).name not in FROM_ELSEWHERE:
+                    found[path] = str(file.relative_to(ROOT))
     for name in MODULES:
         found[origin(name) or name] = "pytest"
     return found

@@ -1,0 +1,295 @@
+#include "view/IGViewVerdict.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "view/IGViewNumber.h"
+
+namespace {
+
+constexpr std::size_t MOST_PLACES = 20;
+// Of matches that can be compared only after all items: a rule that needs more has lost its point.
+constexpr std::size_t MOST_CANDIDATES = 200;
+constexpr std::size_t LONGEST_CAPTURE = 200;
+// How much of a long line is kept before its match.
+constexpr std::size_t BEFORE_MATCH = 100;
+constexpr double DAY = 86400;
+
+std::string excerptOf(const Match& match) {
+    std::size_t begin = 0;
+    if (match.line.size() > LONGEST_EXCERPT && match.begin > BEFORE_MATCH) {
+        begin = match.begin - BEFORE_MATCH;
+    }
+    const std::string_view excerpt = match.line.substr(begin, LONGEST_EXCERPT);
+    return std::string(excerpt.substr(0, excerpt.find_last_not_of(" \t\r") + 1));
+}
+
+// "a", "a and b", "a, b and c", "a, b, c and others"
+std::string namesOf(const std::vector<std::string>& items) {
+    constexpr std::size_t MOST = 3;
+    std::string text;
+    for (std::size_t i = 0; i < std::min(items.size(), MOST); ++i) {
+        const bool last = i + 1 == items.size();
+        text += (i == 0 ? "" : last ? " and " : ", ") + items[i];
+    }
+    return items.size() > MOST ? text + " and others" : text;
+}
+
+}  // namespace
+
+// --- what is kept ---
+
+Kept::Kept(const CurrentItem& item, const Match& match) {
+    place = {item.number, match.number, excerptOf(match)};
+    for (const auto& [name, value] : match.captures()) {
+        captures.emplace_back(name, value.substr(0, LONGEST_CAPTURE));
+    }
+    captures.emplace_back("item", item.name.substr(0, LONGEST_CAPTURE));
+    captures.emplace_back("file", item.name.substr(item.name.rfind('/') + 1, LONGEST_CAPTURE));
+}
+
+std::string Kept::capture(std::string_view name) const {
+    const auto found = std::find_if(captures.begin(), captures.end(),
+                                    [&](const auto& capture) { return capture.first == name; });
+    return found == captures.end() ? std::string() : found->second;
+}
+
+std::string filledFrom(const Template& form, const Kept& kept) {
+    return form.filled({.one = [&](std::string_view name) { return kept.capture(name); },
+                        .all = [](std::string_view) { return std::vector<std::string>(); }});
+}
+
+// --- which items have answered ---
+
+void Answers::add(const CurrentItem& item, Answer answer, const std::string& reason) {
+    const std::string name(item.name);
+    if (answer == Answer::FULL) {
+        full_ = {item.number, full_[0]};
+    } else if (!reason_.empty()) {
+        return;
+    } else if (answer == Answer::STOPPED) {
+        reason_ = name + " is not complete: its tool was stopped, or its output was cut";
+    } else if (answer == Answer::LACKING) {
+        reason_ = name + " has no line that could tell";
+    } else {
+        reason_ = reason.empty() ? name + " is empty" : name + ": " + reason;
+    }
+}
+
+bool Answers::full(const Result& result) const {
+    return std::any_of(full_.begin(), full_.end(), [&](std::uint32_t number) {
+        return number != NONE && (number >= result.items.size() || !result.items[number].cut);
+    });
+}
+
+std::string Answers::why(const Query& query, const Result& result) const {
+    if (full_[0] < result.items.size()) {
+        return result.items[full_[0]].name + " is cut";
+    }
+    if (!reason_.empty()) {
+        return reason_;
+    }
+    return namesOf(query.items) + (query.items.size() == 1 ? " is" : " are") +
+           " not in the archive";
+}
+
+Want OfTaker::take(const CurrentItem& /*item*/, std::uint32_t /*wildcard*/, const Match& match) {
+    if (!value) {
+        value = readNumber(match["value"]);
+    }
+    return value ? Want::NOTHING : Want::CAPTURES;
+}
+
+void OfTaker::answered(const CurrentItem& item, Answer answer, const std::string& reason) {
+    answers.add(item, answer, reason);
+}
+
+// --- rules ---
+
+RuleTaker::RuleTaker(const RuleDefinition& rule)
+    : definition_(rule), seen_(rule.query.items.size()) {
+}
+
+// Whether a match can be compared only after all items.
+bool RuleTaker::waits() const {
+    return definition_.measure.of || !definition_.measure.date.empty();
+}
+
+bool RuleTaker::counts(double value) const {
+    constexpr double MOST = 9e15;  // whole numbers up to it are exact
+    const bool has_bit =
+        definition_.bits == 0 ||
+        (value >= 0 && value < MOST && (static_cast<std::uint64_t>(value) & definition_.bits) != 0);
+    return has_bit && (!definition_.above || value > *definition_.above) &&
+           (!definition_.below || value < *definition_.below);
+}
+
+// The number of a match; if it waits, what is known of it.
+std::optional<double> RuleTaker::valueOf(const Match& match) const {
+    const Measure& measure = definition_.measure;
+    if (!measure.date.empty()) {
+        const auto date = readDate(match["value"], measure.date);
+        return date ? std::optional(static_cast<double>(*date)) : std::nullopt;
+    }
+    const std::optional<double> value = readNumber(match["value"]);
+    if (!value || !measure.percent || measure.of) {
+        return value;
+    }
+    const std::optional<double> of = readNumber(match["of"]);
+    return of && *of > 0 ? std::optional(100 * *value / *of) : std::nullopt;
+}
+
+Want RuleTaker::take(const CurrentItem& item, std::uint32_t wildcard, const Match& match) {
+    Seen& seen = seen_[wildcard];
+    if (definition_.measured()) {
+        takeNumber(seen, item, match);
+        return Want::CAPTURES;
+    }
+    if (seen.candidates.size() < MOST_PLACES) {
+        add(seen, {Kept(item, match), 0});
+        return Want::CAPTURES;
+    }
+    ++seen.count;
+    return Want::COUNT;
+}
+
+void RuleTaker::takeNumber(Seen& seen, const CurrentItem& item, const Match& match) {
+    const std::optional<double> value = valueOf(match);
+    if (!value) {
+        return;
+    }
+    if (waits()) {
+        if (seen.candidates.size() < MOST_CANDIDATES) {
+            seen.candidates.push_back({Kept(item, match), *value});
+        }
+    } else if (counts(*value)) {
+        if (seen.candidates.size() < MOST_PLACES || isWorse(*value, seen)) {
+            add(seen, {Kept(item, match), *value});
+        } else {
+            ++seen.count;
+        }
+    }
+}
+
+// Whether no value so far is as bad.
+bool RuleTaker::isWorse(double value, const Seen& seen) const {
+    const bool largest = definition_.above && definition_.measure.date.empty();
+    return !seen.extreme || (largest ? value > seen.extreme->value : value < seen.extreme->value);
+}
+
+void RuleTaker::add(Seen& seen, Candidate candidate) {
+    ++seen.count;
+    if (isWorse(candidate.value, seen)) {
+        seen.extreme = candidate;
+    }
+    if (seen.candidates.size() < MOST_PLACES) {
+        seen.candidates.push_back(std::move(candidate));
+    }
+}
+
+void RuleTaker::answered(const CurrentItem& item, Answer answer, const std::string& reason) {
+    answers_.add(item, answer, reason);
+}
+
+// Compares the matches that had to wait.
+void RuleTaker::settle(const Result& result) {
+    const bool dates = !definition_.measure.date.empty();
+    const bool known = dates ? result.run.start_time != 0 : of_.value.has_value();
+    for (Seen& seen : seen_) {
+        std::vector<Candidate> waiting;
+        waiting.swap(seen.candidates);
+        waiting_ = waiting_ || (!known && !waiting.empty());
+        if (!known || (!dates && *of_.value <= 0)) {
+            continue;
+        }
+        for (Candidate& candidate : waiting) {
+            candidate.value =
+                dates ? (candidate.value - static_cast<double>(result.run.start_time)) / DAY
+                      : 100 * candidate.value / *of_.value;
+            if (counts(candidate.value)) {
+                add(seen, std::move(candidate));
+            }
+        }
+    }
+}
+
+// All matches together, in the order of the archive; of items that tell the same, those of one.
+RuleTaker::Seen RuleTaker::gathered() const {
+    Seen all;
+    for (const Seen& seen : seen_) {
+        if (definition_.same && seen.count >= definition_.at_least) {
+            return seen;
+        }
+        all.count += definition_.same ? 0 : seen.count;
+        all.candidates.insert(all.candidates.end(), seen.candidates.begin(), seen.candidates.end());
+        if (seen.extreme && isWorse(seen.extreme->value, all)) {
+            all.extreme = seen.extreme;
+        }
+    }
+    std::stable_sort(all.candidates.begin(), all.candidates.end(),
+                     [](const Candidate& one, const Candidate& other) {
+                         return one.kept.place.item < other.kept.place.item;
+                     });
+    all.candidates.resize(std::min(all.candidates.size(), MOST_PLACES));
+    return all;
+}
+
+std::string RuleTaker::unsettled(const Result& result) const {
+    return definition_.measure.date.empty() ? of_.answers.why(*definition_.measure.of, result)
+                                            : "the run log does not say when the run began";
+}
+
+std::string RuleTaker::textOf(const Seen& seen) const {
+    const bool computed = definition_.measure.percent || !definition_.measure.date.empty();
+    const auto value = [&](const Candidate& candidate, std::string_view name) {
+        return computed && name == "value" ? shortNumber(candidate.value)
+                                           : candidate.kept.capture(name);
+    };
+    if (seen.candidates.empty()) {
+        return definition_.text.filled({});
+    }
+    const Candidate& worst = seen.extreme ? *seen.extreme : seen.candidates.front();
+    return definition_.text.filled(
+        {.one = [&](std::string_view name) { return value(worst, name); },
+         .all =
+             [&](std::string_view name) {
+                 std::vector<std::string> values;
+                 for (const Candidate& candidate : seen.candidates) {
+                     values.push_back(value(candidate, name));
+                 }
+                 return values;
+             },
+         .count = seen.count});
+}
+
+Finding RuleTaker::finding(const Result& result) {
+    if (waits()) {
+        settle(result);
+    }
+    const Seen seen = gathered();
+    Finding finding;
+    finding.rule = definition_.name;
+    finding.title = definition_.title;
+    finding.weight = definition_.weight;
+    const bool found = seen.count > 0 && seen.count >= definition_.at_least;
+    if (definition_.absent ? seen.count == 0 && answers_.full(result) : found) {
+        finding.verdict = Verdict::FOUND;
+        finding.text = textOf(seen);
+        finding.remedy = definition_.remedy;
+        finding.found = seen.count;
+        std::transform(seen.candidates.begin(), seen.candidates.end(),
+                       std::back_inserter(finding.places),
+                       [](const Candidate& candidate) { return candidate.kept.place; });
+        if (definition_.absent) {
+            finding.places.push_back({.item = answers_.latest(), .line = 0, .text = {}});
+            finding.found = 1;
+        }
+    } else if (waiting_) {
+        finding.text = unsettled(result);
+    } else if (answers_.full(result) || (definition_.absent && seen.count > 0)) {
+        finding.verdict = Verdict::CLEAR;
+    } else {
+        finding.text = answers_.why(definition_.query, result);
+    }
+    return finding;
+}

@@ -1,0 +1,217 @@
+// Makes a page of the result of a run: see quendil-report(8).
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/base/IGLocale.h"
+#include "companion/IGArchive.h"
+#include "companion/IGOutputFile.h"
+#include "companion/IGText.h"
+#include "view/IGViewCompare.h"
+#include "view/IGViewDefinition.h"
+#include "view/IGViewDiffOutput.h"
+#include "view/IGViewDiffPage.h"
+#include "view/IGViewOption.h"
+#include "view/IGViewOutput.h"
+#include "view/IGViewOverview.h"
+#include "view/IGViewOverviewPage.h"
+#include "view/IGViewPageFile.h"
+#include "view/IGViewScan.h"
+
+namespace {
+
+constexpr std::uint64_t MIB = std::uint64_t{1024} * 1024;
+
+void complain(const std::string& path, const std::string& what) {
+    std::fprintf(stderr, "quendil-report: %s: %s\n", shown(path).c_str(), shown(what).c_str());
+}
+
+// Adds the built-in definitions and those of the user's files.
+bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
+    std::string why;
+    if (!definitions.add(builtInDefinitions(), why)) {
+        complain("built-in definitions", why);
+        return false;
+    }
+    for (const char* path : options.rules) {
+        std::ifstream file(path, std::ios::binary);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        if (!file || file.bad()) {
+            complain(path, "it cannot be read");
+            return false;
+        }
+        if (!definitions.add(text, why)) {
+            complain(path, why);
+            return false;
+        }
+    }
+    return true;
+}
+
+int makePage(const ReportOptions& options, ArchiveReader& archive, const Result& result,
+             OutputFile& page, const std::string& name) {
+    if (!writePageFile(page, archive, result, options.limit * MIB)) {
+        complain(name, page.error());
+        return STATUS_UNUSABLE;
+    }
+    std::printf("%s\n", shown(name).c_str());
+    return result.damaged ? STATUS_DAMAGED : 0;
+}
+
+// The page is opened before the work, so that one that cannot be written is noticed then.
+int printDiff(const ReportOptions& options, const Diff& diff, OutputFile& page) {
+    if (options.action == ReportAction::TEXT) {
+        printDiffText(diff);
+    } else if (options.action == ReportAction::JSON) {
+        printDiffJson(diff);
+    } else {
+        const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
+        if (!writeDiffPage(diff, sink) || !page.commit()) {
+            complain(options.output, page.error());
+            return STATUS_UNUSABLE;
+        }
+        std::printf("%s\n", shown(options.output).c_str());
+    }
+    return diff.damaged() ? STATUS_DAMAGED : 0;
+}
+
+int reportDiff(const ReportOptions& options, const Definitions& definitions) {
+    const std::string old_path = options.operands[0];
+    const std::string new_path = options.operands[1];
+    std::string why;
+    const auto old_archive = openArchive(old_path, options.follow_links, why);
+    if (old_archive == nullptr) {
+        complain(old_path, why);
+        return STATUS_UNUSABLE;
+    }
+    const auto new_archive = openArchive(new_path, options.follow_links, why);
+    if (new_archive == nullptr) {
+        complain(new_path, why);
+        return STATUS_UNUSABLE;
+    }
+    OutputFile page;
+    if (options.output != nullptr && !page.open(options.output)) {
+        complain(options.output, page.error());
+        return STATUS_UNUSABLE;
+    }
+    Diff diff;
+    if (!compareArchives({old_path, *old_archive}, {new_path, *new_archive}, definitions,
+                         options.all, diff, why)) {
+        std::fprintf(stderr, "quendil-report: %s\n", shown(why).c_str());
+        return STATUS_UNUSABLE;
+    }
+    return printDiff(options, diff, page);
+}
+
+int reportOverview(const ReportOptions& options, const Definitions& definitions) {
+    const std::string directory = options.operands[0];
+    const std::string index =
+        options.output != nullptr ? options.output : directory + "/index.html";
+    std::vector<std::string> problems;
+    const std::vector<std::string> results = findResults(directory, problems);
+    for (const std::string& problem : problems) {
+        std::fprintf(stderr, "quendil-report: %s\n", shown(problem).c_str());
+    }
+    if (results.empty()) {
+        complain(directory, "there is no result of a run in it");
+        return STATUS_UNUSABLE;
+    }
+    OutputFile page;
+    if (!page.open(index)) {
+        complain(index, page.error());
+        return STATUS_UNUSABLE;
+    }
+    Overview overview(definitions, index, options.limit * MIB, options.follow_links);
+    for (const std::string& result : results) {
+        overview.add(result);
+    }
+    overview.sort();
+    const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
+    if (!writeOverviewPage(overview.rows(), directory, index, problems, sink) || !page.commit()) {
+        complain(index, page.error());
+        return STATUS_UNUSABLE;
+    }
+    std::printf("%s\n", shown(index).c_str());
+    return overview.damaged() || !problems.empty() ? STATUS_DAMAGED : 0;
+}
+
+int reportResult(const ReportOptions& options, const Definitions& definitions) {
+    const bool makes_page = options.action == ReportAction::PAGE;
+    OutputFile page;
+    const std::string name =
+        options.output != nullptr ? options.output : pageNameOf(options.operands[0]);
+    Result result;
+    result.path = options.operands[0];
+    std::string why;
+    const auto archive = openArchive(result.path, options.follow_links, why);
+    if (archive == nullptr) {
+        complain(result.path, why);
+        return STATUS_UNUSABLE;
+    }
+    // A page that cannot be written is noticed before the work.
+    if (makes_page && !page.open(name)) {
+        complain(name, page.error());
+        return STATUS_UNUSABLE;
+    }
+    if (!scanArchive(*archive, definitions, result)) {
+        complain(result.path, archive->error().empty() ? "it is empty" : archive->error());
+        return STATUS_UNUSABLE;
+    }
+    if (makes_page) {
+        return makePage(options, *archive, result, page, name);
+    }
+    options.action == ReportAction::TEXT ? printText(result) : printJson(result);
+    return result.damaged ? STATUS_DAMAGED : 0;
+}
+
+int report(const ReportOptions& options) {
+    Definitions definitions;
+    if (!readDefinitions(options, definitions)) {
+        return STATUS_UNUSABLE;
+    }
+    switch (options.subject) {
+        case ReportSubject::DIFF:
+            return reportDiff(options, definitions);
+        case ReportSubject::OVERVIEW:
+            return reportOverview(options, definitions);
+        default:
+            return reportResult(options, definitions);
+    }
+}
+
+// What could not be written was not said.
+int finish(int status) {
+    return finishOutput("quendil-report") ? status : STATUS_UNUSABLE;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ReportOptions options;
+    if (!readOptions(argc, argv, options)) {
+        return STATUS_UNUSABLE;
+    }
+    if (options.action == ReportAction::HELP) {
+        std::fputs(REPORT_USAGE, stdout);
+        return finish(0);
+    }
+    if (options.action == ReportAction::VERSION) {
+        std::puts("quendil-report " QUENDIL_RELEASE);
+        return finish(0);
+    }
+    chooseLocale();
+    // A file that grows beyond a limit is an error like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (options.action == ReportAction::RULES) {
+        const std::string_view text = builtInDefinitions();
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        return finish(0);
+    }
+    return finish(report(options));
+}

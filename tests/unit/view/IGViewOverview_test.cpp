@@ -1,0 +1,96 @@
+#include "view/IGViewOverview.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "../../support/archive_text.h"
+#include "../../support/file_fixture.h"
+#include "view/IGViewOverviewPage.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class IGViewOverview : public FileTest {
+  protected:
+    void archive(const std::string& name, const std::string& file, const std::string& text) {
+        writeText(path(name), ArchiveText().file("vm_261123162538/" + file, text).end());
+    }
+
+    // Names below the directory of the test.
+    std::vector<std::string> found() {
+        std::vector<std::string> names;
+        for (const std::string& one : findResults(path(""), problems_)) {
+            names.push_back(std::filesystem::path(one).lexically_relative(path("")).string());
+        }
+        return names;
+    }
+
+    std::vector<std::string> problems_;
+};
+
+TEST_F(IGViewOverview, FindsArchivesAndDirectoriesOfRunsInOrder) {
+    std::filesystem::create_directories(path("b/run/sub"));
+    writeText(path("b/run/quendil_index"), "");
+    writeText(path("b/run/sub/x.tar"), "");
+    writeText(path("c.tar.gz"), "");
+    writeText(path("a.tar"), "");
+    writeText(path("a.zip"), "");
+    std::filesystem::create_symlink(path("a.tar"), path("link.tar"));
+    EXPECT_THAT(found(), ElementsAre("a.tar", "b/run", "c.tar.gz"));
+    EXPECT_THAT(problems_, IsEmpty());
+}
+
+TEST_F(IGViewOverview, NamesADirectoryThatIsNotThere) {
+    EXPECT_THAT(findResults(path("absent"), problems_), IsEmpty());
+    EXPECT_THAT(problems_, ElementsAre(HasSubstr("absent")));
+}
+
+TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
+    Definitions definitions;
+    std::string why;
+    ASSERT_TRUE(definitions.add(R"({"version": 1, "rules": [
+        {"name": "one", "weight": "warning", "title": "One", "text": "t", "remedy": "r",
+         "items": "x", "find": "warn"},
+        {"name": "two", "weight": "critical", "title": "Two", "text": "t", "remedy": "r",
+         "items": "x", "find": "bad"}]})",
+                                why))
+        << why;
+    archive("1.tar", "y", "");
+    archive("2.tar", "quendil.log", "");
+    writeText(path("3.tar"), ArchiveText().file("v/quendil_index", "").file("v/x", "warn").end());
+    writeText(path("4.tar"),
+              ArchiveText().file("v/quendil_index", "").file("v/x", "warn\nbad").end());
+    Overview overview(definitions, path("index.html"), 1024, false);
+    for (const char* name : {"1.tar", "2.tar", "3.tar", "4.tar"}) {
+        overview.add(path(name));
+    }
+    overview.sort();
+    std::vector<std::string> names;
+    for (const OverviewRow& row : overview.rows()) {
+        names.push_back(std::filesystem::path(row.path).filename());
+    }
+    EXPECT_THAT(names, ElementsAre("4.tar", "3.tar", "2.tar", "1.tar"));
+    EXPECT_THAT(overview.rows()[0].found, ElementsAre(1U, 1U, 0U));
+    EXPECT_THAT(overview.rows()[0].critical, ElementsAre("Two"));
+    EXPECT_EQ(overview.rows()[2].not_judged, 2U);
+    EXPECT_EQ(overview.rows()[3].state, OverviewState::NO_RESULT);
+    EXPECT_EQ(overview.rows()[3].page, "");
+    EXPECT_FALSE(overview.damaged());
+    EXPECT_TRUE(std::filesystem::exists(path("4.html")));
+    EXPECT_FALSE(std::filesystem::exists(path("1.html")));
+}
+
+TEST_F(IGViewOverview, LinksAreRelativeAndEncoded) {
+    std::filesystem::create_directories(path("a b"));
+    EXPECT_EQ(linkTo(path("x.html"), path("index.html")), "x.html");
+    EXPECT_EQ(linkTo(path("a b/x.html"), path("index.html")), "a%20b/x.html");
+    EXPECT_EQ(linkTo(path("x.html"), path("a b/index.html")), "../x.html");
+    EXPECT_EQ(linkTo(path("js:<\"'&#?%\xff.html"), path("index.html")),
+              "js%3A%3C%22%27%26%23%3F%25%FF.html");
+}
+
+}  // namespace

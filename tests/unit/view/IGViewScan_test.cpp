@@ -1,0 +1,126 @@
+#include "view/IGViewScan.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../../support/archive_text.h"
+#include "../../support/file_fixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class IGViewScan : public FileTest {
+  protected:
+    // False if nothing of the archive could be read.
+    bool scan(const std::string& bytes) {
+        writeText(path("archive"), bytes);
+        return scanPath("archive");
+    }
+
+    bool scanPath(const std::string& name) {
+        std::string why;
+        const auto archive = openArchive(path(name), false, why);
+        result_ = Result();
+        return archive != nullptr && scanArchive(*archive, definitions_, result_);
+    }
+
+    std::vector<std::string> names() {
+        std::vector<std::string> found;
+        for (const Item& item : result_.items) {
+            found.push_back(item.name);
+        }
+        return found;
+    }
+
+    Definitions definitions_;
+    Result result_;
+};
+
+TEST_F(IGViewScan, HasEveryMemberWithItsDescription) {
+    ASSERT_TRUE(scan(ArchiveText(true)
+                         .directory("vm_26/")
+                         .file("vm_26/quendil_index",
+                               "quendil [Ver. 01-02]\nquendil -g linux\n\nFILE:system/uname.txt\n"
+                               "DESC:Kernel\nDATE:261123162538\nTYPE:text\n")
+                         .file("vm_26/system/uname.txt", "Linux\nvm")
+                         .file("vm_26/quendil.log",
+                               "ZEPA201-I:quendil [Ver. 01-02] started at 2026/11/23 16:25:38.\n")
+                         .end()));
+    EXPECT_EQ(result_.name, "vm_26");
+    EXPECT_EQ(result_.form, ResultForm::COMPRESSED);
+    EXPECT_EQ(result_.bytes, std::filesystem::file_size(path("archive")));
+    EXPECT_THAT(names(), ElementsAre("", "quendil_index", "system/uname.txt", "quendil.log"));
+    const Item& item = result_.items[2];
+    EXPECT_EQ(item.size, 8U);
+    EXPECT_EQ(item.lines, 2U);
+    EXPECT_EQ(item.modified, 1700000000);
+    ASSERT_NE(item.record, NONE);
+    EXPECT_EQ(result_.records[item.record].description, "Kernel");
+    EXPECT_EQ(result_.run.log, 3U);
+    EXPECT_EQ(result_.run.started, "2026/11/23 16:25:38");
+    EXPECT_FALSE(result_.damaged);
+    EXPECT_THAT(result_.notices, IsEmpty());
+}
+
+TEST_F(IGViewScan, SaysThatARunLogIsMissing) {
+    ASSERT_TRUE(scan(ArchiveText().file("top/a", "").end()));
+    EXPECT_THAT(result_.notices, ElementsAre(HasSubstr("no quendil.log")));
+    EXPECT_FALSE(result_.damaged);
+}
+
+TEST_F(IGViewScan, KeepsNamesThatLeadOutOfTheArchive) {
+    ASSERT_TRUE(scan(ArchiveText()
+                         .file("../../etc/x", "")
+                         .file("/etc/shadow", "")
+                         .file("vm_26", "")
+                         .file("vm_26/../../y", "")
+                         .end()));
+    EXPECT_THAT(names(), ElementsAre("../../etc/x", "/etc/shadow", "vm_26", "vm_26/../../y"));
+    ASSERT_TRUE(scan(ArchiveText().directory("vm/").file("vm/../x", "").file("vm2/a", "").end()));
+    EXPECT_THAT(names(), ElementsAre("", "../x", "vm2/a"));
+}
+
+TEST_F(IGViewScan, TellsWhereACutArchiveEnds) {
+    const std::string whole =
+        ArchiveText().file("top/a", "A\n").file("top/b", std::string(2000, 'b')).end();
+    ASSERT_TRUE(scan(whole.substr(0, 512 * 4)));
+    EXPECT_TRUE(result_.damaged);
+    EXPECT_THAT(names(), ElementsAre("a", "b"));
+    EXPECT_FALSE(result_.items[0].cut);
+    EXPECT_TRUE(result_.items[1].cut);
+    EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("b could not be read to its end")));
+    EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("damaged or cut")));
+}
+
+TEST_F(IGViewScan, IsOfNoUseWithoutAMember) {
+    EXPECT_FALSE(scan(ArchiveText().file("top/a", "A\n").end().substr(0, 100)));
+    EXPECT_FALSE(scan("no archive"));
+    EXPECT_FALSE(scan(""));
+}
+
+TEST_F(IGViewScan, CountsMembersBeyondTheMostThatItLists) {
+    ArchiveText text;
+    for (std::size_t number = 0; number < MOST_ITEMS + 3; ++number) {
+        text.file("top/" + std::to_string(number), "");
+    }
+    ASSERT_TRUE(scan(text.end()));
+    EXPECT_EQ(result_.items.size(), MOST_ITEMS);
+    EXPECT_EQ(result_.omitted, 3U);
+    EXPECT_TRUE(result_.damaged);
+    EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("3 more members")));
+}
+
+TEST_F(IGViewScan, ReadsADirectoryThatWasNotPacked) {
+    std::filesystem::create_directories(path("vm_26/system"));
+    writeText(path("vm_26/system/uname.txt"), "Linux\n");
+    ASSERT_TRUE(scanPath("vm_26"));
+    EXPECT_EQ(result_.name, "vm_26");
+    EXPECT_EQ(result_.form, ResultForm::DIRECTORY);
+    EXPECT_THAT(names(), ElementsAre("", "system", "system/uname.txt"));
+}
+
+}  // namespace
