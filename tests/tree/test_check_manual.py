@@ -6,6 +6,7 @@ import re
 from pathlib import Path
 
 import pytest
+from support.option_texts import of_page, of_usage
 
 ROOT = Path(__file__).resolve().parents[2]
 SOURCE = ROOT / "src/check"
@@ -59,13 +60,8 @@ def test_the_warnings_of_this_machine_are_those_of_the_unit_that_asks_it():
 
 def test_the_synopsis_and_the_lists_have_the_options_of_the_usage():
     code = (SOURCE / "IGCheckOption.cpp").read_text().split("CHECK_USAGE =")[1].split(";\n")[0]
-    usage = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", code)) - {"-"}
-    page = PAGE.replace("\\-", "-")
-    shown = {f"-{name}" for name in re.findall(r"\bFl (-?[a-z][a-z-]*)", page)}
-    assert shown == usage
-    listed = {f"-{name}" for line in re.findall(r"^\.It (Fl .*)", page, re.M)
-              for name in re.findall(r"\bFl (-?[a-z][a-z-]*)", line)}
-    assert listed == usage
+    usage = of_usage(code)
+    assert of_page(PAGE) == (usage, usage)
 
 
 def test_the_limits_are_those_of_the_program():

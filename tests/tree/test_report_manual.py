@@ -5,6 +5,8 @@ from __future__ import annotations
 import re
 from pathlib import Path
 
+from support.option_texts import of_page, of_usage
+
 ROOT = Path(__file__).resolve().parents[2]
 SOURCE = ROOT / "src/view"
 PAGE = (ROOT / "man/quendil-report.8").read_text()
@@ -12,13 +14,8 @@ PAGE = (ROOT / "man/quendil-report.8").read_text()
 
 def test_the_synopsis_and_the_list_have_the_options_of_the_usage():
     code = (SOURCE / "IGViewOption.cpp").read_text().split("REPORT_USAGE =")[1].split(";\n")[0]
-    usage = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", code))
-    page = PAGE.replace("\\-", "-")
-    shown = {f"-{name}" for name in re.findall(r"\bFl (-?[a-z][a-z-]*)", page)}
-    assert shown == usage
-    listed = {f"-{name}" for line in re.findall(r"^\.It (Fl .*)", page, re.M)
-              for name in re.findall(r"\bFl (-?[a-z][a-z-]*)", line)}
-    assert listed == usage
+    usage = of_usage(code)
+    assert of_page(PAGE) == (usage, usage)
 
 
 def test_the_limits_are_those_of_the_program():
