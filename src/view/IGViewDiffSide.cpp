@@ -88,12 +88,6 @@ std::string valueOf(const Match& match) {
     return value += squeezed(more);
 }
 
-// Whether a line says that there is nothing of a kind, and not only that it is not known.
-bool saysNone(std::string_view line) {
-    return line.empty() || line.ends_with(" is not there") || line.ends_with(": there are none") ||
-           line.ends_with(": there are no rules");
-}
-
 }  // namespace
 
 std::uint64_t hashOf(std::string_view text) {
@@ -114,7 +108,6 @@ bool DiffSide::begin(const std::string& name) {
     uses_ = index_.find(name);
     open_.clear();
     open_lines_ = nullptr;
-    only_none_ = true;
     std::vector<const Query*> queries;
     for (const QueryIndex::Use& use : uses_) {
         // Of members with the same name, the first one counts.
@@ -139,7 +132,6 @@ void DiffSide::line(std::string_view text) {
     if (open_lines_ != nullptr) {
         takeLine(text);
     } else {
-        only_none_ = only_none_ && saysNone(text);
         reader_.line(text, found_);
     }
 }
@@ -181,7 +173,7 @@ void DiffSide::finish(std::size_t position, const Item& item) {
     }
     const Answer answer = reader_.answer(position);
     open->silent = answer == Answer::NOTHING || answer == Answer::LACKING;
-    open->none = open->silent && only_none_ && item.size > 0 && !item.cut;
+    open->none = open->silent && reader_.none() && item.size > 0 && !item.cut;
     if (open->reason.empty()) {
         open->reason =
             item.cut ? "the archive has it only in part" : reasonOf(answer, reader_.reason());

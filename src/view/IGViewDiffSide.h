@@ -38,8 +38,8 @@ struct DiffEntry {
 struct DiffItem {
     std::vector<DiffEntry> entries;  // sorted by key and value; none of them twice
     std::string reason;              // why it cannot be compared; "" if it can
-    bool silent = false;             // it says nothing: then it is as good as missing
-    bool none = false;               // it says that there is nothing of this kind
+    bool silent = false;             // it has no answer: then it is as good as missing
+    bool none = false;               // it reports that there is nothing of this kind
     bool named = false;              // the query has its full name, and not only a wildcard
 };
 
@@ -89,7 +89,6 @@ class DiffSide final : public LineTaker {
     std::vector<QueryIndex::Use> uses_;  // of the item that is read
     std::vector<DiffItem*> open_;        // one for each of them; null if the name was there before
     DiffLines* open_lines_ = nullptr;
-    bool only_none_ = true;  // each line of it says that there is nothing
     ItemReader::Found found_ = [this](std::size_t position, const Match& match) {
         take(position, match);
         return Want::CAPTURES;

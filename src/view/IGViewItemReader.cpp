@@ -15,26 +15,25 @@ bool contains(std::string_view text, std::string_view part) {
 }
 
 // Whether a tool of the collection ended its output with this line because it was stopped.
-bool saysStopped(std::string_view line) {
+bool reportsStop(std::string_view line) {
     return (line.ends_with(" by the time limit") && contains(line, ": stopped here ")) ||
            (line.ends_with(" seconds") && contains(line, ": stopped here after ")) ||
            (line.ends_with(" MiB") && contains(line, ": the output was cut here, after "));
 }
 
-// Whether a tool of the collection says with this line that the machine has no such thing.
-bool saysNothing(std::string_view line) {
-    constexpr std::array<std::string_view, 12> ENDS{
-        " not installed on this machine",
-        " is not there",
-        " and was not opened",
-        " is not a regular file",
-        ": there are none",
-        ": there are no rules",
-        " that cannot be read",
-        " is known to hold volumes of LVM",
-        " keeps no records here",
-        ": there is not enough memory",
-        " on this machine",
+// Whether a tool of the collection reports with this line that it has looked, and there is none.
+bool reportsNone(std::string_view line) {
+    return line.ends_with(" is not there") || line.ends_with(": there are none") ||
+           line.ends_with(": there are no rules");
+}
+
+// Whether a tool of the collection reports with this line that it has nothing to show.
+bool reportsNothing(std::string_view line) {
+    constexpr std::array<std::string_view, 9> ENDS{
+        " not installed on this machine",   " and was not opened",
+        " is not a regular file",           " that cannot be read",
+        " is known to hold volumes of LVM", " keeps no records here",
+        ": there is not enough memory",     " on this machine",
         " device of this machine",
     };
     constexpr std::array<std::string_view, 8> PARTS{
@@ -49,14 +48,14 @@ bool saysNothing(std::string_view line) {
     };
     const auto ends = [&](std::string_view end) { return line.ends_with(end); };
     const auto has = [&](std::string_view part) { return contains(line, part); };
-    return std::any_of(ENDS.begin(), ENDS.end(), ends) ||
+    return reportsNone(line) || std::any_of(ENDS.begin(), ENDS.end(), ends) ||
            std::any_of(PARTS.begin(), PARTS.end(), has);
 }
 
 // A blank line, or the name of what follows.
-bool saysNothingAtAll(std::string_view line) {
+bool isTitle(std::string_view line) {
     return line.find_first_not_of(" \t\r") == std::string_view::npos ||
-           (line.starts_with("==> ") && !saysNothing(line));
+           (line.starts_with("==> ") && !reportsNothing(line));
 }
 
 }  // namespace
@@ -93,15 +92,17 @@ void ItemReader::begin(std::span<const Query* const> queries) {
     number_ = 0;
     answered_ = false;
     stopped_ = false;
+    only_none_ = true;
 }
 
 void ItemReader::note(std::string_view text) {
-    const bool stopped = saysStopped(text);
+    const bool stopped = reportsStop(text);
     stopped_ = stopped_ || stopped;
-    if (answered_ || saysNothingAtAll(text)) {
+    only_none_ = only_none_ && (text.empty() || reportsNone(text));
+    if (answered_ || isTitle(text)) {
         return;
     }
-    if (!stopped && !saysNothing(text)) {
+    if (!stopped && !reportsNothing(text)) {
         answered_ = true;
     } else if (reason_.empty()) {
         reason_ = text.substr(0, LONGEST_EXCERPT);

@@ -1,4 +1,4 @@
-// Queries: which lines of which items someone wants, as data.
+// Queries: which lines of which items a definition reads.
 #ifndef QUENDIL_VIEW_IGVIEWQUERY_H
 #define QUENDIL_VIEW_IGVIEWQUERY_H
 
@@ -107,6 +107,9 @@ class ItemReader {
     /// The first line that says why there is no answer, at most LONGEST_EXCERPT bytes of it; "" if
     /// the item is empty.
     [[nodiscard]] const std::string& reason() const { return reason_; }
+    /// Whether each line reports that there is none of what the item would list, such as ": there
+    /// are none"; true for an empty item too.
+    [[nodiscard]] bool none() const { return only_none_; }
 
   private:
     class Program;
@@ -131,6 +134,7 @@ class ItemReader {
     std::uint64_t number_ = 0;
     bool answered_ = false;
     bool stopped_ = false;
+    bool only_none_ = true;
 };
 
 #endif
