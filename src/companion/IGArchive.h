@@ -61,7 +61,7 @@ class ArchiveReader {
 /// Opens a result.
 /// @param follow_links whether links in a directory are read as the files that they lead to: those
 /// of
-///        the collector lead to files of its machine, those of somebody else may lead anywhere
+///        the collector lead to files of its machine, others may lead to any file
 /// @param why it cannot be opened, or is no archive; set with a null result
 std::unique_ptr<ArchiveReader> openArchive(const std::string& path, bool follow_links,
                                            std::string& why);

@@ -1,4 +1,4 @@
-// The keys of a JSON object that someone has written by hand: every mistake is told in plain words.
+// Reads the keys of a JSON object that a user has written, and reports every mistake.
 #ifndef QUENDIL_VIEW_IGVIEWKEYS_H
 #define QUENDIL_VIEW_IGVIEWKEYS_H
 
@@ -40,7 +40,7 @@ class Keys {
 
     /// Notes a mistake that its caller has found.
     void fail(const std::string& mistake);
-    /// Looks for keys that nobody has asked for.
+    /// Reports keys that were not read: they are unknown.
     /// @param why is set to the first mistake
     /// @return false if there is one
     bool end(std::string& why);

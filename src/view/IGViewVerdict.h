@@ -52,7 +52,7 @@ class Taker {
 class Answers {
   public:
     void add(const CurrentItem& item, Answer answer, const std::string& reason);
-    /// Whether an item has told all that it can.
+    /// Whether an item has answered in full.
     [[nodiscard]] bool full(const Result& result) const;
     /// The last item that has.
     [[nodiscard]] std::uint32_t latest() const { return full_[0]; }
