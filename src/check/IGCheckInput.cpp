@@ -33,8 +33,7 @@ std::string nameOf(const std::string& path) {
 }
 
 void complain(const std::string& path, const std::string& what) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "quendil-check: %s: %s\n", shown(path).c_str(), what.c_str());
+    complain("quendil-check", path, what);
 }
 
 bool readDirectory(const std::string& path, PatternDirectory& directory) {

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "companion/IGText.h"
+
 const char* const CHECK_USAGE =
     "usage: quendil-check [-c CONFIG] [--format=text|json|sarif] [--fail-level=error|warning]\n"
     "                     [--offline] [FILE|DIRECTORY]...\n"
@@ -46,15 +48,10 @@ constexpr std::array<option, 8> LONG_OPTIONS{{
     {nullptr, 0, nullptr, 0},
 }};
 
-bool suggestHelp() {
-    std::fputs("Try 'quendil-check --help'.\n", stderr);
-    return false;
-}
+constexpr const char* PROGRAM = "quendil-check";
 
 bool fail(const char* what, const char* value = nullptr) {
-    std::fprintf(stderr, "quendil-check: %s%s%s\n", what, value == nullptr ? "" : ": ",
-                 value == nullptr ? "" : value);
-    return suggestHelp();
+    return refuseUsage(PROGRAM, what, value);
 }
 
 template <typename Value>
@@ -130,7 +127,7 @@ bool setOption(CheckOptions& options, int option, const char* value) {
             setAction(options, Action::VERSION);
             return true;
         default:
-            return suggestHelp();  // getopt has named the option
+            return suggestHelp(PROGRAM);  // getopt has named the option
     }
 }
 

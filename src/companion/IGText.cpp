@@ -23,6 +23,22 @@ std::string counted(std::size_t number, const char* what) {
     return (number == 0 ? "no" : std::to_string(number)) + " " + what + (number == 1 ? "" : "s");
 }
 
+void complain(const char* program, const std::string& path, const std::string& what) {
+    std::fflush(stdout);  // what was printed before stays before it
+    std::fprintf(stderr, "%s: %s: %s\n", program, shown(path).c_str(), shown(what).c_str());
+}
+
+bool refuseUsage(const char* program, const char* what, const char* value) {
+    std::fprintf(stderr, "%s: %s%s%s\n", program, what, value == nullptr ? "" : ": ",
+                 value == nullptr ? "" : value);
+    return suggestHelp(program);
+}
+
+bool suggestHelp(const char* program) {
+    std::fprintf(stderr, "Try '%s --help'.\n", program);
+    return false;
+}
+
 bool finishOutput(const char* program) {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
         return true;

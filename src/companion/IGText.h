@@ -12,6 +12,14 @@ std::string shown(const std::string& text, Tabs tabs = Tabs::KEPT);
 /// "1 file", "2 files".
 std::string counted(std::size_t number, const char* what);
 
+/// Prints a message about a file or directory to the standard error, in the name of the program.
+void complain(const char* program, const std::string& path, const std::string& what);
+/// Prints what is wrong with the command line, with the wrong value if there is one, and where help
+/// is. Always false, for functions that read it.
+bool refuseUsage(const char* program, const char* what, const char* value = nullptr);
+/// The last part of it.
+bool suggestHelp(const char* program);
+
 /// Writes what is left for the standard output. False after it has said, in the name of the
 /// program, why that is not possible: what could not be written was not said.
 bool finishOutput(const char* program);

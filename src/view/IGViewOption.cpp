@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "companion/IGText.h"
+
 const char* const REPORT_USAGE =
     "usage: quendil-report [-o PAGE.html] [--limit=MIB] [--rules=FILE]... [--follow-links] RESULT\n"
     "       quendil-report --text|--json [--rules=FILE]... [--follow-links] RESULT\n"
@@ -67,15 +69,10 @@ constexpr std::array<option, 12> LONG_OPTIONS{{
     {nullptr, 0, nullptr, 0},
 }};
 
-bool suggestHelp() {
-    std::fputs("Try 'quendil-report --help'.\n", stderr);
-    return false;
-}
+constexpr const char* PROGRAM = "quendil-report";
 
 bool fail(const char* what, const char* value = nullptr) {
-    std::fprintf(stderr, "quendil-report: %s%s%s\n", what, value == nullptr ? "" : ": ",
-                 value == nullptr ? "" : value);
-    return suggestHelp();
+    return refuseUsage(PROGRAM, what, value);
 }
 
 bool setLimit(ReportOptions& options, const char* text) {
@@ -141,7 +138,7 @@ bool setOption(ReportOptions& options, int option, const char* value) {
         case VERSION:
             return setAction(options, ReportAction::VERSION);
         default:
-            return suggestHelp();  // getopt has named the option
+            return suggestHelp(PROGRAM);  // getopt has named the option
     }
 }
 

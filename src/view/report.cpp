@@ -26,28 +26,25 @@
 
 namespace {
 
+constexpr const char* PROGRAM = "quendil-report";
 constexpr std::uint64_t MIB = std::uint64_t{1024} * 1024;
-
-void complain(const std::string& path, const std::string& what) {
-    std::fprintf(stderr, "quendil-report: %s: %s\n", shown(path).c_str(), shown(what).c_str());
-}
 
 // Adds the built-in definitions and those of the user's files.
 bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
     std::string why;
     if (!definitions.add(builtInDefinitions(), why)) {
-        complain("built-in definitions", why);
+        complain(PROGRAM, "built-in definitions", why);
         return false;
     }
     for (const char* path : options.rules) {
         std::ifstream file(path, std::ios::binary);
         const std::string text{std::istreambuf_iterator<char>(file), {}};
         if (!file || file.bad()) {
-            complain(path, "it cannot be read");
+            complain(PROGRAM, path, "it cannot be read");
             return false;
         }
         if (!definitions.add(text, why)) {
-            complain(path, why);
+            complain(PROGRAM, path, why);
             return false;
         }
     }
@@ -57,7 +54,7 @@ bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
 int makePage(const ReportOptions& options, ArchiveReader& archive, const Result& result,
              OutputFile& page, const std::string& name) {
     if (!writePageFile(page, archive, result, options.limit * MIB)) {
-        complain(name, page.error());
+        complain(PROGRAM, name, page.error());
         return STATUS_UNUSABLE;
     }
     std::printf("%s\n", shown(name).c_str());
@@ -73,7 +70,7 @@ int printDiff(const ReportOptions& options, const Diff& diff, OutputFile& page) 
     } else {
         const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
         if (!writeDiffPage(diff, sink) || !page.commit()) {
-            complain(options.output, page.error());
+            complain(PROGRAM, options.output, page.error());
             return STATUS_UNUSABLE;
         }
         std::printf("%s\n", shown(options.output).c_str());
@@ -87,17 +84,17 @@ int reportDiff(const ReportOptions& options, const Definitions& definitions) {
     std::string why;
     const auto old_archive = openArchive(old_path, options.follow_links, why);
     if (old_archive == nullptr) {
-        complain(old_path, why);
+        complain(PROGRAM, old_path, why);
         return STATUS_UNUSABLE;
     }
     const auto new_archive = openArchive(new_path, options.follow_links, why);
     if (new_archive == nullptr) {
-        complain(new_path, why);
+        complain(PROGRAM, new_path, why);
         return STATUS_UNUSABLE;
     }
     OutputFile page;
     if (options.output != nullptr && !page.open(options.output)) {
-        complain(options.output, page.error());
+        complain(PROGRAM, options.output, page.error());
         return STATUS_UNUSABLE;
     }
     Diff diff;
@@ -119,12 +116,12 @@ int reportOverview(const ReportOptions& options, const Definitions& definitions)
         std::fprintf(stderr, "quendil-report: %s\n", shown(problem).c_str());
     }
     if (results.empty()) {
-        complain(directory, "there is no result of a run in it");
+        complain(PROGRAM, directory, "there is no result of a run in it");
         return STATUS_UNUSABLE;
     }
     OutputFile page;
     if (!page.open(index)) {
-        complain(index, page.error());
+        complain(PROGRAM, index, page.error());
         return STATUS_UNUSABLE;
     }
     Overview overview(definitions, index, options.limit * MIB, options.follow_links);
@@ -134,7 +131,7 @@ int reportOverview(const ReportOptions& options, const Definitions& definitions)
     overview.sort();
     const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
     if (!writeOverviewPage(overview.rows(), directory, index, problems, sink) || !page.commit()) {
-        complain(index, page.error());
+        complain(PROGRAM, index, page.error());
         return STATUS_UNUSABLE;
     }
     std::printf("%s\n", shown(index).c_str());
@@ -151,16 +148,16 @@ int reportResult(const ReportOptions& options, const Definitions& definitions) {
     std::string why;
     const auto archive = openArchive(result.path, options.follow_links, why);
     if (archive == nullptr) {
-        complain(result.path, why);
+        complain(PROGRAM, result.path, why);
         return STATUS_UNUSABLE;
     }
     // A page that cannot be written is noticed before the work.
     if (makes_page && !page.open(name)) {
-        complain(name, page.error());
+        complain(PROGRAM, name, page.error());
         return STATUS_UNUSABLE;
     }
     if (!scanArchive(*archive, definitions, result)) {
-        complain(result.path, archive->error().empty() ? "it is empty" : archive->error());
+        complain(PROGRAM, result.path, archive->error().empty() ? "it is empty" : archive->error());
         return STATUS_UNUSABLE;
     }
     if (makes_page) {
@@ -187,7 +184,7 @@ int report(const ReportOptions& options) {
 
 // What could not be written was not said.
 int finish(int status) {
-    return finishOutput("quendil-report") ? status : STATUS_UNUSABLE;
+    return finishOutput(PROGRAM) ? status : STATUS_UNUSABLE;
 }
 
 }  // namespace
