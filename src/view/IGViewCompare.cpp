@@ -48,8 +48,8 @@ bool sameKey(const DiffEntry& one, const DiffEntry& other) {
     return one.key_hash == other.key_hash && one.key == other.key;
 }
 
-bool sameValue(const DiffEntry& one, const DiffEntry& other) {
-    return one.value_hash == other.value_hash && one.value == other.value;
+bool valueLess(const DiffEntry& one, const DiffEntry& other) {
+    return std::tie(one.value, one.value_hash) < std::tie(other.value, other.value_hash);
 }
 
 using Entries = std::vector<DiffEntry>;
@@ -61,15 +61,11 @@ EntryRange withKey(Entries::const_iterator begin, Entries::const_iterator end) {
                                 [&](const DiffEntry& entry) { return !sameKey(*begin, entry); })};
 }
 
-// The entries of a key whose values the other side lacks.
-std::vector<const DiffEntry*> lackingIn(const EntryRange& other, const EntryRange& range) {
-    std::vector<const DiffEntry*> result;
-    for (auto entry = range.first; entry != range.second; ++entry) {
-        if (std::none_of(other.first, other.second,
-                         [&](const DiffEntry& known) { return sameValue(known, *entry); })) {
-            result.push_back(&*entry);
-        }
-    }
+// The entries of a key whose values the other side lacks. Both are sorted by their values.
+Entries lackingIn(const EntryRange& other, const EntryRange& range) {
+    Entries result;
+    std::set_difference(range.first, range.second, other.first, other.second,
+                        std::back_inserter(result), valueLess);
     return result;
 }
 
@@ -94,11 +90,11 @@ Difference differenceOf(const std::string& item, const DiffEntry* before, const 
 // Values of one key: those of both sides are paired, and what is left was added or removed.
 void compareKey(const std::string& item, const EntryRange& before, const EntryRange& after,
                 std::vector<Difference>& differences) {
-    const std::vector<const DiffEntry*> removed = lackingIn(after, before);
-    const std::vector<const DiffEntry*> added = lackingIn(before, after);
+    const Entries removed = lackingIn(after, before);
+    const Entries added = lackingIn(before, after);
     for (std::size_t i = 0; i < std::max(removed.size(), added.size()); ++i) {
-        differences.push_back(differenceOf(item, i < removed.size() ? removed[i] : nullptr,
-                                           i < added.size() ? added[i] : nullptr));
+        differences.push_back(differenceOf(item, i < removed.size() ? &removed[i] : nullptr,
+                                           i < added.size() ? &added[i] : nullptr));
     }
 }
 

@@ -1,9 +1,9 @@
 #include "view/IGViewDiffSide.h"
 
 #include <algorithm>
-#include <functional>
 #include <tuple>
 
+#include "view/IGViewHash.h"
 #include "view/IGViewLines.h"
 
 namespace {
@@ -89,10 +89,6 @@ std::string valueOf(const Match& match) {
 }
 
 }  // namespace
-
-std::uint64_t hashOf(std::string_view text) {
-    return std::hash<std::string_view>{}(text);
-}
 
 // --- while an archive is read ---
 

@@ -119,7 +119,4 @@ class LinePicker final : public LineTaker {
     std::size_t bytes_ = 0;  // of all lines
 };
 
-/// What stands for a text where only equality counts.
-std::uint64_t hashOf(std::string_view text);
-
 #endif

@@ -106,6 +106,19 @@ TEST_F(IGViewCompare, PairsTheValuesOfAKeyThatHasSeveral) {
                 ElementsAre("changed a.txt k 'a':1 'd':2", "removed a.txt k 'c':3 '':0"));
 }
 
+// Both sides are sorted; to look for each value in all values of the other side would take minutes.
+TEST_F(IGViewCompare, ComparesAKeyThatHasVeryManyValues) {
+    constexpr int VALUES = 100000;
+    std::string before;
+    std::string after;
+    for (int i = 0; i < VALUES; ++i) {
+        before += "k=" + std::to_string(i) + "\n";
+        after += "k=" + std::to_string(i) + "x\n";
+    }
+    const Comparison comparison = compare(SETTINGS, {{"a.txt", before}}, {{"a.txt", after}});
+    EXPECT_THAT(comparison.differences, SizeIs(VALUES));
+}
+
 TEST_F(IGViewCompare, KeepsKeysOfDifferentPartsApart) {
     const char* parts = R"json({"version": 1, "comparisons": [{
         "name": "files", "title": "Files", "items": "a.txt", "context": "^==> (?P<part>.*)",
