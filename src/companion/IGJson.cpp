@@ -1,6 +1,5 @@
 #include "companion/IGJson.h"
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 std::string dumped(const nlohmann::ordered_json& value) {
@@ -10,4 +9,10 @@ std::string dumped(const nlohmann::ordered_json& value) {
 void ListWriter::add(const nlohmann::ordered_json& value) {
     std::printf("%s\n%s", first_ ? "" : ",", dumped(value).c_str());
     first_ = false;
+}
+
+void printBeginning(const nlohmann::ordered_json& object) {
+    std::string text = dumped(object);
+    text.pop_back();
+    std::printf("%s", text.c_str());
 }

@@ -2,6 +2,7 @@
 #ifndef QUENDIL_COMPANION_IGJSON_H
 #define QUENDIL_COMPANION_IGJSON_H
 
+#include <cstdio>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -19,5 +20,19 @@ class ListWriter {
   private:
     bool first_ = true;
 };
+
+/// Prints an object without its closing brace. It must have a member.
+void printBeginning(const nlohmann::ordered_json& object);
+
+/// Prints one more member of such an object: a list of what `convert` makes of each entry.
+template <typename List, typename Convert>
+void printList(const char* name, const List& list, Convert convert) {
+    std::printf(",\n\"%s\": [", name);
+    ListWriter writer;
+    for (const auto& entry : list) {
+        writer.add(convert(entry));
+    }
+    std::printf("\n]");
+}
 
 #endif

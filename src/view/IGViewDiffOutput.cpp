@@ -202,16 +202,6 @@ ordered_json fileOf(const FileDifference& file) {
     return value;
 }
 
-template <typename List, typename Convert>
-void printList(const char* name, const List& list, Convert convert) {
-    std::printf("\"%s\": [", name);
-    ListWriter writer;
-    for (const auto& entry : list) {
-        writer.add(convert(entry));
-    }
-    std::printf("\n]");
-}
-
 void printJson(const Comparison& comparison) {
     const ordered_json head{{"name", comparison.name},
                             {"title", comparison.title},
@@ -219,11 +209,8 @@ void printJson(const Comparison& comparison) {
                             {"state", nameOf(comparison.state())},
                             {"items", comparison.items},
                             {"entries", comparison.entries}};
-    std::string text = dumped(head);
-    text.back() = ',';  // the lists follow instead of its brace
-    std::printf("%s\n", text.c_str());
+    printBeginning(head);
     printList("differences", comparison.differences, differenceOf);
-    std::printf(",\n");
     printList("not_compared", comparison.not_compared, notComparedOf);
     std::printf("}");
 }
@@ -290,9 +277,8 @@ void printDiffJson(const Diff& diff) {
                             {"new", headOf(diff.new_head)},
                             {"warnings", diff.warnings},
                             {"all", diff.all}};
-    std::string text = dumped(head);
-    text.back() = ',';  // the lists follow instead of its brace
-    std::printf("%s\n\"comparisons\": [", text.c_str());
+    printBeginning(head);
+    std::printf(",\n\"comparisons\": [");
     for (const Comparison& comparison : diff.comparisons) {
         std::printf("%s\n", &comparison == diff.comparisons.data() ? "" : ",");
         printJson(comparison);
@@ -300,11 +286,8 @@ void printDiffJson(const Diff& diff) {
     std::printf("\n]");
     const auto same = [](const std::string& name) { return ordered_json(name); };
     if (diff.all) {
-        std::printf(",\n");
         printList("files", diff.files, fileOf);
-        std::printf(",\n");
         printList("only_old", diff.only_old, same);
-        std::printf(",\n");
         printList("only_new", diff.only_new, same);
     }
     std::printf("}\n");

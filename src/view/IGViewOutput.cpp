@@ -227,16 +227,6 @@ ordered_json runOf(const RunLog& run) {
             {"output", run.output},   {"bytes", run.bytes}};
 }
 
-template <typename List, typename Convert>
-void printList(const char* name, const List& list, Convert convert) {
-    std::printf(",\n\"%s\": [", name);
-    ListWriter writer;
-    for (const auto& entry : list) {
-        writer.add(convert(entry));
-    }
-    std::printf("\n]");
-}
-
 }  // namespace
 
 const char* endOf(ResultForm form) {
@@ -280,9 +270,7 @@ void printJson(const Result& result) {
                             {"damaged", result.damaged},
                             {"notices", result.notices},
                             {"run", runOf(result.run)}};
-    std::string text = dumped(head);
-    text.pop_back();  // the lists follow before its brace
-    std::fputs(text.c_str(), stdout);
+    printBeginning(head);
     printList("findings", result.findings,
               [&](const Finding& finding) { return findingOf(result, finding); });
     printList("facts", result.facts, [&](const Fact& fact) { return factOf(result, fact); });
