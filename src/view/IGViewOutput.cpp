@@ -75,8 +75,8 @@ void printFinding(const Result& result, const Finding& finding) {
             std::printf("    and %zu more\n", finding.found - PLACES_AS_TEXT);
             break;
         }
-        std::printf("    %s: %s\n", shown(placeName(result, place)).c_str(),
-                    shown(place.text).c_str());
+        const std::string text = place.line == 0 ? "" : ": " + place.text;
+        std::printf("    %s\n", shown(placeName(result, place) + text).c_str());
     }
     std::printf("    -> %s\n", shown(finding.remedy).c_str());
 }

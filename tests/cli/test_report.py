@@ -91,6 +91,15 @@ def test_the_text_has_findings_facts_and_the_run(tmp_path: Path):
                      done.stdout, re.M)
 
 
+def test_what_an_item_lacks_is_shown_with_its_name(tmp_path: Path):
+    rule = {**RULE["rules"][0], "absent": True, "text": "It is not down."}
+    rules = tmp_path / "rules.json"
+    rules.write_text(json.dumps({"version": 1, "rules": [rule]}))
+    done = report("--text", f"--rules={rules}",
+                  make_archive(tmp_path, {"app/state.txt": "state: up\n"}))
+    assert "\n    It is not down.\n    app/state.txt\n    -> Start it.\n" in done.stdout
+
+
 def test_an_output_that_cannot_be_written_is_an_error(tmp_path: Path):
     archive = make_archive(tmp_path, {"a": "x" * 100000})
     program = Path(os.environ["QUENDIL_STAGE"]) / REPORT
