@@ -58,7 +58,6 @@ class InflatedFile {
         if (::lseek(fd_.get(), 0, SEEK_SET) != 0 || !fill()) {
             return false;
         }
-        constexpr std::string_view MAGIC = "\x1f\x8b";  // RFC 1952
         compressed_ = input_.starts_with(MAGIC);
         return !compressed_ || beginStream();
     }
@@ -105,6 +104,16 @@ class InflatedFile {
         in_stream_ = false;
     }
 
+    // gzip takes files that were appended to each other for one. What else follows, such as
+    // padding, belongs to nothing.
+    bool beginNextStream() {
+        if (input_.empty() && !fill()) {
+            return false;
+        }
+        ended_ = input_.empty() || input_.front() != MAGIC.front();
+        return !ended_ && ::inflateReset(&stream_) == Z_OK;
+    }
+
     std::ptrdiff_t plain(std::string_view& block) {
         if (input_.empty() && !fill()) {
             return -1;
@@ -118,7 +127,7 @@ class InflatedFile {
         output_.resize(BLOCK_BYTES);
         stream_.next_out = reinterpret_cast<Bytef*>(output_.data());
         stream_.avail_out = BLOCK_BYTES;
-        while (!ended_ && stream_.avail_out > 0) {
+        while (!ended_ && error_.empty() && stream_.avail_out > 0) {
             if (input_.empty() && (!fill() || (input_.empty() && !fail("it ends early")))) {
                 break;
             }
@@ -132,21 +141,19 @@ class InflatedFile {
     }
 
     bool step() {
-        if (!error_.empty()) {
-            return false;
-        }
         // zlib does not change its input, but has no const for it.
         stream_.next_in = reinterpret_cast<Bytef*>(bytes_.data() + (input_.data() - bytes_.data()));
         stream_.avail_in = static_cast<uInt>(input_.size());
         const int result = ::inflate(&stream_, Z_NO_FLUSH);
         input_.remove_prefix(input_.size() - stream_.avail_in);
         if (result == Z_STREAM_END) {
-            ended_ = true;  // what follows, such as padding, belongs to nothing
-            return false;
+            return beginNextStream();
         }
         return result == Z_OK || result == Z_BUF_ERROR ||
                fail(stream_.msg == nullptr ? "it is damaged" : stream_.msg);
     }
+
+    static constexpr std::string_view MAGIC = "\x1f\x8b";  // RFC 1952
 
     FdGuard fd_;
     std::string bytes_;       // of the file
@@ -173,7 +180,7 @@ class TarReader final : public ArchiveReader {
         if (result == ARCHIVE_EOF) {
             return endsEarly() || !readsToEnd() ? broken() : Step::END;
         }
-        if (result < ARCHIVE_WARN) {
+        if (!isGood(result)) {
             return broken();
         }
         describe(entry, member);
@@ -189,7 +196,7 @@ class TarReader final : public ArchiveReader {
             std::size_t size = 0;
             la_int64_t offset = 0;
             const int result = ::archive_read_data_block(archive_, &data, &size, &offset);
-            if (result < ARCHIVE_WARN) {
+            if (!isGood(result) && result != ARCHIVE_EOF) {
                 broken();
                 return -1;
             }
@@ -207,6 +214,8 @@ class TarReader final : public ArchiveReader {
 
     bool rewind() override {
         close();
+        given_ = 0;
+        last_ = {};
         return open();
     }
 
@@ -231,6 +240,9 @@ class TarReader final : public ArchiveReader {
     [[nodiscard]] std::uint64_t bytes() const override { return bytes_; }
 
   private:
+    // libarchive skips a damaged header, and would take the content that follows for headers.
+    static bool isGood(int result) { return result == ARCHIVE_OK || result == ARCHIVE_WARN; }
+
     std::size_t fillHole(std::span<char> buffer) {
         const auto size = std::min(buffer.size(), static_cast<std::size_t>(hole_));
         std::fill_n(buffer.begin(), size, '\0');
@@ -246,20 +258,25 @@ class TarReader final : public ArchiveReader {
 
     static la_ssize_t give(struct archive* archive, void* reader, const void** block) {
         auto& self = *static_cast<TarReader*>(reader);
-        std::string_view bytes;
-        const std::ptrdiff_t got = self.file_.read(bytes);
-        *block = bytes.data();
+        const std::ptrdiff_t got = self.file_.read(self.last_);
+        *block = self.last_.data();
         if (got < 0) {
             ::archive_set_error(archive, EIO, "%s", self.file_.error().c_str());
             return ARCHIVE_FATAL;
         }
-        return got;
+        self.given_ += static_cast<std::uint64_t>(got);
+        return self.given_ > MOST_TAR_BYTES ? ARCHIVE_FATAL : got;
     }
 
     // Sets the error: why the file cannot be read, or why it is no archive.
     Step broken() {
         const char* text = ::archive_error_string(archive_);
-        error_ = !file_.error().empty() ? file_.error() : text == nullptr ? "it ends early" : text;
+        error_ = text == nullptr ? "it ends early" : text;
+        if (!file_.error().empty()) {
+            error_ = file_.error();
+        } else if (given_ > MOST_TAR_BYTES) {
+            error_ = "it unpacks to more than " + std::to_string(MOST_TAR_BYTES) + " bytes";
+        }
         return Step::BROKEN;
     }
 
@@ -269,15 +286,23 @@ class TarReader final : public ArchiveReader {
         return ::archive_read_header_position(archive_) >= ::archive_filter_bytes(archive_, 0);
     }
 
-    // The checksum is after the last block of the tar.
+    // After the members there are only zeros; the checksum of gzip is after the last one. A header
+    // that was overwritten by zeros would look like the end, and hide all that follows.
     bool readsToEnd() {
-        std::string_view block;
-        std::ptrdiff_t got = 0;
+        const auto end = static_cast<std::uint64_t>(::archive_read_header_position(archive_));
+        const std::uint64_t begin = given_ - last_.size();  // of the last block
+        std::string_view block = last_.substr(std::min(end - std::min(end, begin), last_.size()));
         std::uint64_t left = MOST_AFTER_END;
-        while ((got = file_.read(block)) > 0 && left > 0) {
-            left -= std::min(left, static_cast<std::uint64_t>(got));
+        std::ptrdiff_t got = 1;
+        while (got > 0) {
+            if (block.find_first_not_of('\0') != std::string_view::npos || block.size() > left) {
+                ::archive_set_error(archive_, EINVAL, "it goes on after its end");
+                return false;
+            }
+            left -= block.size();
+            got = file_.read(block);
         }
-        return got >= 0;
+        return got == 0;
     }
 
     static void describe(struct archive_entry* entry, Member& member) {
@@ -299,12 +324,16 @@ class TarReader final : public ArchiveReader {
         archive_ = nullptr;
     }
 
-    // tar pads an archive to 10 KiB; a file may be made that has far more.
+    // A file of some megabytes can be made that goes on for terabytes: of members that nobody
+    // reads, or of zeros at the end, where tar pads an archive to 10 KiB.
+    static constexpr std::uint64_t MOST_TAR_BYTES = std::uint64_t{16} * 1024 * 1024 * 1024;
     static constexpr std::uint64_t MOST_AFTER_END = std::uint64_t{64} * 1024 * 1024;
 
     InflatedFile file_;
     std::uint64_t bytes_;
     struct archive* archive_ = nullptr;
+    std::string_view last_;    // of the bytes of the tar, those that libarchive was given last
+    std::uint64_t given_ = 0;  // all of them
     std::string_view block_;   // of the current member, what was not read yet
     la_int64_t hole_ = 0;      // zeros before it
     la_int64_t position_ = 0;  // in the member, after it
@@ -328,7 +357,8 @@ class DirectoryReader final : public ArchiveReader {
                 error_ = std::strerror(errno);
                 return errno == 0 ? Step::END : Step::BROKEN;
             }
-            if (entry->fts_info != FTS_DP) {  // a directory is a member before its entries only
+            // A directory is a member before its entries only.
+            if (entry->fts_info != FTS_DP && (entry->fts_info != FTS_DNR || !told_)) {
                 describe(*entry, member);
                 return Step::MEMBER;
             }
@@ -352,13 +382,14 @@ class DirectoryReader final : public ArchiveReader {
     }
 
     bool open() {
+        root_.reset(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         std::array<char*, 2> paths{path_.data(), nullptr};
         // The path itself may be a link; below it, none is followed.
         tree_ = ::fts_open(paths.data(), FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, byName);
-        if (tree_ == nullptr) {
+        if (tree_ == nullptr || !root_) {
             error_ = std::strerror(errno);
         }
-        return tree_ != nullptr;
+        return tree_ != nullptr && root_;
     }
 
     [[nodiscard]] ArchiveForm form() const override { return ArchiveForm::DIRECTORY; }
@@ -378,18 +409,31 @@ class DirectoryReader final : public ArchiveReader {
         const bool follows = S_ISLNK(st.st_mode) && follow_links_;
         member.link_target = S_ISLNK(st.st_mode) ? targetOf(entry) : "";
         if (S_ISREG(st.st_mode) || follows) {
-            openFile(entry.fts_accpath, follows, st, member.problem);
+            openFile(belowRoot(entry), follows, st, member.problem);
         }
+        told_ = entry.fts_info == FTS_D && !isReadable(belowRoot(entry), member.problem);
         member.name = std::string(entry.fts_path).substr(prefix());
         member.kind = kindOf(st.st_mode);
         member.size = S_ISREG(st.st_mode) ? static_cast<std::uint64_t>(st.st_size) : 0;
         member.modified = st.st_mtime;
     }
 
-    // A file that has become something else, such as a FIFO, is not opened: that could block.
-    void openFile(const char* path, bool follows, struct stat& st, std::string& problem) {
+    // A file that has become something else, such as a FIFO, is not opened: that could block. Nor
+    // is what a followed link to a device leads to: opening some of them does something.
+    void openFile(std::string_view path, bool follows, struct stat& st, std::string& problem) {
+        FdGuard directory;
+        const std::string name = descend(path, directory);
+        struct stat found = {};
+        const int how = follows ? 0 : AT_SYMLINK_NOFOLLOW;
+        if (!directory || ::fstatat(directory.get(), name.c_str(), &found, how) != 0) {
+            problem = std::strerror(errno);
+            return;
+        }
+        if (!S_ISREG(found.st_mode)) {
+            return;
+        }
         const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-        FdGuard file(::open(path, follows ? flags : flags | O_NOFOLLOW));
+        FdGuard file(::openat(directory.get(), name.c_str(), follows ? flags : flags | O_NOFOLLOW));
         struct stat opened = {};
         if (!file || ::fstat(file.get(), &opened) != 0) {
             problem = std::strerror(errno);
@@ -397,6 +441,38 @@ class DirectoryReader final : public ArchiveReader {
             st = opened;
             file_.reset(file.release());
         }
+    }
+
+    bool isReadable(std::string_view path, std::string& problem) {
+        FdGuard directory;
+        const std::string name = descend(path, directory);
+        const int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+        const FdGuard opened(directory ? ::openat(directory.get(), name.c_str(), flags) : -1);
+        problem = opened ? "" : std::strerror(errno);
+        return bool(opened);
+    }
+
+    // Opens the directory of a path one component after the other. By its path alone, a directory
+    // that was replaced by a link since it was listed would lead to a file outside of the tree.
+    // Returns the last component.
+    std::string descend(std::string_view path, FdGuard& directory) const {
+        constexpr int FLAGS = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+        directory.reset(::openat(root_.get(), ".", FLAGS));
+        std::size_t slash = 0;
+        while (directory && (slash = path.find('/')) != std::string_view::npos) {
+            const std::string component(path.substr(0, slash));
+            directory.reset(::openat(directory.get(), component.c_str(), FLAGS));
+            path.remove_prefix(slash + 1);
+        }
+        return std::string(path);
+    }
+
+    // The path of an entry, relative to the root.
+    [[nodiscard]] std::string_view belowRoot(const FTSENT& entry) const {
+        std::string_view path(entry.fts_path, entry.fts_pathlen);
+        path.remove_prefix(std::min(path.size(), path_.size()));
+        path.remove_prefix(path.starts_with('/') ? 1 : 0);
+        return path.empty() ? "." : path;
     }
 
     static std::string targetOf(const FTSENT& entry) {
@@ -417,7 +493,9 @@ class DirectoryReader final : public ArchiveReader {
 
     std::string path_;  // absolute, without links
     bool follow_links_;
+    bool told_ = false;  // that the last directory cannot be read
     FTS* tree_ = nullptr;
+    FdGuard root_;
     FdGuard file_;
 };
 
