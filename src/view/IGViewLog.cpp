@@ -13,6 +13,13 @@ namespace {
 // The bytes of the index that are kept: items beyond them have no description.
 constexpr std::size_t MOST_INDEX_BYTES = std::size_t{16} * 1024 * 1024;
 
+// Longer texts and more names are cut: of a few lines of an index or a log, each item and each tool
+// may have its own copy in the page.
+constexpr std::size_t LONGEST_TEXT = LONGEST_EXCERPT;
+constexpr std::size_t LONGEST_COMMAND = 4096;
+constexpr std::size_t LONGEST_PATH = 4096;
+constexpr std::size_t MOST_SELECTED = 1000;  // groups or targets
+
 // Memory of a file in the table, beside its name.
 constexpr std::size_t FILE_BYTES = 64;
 
@@ -61,6 +68,13 @@ bool beginsMessage(std::string_view text) {
     }
     const char letter = text[8];
     return text[7] == '-' && text[9] == ':' && (letter == 'E' || letter == 'W' || letter == 'I');
+}
+
+// A group or a target of the run.
+void select(std::vector<std::string>& names, std::string_view name) {
+    if (!name.empty() && names.size() < MOST_SELECTED) {
+        names.emplace_back(name.substr(0, LONGEST_TEXT));
+    }
 }
 
 constexpr std::array TOOL_MESSAGES{"ZEPA126-W", "ZEPA148-W"};
@@ -153,7 +167,7 @@ void LogReader::detail(std::string_view text) {
     ToolRun& tool = run_.tools.back();
     if (section_ == Section::TOOL_START) {
         if (name == "Command") {
-            tool.command = between(value, "\"", "\"");
+            tool.command = between(value, "\"", "\"").substr(0, LONGEST_COMMAND);
         } else if (name == "Start time") {
             tool.start = tool.end = seconds(value);
         } else if (name == "Timeout") {
@@ -178,21 +192,19 @@ void LogReader::parameter(std::string_view name, std::string_view value) {
         run_.limit = value;
     } else if (name == "Cleanup") {
         run_.cleanup = value;
-    } else if (name == "TARGET" && !value.empty()) {
-        run_.targets.emplace_back(value);
-    } else if (name == "PP_GROUP" && !value.empty()) {
-        run_.groups.emplace_back(value);
+    } else if (name == "TARGET") {
+        select(run_.targets, value);
+    } else if (name == "PP_GROUP") {
+        select(run_.groups, value);
     }
 }
 
 void LogReader::count(std::string_view id) {
-    const auto found = std::find_if(run_.counts.begin(), run_.counts.end(),
-                                    [&](const MessageCount& entry) { return entry.id == id; });
-    if (found != run_.counts.end()) {
-        ++found->number;
-    } else {
-        run_.counts.push_back({std::string(id), 1});  // there are not many numbers
+    const auto [place, is_new] = counts_.try_emplace(std::string(id), run_.counts.size());
+    if (is_new) {
+        run_.counts.push_back({std::string(id), 0});
     }
+    ++run_.counts[place->second].number;
 }
 
 void LogReader::startTool() {
@@ -217,7 +229,7 @@ void LogReader::collected(std::string_view text) {
     if (run_.output.empty() || !skip(path, run_.output) || !skip(path, "/")) {
         return;
     }
-    if (unmatched_ == 1) {
+    if (unmatched_ == 1 && path.size() <= LONGEST_PATH) {
         outputs_.back() = path;
     }
     unmatched_ = 0;
@@ -279,10 +291,11 @@ void IndexReader::line(std::string_view text) {
     } else if (skip(text, "DESC:")) {
         record.description += record.description.empty() ? "" : "; ";
         record.description += text;
+        record.description.resize(std::min(record.description.size(), LONGEST_TEXT));
     } else if (skip(text, "DATE:")) {
-        record.date = text;
+        record.date = text.substr(0, LONGEST_TEXT);
     } else if (skip(text, "TYPE:")) {
-        record.type = text;
+        record.type = text.substr(0, LONGEST_TEXT);
     }
 }
 

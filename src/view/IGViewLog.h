@@ -40,6 +40,7 @@ class LogReader {
     bool in_tool_ = false;              // between the start and the end of the last tool
     std::size_t unmatched_ = 0;         // tools that ended since the last output was collected
     std::vector<std::string> outputs_;  // of the tools, by their numbers: names of items
+    std::unordered_map<std::string, std::size_t> counts_;  // places in RunLog::counts
 };
 
 /// Takes the lines of "quendil_index" in their order.

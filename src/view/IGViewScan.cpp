@@ -12,6 +12,11 @@
 namespace {
 
 constexpr std::size_t BLOCK_BYTES = std::size_t{256} * 1024;
+// A name that no call of the system takes: of a member or of what a link leads to, the rest is left
+// out.
+constexpr std::size_t LONGEST_NAME = 4096;
+// Bytes of all names: more of them would take all memory.
+constexpr std::size_t MOST_NAME_BYTES = std::size_t{16} * 1024 * 1024;
 constexpr const char* RUN_LOG = "quendil.log";
 constexpr const char* INDEX = "quendil_index";
 
@@ -44,6 +49,7 @@ class Scan {
         Member member;
         ArchiveReader::Step step = ArchiveReader::Step::END;
         while (!stopped_ && (step = archive_.next(member)) == ArchiveReader::Step::MEMBER) {
+            limitNames(member);
             if (result_.items.empty()) {
                 result_.name = topOf(member);
             }
@@ -69,8 +75,18 @@ class Scan {
         return is_directory && top != ".." ? top : "";
     }
 
+    void limitNames(Member& member) {
+        for (std::string* name : {&member.name, &member.link_target}) {
+            if (name->size() > LONGEST_NAME) {
+                name->resize(LONGEST_NAME);
+                ++cut_names_;
+            }
+        }
+    }
+
     void add(const Member& member) {
-        if (result_.items.size() == MOST_ITEMS) {
+        name_bytes_ += member.name.size() + member.link_target.size();
+        if (result_.items.size() == MOST_ITEMS || name_bytes_ > MOST_NAME_BYTES) {
             ++result_.omitted;
             return;
         }
@@ -162,9 +178,16 @@ class Scan {
         log_.finish(numbers);
         if (result_.omitted > 0) {
             damaged(std::to_string(result_.omitted) +
-                    " more members of the archive are not shown: "
-                    "it has more than " +
-                    std::to_string(MOST_ITEMS) + ".");
+                    " more members of the archive are not shown: it has more than " +
+                    (result_.items.size() == MOST_ITEMS
+                         ? std::to_string(MOST_ITEMS)
+                         : std::to_string(MOST_NAME_BYTES) + " bytes of names") +
+                    ".");
+        }
+        if (cut_names_ > 0) {
+            damaged(counted(cut_names_, "name") + " of members or links " +
+                    (cut_names_ == 1 ? "is" : "are") + " longer than " +
+                    std::to_string(LONGEST_NAME) + " bytes. The rest is not shown.");
         }
         if (result_.run.log == NONE) {
             result_.notices.emplace_back(
@@ -182,6 +205,8 @@ class Scan {
     IndexReader index_;
     std::vector<char> buffer_ = std::vector<char>(BLOCK_BYTES);
     std::size_t unreadable_ = 0;
+    std::size_t name_bytes_ = 0;
+    std::size_t cut_names_ = 0;
     bool stopped_ = false;
 };
 

@@ -184,6 +184,26 @@ TEST(IGViewLog, ReadsTimes) {
     }
 }
 
+// A small archive may have a log whose texts would fill all memory, or a page of gigabytes.
+TEST(IGViewLog, CutsLongTextsAndLongLists) {
+    std::string text =
+        "ZEPA205-I:Summary of parameters.\n    Output path of collected information = "
+        "/data/vm_261123162538\n";
+    for (int number = 0; number < 2000; ++number) {
+        text += "    TARGET = t" + std::to_string(number) +
+                "\n    PP_GROUP = " + std::string(1000, 'g') + "\n";
+    }
+    const std::string name(5000, 'n');
+    text += tool(std::string(9000, 'c'), "16:25:40", "16:25:41") + output(name);
+    const RunLog run = runOf(text, {name});
+    EXPECT_EQ(run.targets.size(), 1000U);
+    EXPECT_EQ(run.targets.back(), "t999");
+    EXPECT_EQ(run.groups.size(), 1000U);
+    EXPECT_EQ(run.groups.back().size(), LONGEST_EXCERPT);
+    EXPECT_EQ(run.tools.at(0).command.size(), 4096U);
+    EXPECT_EQ(run.tools.at(0).item, NONE);
+}
+
 class IGViewIndex : public testing::Test {
   protected:
     void read(const std::vector<std::string>& lines) {
@@ -212,6 +232,16 @@ TEST_F(IGViewIndex, HasTheDescriptionOfEveryFile) {
 TEST_F(IGViewIndex, FindsANameWithControlCharacters) {
     read({"quendil", "quendil", "", R"(FILE:log/a\012b\033c)", "DESC:Hostile"});
     EXPECT_EQ(reader_.recordOf("log/a\nb\033c"), 0U);
+}
+
+// Each of very many items may have the same record.
+TEST_F(IGViewIndex, CutsLongTexts) {
+    const std::string text(1000, 'x');
+    read({"quendil", "quendil", "", "FILE:a", "DESC:" + text, "DESC:" + text, "DATE:" + text,
+          "TYPE:" + text});
+    EXPECT_EQ(records_[0].description, text.substr(0, LONGEST_EXCERPT));
+    EXPECT_EQ(records_[0].date, text.substr(0, LONGEST_EXCERPT));
+    EXPECT_EQ(records_[0].type, text.substr(0, LONGEST_EXCERPT));
 }
 
 TEST_F(IGViewIndex, TakesABoundedAmountOfMemory) {

@@ -114,6 +114,32 @@ TEST_F(IGViewScan, CountsMembersBeyondTheMostThatItLists) {
     EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("3 more members")));
 }
 
+TEST_F(IGViewScan, CutsLongNames) {
+    ASSERT_TRUE(scan(ArchiveText()
+                         .file("top/" + std::string(4092, 'a'), "")
+                         .file("top/" + std::string(4093, 'b'), "")
+                         .link("top/c", std::string(5000, 'd'))
+                         .end()));
+    EXPECT_THAT(names(), ElementsAre(std::string(4092, 'a'), std::string(4092, 'b'), "c"));
+    EXPECT_EQ(result_.items[2].link_target, std::string(4096, 'd'));
+    EXPECT_TRUE(result_.damaged);
+    EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("2 names of members or links are")));
+}
+
+TEST_F(IGViewScan, CountsMembersWhoseNamesWouldTakeTooMuchMemory) {
+    constexpr std::size_t LENGTH = 4000;
+    constexpr std::size_t LISTED = 16 * 1024 * 1024 / LENGTH;
+    ArchiveText text;
+    for (std::size_t number = 0; number < LISTED + 2; ++number) {
+        const std::string name = "top/" + std::to_string(number);
+        text.file(name + std::string(LENGTH - name.size(), 'x'), "");
+    }
+    ASSERT_TRUE(scan(text.end()));
+    EXPECT_EQ(result_.items.size(), LISTED);
+    EXPECT_EQ(result_.omitted, 2U);
+    EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("16777216 bytes of names")));
+}
+
 TEST_F(IGViewScan, ReadsADirectoryThatWasNotPacked) {
     std::filesystem::create_directories(path("vm_26/system"));
     writeText(path("vm_26/system/uname.txt"), "Linux\n");
