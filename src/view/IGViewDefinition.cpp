@@ -1,6 +1,8 @@
 #include "view/IGViewDefinition.h"
 
 #include <algorithm>
+#include <bit>
+#include <charconv>
 #include <utility>
 #include <vector>
 
@@ -35,11 +37,15 @@ class Reader {
     Query query();
     Measure measure(const Query& query);
     Template form(const char* key, bool needed, bool one_match);
+    std::vector<Template> forms(const char* key, std::size_t expressions);
     void needCapture(const std::string& name);
+    void addName(const char* name) { names_.emplace_back(name); }
 
     Keys keys;
 
   private:
+    Template form(const char* key, const std::string& text, bool one_match);
+
     bool check_;
     std::vector<std::string> names_{"item", "file"};  // that templates may use
 };
@@ -70,11 +76,12 @@ void Reader::needCapture(const std::string& name) {
 
 Measure Reader::measure(const Query& query) {
     Measure measure;
-    measure.date = keys.text("date");
+    measure.date = keys.texts("date");
     if (const nlohmann::json* object = keys.object("of"); object != nullptr) {
         Reader other(*object, "\"of\"", check_);
         measure.of = other.query();
         other.needCapture("value");
+        addName("of");
         std::string why;
         if (!other.keys.end(why)) {
             keys.fail(why);
@@ -88,7 +95,24 @@ Measure Reader::measure(const Query& query) {
 }
 
 Template Reader::form(const char* key, bool needed, bool one_match) {
-    const std::string text = needed ? keys.neededText(key) : keys.text(key);
+    return form(key, needed ? keys.neededText(key) : keys.text(key), one_match);
+}
+
+// One text, or one for each expression.
+std::vector<Template> Reader::forms(const char* key, std::size_t expressions) {
+    const std::vector<std::string> texts = keys.neededTexts(key);
+    if (texts.size() > 1 && texts.size() != expressions) {
+        keys.fail('"' + std::string(key) + "\" is one text, or one for each expression in \"find\"");
+    }
+    std::vector<Template> result;
+    result.reserve(texts.size());
+    for (const std::string& text : texts) {
+        result.push_back(form(key, text, false));
+    }
+    return result;
+}
+
+Template Reader::form(const char* key, const std::string& text, bool one_match) {
     std::string mistake;
     Template result(text, &mistake);
     if (!mistake.empty()) {
@@ -104,6 +128,29 @@ Template Reader::form(const char* key, bool needed, bool one_match) {
 
 // --- the four kinds ---
 
+// "bits" is a number, or an object with a name for each bit.
+void readBits(Reader& reader, RuleDefinition& rule) {
+    Keys& keys = reader.keys;
+    if (!keys.isObject("bits")) {
+        rule.bits = keys.count("bits", 0);
+        return;
+    }
+    for (const auto& [bit, name] : keys.object("bits")->items()) {
+        std::uint64_t number = 0;
+        const char* const end = bit.data() + bit.size();
+        const auto [rest, error] = std::from_chars(bit.data(), end, number);
+        if (error != std::errc() || rest != end || !std::has_single_bit(number) ||
+            !name.is_string()) {
+            keys.fail("\"bits\" must have a text for each bit, such as \"16\"");
+            return;
+        }
+        rule.bits |= number;
+        rule.names_of_bits.emplace_back(number, name.get<std::string>());
+    }
+    std::sort(rule.names_of_bits.begin(), rule.names_of_bits.end());
+    reader.addName("bits");
+}
+
 void read(Reader& reader, RuleDefinition& rule) {
     Keys& keys = reader.keys;
     rule.weight = static_cast<Weight>(keys.word("weight", {"critical", "warning", "notice"}, true));
@@ -111,14 +158,16 @@ void read(Reader& reader, RuleDefinition& rule) {
     rule.remedy = keys.neededText("remedy");
     rule.query = reader.query();
     rule.measure = reader.measure(rule.query);
-    rule.text = reader.form("text", true, false);
     rule.above = keys.number("above");
     rule.below = keys.number("below");
-    rule.bits = keys.count("bits", 0);
+    readBits(reader, rule);
+    rule.texts = reader.forms("text", rule.query.find.size());
     rule.at_least = keys.count("at_least", 1);
     rule.absent = keys.flag("absent");
     rule.same = keys.flag("same");
-    if (rule.absent && (rule.measured() || !rule.text.names().empty())) {
+    const bool has_captures = std::any_of(rule.texts.begin(), rule.texts.end(),
+                                          [](const Template& t) { return !t.names().empty(); });
+    if (rule.absent && (rule.measured() || has_captures || rule.texts.size() > 1)) {
         keys.fail("\"absent\" is found without a match: it has no captures and no numbers");
     } else if (rule.measured()) {
         reader.needCapture("value");

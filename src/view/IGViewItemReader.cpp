@@ -141,6 +141,7 @@ bool ItemReader::findIn(std::size_t query, std::string_view text) {
                        ? expression.matches(text, match_.captures_, match_.begin)
                        : expression.matches(text);
         });
+    match_.expression = number - expressions.first - 1;
     if (!found) {
         return false;
     }

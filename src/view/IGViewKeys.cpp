@@ -113,6 +113,11 @@ bool Keys::flag(const char* key) {
     return value != nullptr && value->get<bool>();
 }
 
+bool Keys::isObject(const char* key) const {
+    const auto found = object_.find(key);
+    return found != object_.end() && found->is_object();
+}
+
 const nlohmann::json* Keys::object(const char* key) {
     const nlohmann::json* value = find(key);
     if (value != nullptr && !value->is_object()) {

@@ -31,6 +31,8 @@ class Keys {
     std::size_t count(const char* key, std::size_t otherwise);
     /// true or false; false if the key is not there.
     bool flag(const char* key);
+    /// Whether the key is there with an object.
+    [[nodiscard]] bool isObject(const char* key) const;
     /// An object or null if the key is not there.
     const nlohmann::json* object(const char* key);
     /// A list or null if the key is not there.

@@ -39,8 +39,9 @@ class Match {
     [[nodiscard]] const auto& captures() const { return captures_; }
 
     std::string_view line;
-    std::size_t begin = 0;     // where the match begins in the line
-    std::uint64_t number = 0;  // of the line, from 1
+    std::size_t expression = 0;  // which one of Query::find
+    std::size_t begin = 0;       // where the match begins in the line
+    std::uint64_t number = 0;    // of the line, from 1
 
   private:
     friend class ItemReader;

@@ -18,20 +18,22 @@
 struct Measure {
     bool percent = false;     // of the capture `of`, or of the value of the query `of`
     std::optional<Query> of;  // with a capture `value`
-    std::string date;  // a format of strptime(3): `value` is a date, and the number the days to it
+    // Formats of strptime(3): `value` is a date by the first one that fits, the number the days to it
+    std::vector<std::string> date;
 };
 
 struct RuleDefinition {
     std::string name;
     Weight weight = Weight::NOTICE;
     std::string title;
-    Template text;
+    std::vector<Template> texts;  // one, or one for each expression of `query.find`
     std::string remedy;
     Query query;
     Measure measure;
     std::optional<double> above;
     std::optional<double> below;
     std::uint64_t bits = 0;  // the value has one of them
+    std::vector<std::pair<std::uint64_t, std::string>> names_of_bits;
     std::size_t at_least = 1;
     bool absent = false;  // found if an item answers and no line matches
     bool same = false;    // the items tell the same: only the first one with a match counts

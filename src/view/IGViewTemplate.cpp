@@ -25,6 +25,12 @@ std::string listed(std::vector<std::string> values) {
     return distinct.size() > MOST_LISTED ? text + ", ..." : text;
 }
 
+// A number as a size; what is no number stays as it is.
+std::string sizeOf(const std::string& value, double factor) {
+    const auto number = readNumber(value);
+    return number ? shownBytes(*number * factor) : value;
+}
+
 bool isName(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
         return std::isalnum(c) != 0 || c == '_';
@@ -33,14 +39,55 @@ bool isName(std::string_view text) {
 
 }  // namespace
 
+Template::Part Template::plainPart(std::string text) {
+    Part part;
+    part.text = std::move(text);
+    return part;
+}
+
+// {NAME}, {NAME KiB}
+Template::Part Template::capture(std::string_view inside, std::string* mistake) {
+    const std::size_t blank = inside.find(' ');
+    const std::string_view name = inside.substr(0, blank);
+    const std::string_view unit =
+        blank == std::string_view::npos ? std::string_view() : inside.substr(blank + 1);
+    Part part;
+    part.text = name;
+    part.kind = Part::Kind::CAPTURE;
+    if (unit == "bytes" || unit == "KiB" || unit == "MiB") {
+        part.kind = Part::Kind::BYTES;
+        part.factor = unit == "bytes" ? 1 : unit == "KiB" ? 1024.0 : 1024.0 * 1024;
+    } else if ((!unit.empty() || !isName(name)) && mistake != nullptr) {
+        *mistake = "{" + std::string(inside) + "} is no place for a capture";
+    }
+    return part;
+}
+
+// What follows "each": one name, or a text with names in square brackets.
+std::vector<Template::Part> Template::partsOfEach(std::string_view inside, std::string* mistake) {
+    std::vector<Part> parts;
+    while (!inside.empty()) {
+        const std::size_t open = inside.find('[');
+        const std::size_t close = inside.find(']', open);
+        parts.push_back(plainPart(std::string(inside.substr(0, open))));
+        if (close == std::string_view::npos) {
+            break;
+        }
+        parts.push_back(capture(inside.substr(open + 1, close - open - 1), mistake));
+        inside.remove_prefix(close + 1);
+    }
+    if (parts.size() < 2 && mistake != nullptr) {
+        *mistake = "{each ...} needs a name, or names in square brackets";
+    }
+    return parts;
+}
+
 Template::Part Template::place(std::string_view inside, std::string* mistake) {
     const std::size_t blank = inside.find(' ');
     const std::string_view first = inside.substr(0, blank);
     const std::string_view rest =
         blank == std::string_view::npos ? std::string_view() : inside.substr(blank + 1);
     Part part;
-    part.text = first;
-    part.kind = Part::Kind::CAPTURE;
     if (first == "count") {
         const std::size_t bar = rest.find('|');
         part.kind = Part::Kind::COUNT;
@@ -48,14 +95,12 @@ Template::Part Template::place(std::string_view inside, std::string* mistake) {
         part.many = bar == std::string_view::npos ? part.one : rest.substr(bar + 1);
     } else if (first == "each" && isName(rest)) {
         part.kind = Part::Kind::EACH;
-        part.text = rest;
-    } else if (rest == "bytes" || rest == "KiB" || rest == "MiB") {
-        part.kind = Part::Kind::BYTES;
-        part.factor = rest == "bytes" ? 1 : rest == "KiB" ? 1024.0 : 1024.0 * 1024;
-    } else if (!rest.empty() || !isName(first)) {
-        if (mistake != nullptr) {
-            *mistake = "{" + std::string(inside) + "} is no place for a capture";
-        }
+        part.inside = {capture(rest, mistake)};
+    } else if (first == "each" && !rest.empty()) {
+        part.kind = Part::Kind::EACH;
+        part.inside = partsOfEach(rest, mistake);
+    } else {
+        part = capture(inside, mistake);
     }
     return part;
 }
@@ -81,11 +126,37 @@ Template::Template(std::string_view text, std::string* mistake) {
             }
             return;
         }
-        parts_.push_back({.text = std::exchange(plain, {}), .one = {}, .many = {}});
+        parts_.push_back(plainPart(std::exchange(plain, {})));
         parts_.push_back(place(text.substr(0, end), mistake));
         text.remove_prefix(end + 1);
     }
-    parts_.push_back({.text = plain, .one = {}, .many = {}});
+    parts_.push_back(plainPart(plain));
+}
+
+// The texts of all matches; one whose captures are all empty is empty.
+std::vector<std::string> Template::valuesOf(const Part& each, const TemplateValues& values) {
+    std::vector<std::string> texts;
+    std::vector<bool> filled;
+    for (const Part& part : each.inside) {
+        if (part.kind == Part::Kind::TEXT) {
+            continue;
+        }
+        filled.resize(values.all(part.text).size());
+        texts.resize(filled.size());
+    }
+    for (const Part& part : each.inside) {
+        const std::vector<std::string> all =
+            part.kind == Part::Kind::TEXT ? std::vector(texts.size(), part.text)
+                                          : values.all(part.text);
+        for (std::size_t i = 0; i < std::min(texts.size(), all.size()); ++i) {
+            texts[i] += part.kind == Part::Kind::BYTES ? sizeOf(all[i], part.factor) : all[i];
+            filled[i] = filled[i] || (part.kind != Part::Kind::TEXT && !all[i].empty());
+        }
+    }
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        texts[i] = filled[i] ? texts[i].substr(0, texts[i].find_last_not_of(' ') + 1) : "";
+    }
+    return texts;
 }
 
 std::string Template::filled(const TemplateValues& values) const {
@@ -98,14 +169,11 @@ std::string Template::filled(const TemplateValues& values) const {
             case Part::Kind::CAPTURE:
                 text += values.one(part.text);
                 break;
-            case Part::Kind::BYTES: {
-                const std::string value = values.one(part.text);
-                const auto number = readNumber(value);
-                text += number ? shownBytes(*number * part.factor) : value;
+            case Part::Kind::BYTES:
+                text += sizeOf(values.one(part.text), part.factor);
                 break;
-            }
             case Part::Kind::EACH:
-                text += listed(values.all(part.text));
+                text += listed(valuesOf(part, values));
                 break;
             case Part::Kind::COUNT:
                 text += std::to_string(values.count);
@@ -118,10 +186,14 @@ std::string Template::filled(const TemplateValues& values) const {
 
 std::vector<std::string> Template::names() const {
     std::vector<std::string> names;
-    for (const Part& part : parts_) {
-        if (part.kind != Part::Kind::TEXT && part.kind != Part::Kind::COUNT) {
+    const auto add = [&](const Part& part) {
+        if (part.kind == Part::Kind::CAPTURE || part.kind == Part::Kind::BYTES) {
             names.push_back(part.text);
         }
+    };
+    for (const Part& part : parts_) {
+        add(part);
+        std::for_each(part.inside.begin(), part.inside.end(), add);
     }
     return names;
 }

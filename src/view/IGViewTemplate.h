@@ -12,15 +12,15 @@
 struct TemplateValues {
     /// The value of a capture or of `value`.
     std::function<std::string(std::string_view)> one;
-    /// The values of a capture in all matches that are known; may be empty where no list is
-    /// allowed.
+    /// The values of a capture in all matches that are known, in their order; may be empty where no
+    /// list is allowed.
     std::function<std::vector<std::string>(std::string_view)> all;
     std::size_t count = 0;
 };
 
 /// A text with places: {NAME} a capture, {NAME KiB}, {NAME MiB} or {NAME bytes} a size that people
-/// can read, {each NAME} the first values that differ, {count} how many, {count ONE|MANY} the same
-/// with a word.
+/// can read, {each NAME} the first values that differ, {each [NAME] of [NAME KiB]} the same of texts
+/// that several captures make together, {count} how many, {count ONE|MANY} the same with a word.
 /// "{{" is a brace.
 class Template {
   public:
@@ -40,9 +40,14 @@ class Template {
         std::string text;  // the text itself, or the name of the capture
         std::string one;   // of COUNT
         std::string many;
-        double factor = 1;  // of BYTES
+        double factor = 1;         // of BYTES
+        std::vector<Part> inside;  // of EACH
     };
     static Part place(std::string_view inside, std::string* mistake);
+    static Part plainPart(std::string text);
+    static Part capture(std::string_view inside, std::string* mistake);
+    static std::vector<Part> partsOfEach(std::string_view inside, std::string* mistake);
+    static std::vector<std::string> valuesOf(const Part& each, const TemplateValues& values);
 
     std::vector<Part> parts_;
 };

@@ -107,7 +107,19 @@ void OfTaker::answered(const CurrentItem& item, Answer answer, const std::string
 // --- rules ---
 
 RuleTaker::RuleTaker(const RuleDefinition& rule)
-    : definition_(rule), seen_(rule.query.items.size()) {
+    : definition_(rule), seen_(rule.query.items.size(), Seen(rule.texts.size())) {
+}
+
+std::size_t RuleTaker::Seen::count() const {
+    std::size_t count = 0;
+    for (const Matches& matches : by_form) {
+        count += matches.count;
+    }
+    return count;
+}
+
+std::size_t RuleTaker::formOf(const Match& match) const {
+    return definition_.texts.size() > 1 ? match.expression : 0;
 }
 
 // Whether a match can be compared only after all items.
@@ -128,8 +140,12 @@ bool RuleTaker::counts(double value) const {
 std::optional<double> RuleTaker::valueOf(const Match& match) const {
     const Measure& measure = definition_.measure;
     if (!measure.date.empty()) {
-        const auto date = readDate(match["value"], measure.date);
-        return date ? std::optional(static_cast<double>(*date)) : std::nullopt;
+        for (const std::string& format : measure.date) {
+            if (const auto date = readDate(match["value"], format)) {
+                return static_cast<double>(*date);
+            }
+        }
+        return {};
     }
     const std::optional<double> value = readNumber(match["value"]);
     if (!value || !measure.percent || measure.of) {
@@ -146,41 +162,44 @@ Want RuleTaker::take(const CurrentItem& item, std::uint32_t wildcard, const Matc
         return Want::CAPTURES;
     }
     if (seen.candidates.size() < MOST_PLACES) {
-        add(seen, {Kept(item, match), 0});
+        add(seen, {Kept(item, match), formOf(match), 0});
         return Want::CAPTURES;
     }
-    ++seen.count;
+    ++seen.by_form[formOf(match)].count;
     return Want::COUNT;
 }
 
 void RuleTaker::takeNumber(Seen& seen, const CurrentItem& item, const Match& match) {
     const std::optional<double> value = valueOf(match);
+    const std::size_t form = formOf(match);
     if (!value) {
         return;
     }
     if (waits()) {
         if (seen.candidates.size() < MOST_CANDIDATES) {
-            seen.candidates.push_back({Kept(item, match), *value});
+            seen.candidates.push_back({Kept(item, match), form, *value});
         }
     } else if (counts(*value)) {
-        if (seen.candidates.size() < MOST_PLACES || isWorse(*value, seen)) {
-            add(seen, {Kept(item, match), *value});
+        if (seen.candidates.size() < MOST_PLACES || isWorse(*value, seen.by_form[form])) {
+            add(seen, {Kept(item, match), form, *value});
         } else {
-            ++seen.count;
+            ++seen.by_form[form].count;
         }
     }
 }
 
 // Whether no value so far is as bad.
-bool RuleTaker::isWorse(double value, const Seen& seen) const {
+bool RuleTaker::isWorse(double value, const Matches& matches) const {
+    const std::optional<Candidate>& extreme = matches.extreme;
     const bool largest = definition_.above && definition_.measure.date.empty();
-    return !seen.extreme || (largest ? value > seen.extreme->value : value < seen.extreme->value);
+    return !extreme || (largest ? value > extreme->value : value < extreme->value);
 }
 
 void RuleTaker::add(Seen& seen, Candidate candidate) {
-    ++seen.count;
-    if (isWorse(candidate.value, seen)) {
-        seen.extreme = candidate;
+    Matches& matches = seen.by_form[candidate.form];
+    ++matches.count;
+    if (isWorse(candidate.value, matches)) {
+        matches.extreme = candidate;
     }
     if (seen.candidates.size() < MOST_PLACES) {
         seen.candidates.push_back(std::move(candidate));
@@ -215,15 +234,19 @@ void RuleTaker::settle(const Result& result) {
 
 // All matches together, in the order of the archive; of items that tell the same, those of one.
 RuleTaker::Seen RuleTaker::gathered() const {
-    Seen all;
+    Seen all(definition_.texts.size());
     for (const Seen& seen : seen_) {
-        if (definition_.same && seen.count >= definition_.at_least) {
+        if (definition_.same && seen.count() >= definition_.at_least) {
             return seen;
         }
-        all.count += definition_.same ? 0 : seen.count;
         all.candidates.insert(all.candidates.end(), seen.candidates.begin(), seen.candidates.end());
-        if (seen.extreme && isWorse(seen.extreme->value, all)) {
-            all.extreme = seen.extreme;
+        for (std::size_t form = 0; form < all.by_form.size(); ++form) {
+            Matches& matches = all.by_form[form];
+            const Matches& more = seen.by_form[form];
+            matches.count += definition_.same ? 0 : more.count;
+            if (more.extreme && isWorse(more.extreme->value, matches)) {
+                matches.extreme = more.extreme;
+            }
         }
     }
     std::stable_sort(all.candidates.begin(), all.candidates.end(),
@@ -239,27 +262,57 @@ std::string RuleTaker::unsettled(const Result& result) const {
                                             : "the run log does not say when the run began";
 }
 
-std::string RuleTaker::textOf(const Seen& seen) const {
-    const bool computed = definition_.measure.percent || !definition_.measure.date.empty();
-    const auto value = [&](const Candidate& candidate, std::string_view name) {
-        return computed && name == "value" ? shortNumber(candidate.value)
-                                           : candidate.kept.capture(name);
-    };
-    if (seen.candidates.empty()) {
-        return definition_.text.filled({});
+std::string RuleTaker::namesOfBits(double value) const {
+    std::string names;
+    for (const auto& [bit, name] : definition_.names_of_bits) {
+        if ((static_cast<std::uint64_t>(value) & bit) != 0) {
+            names += (names.empty() ? "" : ", ") + name;
+        }
     }
-    const Candidate& worst = seen.extreme ? *seen.extreme : seen.candidates.front();
-    return definition_.text.filled(
-        {.one = [&](std::string_view name) { return value(worst, name); },
-         .all =
+    return names;
+}
+
+std::string RuleTaker::valueIn(const Candidate& candidate, std::string_view name) const {
+    const Measure& measure = definition_.measure;
+    if (name == "value" && (measure.percent || !measure.date.empty())) {
+        return shortNumber(candidate.value);
+    }
+    if (name == "of" && of_.value) {
+        return shortNumber(*of_.value);
+    }
+    return name == "bits" && !definition_.names_of_bits.empty() ? namesOfBits(candidate.value)
+                                                                : candidate.kept.capture(name);
+}
+
+// What one of several texts tells about its matches.
+std::string RuleTaker::textOf(const Seen& seen, std::size_t form) const {
+    const auto all = [&](std::string_view name) {
+        std::vector<std::string> values;
+        for (const Candidate& candidate : seen.candidates) {
+            if (candidate.form == form) {
+                values.push_back(valueIn(candidate, name));
+            }
+        }
+        return values;
+    };
+    const Matches& matches = seen.by_form[form];
+    return definition_.texts[form].filled(
+        {.one =
              [&](std::string_view name) {
-                 std::vector<std::string> values;
-                 for (const Candidate& candidate : seen.candidates) {
-                     values.push_back(value(candidate, name));
-                 }
-                 return values;
+                 return matches.extreme ? valueIn(*matches.extreme, name) : std::string();
              },
-         .count = seen.count});
+         .all = all,
+         .count = matches.count});
+}
+
+std::string RuleTaker::textOf(const Seen& seen) const {
+    std::string text;
+    for (std::size_t form = 0; form < definition_.texts.size(); ++form) {
+        if (seen.by_form[form].count > 0 || definition_.absent) {
+            text += (text.empty() ? "" : " ") + textOf(seen, form);
+        }
+    }
+    return text;
 }
 
 Finding RuleTaker::finding(const Result& result) {
@@ -271,12 +324,13 @@ Finding RuleTaker::finding(const Result& result) {
     finding.rule = definition_.name;
     finding.title = definition_.title;
     finding.weight = definition_.weight;
-    const bool found = seen.count > 0 && seen.count >= definition_.at_least;
-    if (definition_.absent ? seen.count == 0 && answers_.full(result) : found) {
+    const std::size_t count = seen.count();
+    const bool found = count > 0 && count >= definition_.at_least;
+    if (definition_.absent ? count == 0 && answers_.full(result) : found) {
         finding.verdict = Verdict::FOUND;
         finding.text = textOf(seen);
         finding.remedy = definition_.remedy;
-        finding.found = seen.count;
+        finding.found = count;
         std::transform(seen.candidates.begin(), seen.candidates.end(),
                        std::back_inserter(finding.places),
                        [](const Candidate& candidate) { return candidate.kept.place; });
@@ -286,7 +340,7 @@ Finding RuleTaker::finding(const Result& result) {
         }
     } else if (waiting_) {
         finding.text = unsettled(result);
-    } else if (answers_.full(result) || (definition_.absent && seen.count > 0)) {
+    } else if (answers_.full(result) || (definition_.absent && count > 0)) {
         finding.verdict = Verdict::CLEAR;
     } else {
         finding.text = answers_.why(definition_.query, result);

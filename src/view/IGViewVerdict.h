@@ -87,23 +87,34 @@ class RuleTaker : public Taker {
   private:
     struct Candidate {
         Kept kept;
-        double value = 0;  // as it was read; what is compared later, if it must wait
+        std::size_t form = 0;  // which one of the texts tells about it
+        double value = 0;      // as it was read; what is compared later, if it must wait
     };
-    struct Seen {
-        std::vector<Candidate> candidates;
+    struct Matches {
         std::optional<Candidate> extreme;  // the largest or smallest value
         std::size_t count = 0;
     };
+    struct Seen {
+        explicit Seen(std::size_t forms) : by_form(forms) {}
+        [[nodiscard]] std::size_t count() const;
+
+        std::vector<Candidate> candidates;
+        std::vector<Matches> by_form;
+    };
+    [[nodiscard]] std::size_t formOf(const Match& match) const;
     [[nodiscard]] bool waits() const;
     [[nodiscard]] bool counts(double value) const;
     [[nodiscard]] std::optional<double> valueOf(const Match& match) const;
     void takeNumber(Seen& seen, const CurrentItem& item, const Match& match);
-    [[nodiscard]] bool isWorse(double value, const Seen& seen) const;
+    [[nodiscard]] bool isWorse(double value, const Matches& matches) const;
     void add(Seen& seen, Candidate candidate);
     void settle(const Result& result);
     [[nodiscard]] Seen gathered() const;
     [[nodiscard]] std::string unsettled(const Result& result) const;
     [[nodiscard]] std::string textOf(const Seen& seen) const;
+    [[nodiscard]] std::string textOf(const Seen& seen, std::size_t form) const;
+    [[nodiscard]] std::string valueIn(const Candidate& candidate, std::string_view name) const;
+    [[nodiscard]] std::string namesOfBits(double value) const;
 
     const RuleDefinition& definition_;
     std::vector<Seen> seen_;  // by wildcard
