@@ -102,7 +102,8 @@ Template Reader::form(const char* key, bool needed, bool one_match) {
 std::vector<Template> Reader::forms(const char* key, std::size_t expressions) {
     const std::vector<std::string> texts = keys.neededTexts(key);
     if (texts.size() > 1 && texts.size() != expressions) {
-        keys.fail('"' + std::string(key) + "\" is one text, or one for each expression in \"find\"");
+        keys.fail('"' + std::string(key) +
+                  "\" is one text, or one for each expression in \"find\"");
     }
     std::vector<Template> result;
     result.reserve(texts.size());

@@ -18,7 +18,8 @@
 struct Measure {
     bool percent = false;     // of the capture `of`, or of the value of the query `of`
     std::optional<Query> of;  // with a capture `value`
-    // Formats of strptime(3): `value` is a date by the first one that fits, the number the days to it
+    // Formats of strptime(3): `value` is a date by the first one that fits, the number the days to
+    // it
     std::vector<std::string> date;
 };
 

@@ -145,9 +145,9 @@ std::vector<std::string> Template::valuesOf(const Part& each, const TemplateValu
         texts.resize(filled.size());
     }
     for (const Part& part : each.inside) {
-        const std::vector<std::string> all =
-            part.kind == Part::Kind::TEXT ? std::vector(texts.size(), part.text)
-                                          : values.all(part.text);
+        const std::vector<std::string> all = part.kind == Part::Kind::TEXT
+                                                 ? std::vector(texts.size(), part.text)
+                                                 : values.all(part.text);
         for (std::size_t i = 0; i < std::min(texts.size(), all.size()); ++i) {
             texts[i] += part.kind == Part::Kind::BYTES ? sizeOf(all[i], part.factor) : all[i];
             filled[i] = filled[i] || (part.kind != Part::Kind::TEXT && !all[i].empty());

@@ -19,8 +19,9 @@ struct TemplateValues {
 };
 
 /// A text with places: {NAME} a capture, {NAME KiB}, {NAME MiB} or {NAME bytes} a size that people
-/// can read, {each NAME} the first values that differ, {each [NAME] of [NAME KiB]} the same of texts
-/// that several captures make together, {count} how many, {count ONE|MANY} the same with a word.
+/// can read, {each NAME} the first values that differ, {each [NAME] of [NAME KiB]} the same of
+/// texts that several captures make together, {count} how many, {count ONE|MANY} the same with a
+/// word.
 /// "{{" is a brace.
 class Template {
   public:

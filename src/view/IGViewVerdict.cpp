@@ -296,13 +296,14 @@ std::string RuleTaker::textOf(const Seen& seen, std::size_t form) const {
         return values;
     };
     const Matches& matches = seen.by_form[form];
-    return definition_.texts[form].filled(
-        {.one =
-             [&](std::string_view name) {
-                 return matches.extreme ? valueIn(*matches.extreme, name) : std::string();
-             },
-         .all = all,
-         .count = matches.count});
+    return definition_.texts[form].filled({.one =
+                                               [&](std::string_view name) {
+                                                   return matches.extreme
+                                                              ? valueIn(*matches.extreme, name)
+                                                              : std::string();
+                                               },
+                                           .all = all,
+                                           .count = matches.count});
 }
 
 std::string RuleTaker::textOf(const Seen& seen) const {

@@ -2,6 +2,9 @@
 //   hit/ITEM   items in which this rule and no other finds something
 //   miss/ITEM  the same items of a machine without the problem
 //   cited      the first place that the rule cites, ITEM:LINE
+//   cases/CASE/ITEM, cases/CASE.text
+//              if there are any: items of another machine, and the exact text of the finding, or
+//              "clear" if it must find nothing
 #include <gmock/gmock.h>
 
 #include <string>
@@ -78,6 +81,21 @@ TEST_P(IGViewRules, DoesNotJudgeWhatAToolCouldNotTell) {
         item.text = "tool: not installed on this machine\n";
     }
     EXPECT_EQ(findingOf(judged(builtIn(), items), GetParam()).verdict, Verdict::NOT_JUDGED);
+}
+
+TEST_P(IGViewRules, TellsEachCaseExactly) {
+    if (!fs::exists(directory_ / "cases")) {
+        return;
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory_ / "cases")) {
+        if (!entry.is_directory()) {
+            continue;
+        }
+        const Finding finding = findingOf(judged(builtIn(), itemsBelow(entry.path())), GetParam());
+        const std::string text = finding.verdict == Verdict::CLEAR ? "clear" : finding.text;
+        EXPECT_EQ(text + '\n', contentOf(entry.path().string() + ".text")) << entry.path();
+        EXPECT_NE(finding.verdict, Verdict::NOT_JUDGED) << entry.path();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Rule, IGViewRules, testing::ValuesIn(namesOfRules()), nameOfParameter);
