@@ -136,17 +136,21 @@ void readBits(Reader& reader, RuleDefinition& rule) {
         rule.bits = keys.count("bits", 0);
         return;
     }
+    const std::string mistake = "\"bits\" must have a text for each bit, such as \"16\"";
     for (const auto& [bit, name] : keys.object("bits")->items()) {
         std::uint64_t number = 0;
         const char* const end = bit.data() + bit.size();
         const auto [rest, error] = std::from_chars(bit.data(), end, number);
         if (error != std::errc() || rest != end || !std::has_single_bit(number) ||
             !name.is_string()) {
-            keys.fail("\"bits\" must have a text for each bit, such as \"16\"");
+            keys.fail(mistake);
             return;
         }
         rule.bits |= number;
         rule.names_of_bits.emplace_back(number, name.get<std::string>());
+    }
+    if (rule.bits == 0) {
+        keys.fail(mistake);
     }
     std::sort(rule.names_of_bits.begin(), rule.names_of_bits.end());
     reader.addName("bits");

@@ -233,6 +233,30 @@ TEST(IGViewDefinition, ARuleForAMissingLineHasNoCaptures) {
     expectRead(ruleWithText(R"j("bits": 16)j", "(?P<value>1)"));
 }
 
+TEST(IGViewDefinition, TellsThatTheTextsAreNotThoseOfTheExpressions) {
+    const std::string mistake =
+        "rule \"r\": \"text\" is one text, or one for each expression in \"find\"";
+    EXPECT_EQ(mistakeIn(rule(R"j("text": ["a", "b"])j")), mistake);
+    EXPECT_EQ(mistakeIn(rule(R"j("text": ["a", 1])j")), "rule \"r\": \"text\" must be a text");
+    expectRead(rule(R"j("text": ["a"])j"));
+}
+
+TEST(IGViewDefinition, TellsWrongNamesOfBits) {
+    const std::string mistake =
+        "rule \"r\": \"bits\" must have a text for each bit, such as \"16\"";
+    for (const char* bits : {R"j({"3": "a"})j", R"j({"0": "a"})j", R"j({"x": "a"})j",
+                             R"j({"16 ": "a"})j", R"j({"16": 1})j", R"j({"-1": "a"})j", "{}"}) {
+        EXPECT_EQ(mistakeIn(ruleWithText(R"j("bits": )j" + std::string(bits), "(?P<value>1)")),
+                  mistake)
+            << bits;
+    }
+    expectRead(rule(R"j("bits": {"1": "a", "2": "b"}, "text": "{bits}")j", "(?P<value>1)"));
+    EXPECT_EQ(mistakeIn(rule(R"j("bits": 1, "text": "{bits}")j", "(?P<value>1)")),
+              "rule \"r\": no expression captures (?P<bits>...)");
+    EXPECT_EQ(mistakeIn(rule(R"j("text": "{of}")j")),
+              "rule \"r\": no expression captures (?P<of>...)");
+}
+
 TEST(IGViewDefinition, TellsAWrongTemplate) {
     EXPECT_EQ(mistakeIn(rule(R"j("text": "a {value")j", "(?P<value>1)")),
               "rule \"r\": \"text\": a \"{\" without its \"}\"; \"{{\" is a brace");

@@ -220,6 +220,60 @@ TEST(IGViewJudge, ComparesBits) {
     EXPECT_EQ(found(bits, {{"a.txt", "x 99999999999999999999\n"}}).verdict, Verdict::CLEAR);
 }
 
+TEST(IGViewJudge, NamesTheBitsThatAreSet) {
+    const std::string named =
+        R"j("items": "a.txt", "find": "x (?P<value>\\d+)", "text": "{value}: {bits}",
+            "bits": {"32": "bad page", "16": "check", "128": "oops"})j";
+    EXPECT_EQ(found(named, {{"a.txt", "x 4111\n"}}).verdict, Verdict::CLEAR);
+    EXPECT_EQ(found(named, {{"a.txt", "x 4144\n"}}).text, "4144: check, bad page");
+}
+
+TEST(IGViewJudge, ReadsADateByTheFirstFormatThatFits) {
+    const std::string dates = R"j("items": "a.txt", "find": "(?P<value>\\S+)", "below": 30,
+        "date": ["%m/%d/%y", "%m/%d/%Y"], "text": "{value}")j";
+    EXPECT_EQ(found(dates, {{"a.txt", "11/20/26"}}).text, "-3.7");
+    EXPECT_EQ(found(dates, {{"a.txt", "11/20/2026"}}).text, "-3.7");
+    EXPECT_EQ(found(dates, {{"a.txt", "11.20.2026"}}).verdict, Verdict::CLEAR);
+}
+
+TEST(IGViewJudge, TellsTheOtherNumberOfAPercentage) {
+    const std::string of =
+        R"j("items": "a.txt", "find": "x (?P<value>\\d+)", "above": 1, "text": "{value} % of {of}",
+            "of": {"items": "b.txt", "find": "y (?P<value>\\d+)"})j";
+    EXPECT_EQ(found(of, {{"a.txt", "x 5\n"}, {"b.txt", "y 20\n"}}).text, "25 % of 20");
+}
+
+// --- a text for each expression ---
+
+const std::string TEXTS =
+    R"j("items": "a.txt", "find": ["bad (?P<who>\\w+)", "(?P<who>\\w+) worse"],
+    "text": ["{count thing is|things are} bad: {each who}.", "{count} worse, {who} first."])j";
+
+TEST(IGViewJudge, HasATextForEachExpressionThatFoundSomething) {
+    EXPECT_EQ(found(TEXTS, {{"a.txt", "a worse\nbad b\nbad c\nd worse\n"}}).text,
+              "2 things are bad: b, c. 2 worse, a first.");
+    EXPECT_EQ(found(TEXTS, {{"a.txt", "bad b\n"}}).text, "1 thing is bad: b.");
+    EXPECT_EQ(found(TEXTS, {{"a.txt", "b worse\n"}}).text, "1 worse, b first.");
+}
+
+TEST(IGViewJudge, CountsForEachTextMoreThanItKeeps) {
+    std::string text;
+    for (int i = 0; i < 30; ++i) {
+        text += "bad a\nb worse\n";
+    }
+    const Finding finding = found(TEXTS, {{"a.txt", text}});
+    EXPECT_EQ(finding.text, "30 things are bad: a. 30 worse, b first.");
+    EXPECT_EQ(finding.found, 60U);
+    EXPECT_THAT(finding.places, SizeIs(20));
+}
+
+TEST(IGViewJudge, TellsTheWorstNumberOfEachExpression) {
+    const std::string numbers = R"j("items": "a.txt", "above": 10,
+        "find": ["in (?P<value>\\d+)", "out (?P<value>\\d+)"], "text": ["in {value}", "out {value}"])j";
+    EXPECT_EQ(found(numbers, {{"a.txt", "in 11\nout 90\nin 50\nout 12\nin 9\n"}}).text,
+              "in 50 out 90");
+}
+
 // --- what is missing ---
 
 const std::string PEER = R"j("items": ["a.txt", "b.txt"], "find": "^\\*", "needs": "^==",

@@ -46,8 +46,29 @@ TEST(IGViewTemplate, ListsTheFirstValuesThatDiffer) {
     EXPECT_EQ(filled("{each x}", 2, {}), "");
 }
 
+TEST(IGViewTemplate, ListsTextsOfSeveralCaptures) {
+    const Template form("{each [who] ([size KiB] of [all])}");
+    const auto filledWith = [&](const std::vector<std::vector<std::string>>& columns) {
+        return form.filled({.one = [](std::string_view) { return std::string(); },
+                            .all =
+                                [&](std::string_view name) {
+                                    return columns[name == "who" ? 0 : name == "size" ? 1 : 2];
+                                },
+                            .count = 2});
+    };
+    EXPECT_EQ(filledWith({{"a", "b"}, {"2048", "x"}, {"3", "4"}}), "a (2 MiB of 3), b (x of 4)");
+    EXPECT_EQ(filledWith({{"a", "a", ""}, {"1", "1", ""}, {"3", "3", ""}}), "a (1 KiB of 3)");
+    EXPECT_THAT(form.names(), ElementsAre("who", "size", "all"));
+    EXPECT_TRUE(form.needsAll());
+}
+
+TEST(IGViewTemplate, ATextOfSeveralCapturesEndsWithoutABlank) {
+    EXPECT_EQ(filled("{each [x] }", 2, {"a", "b"}), "a, b");
+}
+
 TEST(IGViewTemplate, DoesNotFillWhatAValueContains) {
     EXPECT_EQ(filled("{each x}", 1, {"{count}"}), "{count}");
+    EXPECT_EQ(filled("{each [x] y}", 1, {"[x]"}), "[x] y");
 }
 
 TEST(IGViewTemplate, TellsTheCapturesThatItNeeds) {
@@ -59,8 +80,8 @@ TEST(IGViewTemplate, TellsTheCapturesThatItNeeds) {
 }
 
 TEST(IGViewTemplate, TellsAMistake) {
-    for (const char* text :
-         {"{", "a {b", "{}", "{ a}", "{a b}", "{a-b}", "{each}x{", "{a KiB x}"}) {
+    for (const char* text : {"{", "a {b", "{}", "{ a}", "{a b}", "{a-b}", "{each}x{", "{a KiB x}",
+                             "{each a b}", "{each [a}", "{each [a b]}", "{each []}"}) {
         std::string mistake;
         const Template form(text, &mistake);
         EXPECT_NE(mistake, "") << text;
