@@ -133,28 +133,31 @@ Template::Template(std::string_view text, std::string* mistake) {
     parts_.push_back(plainPart(plain));
 }
 
-// The texts of all matches; one whose captures are all empty is empty.
+// The texts of all matches. The text before an empty capture is left out, so that no "a of " stays;
+// a text whose captures are all empty is empty.
 std::vector<std::string> Template::valuesOf(const Part& each, const TemplateValues& values) {
     std::vector<std::string> texts;
     std::vector<bool> filled;
+    std::string between;
     for (const Part& part : each.inside) {
         if (part.kind == Part::Kind::TEXT) {
+            between = part.text;
             continue;
         }
-        filled.resize(values.all(part.text).size());
-        texts.resize(filled.size());
-    }
-    for (const Part& part : each.inside) {
-        const std::vector<std::string> all = part.kind == Part::Kind::TEXT
-                                                 ? std::vector(texts.size(), part.text)
-                                                 : values.all(part.text);
-        for (std::size_t i = 0; i < std::min(texts.size(), all.size()); ++i) {
-            texts[i] += part.kind == Part::Kind::BYTES ? sizeOf(all[i], part.factor) : all[i];
-            filled[i] = filled[i] || (part.kind != Part::Kind::TEXT && !all[i].empty());
+        const std::vector<std::string> all = values.all(part.text);
+        texts.resize(all.size());
+        filled.resize(all.size());
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            if (!all[i].empty()) {
+                texts[i] += between;
+                texts[i] += part.kind == Part::Kind::BYTES ? sizeOf(all[i], part.factor) : all[i];
+                filled[i] = true;
+            }
         }
+        between.clear();
     }
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        texts[i] = filled[i] ? texts[i].substr(0, texts[i].find_last_not_of(' ') + 1) : "";
+        texts[i] += filled[i] ? between : "";
     }
     return texts;
 }

@@ -62,8 +62,19 @@ TEST(IGViewTemplate, ListsTextsOfSeveralCaptures) {
     EXPECT_TRUE(form.needsAll());
 }
 
-TEST(IGViewTemplate, ATextOfSeveralCapturesEndsWithoutABlank) {
-    EXPECT_EQ(filled("{each [x] }", 2, {"a", "b"}), "a, b");
+TEST(IGViewTemplate, LeavesOutTheTextBeforeAnEmptyCapture) {
+    const auto filledWith = [](const std::string& who, const std::string& where) {
+        return Template("{each [who] in [where]!}")
+            .filled({.one = [](std::string_view) { return std::string(); },
+                     .all =
+                         [&](std::string_view name) {
+                             return std::vector<std::string>{name == "who" ? who : where};
+                         },
+                     .count = 1});
+    };
+    EXPECT_EQ(filledWith("a", "b"), "a in b!");
+    EXPECT_EQ(filledWith("a", ""), "a!");
+    EXPECT_EQ(filledWith("", ""), "");
 }
 
 TEST(IGViewTemplate, DoesNotFillWhatAValueContains) {
