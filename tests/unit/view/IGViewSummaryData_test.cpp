@@ -29,6 +29,13 @@ TEST(IGViewSummaryData, HasTheFactsOfAMachine) {
     EXPECT_EQ(facts, contentOf(SUMMARY / "facts"));
 }
 
+TEST(IGViewSummaryData, HasTheUptimeOfAMachineWhoseToolCountsNoUsers) {
+    const Result result = judged(
+        builtIn(), {{"system/uptime.txt", " 16:25:38 up 3 min,  load average: 0.1, 0, 0\n"}});
+    ASSERT_FALSE(result.facts.empty());
+    EXPECT_EQ(result.facts[0].label + ' ' + result.facts[0].value, "Uptime 3 min");
+}
+
 TEST(IGViewSummaryData, DrawsTheNumbersOfAMachine) {
     const Result result = judgedSample();
     std::string charts;
