@@ -1,5 +1,6 @@
 // Facts and charts of the summary.
 #include <algorithm>
+#include <map>
 
 #include "view/IGViewNumber.h"
 #include "view/IGViewVerdict.h"
@@ -75,16 +76,13 @@ void ChartTaker::addTo(std::vector<Chart>& charts) {
             [](const ChartRow& one, const ChartRow& other) { return one.value > other.value; });
     } else if (definition_.kind == ChartKind::LINES) {
         // The points of a line follow one another, the lines in the order of their first points.
-        std::vector<std::string> labels;
+        std::map<std::string, std::size_t> places;
         for (const ChartRow& row : rows_) {
-            if (std::find(labels.begin(), labels.end(), row.label) == labels.end()) {
-                labels.push_back(row.label);
-            }
+            places.try_emplace(row.label, places.size());
         }
         std::stable_sort(rows_.begin(), rows_.end(),
                          [&](const ChartRow& one, const ChartRow& other) {
-                             return std::find(labels.begin(), labels.end(), one.label) <
-                                    std::find(labels.begin(), labels.end(), other.label);
+                             return places.at(one.label) < places.at(other.label);
                          });
     }
     charts.push_back({definition_.name, definition_.title, definition_.unit, definition_.kind,

@@ -28,7 +28,8 @@ struct Item {
     std::time_t modified = 0;
     std::uint32_t record = NONE;  // in the index
     ItemKind kind = ItemKind::REGULAR;
-    bool cut = false;  // the archive ends within it, or it could not be read to its end
+    bool cut = false;      // the archive ends within it, or it could not be read to its end
+    bool stopped = false;  // the run log says that the tool that wrote it was stopped
 };
 
 /// A record of the index: what one data item has brought.

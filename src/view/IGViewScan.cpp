@@ -1,5 +1,7 @@
 #include "view/IGViewScan.h"
 
+#include <sys/wait.h>
+
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -147,6 +149,10 @@ class Scan {
         }
     }
 
+    static bool isStopped(const ToolRun& tool) {
+        return tool.timed_out || !tool.ended || WIFSIGNALED(tool.wait_status);
+    }
+
     void stop(Item& item) {
         stopped_ = true;
         item.cut = true;
@@ -176,6 +182,11 @@ class Scan {
             numbers.try_emplace(item.name, number);
         }
         log_.finish(numbers);
+        for (const ToolRun& tool : result_.run.tools) {
+            if (tool.item != NONE && isStopped(tool)) {
+                result_.items[tool.item].stopped = true;
+            }
+        }
         if (result_.omitted > 0) {
             damaged(std::to_string(result_.omitted) +
                     " more members of the archive are not shown: it has more than " +

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::size_t MOST_PLACES = 20;
-// Of matches that can be compared only after all items: a rule that needs more has lost its point.
+// Of matches that can be compared only after all items.
 constexpr std::size_t MOST_CANDIDATES = 200;
 constexpr std::size_t LONGEST_CAPTURE = 200;
 // How much of a long line is kept before its match.
@@ -33,6 +33,18 @@ std::string namesOf(const std::vector<std::string>& items) {
         text += (i == 0 ? "" : last ? " and " : ", ") + items[i];
     }
     return items.size() > MOST ? text + " and others" : text;
+}
+
+// Why an item that has an answer may lack something; "" if it does not.
+std::string whyIncomplete(const Result& result, std::uint32_t number) {
+    if (number >= result.items.size()) {
+        return "";
+    }
+    const Item& item = result.items[number];
+    if (item.cut) {
+        return item.name + " is cut";
+    }
+    return item.stopped ? item.name + " is not complete: its tool was stopped" : "";
 }
 
 }  // namespace
@@ -64,11 +76,13 @@ std::string filledFrom(const Template& form, const Kept& kept) {
 void Answers::add(const CurrentItem& item, Answer answer, const std::string& reason) {
     const std::string name(item.name);
     if (answer == Answer::FULL) {
-        full_ = {item.number, full_[0]};
+        full_.push_back(item.number);
+    } else if (answer == Answer::STOPPED) {
+        stopped_ = stopped_.empty()
+                       ? name + " is not complete: its tool was stopped, or its output was cut"
+                       : stopped_;
     } else if (!reason_.empty()) {
         return;
-    } else if (answer == Answer::STOPPED) {
-        reason_ = name + " is not complete: its tool was stopped, or its output was cut";
     } else if (answer == Answer::LACKING) {
         reason_ = name + " has no line that could tell";
     } else {
@@ -76,18 +90,22 @@ void Answers::add(const CurrentItem& item, Answer answer, const std::string& rea
     }
 }
 
-bool Answers::full(const Result& result) const {
-    return std::any_of(full_.begin(), full_.end(), [&](std::uint32_t number) {
-        return number != NONE && (number >= result.items.size() || !result.items[number].cut);
-    });
+bool Answers::full(const Result& result, bool same) const {
+    const auto complete = [&](std::uint32_t number) {
+        return whyIncomplete(result, number).empty();
+    };
+    return std::any_of(full_.begin(), full_.end(), complete) &&
+           (same || (stopped_.empty() && std::all_of(full_.begin(), full_.end(), complete)));
 }
 
 std::string Answers::why(const Query& query, const Result& result) const {
-    if (full_[0] < result.items.size()) {
-        return result.items[full_[0]].name + " is cut";
+    for (const std::uint32_t number : full_) {
+        if (std::string why = whyIncomplete(result, number); !why.empty()) {
+            return why;
+        }
     }
-    if (!reason_.empty()) {
-        return reason_;
+    if (!stopped_.empty() || !reason_.empty()) {
+        return stopped_.empty() ? reason_ : stopped_;
     }
     return namesOf(query.items) + (query.items.size() == 1 ? " is" : " are") +
            " not in the archive";
@@ -176,15 +194,33 @@ void RuleTaker::takeNumber(Seen& seen, const CurrentItem& item, const Match& mat
         return;
     }
     if (waits()) {
-        if (seen.candidates.size() < MOST_CANDIDATES) {
-            seen.candidates.push_back({Kept(item, match), form, *value});
-        }
+        wait(seen, {Kept(item, match), form, *value});
     } else if (counts(*value)) {
         if (seen.candidates.size() < MOST_PLACES || isWorse(*value, seen.by_form[form])) {
             add(seen, {Kept(item, match), form, *value});
         } else {
             ++seen.by_form[form].count;
         }
+    }
+}
+
+// Keeps a match until it can be compared. What takes the place of a match is further beyond the
+// limit, whatever it is compared with; with two limits, nothing is known of what is left out.
+void RuleTaker::wait(Seen& seen, Candidate candidate) {
+    std::vector<Candidate>& kept = seen.candidates;
+    if (kept.size() < MOST_CANDIDATES) {
+        kept.push_back(std::move(candidate));
+        return;
+    }
+    const bool one_sided = definition_.above.has_value() != definition_.below.has_value();
+    left_out_ = left_out_ || !one_sided || definition_.bits != 0;
+    const auto milder = [&](const Candidate& one, const Candidate& other) {
+        return definition_.above ? one.value < other.value : one.value > other.value;
+    };
+    const auto mildest = std::min_element(kept.begin(), kept.end(), milder);
+    if (milder(*mildest, candidate)) {
+        kept.erase(mildest);
+        kept.push_back(std::move(candidate));
     }
 }
 
@@ -213,12 +249,12 @@ void RuleTaker::answered(const CurrentItem& item, Answer answer, const std::stri
 // Compares the matches that had to wait.
 void RuleTaker::settle(const Result& result) {
     const bool dates = !definition_.measure.date.empty();
-    const bool known = dates ? result.run.start_time != 0 : of_.value.has_value();
+    const bool known = dates ? result.run.start_time != 0 : of_.value && *of_.value > 0;
     for (Seen& seen : seen_) {
         std::vector<Candidate> waiting;
         waiting.swap(seen.candidates);
         waiting_ = waiting_ || (!known && !waiting.empty());
-        if (!known || (!dates && *of_.value <= 0)) {
+        if (!known) {
             continue;
         }
         for (Candidate& candidate : waiting) {
@@ -258,8 +294,16 @@ RuleTaker::Seen RuleTaker::gathered() const {
 }
 
 std::string RuleTaker::unsettled(const Result& result) const {
-    return definition_.measure.date.empty() ? of_.answers.why(*definition_.measure.of, result)
-                                            : "the run log does not say when the run began";
+    if (!waiting_) {
+        return "there are too many entries to compare";
+    }
+    if (!definition_.measure.date.empty()) {
+        return "the run log does not say when the run began";
+    }
+    const Query& of = *definition_.measure.of;
+    return of_.answers.full(result, true)
+               ? namesOf(of.items) + " has no number above 0 to compare with"
+               : of_.answers.why(of, result);
 }
 
 std::string RuleTaker::namesOfBits(double value) const {
@@ -327,7 +371,8 @@ Finding RuleTaker::finding(const Result& result) {
     finding.weight = definition_.weight;
     const std::size_t count = seen.count();
     const bool found = count > 0 && count >= definition_.at_least;
-    if (definition_.absent ? count == 0 && answers_.full(result) : found) {
+    const bool full = answers_.full(result, definition_.same);
+    if (definition_.absent ? count == 0 && full : found) {
         finding.verdict = Verdict::FOUND;
         finding.text = textOf(seen);
         finding.remedy = definition_.remedy;
@@ -339,9 +384,9 @@ Finding RuleTaker::finding(const Result& result) {
             finding.places.push_back({.item = answers_.latest(), .line = 0, .text = {}});
             finding.found = 1;
         }
-    } else if (waiting_) {
+    } else if (waiting_ || left_out_) {
         finding.text = unsettled(result);
-    } else if (answers_.full(result) || (definition_.absent && count > 0)) {
+    } else if (full || (definition_.absent && count > 0)) {
         finding.verdict = Verdict::CLEAR;
     } else {
         finding.text = answers_.why(definition_.query, result);

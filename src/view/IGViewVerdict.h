@@ -52,16 +52,19 @@ class Taker {
 class Answers {
   public:
     void add(const CurrentItem& item, Answer answer, const std::string& reason);
-    /// Whether an item has answered in full.
-    [[nodiscard]] bool full(const Result& result) const;
-    /// The last item that has.
-    [[nodiscard]] std::uint32_t latest() const { return full_[0]; }
-    /// Why none has.
+    /// Whether what they do not say is not there: an item has answered in full and, unless all of
+    /// them tell the same, none was cut off.
+    /// @param same whether all of them tell the same
+    [[nodiscard]] bool full(const Result& result, bool same) const;
+    /// The last item that has answered.
+    [[nodiscard]] std::uint32_t latest() const { return full_.empty() ? NONE : full_.back(); }
+    /// Why it is not known.
     [[nodiscard]] std::string why(const Query& query, const Result& result) const;
 
   private:
-    std::array<std::uint32_t, 2> full_{NONE, NONE};  // the latest; of a cut archive one is cut
-    std::string reason_;                             // of the first one that has not
+    std::vector<std::uint32_t> full_;  // in the order of the archive
+    std::string reason_;               // of the first one that has not
+    std::string stopped_;  // of the first one whose output says that its tool was stopped
 };
 
 /// The other number of a percentage, from another item.
@@ -106,6 +109,7 @@ class RuleTaker : public Taker {
     [[nodiscard]] bool counts(double value) const;
     [[nodiscard]] std::optional<double> valueOf(const Match& match) const;
     void takeNumber(Seen& seen, const CurrentItem& item, const Match& match);
+    void wait(Seen& seen, Candidate candidate);
     [[nodiscard]] bool isWorse(double value, const Matches& matches) const;
     void add(Seen& seen, Candidate candidate);
     void settle(const Result& result);
@@ -120,7 +124,8 @@ class RuleTaker : public Taker {
     std::vector<Seen> seen_;  // by wildcard
     Answers answers_;
     OfTaker of_;
-    bool waiting_ = false;  // candidates could not be compared
+    bool waiting_ = false;   // candidates could not be compared
+    bool left_out_ = false;  // there were too many of them
 };
 
 /// A line of the summary.

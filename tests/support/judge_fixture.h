@@ -24,6 +24,7 @@ struct TestItem {
     std::string name;
     std::string text;
     bool cut = false;
+    bool stopped = false;
 };
 
 // 2026/11/23 16:25:38, the start of the run in every test.
@@ -48,6 +49,7 @@ inline Result judged(const Definitions& definitions, const std::vector<TestItem>
         result.items.emplace_back();
         result.items.back().name = item.name;
         result.items.back().cut = item.cut;
+        result.items.back().stopped = item.stopped;
     }
     judge.finish(result);
     return result;

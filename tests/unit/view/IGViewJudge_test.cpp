@@ -83,10 +83,28 @@ TEST(IGViewJudge, WhatIsFoundInHalfAnItemCounts) {
 TEST(IGViewJudge, OneItemOfSeveralIsEnough) {
     const std::string wanted = R"j("text": "t", "find": "bad", "items": ["a", "b", "c", "d"])j";
     EXPECT_EQ(found(wanted, {{"a", ""}, {"c", "good"}}).verdict, Verdict::CLEAR);
-    EXPECT_EQ(found(wanted, {{"a", "good", true}, {"c", "good"}}).verdict, Verdict::CLEAR);
     EXPECT_EQ(found(wanted, {}).text, "a, b, c and others are not in the archive");
     EXPECT_EQ(found(R"j("text": "t", "find": "bad", "items": ["a", "b"])j", {}).text,
               "a and b are not in the archive");
+}
+
+// What was cut off may be what the rule looks for, unless another item tells the same.
+TEST(IGViewJudge, IsNotClearIfOneOfSeveralItemsWasCutOff) {
+    const std::string wanted = R"j("text": "t", "find": "bad", "items": ["a", "b"])j";
+    const TestItem whole{"a", "good"};
+    TestItem of_stopped_tool{"b", "good"};
+    of_stopped_tool.stopped = true;
+    for (const auto& [other, why] :
+         {std::pair{TestItem{"b", "good", true}, "b is cut"},
+          {of_stopped_tool, "b is not complete: its tool was stopped"},
+          {TestItem{"b", "good\nopenssl: stopped here by the time limit"},
+           "b is not complete: its tool was stopped, or its output was cut"}}) {
+        const Finding finding = found(wanted, {whole, other});
+        EXPECT_EQ(finding.verdict, Verdict::NOT_JUDGED) << why;
+        EXPECT_EQ(finding.text, why);
+        EXPECT_EQ(found(R"j("same": true, )j" + wanted, {whole, other}).verdict, Verdict::CLEAR);
+        EXPECT_EQ(found(R"j("same": true, )j" + wanted, {other}).verdict, Verdict::NOT_JUDGED);
+    }
 }
 
 TEST(IGViewJudge, OfItemsThatTellTheSameOnlyTheFirstCounts) {
@@ -187,7 +205,11 @@ TEST(IGViewJudge, IsNotJudgedWithoutTheOtherNumber) {
     EXPECT_EQ(
         found(LOAD, {{"load", "load 9"}, {"cpu", "lscpu: not installed on this machine"}}).text,
         "cpu: lscpu: not installed on this machine");
-    EXPECT_EQ(found(LOAD, {{"load", "load 9"}, {"cpu", "CPUs: 0"}}).verdict, Verdict::CLEAR);
+    for (const char* number : {"CPUs: 0", "CPUs: none"}) {
+        const Finding none = found(LOAD, {{"load", "load 9"}, {"cpu", number}});
+        EXPECT_EQ(none.verdict, Verdict::NOT_JUDGED) << number;
+        EXPECT_EQ(none.text, "cpu has no number above 0 to compare with");
+    }
 }
 
 const std::string EXPIRED = R"j("items": "a.txt", "find": "notAfter=(?P<date>(?P<value>.*)) GMT",
@@ -321,6 +343,38 @@ TEST(IGViewJudge, KeepsFewMatchesThatMustWait) {
     EXPECT_THAT(finding.places, SizeIs(20));
 }
 
+// The first matches may be the harmless ones: of old crashes, or of certificates that are valid.
+TEST(IGViewJudge, KeepsTheWorstOfTheMatchesThatMustWait) {
+    std::string valid;
+    std::string low;
+    for (int i = 0; i < 300; ++i) {
+        valid += "notAfter=Dec  3 16:25:38 2036 GMT\n";
+        low += "load 1\n";
+    }
+    const Finding expired =
+        found(EXPIRED, {{"a.txt", valid + "notAfter=Nov 20 16:25:38 2026 GMT"}});
+    EXPECT_EQ(expired.text, "-3 days, on Nov 20 16:25:38 2026");
+    EXPECT_EQ(found(EXPIRED, {{"a.txt", valid}}).verdict, Verdict::CLEAR);
+    const TestItem cpu{"cpu", "CPUs: 2"};
+    const Finding high = found(LOAD, {{"load", low + "load 10\nload 20\n" + low}, cpu});
+    EXPECT_EQ(high.text, "1000 %");
+    EXPECT_EQ(high.found, 2U);
+    EXPECT_EQ(high.places.at(0).line, 301U);
+    EXPECT_EQ(found(LOAD, {{"load", low}, cpu}).verdict, Verdict::CLEAR);
+}
+
+TEST(IGViewJudge, IsNotClearOfARangeIfMatchesWereLeftOut) {
+    const std::string range = R"j("above": 0, )j" + EXPIRED;
+    std::string many;
+    for (int i = 0; i < 200; ++i) {
+        many += "notAfter=Dec  3 16:25:38 2036 GMT\n";
+    }
+    EXPECT_EQ(found(range, {{"a.txt", many}}).verdict, Verdict::CLEAR);
+    const Finding finding = found(range, {{"a.txt", many + "notAfter=Dec  3 16:25:38 2026 GMT\n"}});
+    EXPECT_EQ(finding.verdict, Verdict::NOT_JUDGED);
+    EXPECT_EQ(finding.text, "there are too many entries to compare");
+}
+
 TEST(IGViewJudge, KeepsTheMatchOfALongLine) {
     const std::string line = std::string(30000, '-') + "bad " + std::string(30000, 'x');
     const Finding finding = found(R"j("text": "{who}", )j" + WORD, {{"a.txt", line}});
@@ -446,6 +500,17 @@ TEST(IGViewJudge, DrawsLinesOneAfterTheOther) {
                                  {{"sar", "00:10 1 2\n00:20 3 4\n"}});
     EXPECT_THAT(rowsOf(charts), ElementsAre("system 00:10 2.00 ", "system 00:20 4.00 ",
                                             "user 00:10 1.00 ", "user 00:20 3.00 "));
+}
+
+// As long as it takes to read them: each label was once looked for among all of them.
+TEST(IGViewJudge, DrawsVeryManyLines) {
+    std::string many;
+    for (int i = 0; i < 100000; ++i) {
+        many += std::to_string(i) + "\n";
+    }
+    const std::string lines = R"j("rows": 100000, "kind": "lines", "items": "a",
+        "label": "{value}", "find": "(?P<when>)(?P<value>\\d+)")j";
+    EXPECT_THAT(chartsOf(lines, {{"a", many}})[0].rows, SizeIs(100000));
 }
 
 TEST(IGViewJudge, DrawsOnlySoManyRows) {

@@ -96,6 +96,34 @@ TEST_F(IGViewScan, TellsWhereACutArchiveEnds) {
     EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("damaged or cut")));
 }
 
+// What a tool would have written after it was stopped is not in its output.
+TEST_F(IGViewScan, KnowsItemsWhoseToolsWereStopped) {
+    const auto tool = [](const std::string& name, const std::string& message,
+                         const std::string& end) {
+        return "ZEPA206-I:Information collecting tool start.\n    Command  = \"" + name + "\"\n" +
+               message + end + "ZEPA209-I:It copied collecting data = /data/top_1/" + name +
+               ". size = 5 bytes.\n";
+    };
+    const std::string ended = "ZEPA207-I:Information collecting tool end.\n    Return code = 0\n";
+    const std::string log =
+        "ZEPA201-I:quendil [Ver. 01-02] started at 2026/11/23 16:25:38.\n"
+        "ZEPA205-I:Summary of parameters.\n"
+        "    Output path of collected information = /data/top_1\n" +
+        tool("good", "", ended + "    Status code = 256\n    End time = 2026/11/23 16:25:39\n") +
+        tool("late", "ZEPA126-W:Information collecting tool timeout.\n",
+             ended + "    Status code = 0\n    End time = 2026/11/23 16:25:40\n") +
+        tool("killed", "", ended + "    Status code = 9\n    End time = 2026/11/23 16:25:41\n");
+    ASSERT_TRUE(scan(ArchiveText()
+                         .file("top_1/good", "text\n")
+                         .file("top_1/late", "text\n")
+                         .file("top_1/killed", "text\n")
+                         .file("top_1/quendil.log", log)
+                         .end()));
+    EXPECT_FALSE(result_.items[0].stopped);
+    EXPECT_TRUE(result_.items[1].stopped);
+    EXPECT_TRUE(result_.items[2].stopped);
+}
+
 TEST_F(IGViewScan, IsOfNoUseWithoutAMember) {
     EXPECT_FALSE(scan(ArchiveText().file("top/a", "A\n").end().substr(0, 100)));
     EXPECT_FALSE(scan("no archive"));
