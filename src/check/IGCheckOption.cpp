@@ -127,7 +127,7 @@ bool setOption(CheckOptions& options, int option, const char* value) {
             setAction(options, Action::VERSION);
             return true;
         default:
-            return suggestHelp(PROGRAM);  // getopt has named the option
+            return false;
     }
 }
 
@@ -165,8 +165,12 @@ bool fits(const CheckOptions& options) {
 }  // namespace
 
 bool readOptions(int argc, char** argv, CheckOptions& options) {
+    opterr = 0;
     for (int option = 0;
-         (option = ::getopt_long(argc, argv, "c:d:g:t:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
+         (option = ::getopt_long(argc, argv, ":c:d:g:t:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
+        if (option == '?' || option == ':') {
+            return refuseOption(PROGRAM, option, argv[optind - 1]);
+        }
         if (!setOption(options, option, optarg)) {
             return false;
         }

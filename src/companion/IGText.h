@@ -7,7 +7,8 @@
 
 #include "common/base/IGPrintable.h"
 
-/// A text without characters that control a terminal.
+/// A text without characters that control a terminal or the direction of its text: each of their
+/// bytes is a backslash and three octal digits, as in the messages of the collector.
 std::string shown(const std::string& text, Tabs tabs = Tabs::KEPT);
 /// "1 file", "2 files".
 std::string counted(std::size_t number, const char* what);
@@ -17,6 +18,11 @@ void complain(const char* program, const std::string& path, const std::string& w
 /// Prints what is wrong with the command line, with the wrong value if there is one, and where help
 /// is. Always false, for functions that read it.
 bool refuseUsage(const char* program, const char* what, const char* value = nullptr);
+/// The same for an option that getopt_long has refused: with opterr 0 it does not print the option
+/// itself, which may be any text.
+/// @param option what getopt_long has returned: ':' if a value is missing
+/// @param word the argument that it has read last
+bool refuseOption(const char* program, int option, const char* word);
 /// The last part of it.
 bool suggestHelp(const char* program);
 

@@ -138,7 +138,7 @@ bool setOption(ReportOptions& options, int option, const char* value) {
         case VERSION:
             return setAction(options, ReportAction::VERSION);
         default:
-            return suggestHelp(PROGRAM);  // getopt has named the option
+            return false;
     }
 }
 
@@ -200,8 +200,12 @@ bool fits(ReportOptions& options) {
 }  // namespace
 
 bool readOptions(int argc, char** argv, ReportOptions& options) {
+    opterr = 0;
     for (int option = 0;
-         (option = ::getopt_long(argc, argv, "o:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
+         (option = ::getopt_long(argc, argv, ":o:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
+        if (option == '?' || option == ':') {
+            return refuseOption(PROGRAM, option, argv[optind - 1]);
+        }
         if (!setOption(options, option, optarg)) {
             return false;
         }
