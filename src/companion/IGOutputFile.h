@@ -11,13 +11,17 @@
 class OutputFile {
   public:
     OutputFile() = default;
-    /// Without commit(), nothing is left.
+    /// Without commit(), nothing is left, not even if a signal ends the program (but SIGKILL, on a
+    /// file system that has only files with names).
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     /// Begins a file of mode 0600 in the directory of the path, where nothing may have this name.
     bool open(const std::string& path);
+    /// The same in a directory that the caller has opened, and may close at once.
+    /// @param name without a slash
+    bool openIn(int directory, const std::string& name);
     /// Appends to it.
     bool write(std::string_view bytes);
     /// Gives the complete file its name.
@@ -29,9 +33,17 @@ class OutputFile {
   private:
     bool fail();
     bool flush();
+    bool openUnnamed();
     bool openNamed();
     bool linkUnnamed();
     bool renameNamed();
+    void enlist();
+    void strike();
+    static void removeAll(int signal);
+
+    // The files that have a temporary name now: a signal that ends the program removes them.
+    static OutputFile* first_;
+    OutputFile* next_ = nullptr;
 
     std::string name_;       // in the directory
     std::string temporary_;  // the name until then; "" for a file without one

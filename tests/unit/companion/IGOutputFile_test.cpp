@@ -1,14 +1,33 @@
 #include "companion/IGOutputFile.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "../../support/file_fixture.h"
+#include "../../support/mounted.h"
+#include "common/base/IGGuards.h"
+
+namespace {
+
+int fsync_error = 0;  // with which fsync fails
+
+}  // namespace
+
+// In the place of the function of the C library.
+extern "C" int fsync(int fd) {
+    errno = fsync_error;
+    return fsync_error == 0 ? ::fdatasync(fd) : -1;
+}
 
 namespace {
 
@@ -24,6 +43,18 @@ class IGOutputFile : public FileTest {
         }
         return found;
     }
+
+    // Without /proc, a file needs a name from its beginning.
+    struct WithoutProc {
+        explicit WithoutProc(const std::string& empty) : mounted(made(empty), "/proc") {}
+        static const std::string& made(const std::string& empty) {
+            std::filesystem::create_directory(empty);
+            return empty;
+        }
+        Mounted mounted;
+    };
+
+    std::string temporaryName() { return ".page." + std::to_string(::getpid()); }
 };
 
 TEST_F(IGOutputFile, GivesTheFileItsNameWhenItIsComplete) {
@@ -96,6 +127,106 @@ TEST_F(IGOutputFile, ReportsAFileThatCannotGrow) {
     EXPECT_EQ(file->error(), "File too large");
     file.reset();
     EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(IGOutputFile, SaysWhyAFileIsNotOnTheDisk) {
+    OutputFile file;
+    ASSERT_TRUE(file.open(path("page")));
+    fsync_error = EIO;
+    EXPECT_FALSE(file.commit());
+    fsync_error = 0;
+    EXPECT_EQ(file.error(), "Input/output error");
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(IGOutputFile, TakesFilesThatCannotBeSynchronised) {
+    OutputFile file;
+    ASSERT_TRUE(file.open(path("page")));
+    fsync_error = EINVAL;
+    EXPECT_TRUE(file.commit());
+    fsync_error = 0;
+}
+
+TEST_F(IGOutputFile, MakesAFileInAnOpenDirectoryWhereverItsNameLeadsThen) {
+    std::filesystem::create_directory(path("one"));
+    const FdGuard directory(::open(path("one").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::filesystem::rename(path("one"), path("two"));
+    OutputFile file;
+    ASSERT_TRUE(file.openIn(directory.get(), "page"));
+    EXPECT_TRUE(file.commit());
+    EXPECT_TRUE(std::filesystem::exists(path("two/page")));
+}
+
+TEST_F(IGOutputFile, GivesAFileItsNameWithoutProc) {
+    const std::string place = path("place");
+    std::filesystem::create_directory(place);
+    const WithoutProc without_proc(path("empty"));
+    {
+        OutputFile file;
+        ASSERT_TRUE(file.open(place + "/page")) << file.error();
+        EXPECT_TRUE(std::filesystem::exists(place + "/" + temporaryName()));
+        EXPECT_TRUE(file.write("text"));
+        ASSERT_TRUE(file.commit()) << file.error();
+        EXPECT_EQ(readText(place + "/page"), "text");
+        OutputFile other;
+        ASSERT_TRUE(other.open(place + "/other"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(place + "/" + temporaryName()));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place), {}), 1);
+}
+
+TEST_F(IGOutputFile, LeavesNoTemporaryNameIfASignalEndsTheProgram) {
+    const WithoutProc without_proc(path("empty"));
+    for (const int signal : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            std::signal(signal, SIG_DFL);
+            OutputFile one;
+            OutputFile two;
+            const bool opened = one.open(path("one")) && two.open(path("two")) &&
+                                std::filesystem::exists(path(".one." + std::to_string(::getpid())));
+            ::raise(opened ? signal : SIGKILL);
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_THAT(names(), ElementsAre("empty"));
+    }
+}
+
+TEST_F(IGOutputFile, DoesNotEndByASignalThatIsIgnored) {
+    const auto former = std::signal(SIGHUP, SIG_IGN);
+    {
+        const WithoutProc without_proc(path("empty"));
+        OutputFile file;
+        ASSERT_TRUE(file.open(path("page")));
+        ::raise(SIGHUP);
+        EXPECT_TRUE(file.commit()) << file.error();
+    }
+    EXPECT_TRUE(std::filesystem::exists(path("page")));
+    std::signal(SIGHUP, former);
+}
+
+TEST_F(IGOutputFile, DoesNotTouchAFileOfAnotherAfterItsOwnIsMade) {
+    const WithoutProc without_proc(path("empty"));
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        OutputFile file;
+        const bool made = file.open(path("page")) && file.commit();
+        ::unlink(path(temporaryName()).c_str());
+        {
+            OutputFile gone;
+            static_cast<void>(gone.open(path("gone")));
+        }
+        writeText(path(".gone." + std::to_string(::getpid())), "another's");
+        ::raise(made ? SIGTERM : SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_TRUE(std::filesystem::exists(path(".gone." + std::to_string(pid))));
+    EXPECT_TRUE(std::filesystem::exists(path("page")));
 }
 
 }  // namespace

@@ -16,13 +16,13 @@ TEST(IGText, ShowsNoCharacterThatTurnsOrBreaksALine) {
 
 TEST(IGText, ShowsTheirNeighboursAndAllOtherTextAsItIs) {
     for (const char* text : {"\u061b\u061d", "\u200d\u2010", "\u2027\u202f", "\u2065\u206a",
-                             "plain \t text", "\u00e4\U0001f600", "\xe2\x80", "\xd8", ""}) {
+                             "plain \t text", "\u00e4\U0001f600", "\xe2", "\xd8", ""}) {
         EXPECT_EQ(shown(text), text);
     }
 }
 
 TEST(IGText, EscapesWhatControlsATerminal) {
-    EXPECT_EQ(shown(std::string("a\0b\x1b[31m\n\u009b\x9b", 14)),
+    EXPECT_EQ(shown(std::string("a\0b\x1b[31m\n\u009b\x9b", 12)),
               "a\\000b\\033[31m\\012\\302\\233\\233");
     EXPECT_EQ(shown("a\tb", Tabs::ESCAPED), "a\\011b");
 }
