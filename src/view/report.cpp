@@ -2,8 +2,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +9,7 @@
 
 #include "common/base/IGLocale.h"
 #include "companion/IGArchive.h"
+#include "companion/IGInput.h"
 #include "companion/IGOutputFile.h"
 #include "companion/IGText.h"
 #include "view/IGViewCompare.h"
@@ -28,6 +27,7 @@ namespace {
 
 constexpr const char* PROGRAM = "quendil-report";
 constexpr std::uint64_t MIB = std::uint64_t{1024} * 1024;
+constexpr std::size_t MOST_DEFINITION_BYTES = 16 * MIB;  // the built-in ones have 64 KiB
 
 // Adds the built-in definitions and those of the user's files.
 bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
@@ -37,13 +37,8 @@ bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
         return false;
     }
     for (const char* path : options.rules) {
-        std::ifstream file(path, std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
-        if (!file || file.bad()) {
-            complain(PROGRAM, path, "it cannot be read");
-            return false;
-        }
-        if (!definitions.add(text, why)) {
+        std::string text;
+        if (!readInput(path, MOST_DEFINITION_BYTES, text, why) || !definitions.add(text, why)) {
             complain(PROGRAM, path, why);
             return false;
         }

@@ -157,6 +157,35 @@ def test_a_wrong_file_of_rules_is_refused(tmp_path: Path, text: str, message: st
     assert not (tmp_path / f"{NAME}.html").exists()
 
 
+@pytest.mark.parametrize("kind, message", [
+    ("directory", "it cannot be read: Is a directory"),
+    ("/dev/zero", "it cannot be read: it is no file"),
+    ("large", "it is too large: more than 16777216 bytes"),
+    ("fifo", "JSON"),
+])
+def test_what_is_no_file_of_rules_is_refused(tmp_path: Path, kind: str, message: str):
+    rules = Path(kind) if kind.startswith("/") else tmp_path / kind
+    if kind == "directory":
+        rules.mkdir()
+    elif kind == "large":
+        with rules.open("w") as file:
+            file.truncate((16 << 20) + 1)
+    elif kind == "fifo":
+        os.mkfifo(rules)  # nobody writes to it
+    done = report(f"--rules={rules}", make_archive(tmp_path, {}))
+    assert (done.status, done.stdout) == (2, "")
+    assert f"{rules}: " in done.stderr and message in done.stderr
+
+
+def test_rules_are_read_from_a_pipe(tmp_path: Path):
+    archive = make_archive(tmp_path, {"app/state.txt": "state: down\n"})
+    program = Path(os.environ["QUENDIL_STAGE"]) / REPORT
+    done = subprocess.run(["/bin/sh", "-c", 'cat | "$0" --text --rules=/dev/stdin "$1"', program, archive],
+                          input=json.dumps(RULE), capture_output=True, text=True, check=False,
+                          timeout=PATIENCE)
+    assert done.returncode == 0 and "The application is down." in done.stdout
+
+
 # ---- Damaged, hostile and large archives ---------------------------------------------------------
 
 
