@@ -13,6 +13,9 @@
 
 namespace {
 
+// Repeated names that are shown.
+constexpr std::size_t MOST_NAMED = 10;
+
 struct Side {
     Side(const std::vector<const ComparisonDefinition*>& comparisons, bool all)
         : taken(comparisons, all) {}
@@ -20,6 +23,7 @@ struct Side {
     Result result;
     DiffSide taken;
     std::map<std::string, const Item*> items;
+    std::set<std::string> repeated;  // names of several files
 };
 
 bool readSide(const DiffSource& source, Side& side, std::string& why) {
@@ -31,7 +35,10 @@ bool readSide(const DiffSource& source, Side& side, std::string& why) {
         return false;
     }
     for (const Item& item : side.result.items) {
-        side.items.try_emplace(item.name, &item);
+        const bool is_new = side.items.try_emplace(item.name, &item).second;
+        if (!is_new && item.kind == ItemKind::REGULAR) {
+            side.repeated.insert(item.name);
+        }
     }
     return true;
 }
@@ -298,6 +305,19 @@ class FileComparer {
     Diff& diff_;
 };
 
+// What has a name twice is compared only once: a program that unpacks it takes the last one.
+void addRepeated(const char* label, const std::set<std::string>& names, Diff& diff) {
+    std::size_t number = 0;
+    for (const std::string& name : names) {
+        if (++number > MOST_NAMED) {
+            diff.warnings.push_back(label + std::to_string(names.size() - MOST_NAMED) +
+                                    " more names are there twice.");
+            return;
+        }
+        diff.warnings.push_back(label + name + " is there twice; the first one was compared.");
+    }
+}
+
 void addWarnings(Diff& diff) {
     const DiffHead& before = diff.old_head;
     const DiffHead& after = diff.new_head;
@@ -334,6 +354,8 @@ bool compareArchives(const DiffSource& old_source, const DiffSource& new_source,
     diff.old_head = headOf(before.result);
     diff.new_head = headOf(after.result);
     addWarnings(diff);
+    addRepeated("OLD: ", before.repeated, diff);
+    addRepeated("NEW: ", after.repeated, diff);
     for (std::size_t number = 0; number < comparisons.size(); ++number) {
         Comparison& comparison = diff.comparisons.emplace_back();
         comparison.name = comparisons[number]->name;

@@ -1,6 +1,7 @@
 #include "view/IGViewDiffSide.h"
 
 #include <algorithm>
+#include <array>
 #include <tuple>
 
 #include "view/IGViewHash.h"
@@ -8,8 +9,12 @@
 
 namespace {
 
-// Members that each run has of its own.
-constexpr std::string_view OWN_FILES = "quendil";
+// Members that each run has of its own: index and log.
+constexpr std::array<std::string_view, 2> OWN_FILES{"quendil_index", "quendil.log"};
+
+bool isOwnFile(std::string_view name) {
+    return std::find(OWN_FILES.begin(), OWN_FILES.end(), name) != OWN_FILES.end();
+}
 
 std::vector<const Query*> queriesOf(const std::vector<const ComparisonDefinition*>& comparisons) {
     std::vector<const Query*> queries;
@@ -117,7 +122,7 @@ bool DiffSide::begin(const std::string& name) {
         reader_.begin(queries);
         return true;
     }
-    if (all_ && !name.starts_with(OWN_FILES)) {
+    if (all_ && !isOwnFile(name)) {
         const auto [place, is_new] = lines_.try_emplace(name);
         open_lines_ = is_new ? &place->second : nullptr;
     }

@@ -15,6 +15,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Field;
+using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -234,6 +235,35 @@ TEST_F(IGViewCompare, ComparesOtherFilesLineByLineIfAllIsCompared) {
     EXPECT_EQ(log.first_added[0].line, 2U);
     EXPECT_THAT(diff_.only_old, ElementsAre("gone"));
     EXPECT_THAT(diff_.only_new, ElementsAre("quendil.log"));
+}
+
+TEST_F(IGViewCompare, LeavesOutOnlyTheFilesOfTheRunItself) {
+    const auto files = [](const std::string& text) {
+        return Files{{"quendil.log", text},
+                     {"quendil_index", text},
+                     {"quendil_evil/x.txt", text},
+                     {"quendil.log.1", text},
+                     {"sub/quendil.log", text}};
+    };
+    compare(SETTINGS, files("a\n"), files("b\n"), true);
+    EXPECT_THAT(diff_.files, ElementsAre(Field(&FileDifference::item, "quendil.log.1"),
+                                         Field(&FileDifference::item, "quendil_evil/x.txt"),
+                                         Field(&FileDifference::item, "sub/quendil.log")));
+}
+
+TEST_F(IGViewCompare, WarnsOfNamesThatAreThereTwice) {
+    Files many;
+    for (int number = 100; number < 112; ++number) {
+        many.emplace_back(std::to_string(number), "");
+        many.emplace_back(std::to_string(number), "");
+    }
+    const Comparison comparison =
+        compare(SETTINGS, many, {{"a.txt", "k=1\n"}, {"a.txt", "k=2\n"}, {"a.txt", "k=3\n"}});
+    ASSERT_THAT(diff_.warnings, SizeIs(Ge(12U)));
+    const std::vector<std::string> last(diff_.warnings.end() - 3, diff_.warnings.end());
+    EXPECT_THAT(last, ElementsAre("OLD: 109 is there twice; the first one was compared.",
+                                  "OLD: 2 more names are there twice.",
+                                  "NEW: a.txt is there twice; the first one was compared."));
 }
 
 TEST_F(IGViewCompare, SaysOnlyThatABinaryFileDiffers) {
