@@ -41,12 +41,6 @@ std::string canonical(const std::string& path) {
     return error ? path : (directory / plain.filename()).string();
 }
 
-bool isResult(const Result& result) {
-    return result.run.log != NONE ||
-           std::any_of(result.items.begin(), result.items.end(),
-                       [](const Item& item) { return item.name == INDEX; });
-}
-
 void countFindings(const Result& result, OverviewRow& row) {
     for (const Finding& finding : result.findings) {
         if (finding.verdict == Verdict::NOT_JUDGED) {
@@ -141,7 +135,8 @@ std::string Overview::pageFor(const std::string& path, ArchiveReader& archive,
         return "";  // it is the page of another row, or the overview
     }
     OutputFile page;
-    if (isRegular(name) || (page.open(name) && writePageFile(page, archive, result, limit_))) {
+    if (isRegular(name) ||
+        (page.open(name) && writePageFile(page, archive, result, limit_) && page.commit())) {
         return name;
     }
     return "";

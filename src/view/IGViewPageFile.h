@@ -9,10 +9,11 @@
 #include "companion/IGOutputFile.h"
 #include "view/IGViewResult.h"
 
-/// The name of the page of a result: that of the result with ".html" instead of ".tar.gz".
+/// The name of the page of a result: that of the result with ".html" instead of ".tar.gz". Of a
+/// path such as "." that has no name of its own, it is that of the directory where it leads.
 std::string pageNameOf(const std::string& path);
 
-/// Writes the page, and gives the file its name.
+/// Writes the page, which then lacks its name only: see OutputFile::commit.
 /// @param page was opened
 /// @param archive is read a second time
 /// @param limit bytes of content in the page

@@ -2,17 +2,33 @@
 
 #include <algorithm>
 
-std::string_view hostOf(const Result& result) {
-    constexpr std::size_t TIME_DIGITS = 12;  // YYMMDDhhmmss
-    const std::string_view name = result.name;
-    if (name.size() <= TIME_DIGITS + 1) {
-        return name;
+namespace {
+
+constexpr const char* INDEX = "quendil_index";
+
+// The bytes of the time at the end of a result's name, "_YYMMDDhhmmss"; 0 without one.
+std::size_t timeLength(std::string_view name) {
+    constexpr std::size_t LENGTH = 13;
+    if (name.size() <= LENGTH || name[name.size() - LENGTH] != '_') {
+        return 0;
     }
-    const std::string_view time = name.substr(name.size() - TIME_DIGITS);
-    const bool is_time = name[name.size() - TIME_DIGITS - 1] == '_' &&
-                         std::all_of(time.begin(), time.end(),
+    name.remove_prefix(name.size() - LENGTH + 1);
+    const bool is_time = std::all_of(name.begin(), name.end(),
                                      [](char digit) { return digit >= '0' && digit <= '9'; });
-    return is_time ? name.substr(0, name.size() - TIME_DIGITS - 1) : name;
+    return is_time ? LENGTH : 0;
+}
+
+}  // namespace
+
+std::string_view hostOf(const Result& result) {
+    const std::string_view name = result.name;
+    return name.substr(0, name.size() - timeLength(name));
+}
+
+bool isResult(const Result& result) {
+    return result.run.log != NONE || timeLength(result.name) > 0 ||
+           std::any_of(result.items.begin(), result.items.end(),
+                       [](const Item& item) { return item.name == INDEX; });
 }
 
 bool opens(const Result& result, std::uint32_t item) {

@@ -25,6 +25,11 @@ void writeItems(HtmlWriter& out, const Result& result);
 
 /// The name of the machine: that of the result without the time at its end.
 std::string_view hostOf(const Result& result);
+/// Whether it is the result of a run: it has the log or the index, or the name of one. The name
+/// comes first, before an archive can be cut.
+bool isResult(const Result& result);
+/// Why something else is none.
+inline constexpr const char* NO_RESULT_REASON = "it has neither quendil.log nor quendil_index";
 /// Whether the page can open the item.
 bool opens(const Result& result, std::uint32_t item);
 /// Writes a link to a line, or to an item for line 0, around a text.

@@ -1,4 +1,7 @@
 // Makes a page of the result of a run: see quendil-report(8).
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +25,7 @@
 #include "view/IGViewOverviewPage.h"
 #include "view/IGViewPageFile.h"
 #include "view/IGViewScan.h"
+#include "view/IGViewSection.h"
 
 namespace {
 
@@ -46,13 +50,29 @@ bool readDefinitions(const ReportOptions& options, Definitions& definitions) {
     return true;
 }
 
+// Prints the name of a page, and gives the page this name last: if the name cannot be printed,
+// there is no page.
+bool publish(OutputFile& page, const std::string& name) {
+    std::printf("%s\n", shown(name).c_str());
+    if (!finishOutput(PROGRAM)) {
+        return false;
+    }
+    if (!page.commit()) {
+        complain(PROGRAM, name, page.error());
+        return false;
+    }
+    return true;
+}
+
 int makePage(const ReportOptions& options, ArchiveReader& archive, const Result& result,
              OutputFile& page, const std::string& name) {
     if (!writePageFile(page, archive, result, options.limit * MIB)) {
         complain(PROGRAM, name, page.error());
         return STATUS_UNUSABLE;
     }
-    std::printf("%s\n", shown(name).c_str());
+    if (!publish(page, name)) {
+        return STATUS_UNUSABLE;
+    }
     return result.damaged ? STATUS_DAMAGED : 0;
 }
 
@@ -64,11 +84,13 @@ int printDiff(const ReportOptions& options, const Diff& diff, OutputFile& page) 
         printDiffJson(diff);
     } else {
         const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
-        if (!writeDiffPage(diff, sink) || !page.commit()) {
+        if (!writeDiffPage(diff, sink)) {
             complain(PROGRAM, options.output, page.error());
             return STATUS_UNUSABLE;
         }
-        std::printf("%s\n", shown(options.output).c_str());
+        if (!publish(page, options.output)) {
+            return STATUS_UNUSABLE;
+        }
     }
     return diff.damaged() ? STATUS_DAMAGED : 0;
 }
@@ -125,11 +147,13 @@ int reportOverview(const ReportOptions& options, const Definitions& definitions)
     }
     overview.sort();
     const auto sink = [&](std::string_view bytes) { return page.write(bytes); };
-    if (!writeOverviewPage(overview.rows(), directory, index, problems, sink) || !page.commit()) {
+    if (!writeOverviewPage(overview.rows(), directory, index, problems, sink)) {
         complain(PROGRAM, index, page.error());
         return STATUS_UNUSABLE;
     }
-    std::printf("%s\n", shown(index).c_str());
+    if (!publish(page, index)) {
+        return STATUS_UNUSABLE;
+    }
     return overview.damaged() || !problems.empty() ? STATUS_DAMAGED : 0;
 }
 
@@ -155,6 +179,11 @@ int reportResult(const ReportOptions& options, const Definitions& definitions) {
         complain(PROGRAM, result.path, archive->error().empty() ? "it is empty" : archive->error());
         return STATUS_UNUSABLE;
     }
+    if (!isResult(result)) {
+        complain(PROGRAM, result.path,
+                 std::string("it is no result of a run: ") + NO_RESULT_REASON);
+        return STATUS_UNUSABLE;
+    }
     if (makes_page) {
         return makePage(options, *archive, result, page, name);
     }
@@ -177,14 +206,25 @@ int report(const ReportOptions& options) {
     }
 }
 
-// What could not be written was not said.
+// What could not be written was not said. With the worst status, an error was reported before.
 int finish(int status) {
-    return finishOutput(PROGRAM) ? status : STATUS_UNUSABLE;
+    return status != STATUS_UNUSABLE && finishOutput(PROGRAM) ? status : STATUS_UNUSABLE;
+}
+
+// Opens the standard descriptors that are closed, so that nothing can be written to them: otherwise
+// a file that is opened next would get one of their numbers, and what is printed.
+void openStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) == -1) {
+            static_cast<void>(::open("/", O_RDONLY | O_DIRECTORY));
+        }
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    openStandardDescriptors();
     ReportOptions options;
     if (!readOptions(argc, argv, options)) {
         return STATUS_UNUSABLE;

@@ -60,6 +60,15 @@ def test_a_page_of_a_directory_is_beside_it(tmp_path: Path):
     assert (tmp_path / f"{NAME}.html").exists()
 
 
+@pytest.mark.parametrize("inside, path", [("", "."), ("", "./"), ("", "../result/."), ("sub", ".."),
+                                          ("sub", "../"), ("sub", "../sub/../.")])
+def test_a_page_of_a_place_has_the_name_of_its_directory(tmp_path: Path, inside: str, path: str):
+    directory = make_directory(tmp_path, {**FILES, "sub/x": ""}, "result")
+    before = sorted(directory.rglob("*"))
+    assert report(path, directory=directory / inside).stdout == f"{tmp_path}/result.html\n"
+    assert (tmp_path / "result.html").exists() and sorted(directory.rglob("*")) == before
+
+
 def test_a_page_never_takes_the_place_of_a_file(tmp_path: Path):
     archive = make_archive(tmp_path, FILES)
     page = tmp_path / "page.html"
@@ -107,6 +116,22 @@ def test_an_output_that_cannot_be_written_is_an_error(tmp_path: Path):
         done = subprocess.run([program, "--json", archive], stdout=full, stderr=subprocess.PIPE,
                               text=True, timeout=PATIENCE)
     assert done.returncode == 2 and "No space left on device" in done.stderr
+
+
+@pytest.mark.parametrize("redirection", [">/dev/full", ">&-", ">&- 2>&- <&-"])
+@pytest.mark.parametrize("action", ["-o page.html result", "--overview -o page.html in",
+                                    "--diff -o page.html result result"])
+def test_there_is_no_page_if_its_name_cannot_be_printed(tmp_path: Path, redirection: str, action: str):
+    (tmp_path / "in").mkdir()
+    make_directory(tmp_path, FILES, "result")
+    make_directory(tmp_path / "in", FILES)
+    program = Path(os.environ["QUENDIL_STAGE"]) / REPORT
+    done = subprocess.run(["/bin/sh", "-c", f'exec "$0" {action} {redirection}', program], cwd=tmp_path,
+                          stderr=subprocess.PIPE, text=True, check=False, timeout=PATIENCE)
+    assert done.returncode == 2
+    assert done.stderr.count("\n") == (0 if "2>&-" in redirection else 1)
+    assert "standard output: " in done.stderr or "2>&-" in redirection
+    assert sorted(os.listdir(tmp_path)) == ["in", "result"]
 
 
 def test_a_page_that_cannot_be_completed_leaves_nothing(tmp_path: Path):
@@ -201,6 +226,25 @@ def test_a_cut_archive_gives_a_page_of_what_could_be_read(tmp_path: Path, packed
     assert report("--text", archive).stdout.count("\n! ") == 2
 
 
+@pytest.mark.parametrize("action", ["--text", "--json", "-opage.html"])
+@pytest.mark.parametrize("cut", [False, True])
+def test_what_is_no_result_of_a_run_is_refused(tmp_path: Path, action: str, cut: bool):
+    for name, status in (("hello", 2), ("hello_1", 2), ("a_26112316253x", 2), (NAME, 1 if cut else 0)):
+        with tarfile.open(tmp_path / "a.tar", "w", format=tarfile.GNU_FORMAT) as tar:
+            member = tarfile.TarInfo(f"{name}/x")
+            member.size = 5000
+            tar.addfile(member, io.BytesIO(b"x" * member.size))
+        if cut:
+            os.truncate(tmp_path / "a.tar", 1500)
+        done = report(action, "a.tar", directory=tmp_path)
+        assert done.status == status, done.stderr
+        assert (done.stdout == "") == (status == 2)
+        assert (tmp_path / "page.html").exists() == (status != 2 and action.startswith("-o"))
+        assert done.stderr == (
+            "" if status != 2 else "quendil-report: a.tar: it is no result of a run: it has neither "
+                                   "quendil.log nor quendil_index\n")
+
+
 def test_a_flipped_bit_is_noticed(tmp_path: Path):
     whole = bytearray(tar_bytes({**FILES, "log/large": os.urandom(200000)}))
     whole[len(whole) // 2] ^= 1
@@ -232,13 +276,14 @@ def test_nothing_is_written_where_a_member_says(tmp_path: Path):
         device = tarfile.TarInfo("device")
         device.type = tarfile.BLKTYPE
         tar.addfile(device)
+        tar.addfile(tarfile.TarInfo("quendil.log"))
     inside = tmp_path / "inside"
     inside.mkdir()
     archive = inside / "a.tar.gz"
     archive.write_bytes(out.getvalue())
     items = decoded("report", report("--json", archive).stdout)["items"]
     assert [item["name"] for item in items] == [
-        "../up", "/tmp/quendil-report-absolute", "a/../../up2", "link", "device"]
+        "../up", "/tmp/quendil-report-absolute", "a/../../up2", "link", "device", "quendil.log"]
     assert (items[3]["target"], items[4]["kind"]) == ("/etc/shadow", "other")
     assert report(archive).status == 0
     assert os.listdir(tmp_path) == ["inside"] and sorted(os.listdir(inside)) == ["a.html", "a.tar.gz"]
@@ -278,7 +323,7 @@ def test_no_text_of_an_archive_controls_a_terminal(tmp_path: Path):
 
 def test_a_bomb_takes_neither_memory_nor_space(tmp_path: Path):
     archive = tmp_path / "bomb.tar.gz"
-    head = tarfile.TarInfo("h_1/log")
+    head = tarfile.TarInfo(f"{NAME}/log")
     head.size = 1 << 30
     with gzip.open(archive, "wb", compresslevel=1) as out:
         out.write(head.tobuf(tarfile.GNU_FORMAT))

@@ -59,7 +59,7 @@ TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
          "items": "x", "find": "bad"}]})",
                                 why))
         << why;
-    archive("1.tar", "y", "");
+    writeText(path("1.tar"), ArchiveText().file("vm/y", "").end());
     archive("2.tar", "quendil.log", "");
     writeText(path("3.tar"), ArchiveText().file("v/quendil_index", "").file("v/x", "warn").end());
     writeText(path("4.tar"),
