@@ -25,10 +25,19 @@ PageStyle tableStyle() {
     return {TABLE_STYLE, TABLE_STYLE_SHA256};
 }
 
+std::string headBeginning(std::string_view mark) {
+    std::string text = "<!doctype html>\n<html lang=en";
+    if (!mark.empty()) {
+        (text += " data-result=") += mark;
+    }
+    return text += ">\n";
+}
+
 void writeHead(HtmlWriter& out, std::string_view title,
                std::initializer_list<std::string_view> scripts,
-               std::initializer_list<PageStyle> styles) {
-    out << "<!doctype html>\n<html lang=en>\n<head>\n<meta charset=utf-8>\n"
+               std::initializer_list<PageStyle> styles, std::string_view mark) {
+    out.embed(headBeginning(mark));
+    out << "<head>\n<meta charset=utf-8>\n"
            "<meta http-equiv=Content-Security-Policy content=\"default-src 'none'; "_html;
     if (scripts.size() > 0) {
         out << "script-src"_html;

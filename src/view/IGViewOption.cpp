@@ -36,8 +36,8 @@ const char* const REPORT_USAGE =
     "  -h, --help       this text\n"
     "  --version        the version\n"
     "\n"
-    "exit status: 0 done; 1 done, but the result was damaged or unreadable in part;\n"
-    "2 wrong usage, no result of a run, or the page cannot be written\n";
+    "exit status: 0 done; 1 done, but a result was damaged or unreadable in part, or has no page\n"
+    "in the overview; 2 wrong usage, no result of a run, or the page cannot be written\n";
 
 namespace {
 

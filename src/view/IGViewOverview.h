@@ -5,7 +5,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +14,8 @@
 
 /// Titles of findings that a row has.
 inline constexpr std::size_t MOST_TITLES = 10;
+
+struct FoundFile;  // a result that is open
 
 enum class OverviewState : std::uint8_t {
     READ,
@@ -26,7 +27,8 @@ enum class OverviewState : std::uint8_t {
 /// One result.
 struct OverviewRow {
     std::string path;
-    std::string page;  // the path of its page; "" if it has none
+    std::string page;     // the path of its page; "" if it has none
+    std::string no_page;  // why a result has none
     std::string host;
     std::string started;    // "2026/11/23 16:25:38", or ""
     std::string arguments;  // of the run
@@ -48,28 +50,32 @@ std::vector<std::string> findResults(const std::string& directory,
 /// Makes the rows. A page that is missing is made; one that is there is never changed.
 class Overview {
   public:
+    /// @param directory below which the results are; of its path links are followed, below it none
     /// @param index the path of the overview itself, which no page may take
     /// @param limit bytes of content in each page
-    Overview(const Definitions& definitions, const std::string& index, std::uint64_t limit,
-             bool follow_links);
+    Overview(const Definitions& definitions, const std::string& directory, const std::string& index,
+             std::uint64_t limit, bool follow_links);
 
-    /// Reads one result. Its memory does not outlive the call.
-    void add(const std::string& path);
+    /// Reads one result, and makes its page. Its memory does not outlive the call.
+    /// @param path as findResults has given it
+    const OverviewRow& add(const std::string& path);
     /// Puts the worst first.
     void sort();
 
     [[nodiscard]] const std::vector<OverviewRow>& rows() const { return rows_; }
-    /// Whether something could not be read completely.
+    /// Whether something could not be read completely, or has no page.
     [[nodiscard]] bool damaged() const;
 
   private:
     OverviewRow read(const std::string& path);
-    std::string pageFor(const std::string& path, ArchiveReader& archive, const Result& result);
+    void findPage(OverviewRow& row, const FoundFile& found, ArchiveReader& archive,
+                  const Result& result);
 
     const Definitions& definitions_;
+    std::string directory_;
+    std::string index_;  // canonical
     std::uint64_t limit_;
     bool follow_links_;
-    std::set<std::string> pages_;  // that the overview and its rows have, as canonical paths
     std::vector<OverviewRow> rows_;
 };
 

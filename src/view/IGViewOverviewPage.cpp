@@ -102,6 +102,9 @@ void writeRow(HtmlWriter& out, const OverviewRow& row, const std::string& index)
     if (!row.reason.empty()) {
         out << " <small>"_html << row.reason << "</small>"_html;
     }
+    if (!row.no_page.empty()) {
+        out << " <small>No page: "_html << row.no_page << "</small>"_html;
+    }
     out << "</td><td data-l=Findings>"_html;
     if (isKnown(row)) {
         writeFindings(out, row);

@@ -1,6 +1,11 @@
 #include "view/IGViewPage.h"
 
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+
 #include "view/IGViewGzip.h"
+#include "view/IGViewHash.h"
 #include "view/IGViewHead.h"
 #include "view/IGViewHtml.h"
 #include "view/IGViewSection.h"
@@ -124,12 +129,35 @@ bool writeContents(HtmlWriter& out, const std::function<bool(const Sink&)>& writ
     });
 }
 
+// A number for what was read. It need not be secret: who can write another archive to the place of
+// this one can do without the page of the first.
+std::string markOf(const Result& result) {
+    constexpr HashKey KEY{};
+    std::string text = std::to_string(static_cast<int>(result.form)) + " " +
+                       std::to_string(result.bytes) + " " + std::to_string(result.omitted) + " " +
+                       result.name;
+    std::uint64_t hash = sipHash(KEY, text);
+    for (const Item& item : result.items) {
+        text = std::to_string(hash) + " " + std::to_string(static_cast<int>(item.kind)) + " " +
+               std::to_string(item.size) + " " + std::to_string(item.modified) + " " + item.name +
+               '\0' + item.link_target;
+        hash = sipHash(KEY, text);
+    }
+    std::array<char, 17> digits{};
+    std::snprintf(digits.data(), digits.size(), "%016" PRIx64, hash);
+    return digits.data();
+}
+
 }  // namespace
+
+std::string pageBeginning(const Result& result) {
+    return headBeginning(markOf(result));
+}
 
 bool writePage(const Result& result, std::vector<ItemContent>& contents,
                const std::function<bool(const Sink&)>& write_contents, const Sink& sink) {
     HtmlWriter out(sink);
-    writeHead(out, hostOf(result), {PAGE_LOADER_SHA256, PAGE_SCRIPT_SHA256}, {});
+    writeHead(out, hostOf(result), {PAGE_LOADER_SHA256, PAGE_SCRIPT_SHA256}, {}, markOf(result));
     writeHeader(out, result);
     out << "<main>\n"_html;
     writeNotices(out, result);

@@ -3,12 +3,17 @@
 #define QUENDIL_VIEW_IGVIEWPAGE_H
 
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "view/IGViewContent.h"
 #include "view/IGViewHtml.h"
 #include "view/IGViewResult.h"
 #include "view/IGViewSink.h"
+
+/// The first bytes of the page. They tell whether it was made from this result: they change with
+/// its form and size, and with the names, sizes and times of its members.
+std::string pageBeginning(const Result& result);
 
 /// Writes the page.
 /// @param contents what the page shows of every item; skipped_lines are set by `write_contents`

@@ -141,9 +141,12 @@ int reportOverview(const ReportOptions& options, const Definitions& definitions)
         complain(PROGRAM, index, page.error());
         return STATUS_UNUSABLE;
     }
-    Overview overview(definitions, index, options.limit * MIB, options.follow_links);
+    Overview overview(definitions, directory, index, options.limit * MIB, options.follow_links);
     for (const std::string& result : results) {
-        overview.add(result);
+        const OverviewRow& row = overview.add(result);
+        if (!row.no_page.empty()) {
+            complain(PROGRAM, result, "it has no page: " + row.no_page);
+        }
     }
     overview.sort();
     const auto sink = [&](std::string_view bytes) { return page.write(bytes); };

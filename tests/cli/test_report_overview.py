@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import html
+import os
 import re
 import stat
 import subprocess
@@ -11,6 +12,8 @@ from urllib.parse import unquote
 
 import pytest
 from support.reporting import (
+    PATIENCE,
+    REPORT,
     Files,
     Reported,
     make_archive,
@@ -88,8 +91,14 @@ def test_the_pages_of_the_results_are_made_and_linked(tmp_path):
         (tmp_path / "alone.html").unlink()
 
 
+def cell(page: Path, archive: Path) -> str:
+    """How the run of a result has ended, and why it has no page."""
+    (row,) = [row for row in rows(page) if row[-1] == str(archive)]
+    return squeezed(row[2])
+
+
 def test_no_file_is_overwritten(tmp_path):
-    make_archive(tmp_path, QUIET, "one_261123162538")
+    archive = make_archive(tmp_path, QUIET, "one_261123162538")
     page = tmp_path / "one_261123162538.html"
     page.write_text("mine")
     index = tmp_path / "index.html"
@@ -97,16 +106,105 @@ def test_no_file_is_overwritten(tmp_path):
     done = overview(tmp_path, status=2)
     assert done.stdout == "" and f"{index}: " in done.stderr
     other = tmp_path / "other.html"
-    assert overview(tmp_path, "-o", other).stdout == f"{other}\n"
+    again = overview(tmp_path, "-o", other, status=1)
+    reason = f"{page.name} was not made from this result as it is now"
+    assert (again.stdout, again.stderr) == (
+        f"{other}\n", f"quendil-report: {archive}: it has no page: {reason}\n")
     assert (page.read_text(), index.read_text()) == ("mine", "mine too")
-    assert links(other) == [page.name]
+    assert links(other) == [] and cell(other, archive) == f"complete No page: {reason}"
+
+
+def test_a_page_is_linked_as_long_as_its_result_is_the_same(tmp_path):
+    archive = make_archive(tmp_path, QUIET, "one_261123162538")
+    directory = make_directory(tmp_path, {**QUIET, "quendil_index": "", "x": "1"}, "two_261123162538")
+    assert report(archive).status == report(f"{directory}/").status == 0
+    both = ["one_261123162538.html", "two_261123162538.html"]
+    for number in range(2):
+        index = tmp_path / f"{number}.html"
+        overview(tmp_path, "-o", index)
+        assert sorted(links(index)) == both
+    make_archive(tmp_path, FAILED, "one_261123162538")
+    (directory / "x").write_text("12")
+    overview(tmp_path, "-o", tmp_path / "changed.html", status=1)
+    assert links(tmp_path / "changed.html") == []
+    for path in (archive, directory):
+        assert cell(tmp_path / "changed.html", path).endswith(
+            "was not made from this result as it is now")
+
+
+def test_a_page_that_is_older_than_its_result_is_not_linked(tmp_path):
+    archive = make_archive(tmp_path, QUIET, "one_261123162538")
+    assert report(archive).status == 0
+    page = tmp_path / "one_261123162538.html"
+    for difference, status in ((0, 0), (-1, 1)):
+        os.utime(page, ns=(0, archive.stat().st_mtime_ns + difference))
+        index = tmp_path / f"{status}.html"
+        overview(tmp_path, "-o", index, status=status)
+        assert links(index) == ([] if status else [page.name])
+    assert cell(index, archive) == f"complete No page: {page.name} is older than the result"
+
+
+def test_an_archive_does_not_get_the_page_of_another_one(tmp_path):
+    packed = make_archive(tmp_path, QUIET, "r")
+    assert report(packed).stdout == f"{tmp_path}/r.html\n"
+    plain = make_archive(tmp_path, QUIET, "r", gzip=False)
+    overview(tmp_path, status=1)
+    index = tmp_path / "index.html"
+    assert links(index) == ["r.html"] and cell(index, packed) == "complete"
+    assert cell(index, plain).endswith("No page: r.html was not made from this result as it is now")
+
+
+@pytest.mark.parametrize("kind, reason", [
+    ("link", " is a link"), ("dangling", " is a link"), ("fifo", " is no file"),
+    ("directory", " is no file"), ("other's", " is a file of another user")])
+def test_what_somebody_has_put_there_is_not_linked(tmp_path, kind, reason):
+    (tmp_path / "in").mkdir()
+    archive = make_archive(tmp_path / "in", QUIET, "a")
+    page = tmp_path / "in/a.html"
+    assert report(archive).status == 0  # a true page, but not at its place or not one's own
+    if kind == "other's":
+        if os.geteuid() != 0:
+            pytest.skip("needs root")
+        os.chown(page, 65534, 65534)
+    else:
+        page.rename(tmp_path / "true.html")
+        if kind == "fifo":
+            os.mkfifo(page)
+        elif kind == "directory":
+            page.mkdir()
+        else:
+            page.symlink_to(tmp_path / ("true.html" if kind == "link" else "nowhere"))
+    overview(tmp_path / "in", status=1)
+    index = tmp_path / "in/index.html"
+    assert links(index) == [] and cell(index, archive) == f"complete No page: a.html{reason}"
+
+
+def test_pages_that_cannot_be_completed_are_named(tmp_path):
+    large = make_archive(tmp_path, {"a": os.urandom(300000)}, "large_261123162538")
+    make_archive(tmp_path, QUIET, "small_261123162538")
+    program = Path(os.environ["QUENDIL_STAGE"]) / REPORT
+    done = subprocess.run(["/bin/sh", "-c", 'ulimit -f 200; exec "$@"', "sh", program, "--overview", tmp_path],
+                          capture_output=True, text=True, check=False, timeout=PATIENCE)
+    reason = "large_261123162538.html: File too large"
+    assert (done.returncode, done.stdout) == (1, f"{tmp_path}/index.html\n")
+    assert done.stderr == f"quendil-report: {large}: it has no page: {reason}\n"
+    assert links(tmp_path / "index.html") == ["small_261123162538.html"]
+    assert cell(tmp_path / "index.html", large) == f"complete No page: {reason}"
+
+
+@pytest.mark.parametrize("path", [".", "../run_261123162538", "../run_261123162538/", "sub/.."])
+def test_a_directory_that_is_a_result_itself_has_a_page_beside_it(tmp_path, path):
+    directory = make_directory(tmp_path, {**QUIET, "quendil_index": "", "sub/x": ""}, "run_261123162538")
+    overview(path, "-o", "../index.html", directory=directory)
+    assert links(tmp_path / "index.html") == ["run_261123162538.html"]
+    assert (tmp_path / "run_261123162538.html").is_file()
 
 
 def test_a_page_that_cannot_be_made_is_not_linked(tmp_path):
     (tmp_path / "sub").mkdir()
     make_archive(tmp_path / "sub", QUIET, "one_261123162538")
     (tmp_path / "sub/one_261123162538.html").mkdir()
-    overview(tmp_path)
+    overview(tmp_path, status=1)
     assert links(tmp_path / "index.html") == []
     assert len(rows(tmp_path / "index.html")) == 1
 
@@ -114,8 +212,9 @@ def test_a_page_that_cannot_be_made_is_not_linked(tmp_path):
 def test_two_results_do_not_share_a_page(tmp_path):
     make_archive(tmp_path, QUIET, "one_261123162538")
     make_archive(tmp_path, FAILED, "one_261123162538", gzip=False)
-    make_archive(tmp_path, QUIET, "index")
-    overview(tmp_path)
+    named = make_archive(tmp_path, QUIET, "index")
+    overview(tmp_path, status=1)
+    assert cell(tmp_path / "index.html", named) == "complete No page: index.html is this overview"
     assert links(tmp_path / "index.html") == ["one_261123162538.html"]
     linked = [row for row in (tmp_path / "index.html").read_text().split("<tr>") if "<a " in row]
     assert len(linked) == 1 and "one_261123162538.tar<" in linked[0]

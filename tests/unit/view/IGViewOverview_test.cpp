@@ -1,12 +1,35 @@
 #include "view/IGViewOverview.h"
 
+#include <dlfcn.h>
+#include <fts.h>
+
+#include <cerrno>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../../support/archive_text.h"
 #include "../../support/file_fixture.h"
 #include "view/IGViewOverviewPage.h"
+
+namespace {
+
+int fts_error = 0;  // with which fts_read ends
+
+}  // namespace
+
+// In the place of the function of the C library.
+extern "C" FTSENT* fts_read(FTS* tree) {
+    // The name that _FILE_OFFSET_BITS gives it.
+    static const auto original =
+        reinterpret_cast<decltype(&fts_read)>(::dlsym(RTLD_NEXT, "fts64_read"));
+    FTSENT* entry = original(tree);
+    if (entry == nullptr && fts_error != 0) {
+        errno = std::exchange(fts_error, 0);
+    }
+    return entry;
+}
 
 namespace {
 
@@ -49,6 +72,48 @@ TEST_F(IGViewOverview, NamesADirectoryThatIsNotThere) {
     EXPECT_THAT(problems_, ElementsAre(HasSubstr("absent")));
 }
 
+TEST_F(IGViewOverview, SaysThatTheSearchHasEndedEarly) {
+    writeText(path("a.tar"), "");
+    fts_error = EIO;
+    EXPECT_THAT(found(), ElementsAre("a.tar"));
+    EXPECT_THAT(problems_, ElementsAre(HasSubstr("the search ended early: Input/output error")));
+}
+
+// What is between the search and the reading may be anyone's work.
+TEST_F(IGViewOverview, FollowsNoLinkThatHasComeInTheMeantime) {
+    std::filesystem::create_directories(path("in/sub"));
+    std::filesystem::create_directories(path("out"));
+    archive("in/one.tar", "quendil.log", "");
+    archive("in/sub/two.tar", "quendil.log", "");
+    archive("out/two.tar", "quendil.log", "");
+    const Definitions definitions;
+    Overview overview(definitions, path("in"), path("index.html"), 1024, false);
+    const std::vector<std::string> results = findResults(path("in"), problems_);
+    ASSERT_THAT(results, ElementsAre(path("in/one.tar"), path("in/sub/two.tar")));
+    std::filesystem::remove(path("in/one.tar"));
+    std::filesystem::create_symlink(path("out/two.tar"), path("in/one.tar"));
+    std::filesystem::rename(path("in/sub"), path("in/before"));
+    std::filesystem::create_symlink(path("out"), path("in/sub"));
+    for (const std::string& result : results) {
+        EXPECT_EQ(overview.add(result).state, OverviewState::UNREADABLE);
+    }
+    EXPECT_EQ(overview.rows()[0].reason, "Too many levels of symbolic links");
+    EXPECT_TRUE(overview.damaged());
+    EXPECT_FALSE(std::filesystem::exists(path("out/two.html")));
+    EXPECT_FALSE(std::filesystem::exists(path("in/one.html")));
+}
+
+TEST_F(IGViewOverview, FollowsTheLinksOfItsOwnDirectory) {
+    std::filesystem::create_directories(path("real"));
+    archive("real/one.tar", "quendil.log", "");
+    std::filesystem::create_symlink("real", path("link"));
+    const Definitions definitions;
+    Overview overview(definitions, path("link"), path("index.html"), 1024, false);
+    const std::string page = overview.add(path("link/one.tar")).page;
+    EXPECT_EQ(page, path("link/one.html"));
+    EXPECT_TRUE(std::filesystem::exists(path("real/one.html")));
+}
+
 TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
     Definitions definitions;
     std::string why;
@@ -64,7 +129,7 @@ TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
     writeText(path("3.tar"), ArchiveText().file("v/quendil_index", "").file("v/x", "warn").end());
     writeText(path("4.tar"),
               ArchiveText().file("v/quendil_index", "").file("v/x", "warn\nbad").end());
-    Overview overview(definitions, path("index.html"), 1024, false);
+    Overview overview(definitions, path(""), path("index.html"), 1024, false);
     for (const char* name : {"1.tar", "2.tar", "3.tar", "4.tar"}) {
         overview.add(path(name));
     }
