@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "common/base/IGGuards.h"
 #include "companion/IGOutputFile.h"
@@ -177,10 +178,10 @@ std::vector<std::string> findResults(const std::string& directory,
     return found;
 }
 
-Overview::Overview(const Definitions& definitions, const std::string& directory,
-                   const std::string& index, std::uint64_t limit, bool follow_links)
+Overview::Overview(const Definitions& definitions, std::string directory, const std::string& index,
+                   std::uint64_t limit, bool follow_links)
     : definitions_(definitions),
-      directory_(directory),
+      directory_(std::move(directory)),
       index_(canonical(index)),
       limit_(limit),
       follow_links_(follow_links) {

@@ -53,7 +53,7 @@ class Overview {
     /// @param directory below which the results are; of its path links are followed, below it none
     /// @param index the path of the overview itself, which no page may take
     /// @param limit bytes of content in each page
-    Overview(const Definitions& definitions, const std::string& directory, const std::string& index,
+    Overview(const Definitions& definitions, std::string directory, const std::string& index,
              std::uint64_t limit, bool follow_links);
 
     /// Reads one result, and makes its page. Its memory does not outlive the call.
