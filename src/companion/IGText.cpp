@@ -58,7 +58,7 @@ std::string withoutTurning(std::string_view text) {
 
 }  // namespace
 
-std::string shown(const std::string& text, Tabs tabs) {
+std::string printable(const std::string& text, Tabs tabs) {
     std::string result;
     for (std::size_t begin = 0; begin <= text.size();) {
         // A NUL ends a text for the function that escapes it.
@@ -67,11 +67,15 @@ std::string shown(const std::string& text, Tabs tabs) {
         std::string out(IgCmnMsgPrintableSize(part.c_str(), tabs), '\0');
         IgCmnMsgPrintable(part.c_str(), out.data(), out.size(), tabs);
         out.pop_back();  // the NUL at its end
-        result += withoutTurning(out);
+        result += out;
         result += end < text.size() ? "\\000" : "";
         begin = end + 1;
     }
     return result;
+}
+
+std::string shown(const std::string& text, Tabs tabs) {
+    return withoutTurning(printable(text, tabs));
 }
 
 std::string counted(std::size_t number, const char* what) {

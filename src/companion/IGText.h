@@ -7,8 +7,10 @@
 
 #include "common/base/IGPrintable.h"
 
-/// A text without characters that control a terminal or the direction of its text: each of their
-/// bytes is a backslash and three octal digits, as in the messages of the collector.
+/// A text as the collector writes it in its messages and in the index: without characters that
+/// control a terminal. Each of their bytes is a backslash and three octal digits.
+std::string printable(const std::string& text, Tabs tabs);
+/// The same, also without those that control the direction of a text.
 std::string shown(const std::string& text, Tabs tabs = Tabs::KEPT);
 /// "1 file", "2 files".
 std::string counted(std::size_t number, const char* what);

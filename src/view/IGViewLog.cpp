@@ -302,7 +302,7 @@ void IndexReader::line(std::string_view text) {
 std::uint32_t IndexReader::recordOf(const std::string& name) const {
     auto found = files_.find(name);
     if (found == files_.end()) {
-        found = files_.find(shown(name, Tabs::ESCAPED));  // the form in which the index has it
+        found = files_.find(printable(name, Tabs::ESCAPED));  // the form in which the index has it
     }
     return found == files_.end() ? NONE : found->second;
 }

@@ -230,8 +230,11 @@ TEST_F(IGViewIndex, HasTheDescriptionOfEveryFile) {
 }
 
 TEST_F(IGViewIndex, FindsANameWithControlCharacters) {
-    read({"quendil", "quendil", "", R"(FILE:log/a\012b\033c)", "DESC:Hostile"});
-    EXPECT_EQ(reader_.recordOf("log/a\nb\033c"), 0U);
+    read({"quendil", "quendil", "",
+          R"(FILE:log/a\012b\033c)"
+          "\u202e",
+          "DESC:Hostile"});
+    EXPECT_EQ(reader_.recordOf("log/a\nb\033c\u202e"), 0U);
 }
 
 // Each of very many items may have the same record.
