@@ -254,6 +254,41 @@ TEST_F(IGArchive, BeginsAgainWithTheSameFile) {
     EXPECT_EQ(membersOf(*reader), first);
 }
 
+TEST_F(IGArchive, ReadsADamagedFileAgainAsFarAsBefore) {
+    const std::string whole = smallArchive(true);
+    const auto reader = openBytes(whole.substr(0, whole.size() - 30));
+    ASSERT_NE(reader, nullptr) << why_;
+    const std::vector<std::string> first = membersOf(*reader);
+    EXPECT_EQ(first.back(), "broken");
+    EXPECT_GT(first.size(), 1U);
+    ASSERT_TRUE(reader->rewind());
+    EXPECT_EQ(membersOf(*reader), first);
+}
+
+TEST_F(IGArchive, TakesWhatFollowsACompressedTarForPadding) {
+    const std::string whole = smallArchive(true);
+    for (const std::string& rest : {std::string(1000, '\0'), std::string("garbage")}) {
+        const auto reader = openBytes(whole + rest);
+        ASSERT_NE(reader, nullptr) << why_;
+        EXPECT_EQ(membersOf(*reader).size(), 4U);
+        EXPECT_EQ(reader->error(), "");
+    }
+}
+
+// A small file may unpack to zeros without an end.
+TEST_F(IGArchive, DoesNotReadForEverAfterTheEndOfATar) {
+    const std::string zeros = gzipped(std::string(std::size_t{1} << 20U, '\0'));
+    std::string bytes = gzipped(smallArchive(false));
+    for (int number = 0; number < 63; ++number) {
+        bytes += zeros;
+    }
+    EXPECT_EQ(membersOf(*openBytes(bytes)).back(), "end");
+    bytes += zeros;
+    const auto reader = openBytes(bytes);
+    EXPECT_EQ(membersOf(*reader).back(), "broken");
+    EXPECT_EQ(reader->error(), "it goes on after its end");
+}
+
 TEST_F(IGArchive, RefusesWhatIsNoArchive) {
     EXPECT_EQ(openBytes(""), nullptr);
     EXPECT_EQ(openBytes("a text\n"), nullptr);

@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 TEST(IGText, ShowsNoCharacterThatTurnsOrBreaksALine) {
     EXPECT_EQ(shown("a\u061cb"), "a\\330\\234b");
     EXPECT_EQ(shown("\u200e\u200f"), "\\342\\200\\216\\342\\200\\217");
@@ -25,6 +27,16 @@ TEST(IGText, EscapesWhatControlsATerminal) {
     EXPECT_EQ(shown(std::string("a\0b\x1b[31m\n\u009b\x9b", 12)),
               "a\\000b\\033[31m\\012\\302\\233\\233");
     EXPECT_EQ(shown("a\tb", Tabs::ESCAPED), "a\\011b");
+}
+
+TEST(IGText, ShowsATextBehindAByteThatIsZero) {
+    EXPECT_EQ(shown("\0a\0\0\x1b\0"s), "\\000a\\000\\000\\033\\000");
+}
+
+TEST(IGText, CountsInWords) {
+    EXPECT_EQ(counted(0, "rule"), "no rules");
+    EXPECT_EQ(counted(1, "rule"), "1 rule");
+    EXPECT_EQ(counted(2, "rule"), "2 rules");
 }
 
 TEST(IGText, RefusesUsageWithoutTheControlCharactersOfAValue) {
