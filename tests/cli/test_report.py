@@ -11,6 +11,8 @@ import stat
 import subprocess
 import tarfile
 import time
+from base64 import b64encode
+from hashlib import sha256
 from pathlib import Path
 
 import pytest
@@ -78,6 +80,19 @@ def test_a_page_never_takes_the_place_of_a_file(tmp_path: Path):
         done = report(archive, "-o", tmp_path / name)
         assert (done.status, done.stdout) == (2, "") and "File exists" in done.stderr
     assert page.read_text() == "mine"
+
+
+def test_the_policy_of_a_page_allows_its_own_loader_and_style(tmp_path: Path):
+    assert report("-o", tmp_path / "page.html", make_archive(tmp_path, FILES)).status == 0
+    text = (tmp_path / "page.html").read_text()
+    policy = re.search(r'Content-Security-Policy content="([^"]*)"', text)
+    assert policy is not None
+    directives = dict(part.split(" ", 1) for part in policy[1].split("; "))
+    for name, element in (("script-src", "script"), ("style-src", "style")):
+        inside = re.findall(rf"<{element}>(.*?)</{element}>", text, re.S)
+        hashes = ["'sha256-" + b64encode(sha256(one.encode()).digest()).decode() + "'"
+                  for one in inside]
+        assert len(hashes) == 1 and hashes[0] in directives[name].split(), name
 
 
 def test_equal_archives_give_equal_pages(tmp_path: Path):

@@ -191,6 +191,29 @@ TEST_F(IGViewCompare, DoesNotCallAFileRemovedThatADamagedArchiveMayHaveLost) {
     EXPECT_THAT(diff_.warnings, testing::Contains(StartsWith("NEW: The archive is damaged")));
 }
 
+TEST_F(IGViewCompare, ComparesTheFirstOfMembersWithTheSameName) {
+    EXPECT_THAT(
+        texts(compare(SETTINGS, {{"a.txt", "k=1\n"}, {"a.txt", "k=2\n"}}, {{"a.txt", "k=1\n"}})),
+        IsEmpty());
+}
+
+TEST_F(IGViewCompare, ComparesNoFileThatAnArchiveHasInPart) {
+    const std::string text = "k=1\n" + std::string(2000, '#') + "\nl=1\n";
+    const std::string whole = ArchiveText().file("vm/a.txt", text).end();
+    writeText(path("old.tar"), whole);
+    writeText(path("new.tar"), whole.substr(0, 1024));
+    Definitions table;
+    std::string why;
+    ASSERT_TRUE(table.add(SETTINGS, why)) << why;
+    const auto old_archive = openArchive(path("old.tar"), false, why);
+    const auto new_archive = openArchive(path("new.tar"), false, why);
+    ASSERT_TRUE(
+        compareArchives({"o", *old_archive}, {"n", *new_archive}, table, false, diff_, why));
+    EXPECT_THAT(diff_.comparisons[0].differences, IsEmpty());
+    EXPECT_THAT(reasons(diff_.comparisons[0]),
+                ElementsAre("a.txt NEW: the archive has it only in part"));
+}
+
 TEST_F(IGViewCompare, ComparesNoFileWithTooManyEntries) {
     std::string text;
     for (std::size_t number = 0; number <= MOST_ENTRIES; ++number) {
@@ -217,8 +240,17 @@ TEST_F(IGViewCompare, ComparesOtherFilesLineByLineIfAllIsCompared) {
     for (int line = 0; line < 30; ++line) {
         many += "line " + std::to_string(line) + "\n";
     }
-    compare(SETTINGS, {{"same", "x\n"}, {"log", "a\nb\nb\n"}, {"order", "1\n2\n"}, {"gone", "x"}},
-            {{"same", "x\n"}, {"log", "b\n" + many}, {"order", "2\n1\n"}, {"quendil.log", "t"}},
+    compare(SETTINGS,
+            {{"same", "x\n"},
+             {"log", "a\nb\nb\n"},
+             {"order", "1\n2\n"},
+             {"gone", "x"},
+             {"quendil_index", "1\n"}},
+            {{"same", "x\n"},
+             {"log", "b\n" + many},
+             {"order", "2\n1\n"},
+             {"quendil.log", "t"},
+             {"quendil_index", "2\n"}},
             true);
     EXPECT_THAT(diff_.files,
                 ElementsAre(Field(&FileDifference::item, "log"),

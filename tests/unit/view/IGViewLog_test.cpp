@@ -153,6 +153,17 @@ TEST(IGViewLog, EndsAToolWithTheLogWhereItsEndIsMissing) {
     EXPECT_EQ(run.tools[1].end, 12);
 }
 
+TEST(IGViewLog, GivesAToolWithoutAnEndTheLastTimeOfTheLog) {
+    const RunLog run = runOf(std::string(BEGINNING) +
+                             "ZEPA206-I:Information collecting tool start.\n"
+                             "    Start time = 2026/11/23 16:25:50\n"
+                             "ZEPA213-I:quendil ended at 2026/11/23 16:26:38. return code = 0.\n");
+    ASSERT_EQ(run.tools.size(), 1U);
+    EXPECT_FALSE(run.tools[0].ended);
+    EXPECT_EQ(run.tools[0].start, 12);
+    EXPECT_EQ(run.tools[0].end, 60);
+}
+
 TEST(IGViewLog, KeepsTimesThatRunBackwardsInOrder) {
     const RunLog run = runOf(BEGINNING + tool("/bin/a", "16:25:50", "16:25:45") +
                              tool("/bin/b", "16:20:00", "16:26:00"));

@@ -149,6 +149,35 @@ TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
     EXPECT_FALSE(std::filesystem::exists(path("1.html")));
 }
 
+TEST_F(IGViewOverview, IsDamagedWithOneArchiveThatCannotBeReadCompletely) {
+    const std::string whole =
+        ArchiveText().file("v/quendil_index", "").file("v/x", std::string(2000, 'x')).end();
+    writeText(path("whole.tar"), whole);
+    writeText(path("cut.tar"), whole.substr(0, 512 * 3));
+    writeText(path("text.tar"), "no archive");
+    const Definitions definitions;
+    for (const auto& [name, state] : {std::pair{"whole.tar", OverviewState::READ},
+                                      {"cut.tar", OverviewState::DAMAGED},
+                                      {"text.tar", OverviewState::UNREADABLE}}) {
+        Overview overview(definitions, path("index.html"), 1024, false);
+        overview.add(path(name));
+        EXPECT_EQ(overview.rows()[0].state, state) << name;
+        EXPECT_EQ(overview.damaged(), state != OverviewState::READ) << name;
+        EXPECT_EQ(overview.rows()[0].reason.empty(), state == OverviewState::READ) << name;
+    }
+}
+
+TEST_F(IGViewOverview, DoesNotLinkToAPageThatIsALink) {
+    archive("1.tar", "quendil_index", "");
+    writeText(path("other"), "of another place");
+    std::filesystem::create_symlink("other", path("1.html"));
+    const Definitions definitions;
+    Overview overview(definitions, path("index.html"), 1024, false);
+    overview.add(path("1.tar"));
+    EXPECT_EQ(overview.rows()[0].page, "");
+    EXPECT_EQ(readText(path("other")), "of another place");
+}
+
 TEST_F(IGViewOverview, LinksAreRelativeAndEncoded) {
     std::filesystem::create_directories(path("a b"));
     EXPECT_EQ(linkTo(path("x.html"), path("index.html")), "x.html");

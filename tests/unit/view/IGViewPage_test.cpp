@@ -91,6 +91,17 @@ TEST(IGViewFinding, CitesThePlacesAndSaysHowManyThereAre) {
     EXPECT_THAT(page, HasSubstr("<b>Remedy</b> Do it."));
 }
 
+TEST(IGViewFinding, LinksTheItemsOfARemedyAndShowsItsCommands) {
+    Result result = smallResult();
+    Finding finding = findingOf(Verdict::FOUND, Weight::NOTICE, "A title");
+    finding.remedy = "Read kernel/dmesg.txt (kernel/dmesg.txt), not kernel: `ls <kernel/dmesg.txt`";
+    result.findings = {finding};
+    EXPECT_THAT(written(writeFindings, result),
+                HasSubstr("Read <a href=#i2>kernel/dmesg.txt</a> (<a "
+                          "href=#i2>kernel/dmesg.txt</a>), not kernel: "
+                          "<code>ls &lt;kernel/dmesg.txt</code>"));
+}
+
 TEST(IGViewFinding, FoldsAllButTheFirstPlaces) {
     Result result = smallResult();
     Finding finding = findingOf(Verdict::FOUND, Weight::NOTICE, "A title");
@@ -270,6 +281,16 @@ TEST(IGViewTimeLine, ShowsStartDurationExitAndMessages) {
     EXPECT_THAT(page, HasSubstr("d=\"M3 0h10v1h-10z\""));
     EXPECT_THAT(page, HasSubstr("<a href=#i2>run &lt;x&gt;</a> <b>time-out after 10 s</b>"));
     EXPECT_THAT(page, HasSubstr("<a href=#i3L77>ZEPA126-W</a> A time-out &amp; more"));
+}
+
+TEST(IGViewTimeLine, SaysThatAToolHasNotEnded) {
+    Result result = smallResult();
+    result.run.tools = {toolOf("run", 3, 13), toolOf("other", 13, 14)};
+    result.run.tools[0].ended = false;
+    const std::string page = written(writeTimeLine, result);
+    EXPECT_THAT(page, HasSubstr("<tr class=e><td>3 s<td>10 s<td>-<td>"));
+    EXPECT_THAT(page, HasSubstr("run <b>has not ended</b></td>"));
+    EXPECT_THAT(page, HasSubstr("other</td>"));
 }
 
 TEST(IGViewTimeLine, IsNotThereWithoutTools) {

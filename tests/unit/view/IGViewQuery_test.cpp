@@ -145,6 +145,19 @@ TEST(IGViewQuery, FindsForManyQueriesAtOnce) {
                 ElementsAre("3"));
 }
 
+TEST(IGViewQuery, FindsCapitalsAndWhatHasNoFixedTextAmongMany) {
+    const std::vector<Query> many{query({"small"}), query({"Capital"}), query({"other"}),
+                                  query({"^\\d+$"}), query({"more"})};
+    std::vector<const Query*> queries;
+    for (const Query& one : many) {
+        queries.push_back(&one);
+    }
+    const Strings lines{"a Capital", "a capital", "12", "small"};
+    EXPECT_THAT(matchesOf(queries, lines, 0), ElementsAre("4"));
+    EXPECT_THAT(matchesOf(queries, lines, 1), ElementsAre("1"));
+    EXPECT_THAT(matchesOf(queries, lines, 3), ElementsAre("3"));
+}
+
 TEST(IGViewQuery, HoldsManyCombinationsOfQueries) {
     std::vector<Query> many;
     for (int i = 0; i < 10; ++i) {

@@ -1,5 +1,8 @@
 #include "view/IGViewScan.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -166,6 +169,60 @@ TEST_F(IGViewScan, CountsMembersWhoseNamesWouldTakeTooMuchMemory) {
     EXPECT_EQ(result_.items.size(), LISTED);
     EXPECT_EQ(result_.omitted, 2U);
     EXPECT_THAT(result_.notices, testing::Contains(HasSubstr("16777216 bytes of names")));
+}
+
+TEST_F(IGViewScan, EndsAfterSoManyBytesOfContent) {
+    writeText(path("archive"), ArchiveText()
+                                   .file("top/quendil.log", "")
+                                   .file("top/a", std::string(600, 'a'))
+                                   .file("top/b", std::string(600, 'b'))
+                                   .file("top/c", "")
+                                   .end());
+    std::string why;
+    const auto archive = openArchive(path("archive"), false, why);
+    ASSERT_TRUE(scanArchive(*archive, definitions_, result_, nullptr, 1000));
+    EXPECT_THAT(names(), ElementsAre("quendil.log", "a", "b"));
+    EXPECT_FALSE(result_.items[1].cut);
+    EXPECT_TRUE(result_.items[2].cut);
+    EXPECT_TRUE(result_.damaged);
+    EXPECT_THAT(result_.notices, ElementsAre(HasSubstr("more than 1000 bytes")));
+}
+
+TEST_F(IGViewScan, TakesTheFirstOfMembersWithTheSameName) {
+    const std::string begin = "ZEPA201-I:quendil [Ver. 01-02] started at 2026/11/";
+    ASSERT_TRUE(scan(ArchiveText()
+                         .file("top/a", "1")
+                         .file("top/quendil.log",
+                               begin + "23 16:25:38.\nZEPA205-I:Summary of parameters.\n"
+                                       "    Output path of collected information = /data\n"
+                                       "ZEPA206-I:Information collecting tool start.\n"
+                                       "ZEPA207-I:Information collecting tool end.\n"
+                                       "    End time = 2026/11/23 16:25:38\n"
+                                       "ZEPA209-I:It copied collecting data = /data/a. size = 1 "
+                                       "bytes.\n")
+                         .file("top/a", "2")
+                         .file("top/quendil.log", begin + "24 16:25:38.\n")
+                         .end()));
+    EXPECT_EQ(result_.run.log, 1U);
+    EXPECT_EQ(result_.run.started, "2026/11/23 16:25:38");
+    ASSERT_EQ(result_.run.tools.size(), 1U);
+    EXPECT_EQ(result_.run.tools[0].item, 0U);
+}
+
+TEST_F(IGViewScan, IsDamagedIfAFileOfADirectoryCannotBeRead) {
+    std::filesystem::create_directories(path("vm_26"));
+    writeText(path("vm_26/a"), "A\n");
+    ASSERT_EQ(::chmod(path("vm_26/a").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(path("vm_26").c_str(), 0755), 0);
+    ASSERT_EQ(::seteuid(65534), 0);
+    const bool scanned = scanPath("vm_26");
+    ASSERT_EQ(::seteuid(0), 0);
+    ASSERT_TRUE(scanned);
+    EXPECT_TRUE(result_.damaged);
+    EXPECT_TRUE(result_.items[1].cut);
+    EXPECT_THAT(result_.notices, testing::Contains("a could not be read to its end: "
+                                                   "Permission denied."));
 }
 
 TEST_F(IGViewScan, ReadsADirectoryThatWasNotPacked) {
