@@ -268,8 +268,9 @@ def test_a_flipped_bit_is_noticed(tmp_path: Path):
     assert report("--json", archive).status == 1
 
 
-@pytest.mark.parametrize("content", [b"", b"no archive", gzip.compress(b"no archive", mtime=0), b"\x1f\x8b"],
-                         ids=["empty", "text", "compressed text", "beginning"])
+@pytest.mark.parametrize("content", [
+    b"", b"no archive", gzip.compress(b"no archive", mtime=0), b"\x1f\x8b", bytes(10240),
+], ids=["empty", "text", "compressed text", "beginning", "no member"])
 def test_what_is_no_archive_is_refused_without_a_file(tmp_path: Path, content: bytes):
     archive = tmp_path / "a.tar.gz"
     archive.write_bytes(content)

@@ -100,6 +100,13 @@ TEST_F(IGViewCompare, IgnoresOrderRepetitionAndTheWidthOfColumns) {
     EXPECT_EQ(comparison.entries, 2U);
 }
 
+TEST_F(IGViewCompare, ShowsADifferenceOfARepeatedLineOnce) {
+    const Comparison comparison =
+        compare(SETTINGS, {{"a.txt", "k=1\nk=1\n"}}, {{"a.txt", "k=2\n\nk=2\n"}});
+    EXPECT_THAT(texts(comparison), ElementsAre("changed a.txt k '1':1 '2':1"));
+    EXPECT_EQ(comparison.entries, 1U);
+}
+
 TEST_F(IGViewCompare, PairsTheValuesOfAKeyThatHasSeveral) {
     const Comparison comparison =
         compare(SETTINGS, {{"a.txt", "k=a\nk=b\nk=c\n"}}, {{"a.txt", "k=b\nk=d\n"}});

@@ -129,6 +129,8 @@ TEST_F(IGViewScan, KnowsItemsWhoseToolsWereStopped) {
 
 TEST_F(IGViewScan, IsOfNoUseWithoutAMember) {
     EXPECT_FALSE(scan(ArchiveText().file("top/a", "A\n").end().substr(0, 100)));
+    EXPECT_FALSE(scan(ArchiveText().end()));
+    EXPECT_FALSE(scan(ArchiveText(true).end()));
     EXPECT_FALSE(scan("no archive"));
     EXPECT_FALSE(scan(""));
 }
