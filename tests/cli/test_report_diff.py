@@ -11,7 +11,14 @@ from pathlib import Path
 import pytest
 from support.checking import decoded
 from support.machine import DATA_DIRECTORY, Machine
-from support.reporting import Files, Reported, make_archive, make_directory, report
+from support.reporting import (
+    Files,
+    Reported,
+    allowed_parts,
+    make_archive,
+    make_directory,
+    report,
+)
 
 OLD, NEW = "vm_261123162538", "vm_261124080000"
 LATER = "2026/11/24 08:00:00"
@@ -300,6 +307,22 @@ def test_a_page_has_the_same_differences(tmp_path):
     every = tmp_path / "all.html"
     diff(where, "--all", "-o", str(every))
     assert "<del class=w0>- 1  nr_free_pages 12345</del>" in every.read_text()
+
+
+def test_the_policy_of_a_page_allows_its_own_styles(tmp_path):
+    page = tmp_path / "diff.html"
+    diff(archives(tmp_path, {}), "-o", str(page))
+    assert allowed_parts(page) == ["style", "style"]
+
+
+def test_a_page_shows_only_so_many_differences_and_counts_the_rest(tmp_path):
+    modules = "".join(f"module{number} 1 0\n" for number in range(2003))
+    where = archives(tmp_path, {"kernel/lsmod.txt": str(BASE["kernel/lsmod.txt"]) + modules})
+    page = tmp_path / "diff.html"
+    diff(where, "-o", str(page))
+    assert page.read_text().count("<tr class=w3>") == 2000
+    assert "<p>and 3 more: quendil-report --diff --text prints them." in page.read_text()
+    assert diff(where).stdout.count("\n  + module") == 2003
 
 
 def test_a_page_is_never_overwritten(tmp_path):

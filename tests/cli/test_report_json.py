@@ -100,7 +100,10 @@ def test_a_report_of_any_form_and_state_fits_its_schema(tmp_path):
     for path, status in [(link, 0), (cut, 1), (make_archive(tmp_path, {"quendil.log": ""}), 0)]:
         done = report("--json", path)
         assert (done.status, done.stderr) == (status, "")
-        assert decoded("report", done.stdout)["damaged"] == (status == 1)
+        value = decoded("report", done.stdout)
+        assert value["damaged"] == (status == 1)
+        assert [item["name"] for item in value["items"] if "cut" in item] == (
+            ["x"] if path == cut else [])
 
 
 @pytest.mark.parametrize("options", [(), ("--all",)])

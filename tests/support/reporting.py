@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import io
 import os
+import re
 import subprocess
 import sys
 import tarfile
+from base64 import b64encode
 from collections.abc import Mapping
 from dataclasses import dataclass
+from hashlib import sha256
 from pathlib import Path
 
 from .checking import MEASURE
@@ -87,3 +90,16 @@ def make_directory(directory: Path, files: Files, name: str = NAME) -> Path:
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_bytes(content if isinstance(content, bytes) else content.encode())
     return path
+
+
+def allowed_parts(page: Path) -> list[str]:
+    """The scripts and styles of a page, without its data blocks; its policy must name each."""
+    text = page.read_text()
+    policy = re.search(r'Content-Security-Policy content="([^"]*)"', text)
+    assert policy is not None
+    directives = dict(part.split(" ", 1) for part in policy[1].split("; "))
+    parts = re.findall(r"<(script|style)>(.*?)</\1>", text, re.S)
+    for element, inside in parts:
+        digest = b64encode(sha256(inside.encode()).digest()).decode()
+        assert f"'sha256-{digest}'" in directives[f"{element}-src"].split(), element
+    return sorted(element for element, _ in parts)

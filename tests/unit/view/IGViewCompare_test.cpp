@@ -231,6 +231,26 @@ TEST_F(IGViewCompare, ComparesNoFileWithTooManyEntries) {
     EXPECT_THAT(comparison.differences, IsEmpty());
 }
 
+TEST_F(IGViewCompare, ComparesNoFileWithEntriesThatTakeTooMuchMemory) {
+    std::string text;
+    for (std::size_t number = 0; number < 70000; ++number) {
+        text += "k" + std::to_string(number) + "=" + std::string(700, 'v') + "\n";
+    }
+    text += text;
+    const Comparison comparison = compare(SETTINGS, {{"a.txt", text}}, {{"a.txt", "k0=1\n"}});
+    EXPECT_THAT(reasons(comparison), ElementsAre(HasSubstr("too many entries")));
+}
+
+TEST_F(IGViewCompare, ComparesOnlySoManyLines) {
+    const std::string text(MOST_COMPARED_LINES, '\n');
+    compare(SETTINGS, {{"log", text}}, {{"log", "x" + text}}, true);
+    ASSERT_THAT(diff_.files, SizeIs(1));
+    EXPECT_EQ(diff_.files[0].reason, "");
+    compare(SETTINGS, {{"log", text}}, {{"log", "x\n" + text}}, true);
+    ASSERT_THAT(diff_.files, SizeIs(1));
+    EXPECT_THAT(diff_.files[0].reason, HasSubstr("more than 2000000 lines"));
+}
+
 TEST_F(IGViewCompare, LeavesOutWhatIsVolatileUnlessAllIsCompared) {
     const char* counters = R"json({"version": 1, "comparisons": [{
         "name": "counters", "title": "Counters", "items": "a.txt", "volatile": true,

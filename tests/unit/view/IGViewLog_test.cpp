@@ -106,6 +106,22 @@ TEST(IGViewLog, GivesAToolTheMessagesBetweenItsStartAndItsEnd) {
     EXPECT_THAT(run.tools[1].messages, IsEmpty());
 }
 
+TEST(IGViewLog, KeepsTheBeginningOfALongMessage) {
+    const RunLog run = runOf("ZEPA129-W:" + std::string(60000, 'x'));
+    ASSERT_EQ(run.messages.size(), 1U);
+    EXPECT_EQ(run.messages[0].text, std::string(400, 'x'));
+}
+
+TEST(IGViewLog, TakesNoLinesOfAnotherMessageForThoseOfATool) {
+    const RunLog run =
+        runOf(std::string(BEGINNING) +
+              "ZEPA206-I:Information collecting tool start.\n    Command  = \"/bin/a\"\n"
+              "ZEPA114-E:A call has failed.\n    Command  = \"/bin/b\"\n    Timeout = 7\n");
+    ASSERT_EQ(run.tools.size(), 1U);
+    EXPECT_EQ(run.tools[0].command, "/bin/a");
+    EXPECT_EQ(run.tools[0].timeout, 0);
+}
+
 TEST(IGViewLog, CountsWarningsAndErrorsByTheirNumbers) {
     std::string text = BEGINNING;
     for (std::size_t number = 0; number < MOST_MESSAGES + 5; ++number) {

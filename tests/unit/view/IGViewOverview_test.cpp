@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 #include <fts.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -114,6 +116,36 @@ TEST_F(IGViewOverview, FollowsTheLinksOfItsOwnDirectory) {
     EXPECT_TRUE(std::filesystem::exists(path("real/one.html")));
 }
 
+TEST_F(IGViewOverview, NamesADirectoryThatCannotBeRead) {
+    std::filesystem::create_directories(path("closed"));
+    writeText(path("a.tar"), "");
+    ASSERT_EQ(::chmod(path("closed").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(path().c_str(), 0755), 0);
+    ASSERT_EQ(::seteuid(65534), 0);
+    const std::vector<std::string> names = found();
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_THAT(names, ElementsAre("a.tar"));
+    EXPECT_THAT(problems_, ElementsAre(testing::EndsWith("closed: Permission denied")));
+}
+
+TEST_F(IGViewOverview, NamesTheFirstCriticalFindingsOnly) {
+    std::string list;
+    for (int number = 0; number < 12; ++number) {
+        list += std::string(number == 0 ? "" : ",") + R"({"name": "r)" +
+                static_cast<char>('a' + number) +
+                R"(", "weight": "critical", "title": "T", "text": "t", "remedy": "r",
+                   "items": "quendil_index", "find": "bad"})";
+    }
+    Definitions definitions;
+    std::string why;
+    ASSERT_TRUE(definitions.add(R"({"version": 1, "rules": [)" + list + "]}", why)) << why;
+    archive("1.tar", "quendil_index", "bad");
+    Overview overview(definitions, path(""), path("index.html"), 1024, false);
+    overview.add(path("1.tar"));
+    EXPECT_EQ(overview.rows()[0].found[0], 12U);
+    EXPECT_EQ(overview.rows()[0].critical.size(), MOST_TITLES);
+}
+
 TEST_F(IGViewOverview, SortsByWeightAndPutsWhatIsNoResultLast) {
     Definitions definitions;
     std::string why;
@@ -159,7 +191,7 @@ TEST_F(IGViewOverview, IsDamagedWithOneArchiveThatCannotBeReadCompletely) {
     for (const auto& [name, state] : {std::pair{"whole.tar", OverviewState::READ},
                                       {"cut.tar", OverviewState::DAMAGED},
                                       {"text.tar", OverviewState::UNREADABLE}}) {
-        Overview overview(definitions, path("index.html"), 1024, false);
+        Overview overview(definitions, path(""), path("index.html"), 1024, false);
         overview.add(path(name));
         EXPECT_EQ(overview.rows()[0].state, state) << name;
         EXPECT_EQ(overview.damaged(), state != OverviewState::READ) << name;
@@ -172,7 +204,7 @@ TEST_F(IGViewOverview, DoesNotLinkToAPageThatIsALink) {
     writeText(path("other"), "of another place");
     std::filesystem::create_symlink("other", path("1.html"));
     const Definitions definitions;
-    Overview overview(definitions, path("index.html"), 1024, false);
+    Overview overview(definitions, path(""), path("index.html"), 1024, false);
     overview.add(path("1.tar"));
     EXPECT_EQ(overview.rows()[0].page, "");
     EXPECT_EQ(readText(path("other")), "of another place");

@@ -227,6 +227,21 @@ TEST_F(IGViewScan, IsDamagedIfAFileOfADirectoryCannotBeRead) {
                                                    "Permission denied."));
 }
 
+TEST_F(IGViewScan, NamesOnlyTheFirstFilesThatCannotBeRead) {
+    std::filesystem::create_directories(path("vm_26"));
+    for (int number = 0; number < 15; ++number) {
+        writeText(path("vm_26/") + std::to_string(number), "");
+        ASSERT_EQ(::chmod((path("vm_26/") + std::to_string(number)).c_str(), 0), 0);
+    }
+    ASSERT_EQ(::chmod(path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(path("vm_26").c_str(), 0755), 0);
+    ASSERT_EQ(::seteuid(65534), 0);
+    const bool scanned = scanPath("vm_26");
+    ASSERT_EQ(::seteuid(0), 0);
+    ASSERT_TRUE(scanned);
+    EXPECT_EQ(result_.notices.size(), 11U) << "with one that there is no run log";
+}
+
 TEST_F(IGViewScan, ReadsADirectoryThatWasNotPacked) {
     std::filesystem::create_directories(path("vm_26/system"));
     writeText(path("vm_26/system/uname.txt"), "Linux\n");
