@@ -233,10 +233,9 @@ TEST_F(IGViewCompare, ComparesNoFileWithTooManyEntries) {
 
 TEST_F(IGViewCompare, ComparesNoFileWithEntriesThatTakeTooMuchMemory) {
     std::string text;
-    for (std::size_t number = 0; number < 70000; ++number) {
-        text += "k" + std::to_string(number) + "=" + std::string(700, 'v') + "\n";
+    for (std::size_t number = 0; number * LONGEST_EXCERPT < MOST_ENTRY_BYTES; ++number) {
+        text += "k" + std::to_string(number) + "=" + std::string(LONGEST_EXCERPT, 'v') + "\n";
     }
-    text += text;
     const Comparison comparison = compare(SETTINGS, {{"a.txt", text}}, {{"a.txt", "k0=1\n"}});
     EXPECT_THAT(reasons(comparison), ElementsAre(HasSubstr("too many entries")));
 }
