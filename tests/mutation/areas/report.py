@@ -174,7 +174,7 @@ JUDGING = [
     Rule("a line that is missing in half an item is not found to be missing",
          "count == 0 && full : found", "count == 0 : found", "unit:IGViewJudge_test"),
     Rule("lines of logs that tell the same count once",
-         "if (definition_.same && seen.count", "if (seen.count > 99 && seen.count",
+         "if (definition_.same && seen.count()", "if (seen.count() > 99 && seen.count()",
          "unit:IGViewJudge_test"),
     Rule("a share of nothing is no number",
          "return of && *of > 0 ? std::optional(100 * *value / *of)",

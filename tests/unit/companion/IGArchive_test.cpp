@@ -1,15 +1,18 @@
 #include "companion/IGArchive.h"
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "../../support/archive_text.h"
 #include "../../support/file_fixture.h"
+#include "common/base/IGGuards.h"
 
 namespace {
 
@@ -379,11 +382,17 @@ TEST_F(IGArchiveOfDirectory, StaysBelowTheDirectoryWhenALinkTakesAPlaceInIt) {
     EXPECT_THAT(members, Not(Contains(HasSubstr("content of another place"))));
 }
 
-// Opening a device may have an effect.
-TEST_F(IGArchiveOfDirectory, DoesNotOpenTheDeviceOfALink) {
-    std::filesystem::create_symlink("/dev/null", path("host_1/to_device"));
+// Opening a device may have an effect; a FIFO stands for it, because its openings can be watched.
+TEST_F(IGArchiveOfDirectory, OpensWhatALinkLeadsToOnlyIfItIsAFile) {
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+    std::filesystem::create_symlink(path("fifo"), path("host_1/to_fifo"));
+    const FdGuard watcher(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watcher.get(), path("fifo").c_str(), IN_OPEN), 0);
     EXPECT_THAT(membersOf(*open("host_1", true)),
-                Contains("host_1/to_device link to /dev/null 0 "));
+                Contains("host_1/to_fifo link to " + path("fifo") + " 0 "));
+    std::array<char, 1024> events{};
+    EXPECT_EQ(::read(watcher.get(), events.data(), events.size()), -1);
+    EXPECT_EQ(errno, EAGAIN);
 }
 
 TEST_F(IGArchiveOfDirectory, LeavesNoDescriptorOpen) {

@@ -171,8 +171,16 @@ TEST_F(IGOutputFile, GivesAFileItsNameWithoutProc) {
         OutputFile other;
         ASSERT_TRUE(other.open(place + "/other"));
     }
+    {
+        OutputFile late;
+        ASSERT_TRUE(late.open(place + "/late"));
+        writeText(place + "/late", "mine");
+        EXPECT_FALSE(late.commit());
+        EXPECT_EQ(late.error(), "File exists");
+        EXPECT_EQ(readText(place + "/late"), "mine");
+    }
     EXPECT_FALSE(std::filesystem::exists(place + "/" + temporaryName()));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place), {}), 2);
 }
 
 TEST_F(IGOutputFile, LeavesNoTemporaryNameIfASignalEndsTheProgram) {
