@@ -207,6 +207,7 @@ TEST_F(IGViewOverview, DoesNotLinkToAPageThatIsALink) {
     Overview overview(definitions, path(""), path("index.html"), 1024, false);
     overview.add(path("1.tar"));
     EXPECT_EQ(overview.rows()[0].page, "");
+    EXPECT_EQ(overview.rows()[0].no_page, "1.html is a link");
     EXPECT_EQ(readText(path("other")), "of another place");
 }
 
