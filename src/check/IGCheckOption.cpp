@@ -1,11 +1,10 @@
 #include "check/IGCheckOption.h"
 
-#include <getopt.h>
-
 #include <array>
 #include <cstdio>
 #include <cstring>
 
+#include "companion/IGOption.h"
 #include "companion/IGText.h"
 
 const char* const CHECK_USAGE =
@@ -165,15 +164,11 @@ bool fits(const CheckOptions& options) {
 }  // namespace
 
 bool readOptions(int argc, char** argv, CheckOptions& options) {
-    opterr = 0;
-    for (int option = 0;
-         (option = ::getopt_long(argc, argv, ":c:d:g:t:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
-        if (option == '?' || option == ':') {
-            return refuseOption(PROGRAM, option, argv[optind - 1]);
-        }
-        if (!setOption(options, option, optarg)) {
-            return false;
-        }
+    const auto take = [&](int option, const char* value) {
+        return setOption(options, option, value);
+    };
+    if (!takeOptions(PROGRAM, argc, argv, "c:d:g:t:h", LONG_OPTIONS.data(), take)) {
+        return false;
     }
     options.operands.assign(argv + optind, argv + argc);
     return fits(options);

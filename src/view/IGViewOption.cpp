@@ -1,13 +1,12 @@
 #include "view/IGViewOption.h"
 
-#include <getopt.h>
-
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
+#include "companion/IGOption.h"
 #include "companion/IGText.h"
 
 const char* const REPORT_USAGE =
@@ -200,15 +199,11 @@ bool fits(ReportOptions& options) {
 }  // namespace
 
 bool readOptions(int argc, char** argv, ReportOptions& options) {
-    opterr = 0;
-    for (int option = 0;
-         (option = ::getopt_long(argc, argv, ":o:h", LONG_OPTIONS.data(), nullptr)) != -1;) {
-        if (option == '?' || option == ':') {
-            return refuseOption(PROGRAM, option, argv[optind - 1]);
-        }
-        if (!setOption(options, option, optarg)) {
-            return false;
-        }
+    const auto take = [&](int option, const char* value) {
+        return setOption(options, option, value);
+    };
+    if (!takeOptions(PROGRAM, argc, argv, "o:h", LONG_OPTIONS.data(), take)) {
+        return false;
     }
     options.operands.assign(argv + optind, argv + argc);
     return fits(options);
