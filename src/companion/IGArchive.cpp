@@ -18,6 +18,8 @@
 #include <utility>
 
 #include "common/base/IGGuards.h"
+#include "common/base/IGOpen.h"
+#include "companion/IGInput.h"
 
 namespace {
 
@@ -324,8 +326,8 @@ class TarReader final : public ArchiveReader {
         archive_ = nullptr;
     }
 
-    // A file of some megabytes can be made that goes on for terabytes: of members that nobody
-    // reads, or of zeros at the end, where tar pads an archive to 10 KiB.
+    // A file of some megabytes can unpack to terabytes: of members that are skipped, or of zeros
+    // at the end, where tar pads an archive to 10 KiB.
     static constexpr std::uint64_t MOST_TAR_BYTES = std::uint64_t{16} * 1024 * 1024 * 1024;
     static constexpr std::uint64_t MOST_AFTER_END = std::uint64_t{64} * 1024 * 1024;
 
@@ -409,7 +411,7 @@ class DirectoryReader final : public ArchiveReader {
         const bool follows = S_ISLNK(st.st_mode) && follow_links_;
         member.link_target = S_ISLNK(st.st_mode) ? targetOf(entry) : "";
         if (S_ISREG(st.st_mode) || follows) {
-            openFile(belowRoot(entry), follows, st, member.problem);
+            openFile(entry, follows, st, member.problem);
         }
         told_ = entry.fts_info == FTS_D && !isReadable(belowRoot(entry), member.problem);
         member.name = std::string(entry.fts_path).substr(prefix());
@@ -418,28 +420,24 @@ class DirectoryReader final : public ArchiveReader {
         member.modified = st.st_mtime;
     }
 
-    // A file that has become something else, such as a FIFO, is not opened: that could block. Nor
-    // is what a followed link to a device leads to: opening some of them does something.
-    void openFile(std::string_view path, bool follows, struct stat& st, std::string& problem) {
+    // What is no file is not opened: a FIFO could block, and opening some devices does something.
+    void openFile(const FTSENT& entry, bool follows, struct stat& st, std::string& problem) {
         FdGuard directory;
-        const std::string name = descend(path, directory);
-        struct stat found = {};
-        const int how = follows ? 0 : AT_SYMLINK_NOFOLLOW;
-        if (!directory || ::fstatat(directory.get(), name.c_str(), &found, how) != 0) {
+        const std::string name = descend(belowRoot(entry), directory);
+        const int flags = O_PATH | O_CLOEXEC | (follows ? 0 : O_NOFOLLOW);
+        const FdGuard found(directory ? ::openat(directory.get(), name.c_str(), flags) : -1);
+        struct stat found_st = {};
+        if (!found || ::fstat(found.get(), &found_st) != 0) {
             problem = std::strerror(errno);
             return;
         }
-        if (!S_ISREG(found.st_mode)) {
+        if (!S_ISREG(found_st.st_mode)) {
             return;
         }
-        const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-        FdGuard file(::openat(directory.get(), name.c_str(), follows ? flags : flags | O_NOFOLLOW));
-        struct stat opened = {};
-        if (!file || ::fstat(file.get(), &opened) != 0) {
+        st = found_st;
+        file_.reset(reopenForReading(found.get(), found_st, entry.fts_path));
+        if (!file_) {
             problem = std::strerror(errno);
-        } else if (S_ISREG(opened.st_mode)) {
-            st = opened;
-            file_.reset(file.release());
         }
     }
 
@@ -452,19 +450,13 @@ class DirectoryReader final : public ArchiveReader {
         return bool(opened);
     }
 
-    // Opens the directory of a path one component after the other. By its path alone, a directory
+    // Opens the directory of a path, and returns the last component. By its path alone, a directory
     // that was replaced by a link since it was listed would lead to a file outside of the tree.
-    // Returns the last component.
     std::string descend(std::string_view path, FdGuard& directory) const {
-        constexpr int FLAGS = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-        directory.reset(::openat(root_.get(), ".", FLAGS));
-        std::size_t slash = 0;
-        while (directory && (slash = path.find('/')) != std::string_view::npos) {
-            const std::string component(path.substr(0, slash));
-            directory.reset(::openat(directory.get(), component.c_str(), FLAGS));
-            path.remove_prefix(slash + 1);
-        }
-        return std::string(path);
+        const std::size_t slash = path.rfind('/');
+        const bool is_deeper = slash != std::string_view::npos;
+        directory.reset(openDirectoryBelow(root_.get(), is_deeper ? path.substr(0, slash) : ""));
+        return std::string(is_deeper ? path.substr(slash + 1) : path);
     }
 
     // The path of an entry, relative to the root.

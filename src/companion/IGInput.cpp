@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -19,8 +20,8 @@ bool fail(std::string& why, const std::string& what) {
     return false;
 }
 
-// Opening a FIFO must not wait for somebody who writes to it; reading from one may, as from a pipe
-// of the shell: without a writer, it has ended.
+// Opening a FIFO must not wait for another process to open it for writing. Reading from one waits,
+// as from a pipe of the shell; without a writer, it is at its end.
 bool openInput(const std::string& path, FdGuard& file, std::string& why) {
     file.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat st = {};
@@ -54,4 +55,16 @@ bool readInput(const std::string& path, std::size_t most, std::string& text, std
         }
     }
     return true;
+}
+
+int openDirectoryBelow(int root, std::string_view path) {
+    constexpr int FLAGS = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    FdGuard directory(::openat(root, ".", FLAGS));
+    while (directory && !path.empty()) {
+        const std::size_t slash = std::min(path.find('/'), path.size());
+        const std::string name(path.substr(0, slash));
+        directory.reset(::openat(directory.get(), name.c_str(), FLAGS));
+        path.remove_prefix(std::min(slash + 1, path.size()));
+    }
+    return directory.release();
 }

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "common/base/IGGuards.h"
+#include "companion/IGInput.h"
 #include "companion/IGOutputFile.h"
 #include "view/IGViewPage.h"
 #include "view/IGViewPageFile.h"
@@ -37,18 +38,6 @@ bool isRegular(const std::string& path) {
 
 bool isArchiveName(std::string_view name) {
     return name.ends_with(".tar.gz") || name.ends_with(".tar");
-}
-
-// The directory of a path below another directory, which is open. No link is followed, not even one
-// that has come in the place of a directory since the search.
-FdGuard openBelow(int root, const std::filesystem::path& path) {
-    FdGuard directory(::openat(root, ".", DIRECTORY_FLAGS));
-    for (const std::filesystem::path& name : path) {
-        if (directory && !name.empty()) {
-            directory.reset(::openat(directory.get(), name.c_str(), DIRECTORY_FLAGS | O_NOFOLLOW));
-        }
-    }
-    return FdGuard(directory.release());
 }
 
 // The path with its directory's links resolved, so that equal files have equal paths.
@@ -141,7 +130,7 @@ bool FoundFile::open(const std::string& root, const std::string& path) {
         file.reset(::open(path.c_str(), FLAGS));
     } else {
         const FdGuard top(::open(root.c_str(), DIRECTORY_FLAGS));
-        directory.reset(openBelow(top.get(), place.parent_path()).release());
+        directory.reset(openDirectoryBelow(top.get(), place.parent_path().native()));
         file.reset(::openat(directory.get(), place.filename().c_str(), FLAGS | O_NOFOLLOW));
     }
     return file && ::fstat(file.get(), &st) == 0;

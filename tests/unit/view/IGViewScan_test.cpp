@@ -31,6 +31,15 @@ class IGViewScan : public FileTest {
         return archive != nullptr && scanArchive(*archive, definitions_, result_);
     }
 
+    bool scanAsAnotherUser(const std::string& name) {
+        EXPECT_EQ(::chmod(path().c_str(), 0755), 0);
+        EXPECT_EQ(::chmod(path(name).c_str(), 0755), 0);
+        EXPECT_EQ(::seteuid(65534), 0);
+        const bool scanned = scanPath(name);
+        EXPECT_EQ(::seteuid(0), 0);
+        return scanned;
+    }
+
     std::vector<std::string> names() {
         std::vector<std::string> found;
         for (const Item& item : result_.items) {
@@ -215,12 +224,7 @@ TEST_F(IGViewScan, IsDamagedIfAFileOfADirectoryCannotBeRead) {
     std::filesystem::create_directories(path("vm_26"));
     writeText(path("vm_26/a"), "A\n");
     ASSERT_EQ(::chmod(path("vm_26/a").c_str(), 0), 0);
-    ASSERT_EQ(::chmod(path().c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(path("vm_26").c_str(), 0755), 0);
-    ASSERT_EQ(::seteuid(65534), 0);
-    const bool scanned = scanPath("vm_26");
-    ASSERT_EQ(::seteuid(0), 0);
-    ASSERT_TRUE(scanned);
+    ASSERT_TRUE(scanAsAnotherUser("vm_26"));
     EXPECT_TRUE(result_.damaged);
     EXPECT_TRUE(result_.items[1].cut);
     EXPECT_THAT(result_.notices, testing::Contains("a could not be read to its end: "
@@ -233,12 +237,7 @@ TEST_F(IGViewScan, NamesOnlyTheFirstFilesThatCannotBeRead) {
         writeText(path("vm_26/") + std::to_string(number), "");
         ASSERT_EQ(::chmod((path("vm_26/") + std::to_string(number)).c_str(), 0), 0);
     }
-    ASSERT_EQ(::chmod(path().c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(path("vm_26").c_str(), 0755), 0);
-    ASSERT_EQ(::seteuid(65534), 0);
-    const bool scanned = scanPath("vm_26");
-    ASSERT_EQ(::seteuid(0), 0);
-    ASSERT_TRUE(scanned);
+    ASSERT_TRUE(scanAsAnotherUser("vm_26"));
     EXPECT_EQ(result_.notices.size(), 11U) << "with one that there is no run log";
 }
 
