@@ -22,7 +22,8 @@ from zlib import crc32
 import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-pytest.register_assert_rewrite("support.tree", "support.run", "support.machine")
+pytest.register_assert_rewrite("support.tree", "support.run", "support.machine",
+                              "support.fleet", "support.fleet_host")
 
 from support.machine import Installation, Machine  # noqa: E402
 from support.sandbox import SandboxServer  # noqa: E402
@@ -88,6 +89,7 @@ def pytest_runtest_makereport(item: pytest.Item):
     report = outcome.get_result()
     if report.when == "call" and report.failed:
         item.stash[FAILED] = True
-        machine = getattr(item, "funcargs", {}).get("machine")
-        if machine is not None:
-            report.sections.append(("machine", machine.describe()))
+        for name in ("machine", "fleet"):
+            made = getattr(item, "funcargs", {}).get(name)
+            if made is not None:
+                report.sections.append((name, made.describe()))

@@ -84,9 +84,12 @@ class Completed:
 class Machine:
     """The machine of one test."""
 
+    #: In which directories a test may make files.
+    OWN_DIRECTORIES = ("/opt/", "/var/opt/", "/etc/opt/", "/tmp/")
+
     def __init__(self, server: SandboxServer, installation: Installation) -> None:
         self._installation = installation
-        self.sandbox: Sandbox = server.make_sandbox(HOSTNAME, installation.writable)
+        self.sandbox = self._make_sandbox(server)
         self.root = self.sandbox.root
         self.runs: list[ActiveRun] = []
         self._legal: set[int] = set()
@@ -98,6 +101,9 @@ class Machine:
         except BaseException:
             self.sandbox.destroy()
             raise
+
+    def _make_sandbox(self, server: SandboxServer) -> Sandbox:
+        return server.make_sandbox(HOSTNAME, self._installation.writable)
 
     def _install(self) -> None:
         for tree in ("opt", "var/opt", "etc/opt"):
@@ -153,8 +159,7 @@ class Machine:
 
     def _own(self, inside: str) -> Path:
         """The path of a file to make or remove, which must be in a private directory."""
-        assert inside.startswith(("/opt/", "/var/opt/", "/etc/opt/", "/tmp/")), (
-            f"{inside} is not the machine's own")
+        assert inside.startswith(self.OWN_DIRECTORIES), f"{inside} is not the machine's own"
         return self.path(inside)
 
     def _make_parents(self, inside: str) -> None:

@@ -78,11 +78,17 @@ class SandboxServer:
                 pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL, cwd="/")
         self._control = ours
 
-    def make_sandbox(self, hostname: str, writable: Sequence[str] = ()) -> Sandbox:
-        """A new sandbox, ready for use."""
+    def make_sandbox(self, hostname: str, writable: Sequence[str] = (),
+                     visible: Sequence[str] = (), host: bool = False) -> Sandbox:
+        """A new sandbox, ready for use.
+
+        Directories in `writable` stay writable in it, those in `visible` readable. With `host` it
+        has a network without any device, settings, homes and terminals of its own too.
+        """
         ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         lifeline, guardian_end = os.pipe()
-        order = json.dumps({"hostname": hostname, "writable": list(writable)}).encode()
+        order = json.dumps({"hostname": hostname, "writable": list(writable),
+                            "visible": list(visible), "host": host}).encode()
         socket.send_fds(self._control, [order], [theirs.fileno(), guardian_end])
         theirs.close()
         os.close(guardian_end)
@@ -101,6 +107,7 @@ class Sandbox:
         self._link = link
         self._lifeline = lifeline
         self._ended: dict[int, int] = {}
+        self._peaks: dict[int, int] = {}
         self.init = 0
         ready = False
         deadline = time.monotonic() + SETUP_SECONDS
@@ -125,6 +132,7 @@ class Sandbox:
             raise SandboxError(f"the sandbox could not be made: {message['broken']}")
         if "ended" in message:
             self._ended[message["ended"]] = message["status"]
+            self._peaks[message["ended"]] = message["peak"]
         return message
 
     def _answer(self, wanted: str) -> dict:
@@ -161,6 +169,11 @@ class Sandbox:
             if self._receive(deadline) is None:
                 return None
         return self._ended[pid]
+
+    def peak(self, pid: int) -> int:
+        """The most memory that an ended program, or a program that it waited for, had at once: the
+        resident set of the largest of them, in KiB."""
+        return self._peaks[pid]
 
     def processes(self) -> list[ProcessEntry]:
         """Every process of the sandbox but init, with zombies, sorted by process id."""

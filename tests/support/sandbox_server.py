@@ -30,8 +30,9 @@ CLONE_NEWNS = 0x00020000
 CLONE_NEWUTS = 0x04000000
 CLONE_NEWIPC = 0x08000000
 CLONE_NEWPID = 0x20000000
+CLONE_NEWNET = 0x40000000
 
-MS_NOSUID, MS_NODEV, MS_NOEXEC = 2, 4, 8
+MS_RDONLY, MS_NOSUID, MS_NODEV, MS_NOEXEC = 1, 2, 4, 8
 MS_REMOUNT, MS_BIND, MS_REC, MS_PRIVATE = 0x20, 0x1000, 0x4000, 0x40000
 
 SYS_MOUNT_SETATTR = 442  # the same number on every architecture
@@ -40,6 +41,10 @@ MOUNT_ATTR_RDONLY = 1
 
 #: Directories that each sandbox has for itself, empty; everything else is read-only in it.
 PRIVATE_DIRECTORIES = ("/opt", "/var/opt", "/etc/opt", "/tmp", "/var/tmp", "/dev/shm")
+
+#: What a sandbox with a network of its own has for itself besides, because its users, keys and running
+#: services are its own too.
+HOST_DIRECTORIES = ("/home", "/root", "/run")
 
 PACKET = 1 << 17
 
@@ -82,20 +87,48 @@ def make_everything_read_only():
     check(result, "mount_setattr /")
 
 
-def make_file_systems(writable):
-    """Makes the sandbox's own directories. `writable` lists host directories that stay writable."""
-    kept = [(path, os.open(path, os.O_PATH | os.O_DIRECTORY)) for path in writable]
+def make_own_settings():
+    """Makes "/etc" writable: what is changed in it stays in memory and ends with the sandbox."""
+    mount("sandbox", "/tmp", "tmpfs", MS_NODEV)  # covered by the sandbox's own one afterwards
+    os.mkdir("/tmp/upper")
+    os.mkdir("/tmp/work")
+    mount("sandbox", "/etc", "overlay", MS_NODEV,
+          "lowerdir=/etc,upperdir=/tmp/upper,workdir=/tmp/work")
+    check(libc.umount2(b"/tmp", 0), "umount /tmp")
+
+
+def make_own_terminals():
+    """Makes terminals that no other sandbox sees; the program behind a terminal must own it."""
+    mount("devpts", "/dev/pts", "devpts", MS_NOSUID | MS_NOEXEC, "mode=620,gid=5,ptmxmode=666")
+    mount("/dev/pts/ptmx", "/dev/ptmx", None, MS_BIND)
+
+
+def make_file_systems(writable, visible, host):
+    """Makes the sandbox's own directories.
+
+    `writable` lists directories of the machine that stay writable, `visible` those that can be read
+    though they are below a private one. With `host` the sandbox has settings, homes, services and
+    terminals of its own too.
+    """
+    kept = [(path, path in writable, os.open(path, os.O_PATH | os.O_DIRECTORY))
+            for path in (*visible, *writable)]
     mount(None, "/", None, MS_REC | MS_PRIVATE)
     make_everything_read_only()
-    for path in PRIVATE_DIRECTORIES:
-        mode = "1777" if path.endswith(("tmp", "shm")) else "0755"
+    if host:
+        make_own_settings()
+    for path in PRIVATE_DIRECTORIES + (HOST_DIRECTORIES if host else ()):
+        mode = "1777" if path.endswith(("tmp", "shm")) else "0700" if path == "/root" else "0755"
         mount("sandbox", path, "tmpfs", MS_NODEV, f"mode={mode}")
-    for path, descriptor in kept:
+    for path, may_write, descriptor in kept:
         os.makedirs(path, exist_ok=True)
         mount(f"/proc/self/fd/{descriptor}", path, None, MS_BIND)
-        mount(None, path, None, MS_REMOUNT | MS_BIND)
+        if may_write:
+            mount(None, path, None, MS_REMOUNT | MS_BIND)
         os.close(descriptor)
     mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC)
+    if host:
+        make_own_terminals()
+        mount("sysfs", "/sys", "sysfs", MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC)
 
 
 def receive(link, most):
@@ -165,12 +198,12 @@ def reap(link):
     """Reports every process that ended, the orphans among them too."""
     while True:
         try:
-            pid, status = os.waitpid(-1, os.WNOHANG)
+            pid, status, usage = os.wait4(-1, os.WNOHANG)
         except ChildProcessError:
             return
         if pid == 0:
             return
-        link.send(json.dumps({"ended": pid, "status": status}).encode())
+        link.send(json.dumps({"ended": pid, "status": status, "peak": usage.ru_maxrss}).encode())
 
 
 def serve(link):
@@ -202,7 +235,7 @@ def serve(link):
 def run_init(order, link):
     """Everything that process 1 of a sandbox does."""
     try:
-        make_file_systems(order["writable"])
+        make_file_systems(order["writable"], order["visible"], order["host"])
         socket.sethostname(order["hostname"])
         os.chdir("/")
         link.send(json.dumps({"ready": True}).encode())
@@ -216,7 +249,8 @@ def run_init(order, link):
 def guard(order, link, lifeline):
     """Everything that the guardian of a sandbox does; `lifeline` closes when it ends."""
     signal.signal(signal.SIGCHLD, signal.SIG_DFL)
-    check(libc.unshare(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC), "unshare")
+    spaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC
+    check(libc.unshare(spaces | (CLONE_NEWNET if order["host"] else 0)), "unshare")
     pid = os.fork()
     if pid == 0:
         os.close(lifeline)
