@@ -1,0 +1,69 @@
+# Copyright the quendil developers
+# Apache-2.0 (see LICENSE or https://www.apache.org/licenses/LICENSE-2.0)
+"""Writes the result of a host to results.jsonl, or finds an earlier one there."""
+
+from __future__ import annotations
+
+import os
+
+from ansible.plugins.action import ActionBase
+from ansible_collections.norvale.quendil.plugins.plugin_utils.archive import sha256_of
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable
+from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
+    append,
+    last_of,
+    request_directory,
+)
+
+NUMBERS = ("exit", "bytes", "seconds")
+
+
+class ActionModule(ActionBase):
+    """See the documentation of the module of this name."""
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        args = self._task.args
+        if self._task.check_mode:
+            return dict(result, skipped=True, msg="nothing is collected in check mode")
+        try:
+            directory = request_directory(args)
+            if args.get("state") == "verified":
+                record = verified(directory, task_vars["inventory_hostname"])
+                return dict(result, verified=record is not None)
+            record = self._record(directory, args, task_vars["inventory_hostname"])
+            append(directory, record)
+        except (Failed, OSError) as error:
+            return dict(result, failed=True, msg=str(error))
+        return dict(result, record=record, changed=True)
+
+    def _record(self, directory, args, host):
+        end, fetch, remove = (args.get(key) or {} for key in ("end", "fetch", "remove"))
+        archive = fetch.get("archive")
+        causes = [args.get("cause"), end.get("cause") if archive else None]
+        if end.get("kept"):
+            causes.append(f"what was collected is kept on the host: {end['kept']}")
+        elif end.get("path") and not archive:
+            causes.append(f"the archive is kept on the host: {end['path']}")
+        if remove.get("failed") or remove.get("msg"):
+            causes.append(remove.get("msg"))
+        record = {
+            "host": host, "status": "ok" if archive else "failed",
+            "cause": printable("; ".join(str(cause) for cause in causes if cause), 2000),
+        }
+        for key in NUMBERS:
+            record[key] = int(end[key]) if end.get(key) not in (None, "") else None
+        record["sha256"] = end.get("sha256")
+        record["archive"] = os.path.relpath(archive, directory) if archive else None
+        return record
+
+
+def verified(directory, host):
+    """The record of a host whose archive is here and still what was fetched; None if there is none."""
+    record = last_of(directory, host).get(host, {})
+    if record.get("status") != "ok":
+        return None
+    path = os.path.join(directory, str(record.get("archive")))
+    if not os.path.isfile(path) or sha256_of(path) != record.get("sha256"):
+        return None
+    return record

@@ -1,0 +1,87 @@
+# Copyright the quendil developers
+# Apache-2.0 (see LICENSE or https://www.apache.org/licenses/LICENSE-2.0)
+"""Ends a request: completes results.jsonl and makes the overview."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import subprocess
+
+from ansible.plugins.action import ActionBase
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable
+from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
+    RESULTS,
+    last_of,
+    request_directory,
+    rewrite,
+)
+
+REPORT = "/opt/norvale/quendil/bin/quendil-report"
+#: More failed hosts than this are counted; all are in the results.
+NAMED = 200
+
+
+class ActionModule(ActionBase):
+    """See the documentation of the module of this name."""
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        args = self._task.args
+        if self._task.check_mode:
+            return dict(result, skipped=True, msg="nothing is collected in check mode")
+        try:
+            directory = request_directory(args)
+            records = completed(last_of(directory), args["hosts"])
+            rewrite(directory, records)
+        except (Failed, OSError) as error:
+            return dict(result, failed=True, msg=str(error))
+        causes = {host: printable(records[host]["cause"]) for host in args["hosts"] if records[host]["status"] != "ok"}
+        result.update(changed=True, causes=causes, results=os.path.join(directory, RESULTS), overview=None)
+        if args.get("overview", True):
+            result.update(overview(directory))
+        result["text"] = text(result, len(args["hosts"]))
+        return result
+
+
+def completed(records, hosts):
+    """The results of all hosts: one that has none fell out of the play."""
+    for host in hosts:
+        records.setdefault(host, {
+            "host": host, "status": "failed", "cause": "the play ended early for this host",
+            "exit": None, "bytes": None, "seconds": None, "sha256": None, "archive": None})
+    return records
+
+
+def text(result, count):
+    """What the play says at its end."""
+    failed = list(result["causes"])
+    said = f"{count - len(failed)} of {count} hosts are collected. Results: {result['results']}."
+    if result["overview"]:
+        said += f" Overview: {result['overview']}."
+    if result.get("overview_note"):
+        said += f" Overview: {result['overview_note']}."
+    if failed:
+        said += f" Failed: {', '.join(failed[:NAMED])}"
+        said += f" and {len(failed) - NAMED} more." if len(failed) > NAMED else "."
+    return said
+
+
+def overview(directory):
+    """Makes the page of all archives, if quendil-report is installed here; returns values of the result.
+
+    The page of an earlier play of this request is replaced: this one has more archives.
+    """
+    report = shutil.which("quendil-report") or (REPORT if os.access(REPORT, os.X_OK) else None)
+    if report is None:
+        return {"overview_note": "quendil-report is not installed on the controller"}
+    page, new = os.path.join(directory, "index.html"), os.path.join(directory, ".index.html")
+    if os.path.lexists(new):
+        os.unlink(new)
+    done = subprocess.run([report, "--overview", "-o", new, directory], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False)
+    note = printable(done.stderr.decode(errors="replace"), 1000)
+    if not os.path.lexists(new):
+        return {"overview_note": note or "quendil-report made no page"}
+    os.replace(new, page)
+    return {"overview": page, "overview_note": note}

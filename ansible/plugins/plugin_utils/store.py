@@ -1,0 +1,82 @@
+# Copyright the quendil developers
+# Apache-2.0 (see LICENSE or https://www.apache.org/licenses/LICENSE-2.0)
+"""Where results are on the controller: DESTINATION/REQUEST/HOST/ARCHIVE, and results.jsonl beside the hosts."""
+
+from __future__ import annotations
+
+import fcntl
+import json
+import os
+import re
+
+from .host import REQUEST, Failed, printable
+
+RESULTS = "results.jsonl"
+
+
+def request_directory(args):
+    """The directory of a request, from the arguments of an action; made if it is missing, for this user alone."""
+    destination, request = os.path.expanduser(str(args["destination"])), str(args["request"])
+    if not REQUEST.fullmatch(request):
+        raise Failed(f"request {printable(request, 80)!r}: only letters, digits, '.', '_' and '-'")
+    directory = os.path.join(os.path.abspath(destination), request)
+    try:
+        os.makedirs(directory, mode=0o700, exist_ok=True)
+    except OSError as error:
+        raise Failed(f"on the controller: {error}") from error
+    return directory
+
+
+def host_name(host):
+    """The name of a host's directory. Other bytes than those of host names become %XX, so that no two are alike."""
+    name = re.sub(rb"[^A-Za-z0-9._-]", lambda match: b"%%%02X" % match.group()[0], host.encode()).decode()
+    return "%2E" + name[1:] if name.startswith(".") else name
+
+
+def append(directory, record):
+    """Adds the result of a host, as one line. Several tasks of Ansible may do so at once."""
+    line = json.dumps(record) + "\n"
+    with open(os.path.join(directory, RESULTS), "a", encoding="ascii", opener=private) as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        file.write(line)
+
+
+def private(path, flags):
+    """Opens a file that only this user can read."""
+    return os.open(path, flags | os.O_CLOEXEC, 0o600)
+
+
+def last_of(directory, host=None):
+    """The last result of each host, or of one, by host. A line that is cut off, by a full disk, is left out."""
+    beginning = None if host is None else json.dumps({"host": host})[:-1] + ","
+    found = {}
+    try:
+        with open(os.path.join(directory, RESULTS), encoding="ascii", errors="replace") as file:
+            for line in file:
+                if beginning is None or line.startswith(beginning):
+                    record = parsed_line(line)
+                    if record:
+                        found[record["host"]] = record
+    except FileNotFoundError:
+        pass
+    return found
+
+
+def parsed_line(line):
+    """A record, or None if the line is no record."""
+    try:
+        record = json.loads(line)
+    except ValueError:
+        return None
+    return record if isinstance(record, dict) and isinstance(record.get("host"), str) else None
+
+
+def rewrite(directory, records):
+    """Replaces the results by one line for each host, in the order of their names; complete or not at all."""
+    new = os.path.join(directory, "." + RESULTS)
+    with open(new, "w", encoding="ascii", opener=private) as file:
+        for host in sorted(records):
+            file.write(json.dumps(records[host]) + "\n")
+        file.flush()
+        os.fsync(file.fileno())
+    os.replace(new, os.path.join(directory, RESULTS))

@@ -1,0 +1,388 @@
+# shellcheck shell=sh
+# shellcheck disable=SC2154  # the controller sets the variables below in front of this text
+#
+# What the role does on a host, as root. The controller sends this text through the connection and runs it with
+# `eval`: nothing is stored on the host, which may have no free space and no Python.
+#
+#   step         what to do: start, job (what `start` leaves running), wait, remove
+#   script       this text
+#   work         a directory of root's for all requests
+#   request      the name of this request; all its files are in $work/$request
+#   user         the number of the user who logs in, and who fetches the archive
+#   limit        the longest time of a run, in seconds
+#   least        the least free space, in KiB; empty: worked out here
+#   recipients   public keys of age, one on each line; empty: the archive is not encrypted
+#   patterns     names of pattern files, one on each line; pattern_1 and so on are their texts
+#   package      a package to install for this run; empty: none. package_sha256 is its checksum
+#   uninstall    yes or no: remove that package after the run
+#   patience     how long `wait` waits for the end of the run, in seconds
+#   keep         yes or no: `remove` moves the archive to quendil's own directory
+#   arguments    in $1 and so on: the options of quendil that select what is collected
+#
+# It answers with lines "quendil KEY VALUE", of printable ASCII. The last line is "quendil end".
+
+PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+LC_ALL=C
+export PATH LC_ALL
+unset CDPATH
+umask 077
+
+program=/opt/norvale/quendil/bin/quendil
+check=/opt/norvale/quendil/bin/quendil-check
+settings=/etc/opt/norvale/quendil
+variable=/var/opt/norvale/quendil
+run=$work/$request
+trees="/opt/norvale/quendil $variable $settings"
+
+# ---- Answers -----------------------------------------------------------------------------------------
+
+# say KEY VALUE: the value becomes one line of at most 1,500 printable bytes.
+say() {
+    printf 'quendil %s %s\n' "$1" "$(printf '%s' "$2" | tr '\n\t' '  ' | tr -c '\040-\176' '?' | cut -c 1-1500)"
+}
+
+finish() {
+    echo "quendil end"
+    exit 0
+}
+
+refuse() {
+    restore
+    say cause "$1"
+    finish
+}
+
+# ---- The job of a request ----------------------------------------------------------------------------
+
+# Prints when a process began, in ticks since the boot: with the process ID, it names a process for good.
+beginning_of() {
+    sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | cut -d ' ' -f 20
+}
+
+is_running() {
+    pid=
+    [ ! -f "$run/job" ] || read -r pid began <"$run/job" || true
+    [ -n "$pid" ] && [ "$(beginning_of "$pid")" = "$began" ]
+}
+
+is_complete() {
+    [ -f "$run/result" ] && grep -q '^quendil end$' "$run/result"
+}
+
+has_archive() {
+    is_complete && grep -q '^quendil sha256 ' "$run/result"
+}
+
+# ---- start -------------------------------------------------------------------------------------------
+
+# Nobody but root may be able to replace what root is about to write, at any level.
+is_safe() {
+    directory=$1
+    while :; do
+        found=$(stat -c '%F %u %a' "$directory" 2>/dev/null) || return 1
+        case $found in
+            "directory 0 "1???) [ "$directory" != "$1" ] || return 1 ;; # such as /var/tmp
+            "directory 0 "*[2367]? | "directory 0 "*[2367]) return 1 ;;
+            "directory 0 "*) ;;
+            *) return 1 ;;
+        esac
+        [ "$directory" != / ] || return 0
+        directory=${directory%/*}
+        directory=${directory:-/}
+    done
+}
+
+make_directories() {
+    (umask 022 && mkdir -p "$work") 2>/dev/null || refuse "no directory $work can be made: $(why_not "$work")"
+    work=$(readlink -f "$work")
+    run=$work/$request
+    is_safe "$work" || refuse "$work is not root's own: other users can replace it or write to it"
+    chmod 0711 "$work"
+    mkdir "$run" "$run/data" "$run/out" 2>/dev/null || refuse "no directory $run can be made: $(why_not "$run")"
+    chmod 0711 "$run"
+    # The files have their blocks before the disk is full.
+    { printf '%4096s' '' >"$run/result" && printf '%64s' '' >"$run/job"; } 2>/dev/null ||
+        refuse "no space left in $work"
+}
+
+why_not() {
+    { mkdir -p "$1"; } 2>&1 | sed 's/.*: //' | head -n 1
+}
+
+place_patterns() {
+    number=0
+    for name in $patterns; do
+        number=$((number + 1))
+        eval "text=\$pattern_$number"
+        { printf '%s\n' "$text" >"$settings/pattern/$name.$request"; } 2>/dev/null ||
+            refuse "the pattern file $name could not be written to $settings/pattern"
+    done
+}
+
+# The package was sent as the user who logs in: what is installed is root's own copy, once its checksum is right.
+install_package() {
+    had=
+    for tree in $trees; do
+        [ ! -e "$tree" ] || had="$had $tree"
+    done
+    { mkdir "$run/package" && cp "$package" "$run/package/"; } 2>/dev/null || refuse "no space for the package"
+    copy=$run/package/${package##*/}
+    [ "$(sha256sum <"$copy" | cut -d ' ' -f 1)" = "$package_sha256" ] || refuse "the package was changed on its way"
+    installed=$copy
+    printf 'installed=%s\nhad="%s"\n' "'$installed'" "$had" >"$run/package/record"
+    case $copy in
+        *.deb) said=$(DEBIAN_FRONTEND=noninteractive dpkg -i "$copy" 2>&1 </dev/null) ;;
+        *.rpm) said=$(rpm -U "$copy" 2>&1 </dev/null) ;;
+        *) said=$(unpack_package 2>&1 </dev/null) ;;
+    esac || refuse "the package could not be installed: $(printf '%s\n' "$said" | tail -n 3)"
+}
+
+unpack_package() {
+    mkdir "$run/package/tree" && tar -xzf "$copy" -C "$run/package/tree" --strip-components=1 &&
+        "$run/package/tree/install.sh"
+}
+
+# Takes back what this request has changed outside of its own directory: pattern files and the package.
+restore() {
+    for name in $patterns; do
+        rm -f "$settings/pattern/$name.$request"
+    done
+    [ "$uninstall" = yes ] && [ -f "$run/package/record" ] || return 0
+    . "$run/package/record"
+    case $installed in
+        *.deb) dpkg --purge quendil ;;
+        *.rpm) rpm -e quendil ;;
+        *) "$run/package/tree/install.sh" --uninstall ;;
+    esac </dev/null >/dev/null 2>&1
+    for tree in $trees; do
+        case "$had " in
+            *" $tree "*) ;;
+            *) rm -rf "$tree" && rmdir "${tree%/*}" 2>/dev/null ;;
+        esac
+    done
+    rm -f "$run/package/record"
+}
+
+find_program() {
+    if [ ! -x "$program" ] && [ -n "$package" ]; then
+        install_package
+    fi
+    [ -x "$program" ] || refuse "quendil is not installed"
+    if [ -x "$check" ]; then
+        version=$(timeout 20 "$check" --version </dev/null 2>/dev/null | sed -n 's/^quendil-check //p')
+    else
+        version=$(timeout 20 "$program" -h </dev/null 2>/dev/null | sed -n 's/^quendil \[Ver\. \(.*\)\]$/\1/p')
+    fi
+    [ -n "$version" ] || refuse "$program does not run on this host"
+    say version "$version"
+}
+
+# Twice what a preview knows of, because the archive needs as much again while it is made, and 100 MiB for the
+# output of tools; 200 MiB without a preview.
+check_space() {
+    if [ -z "$least" ]; then
+        least=$((200 * 1024))
+        known=
+        [ ! -x "$check" ] || known=$(timeout 60 "$check" --preview --format=json -d "$run/data" "$@" \
+            </dev/null 2>/dev/null | sed -n 's/.*"known_bytes": *\([0-9]\{1,15\}\).*/\1/p')
+        [ -z "$known" ] || least=$((known * 2 / 1024 + 100 * 1024))
+    fi
+    free=$(timeout 20 df -Pk "$run" 2>/dev/null | awk 'NR == 2 { print $4 }')
+    [ -n "$free" ] || refuse "the free space of $work cannot be told"
+    [ "$free" -ge "$least" ] || refuse "disk full: $((free / 1024)) MiB free in $work, $((least / 1024)) MiB needed"
+}
+
+start() {
+    [ "$(id -u)" -eq 0 ] || refuse "not root: this user needs become"
+    if [ -d "$run" ] && ! [ -L "$run" ]; then
+        # A play of this request was cut off. Its job goes on, or has left its archive.
+        if is_running || has_archive; then
+            say state resumed
+            finish
+        fi
+        restore
+        rm -rf "$run" || refuse "an earlier $run cannot be removed"
+    fi
+    make_directories
+    find_program
+    place_patterns
+    check_space "$@"
+    export script work request user limit recipients patterns uninstall
+    # shellcheck disable=SC2016  # the new shell expands it
+    step=job setsid sh -c 'eval "$script"' quendil-collect "$@" </dev/null >/dev/null 2>&1 &
+    printf '%s %s ' "$!" "$(beginning_of "$!")" 1<>"$run/job"
+    say state started
+    finish
+}
+
+# ---- job ---------------------------------------------------------------------------------------------
+
+# The last lines of the run log; of the history log if the run ended before it opened a run log.
+last_lines() {
+    for log in "$variable/log/quendil.log" "$variable/log/quendil_hist.log"; do
+        if [ -n "$(find "$log" -newer "$run/begin" 2>/dev/null)" ]; then
+            tail -n 6 "$log" | cut -c 1-240
+            return
+        fi
+    done
+    echo "the run has left no log"
+}
+
+# Sets `archive` to the only entry of the output whose name ends so; "/" stands for directories.
+take() {
+    archive=
+    for found in "$run/data/"*"$1"; do
+        found=${found%/}
+        if [ -n "$archive" ] || [ ! -e "$found" ] || [ -L "$found" ]; then
+            archive=
+            cause="the run left no single result that ends with \"$1\""
+            return 1
+        fi
+        archive=$found
+    done
+}
+
+# tar has failed in the run. Its "h", because the directory has links to the files.
+pack() {
+    take / || return 1
+    directory=$archive
+    archive=$directory.tar.gz
+    said=$(tar -C "$run/data" -chzf "$archive" "${directory##*/}" 2>&1 </dev/null)
+    if [ $? -le 1 ] && [ -s "$archive" ]; then # 1: a file changed while it was read
+        return 0
+    fi
+    rm -f "$archive"
+    archive=
+    cause="tar failed in the run, and again for the role: $(printf '%s\n' "$said" | tail -n 3)"
+    return 1
+}
+
+# After the encryption, nobody but a recipient can check the archive: this is done here.
+encrypt() {
+    command -v age >/dev/null || { cause="age is not installed on this host"; return 1; }
+    case $archive in
+        *.gz) gzip -t "$archive" 2>/dev/null && tar -tzf "$archive" ;;
+        *) tar -tf "$archive" ;;
+    esac 2>/dev/null | grep -q '^[^/]*/quendil_index$' || { cause="the archive is damaged or has no index"; return 1; }
+    set --
+    IFS='
+'
+    for recipient in $recipients; do
+        set -- "$@" -r "$recipient"
+    done
+    unset IFS
+    said=$(age "$@" -o "$archive.age" "$archive" 2>&1) ||
+        { rm -f "$archive.age"; cause="age failed: $said"; return 1; }
+    rm -f "$archive"
+    archive=$archive.age
+}
+
+# The directory is given away last: until then only root can enter it.
+hand_over() {
+    chown "$user" "$archive" && chmod 0400 "$archive" && mv "$archive" "$run/out/" && chown "$user" "$run/out"
+}
+
+outcome() {
+    cause=
+    archive=
+    case $status in
+        0) take .tar.gz ;;
+        10)
+            take .tar && cause="the archive is not compressed: gzip failed"
+            ;;
+        20)
+            pack && cause="tar failed in the run; the role has packed the directory"
+            ;;
+        124 | 137)
+            cause="the run was stopped: it took more than $limit s"
+            ;;
+        255) cause=$(last_lines) ;;
+        *) cause="quendil ended with status $status" ;;
+    esac
+    [ -z "$archive" ] || [ -z "$recipients" ] || encrypt || archive=
+    [ -z "$archive" ] || describe
+    say exit "$status"
+    say seconds "$(($(date +%s) - began))"
+    say cause "$cause"
+    if [ -z "$archive" ] && [ -n "$(ls -A "$run/data")" ]; then
+        say kept "$run/data"
+    fi
+}
+
+describe() {
+    sum=$(sha256sum <"$archive" | cut -d ' ' -f 1)
+    size=$(stat -c %s "$archive")
+    if hand_over; then
+        say path "$run/out/${archive##*/}"
+        say bytes "$size"
+        say sha256 "$sum"
+    else
+        cause="the archive could not be given to user $user"
+        archive=
+    fi
+}
+
+job() {
+    began=$(date +%s)
+    : >"$run/begin"
+    status=0
+    quiet=
+    ! command -v ionice >/dev/null || quiet="ionice -c 2 -n 7"
+    # shellcheck disable=SC2086  # words
+    nice -n 10 $quiet timeout -s TERM -k 60 "$limit" "$program" -d "$run/data" "$@" \
+        </dev/null >/dev/null 2>&1 || status=$?
+    text=$(outcome)
+    restore
+    printf '%s\nquendil end\n' "$text" 1<>"$run/result"
+}
+
+# ---- wait --------------------------------------------------------------------------------------------
+
+wait_for_end() {
+    waited=0
+    while ! is_complete; do
+        if ! is_running && ! is_complete; then
+            say state lost
+            [ -z "$(ls -A "$run/data" 2>/dev/null)" ] || say kept "$run/data"
+            finish
+        fi
+        if [ "$waited" -ge "$patience" ]; then
+            say state running
+            finish
+        fi
+        sleep 1
+        waited=$((waited + 1))
+    done
+    say state finished
+    head -c 4096 "$run/result" | sed -n '/^quendil [a-z]/p'
+    exit 0
+}
+
+# ---- remove ------------------------------------------------------------------------------------------
+
+remove() {
+    if is_running; then
+        say cause "the run has not ended; it ends by itself, and $run remains"
+        finish
+    fi
+    restore
+    if [ "$keep" = yes ] && [ -d "$run/out" ]; then
+        chown 0:0 "$run/out" # its user can change nothing in it from now on
+        for archive in "$run/out/"*; do
+            [ -f "$archive" ] && [ ! -L "$archive" ] || continue
+            chown 0:0 "$archive" && chmod 0600 "$archive" && mv "$archive" "$variable/data/" ||
+                { say cause "$archive could not be moved to $variable/data"; finish; }
+        done
+    fi
+    rm -rf "$run" || { say cause "$run could not be removed"; finish; }
+    rmdir -p "$work" 2>/dev/null
+    say state removed
+    finish
+}
+
+case $step in
+    start) start "$@" ;;
+    job) job "$@" ;;
+    wait) wait_for_end ;;
+    remove) remove ;;
+esac

@@ -1,0 +1,228 @@
+"""The play of the collection on real hosts: what it fetches, what it says, and what it leaves."""
+
+from __future__ import annotations
+
+import hashlib
+import io
+import signal
+import subprocess
+import tarfile
+from pathlib import Path
+
+import pytest
+from support import pattern_text
+from support.behave import become, exit, forever, once, ready, wait_for
+from support.fleet import Fleet
+from support.fleet_host import FleetHost
+from support.fleet_play import QUICK_PATTERN, STAYS, Played, Plays, quick
+
+WORK = "/var/opt/norvale/quendil-collect"
+DATA = "/var/opt/norvale/quendil/data"
+
+
+@pytest.fixture
+def plays(fleet: Fleet) -> Plays:
+    """The collection, installed on the fleet's controller."""
+    return Plays(fleet)
+
+
+def members(archive: Path) -> list[str]:
+    """The names in an archive, without its top directory; gzip's checksum is checked."""
+    content = archive.read_bytes()
+    if archive.suffix == ".gz":
+        content = subprocess.run(["gzip", "-dc"], input=content, capture_output=True, check=True).stdout
+    with tarfile.open(fileobj=io.BytesIO(content)) as tar:
+        return sorted(name.partition("/")[2] for name in tar.getnames())
+
+
+def assert_collected(played: Played, host: str, exit_status: int = 0) -> None:
+    """A verified archive of the quick pattern is here, with a result that says so."""
+    record = played.results[host]
+    assert (record["status"], record["exit"]) == ("ok", exit_status), str(played)
+    content = played.archive(host).read_bytes()
+    assert record["bytes"] == len(content)
+    assert record["sha256"] == hashlib.sha256(content).hexdigest()
+    assert played.archive(host).stat().st_mode & 0o777 == 0o400
+    assert {"quendil_index", "quendil.log", "quick/etc/hostname"} <= set(members(played.archive(host)))
+
+
+def assert_failed(played: Played, host: str, *words: str) -> None:
+    """A host is in the results as failed, with a cause, and the play names it with that cause."""
+    record = played.results[host]
+    assert record["status"] == "failed", str(played)
+    assert record["archive"] is None
+    for word in words:
+        assert word in record["cause"], record["cause"]
+    assert played.status == 2, str(played)
+    assert f"fatal: [{host}]: FAILED! =>" in played.done.stdout.rpartition("Fail for a host")[2]
+    assert not list((played.directory / host).glob("*")), "something of the host is left here"
+
+
+def assert_nothing_left(before: dict[FleetHost, object]) -> None:
+    for host, snapshot in before.items():
+        assert host.leftovers(snapshot, STAYS) == [], host.name
+
+
+def test_one_play_over_hosts_of_all_kinds(fleet: Fleet, plays: Plays):
+    root1, sudo1 = quick(fleet.host("root1")), quick(fleet.host("sudo1", sudo=True))
+    full = quick(fleet.host("full", space="16m"))
+    no_gzip, no_tar = quick(fleet.host("no-gzip")), quick(fleet.host("no-tar", sudo=True))
+    no_gzip.replace("/bin/gzip", exit(1))
+    no_tar.replace("/bin/tar", once("/run/fleet/failed", exit(2)), become("/opt/real/tar"))
+    empty, absent = fleet.host("empty"), fleet.host("absent")
+    empty.pattern("10_other", QUICK_PATTERN.replace("linux", "other"))
+    absent.remove("/opt/norvale")
+    fleet.down("down")
+    fleet.down("silent", "silent")
+    before = {host: host.snapshot() for host in fleet.hosts.values()}
+    played = plays.run()
+    assert_collected(played, "root1")
+    assert_collected(played, "sudo1")
+    assert_collected(played, "no-gzip", 10)
+    assert_collected(played, "no-tar", 20)
+    assert "gzip failed" in played.results["no-gzip"]["cause"]
+    assert "the role has packed" in played.results["no-tar"]["cause"]
+    assert_failed(played, "full", "disk full: ", "100 MiB needed")
+    assert_failed(played, "empty", "ZEPA121-E:There is not system information to be collected")
+    assert_failed(played, "absent", "quendil is not installed")
+    assert_failed(played, "down", "unreachable", "Connection refused")
+    assert_failed(played, "silent", "unreachable", "timed out")
+    assert "4 of 9 hosts are collected" in played.done.stdout
+    overview = (played.directory / "index.html").read_text()
+    assert all(host in overview for host in ("root1", "sudo1", "no-gzip", "no-tar"))
+    assert_nothing_left(before)
+
+
+def test_hosts_that_are_all_well_end_with_status_0(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one"))
+    quick(fleet.host("two", sudo=True))
+    played = plays.run("-e", "collect_batch=1")
+    assert played.status == 0, str(played)
+    assert played.statuses() == {"one": "ok", "two": "ok"}
+
+
+def test_a_batch_in_which_every_host_fails_does_not_end_the_play(fleet: Fleet, plays: Plays):
+    for name in ("down1", "down2"):
+        fleet.down(name)
+    quick(fleet.host("last"))
+    fleet.down("down3")
+    played = plays.run("-e", "collect_batch=1")
+    assert played.statuses() == {"down1": "failed", "down2": "failed", "down3": "failed", "last": "ok"}
+    assert played.status == 2
+
+
+def test_a_tool_that_never_ends_costs_the_time_limit_of_its_host_alone(fleet: Fleet, plays: Plays):
+    quick(fleet.host("well"))
+    stuck = fleet.host("stuck", sudo=True)
+    stuck.pattern("10_stuck", pattern_text.pattern(
+        pattern_text.tool(stuck.tool(forever())), groups=["linux"]))
+    before = {stuck: stuck.snapshot()}
+    played = plays.run("-e", "collect_time_limit=2")
+    assert_collected(played, "well")
+    assert_failed(played, "stuck", "the run was stopped: it took more than 2 s")
+    assert_nothing_left(before)
+
+
+def slow(host: FleetHost) -> str:
+    """A run of this host waits in a tool until the file whose path is returned exists."""
+    tool = pattern_text.tool(host.tool(ready("/run/fleet/started"), wait_for("/run/fleet/go_on")))
+    host.pattern("10_slow", QUICK_PATTERN.replace("    DATA_BLOCK", f"{tool}\n    DATA_BLOCK", 1))
+    return "/run/fleet/go_on"
+
+
+def is_waiting(host: FleetHost) -> bool:
+    """Whether the controller is waiting on this host for the end of the run."""
+    return any(entry.command == "sleep 1" for entry in host.processes())
+
+
+@pytest.mark.parametrize("sudo", [False, True])
+def test_a_run_goes_on_when_its_connection_is_cut(fleet: Fleet, plays: Plays, sudo: bool):
+    host = fleet.host("cut", sudo=sudo)
+    go_on = slow(host)
+    before = {host: host.snapshot()}
+    play = plays.start()
+    host.wait_for("/run/fleet/started")  # the first connection may still be open
+    assert host.kill_sessions() > 0
+    host.wait_for(lambda: is_waiting(host))
+    assert host.kill_sessions() > 0
+    host.wait_for(lambda: not host.sessions())
+    host.wait_for(lambda: is_waiting(host))
+    host.file(go_on)
+    played = plays.finish(play)
+    assert_collected(played, "cut")
+    assert_nothing_left(before)
+
+
+def test_what_a_lost_host_has_collected_is_fetched_by_the_next_play(fleet: Fleet, plays: Plays):
+    host = fleet.host("lost", sudo=True)
+    go_on = slow(host)
+    before = {host: host.snapshot()}
+    play = plays.start("-e", "collect_reconnect=1")
+    host.wait_for(lambda: is_waiting(host))
+    host.stop_serving()
+    host.kill_sessions()
+    assert_failed(plays.finish(play), "lost", "Connection refused", "the run goes on there")
+    host.file(go_on)
+    host.wait_for(lambda: not any("quendil-collect" in entry.command for entry in host.processes()))
+    host.serve()
+    made = host.list(f"{WORK}/test-1/out")
+    assert len(made) == 1
+    played = plays.run("-e", "collect_resume=true")
+    assert_collected(played, "lost")
+    assert played.archive("lost").name == made[0], "it was collected again"
+    assert_nothing_left(before)
+
+
+def test_a_play_that_was_ended_is_resumed(fleet: Fleet, plays: Plays):
+    host = fleet.host("slow")
+    quick(fleet.host("done"))
+    go_on = slow(host)
+    before = {host: host.snapshot()}
+    play = plays.start("-f", "1", "-e", "collect_batch=1")
+    first = None
+    host.wait_for(lambda: is_waiting(host))
+    play.signal(signal.SIGKILL)
+    play.finish()
+    fleet.end_connections()
+    host.file(go_on)
+    played = plays.run("-e", "collect_resume=true")
+    assert played.statuses() == {"slow": "ok", "done": "ok"}
+    assert played.status == 0
+    assert_nothing_left(before)
+
+
+def test_hosts_that_are_done_are_skipped_on_demand(fleet: Fleet, plays: Plays):
+    good, bad = quick(fleet.host("good")), fleet.host("bad")
+    bad.pattern("10_other", QUICK_PATTERN.replace("linux", "other"))
+    first = plays.run()
+    assert first.statuses() == {"good": "ok", "bad": "failed"}
+    archive = first.archive("good")
+    before = archive.stat()
+    quick(bad)
+    bad.remove("/etc/opt/norvale/quendil/pattern/10_other")
+    good.stop_serving()  # nobody asks it again
+    second = plays.run("-e", "collect_resume=true")
+    assert second.status == 0, str(second)
+    assert second.statuses() == {"good": "ok", "bad": "ok"}
+    assert archive.stat() == before
+    archive.chmod(0o600)
+    archive.write_bytes(b"x" + archive.read_bytes()[1:])
+    third = plays.run("-e", "collect_resume=true")
+    assert_failed_host = third.results["good"]
+    assert (assert_failed_host["status"], third.results["bad"]["status"]) == ("failed", "ok")
+
+
+def test_a_byte_that_is_flipped_on_its_way_is_noticed(fleet: Fleet, plays: Plays):
+    once_, always = quick(fleet.host("once")), quick(fleet.host("always", sudo=True))
+    once_.flip(1, larger_than=0)
+    always.flip(2, larger_than=0)
+    before = {host: host.snapshot() for host in (once_, always)}
+    played = plays.run()
+    assert_collected(played, "once")
+    assert once_.flips_left() == 0
+    assert_failed(played, "always", "the transfer changed the archive: sha256 differs",
+                  f"the archive is kept on the host: {WORK}/test-1/out/")
+    assert len(always.list(f"{WORK}/test-1/out")) == 1
+    again = plays.run("-e", "collect_resume=true")
+    assert_collected(again, "always")
+    assert_nothing_left(before)
