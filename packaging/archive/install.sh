@@ -151,7 +151,8 @@ uninstall_all() {
 if [ -z "$root" ] && dpkg-query -S "$program/bin/quendil" >/dev/null 2>&1; then
     fail "quendil was installed as a package: apt-get remove quendil"
 fi
-if [ -z "$root" ] && rpm -qf "$program/bin/quendil" >/dev/null 2>&1; then
+# On Debian, rpm makes a database in the home directory if there is one.
+if [ -z "$root" ] && HOME=/dev/null rpm -qf "$program/bin/quendil" >/dev/null 2>&1; then
     fail "quendil was installed as a package: rpm -e quendil"
 fi
 case ${1-} in

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import hashlib
 import io
+import json
 import signal
 import subprocess
 import tarfile
@@ -12,7 +13,7 @@ from pathlib import Path
 import pytest
 from support import pattern_text
 from support.behave import become, exit, forever, once, ready, wait_for
-from support.fleet import Fleet
+from support.fleet import ROOT, Fleet
 from support.fleet_host import FleetHost
 from support.fleet_play import QUICK_PATTERN, STAYS, Played, Plays, quick
 
@@ -226,3 +227,140 @@ def test_a_byte_that_is_flipped_on_its_way_is_noticed(fleet: Fleet, plays: Plays
     again = plays.run("-e", "collect_resume=true")
     assert_collected(again, "always")
     assert_nothing_left(before)
+
+
+def test_a_hostile_host_stops_no_other_one(fleet: Fleet, plays: Plays):
+    quick(fleet.host("well"))
+    endless, mute = quick(fleet.host("endless")), quick(fleet.host("mute"))
+    endless.answer_endlessly()
+    mute.answer_never()
+    strange, short = quick(fleet.host("strange")), quick(fleet.host("short"))
+    strange.answer("user 0\nquendil state started\nquendil path ../../../etc/passwd\nquendil end\n")
+    short.answer("user 0\nquendil state started\n")
+    played = plays.run("-e", "collect_answer_limit=6", "-e", "collect_reconnect=1", watch_memory=True)
+    assert_collected(played, "well")
+    assert_failed(played, "endless", "the host has sent too much")
+    assert_failed(played, "mute", "the host has not answered in time")
+    assert_failed(played, "strange", "the host has given a strange answer: quendil path ../../..")
+    assert_failed(played, "short", "the host has given no complete answer")
+    assert played.done.peak < 400 << 20
+    assert not [entry for entry in fleet.controller.processes() if "192.0.2" in entry.command]
+
+
+def rewriting(host: FleetHost, key: str, value: str) -> None:
+    """This host answers with another value of a key."""
+    host.answer_through(f"sed 's|^quendil {key} .*|quendil {key} {value}|'")
+
+
+@pytest.mark.parametrize("key, value, cause", [
+    ("path", "/etc/shadow", "strange path: /etc/shadow"),
+    ("path", f"{WORK}/test-1/out/../../x_261124000000.tar.gz", "strange path"),
+    ("path", f"{WORK}/test-1/out/results.jsonl", "named its archive strangely"),
+    ("path", f"{WORK}/test-1/out/-x_261124000000.tar.gz", "named its archive strangely"),
+    ("path", f"{WORK}/test-1/out/{{{{ 7 * 7 }}}}_261124000000.tar.gz", "named its archive strangely"),
+    ("bytes", "999999999999", "archive_limit is 4096 MiB"),
+    ("bytes", "0", "archive_limit is 4096 MiB"),
+    ("bytes", "10", "the host has sent more than the 10 bytes"),
+    ("bytes", "1000000", "the transfer gave"),
+    ("sha256", "0" * 64, "sha256 differs"),
+    ("sha256", "x", "strange answer"),
+    ("cause", r"\x1b[31m", "strange answer"),
+    ("exit", "{{ 1 }}", "strange answer"),
+])
+def test_what_a_host_says_of_its_archive_is_checked(
+        fleet: Fleet, plays: Plays, key: str, value: str, cause: str):
+    host = quick(fleet.host("liar"))
+    rewriting(host, key, value)
+    played = plays.run()
+    assert_failed(played, "liar", cause)
+    written = {str(path.relative_to(fleet.directory)) for path in fleet.directory.rglob("*")}
+    assert {path for path in written if not path.startswith("keys")} <= {
+        "inventory.yml", "collected", "collected/test-1", "collected/test-1/results.jsonl",
+        "collected/test-1/liar"}
+
+
+def test_a_file_without_end_and_a_slow_one_are_given_up(fleet: Fleet, plays: Plays):
+    endless = quick(fleet.host("endless"))
+    endless.endless_files()
+    played = plays.run(seconds=60)
+    assert_failed(played, "endless", "the host has sent more than the")
+
+
+def test_an_archive_without_an_index_is_refused(fleet: Fleet, plays: Plays):
+    host = fleet.host("stub")
+    program = "/opt/norvale/quendil/bin/quendil"
+    host.file(program, """#!/bin/sh
+cd "$2" && mkdir stub && echo text >stub/file && tar czf stub_261124000000.tar.gz stub && rm -r stub
+""", 0o755)
+    played = plays.run()
+    assert_failed(played, "stub", "the archive is damaged: it has no index", "is kept on the host")
+
+
+def test_an_archive_is_encrypted_for_its_recipients(fleet: Fleet, plays: Plays):
+    host, plain = quick(fleet.host("secret", sudo=True)), fleet.directory / "plain"
+    key = fleet.directory / "key"
+    subprocess.run(["age-keygen", "-o", key], check=True, capture_output=True)
+    recipient = subprocess.run(["age-keygen", "-y", key], check=True, capture_output=True, text=True).stdout.strip()
+    before = {host: host.snapshot()}
+    played = plays.run("-e", json.dumps({"collect_recipients": [recipient]}))
+    assert played.status == 0, str(played)
+    archive = played.archive("secret")
+    assert archive.name.endswith(".tar.gz.age")
+    subprocess.run(["age", "-d", "-i", key, "-o", f"{plain}.tar.gz", archive], check=True)
+    assert "quendil_index" in members(Path(f"{plain}.tar.gz"))
+    assert_nothing_left(before)
+
+
+def test_nothing_is_fetched_that_could_not_be_encrypted(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("secret"))
+    host.replace("/usr/bin/age", exit(1))
+    played = plays.run("-e", json.dumps({"collect_recipients": ["age1notakey"]}))
+    assert_failed(played, "secret", "age failed", f"what was collected is kept on the host: {WORK}/test-1/data")
+
+
+def test_a_pattern_file_of_the_controller_is_there_for_this_run_only(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("host", sudo=True))
+    own = fleet.directory / "50_own"
+    own.write_text(QUICK_PATTERN.replace("linux", "own") + "# it's \"quoted\" $(text) `here`\n")
+    before = {host: host.snapshot()}
+    played = plays.run("-e", json.dumps({"collect_groups": ["own"], "collect_patterns": [str(own)]}))
+    assert played.status == 0, str(played)
+    assert_nothing_left(before)
+
+
+def test_an_archive_stays_on_the_host_on_demand(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("host", sudo=True))
+    played = plays.run("-e", "collect_keep=true")
+    assert_collected(played, "host")
+    name = played.archive("host").name
+    assert host.list(DATA) == [name]
+    assert host.mode(f"{DATA}/{name}") == "0600" and host.status(f"{DATA}/{name}").st_uid == 0
+    assert not host.exists(WORK)
+
+
+@pytest.mark.parametrize("package", ["quendil-*-linux-*.tar.gz", "quendil_*.deb"])
+def test_a_package_is_installed_for_the_run_and_removed(fleet: Fleet, plays: Plays, package: str):
+    host = fleet.host("bare", sudo=True)
+    for tree in ("/opt/norvale", "/etc/opt/norvale", "/var/opt/norvale"):
+        host.remove(tree)
+    found = next((ROOT / "build/packages").glob(package))
+    for name in ("upper", "work"):
+        host.directory(f"/run/fleet/{name}")
+    for tree in ("/usr", "/var/lib"):
+        place = tree.replace("/", "_")
+        host.directory(f"/run/fleet/{place}/upper")
+        host.directory(f"/run/fleet/{place}/work")
+        host.mount("-t", "overlay", "-o", f"lowerdir={tree},upperdir=/run/fleet/{place}/upper,"
+                   f"workdir=/run/fleet/{place}/work", "overlay", tree)
+    before = {host: host.snapshot()}
+    played = plays.run("-e", f"collect_package={found}", "-e", json.dumps({"collect_targets": ["kernel"]}))
+    assert played.status == 0, str(played)
+    for snapshot in before.values():
+        assert host.leftovers(snapshot) == []
+
+
+def test_another_run_on_the_host_is_named_as_the_cause(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("busy"))
+    with host.locked(host.file("/opt/norvale/quendil/bin/.quendil.lck")):
+        played = plays.run()
+    assert_failed(played, "busy", "ZEPA116-E:Another quendil is already running")

@@ -75,7 +75,7 @@ class ActionModule(HostAction):
                 with open(part, "wb", opener=private):
                     pass
                 try:
-                    self.persistently(self.fetch, path, part, 120 + size / BYTES_A_SECOND, size)
+                    self._fetch(path, part, size)
                     self._check(part, os.path.basename(target), size, checksum)
                     break
                 except Failed:
@@ -88,6 +88,15 @@ class ActionModule(HostAction):
         finally:
             if os.path.lexists(part):
                 os.unlink(part)
+
+    def _fetch(self, path, part, size):
+        """One byte more than announced may come, and shows that the host has lied."""
+        try:
+            self.persistently(self.fetch, path, part, 120 + size / BYTES_A_SECOND, size + 1)
+        except Failed as failure:
+            if os.path.getsize(part) > size:
+                raise Failed(f"the host has sent more than the {size} bytes that it announced") from failure
+            raise
 
     def _check(self, part, name, size, checksum):
         if os.path.getsize(part) != size:

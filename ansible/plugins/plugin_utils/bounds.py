@@ -12,7 +12,7 @@ from contextlib import contextmanager
 
 #: The address space that an answer may take in the worker, beyond what it has: an answer has some
 #: kilobytes, but the connection keeps what a host sends in several copies.
-ANSWER_BYTES = 192 << 20
+ANSWER_BYTES = 64 << 20
 
 
 class TooLate(Exception):

@@ -164,6 +164,10 @@ class HostAction(ActionBase):
 
     def fetch(self, source, target, seconds, size):
         """Copies a file of at most `size` bytes from the host, as the user who logs in, to an existing file."""
+        # The other ways of this connection put the whole file into memory, or do not end at a limit.
+        if self._connection.transport == "ssh":
+            self._connection.set_option("ssh_transfer_method", "sftp")
+
         def get():
             with file_bounds(seconds, size):
                 self._connection.fetch_file(source, target)
