@@ -21,12 +21,6 @@ WORK = "/var/opt/norvale/quendil-collect"
 DATA = "/var/opt/norvale/quendil/data"
 
 
-@pytest.fixture
-def plays(fleet: Fleet) -> Plays:
-    """The collection, installed on the fleet's controller."""
-    return Plays(fleet)
-
-
 def members(archive: Path) -> list[str]:
     """The names in an archive, without its top directory; gzip's checksum is checked."""
     content = archive.read_bytes()

@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# shellcheck disable=SC2154  # the controller sets the variables below in front of this text
+# shellcheck disable=SC2154  # the controller sets the variables that are named below
 #
 # What the role does on a host, as root. The controller sends this text through the connection and runs it with
 # `eval`: nothing is stored on the host, which may have no free space and no Python.
@@ -148,6 +148,7 @@ restore() {
         rm -f "$settings/pattern/$name.$request"
     done
     [ "$uninstall" = yes ] && [ -f "$run/package/record" ] || return 0
+    # shellcheck source=/dev/null
     . "$run/package/record"
     case $installed in
         *.deb) dpkg --purge quendil ;;
@@ -369,9 +370,13 @@ remove() {
     if [ "$keep" = yes ] && [ -d "$run/out" ]; then
         chown 0:0 "$run/out" # its user can change nothing in it from now on
         for archive in "$run/out/"*; do
-            [ -f "$archive" ] && [ ! -L "$archive" ] || continue
-            chown 0:0 "$archive" && chmod 0600 "$archive" && mv "$archive" "$variable/data/" ||
-                { say cause "$archive could not be moved to $variable/data"; finish; }
+            if [ -L "$archive" ] || [ ! -f "$archive" ]; then
+                continue
+            fi
+            if ! { chown 0:0 "$archive" && chmod 0600 "$archive" && mv "$archive" "$variable/data/"; }; then
+                say cause "$archive could not be moved to $variable/data"
+                finish
+            fi
         done
     fi
     rm -rf "$run" || { say cause "$run could not be removed"; finish; }

@@ -1,0 +1,53 @@
+# Copyright the quendil developers
+# Apache-2.0 (see LICENSE or https://www.apache.org/licenses/LICENSE-2.0)
+
+from __future__ import absolute_import, division, print_function
+
+__metaclass__ = type
+
+DOCUMENTATION = r"""
+---
+module: remove
+short_description: Remove everything of a request from a host
+version_added: "1.2.0"
+description:
+  - Removes the files of a request from a host. A run that has not ended is left alone, as it ends by itself.
+options:
+  keep:
+    description: Whether the archive is moved to C(/var/opt/norvale/quendil/data) instead.
+    type: bool
+    default: false
+  uninstall:
+    description: Whether a package that was installed for this request is removed, if it is still there.
+    type: bool
+    default: true
+  request:
+    description: The name of the request, which is the same for all hosts.
+    type: str
+    required: true
+  work_directory:
+    description: A directory of root's on the host. Everything of a request is in one directory below it.
+    type: path
+    required: true
+  answer_limit:
+    description: How long the host may take for an answer, in seconds.
+    type: int
+    default: 60
+  reconnect:
+    description: How long a lost connection is made again, in seconds.
+    type: int
+    default: 0
+author:
+  - the quendil developers (@norvale)
+"""
+
+EXAMPLES = r"""
+- name: Remove everything from the host
+  norvale.quendil.remove:
+    request: disk-trouble
+    work_directory: /var/opt/norvale/quendil-collect
+  become: true
+"""
+
+RETURN = r"""
+"""
