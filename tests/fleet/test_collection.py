@@ -27,7 +27,7 @@ def placed(tmp_path: Path) -> Path:
     return path
 
 
-def run(directory: Path, *command: str | Path) -> str:
+def run(command: list[str | Path], directory: Path) -> str:
     """What a command prints, run on the copy; it must succeed."""
     root = str(directory.parents[2]) if "ansible_collections" in directory.parts else str(directory)
     done = subprocess.run(command, cwd=directory, capture_output=True, text=True, stdin=subprocess.DEVNULL,
@@ -39,7 +39,7 @@ def run(directory: Path, *command: str | Path) -> str:
 
 
 def test_the_built_collection_installs_and_collects(fleet: Fleet, plays: Plays, placed: Path):
-    run(placed, "ansible-galaxy", "collection", "build", "--output-path", fleet.directory)
+    run(["ansible-galaxy", "collection", "build", "--output-path", fleet.directory], placed)
     package, = fleet.directory.glob("norvale-quendil-*.tar.gz")
     fleet.controller.remove(f"{COLLECTIONS}/ansible_collections")
     done = fleet.run(["ansible-galaxy", "collection", "install", package])
@@ -49,7 +49,7 @@ def test_the_built_collection_installs_and_collects(fleet: Fleet, plays: Plays, 
 
 
 def test_ansible_lint_finds_nothing(placed: Path):
-    run(placed, "ansible-lint", "--profile", "production", "--offline", "--strict")
+    run(["ansible-lint", "--profile", "production", "--offline", "--strict"], placed)
 
 
 #: Those that need nothing but ansible-core and shellcheck; the others install packages of Python.
@@ -59,10 +59,11 @@ SANITY = ["action-plugin-docs", "changelog", "compile", "empty-init", "future-im
 
 
 def test_ansible_test_sanity_finds_nothing(placed: Path):
-    run(placed, "git", "init", "-q")
-    run(placed, "git", "add", "-A")
-    run(placed, "ansible-test", "sanity", "--python", f"{sys.version_info.major}.{sys.version_info.minor}",
-        *(word for check in SANITY for word in ("--test", check)))
+    run(["git", "init", "-q"], placed)
+    run(["git", "add", "-A"], placed)
+    version = f"{sys.version_info.major}.{sys.version_info.minor}"
+    run(["ansible-test", "sanity", "--python", version,
+         *(word for check in SANITY for word in ("--test", check))], placed)
 
 
 def test_every_variable_has_a_default_a_type_and_a_row_in_the_readme():
@@ -78,7 +79,7 @@ def test_every_variable_has_a_default_a_type_and_a_row_in_the_readme():
 
 @pytest.mark.parametrize("name", ["start", "wait", "fetch", "remove", "record", "summary"])
 def test_every_action_describes_the_arguments_that_the_role_gives(placed: Path, name: str):
-    described = json.loads(run(placed, "ansible-doc", "--json", f"norvale.quendil.{name}"))
+    described = json.loads(run(["ansible-doc", "--json", f"norvale.quendil.{name}"], placed))
     options = described[f"norvale.quendil.{name}"]["doc"]["options"]
     tasks = [*(SOURCE / "roles/collect/tasks").glob("*.yml")]
     given = set()
@@ -99,6 +100,6 @@ def walked(tasks: list[dict]) -> list[dict]:
 
 def test_the_examples_are_plays(placed: Path):
     for file in sorted((placed / "examples").glob("*_*.yml")):
-        run(placed, "ansible-playbook", "--syntax-check", "-i", "examples/inventory.yml", file)
-    inventory = json.loads(run(placed, "ansible-inventory", "-i", "examples/inventory.yml", "--list"))
+        run(["ansible-playbook", "--syntax-check", "-i", "examples/inventory.yml", file], placed)
+    inventory = json.loads(run(["ansible-inventory", "-i", "examples/inventory.yml", "--list"], placed))
     assert {"web", "database", "inner"} <= set(inventory)
