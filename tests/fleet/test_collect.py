@@ -13,7 +13,7 @@ from pathlib import Path
 import pytest
 from support import pattern_text
 from support.behave import become, exit, forever, once, ready, wait_for
-from support.fleet import ROOT, Fleet
+from support.fleet import KNOWN_HOSTS, ROOT, Fleet
 from support.fleet_host import FleetHost
 from support.fleet_play import QUICK_PATTERN, STAYS, Played, Plays, quick
 
@@ -351,6 +351,35 @@ def test_a_package_is_installed_for_the_run_and_removed(fleet: Fleet, plays: Pla
     assert played.status == 0, str(played)
     for snapshot in before.values():
         assert host.leftovers(snapshot) == []
+
+
+def test_hosts_behind_a_bastion_are_reached_through_it(fleet: Fleet, plays: Plays):
+    bastion, inner = fleet.host("bastion"), quick(fleet.host("inner", sudo=True))
+    quick(bastion)
+    bastion.file("/etc/hosts", f"{bastion.read('/etc/hosts')}{inner.address} only-the-bastion-knows\n")
+    jump = f"-o ProxyJump=root@bastion -o HostKeyAlias=inner -o UserKnownHostsFile={KNOWN_HOSTS}"
+    played = plays.run(host_variables={"inner": {
+        "ansible_host": "only-the-bastion-knows", "ansible_ssh_common_args": jump}})
+    assert_collected(played, "inner")
+
+
+@pytest.mark.parametrize("strategy", ["free", "host_pinned"])
+def test_other_strategies_do(fleet: Fleet, plays: Plays, strategy: str):
+    quick(fleet.host("one"))
+    quick(fleet.host("two"))
+    fleet.down("down")
+    played = plays.run(env={"ANSIBLE_STRATEGY": strategy})
+    assert played.statuses() == {"one": "ok", "two": "ok", "down": "failed"}
+    assert played.status == 2
+
+
+def test_check_mode_does_nothing(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("one"))
+    before = host.snapshot()
+    played = plays.run("--check")
+    assert played.status == 0, str(played)
+    assert host.leftovers(before) == []
+    assert not plays.destination.exists()
 
 
 def test_another_run_on_the_host_is_named_as_the_cause(fleet: Fleet, plays: Plays):

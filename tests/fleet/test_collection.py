@@ -103,3 +103,11 @@ def test_the_examples_are_plays(placed: Path):
         run(["ansible-playbook", "--syntax-check", "-i", "examples/inventory.yml", file], placed)
     inventory = json.loads(run(["ansible-inventory", "-i", "examples/inventory.yml", "--list"], placed))
     assert {"web", "database", "inner"} <= set(inventory)
+
+
+def test_the_collection_has_the_version_of_the_program():
+    version = re.search(r"project\(quendil VERSION (\S+) ", (ROOT / "CMakeLists.txt").read_text())[1]
+    galaxy = yaml.safe_load((SOURCE / "galaxy.yml").read_text())
+    assert galaxy["version"] == f"{version}.0"
+    assert f"## {galaxy['version']}\n" in (SOURCE / "CHANGELOG.md").read_text()
+    assert f"norvale-quendil-{galaxy['version']}.tar.gz" in (SOURCE / "README.md").read_text()

@@ -79,7 +79,7 @@ class Plays:
     def start(self, *options: str, variables: Mapping[str, object] | None = None,
               host_variables: Mapping[str, Mapping[str, object]] | None = None,
               playbook: str | Path = "norvale.quendil.collect", watch_memory: bool = False,
-              request: str | None = REQUEST) -> Command:
+              request: str | None = REQUEST, env: Mapping[str, str] | None = None) -> Command:
         """Starts the play on all hosts of the fleet."""
         settings: dict[str, object] = {
             "collect_destination": str(self.destination), "collect_batch": "100%",
@@ -90,7 +90,7 @@ class Plays:
         inventory = self.fleet.inventory(variables={**settings, **(variables or {})},
                                          host_variables=host_variables)
         return self.fleet.start(["ansible-playbook", "-i", inventory, playbook, *options],
-                                env={"ANSIBLE_FORKS": "10"}, watch_memory=watch_memory)
+                                env={"ANSIBLE_FORKS": "10", **(env or {})}, watch_memory=watch_memory)
 
     def finish(self, command: Command, seconds: float = 120, request: str = REQUEST) -> Played:
         """Waits for the end of a play."""

@@ -53,6 +53,7 @@ STARTED_BY_TESTS = {
     "/usr/share/i18n/charmaps/ISO-8859-1.gz": "tests/package/test_install_script.py",
     "mandoc": "tests/tree/test_manual.py",
     "groff": "tests/tree/test_manual.py",
+    "/usr/bin/sudo": "tests/support/fleet_host.py",
     **{name: "tests/cli/test_tool_run.py"
        for name in ("gawk", "busybox", "dash", "bash", "awk", "ss")},
     "/usr/share/i18n/locales/de_DE": "tests/cli/test_run_control.py",
