@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import pytest
 from support import shell_program
+from support.fleet_fixture import fleet  # noqa: F401
 from support.machine import Installation
 
 

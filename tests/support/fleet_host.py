@@ -106,7 +106,7 @@ class FleetHost(Machine):
         self.login = "root"
         self._writable, self._visible, self._space = writable, visible, space
         self._listener = 0
-        self._log = Capture("sshd")
+        self._log: Capture | None = Capture("sshd")
         super().__init__(server, installation)
 
     def _make_sandbox(self, server: SandboxServer) -> Sandbox:
@@ -158,9 +158,10 @@ class FleetHost(Machine):
         self.file("/etc/ssh/sshd_config",
                   SETTINGS.format(address=self.address, sftp=sftp) + settings)
         order = Order(argv=[SSHD, "-D", "-e"], env={"PATH": ENVIRONMENT["PATH"]})
+        assert self._log is not None, "the host is gone"
+        output = self._log.descriptor
         with open(os.devnull, "rb") as nothing:
-            self._listener = self.sandbox.spawn(order, nothing.fileno(), self._log.descriptor,
-                                                self._log.descriptor)
+            self._listener = self.sandbox.spawn(order, nothing.fileno(), output, output)
         wait_until(self._is_ready, 10.0 * self.patience, f"sshd of {self.name}")
 
     def _is_ready(self) -> bool:
@@ -182,7 +183,7 @@ class FleetHost(Machine):
 
     def server_log(self) -> str:
         """What the server said so far."""
-        return self._log.read().decode(errors="replace")
+        return self._log.read().decode(errors="replace") if self._log is not None else ""
 
     def sessions(self) -> list[int]:
         """The process ids of the server's sessions."""
@@ -198,6 +199,7 @@ class FleetHost(Machine):
                 self.sandbox.kill(pid, signal.SIGKILL)
             except AssertionError:
                 assert pid not in self.sessions()  # it ended with its parent
+        wait_until(lambda: not set(sessions) & set(self.sessions()), 10.0, "the sessions' end")
         return len(sessions)
 
     def cut(self) -> None:
@@ -230,7 +232,7 @@ class FleetHost(Machine):
         self._sftp_with("endless")
 
     def slow_files(self, seconds: float) -> None:
-        """Every block of 32 KiB of a file that is read from here takes so many seconds."""
+        """Every 32 KiB of a file that is read from here take so many seconds."""
         self._sftp_with("slow", seconds)
 
     def answer_endlessly(self) -> None:
@@ -302,7 +304,9 @@ class FleetHost(Machine):
     def destroy(self) -> None:
         """Ends the host with everything in it."""
         super().destroy()
-        self._log.close()
+        if self._log is not None:
+            self._log.close()
+            self._log = None
 
     def describe(self) -> str:
         """All that is known of the host, for a failure's report."""

@@ -3,7 +3,7 @@
 usage: sftp_fault.py flip SIZE COUNT STATE    flips one byte in each of the first COUNT transfers of
                                               more than SIZE bytes; STATE is a writable file
        sftp_fault.py endless                  every file that is read has no end
-       sftp_fault.py slow SECONDS             waits before each block of a file
+       sftp_fault.py slow SECONDS             waits so long before each 32 KiB of a file
 
 It passes the requests of the client to the real server, and the answers back. Of the protocol
 (draft-ietf-secsh-filexfer-02) it knows only what it changes.
@@ -77,7 +77,10 @@ class Endless:
 
     def request(self, kind, rest):
         """The answer to a request, or None for one that the real server answers."""
-        return rest[:4] + struct.pack(">I", BLOCK) + b"x" * BLOCK if kind == READ else None
+        if kind != READ:
+            return None
+        size = struct.unpack(">I", rest[-4:])[0]  # no more than was asked for: the client would stop
+        return rest[:4] + struct.pack(">I", size) + b"x" * size
 
     def answer(self, kind, rest):
         """The answer as it is."""
@@ -85,7 +88,7 @@ class Endless:
 
 
 class Slow:
-    """Waits before each block of a file."""
+    """Waits before each part of a file, the longer the larger it is."""
 
     def __init__(self, seconds):
         self.seconds = float(seconds)
@@ -97,7 +100,7 @@ class Slow:
     def answer(self, kind, rest):
         """The answer as it is, later."""
         if kind == DATA:
-            time.sleep(self.seconds)
+            time.sleep(self.seconds * (len(rest) - 8) / BLOCK)
         return rest
 
 
