@@ -1,7 +1,8 @@
-"""What the hosts of a fleet need of the installed program itself."""
+"""Hosts of a fleet as Ansible and the installed program see them."""
 
 from __future__ import annotations
 
+import pytest
 from support.fleet import Fleet
 from support.machine import DATA_DIRECTORY
 
@@ -19,3 +20,16 @@ def test_a_host_makes_a_large_archive_that_is_valid(fleet: Fleet):
                       f"tar xzOf {name} --wildcards '*/large' | cmp - /opt/large && "
                       f"tar tzf {name} | grep index"])
     assert (done.status, done.stdout) == (0, f"{name.removesuffix('.tar.gz')}/quendil_index\n"), done
+
+
+@pytest.mark.parametrize("sudo", [False, True])
+def test_ansible_reaches_hosts_through_the_inventory(fleet: Fleet, sudo: bool):
+    fleet.host("host", sudo=sudo)
+    fleet.host("other")
+    inventory = fleet.inventory(groups={"group": ["host"]}, variables={"known": "all"},
+                                host_variables={"host": {"own": "one"}})
+    done = fleet.run(["ansible", "-i", inventory, "group", "-b", "-m", "shell", "-a",
+                      "id -un; echo {{ known }} {{ own }} {{ ansible_user }}"])
+    assert done.status == 0, done
+    login = "operator" if sudo else "root"
+    assert done.stdout.splitlines()[1:] == ["root", f"all one {login}"]

@@ -88,19 +88,6 @@ def test_a_host_has_little_space_if_a_test_says_so(fleet: Fleet):
     assert "No space left on device" in done.stderr
 
 
-@pytest.mark.parametrize("sudo", [False, True])
-def test_ansible_reaches_hosts_through_the_inventory(fleet: Fleet, sudo: bool):
-    fleet.host("host", sudo=sudo)
-    fleet.host("other")
-    inventory = fleet.inventory(groups={"group": ["host"]}, variables={"known": "all"},
-                                host_variables={"host": {"own": "one"}})
-    done = fleet.run(["ansible", "-i", inventory, "group", "-b", "-m", "shell", "-a",
-                      "id -un; echo {{ known }} {{ own }} {{ ansible_user }}"])
-    assert done.status == 0, done
-    login = "operator" if sudo else "root"
-    assert done.stdout.splitlines()[1:] == ["root", f"all one {login}"]
-
-
 # ---- Faults of the network ----------------------------------------------------------------------
 
 

@@ -56,6 +56,8 @@ STARTED_BY_TESTS = {
     "/usr/bin/sudo": "tests/support/fleet_host.py",
     **{name: "tests/cli/test_tool_run.py"
        for name in ("gawk", "busybox", "dash", "bash", "awk", "ss")},
+    "sudo": "tests/harness/test_fleet.py",
+    "ansible-playbook": "tests/fleet",
     "/usr/share/i18n/locales/de_DE": "tests/cli/test_run_control.py",
     "/usr/share/locale/de/LC_MESSAGES/libc.mo": "tests/cli/test_run_control.py",
 }
