@@ -51,7 +51,7 @@ class Finished:
     """A command that has ended on the controller.
 
     `peak` is the resident set of the largest of its processes; `total_peak` is the most that all
-    processes of the controller had together, each shared page counted once (0 unless it was
+    watched processes of the controller had together, each shared page counted once (0 if none were
     watched). Both in bytes.
     """
 
@@ -72,7 +72,7 @@ class Command:
     """A command that runs on the controller."""
 
     def __init__(self, controller: FleetHost, command: Sequence[str | Path], cwd: str,
-                 env: Mapping[str, str], watch_memory: bool) -> None:
+                 env: Mapping[str, str], watch_memory: bool | str) -> None:
         self.command = tuple(map(str, command))
         self._controller = controller
         self._watch = watch_memory
@@ -110,7 +110,8 @@ class Command:
                 self.signal(signal.SIGKILL)
                 raise AssertionError(f"{self.command} did not end within {seconds} s\n"
                                      f"{self.stdout}\n{masking.decode(self._err.read())}")
-            self._total_peak = max(self._total_peak, _memory(self._controller))
+            if self._watch:
+                self._total_peak = max(self._total_peak, self._memory())
         done = Finished(self.command, os.waitstatus_to_exitcode(status), self.stdout,
                         masking.decode(self._err.read()), time.monotonic() - self._began,
                         self._controller.sandbox.peak(self.pid) * 1024, self._total_peak)
@@ -118,18 +119,19 @@ class Command:
         self._err.close()
         return done
 
-
-def _memory(controller: FleetHost) -> int:
-    """The bytes that all processes of the controller have in memory, each shared page once."""
-    total = 0
-    for entry in controller.processes():
-        try:
-            text = (controller.root / f"proc/{entry.pid}/smaps_rollup").read_text()
-        except (FileNotFoundError, ProcessLookupError):
-            continue  # it ended meanwhile
-        total += sum(int(line.split()[1]) for line in text.splitlines()
-                     if line.startswith("Pss:"))
-    return total * 1024
+    def _memory(self) -> int:
+        """The bytes that the watched processes have in memory, each shared page once."""
+        named = "" if self._watch is True else str(self._watch)
+        total = 0
+        for entry in self._controller.processes():
+            try:
+                path = self._controller.root / f"proc/{entry.pid}/smaps_rollup"
+                text = path.read_text() if named in entry.command else ""
+            except (FileNotFoundError, ProcessLookupError):
+                continue  # it ended meanwhile
+            total += sum(int(line.split()[1]) for line in text.splitlines()
+                         if line.startswith("Pss:"))
+        return total * 1024
 
 
 class Fleet:
@@ -234,11 +236,12 @@ class Fleet:
     # ---- Commands of the controller -------------------------------------------------------------
 
     def start(self, command: Sequence[str | Path], *, env: Mapping[str, str] | None = None,
-              cwd: str | Path | None = None, watch_memory: bool = False) -> Command:
+              cwd: str | Path | None = None, watch_memory: bool | str = False) -> Command:
         """Starts a command on the controller, with nothing to read and no terminal.
 
         `env` adds to the fixed environment; the working directory is the test's own one unless
-        another is given. `watch_memory` also measures all its processes together.
+        another is given. `watch_memory` also measures all processes together, or only those
+        whose command lines have that text.
         """
         return Command(self.controller, command, str(cwd or self.directory), env or {},
                        watch_memory)
