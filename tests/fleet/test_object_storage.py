@@ -8,6 +8,8 @@ import gzip
 import hashlib
 import io
 import os
+import re
+import shutil
 import tarfile
 from pathlib import Path
 
@@ -25,6 +27,7 @@ pytestmark = pytest.mark.skipif(not object_storage.is_available(),
 
 UPLOAD = ROOT / "docs/examples/upload"
 RECEIVE = ROOT / "docs/examples/receive"
+UNIT = ROOT / "docs/examples/quendil-upload.service"
 CREDENTIALS = "/root/storage"
 SIGNED = ["--aws-sigv4", f"aws:amz:{REGION}:s3"]
 
@@ -121,6 +124,19 @@ def test_an_archive_can_stay_on_its_host(storage: ObjectStorage, host: FleetHost
     assert not host.exists(path) and len(storage.objects()) == 1
 
 
+def test_all_archives_of_a_directory_are_uploaded(storage: ObjectStorage, host: FleetHost):
+    upload(host, host.directory("/tmp/data"))
+    assert storage.objects() == {}
+    for name in ("web1_1.tar.gz", "web1_2.tar.gz", "web1_3.tar", "web1_4.tar.gz.age"):
+        host.file(f"/tmp/data/{name}", archive())
+    host.directory("/tmp/data/web1_5.tar.gz")
+    host.file("/tmp/data/web1_0.tar.gz", b"damaged")
+    done = upload(host, "/tmp/data", check=False)
+    assert done.status == 1
+    assert host.list("/tmp/data") == ["web1_0.tar.gz", "web1_3.tar", "web1_5.tar.gz"]
+    assert len(storage.objects()) == 3
+
+
 # ---- Uploads that fail --------------------------------------------------------------------------
 
 
@@ -179,6 +195,17 @@ def test_wrong_credentials_upload_nothing(storage: ObjectStorage, host: FleetHos
     done = upload(host, path, check=False)
     assert done.status == 1 and "403" in done.stderr
     assert host.exists(path) and storage.objects() == {}
+
+
+@pytest.mark.skipif(shutil.which("systemd-analyze") is None, reason="systemd is not installed")
+def test_the_unit_is_valid(host: FleetHost):
+    text = UNIT.read_text().replace("/usr/local/sbin/quendil-upload", "/opt/upload")
+    assert text.count("/opt/upload") == 1
+    host.file("/tmp/quendil-upload.service", text)
+    done = host.exec(["systemd-analyze", "verify", "--man=no", "/tmp/quendil-upload.service"])
+    assert (done.stdout, done.stderr) == ("", "")
+    for setting, value in re.findall("^(ExecStart|ReadWritePaths)=(.*)$", text, re.M):
+        assert value.split()[-1] == DATA_DIRECTORY, setting
 
 
 @pytest.mark.parametrize("what", ["", "/web1/{}"])
