@@ -43,7 +43,8 @@ MaxStartups 100
 Subsystem sftp {sftp}
 """
 
-#: Where a run may leave something, what logins and sudo leave there, and Ansible's own empty directories.
+#: Where a run may leave something, what logins and sudo leave there, and Ansible's empty
+#: directories.
 PLACES = ("/opt", "/var/opt", "/etc", "/home", "/root", "/run", "/tmp", "/var/tmp", "/dev/shm")
 NOT_LEFT = ("/run/sudo", "/run/motd.dynamic", HELPERS)
 NOT_LEFT_EMPTY = tuple(f"{home}/{name}" for home in ("/root", "/home/operator")
@@ -131,8 +132,8 @@ class FleetHost(Machine):
         self.file("/etc/resolv.conf")
         self.file("/etc/ssh/host_key", key.read_bytes(), mode=0o600)
         self._add_operator()
+        self.directory("/home/operator", 0o700, OPERATOR)
         for home, owner in (("/root", (0, 0)), ("/home/operator", OPERATOR)):
-            self.directory(home, 0o700, owner) if home != "/root" else None
             self.directory(f"{home}/.ssh", 0o700, owner)
             self.file(f"{home}/.ssh/authorized_keys", authorized, 0o600, owner)
 
@@ -317,7 +318,7 @@ def make_key(path: Path, comment: str) -> Path:
     """Makes a key pair without a passphrase; returns the path of the private one."""
     keygen = shutil.which("ssh-keygen")
     assert keygen, "there is no ssh-keygen"
-    status = os.spawnv(os.P_WAIT, keygen,
-                       ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", comment, "-f", str(path)])
+    status = os.spawnv(os.P_WAIT, keygen, ["ssh-keygen", "-q", "-t", "ed25519", "-N", "",
+                                           "-C", comment, "-f", str(path)])
     assert status == 0, f"{path} was not made"
     return path

@@ -1,4 +1,5 @@
-"""Storage that speaks S3, on the controller of a fleet: OpenStack Swift, from Debian's python3-swift.
+"""Storage that speaks S3, on the controller of a fleet: OpenStack Swift, of Debian's package
+python3-swift.
 
 It checks signatures and checksums, knows conditional writes, and gives each user only the access
 that the bucket's owner allowed.

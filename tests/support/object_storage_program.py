@@ -3,8 +3,8 @@
 usage: object_storage_program.py rings
        object_storage_program.py proxy|account|container|object
 
-Swift's own commands do the same; they come with packages that start services, which a machine that only
-runs tests should not have.
+Swift's own commands do the same; they come with packages that start services, which a machine that
+only runs tests should not have.
 """
 
 import array

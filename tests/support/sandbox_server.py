@@ -42,8 +42,8 @@ MOUNT_ATTR_RDONLY = 1
 #: Directories that each sandbox has for itself, empty; everything else is read-only in it.
 PRIVATE_DIRECTORIES = ("/opt", "/var/opt", "/etc/opt", "/tmp", "/var/tmp", "/dev/shm")
 
-#: What a sandbox with a network of its own has for itself besides, because its users, keys and running
-#: services are its own too.
+#: What a sandbox with a network of its own has for itself besides, because its users, keys and
+#: running services are its own too.
 HOST_DIRECTORIES = ("/home", "/root", "/run")
 
 PACKET = 1 << 17

@@ -79,7 +79,7 @@ class Endless:
         """The answer to a request, or None for one that the real server answers."""
         if kind != READ:
             return None
-        size = struct.unpack(">I", rest[-4:])[0]  # no more than was asked for: the client would stop
+        size = struct.unpack(">I", rest[-4:])[0]  # not more, or the client would stop
         return rest[:4] + struct.pack(">I", size) + b"x" * size
 
     def answer(self, kind, rest):
