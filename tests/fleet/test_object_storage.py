@@ -61,13 +61,13 @@ def upload(host: FleetHost, *paths: str, check: bool = True, **settings: str) ->
 def archive(content: bytes = b"text", index: bool = True, name: str = "web1_1") -> bytes:
     """A small archive."""
     made = io.BytesIO()
-    with tarfile.open(fileobj=made, mode="w:gz") as packed:
+    with tarfile.open(fileobj=made, mode="w") as packed:
         for path, data in ((f"{name}/a", content), (f"{name}/quendil_index", b"index")):
             if index or not path.endswith("index"):
                 member = tarfile.TarInfo(path)
                 member.size = len(data)
                 packed.addfile(member, io.BytesIO(data))
-    return made.getvalue()
+    return gzip.compress(made.getvalue(), mtime=0)
 
 
 def named(name: str, content: bytes) -> str:
@@ -250,7 +250,7 @@ def copied(fleet: Fleet, path: str, content: bytes) -> Path:
     (named("web1_1.tar.gz", archive()[:-9]), archive()[:-9], "not compressed as it should be"),
     (named("web1_1.tar.gz", archive(index=False)), archive(index=False), "it has no index"),
     (named("web1_2.tar.gz", archive()), archive(), "it has no index"),
-])
+], ids=["sum", "no sum", "blank", "option", "kind", "cut off", "no index", "index of another"])
 def test_what_is_wrong_is_refused_with_its_cause(fleet: Fleet, name: str, content: bytes,
                                                  cause: str):
     refused = copied(fleet, f"web1/{name}", content)

@@ -19,8 +19,10 @@ from .machine import ENVIRONMENT
 from .run import Capture, wait_until
 from .sandbox import Order
 
-PORT = 8080
-ENDPOINT = f"http://{fleet_network.CONTROLLER}:{PORT}"
+#: The servers behind the proxy, as the rings of object_storage_program.py have them.
+BEHIND = {"account": 6202, "container": 6201, "object": 6200}
+PORTS = {**BEHIND, "proxy": 8080}
+ENDPOINT = f"http://{fleet_network.CONTROLLER}:{PORTS['proxy']}"
 ACCOUNT = "archives"
 OWNER, WRITER, READER = (f"{ACCOUNT}:{name}" for name in ("owner", "writer", "reader"))
 SECRETS = {OWNER: "owner/secret+1", WRITER: "writer/secret+2", READER: "reader/secret+3"}
@@ -88,8 +90,10 @@ class ObjectStorage:
         self._configure()
         self._python("rings")
         self._servers: dict[str, int] = {}
-        for kind in ("account", "container", "object", "proxy"):
-            self.start(kind)
+        for kind in PORTS:
+            self._spawn(kind)
+        for kind in PORTS:
+            self._wait(kind)
         self._make_bucket()
 
     def _configure(self) -> None:
@@ -98,8 +102,8 @@ class ObjectStorage:
         users = "\n".join(
             f"user_{name.replace(':', '_')} = {secret}{' .admin' if name == OWNER else ''}"
             for name, secret in SECRETS.items())
-        own.file("/etc/swift/proxy.conf", PROXY.format(port=PORT, region=REGION, users=users))
-        for kind, port in (("account", 6202), ("container", 6201), ("object", 6200)):
+        own.file("/etc/swift/proxy.conf", PROXY.format(port=PORTS['proxy'], region=REGION, users=users))
+        for kind, port in BEHIND.items():
             own.file(f"/etc/swift/{kind}.conf",
                      SERVER.format(port=port, devices=self.disk, kind=kind))
 
@@ -112,19 +116,24 @@ class ObjectStorage:
         done = self.fleet.run(order.argv, env=order.env)
         assert done.status == 0, done
 
-    def start(self, kind: str = "proxy") -> None:
-        """Starts one of the servers and waits until it answers."""
+    def _spawn(self, kind: str) -> None:
         output = self._log.descriptor
         with open(os.devnull, "rb") as nothing:
             self._servers[kind] = self._controller.sandbox.spawn(
                 self._order(kind), nothing.fileno(), output, output)
-        port = {"proxy": PORT, "account": 6202, "container": 6201, "object": 6200}[kind]
-        wait_until(lambda: self._answers(kind, port), 30.0, f"the storage's {kind} server")
 
-    def _answers(self, kind: str, port: int) -> bool:
+    def _wait(self, kind: str) -> None:
+        wait_until(lambda: self._answers(kind), 60.0, f"the storage's {kind} server")
+
+    def start(self, kind: str = "proxy") -> None:
+        """Starts one of the servers again and waits until it answers."""
+        self._spawn(kind)
+        self._wait(kind)
+
+    def _answers(self, kind: str) -> bool:
         ended = self._controller.sandbox.wait(self._servers[kind], 0) is not None
         assert not ended, f"the storage's {kind} server ended: {self.log()}"
-        return fleet_network.listens(self._controller, port)
+        return fleet_network.listens(self._controller, PORTS[kind])
 
     def stop(self, kind: str = "proxy") -> None:
         """Ends one of the servers at once."""

@@ -58,6 +58,7 @@ STARTED_BY_TESTS = {
        for name in ("gawk", "busybox", "dash", "bash", "awk", "ss")},
     "sudo": "tests/harness/test_fleet.py",
     "ansible-playbook": "tests/fleet",
+    **{name: "tests/fleet/test_object_storage.py" for name in ("curl", "rclone")},
     "/usr/share/i18n/locales/de_DE": "tests/cli/test_run_control.py",
     "/usr/share/locale/de/LC_MESSAGES/libc.mo": "tests/cli/test_run_control.py",
 }
