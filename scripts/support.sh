@@ -139,3 +139,38 @@ make_packages() {
     make_package RPM build/packages
     make_archive build/packages
 }
+
+# Whether a path, below DESTDIR, is a link of ours: one to our program of the same name.
+is_our_link() {
+    [ "$(readlink "${DESTDIR:-}$1")" = "/opt/norvale/quendil/bin/${1##*/}" ]
+}
+
+# link_command NAME DIRECTORY: puts a command on the path, in sbin or bin of /usr/local. It replaces nothing, and
+# makes no second link where a package has one in /usr.
+link_command() {
+    link=$2/$1
+    if is_our_link "$link" || is_our_link "/usr/${2##*/}/$1"; then
+        return 0
+    elif [ -e "${DESTDIR:-}$link" ] || [ -L "${DESTDIR:-}$link" ]; then
+        say "kept: $link (quendil has not placed it)"
+    elif ! { mkdir -p "${DESTDIR:-}$2" && ln -s "/opt/norvale/quendil/bin/$1" "${DESTDIR:-}$link"; }; then
+        say "not on the path: $1"
+    fi
+}
+
+# Puts the installed commands on the path: the program on root's, because only root can run it, and the companion
+# commands, each of which has a page of its name, on everyone's.
+link_commands() {
+    link_command quendil /usr/local/sbin
+    for page in man/quendil-*.8; do
+        name=$(basename "$page" .8)
+        [ ! -x "${DESTDIR:-}/opt/norvale/quendil/bin/$name" ] || link_command "$name" /usr/local/bin
+    done
+}
+
+# remove_links NAME: removes our links to a command from every directory in which one may be.
+remove_links() {
+    for directory in /usr/local/sbin /usr/local/bin /usr/sbin /usr/bin; do
+        ! is_our_link "$directory/$1" || rm -f "${DESTDIR:-}$directory/$1"
+    done
+}

@@ -240,7 +240,9 @@ def test_the_page_of_the_check_shows_a_real_finding():
 
 def test_the_groups_and_targets_can_be_listed_as_the_readme_says(machine: Machine):
     command = next(text for _, text in fences(README) if "--list" in text)
-    listed = {tuple(line.split("\t")[:2]) for line in machine.exec(command).stdout.splitlines()}
+    assert command == "quendil-check --list\n"
+    listed = {tuple(line.split("\t")[:2])
+              for line in machine.exec(command.replace("quendil-check", CHECK)).stdout.splitlines()}
     assert {("group", "linux"), ("group", "network"), ("target", "network")} <= listed
 
 

@@ -2,10 +2,13 @@
 
 from __future__ import annotations
 
+import os
 import shutil
+from collections.abc import Iterable
 from pathlib import Path
 
 import pytest
+from support import pattern_text
 from support.machine import Completed, Installation, Machine
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -51,17 +54,103 @@ def test_an_untouched_installation_is_removed_whole(installed: Machine):
         assert installed.list(f"{TOP}/{name}") == []
 
 
-def test_a_link_to_a_companion_command_goes_with_it_and_another_one_stays(installed: Machine):
-    directory = f"{TOP}/usr/bin"
-    name = f"{directory}/quendil-check"
-    assert installed.exists(f"{TOP}/opt/norvale/quendil/bin/quendil-check")
-    installed.link(name, "/opt/norvale/quendil/bin/quendil-check")
+#: Where each command is on the path after an installation from the tree.
+LINKS = {"usr/local/sbin/quendil": "quendil", "usr/local/bin/quendil-check": "quendil-check",
+         "usr/local/bin/quendil-report": "quendil-report"}
+
+
+def link_commands(machine: Machine) -> list[str]:
+    """Puts the commands on the path as scripts/run does; returns what it prints."""
+    done = machine.exec(["/bin/sh", "-euc", f"cd {SOURCE}; . scripts/support.sh; DESTDIR={TOP} "
+                         "link_commands"])
+    assert done.stderr == ""
+    return done.stdout.splitlines()
+
+
+def targets(machine: Machine, names: Iterable[str]) -> dict[str, str]:
+    """What each of these links below TOP leads to; left out is what is no link."""
+    paths = {name: machine.path(f"{TOP}/{name}") for name in names}
+    return {name: os.readlink(path) for name, path in paths.items() if path.is_symlink()}
+
+
+def changes(machine: Machine) -> list[tuple[int, int]]:
+    """Of what is at the places of the links: the number, and when it was changed last."""
+    found = [machine.path(f"{TOP}/{name}").lstat() for name in LINKS]
+    return [(status.st_ino, status.st_ctime_ns) for status in found]
+
+
+def test_the_commands_are_linked_once_and_the_links_go_with_them(installed: Machine):
+    assert link_commands(installed) == []
+    made = changes(installed)
+    assert targets(installed, LINKS) == {
+        name: f"/opt/norvale/quendil/bin/{command}" for name, command in LINKS.items()}
+    assert link_commands(installed) == []
+    assert changes(installed) == made
     uninstall(installed)
     assert left(installed) == []
-    installed.directory(f"{TOP}/opt/norvale/quendil")
-    installed.link(name, "/opt/mine/quendil-check")
-    uninstall(installed)
-    assert left(installed) == [name]
+
+
+@pytest.mark.parametrize("entry", ["a file", "a directory", "a link", "a link without a target"])
+def test_an_entry_of_another_is_neither_replaced_nor_removed(installed: Machine, entry: str):
+    for name in LINKS:
+        path = f"{TOP}/{name}"
+        if entry == "a file":
+            installed.file(path, "mine")
+        elif entry == "a directory":
+            installed.file(f"{path}/mine", "")
+        else:
+            installed.link(path, "/bin/true" if entry == "a link" else "/opt/mine/none")
+    before = changes(installed)
+    assert link_commands(installed) == [
+        f"== kept: /{name} (quendil has not placed it)" for name in LINKS]
+    assert uninstall(installed).status == 0
+    assert changes(installed) == before
+    assert len(left(installed)) == len(LINKS)
+
+
+def test_where_a_package_has_its_links_none_is_made(installed: Machine):
+    for name, command in LINKS.items():
+        installed.link(f"{TOP}/{name.replace('/local', '')}", f"/opt/norvale/quendil/bin/{command}")
+    assert link_commands(installed) == []
+    assert targets(installed, LINKS) == {}
+
+
+def test_a_companion_command_that_was_not_built_is_not_linked(installed: Machine):
+    installed.remove(f"{TOP}/opt/norvale/quendil/bin/quendil-check")
+    assert link_commands(installed) == []
+    assert set(targets(installed, LINKS)) == set(LINKS) - {"usr/local/bin/quendil-check"}
+
+
+def test_a_directory_that_cannot_be_made_is_reported(installed: Machine):
+    installed.file(f"{TOP}/usr/local", "a file")
+    done = installed.exec(["/bin/sh", "-euc", f"cd {SOURCE}; . scripts/support.sh; DESTDIR={TOP} "
+                           "link_commands; echo collecting"])
+    assert done.stdout.splitlines() == [
+        *(f"== not on the path: {command}" for command in LINKS.values()), "collecting"]
+
+
+def test_links_without_their_commands_are_removed(installed: Machine):
+    link_commands(installed)
+    for name in ("opt", "etc", "var"):
+        installed.remove(f"{TOP}/{name}")
+    done = uninstall(installed)
+    assert (done.status, done.stdout, done.stderr) == (0, "== quendil is removed\n", "")
+    assert left(installed) == []
+
+
+def test_the_command_links_installs_and_collects_and_again_changes_nothing(installed: Machine):
+    """scripts/run, with programs that stand for the build, which has installed already."""
+    installed.file("/opt/played/cmake", "#!/bin/sh\n", 0o755)
+    installed.file("/opt/played/dpkg-query", "#!/bin/sh\necho installed\n", 0o755)
+    installed.pattern("99_demo", pattern_text.pattern(pattern_text.data("/etc/os-release")))
+    run = f"DESTDIR={TOP} PATH=/opt/played:$PATH {SOURCE}/scripts/run -g demo -o /tmp/result"
+    stamps = []
+    for number in (1, 2):
+        done = installed.exec(f"{run}{number}")
+        assert done.stdout.endswith(f"== collected: /tmp/result{number}.tar.gz\n")
+        assert "kept:" not in done.stdout
+        stamps.append(changes(installed))
+    assert set(targets(installed, LINKS)) == set(LINKS) and stamps[0] == stamps[1]
 
 
 def test_what_was_edited_added_collected_or_logged_stays_and_is_named(installed: Machine):
