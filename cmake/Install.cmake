@@ -80,20 +80,24 @@ install(CODE "
 # Sets `component` to that of a manual page or a completion: the names of companion commands begin alike.
 function(find_component file)
   get_filename_component(name ${file} NAME)
-  if(name MATCHES "^quendil-")
+  if(name MATCHES "^_?quendil-")
     set(component tools PARENT_SCOPE)
   else()
     set(component Unspecified PARENT_SCOPE)
   endif()
 endfunction()
 
-# Manual pages and completions are where man and bash search for them.
+# Manual pages and completions are where man and the shells search for them.
 set(QUENDIL_SHARE_DIR /usr/share)
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*)
 file(GLOB completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/*.bash)
+file(GLOB zsh_completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/zsh/*)
+file(GLOB fish_completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completions/fish/*)
 if(NOT QUENDIL_TOOLS)
   list(FILTER pages EXCLUDE REGEX "/quendil-[^/]*$")
   list(FILTER completions EXCLUDE REGEX "/quendil-[^/]*$")
+  list(FILTER zsh_completions EXCLUDE REGEX "/_quendil-[^/]*$")
+  list(FILTER fish_completions EXCLUDE REGEX "/quendil-[^/]*$")
 endif()
 foreach(page ${pages})
   get_filename_component(section ${page} LAST_EXT)
@@ -106,5 +110,23 @@ foreach(completion ${completions})
   get_filename_component(command ${completion} NAME_WLE)
   find_component(${completion})
   install(FILES ${completion} RENAME ${command} DESTINATION ${QUENDIL_SHARE_DIR}/bash-completion/completions
+    PERMISSIONS ${world_readable_file} COMPONENT ${component})
+endforeach()
+# Zsh has the first directory on Debian, and the second one on other distributions.
+foreach(completion ${zsh_completions})
+  find_component(${completion})
+  foreach(directory vendor-completions site-functions)
+    install(FILES ${completion} DESTINATION ${QUENDIL_SHARE_DIR}/zsh/${directory}
+      PERMISSIONS ${world_readable_file} COMPONENT ${component})
+  endforeach()
+endforeach()
+# Fish has a directory for completions and one for the functions that they call, whose names begin with "__".
+foreach(completion ${fish_completions})
+  find_component(${completion})
+  set(directory vendor_completions.d)
+  if(completion MATCHES "/__[^/]*$")
+    set(directory vendor_functions.d)
+  endif()
+  install(FILES ${completion} DESTINATION ${QUENDIL_SHARE_DIR}/fish/${directory}
     PERMISSIONS ${world_readable_file} COMPONENT ${component})
 endforeach()

@@ -55,7 +55,8 @@ set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttra
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc /etc/opt /opt /usr /usr/sbin /usr/share /usr/share/doc /usr/share/man /usr/share/man/man5
   /usr/share/man/man7 /usr/share/man/man8 /usr/share/bash-completion
-  /usr/share/bash-completion/completions /var /var/opt)
+  /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions /usr/share/fish
+  /usr/share/fish/vendor_completions.d /usr/share/fish/vendor_functions.d /var /var/opt)
 
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 include(CPack)

@@ -42,6 +42,14 @@ foreach(page ${pages})
   compress(${page})
 endforeach()
 
+# A package is for one family of distributions, the archive for all: of the directories of zsh's completions a
+# package has the one that zsh reads there.
+if(CPACK_GENERATOR STREQUAL "DEB")
+  file(REMOVE_RECURSE ${tree}/usr/share/zsh/site-functions)
+elseif(CPACK_GENERATOR STREQUAL "RPM")
+  file(REMOVE_RECURSE ${tree}/usr/share/zsh/vendor-completions)
+endif()
+
 # The installation prefix: it is empty.
 file(REMOVE_RECURSE ${tree}/usr/local)
 

@@ -8,7 +8,9 @@ from pathlib import Path
 import pytest
 from support import pattern_text
 from support.checking import CHECK
+from support.completing import OFFERED, PATTERN, SECOND, list_anything
 from support.machine import PATTERN_DIRECTORY, QUENDIL, Machine
+from support.option_texts import of_usage
 
 ROOT = Path(__file__).resolve().parents[2]
 REPORT = f"{QUENDIL}-report"
@@ -28,35 +30,6 @@ COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
 "$function"
 [ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\n' "${COMPREPLY[@]}"
 """
-
-PATTERN = r"""FORMAT_VERSION = 1.0
-PP_NAME = "no value of it is offered"
-PP_GROUP = linux
-pp_group=network # a comment
-  PP_GROUP   =   "web shop"
-PP_GROUP = "say \"hi\" \\ \#1"
-PP_GROUP = 100%%
-PP_GROUP = a"b c"d
-PP_GROUP = app:test
-PP_GROUP = app:prod
-PP_GROUP = "$(touch /tmp/ran)"
-PP_GROUP = "`touch /tmp/ran`"
-PP_GROUP = "';touch /tmp/ran;'"
-PP_GROUP =
-# PP_GROUP = commented
-BLOCK {
-    TARGET = disk
-    TARGET = "two words"
-    DATA_BLOCK {
-        DESCRIPTION = "PP_GROUP = described"
-        PATH_NAME = "/a"
-    }
-}
-"""
-
-#: With the line ends of another system, and values that the first one has too.
-SECOND = ('FORMAT_VERSION = 1.0\r\nPP_GROUP = linux\r\nPP_GROUP = "last"\r\n'
-          'BLOCK {\r\n TARGET = disk\r\n}\r\n')
 
 #: The values of PP_GROUP above, as they must be typed.
 GROUPS = {
@@ -88,6 +61,14 @@ def test_options_are_offered_where_an_option_is_expected(machine: Machine):
     assert offered(machine, "quendil -") == every
     assert offered(machine, "quendil -g linux ") == every
     assert offered(machine, "quendil -g linux -t") == ["-t"]
+
+
+@pytest.mark.parametrize("program", ["quendil", "quendil-check", "quendil-report"])
+def test_every_option_of_the_usage_is_offered(machine: Machine, program: str):
+    usage = machine.exec([str(Path(QUENDIL).with_name(program)), "-h"], check=False)
+    named = of_usage(usage.stdout + usage.stderr)
+    assert {"-h"} < named
+    assert {option.partition("=")[0] for option in offered(machine, f"{program} -")} == named
 
 
 def test_groups_and_targets_are_offered_from_the_pattern_files(machine: Machine):
@@ -168,12 +149,11 @@ def test_a_name_is_offered_only_if_the_list_shows_it_as_it_is(machine: Machine):
 
 def test_a_list_of_any_content_is_data(machine: Machine):
     """The completion trusts no output: only lines with four fields count."""
-    lines = [r"group\tgood\tfile\t", r"group\t\tfile\tname", r"group\tlost", r"group\ta\tb\tc\td",
-             r"other\tx\tfile\tname", r"group\t-x\tfile\tname", r"group\t\033x\tfile\tname",
-             r"group\t*\tfile\tname", r"group\t`touch /tmp/ran`\tfile\tname", "group"]
-    machine.file(CHECK, "#!/bin/sh\nprintf '%b\\n' "
-                 + " ".join(f"'{line}'" for line in lines) + "\necho failed >&2\nexit 2\n", 0o755)
-    assert offered(machine, "quendil -g ") == [r"\*", r"\`touch\ /tmp/ran\`", "good"]
+    list_anything(machine)
+    words = offered(machine, "quendil -g ")
+    assert words == [r"%%F\{red\}", r"\*", r"\`touch\ /tmp/ran\`", r"d\\8", "good", r"\{a\,b\}",
+                     r"\~"]
+    assert len(words) == len(OFFERED)
     assert not machine.exists("/tmp/ran")
 
 

@@ -11,6 +11,7 @@ import re
 import stat
 import subprocess
 from pathlib import Path
+from typing import Any
 
 import pytest
 from support import pattern_text
@@ -28,12 +29,34 @@ LOG = "var/opt/norvale/quendil/log"
 
 SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
 COMPLETIONS = "usr/share/bash-completion/completions"
+#: Where zsh looks for completions, which is not the same on all distributions.
+ZSH_OF_DEB, ZSH_OF_RPM = "usr/share/zsh/vendor-completions", "usr/share/zsh/site-functions"
 
 
 def pages(pattern: str) -> list[str]:
     """The installed manual pages whose names match, of the package that has them."""
     return sorted(f"usr/share/man/man{page.suffix[1:]}/{page.name}.gz"
                   for page in (ROOT / "man").glob(pattern))
+
+
+def completions(prefix: str) -> list[str]:
+    """The installed completions of the package in which names begin so, as a .deb has them."""
+    companion = prefix.endswith("-")
+    names = {shell: {path.name for path in (ROOT / "completions" / shell).iterdir()
+                     if path.name.lstrip("_").startswith("quendil-") == companion}
+             for shell in ("zsh", "fish")}
+    assert len(names["zsh"]) == 2 == len(names["fish"])
+    functions = {name for name in names["fish"] if name.startswith("__")}
+    return [*(f"{COMPLETIONS}/{path.stem}" for path in (ROOT / "completions").glob("*.bash")
+              if path.stem.startswith("quendil-") == companion),
+            *(f"{ZSH_OF_DEB}/{name}" for name in names["zsh"]),
+            *(f"usr/share/fish/vendor_functions.d/{name}" for name in functions),
+            *(f"usr/share/fish/vendor_completions.d/{name}" for name in names["fish"] - functions)]
+
+
+def as_in_rpm(names: dict[str, Any]) -> dict[str, Any]:
+    """Entries of a .deb, under the names that an .rpm has for them."""
+    return {name.replace(ZSH_OF_DEB, ZSH_OF_RPM): value for name, value in names.items()}
 
 
 PAGES = pages("quendil[!-]*")
@@ -56,7 +79,7 @@ LINK = ("usr/sbin/quendil", "/opt/norvale/quendil/bin/quendil")
 TOOLS = {
     **{f"opt/norvale/quendil/bin/{name}": "-rwxr-xr-x" for name in COMPANIONS},
     **{f"usr/bin/{name}": "lrwxrwxrwx" for name in COMPANIONS},
-    **{f"{COMPLETIONS}/{name}": "-rw-r--r--" for name in COMPANIONS},
+    **dict.fromkeys(completions("quendil-"), "-rw-r--r--"),
     "usr/share/doc/quendil-tools": "drwxr-xr-x",
     "usr/share/doc/quendil-tools/NEWS.gz": "-rw-r--r--",
     "usr/share/doc/quendil-tools/copyright": "-rw-r--r--",
@@ -102,7 +125,7 @@ def output(*command: str | Path) -> str:
 
 def shipped_files() -> dict[str, str]:
     """Every regular file of quendil's packages but those of the tool and template directories."""
-    plain = [*CONFFILES, *PAGES, f"{COMPLETIONS}/quendil",
+    plain = [*CONFFILES, *PAGES, *completions("quendil"),
              "usr/share/doc/quendil/copyright", "usr/share/doc/quendil/NEWS.gz"]
     return {PROGRAM: "-rwxr-xr-x", **dict.fromkeys(plain, "-rw-r--r--")}
 
@@ -204,19 +227,19 @@ def test_the_rpm_holds_what_the_deb_holds(deb: Path, rpm: Path):
     entries = {row[0].lstrip("/"): (kinds[row[4].zfill(7)[1:3]], row[4][-4:]) for row in rows}
     modes = {"-rwxr-xr-x": "0755", "-rw-r--r--": "0644", "drwxr-xr-x": "0755", "drwx------": "0700"}
     expected = {name: ("directory" if mode.startswith("d") else "file", modes[mode])
-                for name, mode in {**DIRECTORIES, **shipped_files()}.items()}
+                for name, mode in as_in_rpm({**DIRECTORIES, **shipped_files()}).items()}
     links = {name: entry for name, entry in entries.items() if entry[0] == "link"}
     assert list(links) == [LINK[0]]
     assert [row[10] for row in rows if row[0] == f"/{LINK[0]}"] == [LINK[1]]
     assert without_tools({k: v for k, v in entries.items() if k not in links}) == expected
-    in_deb = {name for _, _, name, _ in deb_entries(deb)}
-    assert set(entries) <= in_deb
+    in_deb = as_in_rpm({name: mode for mode, _, name, _ in deb_entries(deb)})
+    assert set(entries) <= set(in_deb)
 
 
 def test_the_rpm_of_the_tools_owns_no_directory_of_quendil_or_of_the_system(tools_rpm: Path):
     rows = [line.split() for line in output("rpm", "-qp", "--dump", tools_rpm).splitlines()]
     assert {(row[5], row[6]) for row in rows} == {("root", "root")}
-    assert {row[0].lstrip("/"): stat.filemode(int(row[4], 8)) for row in rows} == TOOLS
+    assert {row[0].lstrip("/"): stat.filemode(int(row[4], 8)) for row in rows} == as_in_rpm(TOOLS)
     assert {row[0]: row[10] for row in rows if row[10] != "X"} == {
         f"/usr/bin/{name}": f"/opt/norvale/quendil/bin/{name}" for name in COMPANIONS}
 
@@ -562,7 +585,7 @@ def test_the_rpm_of_the_tools_is_installed_after_quendil_and_removed_before_it(
     refused = root.rpm("-e", "quendil", check=False)
     assert refused.status != 0 and "needed by (installed) quendil-tools" in refused.stderr
     root.rpm("-e", "quendil-tools")
-    assert [name for name in TOOLS if root.exists(name)] == []
+    assert [name for name in as_in_rpm(TOOLS) if root.exists(name)] == []
     assert "usage:" in root.run("-h").stdout
 
 
@@ -573,5 +596,5 @@ def test_erasing_both_rpms_leaves_nothing(root: PrivateRoot, rpm: Path, tools_rp
     root.install_rpm(rpm)
     root.install_rpm(tools_rpm)
     root.rpm("-e", *names)  # rpm may take them in this order, because one recommends the other
-    assert [name for name in (*TOOLS, "opt/norvale", "etc/opt/norvale", "var/opt/norvale")
+    assert [name for name in (*as_in_rpm(TOOLS), "opt/norvale", "etc/opt/norvale", "var/opt/norvale")
             if root.exists(name)] == []
