@@ -39,12 +39,11 @@ def entries(page):
 # ---- Form ---------------------------------------------------------------------------------------
 
 
-def test_the_commands_each_format_and_the_messages_have_a_page():
-    names = [page.name for page in PAGES]
-    assert names == [
-        "quendil-check.8", "quendil-report.8", "quendil.8", "quendil_archive.7", "quendil_conf.5", "quendil_each.8", "quendil_mask.8",
-        "quendil_messages.7", "quendil_pattern.5", "quendil_run.8", "quendil_show.8",
-        "quendil_tools.8"]
+def test_the_programs_each_format_and_the_messages_have_a_page():
+    names = {page.name for page in PAGES}
+    assert names - {f"quendil_{command}.8" for command in usages()} == {
+        "quendil-check.8", "quendil-report.8", "quendil.8", "quendil_archive.7", "quendil_conf.5",
+        "quendil_messages.7", "quendil_pattern.5", "quendil_tools.8"}
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
@@ -306,6 +305,7 @@ def test_the_defaults_of_a_tool_are_those_of_the_program():
 
 TOOLS = ROOT / "tools"
 DIRECTORY = "/opt/norvale/quendil/tool/"
+OVERVIEW = "quendil_tools.8"
 USAGE = re.compile(r"^(?:#|//) usage: (.*\n(?:(?:#|//) {8}\w.*\n)*)", re.M)
 OPTION = re.compile(r"(?<!\w)-\w\b(?: [A-Z]+)?")
 
@@ -321,7 +321,9 @@ def usages():
 
 
 def tool_pages():
-    return [page.name for page in PAGES if page.suffix == ".8" and page.name.startswith("quendil_")]
+    """The pages of the commands: not the overview of all."""
+    return [page.name for page in PAGES if page.suffix == ".8" and page.name.startswith("quendil_")
+            and page.name != OVERVIEW]
 
 
 def synopses(page):
@@ -336,10 +338,8 @@ def synopses(page):
 
 
 def explanation(command):
-    """The text about a command in the manual: a page, or the part of one with the command's name."""
-    text = next(rendered(page) for page in tool_pages() if command in synopses(page))
-    part = re.search(rf"^ {{3}}{command}\n((?: {{4,}}.*\n|\n)*)", text, re.M)
-    return part[1] if part else text
+    """The page of a command."""
+    return rendered(f"quendil_{command}.8")
 
 
 def section(page, name):
@@ -354,9 +354,47 @@ def test_every_command_of_the_tool_directory_has_a_usage():
     assert {"run", "show", "pci"} <= set(usages())
 
 
-def test_every_command_has_its_usage_line_as_synopsis_in_one_page():
-    found = [entry for page in tool_pages() for entry in synopses(page).items()]
-    assert sorted(found) == sorted(usages().items())
+def test_every_command_has_its_usage_line_as_synopsis_in_a_page_of_its_own():
+    for command, usage in usages().items():
+        assert synopses(f"quendil_{command}.8") == {command: usage}
+    assert set(tool_pages()) == {f"quendil_{command}.8" for command in usages()}
+
+
+def options_of_script(text):
+    """The options that a script takes: of getopts, or compared with all arguments in a case."""
+    options = {f"-{letter}" for letters in re.findall(r"\bgetopts ([\w:]+) ", text)
+               for letter in letters.replace(":", "")}
+    return options | set(re.findall(r"^ *(?:\d:)?(-\w)(?::\d)?\)", text, re.M))
+
+
+@pytest.mark.parametrize("command, usage", sorted(usages().items()))
+def test_the_usage_has_the_options_that_the_command_takes(command, usage):
+    named = {option[:2] for line in usage for option in OPTION.findall(line)}
+    if (TOOLS / command).exists():
+        assert options_of_script((TOOLS / command).read_text()) == named
+    elif command == "escape":
+        assert set(re.findall(r'\{"(-\w)", LineEnd', source("tool/escape.cpp"))) == named
+    else:
+        letters = re.findall(r'getopt\(argc, argv, "\+?([\w:]+)"', source(f"tool/{command}.cpp"))
+        assert {f"-{letter}" for letter in "".join(letters).replace(":", "")} == named
+
+
+def test_the_overview_lists_every_command_with_the_purpose_that_its_page_has():
+    page = (ROOT / "man" / OVERVIEW).read_text()
+    listed = dict(re.findall(r"^\.It Xr (quendil_\w+) 8\n\.Nm (\w+)\n", page, re.M))
+    assert listed == {f"quendil_{command}": command for command in usages()}
+    named = set(re.findall(r"(quendil_\w+)\(8\)", section(OVERVIEW, "SEE ALSO")))
+    assert named == set(listed)
+
+
+def test_a_page_of_a_command_says_what_is_in_each_column():
+    """The first line of such a table names the columns in the script; the page explains each."""
+    tables = {path.name: found[1] for path in TOOLS.iterdir()
+              if (found := re.search(r"^echo '(\w\S* [^']*)'$", path.read_text(), re.M))}
+    assert set(tables) == {"deleted_files", "descriptors", "expiry", "namespaces", "pci"}
+    for command, columns in tables.items():
+        heads = [word for head in entries(explanation(command)) for word in head.split(", ")]
+        assert [head for head in heads if head in columns.split()] == columns.split(), command
 
 
 @pytest.mark.parametrize("command, usage", sorted(usages().items()))
@@ -399,17 +437,24 @@ def test_the_bounds_of_the_commands_are_documented():
 @pytest.mark.parametrize("page", tool_pages())
 def test_every_way_of_a_command_to_end_is_explained(page):
     statuses = set(re.findall(r"^ {5}(\d+) ", section(page, "EXIT STATUS"), re.M))
-    wanted = {"0", "2"}
-    if page == "quendil_show.8":
+    command = page.removeprefix("quendil_").removesuffix(".8")
+    wanted = {"0"} if usages()[command] in ([command], [f"{command} <FILE"]) else {"0", "2"}
+    if command == "show":
         wanted |= {"1"}
-    elif page == "quendil_each.8":
+    elif command == "each":
         wanted |= {"143"}
-    elif page == "quendil_mask.8":
+    elif command in ("mask", "escape"):
         wanted |= {"1", "153"}
     assert statuses == wanted
+    text = re.sub(r"\s+", " ", section(page, "EXIT STATUS"))
+    assert ("it is the exit status of" in text) == (command in ("journal", "lvm", "run", "sql"))
 
 
 def test_related_pages_refer_to_the_pages_of_the_commands():
-    for page in ["quendil.8", "quendil_pattern.5", *tool_pages()]:
+    for page in ["quendil.8", "quendil_pattern.5"]:
         named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
-        assert named >= {name.removesuffix(".8") for name in tool_pages() if name != page}
+        assert named >= {"quendil_each", "quendil_mask", "quendil_run", "quendil_show", "quendil_tools"}
+    for page in tool_pages():
+        named = set(re.findall(r"(quendil\w*\(\d\))", section(page, "SEE ALSO")))
+        assert named >= {"quendil(8)", "quendil_pattern(5)", "quendil_tools(8)",
+                         "quendil_run(8)"} - {f"{page[:-2]}(8)"}
