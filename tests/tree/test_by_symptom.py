@@ -78,9 +78,28 @@ def test_a_symptom_has_a_short_list_of_items_each_with_a_hint(symptom: str, line
 
 
 def test_the_manual_names_the_same_items_in_the_same_order():
-    parts = PAGE.split(".Sh SEE ALSO")[0].split("\n.Ss ")[1:]
+    parts = PAGE.split(".Sh COLUMNS")[0].split("\n.Ss ")[1:]
     page = {part.splitlines()[0]: [re.findall(r"^\.Pa (\S+)", item, re.M)
                                    for item in part.split("\n.It\n")[1:]] for part in parts}
     assert page == {symptom: [first_paths(line) for line in lines]
                     for symptom, lines in symptoms().items()}
     assert list(page) == list(symptoms())
+
+
+def written() -> set[tuple[str, str]]:
+    """The path in the archive of every item that a command of quendil writes, with the command."""
+    files = [PatternFile(path.name, path.read_bytes()) for path in (ROOT / "patterns").iterdir()]
+    return {(items_of(block.text("TARGET"), item.text("REDIRECT_PATH")), found[1])
+            for file in files for block in file.blocks for item in block.children
+            if item.kind == "TOOL_BLOCK"
+            and (found := re.search(r"/tool/run .*?-c (\w+)", item.text("COMMAND_LINE")))}
+
+
+def test_the_manual_names_the_page_of_the_command_that_writes_an_item():
+    part = PAGE.split(".Sh COLUMNS")[1].split(".Sh SEE ALSO")[0]
+    pages = set(re.findall(r"^\.It Pa (\S+)\n\.Xr quendil_(\w+) 8$", part, re.M))
+    assert len(pages) == part.count(".It ") > 10
+    assert pages <= written()
+    commands = {path.name for path in (ROOT / "tools").iterdir()}
+    with_columns = {command for _, command in written() & pages}
+    assert {"load", "expiry", "descriptors", "pci"} <= with_columns <= commands
