@@ -430,8 +430,27 @@ def test_the_bounds_of_the_commands_are_documented():
     text = entries(explanation("show"))["-l MIB"]
     assert f"; {limit(show, 'int mib')} without this option" in text
     assert limit(show, "LIMIT_FACTOR") == 4 and "truncated at four times as much" in text
-    failed = re.search(r"lastb .* -n (\d+)", code["failed_logins"])[1]
-    assert f"the last {failed} failed logins" in explanation("failed_logins")
+
+
+@pytest.mark.parametrize("command, bound, phrase", [
+    ("certificates", r"^most=(\d+)", "At most {} files are read"),
+    ("failed_logins", r"lastb .* -n (\d+)", "the last {} failed logins"),
+    ("failed_logins", r"^most_users=(\d+)", "At most {} users are shown"),
+    ("failed_logins", r"^most_records=(\d+)", "and {} failures of each"),
+    ("jvm", r"as_its_user .* (\d+) \"\$name\"", "each has {} seconds"),
+    ("load", r"^seconds=(\d+)", "a whole number; {} without this option"),
+    ("load", r"print_most\((\d+), passed", "the {} processes with the most processor time"),
+    ("load", r"print_most\((\d+), resident", "and the {} with the most memory"),
+    ("process", r"^most=(\d+)", "At most {} processes are shown"),
+    ("refusals", r"tail -n (\d+)", "the last {} records"),
+    ("sql", r"^most_servers=(\d+)", "At most {} servers are queried"),
+    ("sql", r"^most_databases=(\d+)", "and {} databases of each"),
+    ("sql", r"run\" -u \w+ -t (\d+)", "The client has {} seconds."),
+])
+def test_the_bounds_of_a_command_are_documented(command, bound, phrase):
+    values = set(re.findall(bound, (TOOLS / command).read_text(), re.M))
+    assert len(values) == 1
+    assert phrase.format(values.pop()) in re.sub(r"\s+", " ", explanation(command))
 
 
 @pytest.mark.parametrize("page", tool_pages())
