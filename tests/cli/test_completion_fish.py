@@ -1,5 +1,5 @@
-"""The completions for fish: what the real shell offers and types, and that no pattern file can make it run a
-command.
+"""The completions for fish: what the real shell offers and types, and that no pattern file can make
+it run a command.
 """
 
 from __future__ import annotations
@@ -14,12 +14,12 @@ from support.option_texts import of_usage
 
 ROOT = Path(__file__).resolve().parents[2]
 INSTALLED = "/tmp/completions"
-PATHS = f"set -p fish_complete_path {INSTALLED}; set -p fish_function_path {INSTALLED}"
+PATHS = "".join(f"set -p fish_{kind}_path {INSTALLED}; " for kind in ("complete", "function"))
 HOME = ["/usr/bin/env", "HOME=/tmp/home", "TERM=dumb"]
 
 
 def install(machine: Machine) -> None:
-    """Puts the completions and their function into one directory, and makes a home for the shell."""
+    """Puts completions and function into one directory, and makes a home for the shell."""
     for path in (ROOT / "completions/fish").iterdir():
         machine.file(f"{INSTALLED}/{path.name}", path.read_bytes())
     machine.directory("/tmp/home")
@@ -28,7 +28,7 @@ def install(machine: Machine) -> None:
 def offered(machine: Machine, line: str) -> list[str]:
     """The words that are offered after a line, without their descriptions."""
     install(machine)
-    done = machine.exec([*HOME, "/usr/bin/fish", "-c", f"{PATHS}; complete -C $argv[1]", line])
+    done = machine.exec([*HOME, "/usr/bin/fish", "-c", f"{PATHS} complete -C $argv[1]", line])
     assert done.stderr == ""
     return sorted(row.partition("\t")[0] for row in done.stdout.splitlines())
 
@@ -37,7 +37,8 @@ def test_fish_searches_the_directories_of_the_completions(machine: Machine):
     machine.directory("/tmp/home")
     asked = "printf '%s\\n' $fish_complete_path $fish_function_path"
     found = machine.exec([*HOME, "/usr/bin/fish", "-c", asked]).stdout.split()
-    assert {f"/usr/share/fish/vendor_{kind}.d" for kind in ("completions", "functions")} < set(found)
+    wanted = {"/usr/share/fish/vendor_completions.d", "/usr/share/fish/vendor_functions.d"}
+    assert wanted < set(found)
 
 
 @pytest.mark.parametrize("program", ["quendil", "quendil-check", "quendil-report"])
@@ -98,7 +99,8 @@ def test_fish_completes_values_and_files(machine: Machine, line: str, expected: 
     assert offered(machine, line) == expected
 
 
-#: Types into an interactive fish on its own terminal, when its prompt is there, until the program is called.
+#: Types into an interactive fish on its own terminal, when its prompt is there, until the program
+#: is called.
 TYPIST = r"""
 import os, pty, select, sys
 def screen(text):

@@ -1,8 +1,8 @@
-"""The completions for zsh: what the real shell offers and types, and that no pattern file can make it run a
-command.
+"""The completions for zsh: what the real shell offers and types, and that no pattern file can make
+it run a command.
 
-The shell is interactive, on a terminal of its own. Its line editor begins with a given line, presses the key
-for a completion, and enters the result: nothing waits for a time.
+The shell is interactive, on a terminal of its own. Its line editor begins with a given line,
+presses the key for a completion, and enters the result: nothing waits for a time.
 """
 
 from __future__ import annotations
@@ -73,8 +73,8 @@ def offered(machine: Machine, line: str) -> list[str]:
 
 
 def test_zsh_searches_the_directories_of_the_completions():
-    found = subprocess.run(["/usr/bin/zsh", "-fc", "print -l $fpath"], capture_output=True, text=True,
-                           check=True).stdout.split()
+    found = subprocess.run(["/usr/bin/zsh", "-fc", "print -l $fpath"], capture_output=True,
+                           text=True, check=True).stdout.split()
     assert {"/usr/share/zsh/vendor-completions", "/usr/share/zsh/site-functions"} & set(found)
 
 

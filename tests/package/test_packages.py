@@ -596,5 +596,5 @@ def test_erasing_both_rpms_leaves_nothing(root: PrivateRoot, rpm: Path, tools_rp
     root.install_rpm(rpm)
     root.install_rpm(tools_rpm)
     root.rpm("-e", *names)  # rpm may take them in this order, because one recommends the other
-    assert [name for name in (*as_in_rpm(TOOLS), "opt/norvale", "etc/opt/norvale", "var/opt/norvale")
-            if root.exists(name)] == []
+    assert [name for name in (*as_in_rpm(TOOLS), "opt/norvale", "etc/opt/norvale",
+                             "var/opt/norvale") if root.exists(name)] == []

@@ -1,4 +1,4 @@
-"""What the completions of all shells must offer: names of groups and targets, some of them hostile."""
+"""What the completions of all shells must offer: names of groups and targets, some hostile."""
 
 from __future__ import annotations
 
@@ -42,8 +42,8 @@ SECOND = ('FORMAT_VERSION = 1.0\r\nPP_GROUP = linux\r\nPP_GROUP = "last"\r\n'
 LISTED = [r"group\tgood\tfile\t", r"group\t\tfile\tname", r"group\tlost", r"group\ta\tb\tc\td",
           r"other\tx\tfile\tname", r"group\t-x\tfile\tname", r"group\t\033x\tfile\tname",
           r"group\t*\tfile\tname", r"group\t`touch /tmp/ran`\tfile\tname", "group",
-          r"group\t\\033[2J\tfile\tname", r"group\td\\8\tfile\tname", r"(\t!\t=\t", r"group\t~\tf\tn",
-          r"group\t%%F{red}\tfile\tname", r"group\t{a,b}\tfile\tname"]
+          r"group\t\\033[2J\tfile\tname", r"group\td\\8\tfile\tname", r"(\t!\t=\t",
+          r"group\t~\tf\tn", r"group\t%%F{red}\tfile\tname", r"group\t{a,b}\tfile\tname"]
 OFFERED = ["good", "*", "`touch /tmp/ran`", r"d\8", "~", "%%F{red}", "{a,b}"]
 
 

@@ -472,7 +472,7 @@ def test_every_way_of_a_command_to_end_is_explained(page):
 def test_related_pages_refer_to_the_pages_of_the_commands():
     for page in ["quendil.8", "quendil_pattern.5"]:
         named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
-        assert named >= {"quendil_each", "quendil_mask", "quendil_run", "quendil_show", "quendil_tools"}
+        assert named >= {f"quendil_{name}" for name in ("each", "mask", "run", "show", "tools")}
     for page in tool_pages():
         named = set(re.findall(r"(quendil\w*\(\d\))", section(page, "SEE ALSO")))
         assert named >= {"quendil(8)", "quendil_pattern(5)", "quendil_tools(8)",
