@@ -353,6 +353,24 @@ def test_a_package_is_installed_for_the_run_and_removed(fleet: Fleet, plays: Pla
         assert host.leftovers(snapshot) == []
 
 
+def test_a_work_directory_of_ones_own_leaves_the_directories_above_it(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("one"))
+    host.directory("/opt/empty")
+    before = host.snapshot()
+    played = plays.run("-e", "collect_work_directory=/opt/empty/work")
+    assert_collected(played, "one")
+    assert host.leftovers(before, STAYS) == [] and host.exists("/opt/empty")
+
+
+@pytest.mark.parametrize("mode, owner", [(0o777, (0, 0)), (0o1777, (0, 0)), (0o775, (0, 0)), (0o755, (5001, 0))])
+def test_a_work_directory_that_others_can_write_to_is_refused(
+        fleet: Fleet, plays: Plays, mode: int, owner: tuple[int, int]):
+    host = quick(fleet.host("one"))
+    host.directory("/opt/theirs", mode, owner)
+    played = plays.run("-e", "collect_work_directory=/opt/theirs")
+    assert_failed(played, "one", "/opt/theirs is not root's own")
+
+
 def test_hosts_behind_a_bastion_are_reached_through_it(fleet: Fleet, plays: Plays):
     bastion, inner = fleet.host("bastion"), quick(fleet.host("inner", sudo=True))
     quick(bastion)

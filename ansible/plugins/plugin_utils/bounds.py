@@ -47,13 +47,14 @@ def deadline(seconds):
 
 def children():
     """The process IDs of this process's children."""
-    own = os.getpid()
+    text = ""
     try:
-        with open(f"/proc/{own}/task/{own}/children", encoding="ascii") as file:
-            return [int(word) for word in file.read().split()]
-    except OSError:
-        found = subprocess.run(["pgrep", "-P", str(own)], capture_output=True, text=True, check=False)
-        return [int(word) for word in found.stdout.split()]
+        for thread in os.listdir("/proc/self/task"):
+            with open(f"/proc/self/task/{thread}/children", encoding="ascii") as file:
+                text += file.read() + " "
+    except OSError:  # a kernel without these files, or another system
+        text = subprocess.run(["pgrep", "-P", str(os.getpid())], capture_output=True, text=True, check=False).stdout
+    return [int(word) for word in text.split()]
 
 
 def end(pids):

@@ -380,7 +380,8 @@ remove() {
         done
     fi
     rm -rf "$run" || { say cause "$run could not be removed"; finish; }
-    rmdir -p "$work" 2>/dev/null
+    # On a host without quendil, the directory above it was made too.
+    { rmdir "$work" && [ "${work%/*}" = /var/opt/norvale ] && rmdir /var/opt/norvale; } 2>/dev/null
     say state removed
     finish
 }
