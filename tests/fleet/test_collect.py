@@ -405,3 +405,43 @@ def test_another_run_on_the_host_is_named_as_the_cause(fleet: Fleet, plays: Play
     with host.locked(host.file("/opt/norvale/quendil/bin/.quendil.lck")):
         played = plays.run()
     assert_failed(played, "busy", "ZEPA116-E:Another quendil is already running")
+
+
+def test_a_host_that_does_not_become_root_is_refused(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("one", sudo=True))
+    before = host.snapshot()
+    played = plays.run("-e", "collect_become=false")
+    assert_failed(played, "one", "not root")
+    assert host.leftovers(before) == []
+
+
+def test_a_wrong_password_is_the_cause(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one", sudo=True))
+    played = plays.run(host_variables={"one": {"ansible_become_password": "wrong"}})
+    assert_failed(played, "one", "Incorrect sudo password")
+
+
+def test_a_package_that_was_changed_on_its_way_is_not_installed(fleet: Fleet, plays: Plays):
+    host = fleet.host("bare")
+    host.remove("/opt/norvale")
+    package = fleet.directory / "quendil-1.2-linux-x86_64.tar.gz"
+    package.write_bytes(b"x" * 100_000)
+    host.replace_by("/usr/bin/sha256sum", "#!/bin/sh\ncat >/dev/null\necho other -\n")
+    played = plays.run("-e", f"collect_package={package}")
+    assert_failed(played, "bare", "the package was changed on its way")
+    assert not host.list("/tmp") or all("quendil" not in name for name in host.list("/tmp"))
+
+
+def test_a_host_without_a_result_is_in_the_results(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one"))
+    play = fleet.directory / "end.yml"
+    play.write_text("""
+- hosts: all
+  gather_facts: false
+  tasks:
+    - ansible.builtin.include_role:
+        name: norvale.quendil.collect
+        tasks_from: summary
+""")
+    played = plays.run(playbook=play)
+    assert_failed(played, "one", "the play ended early for this host")

@@ -261,6 +261,6 @@ def test_an_answer_without_end_does_not_take_all_memory(bounds):
                 print("no more")
         bytearray(bounds.ANSWER_BYTES)
     """
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
+    done = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True,
                           env={"PYTHONPATH": str(Path(bounds.__file__).parents[1])})
     assert (done.returncode, done.stdout) == (0, "no more\n"), done.stderr

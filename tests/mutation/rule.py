@@ -7,7 +7,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 #: The directories that hold the product's code.
-PLACES = ("src", "tools", "patterns")
+PLACES = ("src", "tools", "patterns", "ansible/plugins", "ansible/roles")
 
 
 @dataclass(frozen=True)
@@ -19,7 +19,7 @@ class Rule:
     suffix.
 
     Tests are separated by blanks: `unit:PROGRAM`, which may hold a `*`, or `cli:FILE`, or
-    `cli:FILE:TEXT` for the tests of the file that have this text in their names.
+    `cli:FILE:TEXT` for the tests of the file that have this text in their names; `fleet:` likewise.
     """
 
     says: str
@@ -53,11 +53,11 @@ def is_word(token: str) -> bool:
 def product_texts(root: Path) -> dict[Path, str]:
     """The text of every file of the product in this tree."""
     files = [path for place in PLACES for path in sorted((root / place).rglob("*"))]
-    return {path: path.read_text() for path in files if path.is_file()}
+    return {path: path.read_text() for path in files if path.is_file() and path.suffix != ".pyc"}
 
 
 def files_of_test(root: Path, test: str) -> list[Path]:
-    """The files of a test such as `unit:PROGRAM` or `cli:FILE:TEXT`."""
+    """The files of a test such as `unit:PROGRAM`, `cli:FILE:TEXT` or `fleet:FILE:TEXT`."""
     kind, name = test.split(":")[:2]
-    pattern = f"tests/unit/*/{name}.cpp" if kind == "unit" else f"tests/cli/{name}"
+    pattern = f"tests/unit/*/{name}.cpp" if kind == "unit" else f"tests/{kind}/{name}"
     return sorted(root.glob(pattern))
