@@ -11,5 +11,5 @@ def test_a_simulated_host_that_fails_stops_no_batch(fleet: Fleet):
     assert [one["host"] for one in made.results] == names(15, 95), made.done
     assert list(made.causes()) == ["host00100"]
     assert made.done.status == 2 and "host00100" in made.done.stdout
-    assert not fleet.controller.exists(WORK)
+    assert fleet.controller.list(WORK) == []
     assert made.done.peak > 10_000_000 and made.done.total_peak > made.done.peak / 2
