@@ -100,8 +100,9 @@ def test_a_sandbox_ends_when_its_worker_has_ended(sandbox_server: SandboxServer,
                                                   installation: Installation):
     machine = Machine(sandbox_server, installation)
     namespace = os.readlink(f"/proc/{machine.sandbox.init}/ns/pid")
-    machine.sandbox._link.close()  # what the kernel does for a worker that was killed
-    machine.wait_for(lambda: _processes_of(namespace) == [], what="the end of the sandbox")
+    with open(f"/proc/{machine.sandbox.init}/ns/pid", "rb"):
+        machine.sandbox._link.close()  # what the kernel does for a worker that was killed
+        machine.wait_for(lambda: _processes_of(namespace) == [], what="the end of the sandbox")
     machine.destroy()
 
 
