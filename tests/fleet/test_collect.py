@@ -231,7 +231,8 @@ def test_a_hostile_host_stops_no_other_one(fleet: Fleet, plays: Plays):
     strange, short = quick(fleet.host("strange")), quick(fleet.host("short"))
     strange.answer("user 0\nquendil state started\nquendil path ../../../etc/passwd\nquendil end\n")
     short.answer("user 0\nquendil state started\n")
-    played = plays.run("-e", "collect_answer_limit=6", "-e", "collect_reconnect=1", watch_memory=True)
+    played = plays.run("-e", "collect_reconnect=1", watch_memory=True,
+                       host_variables={"mute": {"collect_answer_limit": 3}})
     assert_collected(played, "well")
     assert_failed(played, "endless", "the host has sent too much")
     assert_failed(played, "mute", "the host has not answered in time")
