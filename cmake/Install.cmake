@@ -51,17 +51,26 @@ if(QUENDIL_TOOLS)
     PERMISSIONS ${world_readable_directory} COMPONENT tools)
 endif()
 
-# An existing configuration file is kept: it may have been edited.
+# Existing configuration files are kept: they may have been edited.
 install(CODE "
-  set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/quendil_conf\")
-  if(EXISTS \"\${config}\")
-    message(STATUS \"Kept: \${config}\")
-  else()
-    file(INSTALL DESTINATION \"${QUENDIL_CONFIG_DIR}/config\" TYPE FILE
-      PERMISSIONS ${world_readable_file}
-      FILES \"${PROJECT_SOURCE_DIR}/config/quendil_conf\")
-  endif()
+  foreach(name quendil_conf quendil_unattended)
+    set(config \"\$ENV{DESTDIR}${QUENDIL_CONFIG_DIR}/config/\${name}\")
+    if(EXISTS \"\${config}\")
+      message(STATUS \"Kept: \${config}\")
+    else()
+      file(INSTALL DESTINATION \"${QUENDIL_CONFIG_DIR}/config\" TYPE FILE
+        PERMISSIONS ${world_readable_file}
+        FILES \"${PROJECT_SOURCE_DIR}/config/\${name}\")
+    endif()
+  endforeach()
 ")
+
+# Units of systemd, which nothing enables, and the directories that systemd-tmpfiles makes.
+file(GLOB units CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/systemd/*.service
+  ${PROJECT_SOURCE_DIR}/systemd/*.timer)
+install(FILES ${units} DESTINATION /usr/lib/systemd/system PERMISSIONS ${world_readable_file})
+install(FILES ${PROJECT_SOURCE_DIR}/systemd/tmpfiles.conf DESTINATION /usr/lib/tmpfiles.d RENAME quendil.conf
+  PERMISSIONS ${world_readable_file})
 
 # The directories belong to root, even if one of them existed before.
 install(CODE "

@@ -50,10 +50,12 @@ set(rpm_settings "%global __os_install_post %{nil}
 # CPack has no variable for what an rpm recommends.
 set(CPACK_RPM_SPEC_MORE_DEFINE "${rpm_settings}\nRecommends: quendil-tools")
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/preun)
+set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/postun)
 set(CPACK_RPM_POST_TRANS_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/rpm/posttrans)
 # Directories of the system, which the rpm would own otherwise.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-  /etc /etc/opt /opt /usr /usr/sbin /usr/share /usr/share/doc /usr/share/man /usr/share/man/man5
+  /etc /etc/opt /opt /usr /usr/lib /usr/lib/systemd /usr/lib/systemd/system /usr/lib/tmpfiles.d
+  /usr/sbin /usr/share /usr/share/doc /usr/share/man /usr/share/man/man5
   /usr/share/man/man7 /usr/share/man/man8 /usr/share/bash-completion
   /usr/share/bash-completion/completions /usr/share/zsh /usr/share/zsh/site-functions /usr/share/fish
   /usr/share/fish/vendor_completions.d /usr/share/fish/vendor_functions.d /var /var/opt)

@@ -95,6 +95,22 @@ keep_record() {
     mv "$record.new" "$record"
 }
 
+# Lets systemd read its units again, if it runs here.
+reload_units() {
+    if [ -z "$root" ] && [ -d /run/systemd/system ]; then
+        systemctl daemon-reload || true
+    fi
+}
+
+# No unit may start a program that is no longer there.
+stop_units() {
+    if [ -z "$root" ] && command -v systemctl >/dev/null 2>&1; then
+        systemctl --no-reload --quiet disable quendil.timer || true
+        [ ! -d /run/systemd/system ] ||
+            systemctl --quiet stop quendil.timer 'quendil*.service' || true
+    fi
+}
+
 install_all() {
     [ -f "$here/machine" ] || fail "$0 is not in an unpacked archive of quendil"
     if [ -z "$root" ]; then
@@ -115,6 +131,7 @@ install_all() {
     done <"$here/list"
     remove_former
     keep_record
+    reload_units
     say "quendil is installed: $program/bin/quendil"
 }
 
@@ -127,9 +144,12 @@ keep() {
 
 uninstall_all() {
     [ -f "$record/list" ] || fail "quendil was not installed from an archive"
+    stop_units
     while read -r kind _ path; do
         [ "$kind" = d ] || remove_placed "$path"
     done <"$record/list"
+    rm -f "$root/var/lib/systemd/timers/stamp-quendil.timer"
+    reload_units
     rm -f "$root$program/bin/.quendil.lck" "$root$program/bin/.quendil_hist.lck"
     rm -rf "$record"
     for directory in "$program/bin" "$program/tool" "$program/template"; do

@@ -30,8 +30,8 @@ def run(machine: Machine, *arguments: str, program: str = UNATTENDED, **environm
 
 def begin(machine: Machine, *arguments: str, program: str = UNATTENDED, output: str = "/tmp/out") -> None:
     """Starts the command in the background; the output ends with a line that has the exit status."""
-    machine.exec(f"(echo >{output}; {program} {' '.join(arguments)} >{output} 2>&1; "
-                 f"echo status $? >>{output}) </dev/null >/dev/null 2>&1 &")
+    machine.exec(f"(echo >{output}; {program} {' '.join(arguments)} >{output} 2>&1 & "
+                 f"echo $! >{output}.pid; wait $!; echo status $? >>{output}) </dev/null >/dev/null 2>&1 &")
 
 
 def ended(machine: Machine, output: str = "/tmp/out") -> str:
@@ -86,7 +86,7 @@ def test_sigterm_ends_the_run_and_its_tool(system: Machine):
     add_pattern(system, behave.ready("/tmp/there"), behave.forever())
     begin(system, "-g", "demo")
     system.wait_for("/tmp/there")
-    system.exec("kill -s TERM $(cat /proc/*/comm /dev/null >/dev/null 2>&1; pgrep -f 'tool/unattended -g')")
+    system.exec("kill -s TERM $(cat /tmp/out.pid)")
     assert ended(system).endswith("status 255\n")
     assert "ZEPA136-E" in ended(system)
     system.wait_for(lambda: not system.processes(), what="the end of all processes")

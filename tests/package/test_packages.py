@@ -22,6 +22,7 @@ BUILD = Path(os.environ.get("QUENDIL_BUILD", ROOT / "build"))
 
 PROGRAM = "opt/norvale/quendil/bin/quendil"
 CONFIG = "etc/opt/norvale/quendil/config/quendil_conf"
+UNATTENDED = "etc/opt/norvale/quendil/config/quendil_unattended"
 PATTERN = "etc/opt/norvale/quendil/pattern"
 ASIDE = "etc/opt/norvale/quendil/aside"
 DATA = "var/opt/norvale/quendil/data"
@@ -62,7 +63,9 @@ def as_in_rpm(names: dict[str, Any]) -> dict[str, Any]:
 PAGES = pages("quendil[!-]*")
 #: The companion commands: each has a manual page.
 COMPANIONS = sorted(page.stem for page in (ROOT / "man").glob("quendil-*.8"))
-CONFFILES = [CONFIG, *(f"{PATTERN}/{name}" for name in SHIPPED)]
+CONFFILES = [CONFIG, UNATTENDED, *(f"{PATTERN}/{name}" for name in SHIPPED)]
+UNITS = sorted(f"usr/lib/systemd/system/{path.name}"
+               for kind in ("service", "timer") for path in (ROOT / "systemd").glob(f"*.{kind}"))
 
 #: Directories and links of the packages, with their modes and what links point to.
 DIRECTORIES = {
@@ -125,7 +128,7 @@ def output(*command: str | Path) -> str:
 
 def shipped_files() -> dict[str, str]:
     """Every regular file of quendil's packages but those of the tool and template directories."""
-    plain = [*CONFFILES, *PAGES, *completions("quendil"),
+    plain = [*CONFFILES, *PAGES, *completions("quendil"), *UNITS, "usr/lib/tmpfiles.d/quendil.conf",
              "usr/share/doc/quendil/copyright", "usr/share/doc/quendil/NEWS.gz"]
     return {PROGRAM: "-rwxr-xr-x", **dict.fromkeys(plain, "-rw-r--r--")}
 
@@ -302,19 +305,22 @@ class PrivateRoot:
 
     top = "/tmp/root"
     programs = "programs"
+    libraries = "libraries"
 
     def __init__(self, machine: Machine) -> None:
         self._machine = machine
         for name in (*SYSTEM, "tmp", "var/lib/dpkg/info", "var/lib/dpkg/updates"):
             machine.directory(f"{self.top}/{name}")
-        for name, inside in (("usr/bin", self.programs), *((name, name) for name in (
-                "usr/lib", "usr/lib64", "proc", "dev"))):
+        # Packages put entries into these directories, so they cannot be the host's.
+        own = {"usr/bin": self.programs, "usr/lib": self.libraries}
+        for name in (*own, "usr/lib64", "proc", "dev"):
             if os.path.isdir(f"/{name}"):
-                machine.directory(f"{self.top}/{inside}")
-                machine.mount("--rbind", f"/{name}", f"{self.top}/{inside}")
-        # Packages put links into this directory, so it cannot be the host's.
-        for name in os.listdir("/usr/bin"):
-            machine.link(f"{self.top}/usr/bin/{name}", f"/{self.programs}/{name}")
+                inside = f"{self.top}/{own.get(name, name)}"
+                machine.directory(inside)
+                machine.mount("--rbind", f"/{name}", inside)
+        for directory, inside in own.items():
+            for name in set(os.listdir(f"/{directory}")) - {"systemd", "tmpfiles.d"}:
+                machine.link(f"{self.top}/{directory}/{name}", f"/{inside}/{name}")
         for name in ("bin", "lib", "lib64", "sbin"):
             machine.link(f"{self.top}/{name}", f"usr/{name}")
         format_ = "${Package} ${Version} ${Architecture}\n"

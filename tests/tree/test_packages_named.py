@@ -69,7 +69,7 @@ STARTED = {
 }
 
 #: Used only where they are installed; nothing needs them.
-NOT_NEEDED = {"sudo", "git"}
+NOT_NEEDED = {"sudo", "git", "systemctl"}
 
 #: What may be there without a package of the distribution: tests that need it are skipped without it.
 FROM_ELSEWHERE = {"npm", "node"}
