@@ -36,7 +36,8 @@ def begin(machine: Machine, *arguments: str, program: str = UNATTENDED, output: 
 
 def ended(machine: Machine, output: str = "/tmp/out") -> str:
     """Waits for the end of a command that was started in the background, and returns its output."""
-    machine.wait_for(lambda: "status " in machine.read(output), 60, f"the end of {output}")
+    machine.wait_for(lambda: machine.exists(output) and "status " in machine.read(output), 60,
+                     f"the end of {output}")
     return machine.read(output)
 
 

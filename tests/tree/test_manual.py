@@ -464,16 +464,24 @@ def test_every_way_of_a_command_to_end_is_explained(page):
         wanted |= {"143"}
     elif command in ("mask", "escape"):
         wanted |= {"1", "153"}
+    elif command == "prune":
+        wanted |= {"1"}
+    elif command == "unattended":
+        wanted |= {"75"}
     assert statuses == wanted
     text = re.sub(r"\s+", " ", section(page, "EXIT STATUS"))
     assert ("it is the exit status of" in text) == (command in ("journal", "lvm", "run", "sql"))
 
 
 def test_related_pages_refer_to_the_pages_of_the_commands():
+    for_units = {"quendil_prune.8", "quendil_unattended.8"}  # no pattern runs them
     for page in ["quendil.8", "quendil_pattern.5"]:
         named = set(re.findall(r"(quendil\w*)\(8\)", section(page, "SEE ALSO")))
         assert named >= {f"quendil_{name}" for name in ("each", "mask", "run", "show", "tools")}
     for page in tool_pages():
         named = set(re.findall(r"(quendil\w*\(\d\))", section(page, "SEE ALSO")))
-        assert named >= {"quendil(8)", "quendil_pattern(5)", "quendil_tools(8)",
-                         "quendil_run(8)"} - {f"{page[:-2]}(8)"}
+        wanted = {"quendil(8)", "quendil_tools(8)"}
+        wanted |= set() if page in for_units else {"quendil_pattern(5)", "quendil_run(8)"}
+        assert named >= wanted - {f"{page[:-2]}(8)"}
+    assert {"quendil_prune", "quendil_unattended"} <= set(
+        re.findall(r"(quendil\w*)\(8\)", section("quendil.8", "SEE ALSO")))
