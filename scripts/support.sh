@@ -124,11 +124,6 @@ make_archive() {
     rm -rf "$tree"
 }
 
-# make_collection DIRECTORY: makes the Ansible collection there.
-make_collection() {
-    quietly build/package.log ansible-galaxy collection build --force --output-path "$1" ansible
-}
-
 # Makes all packages and the archive in build/packages, and removes earlier ones.
 make_packages() {
     say "making packages"

@@ -26,7 +26,8 @@ SHIPPED = sorted(path.name for path in (ROOT / "patterns").iterdir())
 def installed(machine: Machine, installation: Installation) -> Machine:
     """A machine with an installation below TOP and the source tree of the installation."""
     shutil.copytree(installation.stage, machine.path(TOP), symlinks=True)
-    for name in ("scripts", "patterns", "config", "man", "completions", "tools", "templates", "systemd"):
+    for name in ("scripts", "patterns", "config", "man", "completions", "tools", "templates",
+                 "systemd"):
         if (ROOT / name).is_dir():
             shutil.copytree(ROOT / name, machine.path(f"{SOURCE}/{name}"))
     return machine

@@ -364,7 +364,6 @@ def options_of_script(text):
     """The options that a script takes: of getopts, or compared with all arguments in a case."""
     options = {f"-{letter}" for letters in re.findall(r"\bgetopts ([\w:]+) ", text)
                for letter in letters.replace(":", "")}
-    options |= set(re.findall(r'"\$\{1-\}" = (-\w) ', text))
     return options | set(re.findall(r"^ *(?:\d:)?(-\w)(?::\d)?\)", text, re.M))
 
 

@@ -16,8 +16,10 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.bounds import TooL
 from ansible_collections.norvale.quendil.plugins.plugin_utils.host import (
     Failed,
     HostAction,
+    Lost,
     printable,
     request_settings,
+    truth,
 )
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     host_name,
@@ -46,7 +48,7 @@ class ActionModule(HostAction):
             raise Failed(f"the host has named a strange path: {printable(path, 200)}")
         if not NAME.fullmatch(name):
             raise Failed(f"the host has named its archive strangely: {printable(name, 200)}")
-        if args.get("encrypted") and not name.endswith(".age"):
+        if truth(args.get("encrypted", False)) and not name.endswith(".age"):
             raise Failed("the host has not encrypted its archive")
         limit = int(args["archive_limit"]) << 20
         if not 0 < size <= limit:
@@ -78,6 +80,8 @@ class ActionModule(HostAction):
                     self._fetch(path, part, size)
                     self._check(part, os.path.basename(target), size, checksum)
                     break
+                except Lost:
+                    raise
                 except Failed:
                     if attempt == ATTEMPTS - 1:
                         raise
@@ -92,7 +96,8 @@ class ActionModule(HostAction):
     def _fetch(self, path, part, size):
         """One byte more than announced may come, and shows that the host has lied."""
         try:
-            self.persistently(self.fetch, path, part, 120 + size / BYTES_A_SECOND, size + 1)
+            seconds = min(120 + size / BYTES_A_SECOND, float(self._task.args["fetch_limit"]))
+            self.persistently(self.fetch, path, part, seconds, size + 1)
         except Failed as failure:
             if os.path.getsize(part) > size:
                 raise Failed(f"the host has sent more than the {size} bytes that it announced") from failure

@@ -8,6 +8,7 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.host import (
     Failed,
     HostAction,
     request_settings,
+    truth,
 )
 
 
@@ -20,8 +21,8 @@ class ActionModule(HostAction):
 
     def work(self, args, task_vars):
         settings = dict(request_settings(args), patterns="",
-                        keep="yes" if args.get("keep") else "no",
-                        uninstall="yes" if args.get("uninstall", True) else "no")
+                        keep="yes" if truth(args.get("keep", False)) else "no",
+                        uninstall="yes" if truth(args.get("uninstall", True)) else "no")
         answer = self.persistently(self.step, "remove", settings, more=REMOVE_SECONDS)
         if answer.get("state") != "removed":
             raise Failed(f"not removed from the host: {answer.get('cause', 'the host has given no cause')}")

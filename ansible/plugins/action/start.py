@@ -14,6 +14,8 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.host import (
     HostAction,
     printable,
     request_settings,
+    truth,
+    words,
 )
 
 #: The longest time for the preview and for the installation of a package, in seconds.
@@ -51,14 +53,14 @@ class ActionModule(HostAction):
 
     def work(self, args, task_vars):
         settings = dict(
-            request_settings(args), **pattern_settings(args.get("patterns") or []),
+            request_settings(args), **pattern_settings(words(args.get("patterns"))),
             limit=str(int(args["time_limit"])),
             least=str(int(args["free_space"]) * 1024) if args.get("free_space") not in (None, "") else "",
-            recipients="\n".join(self._recipients(args.get("recipients") or [])),
-            uninstall="yes" if args.get("uninstall", True) else "no",
+            recipients="\n".join(self._recipients(words(args.get("recipients")))),
+            uninstall="yes" if truth(args.get("uninstall", True)) else "no",
         )
-        arguments = [word for group in args.get("groups") or [] for word in ("-g", str(group))]
-        arguments += [word for target in args.get("targets") or [] for word in ("-t", str(target))]
+        arguments = [word for group in words(args.get("groups")) for word in ("-g", group)]
+        arguments += [word for target in words(args.get("targets")) for word in ("-t", target)]
         if not arguments:
             raise Failed("no group and no target: there is nothing to collect")
         # Not as root: it tells who logs in.
@@ -92,7 +94,9 @@ class ActionModule(HostAction):
             raise Failed(f"not a package of quendil: {printable(package, 200)}")
         try:
             with open(package, "rb") as file:
-                settings["package_sha256"] = hashlib.sha256(file.read()).hexdigest()
+                content = file.read()
+            settings["package_bytes"] = str(len(content))
+            settings["package_sha256"] = hashlib.sha256(content).hexdigest()
         except OSError as error:
             raise Failed(f"package: {error}") from error
         said = self.shell("umask 077 && mktemp -d /tmp/quendil.XXXXXXXXXX")

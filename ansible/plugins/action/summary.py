@@ -9,7 +9,7 @@ import shutil
 import subprocess
 
 from ansible.plugins.action import ActionBase
-from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable, truth, words
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     RESULTS,
     last_of,
@@ -18,6 +18,8 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
 )
 
 REPORT = "/opt/norvale/quendil/bin/quendil-report"
+#: The longest time for the pages of all archives, in seconds.
+OVERVIEW_SECONDS = 7200
 #: More failed hosts than this are counted; all are in the results.
 NAMED = 200
 
@@ -32,13 +34,13 @@ class ActionModule(ActionBase):
             return dict(result, skipped=True, msg="nothing is collected in check mode")
         try:
             directory = request_directory(args)
-            records = completed(last_of(directory), args["hosts"])
+            records = completed(last_of(directory), words(args["hosts"]))
             rewrite(directory, records)
         except (Failed, OSError) as error:
             return dict(result, failed=True, msg=str(error))
         causes = {host: printable(records[host]["cause"]) for host in args["hosts"] if records[host]["status"] != "ok"}
         result.update(changed=True, causes=causes, results=os.path.join(directory, RESULTS), overview=None)
-        if args.get("overview", True):
+        if truth(args.get("overview", True)):
             result.update(overview(directory))
         result["text"] = text(result, len(args["hosts"]))
         return result
@@ -78,8 +80,11 @@ def overview(directory):
     page, new = os.path.join(directory, "index.html"), os.path.join(directory, ".index.html")
     if os.path.lexists(new):
         os.unlink(new)
-    done = subprocess.run([report, "--overview", "-o", new, directory], stdin=subprocess.DEVNULL,
-                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False)
+    try:
+        done = subprocess.run([report, "--overview", "-o", new, directory], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False, timeout=OVERVIEW_SECONDS)
+    except subprocess.TimeoutExpired:
+        return {"overview_note": f"quendil-report took more than {OVERVIEW_SECONDS} s"}
     note = printable(done.stderr.decode(errors="replace"), 1000)
     if not os.path.lexists(new):
         return {"overview_note": note or "quendil-report made no page"}

@@ -34,6 +34,10 @@ options:
     description: The largest archive that is fetched, in MiB.
     type: int
     required: true
+  fetch_limit:
+    description: The longest time for fetching it, in seconds.
+    type: int
+    required: true
   request:
     description: The name of the request, which is the same for all hosts.
     type: str
@@ -64,6 +68,7 @@ EXAMPLES = r"""
     work_directory: /var/opt/norvale/quendil-collect
     destination: collected
     archive_limit: 4096
+    fetch_limit: 1800
 """
 
 RETURN = r"""

@@ -11,6 +11,7 @@ import time
 
 from ansible.errors import AnsibleConnectionFailure, AnsibleError
 from ansible.module_utils.common.text.converters import to_text
+from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
 from .bounds import TooLate, answer_bounds, file_bounds
@@ -181,6 +182,18 @@ class HostAction(ActionBase):
         with open(self._find_needle("files", "host.sh"), encoding="utf-8") as file:
             text = script_text(file.read(), dict(settings, step=name), arguments)
         return parsed(self.shell("sh -c 'eval \"$(cat)\"'", text, become=True, more=more))
+
+
+def words(value):
+    """A list; `-e NAME=a,b` gives a text, which Ansible accepts for a list too."""
+    if isinstance(value, str):
+        return [word.strip() for word in value.split(",") if word.strip()]
+    return [str(word) for word in value or []]
+
+
+def truth(value):
+    """A truth value; `-e NAME=false` gives a text, which would be true."""
+    return boolean(value, strict=False)
 
 
 def request_settings(args):

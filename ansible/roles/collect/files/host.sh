@@ -13,7 +13,8 @@
 #   least        the least free space, in KiB; empty: worked out here
 #   recipients   public keys of age, one on each line; empty: the archive is not encrypted
 #   patterns     names of pattern files, one on each line; pattern_1 and so on are their texts
-#   package      a package to install for this run; empty: none. package_sha256 is its checksum
+#   package      a package to install for this run; empty: none. package_bytes and package_sha256 are its size and
+#                its checksum
 #   uninstall    yes or no: remove that package after the run
 #   patience     how long `wait` waits for the end of the run, in seconds
 #   keep         yes or no: `remove` moves the archive to quendil's own directory
@@ -26,6 +27,8 @@ LC_ALL=C
 export PATH LC_ALL
 unset CDPATH
 umask 077
+# A step goes on when its connection is lost. Not ignored, because the run would inherit that.
+trap : HUP PIPE
 
 program=/opt/norvale/quendil/bin/quendil
 check=/opt/norvale/quendil/bin/quendil-check
@@ -100,6 +103,7 @@ make_directories() {
     chmod 0711 "$work"
     mkdir "$run" "$run/data" "$run/out" 2>/dev/null || refuse "no directory $run can be made: $(why_not "$run")"
     chmod 0711 "$run"
+    printf '%s' "$asked" >"$run/asked" 2>/dev/null || refuse "no space left in $work"
     # The files have their blocks before the disk is full.
     { printf '%4096s' '' >"$run/result" && printf '%64s' '' >"$run/job"; } 2>/dev/null ||
         refuse "no space left in $work"
@@ -125,8 +129,10 @@ install_package() {
     for tree in $trees; do
         [ ! -e "$tree" ] || had="$had $tree"
     done
-    { mkdir "$run/package" && cp "$package" "$run/package/"; } 2>/dev/null || refuse "no space for the package"
     copy=$run/package/${package##*/}
+    # Whatever that user has made of the file: no more than the package, and not for ever.
+    { mkdir "$run/package" && timeout 300 head -c "$package_bytes" "$package" >"$copy"; } 2>/dev/null ||
+        refuse "no space for the package"
     [ "$(sha256sum <"$copy" | cut -d ' ' -f 1)" = "$package_sha256" ] || refuse "the package was changed on its way"
     installed=$copy
     printf 'installed=%s\nhad="%s"\n' "'$installed'" "$had" >"$run/package/record"
@@ -164,6 +170,15 @@ restore() {
     rm -f "$run/package/record"
 }
 
+# What an earlier job has collected and could not hand over is never removed here.
+put_aside() {
+    if [ -n "$(ls -A "$run/data" 2>/dev/null)" ]; then
+        mv "$run" "$run.kept-$(date +%s)-$$"
+    else
+        rm -rf "$run"
+    fi
+}
+
 find_program() {
     if [ ! -x "$program" ] && [ -n "$package" ]; then
         install_package
@@ -194,15 +209,20 @@ check_space() {
 }
 
 start() {
+    asked="$* $patterns $recipients"
     [ "$(id -u)" -eq 0 ] || refuse "not root: this user needs become"
     if [ -d "$run" ] && ! [ -L "$run" ]; then
         # A play of this request was cut off. Its job goes on, or has left its archive.
         if is_running || has_archive; then
+            [ "$(cat "$run/asked")" = "$asked" ] || {
+                say cause "this request was used before to collect something else, which is still on the host"
+                finish
+            }
             say state resumed
             finish
         fi
         restore
-        rm -rf "$run" || refuse "an earlier $run cannot be removed"
+        put_aside || refuse "an earlier $run cannot be removed"
     fi
     make_directories
     find_program
@@ -303,7 +323,9 @@ outcome() {
     [ -z "$archive" ] || [ -z "$recipients" ] || encrypt || archive=
     [ -z "$archive" ] || describe
     say exit "$status"
-    say seconds "$(($(date +%s) - began))"
+    seconds=$(($(date +%s) - began))
+    [ "$seconds" -ge 0 ] || seconds=0 # the clock was set
+    say seconds "$seconds"
     say cause "$cause"
     if [ -z "$archive" ] && [ -n "$(ls -A "$run/data")" ]; then
         say kept "$run/data"
