@@ -206,7 +206,14 @@ def test_the_last_line_of_a_host_counts_and_others_are_left_out(store, tmp_path)
     assert store.last_of(tmp_path, "a") == {"a": lines[2]}
     store.rewrite(tmp_path, store.last_of(tmp_path))
     assert [json.loads(line) for line in results.read_text().splitlines()] == [lines[2], lines[1]]
-    assert sorted(path.name for path in tmp_path.iterdir()) == ["results.jsonl"]
+    assert sorted(path.name for path in tmp_path.iterdir()) == [".lock", "results.jsonl"]
+
+
+def test_a_line_that_a_full_disk_has_cut_off_costs_no_other_one(store, tmp_path):
+    (tmp_path / "results.jsonl").write_text('{"host": "a", "sta')
+    store.append(tmp_path, {"host": "b"})
+    store.append(tmp_path, {"host": "c"})
+    assert store.last_of(tmp_path) == {"b": {"host": "b"}, "c": {"host": "c"}}
 
 
 def test_the_directory_of_a_request_is_private(store, tmp_path):
@@ -229,16 +236,34 @@ def test_work_ends_at_its_deadline_with_what_it_has_started(bounds):
     assert signal.alarm(0) == 0
 
 
-def test_an_earlier_alarm_is_kept(bounds):
-    rung = []
-    former = signal.signal(signal.SIGALRM, lambda *_: rung.append(1))
+@pytest.mark.parametrize("seconds", [100, 900])
+def test_the_alarm_of_a_task_is_kept(bounds, seconds):
+    def ring(*_: object) -> None:
+        """Never called."""
+
+    former = signal.signal(signal.SIGALRM, ring)
     try:
         signal.alarm(500)
-        with bounds.deadline(100):
-            pass
-        assert 0 < signal.alarm(0) <= 500
+        with bounds.deadline(seconds):
+            assert (signal.getsignal(signal.SIGALRM) is ring) == (seconds > 500)
+            assert signal.getitimer(signal.ITIMER_REAL)[0] <= min(seconds, 500)
+        assert signal.getsignal(signal.SIGALRM) is ring
+        assert 400 < signal.getitimer(signal.ITIMER_REAL)[0] <= 500
     finally:
+        signal.alarm(0)
         signal.signal(signal.SIGALRM, former)
+
+
+def test_work_that_catches_everything_ends_too(bounds):
+    began = time.monotonic()
+    with pytest.raises(bounds.TooLate):
+        with bounds.deadline(0.2):
+            while True:
+                try:
+                    time.sleep(600)
+                except Exception:
+                    pass
+    assert time.monotonic() - began < 30
 
 
 def test_a_file_ends_at_its_size(bounds, tmp_path):

@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import fcntl
 import os
 
 from ansible_collections.norvale.quendil.plugins.plugin_utils.archive import (
@@ -25,6 +26,7 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     host_name,
     private,
     request_directory,
+    sync_directory,
 )
 
 ATTEMPTS = 2
@@ -72,10 +74,18 @@ class ActionModule(HostAction):
     def _fetch_verified(self, path, target, size, checksum):
         """Fetches into a file of another name, which gets its own name once everything is right."""
         part = os.path.join(os.path.dirname(target), ".part")
+        with open(part, "ab", opener=private) as file:
+            try:
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except BlockingIOError:
+                raise Failed("another play is fetching from this host for the same request") from None
+            self._fetch_into(file, path, target, size, checksum)
+
+    def _fetch_into(self, file, path, target, size, checksum):
+        part = file.name
         try:
             for attempt in range(ATTEMPTS):
-                with open(part, "wb", opener=private):
-                    pass
+                file.truncate(0)
                 try:
                     self._fetch(path, part, size)
                     self._check(part, os.path.basename(target), size, checksum)
@@ -85,10 +95,10 @@ class ActionModule(HostAction):
                 except Failed:
                     if attempt == ATTEMPTS - 1:
                         raise
-            with open(part, "rb") as file:
-                os.fsync(file.fileno())
+            os.fsync(file.fileno())
             os.chmod(part, 0o400)
             os.replace(part, target)
+            sync_directory(os.path.dirname(target))
         finally:
             if os.path.lexists(part):
                 os.unlink(part)

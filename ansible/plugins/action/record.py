@@ -12,6 +12,7 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     append,
     last_of,
+    now,
     request_directory,
 )
 
@@ -30,6 +31,8 @@ class ActionModule(ActionBase):
             directory = request_directory(args)
             if args.get("state") == "verified":
                 record = verified(directory, task_vars["inventory_hostname"])
+                if record:
+                    append(directory, dict(record, time=now()))
                 return dict(result, verified=record is not None)
             record = self._record(directory, args, task_vars["inventory_hostname"])
             append(directory, record)
@@ -38,18 +41,17 @@ class ActionModule(ActionBase):
         return dict(result, record=record, changed=True)
 
     def _record(self, directory, args, host):
-        end, fetch, remove = (args.get(key) or {} for key in ("end", "fetch", "remove"))
+        start, end, fetch, remove = (args.get(key) or {} for key in ("start", "end", "fetch", "remove"))
         archive = fetch.get("archive")
         causes = [args.get("cause"), end.get("cause") if archive else None]
-        if end.get("kept"):
-            causes.append(f"what was collected is kept on the host: {end['kept']}")
-        elif end.get("path") and not archive:
-            causes.append(f"the archive is kept on the host: {end['path']}")
-        if remove.get("failed") or remove.get("msg"):
+        for step, what in ((start, "what an earlier run has collected"), (remove, "what was collected")):
+            if step.get("kept"):
+                causes.append(f"{what} is kept on the host: {step['kept']}")
+        if not (args.get("cause") and str(args["cause"]) in str(remove.get("msg"))):
             causes.append(remove.get("msg"))
         record = {
             "host": host, "status": "ok" if archive else "failed",
-            "cause": printable("; ".join(str(cause) for cause in causes if cause), 2000),
+            "cause": printable("; ".join(str(cause) for cause in causes if cause), 2000), "time": now(),
         }
         for key in NUMBERS:
             record[key] = int(end[key]) if end.get(key) not in (None, "") else None

@@ -20,10 +20,12 @@ class ActionModule(HostAction):
     """See the documentation of the module of this name."""
 
     def work(self, args, task_vars):
-        settings = dict(request_settings(args), patterns="",
+        settings = dict(request_settings(args), verified=str(args.get("verified") or ""),
                         keep="yes" if truth(args.get("keep", False)) else "no",
                         uninstall="yes" if truth(args.get("uninstall", True)) else "no")
         answer = self.persistently(self.step, "remove", settings, more=REMOVE_SECONDS)
-        if answer.get("state") != "removed":
-            raise Failed(f"not removed from the host: {answer.get('cause', 'the host has given no cause')}")
-        return {"changed": True}
+        if answer.get("state") == "removed":
+            return {"changed": True}
+        if "kept" in answer and "cause" not in answer:
+            return {"changed": True, "kept": answer["kept"]}
+        raise Failed(f"not removed from the host: {answer.get('cause', 'the host has given no cause')}")

@@ -77,7 +77,7 @@ class ActionModule(HostAction):
             answer = self.persistently(self.step, "start", settings, arguments, more=START_SECONDS)
         finally:
             if directory:
-                self.shell(f"rm -rf {shlex.quote(directory)}")
+                self.shell(f"rm -rf {shlex.quote(directory)}")  # if root has not got so far
         if "state" not in answer:
             raise Failed(answer.get("cause", "the host has given no cause"))
         return dict(answer, changed=answer["state"] == "started")

@@ -13,6 +13,8 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     RESULTS,
     last_of,
+    locked,
+    now,
     request_directory,
     rewrite,
 )
@@ -34,8 +36,9 @@ class ActionModule(ActionBase):
             return dict(result, skipped=True, msg="nothing is collected in check mode")
         try:
             directory = request_directory(args)
-            records = completed(last_of(directory), words(args["hosts"]))
-            rewrite(directory, records)
+            with locked(directory):
+                records = completed(last_of(directory), words(args["hosts"]), str(args.get("since") or ""))
+                rewrite(directory, records)
         except (Failed, OSError) as error:
             return dict(result, failed=True, msg=str(error))
         causes = {host: printable(records[host]["cause"]) for host in args["hosts"] if records[host]["status"] != "ok"}
@@ -46,11 +49,13 @@ class ActionModule(ActionBase):
         return result
 
 
-def completed(records, hosts):
-    """The results of all hosts: one that has none fell out of the play."""
+def completed(records, hosts, since):
+    """The results of all hosts. One that has none since this play began fell out of the play."""
     for host in hosts:
+        if records.get(host, {}).get("time", "") < since:
+            records.pop(host, None)
         records.setdefault(host, {
-            "host": host, "status": "failed", "cause": "the play ended early for this host",
+            "host": host, "status": "failed", "cause": "the play ended early for this host", "time": now(),
             "exit": None, "bytes": None, "seconds": None, "sha256": None, "archive": None})
     return records
 
@@ -77,7 +82,7 @@ def overview(directory):
     report = shutil.which("quendil-report") or (REPORT if os.access(REPORT, os.X_OK) else None)
     if report is None:
         return {"overview_note": "quendil-report is not installed on the controller"}
-    page, new = os.path.join(directory, "index.html"), os.path.join(directory, ".index.html")
+    page, new = os.path.join(directory, "index.html"), os.path.join(directory, f".index.{os.getpid()}.html")
     if os.path.lexists(new):
         os.unlink(new)
     try:

@@ -21,6 +21,9 @@ options:
   cause:
     description: Why the host has failed; empty if it has not.
     type: str
+  start:
+    description: The result of M(norvale.quendil.start).
+    type: dict
   end:
     description: The result of M(norvale.quendil.wait).
     type: dict

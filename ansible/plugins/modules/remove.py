@@ -13,8 +13,11 @@ version_added: "1.2.0"
 description:
   - Removes the files of a request from a host. A run that has not ended is left alone, as it ends by itself.
 options:
+  verified:
+    description: The checksum of the archive that was fetched. Without it, what was collected stays.
+    type: str
   keep:
-    description: Whether the archive is moved to C(/var/opt/norvale/quendil/data) instead.
+    description: Whether the archive is copied to C(/var/opt/norvale/quendil/data) before.
     type: bool
     default: false
   uninstall:
@@ -50,4 +53,8 @@ EXAMPLES = r"""
 """
 
 RETURN = r"""
+kept:
+  description: What stays on the host, because it was not fetched.
+  type: str
+  returned: if there is something
 """

@@ -18,6 +18,10 @@ options:
     type: list
     elements: str
     required: true
+  since:
+    description: The time when the play began, in UTC. Older results of the request do not count.
+    type: str
+    default: ""
   overview:
     description: Whether the overview is made.
     type: bool

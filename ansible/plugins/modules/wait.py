@@ -75,8 +75,4 @@ cause:
   description: What was not as usual, in a run that has an archive.
   type: str
   returned: success
-kept:
-  description: A directory on the host with something collected that could not be handed over.
-  type: str
-  returned: on failure, if there is one
 """

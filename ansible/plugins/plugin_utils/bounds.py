@@ -8,6 +8,7 @@ import os
 import resource
 import signal
 import subprocess
+import time
 from contextlib import contextmanager
 
 #: The address space that an answer may take in the worker, beyond what it has: an answer has some
@@ -15,8 +16,12 @@ from contextlib import contextmanager
 ANSWER_BYTES = 64 << 20
 
 
-class TooLate(Exception):
-    """The time for a piece of work is over."""
+#: The alarm rings again so often, in seconds: what it interrupts may go on with something else.
+AGAIN = 5
+
+
+class TooLate(BaseException):
+    """The time for a piece of work is over. No Exception, because Ansible's ssh tries again after each of those."""
 
 
 @contextmanager
@@ -30,18 +35,19 @@ def deadline(seconds):
         raise TooLate()
 
     before = set(children())
-    former = signal.signal(signal.SIGALRM, ring)
-    former_alarm = signal.alarm(max(1, int(seconds)))
-    if 0 < former_alarm < seconds:
-        signal.signal(signal.SIGALRM, former)
-        signal.alarm(former_alarm)
+    began = time.monotonic()
+    task_left = signal.getitimer(signal.ITIMER_REAL)[0]
+    ours = not 0 < task_left < seconds
+    if ours:
+        former = signal.signal(signal.SIGALRM, ring)
+        signal.setitimer(signal.ITIMER_REAL, max(seconds, 0.1), AGAIN)
     try:
         yield
     finally:
-        signal.alarm(0)
-        signal.signal(signal.SIGALRM, former)
-        if former_alarm:
-            signal.alarm(former_alarm)
+        if ours:
+            left = max(task_left - (time.monotonic() - began), 0.1) if task_left else 0
+            signal.setitimer(signal.ITIMER_REAL, left)
+            signal.signal(signal.SIGALRM, former)
         end(set(children()) - before)
 
 

@@ -99,6 +99,8 @@ class HostAction(ActionBase):
             return dict(result, skipped=True, msg="nothing is collected in check mode")
         try:
             result.update(self.work(self._task.args, task_vars or {}))
+        except OSError as error:
+            result.update(failed=True, msg=printable(f"on the controller: {error}"), lost=False)
         except Failed as failure:
             result.update(failure.values, failed=True, msg=str(failure), lost=isinstance(failure, Lost))
         return result
@@ -109,6 +111,9 @@ class HostAction(ActionBase):
 
     def call(self, function, *args, **kwargs):
         """Calls a function of the connection; its errors become causes."""
+        if self._connection.transport == "ssh":
+            # `persistently` makes a lost connection again; and these are times that the host has.
+            self._connection.set_option("reconnection_retries", 0)
         try:
             return function(*args, **kwargs)
         except AnsibleConnectionFailure as error:

@@ -8,6 +8,8 @@ import fcntl
 import json
 import os
 import re
+import time
+from contextlib import contextmanager
 
 from .host import REQUEST, Failed, printable
 
@@ -33,12 +35,35 @@ def host_name(host):
     return "%2E" + name[1:] if name.startswith(".") else name
 
 
-def append(directory, record):
-    """Adds the result of a host, as one line. Several tasks of Ansible may do so at once."""
-    line = json.dumps(record) + "\n"
-    with open(os.path.join(directory, RESULTS), "a", encoding="ascii", opener=private) as file:
+@contextmanager
+def locked(directory):
+    """Lets one task of Ansible at a time change the results."""
+    with open(os.path.join(directory, ".lock"), "a", encoding="ascii", opener=private) as file:
         fcntl.flock(file, fcntl.LOCK_EX)
-        file.write(line)
+        yield
+
+
+def append(directory, record):
+    """Adds the result of a host, as a line of its own, whatever a full disk has left of the line before."""
+    with locked(directory), open(os.path.join(directory, RESULTS), "a+b", opener=private) as file:
+        size = file.seek(0, os.SEEK_END)
+        file.seek(max(size - 1, 0))
+        begin = b"" if file.read(1) in (b"", b"\n") else b"\n"
+        file.write(begin + json.dumps(record).encode() + b"\n")
+
+
+def sync_directory(directory):
+    """Makes sure that the names in a directory survive a crash."""
+    descriptor = os.open(directory, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        os.fsync(descriptor)
+    finally:
+        os.close(descriptor)
+
+
+def now():
+    """The time of a result, to a second, in UTC."""
+    return time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
 
 
 def private(path, flags):
@@ -72,7 +97,10 @@ def parsed_line(line):
 
 
 def rewrite(directory, records):
-    """Replaces the results by one line for each host, in the order of their names; complete or not at all."""
+    """Replaces the results by one line for each host, in the order of their names; complete or not at all.
+
+    The caller has the lock.
+    """
     new = os.path.join(directory, "." + RESULTS)
     with open(new, "w", encoding="ascii", opener=private) as file:
         for host in sorted(records):

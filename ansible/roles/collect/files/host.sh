@@ -17,7 +17,8 @@
 #                its checksum
 #   uninstall    yes or no: remove that package after the run
 #   patience     how long `wait` waits for the end of the run, in seconds
-#   keep         yes or no: `remove` moves the archive to quendil's own directory
+#   keep         yes or no: `remove` copies the archive to quendil's own directory
+#   verified     for `remove`: the checksum of the archive that the controller has; empty if it has none
 #   arguments    in $1 and so on: the options of quendil that select what is collected
 #
 # It answers with lines "quendil KEY VALUE", of printable ASCII. The last line is "quendil end".
@@ -34,7 +35,7 @@ program=/opt/norvale/quendil/bin/quendil
 check=/opt/norvale/quendil/bin/quendil-check
 settings=/etc/opt/norvale/quendil
 variable=/var/opt/norvale/quendil
-run=$work/$request
+settled=no # whether $work is known to be root's own
 trees="/opt/norvale/quendil $variable $settings"
 
 # ---- Answers -----------------------------------------------------------------------------------------
@@ -49,23 +50,33 @@ finish() {
     exit 0
 }
 
+# For `wait` of a controller that did not get this answer, it is the result too.
 refuse() {
-    restore
+    if [ "$settled" = yes ]; then
+        restore
+        [ ! -f "$run/result" ] || { say cause "$1" && echo "quendil end"; } 1<>"$run/result"
+    fi
     say cause "$1"
     finish
 }
 
 # ---- The job of a request ----------------------------------------------------------------------------
 
-# Prints when a process began, in ticks since the boot: with the process ID, it names a process for good.
+# Prints when a process began, in ticks since the boot: with the process ID, it names a process for good. Nothing
+# for one that has ended.
 beginning_of() {
-    sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | cut -d ' ' -f 20
+    sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | grep -v '^[ZX]' | cut -d ' ' -f 20
+}
+
+# note_job PID: this process is the job. The file has room for that from the beginning.
+note_job() {
+    printf '%-30s' "$1 $(beginning_of "$1")" 1<>"$run/job"
 }
 
 is_running() {
     pid=
     [ ! -f "$run/job" ] || read -r pid began <"$run/job" || true
-    [ -n "$pid" ] && [ "$(beginning_of "$pid")" = "$began" ]
+    [ -n "$pid" ] && [ -n "$began" ] && [ "$(beginning_of "$pid")" = "$began" ]
 }
 
 is_complete() {
@@ -78,7 +89,7 @@ has_archive() {
 
 # ---- start -------------------------------------------------------------------------------------------
 
-# Nobody but root may be able to replace what root is about to write, at any level.
+# Nobody but root may be able to replace what root writes and reads, at any level.
 is_safe() {
     directory=$1
     while :; do
@@ -95,18 +106,23 @@ is_safe() {
     done
 }
 
-make_directories() {
-    (umask 022 && mkdir -p "$work") 2>/dev/null || refuse "no directory $work can be made: $(why_not "$work")"
+# Comes first in every step: nothing below $work is looked at before.
+settle() {
+    [ "$(id -u)" -eq 0 ] || refuse "not root: this user needs become"
     work=$(readlink -f "$work")
-    run=$work/$request
     is_safe "$work" || refuse "$work is not root's own: other users can replace it or write to it"
-    chmod 0711 "$work"
+    run=$work/$request
+    settled=yes
+}
+
+make_directories() {
     mkdir "$run" "$run/data" "$run/out" 2>/dev/null || refuse "no directory $run can be made: $(why_not "$run")"
     chmod 0711 "$run"
     printf '%s' "$asked" >"$run/asked" 2>/dev/null || refuse "no space left in $work"
     # The files have their blocks before the disk is full.
-    { printf '%4096s' '' >"$run/result" && printf '%64s' '' >"$run/job"; } 2>/dev/null ||
+    { printf '%4096s' '' >"$run/result" && printf '%30s' '' >"$run/job"; } 2>/dev/null ||
         refuse "no space left in $work"
+    note_job $$ # a second start, after a lost connection, leaves this one alone
 }
 
 why_not() {
@@ -114,6 +130,7 @@ why_not() {
 }
 
 place_patterns() {
+    printf '%s\n' "$patterns" >"$run/patterns" 2>/dev/null || refuse "no space left in $work"
     number=0
     for name in $patterns; do
         number=$((number + 1))
@@ -134,8 +151,9 @@ install_package() {
     { mkdir "$run/package" && timeout 300 head -c "$package_bytes" "$package" >"$copy"; } 2>/dev/null ||
         refuse "no space for the package"
     [ "$(sha256sum <"$copy" | cut -d ' ' -f 1)" = "$package_sha256" ] || refuse "the package was changed on its way"
-    installed=$copy
-    printf 'installed=%s\nhad="%s"\n' "'$installed'" "$had" >"$run/package/record"
+    rm -f "$package"
+    rmdir "${package%/*}" 2>/dev/null
+    printf '%s\n' "$copy" "$had" >"$run/package/record" 2>/dev/null || refuse "no space for the package"
     case $copy in
         *.deb) said=$(DEBIAN_FRONTEND=noninteractive dpkg -i "$copy" 2>&1 </dev/null) ;;
         *.rpm) said=$(rpm -U "$copy" 2>&1 </dev/null) ;;
@@ -150,12 +168,13 @@ unpack_package() {
 
 # Takes back what this request has changed outside of its own directory: pattern files and the package.
 restore() {
-    for name in $patterns; do
-        rm -f "$settings/pattern/$name.$request"
-    done
+    if [ -f "$run/patterns" ]; then
+        while read -r name; do
+            [ -z "$name" ] || rm -f "$settings/pattern/$name.$request"
+        done <"$run/patterns"
+    fi
     [ "$uninstall" = yes ] && [ -f "$run/package/record" ] || return 0
-    # shellcheck source=/dev/null
-    . "$run/package/record"
+    { read -r installed && read -r had; } <"$run/package/record"
     case $installed in
         *.deb) dpkg --purge quendil ;;
         *.rpm) rpm -e quendil ;;
@@ -173,7 +192,8 @@ restore() {
 # What an earlier job has collected and could not hand over is never removed here.
 put_aside() {
     if [ -n "$(ls -A "$run/data" 2>/dev/null)" ]; then
-        mv "$run" "$run.kept-$(date +%s)-$$"
+        aside=$run.kept-$(date +%s)-$$
+        mv "$run" "$aside" && say kept "$aside"
     else
         rm -rf "$run"
     fi
@@ -210,14 +230,18 @@ check_space() {
 
 start() {
     asked="$* $patterns $recipients"
-    [ "$(id -u)" -eq 0 ] || refuse "not root: this user needs become"
+    if [ "$(id -u)" -eq 0 ]; then
+        (umask 022 && mkdir -p "$work") 2>/dev/null || refuse "no directory $work can be made: $(why_not "$work")"
+    fi
+    settle
+    chmod 0711 "$work"
     if [ -d "$run" ] && ! [ -L "$run" ]; then
         # A play of this request was cut off. Its job goes on, or has left its archive.
         if is_running || has_archive; then
-            [ "$(cat "$run/asked")" = "$asked" ] || {
-                say cause "this request was used before to collect something else, which is still on the host"
+            if [ "$(cat "$run/asked")" != "$asked" ]; then
+                say cause "an earlier run of this request, with other options, is still on the host: $run"
                 finish
-            }
+            fi
             say state resumed
             finish
         fi
@@ -228,10 +252,10 @@ start() {
     find_program
     place_patterns
     check_space "$@"
-    export script work request user limit recipients patterns uninstall
+    export script work request user limit recipients uninstall
     # shellcheck disable=SC2016  # the new shell expands it
     step=job setsid sh -c 'eval "$script"' quendil-collect "$@" </dev/null >/dev/null 2>&1 &
-    printf '%s %s ' "$!" "$(beginning_of "$!")" 1<>"$run/job"
+    note_job "$!"
     say state started
     finish
 }
@@ -268,7 +292,7 @@ pack() {
     take / || return 1
     directory=$archive
     archive=$directory.tar.gz
-    said=$(tar -C "$run/data" -chzf "$archive" "${directory##*/}" 2>&1 </dev/null)
+    said=$(timeout 700 tar -C "$run/data" -chzf "$archive" "${directory##*/}" 2>&1 </dev/null)
     if [ $? -le 1 ] && [ -s "$archive" ]; then # 1: a file changed while it was read
         return 0
     fi
@@ -292,7 +316,7 @@ encrypt() {
         set -- "$@" -r "$recipient"
     done
     unset IFS
-    said=$(age "$@" -o "$archive.age" "$archive" 2>&1) ||
+    said=$(timeout 700 age "$@" -o "$archive.age" "$archive" 2>&1) ||
         { rm -f "$archive.age"; cause="age failed: $said"; return 1; }
     rm -f "$archive"
     archive=$archive.age
@@ -323,13 +347,13 @@ outcome() {
     [ -z "$archive" ] || [ -z "$recipients" ] || encrypt || archive=
     [ -z "$archive" ] || describe
     say exit "$status"
-    seconds=$(($(date +%s) - began))
-    [ "$seconds" -ge 0 ] || seconds=0 # the clock was set
-    say seconds "$seconds"
+    say seconds "$(($(uptime_seconds) - start_seconds))"
     say cause "$cause"
-    if [ -z "$archive" ] && [ -n "$(ls -A "$run/data")" ]; then
-        say kept "$run/data"
-    fi
+}
+
+# The clock may be set during the run.
+uptime_seconds() {
+    cut -d . -f 1 /proc/uptime
 }
 
 describe() {
@@ -346,7 +370,8 @@ describe() {
 }
 
 job() {
-    began=$(date +%s)
+    settle
+    start_seconds=$(uptime_seconds)
     : >"$run/begin"
     status=0
     quiet=
@@ -362,11 +387,11 @@ job() {
 # ---- wait --------------------------------------------------------------------------------------------
 
 wait_for_end() {
+    settle
     waited=0
     while ! is_complete; do
         if ! is_running && ! is_complete; then
             say state lost
-            [ -z "$(ls -A "$run/data" 2>/dev/null)" ] || say kept "$run/data"
             finish
         fi
         if [ "$waited" -ge "$patience" ]; then
@@ -383,23 +408,41 @@ wait_for_end() {
 
 # ---- remove ------------------------------------------------------------------------------------------
 
+# Copies the archive for root: the user who has fetched it may hold the file open, and it is his until now.
+keep_archive() {
+    chown 0:0 "$run/out"
+    archive=$(sed -n 's/^quendil path //p' "$run/result")
+    copy=$variable/data/${archive##*/}
+    (umask 022 && mkdir -p "${variable%/*}")
+    mkdir -p "$variable/data"
+    [ -f "$archive" ] && [ ! -L "$archive" ] && (set -C && cat "$archive" >"$copy") 2>/dev/null || return 1
+    if [ "$(sha256sum <"$copy" | cut -d ' ' -f 1)" != "$verified" ]; then
+        rm -f "$copy"
+        return 1
+    fi
+}
+
+# What was collected is removed only if the controller has it, or if there is nothing.
 remove() {
+    [ -d "$work" ] || { say state removed; finish; }
+    settle
     if is_running; then
         say cause "the run has not ended; it ends by itself, and $run remains"
         finish
     fi
     restore
-    if [ "$keep" = yes ] && [ -d "$run/out" ]; then
-        chown 0:0 "$run/out" # its user can change nothing in it from now on
-        for archive in "$run/out/"*; do
-            if [ -L "$archive" ] || [ ! -f "$archive" ]; then
-                continue
-            fi
-            if ! { chown 0:0 "$archive" && chmod 0600 "$archive" && mv "$archive" "$variable/data/"; }; then
-                say cause "$archive could not be moved to $variable/data"
-                finish
-            fi
-        done
+    if has_archive; then
+        if [ "$(sed -n 's/^quendil sha256 //p' "$run/result")" != "$verified" ]; then
+            say kept "$(sed -n 's/^quendil path //p' "$run/result")"
+            finish
+        elif [ "$keep" = yes ] && ! keep_archive; then
+            say cause "the archive could not be copied to $variable/data"
+            say kept "$archive"
+            finish
+        fi
+    elif [ -n "$(ls -A "$run/data" 2>/dev/null)" ]; then
+        say kept "$run/data"
+        finish
     fi
     rm -rf "$run" || { say cause "$run could not be removed"; finish; }
     # On a host without quendil, the directory above it was made too.
