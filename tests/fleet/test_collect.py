@@ -9,6 +9,7 @@ import signal
 import subprocess
 import tarfile
 import time
+from contextlib import suppress
 from pathlib import Path
 
 import pytest
@@ -17,6 +18,7 @@ from support.behave import become, exit, forever, once, ready, wait_for
 from support.fleet import KNOWN_HOSTS, ROOT, Fleet
 from support.fleet_host import FleetHost
 from support.fleet_play import QUICK_PATTERN, STAYS, Played, Plays, quick
+from support.sandbox import SandboxError
 
 WORK = "/var/opt/norvale/quendil-collect"
 DATA = "/var/opt/norvale/quendil/data"
@@ -51,7 +53,10 @@ def assert_failed(played: Played, host: str, *words: str) -> None:
         assert word in record["cause"], record["cause"]
     assert played.status == 2, str(played)
     assert f"fatal: [{host}]: FAILED! =>" in played.done.stdout.rpartition("Fail for a host")[2]
-    assert not list((played.directory / host).glob("*")), "something of the host is left here"
+
+
+def assert_nothing_fetched(played: Played, host: str) -> None:
+    assert not list((played.directory / host).glob("*"))
 
 
 def assert_nothing_left(before: dict[FleetHost, object]) -> None:
@@ -269,6 +274,7 @@ def test_what_a_host_says_of_its_archive_is_checked(
     rewriting(host, key, value)
     played = plays.run()
     assert_failed(played, "liar", cause)
+    assert_nothing_fetched(played, "liar")
     written = {str(path.relative_to(fleet.directory)) for path in fleet.directory.rglob("*")}
     assert {path for path in written if not path.startswith("keys")} <= {
         "inventory.yml", "collected", "collected/test-1", "collected/test-1/results.jsonl",
@@ -284,14 +290,34 @@ def test_a_file_without_end_and_a_slow_one_are_given_up(fleet: Fleet, plays: Pla
     assert_failed(played, "slow", "the host has not answered in time", "is kept on the host")
 
 
-def test_an_archive_without_an_index_is_refused(fleet: Fleet, plays: Plays):
+def stub(fleet: Fleet, commands: str) -> FleetHost:
+    """A host on which these shell commands, in the directory for the output, take the place of quendil."""
     host = fleet.host("stub")
-    program = "/opt/norvale/quendil/bin/quendil"
-    host.file(program, """#!/bin/sh
-cd "$2" && mkdir stub && echo text >stub/file && tar czf stub_261124000000.tar.gz stub && rm -r stub
-""", 0o755)
+    host.file("/opt/norvale/quendil/bin/quendil", f'#!/bin/sh\ncd "$2" && {commands}\n', 0o755)
+    return host
+
+
+def test_an_archive_without_an_index_is_refused(fleet: Fleet, plays: Plays):
+    stub(fleet, "mkdir stub && echo text >stub/file && tar czf stub_261124000000.tar.gz stub && rm -r stub")
     played = plays.run()
     assert_failed(played, "stub", "the archive is damaged: it has no index", "is kept on the host")
+    assert_nothing_fetched(played, "stub")
+
+
+@pytest.mark.parametrize("commands, cause", [
+    ("true", 'no single result that ends with ".tar.gz"'),
+    ("echo >a_261124000000.tar.gz; echo >b_261124000000.tar.gz", "no single result"),
+    ("ln -s /etc/shadow a_261124000000.tar.gz", "no single result"),
+    ("echo >a.tar; exit 10", "named its archive strangely"),
+    ("exit 20", 'no single result that ends with "/"'),
+    ("exit 255", "the run has left no log"),
+    ("exit 3", "quendil ended with status 3"),
+    ("kill -s KILL $$", "quendil was killed after 0 s"),
+])
+def test_a_run_that_ends_strangely_is_reported(fleet: Fleet, plays: Plays, commands: str, cause: str):
+    host = stub(fleet, commands)
+    assert_failed(plays.run(), "stub", cause)
+    assert not host.exists(WORK) or host.list(f"{WORK}/test-1/data") or host.list(f"{WORK}/test-1/out")
 
 
 def test_an_archive_is_encrypted_for_its_recipients(fleet: Fleet, plays: Plays):
@@ -502,8 +528,9 @@ def test_a_pattern_file_goes_when_the_run_was_killed(fleet: Fleet, plays: Plays)
     play = plays.start("-e", f"collect_patterns={own}")
     host.wait_for("/run/fleet/started")
     for entry in host.processes():
-        if "quendil-collect" in entry.command or "bin/quendil " in entry.command or "behave" in entry.command:
-            host.sandbox.kill(entry.pid, signal.SIGKILL)
+        if "quendil-collect" in entry.command or "bin/quendil " in entry.command:
+            with suppress(SandboxError):  # it has ended with another one
+                host.sandbox.kill(entry.pid, signal.SIGKILL)
     played = plays.finish(play)
     assert_failed(played, "one", "the run was killed", f"what was collected is kept on the host: {WORK}/test-1/data")
     assert [path for path in host.leftovers(before, STAYS) if not path.startswith(WORK)] == []
@@ -522,15 +549,21 @@ def test_nothing_below_a_work_directory_of_others_is_read(fleet: Fleet, plays: P
 
 
 def test_a_kept_archive_replaces_no_other_one(fleet: Fleet, plays: Plays):
-    host = quick(fleet.host("one"))
-    host.answer_through("sed s/x/x/")
+    host = stub(fleet, "mkdir stub && echo text >stub/quendil_index && tar czf stub_261124000000.tar.gz stub && rm -r stub")
+    host.file(f"{DATA}/stub_261124000000.tar.gz", "other")
     played = plays.run("-e", "collect_keep=true")
-    name = played.archive("one").name
-    host.file(f"{DATA}/{name}", "other")
-    assert host.read(f"{DATA}/{name}") == "other"
-    second = plays.run("-e", "collect_keep=false", "-e", "collect_overview=false")
-    assert_collected(second, "one")
-    assert [path for path in host.list(DATA) if path != name] == [], "false is a text here, and no archive is kept"
+    assert played.statuses() == {"stub": "ok"}
+    assert f"the archive could not be copied to {DATA}" in played.results["stub"]["cause"]
+    assert host.read(f"{DATA}/stub_261124000000.tar.gz") == "other"
+
+
+def test_settings_may_be_texts(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("one"))
+    played = plays.run("-e", "collect_keep=false", "-e", "collect_overview=false", "-e", "collect_groups=linux,other",
+                       "-e", "collect_become=false")
+    assert_collected(played, "one")
+    assert host.list(DATA) == []
+    assert not (played.directory / "index.html").exists()
 
 
 def test_a_result_of_an_earlier_play_is_not_that_of_this_one(fleet: Fleet, plays: Plays):
@@ -540,7 +573,7 @@ def test_a_result_of_an_earlier_play_is_not_that_of_this_one(fleet: Fleet, plays
     time.sleep(1.1)  # the time of a result has whole seconds
     played = plays.run(host_variables={"two": {"collect_time_limit": "15m"}})
     assert played.statuses() == {"one": "ok", "two": "failed"}, str(played)
-    assert played.status == 2
+    assert_failed(played, "two", "argument 'collect_time_limit' is of type")
 
 
 def test_texts_of_a_host_are_no_templates(fleet: Fleet, plays: Plays):

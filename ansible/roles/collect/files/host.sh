@@ -330,6 +330,7 @@ hand_over() {
 outcome() {
     cause=
     archive=
+    seconds=$(($(uptime_seconds) - start_seconds))
     case $status in
         0) take .tar.gz ;;
         10)
@@ -340,6 +341,7 @@ outcome() {
             ;;
         124 | 137)
             cause="the run was stopped: it took more than $limit s"
+            [ "$seconds" -ge "$limit" ] || cause="quendil was killed after $seconds s"
             ;;
         255) cause=$(last_lines) ;;
         *) cause="quendil ended with status $status" ;;
@@ -347,7 +349,7 @@ outcome() {
     [ -z "$archive" ] || [ -z "$recipients" ] || encrypt || archive=
     [ -z "$archive" ] || describe
     say exit "$status"
-    say seconds "$(($(uptime_seconds) - start_seconds))"
+    say seconds "$seconds"
     say cause "$cause"
 }
 
