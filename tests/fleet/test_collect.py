@@ -591,3 +591,21 @@ def test_other_shells_do(fleet: Fleet, plays: Plays, shell: str):
     before = host.snapshot()
     assert_collected(plays.run(), "one")
     assert host.leftovers(before, STAYS) == []
+
+
+def test_nothing_is_started_if_no_results_can_be_written(fleet: Fleet, plays: Plays):
+    host = quick(fleet.host("one"))
+    before = host.snapshot()
+    done = fleet.run(["ansible-playbook", "-i", fleet.inventory(), "norvale.quendil.collect",
+                      "-e", "collect_destination=/proc/collected"])
+    assert done.status == 2
+    assert "on the controller: [Errno 2] No such file or directory: '/proc/collected'" in done.stdout
+    assert host.leftovers(before) == []
+
+
+def test_results_are_in_the_current_directory(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one"))
+    done = fleet.run(["ansible-playbook", "-i", fleet.inventory(), "norvale.quendil.collect",
+                      "-e", "collect_request=r"], env={"PWD": "/elsewhere"})
+    assert done.status == 0, str(done)
+    assert (fleet.directory / "collected/r/results.jsonl").is_file()

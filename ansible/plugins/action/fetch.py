@@ -23,6 +23,7 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.host import (
     truth,
 )
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
+    check_space,
     host_name,
     private,
     request_directory,
@@ -32,8 +33,6 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
 ATTEMPTS = 2
 #: A host that sends less than this in a second, on average, is given up.
 BYTES_A_SECOND = 64 << 10
-#: What stays free on the controller.
-RESERVE_BYTES = 64 << 20
 #: How much larger than its archive the unpacked content may be: gzip's own limit is 1,032.
 LARGEST_RATIO = 1100
 
@@ -56,7 +55,7 @@ class ActionModule(HostAction):
         if not 0 < size <= limit:
             raise Failed(f"the archive has {size} bytes; archive_limit is {limit >> 20} MiB")
         directory = self._directory(args, task_vars)
-        self._check_space(directory, size)
+        check_space(directory, size)
         target = os.path.join(directory, name)
         self._fetch_verified(path, target, size, checksum)
         return {"archive": target, "changed": True}
@@ -65,11 +64,6 @@ class ActionModule(HostAction):
         directory = os.path.join(request_directory(args), host_name(task_vars["inventory_hostname"]))
         os.makedirs(directory, mode=0o700, exist_ok=True)
         return directory
-
-    def _check_space(self, directory, size):
-        free = os.statvfs(directory)
-        if free.f_bavail * free.f_frsize < size + RESERVE_BYTES:
-            raise Failed(f"disk full: the controller has no room for {size} bytes in {directory}")
 
     def _fetch_verified(self, path, target, size, checksum):
         """Fetches into a file of another name, which gets its own name once everything is right."""

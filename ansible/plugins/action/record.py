@@ -8,10 +8,12 @@ import os
 
 from ansible.plugins.action import ActionBase
 from ansible_collections.norvale.quendil.plugins.plugin_utils.archive import sha256_of
-from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable, truth
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     append,
+    check_space,
     last_of,
+    locked,
     now,
     request_directory,
 )
@@ -29,16 +31,24 @@ class ActionModule(ActionBase):
             return dict(result, skipped=True, msg="nothing is collected in check mode")
         try:
             directory = request_directory(args)
-            if args.get("state") == "verified":
-                record = verified(directory, task_vars["inventory_hostname"])
-                if record:
-                    append(directory, dict(record, time=now()))
+            if args.get("state") == "begun":
+                record = self._begun(directory, task_vars["inventory_hostname"])
                 return dict(result, verified=record is not None)
             record = self._record(directory, args, task_vars["inventory_hostname"])
             append(directory, record)
         except (Failed, OSError) as error:
-            return dict(result, failed=True, msg=str(error))
+            return dict(result, failed=True, msg=f"on the controller: {error}")
         return dict(result, record=record, changed=True)
+
+    def _begun(self, directory, host):
+        """Fails if no results can be written: then nothing is to be started. Finds an earlier result on demand."""
+        check_space(directory, 0)
+        with locked(directory):
+            pass
+        record = verified(directory, host) if truth(self._task.args.get("resume", False)) else None
+        if record:
+            append(directory, dict(record, time=now()))
+        return record
 
     def _record(self, directory, args, host):
         start, end, fetch, remove = (args.get(key) or {} for key in ("start", "end", "fetch", "remove"))

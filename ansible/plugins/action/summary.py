@@ -40,7 +40,7 @@ class ActionModule(ActionBase):
                 records = completed(last_of(directory), words(args["hosts"]), str(args.get("since") or ""))
                 rewrite(directory, records)
         except (Failed, OSError) as error:
-            return dict(result, failed=True, msg=str(error))
+            return dict(result, failed=True, msg=f"on the controller: {error}")
         causes = {host: printable(records[host]["cause"]) for host in args["hosts"] if records[host]["status"] != "ok"}
         result.update(changed=True, causes=causes, results=os.path.join(directory, RESULTS), overview=None)
         if truth(args.get("overview", True)):

@@ -14,10 +14,14 @@ description:
   - Adds a line to C(results.jsonl) on the controller, or looks there for a verified archive of this host.
 options:
   state:
-    description: C(done) writes a result. C(verified) looks for an earlier one.
+    description: C(begun) checks that results can be written, and looks for an earlier one. C(done) writes a result.
     type: str
-    choices: [done, verified]
+    choices: [begun, done]
     required: true
+  resume:
+    description: Whether C(begun) looks for an earlier result.
+    type: bool
+    default: false
   cause:
     description: Why the host has failed; empty if it has not.
     type: str
@@ -59,7 +63,7 @@ RETURN = r"""
 verified:
   description: Whether there is an archive of this host that is still as it was fetched.
   type: bool
-  returned: when I(state=verified)
+  returned: when I(state=begun)
 record:
   description: The line that was written.
   type: dict

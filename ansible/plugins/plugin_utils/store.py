@@ -14,6 +14,8 @@ from contextlib import contextmanager
 from .host import REQUEST, Failed, printable
 
 RESULTS = "results.jsonl"
+#: What stays free on the controller.
+RESERVE_BYTES = 64 << 20
 
 
 def request_directory(args):
@@ -25,8 +27,15 @@ def request_directory(args):
     try:
         os.makedirs(directory, mode=0o700, exist_ok=True)
     except OSError as error:
-        raise Failed(f"on the controller: {error}") from error
+        raise Failed(str(error)) from error
     return directory
+
+
+def check_space(directory, size):
+    """Fails if there is no room for a file of this size."""
+    free = os.statvfs(directory)
+    if free.f_bavail * free.f_frsize < size + RESERVE_BYTES:
+        raise Failed(f"the controller's disk is full: no room for {size} bytes and a reserve of {RESERVE_BYTES} in {directory}")
 
 
 def host_name(host):
