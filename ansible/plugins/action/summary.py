@@ -85,8 +85,9 @@ def overview(directory):
     page, new = os.path.join(directory, "index.html"), os.path.join(directory, f".index.{os.getpid()}.html")
     if os.path.lexists(new):
         os.unlink(new)
+    destination, request = os.path.split(directory)
     try:
-        done = subprocess.run([report, "--overview", "-o", new, directory], stdin=subprocess.DEVNULL,
+        done = subprocess.run([report, "--overview", "-o", new, request], cwd=destination, stdin=subprocess.DEVNULL,
                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False, timeout=OVERVIEW_SECONDS)
     except subprocess.TimeoutExpired:
         return {"overview_note": f"quendil-report took more than {OVERVIEW_SECONDS} s"}
