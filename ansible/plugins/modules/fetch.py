@@ -13,6 +13,11 @@ version_added: "1.2.0"
 description:
   - Fetches an archive as the user who logs in, and checks its size, its checksum, gzip and that it has an index.
   - The host is not trusted. It cannot write outside of its own directory, nor more than it announced.
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.work
+  - norvale.quendil.request.destination
+  - norvale.quendil.request.reconnect
 options:
   path:
     description: The archive on the host, as M(norvale.quendil.wait) returns it.
@@ -38,22 +43,6 @@ options:
     description: The longest time for fetching it, in seconds.
     type: int
     required: true
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  work_directory:
-    description: A directory of root's on the host. Everything of a request is in one directory below it.
-    type: path
-    required: true
-  destination:
-    description: The directory on the controller. Archives are in C(DESTINATION/REQUEST/HOST).
-    type: path
-    required: true
-  reconnect:
-    description: How long a lost connection is made again, in seconds.
-    type: int
-    default: 0
 author:
   - the quendil developers (@norvale)
 """

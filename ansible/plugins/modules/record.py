@@ -12,6 +12,9 @@ short_description: Write the result of a host, or find an earlier one
 version_added: "1.2.0"
 description:
   - Adds a line to C(results.jsonl) on the controller, or looks there for a verified archive of this host.
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.destination
 options:
   state:
     description: C(begun) checks that results can be written, and looks for an earlier one. C(done) writes a result.
@@ -37,14 +40,6 @@ options:
   remove:
     description: The result of M(norvale.quendil.remove).
     type: dict
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  destination:
-    description: The directory on the controller. Archives are in C(DESTINATION/REQUEST/HOST).
-    type: path
-    required: true
 author:
   - the quendil developers (@norvale)
 """

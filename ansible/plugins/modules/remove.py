@@ -12,6 +12,11 @@ short_description: Remove everything of a request from a host
 version_added: "1.2.0"
 description:
   - Removes the files of a request from a host. A run that has not ended is left alone, as it ends by itself.
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.work
+  - norvale.quendil.request.answer
+  - norvale.quendil.request.reconnect
 options:
   verified:
     description: The checksum of the archive that was fetched. Without it, what was collected stays.
@@ -24,22 +29,6 @@ options:
     description: Whether a package that was installed for this request is removed, if it is still there.
     type: bool
     default: true
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  work_directory:
-    description: A directory of root's on the host. Everything of a request is in one directory below it.
-    type: path
-    required: true
-  answer_limit:
-    description: How long the host may take for an answer, in seconds.
-    type: int
-    default: 60
-  reconnect:
-    description: How long a lost connection is made again, in seconds.
-    type: int
-    default: 0
 author:
   - the quendil developers (@norvale)
 """

@@ -14,6 +14,11 @@ description:
   - Checks that quendil is there and that there is enough free space, and starts a run in the background.
   - The run goes on when the connection is lost. It runs under C(nice), C(ionice) and C(timeout).
   - If the host already has a run of this request, or its archive, nothing is started.
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.work
+  - norvale.quendil.request.answer
+  - norvale.quendil.request.reconnect
 options:
   groups:
     description: The groups of pattern files to collect.
@@ -47,22 +52,6 @@ options:
     description: Whether the package is removed after the run.
     type: bool
     default: true
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  work_directory:
-    description: A directory of root's on the host. Everything of a request is in one directory below it.
-    type: path
-    required: true
-  answer_limit:
-    description: How long the host may take for an answer, in seconds.
-    type: int
-    default: 60
-  reconnect:
-    description: How long a lost connection is made again, in seconds.
-    type: int
-    default: 0
 author:
   - the quendil developers (@norvale)
 """

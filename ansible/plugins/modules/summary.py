@@ -12,6 +12,9 @@ short_description: Complete the results of a request
 version_added: "1.2.0"
 description:
   - Writes C(results.jsonl) anew, with one line for each host, and makes C(index.html) with C(quendil-report --overview).
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.destination
 options:
   hosts:
     description: The names of all hosts of the play.
@@ -26,14 +29,6 @@ options:
     description: Whether the overview is made.
     type: bool
     default: true
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  destination:
-    description: The directory on the controller. Archives are in C(DESTINATION/REQUEST/HOST).
-    type: path
-    required: true
 author:
   - the quendil developers (@norvale)
 """

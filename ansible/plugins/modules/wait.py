@@ -12,27 +12,16 @@ short_description: Wait for the end of a run of quendil on a host
 version_added: "1.2.0"
 description:
   - Waits until the run that M(norvale.quendil.start) started has ended. A lost connection is made again.
+extends_documentation_fragment:
+  - norvale.quendil.request
+  - norvale.quendil.request.work
+  - norvale.quendil.request.answer
+  - norvale.quendil.request.reconnect
 options:
   time_limit:
     description: How long to wait, in seconds.
     type: int
     required: true
-  request:
-    description: The name of the request, which is the same for all hosts.
-    type: str
-    required: true
-  work_directory:
-    description: A directory of root's on the host. Everything of a request is in one directory below it.
-    type: path
-    required: true
-  answer_limit:
-    description: How long the host may take for an answer, in seconds.
-    type: int
-    default: 60
-  reconnect:
-    description: How long a lost connection is made again, in seconds.
-    type: int
-    default: 0
 author:
   - the quendil developers (@norvale)
 """
