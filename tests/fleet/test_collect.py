@@ -441,7 +441,7 @@ def test_a_host_that_does_not_become_root_is_refused(fleet: Fleet, plays: Plays)
     host = quick(fleet.host("one", sudo=True))
     before = host.snapshot()
     played = plays.run("-e", "collect_become=false")
-    assert_failed(played, "one", "not root")
+    assert_failed(played, "one", "not root: this user needs become")
     assert host.leftovers(before) == []
 
 
