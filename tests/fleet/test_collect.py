@@ -462,8 +462,8 @@ def test_a_package_that_was_changed_on_its_way_is_not_installed(fleet: Fleet, pl
     assert not host.list("/tmp") or all("quendil" not in name for name in host.list("/tmp"))
 
 
-def test_a_host_without_a_result_is_in_the_results(fleet: Fleet, plays: Plays):
-    quick(fleet.host("one"))
+def completing(fleet: Fleet) -> Path:
+    """A play that only completes the results."""
     play = fleet.directory / "end.yml"
     play.write_text("""
 - hosts: all
@@ -473,7 +473,20 @@ def test_a_host_without_a_result_is_in_the_results(fleet: Fleet, plays: Plays):
         name: norvale.quendil.collect
         tasks_from: summary
 """)
-    played = plays.run(playbook=play)
+    return play
+
+
+def test_a_host_without_a_result_is_in_the_results(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one"))
+    played = plays.run(playbook=completing(fleet))
+    assert_failed(played, "one", "the play ended early for this host")
+
+
+def test_a_result_that_is_older_than_the_play_does_not_count(fleet: Fleet, plays: Plays):
+    quick(fleet.host("one"))
+    assert plays.run().statuses() == {"one": "ok"}
+    assert plays.run(playbook=completing(fleet)).statuses() == {"one": "ok"}
+    played = plays.run("-e", "collect_since=2999-01-01T00:00:00Z", playbook=completing(fleet))
     assert_failed(played, "one", "the play ended early for this host")
 
 

@@ -82,7 +82,7 @@ RULES = [
     Rule("gzip is read to its end", "while content.read(CHUNK): pass", "pass", PARTS + "every_byte"),
     Rule("a bomb has an end", "if self._left < 0:", "if False:", PARTS + "bomb"),
     Rule("a result of an earlier play does not count", 'if records.get(host, {}).get("time", "") < since:', "if False:",
-         COLLECT + "earlier_play"),
+         COLLECT + "older_than_the_play"),
     Rule("a cut line costs no other one", 'begin = b"" if', 'begin = b"" if True or', PARTS + "cut_off_costs"),
     Rule("a text may be a truth value", "return boolean(value, strict=False)", "return bool(value)",
          COLLECT + "may_be_texts"),
