@@ -222,6 +222,11 @@ def test_no_test_file_is_long():
     assert {name: lines for name, lines in lengths.items() if lines > 800} == {}
     assert len(lengths) > 100
 
+def test_no_test_file_has_the_name_of_another_one():
+    names = [path.name for path in tracked("tests/*.py") if path.name.startswith("test_")]
+    assert sorted(names) == sorted(set(names))  # pytest can not load both
+
+
 def test_no_test_has_the_name_of_another_one_in_its_file():
     for path in tracked("tests/*.py"):
         if path.is_file():
