@@ -44,8 +44,7 @@ class ActionModule(HostAction):
         path, size, checksum = str(args["path"]), int(args["bytes"]), str(args["sha256"])
         settings = request_settings(args)
         inside, name = os.path.split(path)
-        if inside != f"{settings['work']}/{settings['request']}/out" and not inside.endswith(
-                f"/{settings['request']}/out"):
+        if not inside.endswith(f"/{settings['request']}/out"):
             raise Failed(f"the host has named a strange path: {printable(path, 200)}")
         if not NAME.fullmatch(name):
             raise Failed(f"the host has named its archive strangely: {printable(name, 200)}")

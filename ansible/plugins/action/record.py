@@ -6,9 +6,8 @@ from __future__ import annotations
 
 import os
 
-from ansible.plugins.action import ActionBase
 from ansible_collections.norvale.quendil.plugins.plugin_utils.archive import sha256_of
-from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable, truth
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Action, printable, truth
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     append,
     check_space,
@@ -21,24 +20,16 @@ from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
 NUMBERS = ("exit", "bytes", "seconds")
 
 
-class ActionModule(ActionBase):
+class ActionModule(Action):
     """See the documentation of the module of this name."""
 
-    def run(self, tmp=None, task_vars=None):
-        result = super().run(tmp, task_vars)
-        args = self._task.args
-        if self._task.check_mode:
-            return dict(result, skipped=True, msg="nothing is collected in check mode")
-        try:
-            directory = request_directory(args)
-            if args.get("state") == "begun":
-                record = self._begun(directory, task_vars["inventory_hostname"])
-                return dict(result, verified=record is not None)
-            record = self._record(directory, args, task_vars["inventory_hostname"])
-            append(directory, record)
-        except (Failed, OSError) as error:
-            return dict(result, failed=True, msg=f"on the controller: {error}")
-        return dict(result, record=record, changed=True)
+    def work(self, args, task_vars):
+        directory, host = request_directory(args), task_vars["inventory_hostname"]
+        if args.get("state") == "begun":
+            return {"verified": self._begun(directory, host) is not None}
+        record = self._record(directory, args, host)
+        append(directory, record)
+        return {"record": record, "changed": True}
 
     def _begun(self, directory, host):
         """Fails if no results can be written: then nothing is to be started. Finds an earlier result on demand."""

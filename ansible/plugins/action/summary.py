@@ -8,8 +8,7 @@ import os
 import shutil
 import subprocess
 
-from ansible.plugins.action import ActionBase
-from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Failed, printable, truth, words
+from ansible_collections.norvale.quendil.plugins.plugin_utils.host import Action, printable, truth, words
 from ansible_collections.norvale.quendil.plugins.plugin_utils.store import (
     RESULTS,
     last_of,
@@ -26,27 +25,19 @@ OVERVIEW_SECONDS = 7200
 NAMED = 200
 
 
-class ActionModule(ActionBase):
+class ActionModule(Action):
     """See the documentation of the module of this name."""
 
-    def run(self, tmp=None, task_vars=None):
-        result = super().run(tmp, task_vars)
-        args = self._task.args
-        if self._task.check_mode:
-            return dict(result, skipped=True, msg="nothing is collected in check mode")
-        try:
-            directory = request_directory(args)
-            with locked(directory):
-                records = completed(last_of(directory), words(args["hosts"]), str(args.get("since") or ""))
-                rewrite(directory, records)
-        except (Failed, OSError) as error:
-            return dict(result, failed=True, msg=f"on the controller: {error}")
-        causes = {host: printable(records[host]["cause"]) for host in args["hosts"] if records[host]["status"] != "ok"}
-        result.update(changed=True, causes=causes, results=os.path.join(directory, RESULTS), overview=None)
+    def work(self, args, task_vars):
+        directory, hosts = request_directory(args), words(args["hosts"])
+        with locked(directory):
+            records = completed(last_of(directory), hosts, str(args.get("since") or ""))
+            rewrite(directory, records)
+        causes = {host: printable(records[host]["cause"]) for host in hosts if records[host]["status"] != "ok"}
+        result = {"changed": True, "causes": causes, "results": os.path.join(directory, RESULTS), "overview": None}
         if truth(args.get("overview", True)):
             result.update(overview(directory))
-        result["text"] = text(result, len(args["hosts"]))
-        return result
+        return dict(result, text=text(result, len(hosts)))
 
 
 def completed(records, hosts, since):

@@ -87,11 +87,8 @@ def script_text(script, settings, arguments):
     return "\n".join(lines) + "\n"
 
 
-class HostAction(ActionBase):
-    """An action whose failures, lost connections included, are ordinary failures of this host.
-
-    A subclass does its work in `work`, and raises Failed with the cause.
-    """
+class Action(ActionBase):
+    """An action of the collection. A subclass does its work in `work`, and raises Failed with the cause."""
 
     def run(self, tmp=None, task_vars=None):
         result = super().run(tmp, task_vars)
@@ -108,6 +105,10 @@ class HostAction(ActionBase):
     def work(self, args, task_vars):
         """What the action does; returns the values of its result."""
         raise NotImplementedError
+
+
+class HostAction(Action):
+    """An action on a host, for which a lost connection is an ordinary failure of this host."""
 
     def call(self, function, *args, **kwargs):
         """Calls a function of the connection; its errors become causes."""

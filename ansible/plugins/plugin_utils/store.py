@@ -24,10 +24,7 @@ def request_directory(args):
     if not REQUEST.fullmatch(request):
         raise Failed(f"request {printable(request, 80)!r}: only letters, digits, '.', '_' and '-'")
     directory = os.path.join(os.path.abspath(destination), request)
-    try:
-        os.makedirs(directory, mode=0o700, exist_ok=True)
-    except OSError as error:
-        raise Failed(str(error)) from error
+    os.makedirs(directory, mode=0o700, exist_ok=True)
     return directory
 
 

@@ -69,7 +69,7 @@ RULES = [
     Rule("a file ends at its size", "soft_limit(resource.RLIMIT_FSIZE, size)",
          "soft_limit(resource.RLIMIT_FSIZE, None)", PARTS + "ends_at_its_size"),
     Rule("what work has started ends with it", "end(set(children()) - before)", "pass", PARTS + "ends_at_its_deadline"),
-    Rule("the archive is in the directory of the request", 'if inside != f"{settings', 'if False and inside != f"{settings',
+    Rule("the archive is in the directory of the request", 'if not inside.endswith(', 'if False and not inside.endswith(',
          COLLECT + "says_of_its_archive"),
     Rule("the archive has the name of a result", "if not NAME.fullmatch(name):", "if False:",
          COLLECT + "says_of_its_archive"),
